@@ -1,0 +1,171 @@
+/**
+ * @file norv_base.h
+ * libnorv_base: what libnorv_io_linux needs of its surroundings, kept apart so that a board maker can link
+ * an implementation of his own: memory, strings, mutex, one-shot event, intrusive heap, clock, thread
+ * identity, thread watchdog, and the way from errno to a status and from a status to words.
+ *
+ * Everything is safe to call from any thread; a heap, like any plain record, is used by one thread at a
+ * time.
+ */
+#ifndef NORV_BASE_H
+#define NORV_BASE_H
+
+#include <pthread.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "norv_status.h"
+
+NORV_BEGIN_DECLS
+
+/* ---- Status ------------------------------------------------------------------------------------------ */
+
+/**
+ * Turns an errno value into a status.
+ *
+ * No two errno values share a status: those that plainly mean one of the listed statuses map to it, each
+ * other one to `NORV_STATUS_ERRNO_BASE` plus its number, and 0 to 0.
+ *
+ * @param error_number  a value of errno
+ */
+NORV_API uint32_t norv_get_status_by_errno(uint32_t error_number);
+
+/**
+ * Tells the name of a status: "TIMEOUT" for NORV_STATUS_TIMEOUT, "EPIPE" for the status of that errno,
+ * "UNKNOWN" for a number that is no status. Never null; a constant, not to be freed.
+ */
+NORV_API const char* norv_status_name(uint32_t status);
+
+/** Describes a status in a few words, for a log or a user. Never null; a constant, not to be freed. */
+NORV_API const char* norv_status_text(uint32_t status);
+
+/* ---- Memory and strings ------------------------------------------------------------------------------ */
+
+/** Allocates `size` bytes, or returns null; release with `norv_free`. */
+NORV_API void* norv_malloc(size_t size);
+/** Allocates `size` bytes of zeros, or returns null; release with `norv_free`. */
+NORV_API void* norv_zalloc(size_t size);
+/** Releases memory from `norv_malloc` or `norv_zalloc`; null is allowed. */
+NORV_API void norv_free(void* memory);
+
+/* The functions of the C library without the prefix, to the letter. */
+NORV_API void* norv_memset(void* destination, int byte, size_t size);
+NORV_API void* norv_memcpy(void* destination, const void* source, size_t size);
+NORV_API int norv_memcmp(const void* first, const void* second, size_t size);
+NORV_API size_t norv_strlen(const char* text);
+NORV_API int norv_strncmp(const char* first, const char* second, size_t size);
+NORV_API char* norv_strncpy(char* destination, const char* source, size_t size);
+NORV_API char* norv_strstr(const char* text, const char* part);
+NORV_API char* norv_strtok_r(char* text, const char* separators, char** position);
+
+/* ---- Mutex ------------------------------------------------------------------------------------------- */
+
+/** A mutex that lives in its owner's record. */
+typedef struct {
+    pthread_mutex_t mutex;
+} norv_mutex_t;
+
+/** Prepares a mutex; 0 or the errno status. */
+NORV_API uint32_t norv_mutex_init(norv_mutex_t* mutex);
+/** Ends the use of an unlocked mutex; 0 or the errno status. */
+NORV_API uint32_t norv_mutex_destroy(norv_mutex_t* mutex);
+/** Locks, waiting without limit; 0 or the errno status. */
+NORV_API uint32_t norv_mutex_lock(norv_mutex_t* mutex);
+/** Unlocks; 0 or the errno status. */
+NORV_API uint32_t norv_mutex_unlock(norv_mutex_t* mutex);
+
+/* ---- One-shot event ---------------------------------------------------------------------------------- */
+
+/** `norv_event_wait` without limit. */
+#define NORV_EVENT_FOREVER 0xFFFFFFFFu
+
+/** An event that lives in its owner's record. One set lets one wait pass, whichever comes first. */
+typedef struct {
+    uint32_t state; /**< private: clear, set, or clear with a waiter */
+} norv_event_t;
+
+/** Prepares an event, not set; 0. */
+NORV_API uint32_t norv_event_init(norv_event_t* event);
+/** Ends the use of an event for which nobody waits; 0. */
+NORV_API uint32_t norv_event_deinit(norv_event_t* event);
+/**
+ * Sets the event: releases the waiter, or lets the next wait pass at once. A second set before that wait
+ * adds nothing. Costs no system call when nobody waits. Returns 0.
+ */
+NORV_API uint32_t norv_event_set(norv_event_t* event);
+/**
+ * Waits until the event is set, and clears it.
+ *
+ * @param timeout  milliseconds; NORV_EVENT_FOREVER: no limit
+ * @return 0, or NORV_STATUS_TIMEOUT
+ */
+NORV_API uint32_t norv_event_wait(norv_event_t* event, uint32_t timeout);
+
+/* ---- Intrusive heap ---------------------------------------------------------------------------------- */
+
+/** A place in a heap, embedded in the record that is queued. Zero-filled: not queued. */
+typedef struct norv_heap_node {
+    uint8_t queued;                 /**< non-zero while in a heap; callers may read it */
+    struct norv_heap_node* child;   /**< private */
+    struct norv_heap_node* sibling; /**< private */
+    struct norv_heap_node* back;    /**< private */
+} norv_heap_node_t;
+
+/** A priority heap of nodes that their owners keep: nothing is allocated. Zero-filled: empty. */
+typedef struct {
+    norv_heap_node_t* top; /**< the node that leaves next, null when empty; callers may read it */
+} norv_heap_t;
+
+/** Tells whether the first node must leave the heap before the second. */
+typedef bool (*norv_heap_less_fn)(const norv_heap_node_t* first, const norv_heap_node_t* second);
+
+/** Queues a node that is not queued. The same ordering goes with every call on one heap. */
+NORV_API void norv_heap_insert(norv_heap_t* heap, norv_heap_node_t* node, norv_heap_less_fn less);
+/** Takes a node out of its heap; does nothing when it is not queued. */
+NORV_API void norv_heap_remove(norv_heap_t* heap, norv_heap_node_t* node, norv_heap_less_fn less);
+/** Takes the top out; does nothing when the heap is empty. */
+NORV_API void norv_heap_dequeue(norv_heap_t* heap, norv_heap_less_fn less);
+
+/* ---- Time and threads -------------------------------------------------------------------------------- */
+
+/** Milliseconds of CLOCK_MONOTONIC. */
+NORV_API uint64_t norv_time_get_ms(void);
+/** Microseconds of the same clock. */
+NORV_API uint64_t norv_time_get_us(void);
+
+/** Identifies the calling thread among those that live; never 0. */
+NORV_API uint64_t norv_get_curr_pthread_id(void);
+
+/** Watches that a thread reports at least every so often; the storage is the owner's. */
+typedef struct {
+    uint32_t last_report; /**< private: low 32 bits of the time in ms, written by the watched thread */
+    uint32_t limit;       /**< ms that may pass between two reports */
+} norv_thread_watchdog_t;
+
+/**
+ * Starts watching: the time runs from now on.
+ *
+ * @param watchdog  filled; not null
+ * @param limit     ms that may pass between two reports, below 2^31
+ */
+NORV_API void norv_thread_watchdog_start(norv_thread_watchdog_t* watchdog, uint32_t limit);
+
+/**
+ * Reports that the watched thread is alive; the watched thread calls it.
+ *
+ * @param handle  the norv_thread_watchdog_t; null is allowed and does nothing
+ * @return 0, or NORV_STATUS_INVALID_ARG for null
+ */
+NORV_API uint32_t norv_thread_keep_alive(void* handle);
+
+/**
+ * Checks on the watched thread; any other thread calls it.
+ *
+ * @return 0 while the last report is no older than the limit, else NORV_STATUS_TIMEOUT
+ */
+NORV_API uint32_t norv_thread_watchdog_check(const norv_thread_watchdog_t* watchdog);
+
+NORV_END_DECLS
+
+#endif

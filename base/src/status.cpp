@@ -1,0 +1,78 @@
+// From errno to a status, and from a status to words.
+#include <cerrno>
+#include <cstring>
+
+#include "norv_base.h"
+
+namespace {
+
+struct equivalent {
+    int error_number;
+    uint32_t status;
+};
+
+// The errno values that plainly mean one of the listed statuses. No status stands twice, so that the errno
+// can be told from the status.
+constexpr equivalent equivalents[] = {
+    {EAGAIN, NORV_STATUS_AGAIN},      {EINTR, NORV_STATUS_INTERRUPTED},
+    {ETIMEDOUT, NORV_STATUS_TIMEOUT}, {EINVAL, NORV_STATUS_INVALID_ARG},
+    {ENOMEM, NORV_STATUS_NO_MEMORY},  {EOPNOTSUPP, NORV_STATUS_NOT_AVAILABLE},
+    {EIO, NORV_STATUS_DEVICE_ERROR},  {ENOENT, NORV_STATUS_NOT_FOUND},
+    {ENOSPC, NORV_STATUS_EXHAUSTED},  {ERANGE, NORV_STATUS_RANGE},
+    {EBADFD, NORV_STATUS_BAD_STATE},
+};
+static_assert(EAGAIN == EWOULDBLOCK, "both are the transient condition that transfers try again");
+
+struct description {
+    uint32_t status;
+    const char* name;
+    const char* text;
+};
+
+#define NORV_DESCRIPTION(name, value, text) {value, #name, text},
+constexpr description descriptions[] = {NORV_STATUS_LIST(NORV_DESCRIPTION){
+    NORV_STATUS_WAKE_FAILED, "WAKE_FAILED", "the loop thread could not be woken"}};
+#undef NORV_DESCRIPTION
+
+const description* find_description(uint32_t status) {
+    for (const description& candidate : descriptions) {
+        if (candidate.status == status) {
+            return &candidate;
+        }
+    }
+    return nullptr;
+}
+
+// The errno that a status of the reserved range stands for; no errno (-1) for any other status.
+int errno_of(uint32_t status) {
+    const bool reserved = status >= NORV_STATUS_ERRNO_BASE && status <= 2 * NORV_STATUS_ERRNO_BASE;
+    return reserved ? static_cast<int>(status - NORV_STATUS_ERRNO_BASE) : -1;
+}
+
+const char* or_unknown(const char* words, const char* unknown) {
+    return words != nullptr ? words : unknown;
+}
+
+}  // namespace
+
+uint32_t norv_get_status_by_errno(uint32_t error_number) {
+    if (error_number == 0) {
+        return NORV_STATUS_OK;
+    }
+    for (const equivalent& candidate : equivalents) {
+        if (static_cast<uint32_t>(candidate.error_number) == error_number) {
+            return candidate.status;
+        }
+    }
+    return NORV_STATUS_ERRNO_BASE + error_number;
+}
+
+const char* norv_status_name(uint32_t status) {
+    const description* known = find_description(status);
+    return known != nullptr ? known->name : or_unknown(strerrorname_np(errno_of(status)), "UNKNOWN");
+}
+
+const char* norv_status_text(uint32_t status) {
+    const description* known = find_description(status);
+    return known != nullptr ? known->text : or_unknown(strerrordesc_np(errno_of(status)), "no such status");
+}

@@ -1,0 +1,49 @@
+# How this project's targets are built: one set of warnings for everything, and the two shared libraries
+# without exceptions, run-time type information or the C++ runtime.
+
+add_library(norv_warnings INTERFACE)
+target_compile_options(norv_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# norv_shared_library(NAME SOURCES...): a library with a C interface. It exports the names that its linker
+# map NAME.map lists, and needs nothing but the C library and what it links.
+function(norv_shared_library name)
+    add_library(${name} SHARED ${ARGN})
+    set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}.map)
+    set_target_properties(${name} PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${NORV_SOVERSION}
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        LINKER_LANGUAGE C
+        LINK_DEPENDS ${map})
+    target_compile_features(${name} PRIVATE cxx_std_20)
+    target_compile_options(${name} PRIVATE
+        -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
+    target_compile_definitions(${name} PRIVATE _GNU_SOURCE)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        # 64-bit file offsets and time on 32-bit processors too.
+        target_compile_definitions(${name} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    endif()
+    target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,-z,relro,-z,now)
+    if(NOT NORV_SANITIZE)
+        target_link_options(${name} PRIVATE -Wl,-z,defs)
+    endif()
+    target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:norv_warnings>)
+endfunction()
+
+# norv_program(NAME SOURCES...): a test, tool, example or benchmark over the shared library.
+function(norv_program name)
+    add_executable(${name} ${ARGN})
+    target_compile_features(${name} PRIVATE cxx_std_20 c_std_11)
+    target_link_libraries(${name} PRIVATE norv_io_linux norv_warnings)
+endfunction()
+
+if(NORV_SANITIZE)
+    add_compile_options(-fsanitize=${NORV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${NORV_SANITIZE})
+endif()
+if(NORV_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

@@ -1,0 +1,299 @@
+/**
+ * @file norv_epoll.h
+ * The event loop: descriptors, timers and delayed calls, served one at a time on one thread.
+ *
+ * The thread that calls `norv_epoll_loop_with_watchdog` is the loop thread until `norv_epoll_exit`; every
+ * handler and callback runs there. Any other thread may use every function below: what touches the loop's
+ * own state travels to the loop thread (`norv_epoll_call_sync`), runs there between two handlers, and its
+ * status comes back to the caller, who waits meanwhile. While no loop runs, the same calls run directly on
+ * the calling thread, and one thread at a time may then use the loop.
+ *
+ * All records are the caller's and are linked in place: the loop allocates nothing. A record stays where it
+ * is, and alive, from its add or schedule to its remove or cancel. A round of the loop runs the timers that
+ * are due, then the handlers of ready descriptors, then all delayed calls.
+ *
+ *     static norv_epoll_t loop;                      // zero-filled before open
+ *     norv_epoll_fd_t line = {.descriptor = norv_linux_gpio_get_fd(&gpio), .handler = on_edge};
+ *     norv_epoll_open(&loop);
+ *     norv_epoll_fd_add(&loop, &line, EPOLLPRI);
+ *     norv_epoll_loop_with_watchdog(&loop, NULL, 0); // until norv_epoll_exit(&loop)
+ *     norv_epoll_fd_remove(&loop, &line);
+ *     norv_epoll_close(&loop);
+ */
+#ifndef NORV_EPOLL_H
+#define NORV_EPOLL_H
+
+#include <stdbool.h>
+#include <stdint.h>
+#include <sys/epoll.h>
+
+#include "norv_base.h"
+#include "norv_status.h"
+
+NORV_BEGIN_DECLS
+
+typedef struct norv_epoll norv_epoll_t;
+typedef struct norv_epoll_fd norv_epoll_fd_t;
+typedef struct norv_epoll_timer norv_epoll_timer_t;
+typedef struct norv_epoll_delayed norv_epoll_delayed_t;
+
+/** A function that `norv_epoll_call_sync` runs on the loop thread; what it returns goes to the caller. */
+typedef uint32_t (*norv_epoll_call_fn)(norv_epoll_t* loop, uint64_t argument1, uint64_t argument2);
+
+/** Handles a ready descriptor on the loop thread; `events` is the mask that epoll_wait(2) reported. */
+typedef void (*norv_epoll_fd_handler)(norv_epoll_fd_t* record, uint32_t events);
+
+/** Runs on the loop thread when a timer is due. */
+typedef void (*norv_epoll_timer_callback)(norv_epoll_timer_t* timer);
+
+/** Runs on the loop thread at the end of the round. */
+typedef void (*norv_epoll_delayed_callback)(norv_epoll_delayed_t* delayed);
+
+/** The events that one round can take from the kernel. */
+#define NORV_EPOLL_MAX_EVENTS 256
+
+/** `norv_epoll_timer_schedule` with this time takes the timer off the loop instead. */
+#define NORV_EPOLL_NEVER 0xFFFFFFFFu
+
+/** The loop. Zero-fill it before `norv_epoll_open`; the fields are the loop's own. */
+struct norv_epoll {
+    uint64_t reserved;
+    int32_t epoll_descriptor; /**< 0 or below: not open */
+    uint8_t exit;             /**< set by `norv_epoll_exit`, cleared when the loop starts */
+    struct epoll_event ready[NORV_EPOLL_MAX_EVENTS];
+    int32_t ready_count;    /**< what the last epoll_wait returned */
+    int32_t dispatch_index; /**< the ready event that is being dispatched */
+    norv_heap_t timers;
+    uint32_t delayed_sequence; /**< arrival number of the next delayed call of this round */
+    norv_heap_t delayed;
+    uint64_t loop_thread; /**< identifier of the thread that runs the loop, 0 when none does */
+    norv_mutex_t call_mutex;
+    int32_t call_descriptor; /**< the eventfd that brings a call to the loop thread */
+    norv_epoll_call_fn call_function;
+    uint64_t call_argument1;
+    uint64_t call_argument2;
+    uint32_t call_result;
+    norv_event_t call_done;
+};
+
+/** The registration of one descriptor; usually the first member of the owner's record. */
+struct norv_epoll_fd {
+    norv_epoll_t* loop; /**< set by `norv_epoll_fd_add`, cleared by `norv_epoll_fd_remove` */
+    int32_t descriptor;
+    norv_epoll_fd_handler handler;
+};
+
+/** A timer of the loop; usually the first member of the owner's record. Zero-filled: not scheduled. */
+struct norv_epoll_timer {
+    norv_epoll_t* loop; /**< set when scheduled, cleared when cancelled */
+    norv_epoll_timer_callback callback;
+    const char* name; /**< a label for the owner's use */
+    uint64_t expiry;  /**< absolute, ms of `norv_time_get_ms` */
+    uint32_t period;  /**< ms */
+    uint8_t repeat;   /**< non-zero: periodic */
+    norv_heap_node_t node;
+};
+
+/** A delayed call; usually the first member of the owner's record. Zero-filled: not scheduled. */
+struct norv_epoll_delayed {
+    norv_epoll_t* loop; /**< set when scheduled, cleared when cancelled */
+    norv_epoll_delayed_callback callback;
+    uint64_t user; /**< free for the owner */
+    uint32_t sequence;
+    uint32_t priority; /**< smaller runs first */
+    norv_heap_node_t node;
+};
+
+/* ---- The loop ---------------------------------------------------------------------------------------- */
+
+/**
+ * Opens a loop: an epoll instance, and the eventfd that brings calls of other threads to it.
+ *
+ * @param loop  zero-filled by the caller (open does not do it); not null; closed again after a failure
+ * @return 0; NORV_STATUS_INVALID_ARG when `loop` is null; the errno status of epoll_create(2), eventfd(2)
+ *         or epoll_ctl(2); the status of `norv_mutex_init` or `norv_event_init`
+ *
+ * Does not block.
+ */
+NORV_API uint32_t norv_epoll_open(norv_epoll_t* loop);
+
+/**
+ * Closes a loop that is not running. Registered records, timers and delayed calls are left as they are.
+ *
+ * @param loop  open, or left by a failed open; not null
+ * @return the result of the last step taken (a close(2), or the mutex's end); of no use, ignore it
+ */
+NORV_API uint32_t norv_epoll_close(norv_epoll_t* loop);
+
+/**
+ * Runs the loop on the calling thread until `norv_epoll_exit`.
+ *
+ * What is still scheduled when it ends stays scheduled for the next run. A failing epoll_wait(2) is not
+ * reported: the round goes on with timers and delayed calls.
+ *
+ * @param loop      open; not null
+ * @param watchdog  kept alive with `norv_thread_keep_alive`; may be null
+ * @param period    milliseconds between two reports to the watchdog; 0: none
+ *
+ * Blocks until the loop was told to exit.
+ */
+NORV_API void norv_epoll_loop_with_watchdog(norv_epoll_t* loop, void* watchdog, uint32_t period);
+
+/**
+ * Ends the loop: once the handler or callback that is running returns, nothing more of this round runs, and
+ * the loop returns to its caller. While no loop runs this does nothing: starting clears the request.
+ *
+ * @return 0, or a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread took the request. Any thread.
+ */
+NORV_API uint32_t norv_epoll_exit(norv_epoll_t* loop);
+
+/**
+ * Waits until a loop runs, by having it run a call that does nothing.
+ *
+ * @return 0, or a status of `norv_epoll_call_sync`
+ *
+ * Blocks without limit. Any thread but the loop thread, which would wait for itself for ever.
+ */
+NORV_API uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop);
+
+/**
+ * Runs a function on the loop thread and returns its status.
+ *
+ * On the loop thread itself, or while no loop runs, the function runs at once on the calling thread, without
+ * any lock. From another thread it runs between two handlers; one such call is in flight at a time, and the
+ * others wait their turn. A call that reaches the loop just as it stops runs, and its caller goes on, when a
+ * loop runs on this record again.
+ *
+ * @param loop       open; not null
+ * @param function   not null
+ * @param argument1  passed on
+ * @param argument2  passed on
+ * @return what `function` returned; the status of a failed lock; NORV_STATUS_WAKE_FAILED, on purpose no
+ *         mapped status, when the loop thread could not be woken
+ *
+ * Blocks, on another thread, until the function has run. Any thread.
+ */
+NORV_API uint32_t norv_epoll_call_sync(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1,
+                                       uint64_t argument2);
+
+/* ---- Descriptors ------------------------------------------------------------------------------------- */
+
+/**
+ * Registers a descriptor: epoll_ctl(2) with EPOLL_CTL_ADD, on the calling thread.
+ *
+ * @param loop    open; not null
+ * @param record  its descriptor and handler are set by the caller; not null; its loop stays set after a
+ *                failure
+ * @param events  EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2)
+ *
+ * Does not block. Any thread.
+ */
+NORV_API uint32_t norv_epoll_fd_add(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events);
+
+/**
+ * Changes the events of a registered descriptor: epoll_ctl(2) with EPOLL_CTL_MOD, on the calling thread.
+ *
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2)
+ *
+ * Does not block. Any thread.
+ */
+NORV_API uint32_t norv_epoll_fd_modify(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events);
+
+/**
+ * Drops the event of this descriptor that the current round has fetched but not yet delivered. Matched is
+ * the descriptor's number, not the record: of two records that share a number the first pending one loses
+ * its event. At most one event is dropped.
+ *
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread has done it. Any thread.
+ */
+NORV_API uint32_t norv_epoll_fd_ignore_once(norv_epoll_t* loop, norv_epoll_fd_t* record);
+
+/**
+ * Ends a registration: epoll_ctl(2) with EPOLL_CTL_DEL, and drops a pending event. Once it returns, the
+ * handler is not called any more and the record may be freed. Remove first, close the descriptor afterwards.
+ *
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2); a status of
+ *         `norv_epoll_call_sync`; the record's loop is null afterwards in every case
+ *
+ * Blocks, on another thread, until the loop thread has dropped the event. Any thread.
+ */
+NORV_API uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* record);
+
+/* ---- Timers ------------------------------------------------------------------------------------------ */
+
+/**
+ * Schedules a timer, or moves one that is pending.
+ *
+ * A periodic timer is armed again from the time of the round in which it fired: a late round shifts its
+ * phase, it does not catch up. Do not schedule a periodic timer of 0 ms: it stays due, and the round never
+ * ends. Timers of one loop lie within 2^31 ms (24.8 days) of each other.
+ *
+ * @param loop    open; not null
+ * @param timer   its callback is set by the caller; not null
+ * @param ms      milliseconds from now, and the period; NORV_EPOLL_NEVER: the timer is taken off instead
+ * @param repeat  true: periodic
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread has done it. Any thread.
+ */
+NORV_API uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint32_t ms,
+                                            bool repeat);
+
+/**
+ * `norv_epoll_timer_schedule` in microseconds, cut to whole milliseconds: less than 1000 is a timer of 0 ms.
+ */
+NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer,
+                                               uint64_t microseconds, bool repeat);
+
+/**
+ * Takes a timer off the loop; harmless when it is not pending.
+ *
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread has done it. Any thread.
+ */
+NORV_API uint32_t norv_epoll_timer_cancel(norv_epoll_t* loop, norv_epoll_timer_t* timer);
+
+/** Tells whether a timer is pending: a snapshot, taken without the loop thread. Any thread. */
+NORV_API uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer);
+
+/* ---- Delayed calls ----------------------------------------------------------------------------------- */
+
+/**
+ * Schedules a call for the end of the current round; a call that is scheduled already keeps its place and
+ * its priority.
+ *
+ * Calls run by priority, smaller first, equal ones in the order of scheduling; one that is scheduled from
+ * such a call runs in the same round. Priorities lie within 2^31 of each other. A call that is scheduled
+ * while no loop runs waits for the first event or timer of the next run.
+ *
+ * @param loop      open; not null
+ * @param delayed   its callback is set by the caller; not null
+ * @param priority  smaller runs first
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread has queued it. Any thread.
+ */
+NORV_API uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_delayed_t* delayed,
+                                              uint32_t priority);
+
+/**
+ * Takes a delayed call off the loop; harmless when it is not scheduled.
+ *
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
+ *
+ * Blocks, on another thread, until the loop thread has done it. Any thread.
+ */
+NORV_API uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delayed_t* delayed);
+
+/** Tells whether a delayed call is scheduled: a snapshot, taken without the loop thread. Any thread. */
+NORV_API uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed);
+
+NORV_END_DECLS
+
+#endif

@@ -1,0 +1,34 @@
+// Descriptors: how they are closed, and how one is closed at the end of a scope.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace norv {
+
+// Closes an open descriptor of a record, and marks the record closed. 0 counts as not open, like -1.
+inline void close_descriptor(int32_t& descriptor) {
+    if (descriptor > 0) {
+        close(descriptor);
+    }
+    descriptor = -1;
+}
+
+// A descriptor that this scope closes.
+class scoped_descriptor {
+  public:
+    scoped_descriptor() = default;
+    ~scoped_descriptor() { close_descriptor(descriptor_); }
+    scoped_descriptor(const scoped_descriptor&) = delete;
+    scoped_descriptor& operator=(const scoped_descriptor&) = delete;
+
+    int32_t get() const { return descriptor_; }
+    // Where an open function stores what it opened.
+    int32_t* out() { return &descriptor_; }
+
+  private:
+    int32_t descriptor_ = -1;
+};
+
+}  // namespace norv

@@ -1,0 +1,228 @@
+// Device and attribute file helpers.
+#include "norv_file.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "core/descriptor.hpp"
+#include "core/poll.hpp"
+#include "core/status.hpp"
+
+namespace {
+
+using norv::scoped_descriptor;
+using norv::status_of;
+
+constexpr uint32_t path_size = 256;
+constexpr uint32_t text_size = 4096;  // one page: no attribute takes more
+
+// A path in its buffer; cut silently when it is longer.
+class formatted_path {
+  public:
+    formatted_path(const char* format, va_list values)
+        : valid_(format != nullptr && vsnprintf(text_, sizeof text_, format, values) >= 0) {}
+
+    bool valid() const { return valid_; }
+    const char* text() const { return text_; }
+
+  private:
+    char text_[path_size] = {};
+    bool valid_;
+};
+
+int64_t move(int32_t descriptor, void* buffer, uint64_t length, bool write) {
+    return write ? ::write(descriptor, buffer, length) : ::read(descriptor, buffer, length);
+}
+
+// Opens, moves once, closes.
+uint32_t move_device(uint32_t flags, void* buffer, uint32_t* length, const char* format, va_list values) {
+    scoped_descriptor file;
+    if (length == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t status = norv_open_device_va(flags, file.out(), format, values);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    return norv_iorw_nonblock(file.get(), buffer, length, (flags & O_ACCMODE) == O_WRONLY);
+}
+
+// A buffer on its way through a descriptor.
+class transfer {
+  public:
+    transfer(int32_t descriptor, void* buffer, uint32_t length, bool write)
+        : buffer_(static_cast<char*>(buffer)), total_(length), descriptor_(descriptor), write_(write) {}
+
+    bool complete() const { return done_ >= total_; }
+    uint32_t done() const { return static_cast<uint32_t>(done_); }
+
+    // Waits until something can be moved, and moves it.
+    uint32_t step(int32_t poll_timeout) {
+        const auto events = static_cast<int16_t>(write_ ? POLLOUT : POLLIN);
+        int64_t result = norv::poll_once(descriptor_, events, poll_timeout);
+        if (result == 0) {
+            return NORV_STATUS_TIMEOUT;
+        }
+        if (result > 0) {
+            result = move(descriptor_, buffer_ + done_, total_ - done_, write_);
+        }
+        const uint32_t status = status_of(result);
+        // An errno that maps to 0 moved nothing either.
+        if (status == NORV_STATUS_OK && result > 0) {
+            done_ += static_cast<uint64_t>(result);
+        }
+        return status;
+    }
+
+  private:
+    char* buffer_;
+    uint64_t done_ = 0;
+    uint64_t total_;
+    int32_t descriptor_;
+    bool write_;
+};
+
+bool ends_transfer(uint32_t status) {
+    return status != NORV_STATUS_OK && status != NORV_STATUS_AGAIN && status != NORV_STATUS_INTERRUPTED;
+}
+
+}  // namespace
+
+uint32_t norv_open_device_va(uint32_t flags, int32_t* descriptor, const char* format, va_list values) {
+    if (descriptor == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *descriptor = -1;
+    const formatted_path path(format, values);
+    if (!path.valid()) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *descriptor = open(path.text(), static_cast<int>(flags), 0600);
+    return status_of(*descriptor);
+}
+
+uint32_t norv_open_device(uint32_t flags, int32_t* descriptor, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const uint32_t status = norv_open_device_va(flags, descriptor, format, values);
+    va_end(values);
+    return status;
+}
+
+uint32_t norv_read_device(void* buffer, uint32_t* length, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const uint32_t status = move_device(O_RDONLY | O_CLOEXEC, buffer, length, format, values);
+    va_end(values);
+    return status;
+}
+
+uint32_t norv_write_device(const void* buffer, uint32_t* length, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const uint32_t status =
+        move_device(O_WRONLY | O_CLOEXEC, const_cast<void*>(buffer), length, format, values);
+    va_end(values);
+    return status;
+}
+
+uint32_t norv_write_string_va(int32_t descriptor, uint32_t maximum, const char* format, va_list values) {
+    char text[text_size];
+    const uint32_t capacity = std::min(maximum, text_size);
+    if (format == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const int length = vsnprintf(text, capacity, format, values);
+    // A text that does not fit was cut; writing its whole length would send what lies behind the buffer.
+    if (length < 0 || static_cast<uint32_t>(length) >= capacity) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    return status_of(write(descriptor, text, static_cast<size_t>(length) + 1));
+}
+
+uint32_t norv_write_string(int32_t descriptor, uint32_t maximum, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const uint32_t status = norv_write_string_va(descriptor, maximum, format, values);
+    va_end(values);
+    return status;
+}
+
+uint32_t norv_iorw_nonblock(int32_t descriptor, void* buffer, uint32_t* length, bool write) {
+    if (length == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const int64_t count = move(descriptor, buffer, *length, write);
+    if (count < 0) {
+        return norv::errno_status();
+    }
+    *length = static_cast<uint32_t>(count);
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_iorw_block(int32_t descriptor, void* buffer, uint32_t* length, bool write) {
+    if (length == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    transfer moving(descriptor, buffer, *length, write);
+    while (!moving.complete()) {
+        const uint32_t status = moving.step(-1);
+        if (ends_transfer(status)) {
+            return status;
+        }
+    }
+    *length = moving.done();
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_iorw_timeout(int32_t descriptor, void* buffer, uint32_t* length, int32_t timeout, bool write) {
+    if (length == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint64_t start = norv_time_get_ms();
+    transfer moving(descriptor, buffer, *length, write);
+    uint32_t status = NORV_STATUS_OK;
+    while (!moving.complete() && !ends_transfer(status)) {
+        // One budget for the whole call: each step gets what is left of it.
+        const int64_t left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
+        status = left < 1 ? NORV_STATUS_TIMEOUT : moving.step(static_cast<int32_t>(left));
+    }
+    *length = moving.done();
+    return status;
+}
+
+bool norv_file_access(uint32_t mode, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const formatted_path path(format, values);
+    va_end(values);
+    return path.valid() && status_of(access(path.text(), static_cast<int>(mode))) == NORV_STATUS_OK;
+}
+
+uint32_t norv_file_mark(const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const formatted_path path(format, values);
+    va_end(values);
+    if (!path.valid()) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    scoped_descriptor file;
+    // The path is the format of this second call on purpose: a '%' left in it is expanded again.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+    return norv_open_device(O_RDWR | O_CREAT | O_SYNC, file.out(), path.text());
+#pragma GCC diagnostic pop
+}
+
+uint32_t norv_file_unmark(const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const formatted_path path(format, values);
+    va_end(values);
+    return path.valid() ? status_of(remove(path.text())) : NORV_STATUS_INVALID_ARG;
+}

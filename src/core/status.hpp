@@ -1,0 +1,23 @@
+// How a failed kernel call becomes a status.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+
+#include "norv_base.h"
+#include "norv_status.h"
+
+namespace norv {
+
+// The status of errno. The base library may map an errno to 0: the caller then carries on as if the call had
+// succeeded, which is why every failure is turned into a status before it is judged.
+inline uint32_t errno_status() {
+    return norv_get_status_by_errno(static_cast<uint32_t>(errno));
+}
+
+// The status of a kernel call that reports failure by a negative result and errno.
+inline uint32_t status_of(int64_t result) {
+    return result < 0 ? errno_status() : NORV_STATUS_OK;
+}
+
+}  // namespace norv

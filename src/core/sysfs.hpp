@@ -1,0 +1,19 @@
+// Looking around in sysfs.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdio>
+
+namespace norv {
+
+// Tells whether the formatted path is a directory: this is how an exported line or channel shows itself.
+template <typename... values>
+bool is_directory(const char* format, values... path_values) {
+    char path[256];
+    snprintf(path, sizeof path, format, path_values...);
+    struct stat found {};
+    return stat(path, &found) == 0 && S_ISDIR(found.st_mode);
+}
+
+}  // namespace norv
