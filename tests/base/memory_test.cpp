@@ -23,7 +23,9 @@ TEST(Memory, AllocatedMemoryHoldsWhatIsWritten) {
     norv_free(memory);
 }
 
-TEST(Memory, FreeingNullIsAllowed) { norv_free(nullptr); }
+TEST(Memory, FreeingNullIsAllowed) {
+    norv_free(nullptr);
+}
 
 TEST(Memory, CopiesAndCompares) {
     char copy[6] = {};

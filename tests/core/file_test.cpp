@@ -1,0 +1,558 @@
+// Device and attribute file helpers.
+#include "norv_file.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <deque>
+#include <string>
+#include <thread>
+
+#include "norv_base.h"
+#include "support/failure_sweep.hpp"
+#include "support/kernel_double.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using norv::test::device;
+using norv::test::failure_sweep;
+using norv::test::fault;
+using norv::test::kernel_double;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr auto errno_status = [](int error) {
+    return norv_get_status_by_errno(static_cast<uint32_t>(error));
+};
+
+// A wide character that has no form in the C locale: formatting it fails.
+const wchar_t unprintable[] = {0x20AC, 0};
+
+// A device that takes and gives at most three bytes at a time.
+class slow_device : public device {
+  public:
+    std::string received;
+    std::string content = "abcdefgh";
+    std::vector<std::pair<short, int>> polls;
+    std::deque<long> poll_answers;  // used up first; then always ready
+    std::deque<long> answers;       // of reads and writes
+
+    long read(void* buffer, size_t size, off_t offset) override {
+        if (const long answer = next(answers, 1); answer <= 0) {
+            return answer;
+        }
+        const std::string part = content.substr(static_cast<size_t>(offset), std::min<size_t>(size, 3));
+        std::memcpy(buffer, part.data(), part.size());
+        return static_cast<long>(part.size());
+    }
+    long write(const void* buffer, size_t size, off_t) override {
+        if (const long answer = next(answers, 1); answer <= 0) {
+            return answer;
+        }
+        received.append(static_cast<const char*>(buffer), std::min<size_t>(size, 3));
+        return static_cast<long>(std::min<size_t>(size, 3));
+    }
+    long poll(short events, int timeout) override {
+        polls.emplace_back(events, timeout);
+        return next(poll_answers, events);
+    }
+
+  private:
+    static long next(std::deque<long>& answers, long otherwise) {
+        if (answers.empty()) {
+            return otherwise;
+        }
+        const long answer = answers.front();
+        answers.pop_front();
+        return answer;
+    }
+};
+
+class File : public testing::Test {
+  protected:
+    kernel_double kernel;
+};
+
+// A slow device, opened.
+class Transfer : public File {
+  protected:
+    Transfer() {
+        kernel.add_device("/dev/slow", device_);
+        EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/slow"), 0U);
+    }
+    ~Transfer() override { close(descriptor); }
+
+    std::shared_ptr<slow_device> device_ = std::make_shared<slow_device>();
+    int32_t descriptor = -1;
+    char buffer[16] = {};
+};
+
+// ---- open
+
+TEST_F(File, OpensTheFormattedPathWithTheGivenFlags) {
+    kernel.add_file("/dev/port7");
+    int32_t descriptor = -1;
+    EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/%s%d", "port", 7), 0U);
+    EXPECT_GT(descriptor, 0);
+    EXPECT_THAT(kernel.open_flags("/dev/port7"), ElementsAre(O_RDWR | O_CLOEXEC));
+    close(descriptor);
+}
+
+TEST_F(File, CreatesFilesForTheOwnerOnly) {
+    int32_t descriptor = -1;
+    ASSERT_EQ(norv_open_device(O_RDWR | O_CREAT, &descriptor, "/dev/new"), 0U);
+    struct stat found {};
+    fstat(descriptor, &found);
+    EXPECT_EQ(found.st_mode & 0777, 0600U);
+    close(descriptor);
+}
+
+TEST_F(File, AFailedOpenStoresTheNegativeResultAndGivesTheErrnoStatus) {
+    int32_t descriptor = 5;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/missing"), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(descriptor, -1);
+}
+
+TEST_F(File, APathThatCannotBeFormattedIsAnInvalidArgument) {
+    int32_t descriptor = 5;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/%ls", unprintable), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(descriptor, -1);
+    EXPECT_THAT(kernel.calls("open"), IsEmpty());
+}
+
+TEST_F(File, ANullFormatOrDescriptorIsAnInvalidArgument) {
+    int32_t descriptor = 5;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(descriptor, -1);
+    EXPECT_EQ(norv_open_device(O_RDONLY, nullptr, "/dev/null"), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(File, APathLongerThan255CharactersIsCutSilently) {
+    const std::string cut = "/dev/" + std::string(250, 'x');
+    kernel.add_file(cut);
+    int32_t descriptor = -1;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "%sYYY", cut.c_str()), 0U);
+    EXPECT_THAT(kernel.open_flags(cut), SizeIs(1));
+    close(descriptor);
+}
+
+TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedOpenCountAsSuccess) {
+    kernel.map_errno(ENOENT, 0);
+    int32_t descriptor = 5;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/missing"), 0U);
+    EXPECT_EQ(descriptor, -1);
+}
+
+// ---- single reads and writes
+
+TEST_F(File, ReadsOnceAndTellsTheCount) {
+    kernel.add_file("/sys/class/net/eth0/mtu", "1500\n");
+    char text[16] = {};
+    uint32_t length = sizeof text;
+    EXPECT_EQ(norv_read_device(text, &length, "/sys/class/net/%s/mtu", "eth0"), 0U);
+    EXPECT_EQ(length, 5U);
+    EXPECT_STREQ(text, "1500\n");
+    EXPECT_THAT(kernel.open_flags("/sys/class/net/eth0/mtu"), ElementsAre(O_RDONLY | O_CLOEXEC));
+    EXPECT_THAT(kernel.calls("read"), SizeIs(1));
+}
+
+TEST_F(File, AShortReadIsASuccess) {
+    kernel.add_device("/dev/slow", std::make_shared<slow_device>());
+    char text[16] = {};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_read_device(text, &length, "/dev/slow"), 0U);
+    EXPECT_EQ(length, 3U);
+}
+
+TEST_F(File, AFailedReadLeavesTheLength) {
+    kernel.add_file("/sys/value", "1");
+    kernel.fail("read", EIO);
+    char text[4] = {};
+    uint32_t length = 4;
+    EXPECT_EQ(norv_read_device(text, &length, "/sys/value"), errno_status(EIO));
+    EXPECT_EQ(length, 4U);
+}
+
+TEST_F(File, ReadingAMissingFileGivesTheStatusOfTheOpenAndLeavesTheLength) {
+    char text[4] = {};
+    uint32_t length = 4;
+    EXPECT_EQ(norv_read_device(text, &length, "/sys/missing"), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(length, 4U);
+}
+
+TEST_F(File, WritesOnceAndTellsTheCount) {
+    kernel.add_file("/sys/class/leds/red/brightness");
+    uint32_t length = 4;
+    EXPECT_EQ(norv_write_device("255", &length, "/sys/class/leds/%s/brightness", "red"), 0U);
+    EXPECT_EQ(length, 4U);
+    EXPECT_THAT(kernel.writes("/sys/class/leds/red/brightness"), ElementsAre("255\0"s));
+    EXPECT_THAT(kernel.open_flags("/sys/class/leds/red/brightness"), ElementsAre(O_WRONLY | O_CLOEXEC));
+}
+
+TEST_F(File, AShortWriteIsASuccess) {
+    kernel.add_device("/dev/slow", std::make_shared<slow_device>());
+    uint32_t length = 8;
+    EXPECT_EQ(norv_write_device("12345678", &length, "/dev/slow"), 0U);
+    EXPECT_EQ(length, 3U);
+}
+
+TEST_F(File, AFailedWriteLeavesTheLength) {
+    kernel.add_file("/sys/value");
+    kernel.fail("write", EPERM);
+    uint32_t length = 2;
+    EXPECT_EQ(norv_write_device("1", &length, "/sys/value"), errno_status(EPERM));
+    EXPECT_EQ(length, 2U);
+}
+
+TEST_F(File, ReadingAndWritingWithoutALengthIsAnInvalidArgument) {
+    char text[4] = {};
+    EXPECT_EQ(norv_read_device(text, nullptr, "/sys/value"), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_device(text, nullptr, "/sys/value"), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(File, ADevicePathThatCannotBeFormattedIsAnInvalidArgument) {
+    char text[4] = {};
+    uint32_t length = 4;
+    EXPECT_EQ(norv_read_device(text, &length, "/sys/%ls", unprintable), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_device(text, &length, "/sys/%ls", unprintable), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(length, 4U);
+}
+
+// ---- formatted text
+
+TEST_F(Transfer, AOneIsWrittenAsTwoBytes) {
+    EXPECT_EQ(norv_write_string(descriptor, 2, "1"), 0U);
+    EXPECT_EQ(device_->received, "1\0"s);
+}
+
+TEST_F(Transfer, FormattedTextIsWrittenWithItsNulInOneWrite) {
+    EXPECT_EQ(norv_write_string(descriptor, 12, "%s%d", "a", 7), 0U);
+    EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("a7\0"s));
+}
+
+TEST_F(Transfer, AShortWriteOfATextIsASuccess) {
+    EXPECT_EQ(norv_write_string(descriptor, 12, "%s", "longer"), 0U);
+    EXPECT_EQ(device_->received, "lon");
+}
+
+TEST_F(Transfer, ATextThatDoesNotFitIsRefusedAndNothingIsWritten) {
+    EXPECT_EQ(norv_write_string(descriptor, 3, "%s", "abc"), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_string(descriptor, 0, "%s", ""), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_string(descriptor, UINT32_MAX, "%5000d", 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
+}
+
+TEST_F(Transfer, ATextThatCannotBeFormattedIsAnInvalidArgument) {
+    EXPECT_EQ(norv_write_string(descriptor, 12, "%ls", unprintable), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_string(descriptor, 12, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
+}
+
+TEST_F(Transfer, AFailedTextWriteGivesTheErrnoStatus) {
+    kernel.fail("write", EBUSY);
+    EXPECT_EQ(norv_write_string(descriptor, 2, "1"), errno_status(EBUSY));
+}
+
+// ---- one transfer without waiting
+
+TEST_F(Transfer, NonBlockingMovesOnceInTheAskedDirection) {
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(length, 3U);
+    EXPECT_STREQ(buffer, "abc");
+
+    char text[] = "xyz!";
+    length = 4;
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, text, &length, true), 0U);
+    EXPECT_EQ(length, 3U);
+    EXPECT_EQ(device_->received, "xyz");
+    EXPECT_THAT(device_->polls, IsEmpty());
+}
+
+TEST_F(Transfer, ANonBlockingFailureLeavesTheLength) {
+    device_->answers = {-EAGAIN};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), NORV_STATUS_AGAIN);
+    EXPECT_EQ(length, 8U);
+}
+
+TEST_F(Transfer, ANonBlockingFailureWhoseErrnoMapsToZeroLeavesTheLengthToo) {
+    kernel.map_errno(EIO, 0);
+    device_->answers = {-EIO};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(length, 8U);
+}
+
+// ---- blocking transfer
+
+TEST_F(Transfer, BlockingReadsEverythingPieceByPiece) {
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(length, 8U);
+    EXPECT_STREQ(buffer, "abcdefgh");
+    EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLIN, -1)));
+}
+
+TEST_F(Transfer, BlockingWritesEverythingPieceByPiece) {
+    char text[] = "12345678";
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, text, &length, true), 0U);
+    EXPECT_EQ(length, 8U);
+    EXPECT_EQ(device_->received, "12345678");
+    EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLOUT, -1)));
+}
+
+TEST_F(Transfer, BlockingNothingReturnsAtOnce) {
+    uint32_t length = 0;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(length, 0U);
+    EXPECT_THAT(device_->polls, IsEmpty());
+}
+
+TEST_F(Transfer, BlockingTriesTransientConditionsAgain) {
+    device_->answers = {-EAGAIN, -EINTR};
+    device_->poll_answers = {-EINTR};
+    uint32_t length = 3;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_THAT(device_->polls, SizeIs(4));
+}
+
+TEST_F(Transfer, ABlockingFailureEndsTheCallAndLeavesTheLengthAsItWas) {
+    device_->answers = {1, -EIO};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), errno_status(EIO));
+    EXPECT_EQ(length, 8U);
+}
+
+TEST_F(Transfer, AFailingPollEndsABlockingTransfer) {
+    device_->poll_answers = {-EBADF};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), errno_status(EBADF));
+    EXPECT_EQ(length, 8U);
+}
+
+TEST_F(Transfer, AFailureWhoseErrnoMapsToZeroMovesNothingAndCarriesOn) {
+    kernel.map_errno(EIO, 0);
+    device_->answers = {1, -EIO};
+    device_->poll_answers = {POLLIN, POLLIN, -EIO};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(length, 8U);
+    EXPECT_STREQ(buffer, "abcdefgh");
+}
+
+TEST_F(Transfer, TheEndOfAFileIsNotDetectedAndKeepsABlockingReadPolling) {
+    device_->answers = {0, 0, 0, -EPIPE};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), errno_status(EPIPE));
+    EXPECT_THAT(device_->polls, SizeIs(4));
+}
+
+// ---- transfer within a time limit
+
+TEST_F(Transfer, WithinTheLimitEverythingIsMoved) {
+    char text[] = "12345678";
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, text, &length, 60000, true), 0U);
+    EXPECT_EQ(length, 8U);
+    EXPECT_EQ(device_->received, "12345678");
+}
+
+TEST_F(Transfer, EachStepOfATimeLimitedTransferGetsWhatIsLeftOfTheLimit) {
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), 0U);
+    for (const auto& [events, timeout] : device_->polls) {
+        EXPECT_EQ(events, POLLIN);
+        EXPECT_GT(timeout, 0);
+        EXPECT_LE(timeout, 60000);
+    }
+}
+
+TEST_F(Transfer, ATimeOutTellsHowMuchWasMoved) {
+    device_->poll_answers = {POLLIN, POLLIN, 0};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 6U);
+}
+
+TEST_F(Transfer, AFailureWithinTheLimitTellsHowMuchWasMoved) {
+    device_->answers = {1, -EIO};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), errno_status(EIO));
+    EXPECT_EQ(length, 3U);
+}
+
+TEST_F(Transfer, TransientConditionsAreTriedAgainUntilTheLimit) {
+    device_->answers = {-EAGAIN, -EINTR};
+    uint32_t length = 3;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), 0U);
+    EXPECT_EQ(length, 3U);
+}
+
+TEST_F(Transfer, ALimitOfZeroOrLessTimesOutAtOnceWithNothingMoved) {
+    for (const int32_t timeout : {0, -1, INT32_MIN}) {
+        uint32_t length = 8;
+        EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, timeout, false), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 0U);
+    }
+    EXPECT_THAT(device_->polls, IsEmpty());
+}
+
+TEST_F(Transfer, MovingNothingWithinALimitReturnsAtOnce) {
+    uint32_t length = 0;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 0, false), 0U);
+    EXPECT_EQ(length, 0U);
+    EXPECT_THAT(device_->polls, IsEmpty());
+}
+
+TEST_F(File, ASilentPipeTimesOut) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    char byte = 0;
+    uint32_t length = 1;
+    EXPECT_EQ(norv_iorw_timeout(ends[0], &byte, &length, 20, false), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(File, ALateWriterIsWaitedFor) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread writer([&] {
+        for (const char* part : {"ab", "cd"}) {
+            usleep(5000);
+            EXPECT_EQ(write(ends[1], part, 2), 2);
+        }
+    });
+    char text[5] = {};
+    uint32_t length = 4;
+    EXPECT_EQ(norv_iorw_timeout(ends[0], text, &length, 60000, false), 0U);
+    EXPECT_STREQ(text, "abcd");
+    writer.join();
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(Transfer, ATransferWithoutALengthIsAnInvalidArgument) {
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, nullptr, false), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, nullptr, false), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, nullptr, 1, false), NORV_STATUS_INVALID_ARG);
+}
+
+// ---- access and markers
+
+TEST_F(File, AccessTellsWhetherThePathExists) {
+    kernel.add_file("/sys/class/uio/uio0/name");
+    EXPECT_TRUE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 0));
+    EXPECT_FALSE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 1));
+    EXPECT_FALSE(norv_file_access(F_OK, "/sys/%ls", unprintable));
+}
+
+TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedAccessCountAsSuccess) {
+    kernel.map_errno(ENOENT, 0);
+    EXPECT_TRUE(norv_file_access(F_OK, "/sys/missing"));
+}
+
+TEST_F(File, AMarkIsAnEmptyFile) {
+    EXPECT_EQ(norv_file_mark("/dev/mark%d", 1), 0U);
+    EXPECT_TRUE(kernel.exists("/dev/mark1"));
+    EXPECT_EQ(kernel.content("/dev/mark1"), "");
+    EXPECT_THAT(kernel.open_flags("/dev/mark1"), ElementsAre(O_RDWR | O_CREAT | O_SYNC));
+}
+
+TEST_F(File, MarkingAnExistingFileLeavesItsContent) {
+    kernel.add_file("/dev/mark", "kept");
+    EXPECT_EQ(norv_file_mark("/dev/mark"), 0U);
+    EXPECT_EQ(kernel.content("/dev/mark"), "kept");
+}
+
+TEST_F(File, APercentSignInAMarkIsExpandedAgain) {
+    EXPECT_EQ(norv_file_mark("/dev/%s", "full%%"), 0U);
+    EXPECT_TRUE(kernel.exists("/dev/full%"));
+}
+
+TEST_F(File, AMarkThatCannotBeMadeGivesTheErrnoStatus) {
+    EXPECT_EQ(norv_file_mark("/dev/missing/mark"), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_file_mark("/dev/%ls", unprintable), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(File, UnmarkingDeletesTheFile) {
+    kernel.add_file("/dev/mark1");
+    EXPECT_EQ(norv_file_unmark("/dev/mark%d", 1), 0U);
+    EXPECT_FALSE(kernel.exists("/dev/mark1"));
+}
+
+TEST_F(File, UnmarkingAMissingFileGivesTheErrnoStatus) {
+    EXPECT_EQ(norv_file_unmark("/dev/mark"), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_file_unmark("/dev/%ls", unprintable), NORV_STATUS_INVALID_ARG);
+}
+
+// ---- failure sweep
+
+TEST(FileSweep, SingleTransfers) {
+    failure_sweep([](kernel_double& kernel) { kernel.add_file("/sys/value", "1"); },
+                  [] {
+                      char text[4] = {};
+                      uint32_t length = 4;
+                      const uint32_t status = norv_read_device(text, &length, "/sys/value");
+                      length = 2;
+                      return status != 0 ? status : norv_write_device("1", &length, "/sys/value");
+                  });
+}
+
+uint32_t move_in_time(bool write, int32_t timeout) {
+    char text[] = "12345678";
+    uint32_t length = 8;
+    int32_t descriptor = -1;
+    uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/slow");
+    if (status == 0) {
+        status = timeout < 0 ? norv_iorw_block(descriptor, text, &length, write)
+                             : norv_iorw_timeout(descriptor, text, &length, timeout, write);
+        close(descriptor);
+    }
+    return status;
+}
+
+TEST(FileSweep, WaitingTransfersTryInterruptionsAgain) {
+    norv::test::sweep_options options;
+    options.expect = [](const fault& struck) {
+        const bool tried_again = struck.error == EINTR && struck.name != "open";
+        return tried_again ? 0 : norv::test::status_of_fault(struck);
+    };
+    for (const bool write : {false, true}) {
+        for (const int32_t timeout : {-1, 60000}) {
+            failure_sweep(
+                [](kernel_double& kernel) {
+                    kernel.add_device("/dev/slow", std::make_shared<slow_device>());
+                },
+                [=] { return move_in_time(write, timeout); }, options);
+        }
+    }
+}
+
+TEST(FileSweep, AccessAndMarkers) {
+    norv::test::sweep_options options;
+    options.short_counts = false;
+    failure_sweep([](kernel_double& kernel) { kernel.add_directory("/dev"); },
+                  [] {
+                      const uint32_t status = norv_file_mark("/dev/mark");
+                      return status != 0 ? status : norv_file_unmark("/dev/mark");
+                  },
+                  options);
+    options.expect = [](const fault&) { return 1U; };
+    failure_sweep([](kernel_double& kernel) { kernel.add_file("/dev/mark"); },
+                  [] { return norv_file_access(F_OK, "/dev/mark") ? 0U : 1U; }, options);
+}
+
+}  // namespace

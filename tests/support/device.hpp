@@ -1,0 +1,33 @@
+// A device model: what answers the system calls on a device node or attribute of the kernel double.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+namespace norv::test {
+
+// Every call returns what the system call would: a result of 0 or more, or a negative errno. A model
+// overrides what its device can do. Calls are serialised by the double, and reach the real C library from
+// inside.
+class device {
+  public:
+    virtual ~device() = default;
+
+    virtual long open(int /*flags*/) { return 0; }
+    virtual void close() {}
+    // `offset` is where the file position stands; it moves on by the result.
+    virtual long read(void* /*buffer*/, size_t /*size*/, off_t /*offset*/) { return -EINVAL; }
+    virtual long write(const void* /*buffer*/, size_t /*size*/, off_t /*offset*/) { return -EINVAL; }
+    virtual long ioctl(unsigned long /*request*/, void* /*argument*/) { return -ENOTTY; }
+    // The events that are ready now or would be within the time-out; 0: none came.
+    virtual long poll(short events, int /*timeout*/) { return events; }
+    // The address that the mapping gets, or a negative errno.
+    virtual intptr_t map(size_t /*size*/, int /*protection*/, int /*flags*/, off_t /*offset*/) {
+        return -ENODEV;
+    }
+};
+
+}  // namespace norv::test

@@ -1,0 +1,230 @@
+#include "support/kernel_double.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "support/kernel_state.hpp"
+
+namespace norv::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::atomic<kernel_double::state*> standing_in = nullptr;
+thread_local int outside = 0;
+
+constexpr std::array<std::string_view, 4> redirected = {"/sys/", "/proc/", "/dev/", "/lib/firmware/"};
+
+bool is_read_or_write(std::string_view name) {
+    return name.ends_with("read") || name.ends_with("write");
+}
+
+}  // namespace
+
+kernel_double::state* active_kernel() {
+    return outside > 0 ? nullptr : standing_in.load();
+}
+
+outside_the_double::outside_the_double() {
+    ++outside;
+}
+outside_the_double::~outside_the_double() {
+    --outside;
+}
+
+std::string kernel_double::state::place_of(const std::string& path) const {
+    const bool ours = std::any_of(redirected.begin(), redirected.end(),
+                                  [&](std::string_view prefix) { return (path + "/").starts_with(prefix); });
+    return ours ? root + path : path;
+}
+
+std::string kernel_double::state::name_of(const std::string& place) const {
+    return place.starts_with(root) ? place.substr(root.size()) : place;
+}
+
+bool kernel_double::state::strikes(const char* name, const std::string& path) {
+    const bool meant =
+        planned && planned->how == fault::kind::error && (planned->name.empty() || planned->name == name);
+    if (!meant || ++met != planned->number) {
+        return false;
+    }
+    note_strike(name, path);
+    errno = planned->error;
+    return true;
+}
+
+void kernel_double::state::note_strike(const char* name, const std::string& path) {
+    struck = *planned;
+    struck->name = name;
+    struck->path = path;
+}
+
+size_t kernel_double::state::shortened(const char* name, size_t size, const std::string& path) {
+    const bool meant = planned && planned->how == fault::kind::short_count && size > 0 &&
+                       (planned->name.empty() ? is_read_or_write(name) : planned->name == name);
+    if (!meant || ++met != planned->number) {
+        return size;
+    }
+    note_strike(name, path);
+    return size - 1;
+}
+
+void kernel_double::state::opened(int descriptor, const std::string& path, std::shared_ptr<device> model) {
+    if (descriptor >= 0) {
+        descriptors[descriptor] = {path, std::move(model), 0};
+    }
+}
+
+open_file* kernel_double::state::find(int descriptor) {
+    const auto found = descriptors.find(descriptor);
+    return found == descriptors.end() ? nullptr : &found->second;
+}
+
+kernel_double::kernel_double() : state_(std::make_unique<state>()) {
+    std::string pattern = fs::temp_directory_path() / "norv-board-XXXXXX";
+    state_->root = mkdtemp(pattern.data());
+    for (const std::string_view prefix : redirected) {
+        add_directory(std::string(prefix));
+    }
+    state* expected = nullptr;
+    if (!standing_in.compare_exchange_strong(expected, state_.get())) {
+        ADD_FAILURE() << "only one kernel double at a time";
+    }
+}
+
+kernel_double::~kernel_double() {
+    standing_in = nullptr;
+    EXPECT_EQ(open_descriptors(), state_->accepted_descriptors) << "descriptors left open";
+    for (const auto& [descriptor, file] : state_->descriptors) {
+        if (state_->accepted_descriptors == 0) {
+            ADD_FAILURE() << "descriptor " << descriptor << " of " << file.path << " was left open";
+        }
+        ::close(descriptor);
+    }
+    EXPECT_EQ(mappings(), 0U) << "mappings left behind";
+    EXPECT_EQ(allocations(), state_->accepted_allocations) << "memory left allocated";
+    for (void* memory : state_->allocations) {
+        free(memory);
+    }
+    fs::remove_all(state_->root);
+}
+
+void kernel_double::add_directory(const std::string& path) {
+    const outside_the_double guard;
+    fs::create_directories(state_->place_of(path));
+}
+
+void kernel_double::add_file(const std::string& path, std::string_view content) {
+    const outside_the_double guard;
+    const fs::path place = state_->place_of(path);
+    fs::create_directories(place.parent_path());
+    std::ofstream(place, std::ios::binary) << content;
+}
+
+void kernel_double::add_link(const std::string& path, const std::string& target) {
+    const outside_the_double guard;
+    const fs::path place = state_->place_of(path);
+    fs::create_directories(place.parent_path());
+    fs::create_symlink(state_->place_of(target), place);
+}
+
+void kernel_double::add_device(const std::string& path, std::shared_ptr<device> model) {
+    add_file(path);
+    state_->models[path] = std::move(model);
+}
+
+void kernel_double::remove(const std::string& path) {
+    const outside_the_double guard;
+    fs::remove_all(state_->place_of(path));
+    state_->models.erase(path);
+}
+
+void kernel_double::on_write(const std::string& path, write_reaction reaction) {
+    state_->reactions[path] = std::move(reaction);
+}
+
+std::string kernel_double::content(const std::string& path) const {
+    const outside_the_double guard;
+    std::ostringstream content;
+    content << std::ifstream(state_->place_of(path), std::ios::binary).rdbuf();
+    return content.str();
+}
+
+bool kernel_double::exists(const std::string& path) const {
+    const outside_the_double guard;
+    return fs::exists(fs::symlink_status(state_->place_of(path)));
+}
+
+const std::vector<call>& kernel_double::calls() const {
+    return state_->calls;
+}
+
+std::vector<call> kernel_double::calls(std::string_view name) const {
+    std::vector<call> found;
+    std::copy_if(state_->calls.begin(), state_->calls.end(), std::back_inserter(found),
+                 [&](const call& made) { return made.name == name; });
+    return found;
+}
+
+std::vector<std::string> kernel_double::writes(const std::string& path) const {
+    std::vector<std::string> found;
+    for (const call& made : state_->calls) {
+        if (made.name == "write" && made.path == path) {
+            found.push_back(made.bytes);
+        }
+    }
+    return found;
+}
+
+std::vector<int> kernel_double::open_flags(const std::string& path) const {
+    std::vector<int> found;
+    for (const call& made : state_->calls) {
+        if (made.name == "open" && made.path == path) {
+            found.push_back(made.flags);
+        }
+    }
+    return found;
+}
+
+void kernel_double::forget_calls() {
+    state_->calls.clear();
+}
+
+void kernel_double::fail(const fault& planned) {
+    state_->planned = planned;
+    state_->met = 0;
+    state_->struck.reset();
+}
+
+std::optional<fault> kernel_double::struck() const {
+    return state_->struck;
+}
+
+void kernel_double::map_errno(int error, uint32_t status) {
+    state_->errno_statuses[error] = status;
+}
+
+size_t kernel_double::open_descriptors() const {
+    return state_->descriptors.size();
+}
+size_t kernel_double::mappings() const {
+    return state_->mappings.size();
+}
+size_t kernel_double::allocations() const {
+    return state_->allocations.size();
+}
+
+void kernel_double::accept_leaked_descriptors(size_t count) {
+    state_->accepted_descriptors = count;
+}
+void kernel_double::accept_leaked_allocations(size_t count) {
+    state_->accepted_allocations = count;
+}
+
+}  // namespace norv::test

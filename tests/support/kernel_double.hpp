@@ -1,0 +1,99 @@
+// The kernel double: a small board inside the test program.
+//
+// While a kernel_double lives, every path under /sys, /proc, /dev and /config that the library (or the test)
+// uses leads into a scratch tree that the test builds, device models answer the calls on their nodes, and
+// every call is journalled. Everything else (sockets, epoll, eventfd, pipes) is the real kernel's. At its end
+// the double reports whatever the library left open, mapped or allocated as a test failure.
+//
+//     kernel_double kernel;
+//     kernel.add_file("/sys/class/leds/red/brightness", "0");
+//     norv_linux_led_set_brightness("red", 7);
+//     EXPECT_THAT(kernel.writes("/sys/class/leds/red/brightness"), ElementsAre("7\0"s));
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/device.hpp"
+
+namespace norv::test {
+
+// One call that reached the kernel double.
+struct call {
+    std::string name;           // "open", "write", "ioctl", ...
+    std::string path;           // of the file, where there is one
+    int flags = 0;              // of an open
+    std::string bytes;          // of a write; what a read returned
+    unsigned long request = 0;  // of an ioctl
+    long result = 0;            // as returned
+};
+
+// Which call is to fail, and how.
+struct fault {
+    enum class kind { error, short_count };
+    std::string name;  // the call; empty: any call that can fail
+    int number = 1;    // the how many-th such call, counted from 1
+    int error = 0;     // errno
+    kind how = kind::error;
+    std::string path;  // filled when it struck: the file of the call, where there is one
+};
+
+class kernel_double {
+  public:
+    kernel_double();
+    ~kernel_double();
+    kernel_double(const kernel_double&) = delete;
+    kernel_double& operator=(const kernel_double&) = delete;
+
+    // Building the tree. Missing parent directories are made.
+    void add_directory(const std::string& path);
+    void add_file(const std::string& path, std::string_view content = "");
+    void add_link(const std::string& path, const std::string& target);
+    void add_device(const std::string& path, std::shared_ptr<device> model);
+    void remove(const std::string& path);
+
+    // Reacts to each write of an attribute before it is stored: 0 accepts, an errno refuses.
+    using write_reaction = std::function<int(std::string_view bytes)>;
+    void on_write(const std::string& path, write_reaction reaction);
+
+    // What stands in a file, and whether a path exists.
+    std::string content(const std::string& path) const;
+    bool exists(const std::string& path) const;
+
+    // What the library did.
+    const std::vector<call>& calls() const;
+    std::vector<call> calls(std::string_view name) const;
+    std::vector<std::string> writes(const std::string& path) const;
+    std::vector<int> open_flags(const std::string& path) const;
+    void forget_calls();
+
+    // Makes a call fail. Only one fault is set at a time; `struck` tells the call that it met, if it met one.
+    void fail(const fault& planned);
+    void fail(const std::string& name, int error, int number = 1) {
+        fail({name, number, error, fault::kind::error, ""});
+    }
+    std::optional<fault> struck() const;
+
+    // Makes the base library map this errno to this status, 0 included.
+    void map_errno(int error, uint32_t status);
+
+    // What the library holds at this moment.
+    size_t open_descriptors() const;
+    size_t mappings() const;
+    size_t allocations() const;
+    // Leaks that are documented behaviour: accepted at the end of the double's life.
+    void accept_leaked_descriptors(size_t count);
+    void accept_leaked_allocations(size_t count);
+
+    struct state;
+
+  private:
+    std::unique_ptr<state> state_;
+};
+
+}  // namespace norv::test

@@ -1,0 +1,213 @@
+// The kernel double and the failure sweep: what every other unit test stands on.
+#include "support/kernel_double.hpp"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+
+#include "norv_base.h"
+#include "norv_file.h"
+#include "support/failure_sweep.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using norv::test::device;
+using norv::test::failure_sweep;
+using norv::test::fault;
+using norv::test::kernel_double;
+using testing::ElementsAre;
+
+// A device with one register, read and written by ioctl, and a page of memory.
+class register_device : public device {
+  public:
+    int value = 0;
+    int opened = 0;
+    int closed = 0;
+    alignas(4096) std::array<char, 4096> memory = {};
+
+    long open(int) override { return ++opened; }
+    void close() override { ++closed; }
+    long ioctl(unsigned long request, void* argument) override {
+        if (request != 1) {
+            return -ENOTTY;
+        }
+        value = *static_cast<int*>(argument);
+        return 0;
+    }
+    intptr_t map(size_t, int, int, off_t) override { return reinterpret_cast<intptr_t>(memory.data()); }
+};
+
+TEST(KernelDouble, PathsOfTheBoardLeadIntoTheScratchTree) {
+    kernel_double kernel;
+    kernel.add_file("/proc/uptime", "12.5 3.0\n");
+    char text[16] = {};
+    uint32_t length = sizeof text;
+    EXPECT_EQ(norv_read_device(text, &length, "/proc/uptime"), 0U);
+    EXPECT_STREQ(text, "12.5 3.0\n");
+    EXPECT_EQ(access("/dev/null", F_OK), -1);
+}
+
+TEST(KernelDouble, TheRealFilesComeBackWhenItEnds) {
+    { const kernel_double kernel; }
+    EXPECT_EQ(access("/dev/null", F_OK), 0);
+}
+
+TEST(KernelDouble, AnAttributeTakesEachWriteAsItsWholeValue) {
+    kernel_double kernel;
+    kernel.add_file("/sys/attribute", "long content");
+    uint32_t length = 2;
+    norv_write_device("1", &length, "/sys/attribute");
+    EXPECT_EQ(kernel.content("/sys/attribute"), "1");
+    EXPECT_THAT(kernel.writes("/sys/attribute"), ElementsAre("1\0"s));
+}
+
+TEST(KernelDouble, AReactionCanRefuseAWrite) {
+    kernel_double kernel;
+    kernel.add_file("/sys/attribute", "old");
+    kernel.on_write("/sys/attribute", [](std::string_view) { return EBUSY; });
+    uint32_t length = 2;
+    EXPECT_EQ(norv_write_device("1", &length, "/sys/attribute"), norv_get_status_by_errno(EBUSY));
+    EXPECT_EQ(kernel.content("/sys/attribute"), "old");
+}
+
+TEST(KernelDouble, ADeviceModelAnswersItsNode) {
+    kernel_double kernel;
+    const auto model = std::make_shared<register_device>();
+    kernel.add_device("/dev/register", model);
+    const int descriptor = open("/dev/register", O_RDWR);
+    int value = 42;
+    EXPECT_EQ(ioctl(descriptor, 1, &value), 0);
+    EXPECT_EQ(model->value, 42);
+    EXPECT_EQ(ioctl(descriptor, 2, &value), -1);
+    EXPECT_EQ(errno, ENOTTY);
+    void* memory = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    EXPECT_EQ(memory, model->memory.data());
+    EXPECT_EQ(munmap(memory, 4096), 0);
+    close(descriptor);
+    EXPECT_EQ(model->opened, 1);
+    EXPECT_EQ(model->closed, 1);
+}
+
+TEST(KernelDouble, ThePlannedCallFailsAndNoOther) {
+    kernel_double kernel;
+    kernel.add_file("/dev/a");
+    kernel.fail("open", EMFILE, 2);
+    const int first = open("/dev/a", O_RDONLY);
+    EXPECT_GT(first, 0);
+    EXPECT_EQ(open("/dev/a", O_RDONLY), -1);
+    EXPECT_EQ(errno, EMFILE);
+    const int third = open("/dev/a", O_RDONLY);
+    EXPECT_GT(third, 0);
+    close(first);
+    close(third);
+    ASSERT_TRUE(kernel.struck());
+    EXPECT_EQ(kernel.struck()->name, "open");
+    EXPECT_EQ(kernel.struck()->path, "/dev/a");
+}
+
+TEST(KernelDouble, AFailingCloseStillGivesTheDescriptorBack) {
+    kernel_double kernel;
+    kernel.add_file("/dev/a");
+    const int descriptor = open("/dev/a", O_RDONLY);
+    kernel.fail("close", EINTR);
+    EXPECT_EQ(close(descriptor), -1);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST(KernelDouble, AnErrnoCanBeMappedToAnyStatus) {
+    kernel_double kernel;
+    kernel.map_errno(EIO, 0);
+    EXPECT_EQ(norv_get_status_by_errno(EIO), 0U);
+    EXPECT_EQ(norv_get_status_by_errno(ENOMEM), NORV_STATUS_NO_MEMORY);
+}
+
+// What the double reports is a failure of the test, so these look at the failures themselves.
+
+TEST(KernelDouble, ALeakedDescriptorIsReported) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            kernel_double kernel;
+            kernel.accept_leaked_descriptors(2);
+            eventfd(0, 0);
+        },
+        "descriptors left open");
+}
+
+TEST(KernelDouble, LeakedMemoryIsReported) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            const kernel_double kernel;
+            static_cast<void>(norv_zalloc(8));
+        },
+        "memory left allocated");
+}
+
+TEST(KernelDouble, ALeakedMappingIsReported) {
+    const auto model = std::make_shared<register_device>();
+    EXPECT_NONFATAL_FAILURE(
+        {
+            kernel_double kernel;
+            kernel.add_device("/dev/register", model);
+            const int descriptor = open("/dev/register", O_RDWR);
+            mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0);
+            close(descriptor);
+        },
+        "mappings left behind");
+}
+
+TEST(KernelDouble, ClosingADescriptorTwiceIsReported) {
+    const kernel_double kernel;
+    const int descriptor = eventfd(0, 0);
+    close(descriptor);
+    EXPECT_NONFATAL_FAILURE(close(descriptor), "is not open");
+}
+
+// ---- the sweep
+
+uint32_t open_and_write() {
+    int32_t descriptor = -1;
+    uint32_t status = norv_open_device(O_WRONLY, &descriptor, "/sys/a");
+    if (status == 0) {
+        status = norv_write_string(descriptor, 2, "1");
+        close(descriptor);
+    }
+    return status;
+}
+
+TEST(FailureSweep, MakesEveryCallFailOnceForEachErrno) {
+    norv::test::sweep_options options;
+    options.errors = {EIO, ENOSPC};
+    const int struck =
+        failure_sweep([](kernel_double& kernel) { kernel.add_file("/sys/a"); }, open_and_write, options);
+    EXPECT_EQ(struck, 2 * 3 + 1);  // open, write, close; and one short write
+}
+
+TEST(FailureSweep, ReportsAFailureThatTheScenarioSwallows) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            norv::test::sweep_options options;
+            options.errors = {EIO};
+            options.short_counts = false;
+            options.expect = [](const fault& struck) {
+                return struck.name == "write" ? 1U : norv::test::status_of_fault(struck);
+            };
+            failure_sweep([](kernel_double& kernel) { kernel.add_file("/sys/a"); }, open_and_write, options);
+        },
+        "write /sys/a");
+}
+
+TEST(FailureSweep, AScenarioThatCallsNothingIsNoTest) {
+    EXPECT_NONFATAL_FAILURE(failure_sweep([](kernel_double&) {}, [] { return 0U; }), "nothing was tested");
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+// The kernel double's inside: what the interposed calls share with it.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/kernel_double.hpp"
+
+namespace norv::test {
+
+struct open_file {
+    std::string path;
+    std::shared_ptr<device> model;  // null: a file of the scratch tree, or a descriptor of the real kernel
+    off_t offset = 0;
+};
+
+struct kernel_double::state {
+    mutable std::recursive_mutex mutex;
+    std::string root;
+    std::map<std::string, std::shared_ptr<device>> models;
+    std::map<std::string, write_reaction> reactions;
+    std::map<int, open_file> descriptors;
+    std::map<void*, size_t> mappings;
+    std::set<void*> allocations;
+    std::map<int, uint32_t> errno_statuses;
+    std::vector<call> calls;
+    std::optional<fault> planned;
+    int met = 0;
+    std::optional<fault> struck;
+    size_t accepted_descriptors = 0;
+    size_t accepted_allocations = 0;
+
+    // Where a path of the board stands in the scratch tree; other paths stay what they are.
+    std::string place_of(const std::string& path) const;
+    // The reverse, for what the real kernel reports.
+    std::string name_of(const std::string& place) const;
+    // Whether the planned fault strikes this call; errno is then set.
+    bool strikes(const char* name, const std::string& path = "");
+    // The size of this read or write, cut when the planned fault is a short count.
+    size_t shortened(const char* name, size_t size, const std::string& path);
+    void note_strike(const char* name, const std::string& path);
+    void record(call made) { calls.push_back(std::move(made)); }
+    void opened(int descriptor, const std::string& path, std::shared_ptr<device> model = nullptr);
+    open_file* find(int descriptor);
+};
+
+// The double that stands in now, null when none does or when the double itself or a model is calling.
+kernel_double::state* active_kernel();
+
+// While one lives, this thread's calls go straight to the C library.
+class outside_the_double {
+  public:
+    outside_the_double();
+    ~outside_the_double();
+    outside_the_double(const outside_the_double&) = delete;
+    outside_the_double& operator=(const outside_the_double&) = delete;
+};
+
+}  // namespace norv::test

@@ -1,1 +1,0 @@
-// The test support grows here.

@@ -1,0 +1,11 @@
+// The C library's own functions, behind the ones that this program puts in front of them.
+#pragma once
+
+#include <dlfcn.h>
+
+// REAL(open)(path, flags): looked up once per place.
+#define REAL(name)                                                                                          \
+    ([]() {                                                                                                 \
+        static decltype(&::name) const real = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name)); \
+        return real;                                                                                        \
+    }())
