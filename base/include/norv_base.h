@@ -25,9 +25,10 @@ NORV_BEGIN_DECLS
  * Turns an errno value into a status.
  *
  * No two errno values share a status: those that plainly mean one of the listed statuses map to it, each
- * other one to `NORV_STATUS_ERRNO_BASE` plus its number, and 0 to 0.
+ * other one to `NORV_STATUS_ERRNO_BASE` plus its number, and 0 to 0. EAGAIN and EINTR, after which a
+ * transfer is to be tried again, give NORV_STATUS_AGAIN and NORV_STATUS_INTERRUPTED.
  *
- * @param error_number  a value of errno
+ * @param error_number  a value of errno; a number above 65535, which no errno has, counts as 65535
  */
 NORV_API uint32_t norv_get_status_by_errno(uint32_t error_number);
 
@@ -82,23 +83,33 @@ NORV_API uint32_t norv_mutex_unlock(norv_mutex_t* mutex);
 
 /** An event that lives in its owner's record. One set lets one wait pass, whichever comes first. */
 typedef struct {
-    uint32_t state; /**< private: clear, set, or clear with a waiter */
+    uint32_t state; /**< private: sets that no wait has taken, and threads that wait */
 } norv_event_t;
 
-/** Prepares an event, not set; 0. */
+/** Prepares an event, not set and with nobody waiting; 0. Not null. A zero-filled event is ready too. */
 NORV_API uint32_t norv_event_init(norv_event_t* event);
-/** Ends the use of an event for which nobody waits; 0. */
+/** Ends the use of an event for which nobody waits; 0. Nothing to release: the owner's storage is all. */
 NORV_API uint32_t norv_event_deinit(norv_event_t* event);
 /**
- * Sets the event: releases the waiter, or lets the next wait pass at once. A second set before that wait
- * adds nothing. Costs no system call when nobody waits. Returns 0.
+ * Sets the event: releases one of the threads that wait, or, when none waits, lets the next wait pass at
+ * once. Sets beyond that add nothing.
+ *
+ * @param event  initialised; not null
+ * @return 0
+ *
+ * Does not block. One futex(2) call when a thread waits, no system call otherwise. Any thread; everything
+ * written before the set is visible behind the wait that it releases.
  */
 NORV_API uint32_t norv_event_set(norv_event_t* event);
 /**
- * Waits until the event is set, and clears it.
+ * Waits until the event is set, and takes that set.
  *
- * @param timeout  milliseconds; NORV_EVENT_FOREVER: no limit
+ * @param event    initialised; not null
+ * @param timeout  milliseconds; 0: only look; NORV_EVENT_FOREVER: no limit
  * @return 0, or NORV_STATUS_TIMEOUT
+ *
+ * Blocks up to the time-out of CLOCK_MONOTONIC, signals or not; no system call when the event is set. Any
+ * thread, up to 65535 at once.
  */
 NORV_API uint32_t norv_event_wait(norv_event_t* event, uint32_t timeout);
 

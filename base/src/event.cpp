@@ -1,8 +1,11 @@
-// The one-shot event: one futex word in the owner's record.
+// The one-shot event: one futex word in the owner's record. Its low half counts the sets that no wait has
+// taken, its high half the threads that wait, so that a set knows whether there is anyone to wake.
 #include <linux/futex.h>
+#include <linux/time_types.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -10,44 +13,86 @@
 
 namespace {
 
-enum state : uint32_t { clear = 0, set = 1, awaited = 2 };
+constexpr uint32_t one_set = 1;
+constexpr uint32_t one_waiter = 0x10000;
+
+uint32_t sets_in(uint32_t state) {
+    return state % one_waiter;
+}
+
+uint32_t waiters_in(uint32_t state) {
+    return state / one_waiter;
+}
+
+// One set for each waiter, or one for the next to come.
+bool has_enough_sets(uint32_t state) {
+    return sets_in(state) >= std::max<uint32_t>(waiters_in(state), 1);
+}
+
+// What SYS_futex reads on every processor. A 32-bit build with 64-bit time has a wider timespec than that.
+using futex_time = __kernel_old_timespec;
 
 // The C library has no wrapper for futex(2), so this is the one place that calls a system call by number.
-long futex(uint32_t* word, int operation, uint32_t value, const timespec* limit) {
-    return syscall(SYS_futex, word, operation | FUTEX_PRIVATE_FLAG, value, limit, nullptr,
+long futex(uint32_t* word, int operation, uint32_t value, const futex_time* deadline) {
+    return syscall(SYS_futex, word, operation | FUTEX_PRIVATE_FLAG, value, deadline, nullptr,
                    FUTEX_BITSET_MATCH_ANY);
 }
 
-timespec deadline_after(uint32_t milliseconds) {
-    timespec deadline{};
-    clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
-    deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000;
-    if (deadline.tv_nsec >= 1000000000) {
-        deadline.tv_sec += 1;
-        deadline.tv_nsec -= 1000000000;
-    }
+futex_time deadline_after(uint32_t milliseconds) {
+    constexpr uint64_t second = 1000000000;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const uint64_t nanoseconds =
+        static_cast<uint64_t>(now.tv_nsec) + static_cast<uint64_t>(milliseconds) * 1000000;
+    futex_time deadline{};
+    deadline.tv_sec = static_cast<decltype(deadline.tv_sec)>(now.tv_sec) +
+                      static_cast<decltype(deadline.tv_sec)>(nanoseconds / second);
+    deadline.tv_nsec = static_cast<decltype(deadline.tv_nsec)>(nanoseconds % second);
     return deadline;
 }
 
-bool take(norv_event_t* event) {
-    uint32_t expected = set;
-    return __atomic_compare_exchange_n(&event->state, &expected, clear, false, __ATOMIC_ACQUIRE,
+bool replace(norv_event_t* event, uint32_t* expected, uint32_t state) {
+    return __atomic_compare_exchange_n(&event->state, expected, state, true, __ATOMIC_ACQ_REL,
                                        __ATOMIC_RELAXED);
 }
 
-// Says that a waiter is about to sleep. False when the event was set meanwhile.
-bool announce_waiter(norv_event_t* event) {
-    uint32_t expected = clear;
-    return __atomic_compare_exchange_n(&event->state, &expected, awaited, false, __ATOMIC_RELAXED,
-                                       __ATOMIC_RELAXED) ||
-           expected == awaited;
+// Takes one set if there is one; `share` is this thread's part of the count of waiters, given up with it.
+bool take_set(norv_event_t* event, uint32_t share) {
+    uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
+    while (sets_in(state) > 0) {
+        if (replace(event, &state, state - one_set - share)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Sleeps until the event changes from `state`. False when the deadline passed.
+bool sleep_while(norv_event_t* event, uint32_t state, const futex_time* deadline) {
+    return futex(&event->state, FUTEX_WAIT_BITSET, state, deadline) == 0 || errno != ETIMEDOUT;
+}
+
+// A set that comes just before this one counted on the waiter; it stays for the next wait.
+bool stop_waiting(norv_event_t* event) {
+    __atomic_fetch_sub(&event->state, one_waiter, __ATOMIC_RELAXED);
+    return false;
+}
+
+bool wait_as_waiter(norv_event_t* event, const futex_time* deadline) {
+    __atomic_fetch_add(&event->state, one_waiter, __ATOMIC_RELAXED);
+    while (!take_set(event, one_waiter)) {
+        const uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
+        if (sets_in(state) == 0 && !sleep_while(event, state, deadline)) {
+            return take_set(event, one_waiter) || stop_waiting(event);
+        }
+    }
+    return true;
 }
 
 }  // namespace
 
 uint32_t norv_event_init(norv_event_t* event) {
-    __atomic_store_n(&event->state, clear, __ATOMIC_RELAXED);
+    __atomic_store_n(&event->state, 0, __ATOMIC_RELAXED);
     return NORV_STATUS_OK;
 }
 
@@ -56,20 +101,27 @@ uint32_t norv_event_deinit(norv_event_t*) {
 }
 
 uint32_t norv_event_set(norv_event_t* event) {
-    if (__atomic_exchange_n(&event->state, set, __ATOMIC_RELEASE) == awaited) {
+    uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
+    uint32_t added = 0;
+    do {
+        added = has_enough_sets(state) ? 0 : one_set;
+        // Written even if nothing is added: the wait that takes the earlier set must see what led to this
+        // one.
+    } while (!replace(event, &state, state + added));
+    if (added != 0 && waiters_in(state) > 0) {
         futex(&event->state, FUTEX_WAKE, 1, nullptr);
     }
     return NORV_STATUS_OK;
 }
 
 uint32_t norv_event_wait(norv_event_t* event, uint32_t timeout) {
-    const timespec deadline = timeout == NORV_EVENT_FOREVER ? timespec{} : deadline_after(timeout);
-    const timespec* limit = timeout == NORV_EVENT_FOREVER ? nullptr : &deadline;
-    while (!take(event)) {
-        if (announce_waiter(event) && futex(&event->state, FUTEX_WAIT_BITSET, awaited, limit) != 0 &&
-            errno == ETIMEDOUT) {
-            return take(event) ? NORV_STATUS_OK : NORV_STATUS_TIMEOUT;
-        }
+    if (take_set(event, 0)) {
+        return NORV_STATUS_OK;
     }
-    return NORV_STATUS_OK;
+    if (timeout == NORV_EVENT_FOREVER) {
+        wait_as_waiter(event, nullptr);
+        return NORV_STATUS_OK;
+    }
+    const futex_time deadline = deadline_after(timeout);
+    return wait_as_waiter(event, &deadline) ? NORV_STATUS_OK : NORV_STATUS_TIMEOUT;
 }

@@ -1,4 +1,5 @@
 // From errno to a status, and from a status to words.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -11,14 +12,20 @@ struct equivalent {
     uint32_t status;
 };
 
-// The errno values that plainly mean one of the listed statuses. No status stands twice, so that the errno
-// can be told from the status.
+// The errno values that plainly mean one of the listed statuses, the transient ones of every transfer first.
+// No status stands twice, so that the errno can be told from the status.
 constexpr equivalent equivalents[] = {
-    {EAGAIN, NORV_STATUS_AGAIN},      {EINTR, NORV_STATUS_INTERRUPTED},
-    {ETIMEDOUT, NORV_STATUS_TIMEOUT}, {EINVAL, NORV_STATUS_INVALID_ARG},
-    {ENOMEM, NORV_STATUS_NO_MEMORY},  {EOPNOTSUPP, NORV_STATUS_NOT_AVAILABLE},
-    {EIO, NORV_STATUS_DEVICE_ERROR},  {ENOENT, NORV_STATUS_NOT_FOUND},
-    {ENOSPC, NORV_STATUS_EXHAUSTED},  {ERANGE, NORV_STATUS_RANGE},
+    {EAGAIN, NORV_STATUS_AGAIN},
+    {EINTR, NORV_STATUS_INTERRUPTED},
+    {0, NORV_STATUS_OK},
+    {ETIMEDOUT, NORV_STATUS_TIMEOUT},
+    {EINVAL, NORV_STATUS_INVALID_ARG},
+    {ENOMEM, NORV_STATUS_NO_MEMORY},
+    {EOPNOTSUPP, NORV_STATUS_NOT_AVAILABLE},
+    {EIO, NORV_STATUS_DEVICE_ERROR},
+    {ENOENT, NORV_STATUS_NOT_FOUND},
+    {ENOSPC, NORV_STATUS_EXHAUSTED},
+    {ERANGE, NORV_STATUS_RANGE},
     {EBADFD, NORV_STATUS_BAD_STATE},
 };
 static_assert(EAGAIN == EWOULDBLOCK, "both are the transient condition that transfers try again");
@@ -43,10 +50,13 @@ const description* find_description(uint32_t status) {
     return nullptr;
 }
 
+// Larger numbers are no errno: the kernel's end at 4095.
+constexpr uint32_t greatest_errno = NORV_STATUS_ERRNO_BASE - 1;
+
 // The errno that a status of the reserved range stands for; no errno (-1) for any other status.
 int errno_of(uint32_t status) {
-    const bool reserved = status >= NORV_STATUS_ERRNO_BASE && status <= 2 * NORV_STATUS_ERRNO_BASE;
-    return reserved ? static_cast<int>(status - NORV_STATUS_ERRNO_BASE) : -1;
+    const uint32_t error_number = status - NORV_STATUS_ERRNO_BASE;
+    return error_number >= 1 && error_number <= greatest_errno ? static_cast<int>(error_number) : -1;
 }
 
 const char* or_unknown(const char* words, const char* unknown) {
@@ -56,15 +66,13 @@ const char* or_unknown(const char* words, const char* unknown) {
 }  // namespace
 
 uint32_t norv_get_status_by_errno(uint32_t error_number) {
-    if (error_number == 0) {
-        return NORV_STATUS_OK;
-    }
     for (const equivalent& candidate : equivalents) {
         if (static_cast<uint32_t>(candidate.error_number) == error_number) {
             return candidate.status;
         }
     }
-    return NORV_STATUS_ERRNO_BASE + error_number;
+    // A number that is no errno must not wrap around to success or to a listed status.
+    return NORV_STATUS_ERRNO_BASE + std::min(error_number, greatest_errno);
 }
 
 const char* norv_status_name(uint32_t status) {

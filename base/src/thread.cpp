@@ -29,7 +29,8 @@ uint32_t norv_thread_keep_alive(void* handle) {
 }
 
 uint32_t norv_thread_watchdog_check(const norv_thread_watchdog_t* watchdog) {
-    const uint32_t last_report = __atomic_load_n(&watchdog->last_report, __ATOMIC_RELAXED);
+    // Acquire: the clock must be read after the report, or a report made in between would lie in the future.
+    const uint32_t last_report = __atomic_load_n(&watchdog->last_report, __ATOMIC_ACQUIRE);
     const bool late = current_ms() - last_report > watchdog->limit;
     return late ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK;
 }

@@ -2,9 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string_view>
 
 #include "norv_base.h"
+
+// The sanitizers end a program that asks for too much, unless told to answer null as the C library does.
+extern "C" const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+extern "C" const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}
 
 namespace {
 
@@ -21,6 +30,11 @@ TEST(Memory, AllocatedMemoryHoldsWhatIsWritten) {
     norv_memset(memory, 0x5A, 16);
     EXPECT_THAT(std::string_view(reinterpret_cast<char*>(memory), 16), testing::Each('\x5A'));
     norv_free(memory);
+}
+
+TEST(Memory, MemoryThatCannotBeHadIsNull) {
+    EXPECT_EQ(norv_malloc(PTRDIFF_MAX), nullptr);
+    EXPECT_EQ(norv_zalloc(PTRDIFF_MAX), nullptr);
 }
 
 TEST(Memory, FreeingNullIsAllowed) {

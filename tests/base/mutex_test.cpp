@@ -1,0 +1,58 @@
+// The mutex in its owner's record.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <thread>
+#include <vector>
+
+#include "norv_base.h"
+
+namespace {
+
+TEST(Mutex, EveryCallSucceedsOnAPlainUse) {
+    norv_mutex_t mutex;
+    EXPECT_EQ(norv_mutex_init(&mutex), NORV_STATUS_OK);
+    EXPECT_EQ(norv_mutex_lock(&mutex), NORV_STATUS_OK);
+    EXPECT_EQ(norv_mutex_unlock(&mutex), NORV_STATUS_OK);
+    EXPECT_EQ(norv_mutex_destroy(&mutex), NORV_STATUS_OK);
+}
+
+TEST(Mutex, LetsOneThreadInAtATime) {
+    norv_mutex_t mutex;
+    ASSERT_EQ(norv_mutex_init(&mutex), NORV_STATUS_OK);
+    int counter = 0;  // not atomic, on purpose
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 10000; ++round) {
+                norv_mutex_lock(&mutex);
+                ++counter;
+                norv_mutex_unlock(&mutex);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(counter, 40000);
+    norv_mutex_destroy(&mutex);
+}
+
+TEST(Mutex, AFailedLockGivesItsErrnoStatus) {
+    norv_mutex_t mutex;
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    ASSERT_EQ(pthread_mutex_init(&mutex.mutex, &attributes), 0);
+    std::thread([&] { norv_mutex_lock(&mutex); }).join();  // ends without unlocking
+
+    const uint32_t status = norv_mutex_lock(&mutex);
+
+    EXPECT_EQ(status, norv_get_status_by_errno(EOWNERDEAD));
+    EXPECT_EQ(pthread_mutex_consistent(&mutex.mutex), 0);
+    norv_mutex_unlock(&mutex);
+    norv_mutex_destroy(&mutex);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+}  // namespace
