@@ -7,12 +7,12 @@
 
 namespace norv {
 
-// Closes an open descriptor of a record, and marks the record closed. 0 counts as not open, like -1.
-inline void close_descriptor(int32_t& descriptor) {
-    if (descriptor > 0) {
-        close(descriptor);
-    }
+// Closes an open descriptor of a record, and marks the record closed. 0 counts as not open, like -1. Returns
+// what close(2) returned, 0 when nothing was open.
+inline int close_descriptor(int32_t& descriptor) {
+    const int result = descriptor > 0 ? close(descriptor) : 0;
     descriptor = -1;
+    return result;
 }
 
 // A descriptor that this scope closes.

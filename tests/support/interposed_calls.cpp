@@ -386,6 +386,14 @@ int epoll_ctl(int instance, int operation, int descriptor, struct epoll_event* e
 }
 
 int epoll_wait(int instance, struct epoll_event* events, int maximum, int timeout) {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        call made;
+        made.name = "epoll_wait";
+        made.request = static_cast<unsigned long>(timeout);
+        kernel->record(made);
+    }
     return pass("epoll_wait", -1, [&] { return REAL(epoll_wait)(instance, events, maximum, timeout); });
 }
 

@@ -29,7 +29,7 @@ struct call {
     std::string path;           // of the file, where there is one
     int flags = 0;              // of an open
     std::string bytes;          // of a write; what a read returned
-    unsigned long request = 0;  // of an ioctl
+    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait
     long result = 0;            // as returned
 };
 

@@ -1,0 +1,230 @@
+// The event loop's handle: open and close, calls from other threads, descriptors.
+#include "core/epoll.hpp"
+
+#include <sys/eventfd.h>
+
+#include <cstddef>
+#include <initializer_list>
+
+#include "core/descriptor.hpp"
+#include "core/layout.hpp"
+#include "core/status.hpp"
+
+static_assert(offsetof(norv_epoll_t, epoll_descriptor) == 8 && offsetof(norv_epoll_t, exit) == 12);
+static_assert(NORV_FOLLOWS(norv_epoll_t, exit, ready));
+static_assert(NORV_FOLLOWS(norv_epoll_t, ready, ready_count));
+static_assert(NORV_FOLLOWS(norv_epoll_t, ready_count, dispatch_index));
+static_assert(NORV_FOLLOWS(norv_epoll_t, dispatch_index, timers));
+static_assert(NORV_FOLLOWS(norv_epoll_t, timers, delayed_sequence));
+static_assert(NORV_FOLLOWS(norv_epoll_t, delayed_sequence, delayed));
+static_assert(NORV_FOLLOWS(norv_epoll_t, delayed, loop_thread));
+static_assert(NORV_FOLLOWS(norv_epoll_t, loop_thread, call_mutex));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_mutex, call_descriptor));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_descriptor, call_function));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_function, call_argument1));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_argument1, call_argument2));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_argument2, call_result));
+static_assert(NORV_FOLLOWS(norv_epoll_t, call_result, call_done));
+static_assert(offsetof(norv_epoll_fd_t, loop) == 0);
+static_assert(NORV_FOLLOWS(norv_epoll_fd_t, loop, descriptor));
+static_assert(NORV_FOLLOWS(norv_epoll_fd_t, descriptor, handler));
+#if defined(__x86_64__)
+static_assert(sizeof(epoll_event) == 12 && offsetof(norv_epoll_t, ready) == 13);
+static_assert(offsetof(norv_epoll_t, timers) == 3096);
+static_assert(offsetof(norv_epoll_fd_t, handler) == 16 && sizeof(norv_epoll_fd_t) == 24);
+#endif
+
+namespace {
+
+using norv::status_of;
+
+// ---- Calls from other threads ----
+
+// Nobody else touches the loop: it runs on this thread, or not at all. Pairs with the loop function, which
+// publishes its thread when it starts and all that it did when it ends.
+bool runs_here(const norv_epoll_t* loop) {
+    const uint64_t loop_thread = __atomic_load_n(&loop->loop_thread, __ATOMIC_ACQUIRE);
+    return loop_thread == 0 || loop_thread == norv_get_curr_pthread_id();
+}
+
+uint32_t wake_and_wait(norv_epoll_t* loop) {
+    const int written = eventfd_write(loop->call_descriptor, 1);
+    if (written != 0) {
+        return NORV_STATUS_WAKE_FAILED;
+    }
+    norv_event_wait(&loop->call_done, NORV_EVENT_FOREVER);
+    return loop->call_result;
+}
+
+// Brings a call to the loop thread, whether or not a loop runs already, and waits for its status.
+uint32_t post(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1, uint64_t argument2) {
+    const uint32_t locked = norv_mutex_lock(&loop->call_mutex);
+    if (locked != NORV_STATUS_OK) {
+        return locked;
+    }
+    loop->call_argument1 = argument1;
+    loop->call_argument2 = argument2;
+    __atomic_store_n(&loop->call_function, function, __ATOMIC_RELEASE);
+    const uint32_t status = wake_and_wait(loop);
+    norv_mutex_unlock(&loop->call_mutex);
+    return status;
+}
+
+void serve_posted_call(norv_epoll_t* loop) {
+    eventfd_t posts = 0;
+    while (eventfd_read(loop->call_descriptor, &posts) == 0) {
+    }
+    const norv_epoll_call_fn function = __atomic_load_n(&loop->call_function, __ATOMIC_ACQUIRE);
+    loop->call_result = function(loop, loop->call_argument1, loop->call_argument2);
+    norv_event_set(&loop->call_done);
+}
+
+uint32_t request_exit(norv_epoll_t* loop, uint64_t, uint64_t) {
+    norv::set_exit(loop, true);
+    return NORV_STATUS_OK;
+}
+
+uint32_t do_nothing(norv_epoll_t*, uint64_t, uint64_t) {
+    return NORV_STATUS_OK;
+}
+
+// ---- Descriptors ----
+
+uint32_t control(norv_epoll_t* loop, int operation, int32_t descriptor, uint32_t events, void* target) {
+    epoll_event event{};
+    event.events = events;
+    event.data.ptr = target;
+    return status_of(epoll_ctl(loop->epoll_descriptor, operation, descriptor, &event));
+}
+
+// By number, not by record, and the first one only: a record may share its number with one whose descriptor
+// was closed and given out again, and then the earlier of their two events goes, whosever it is.
+uint32_t ignore_pending_event(norv_epoll_t* loop, uint64_t descriptor, uint64_t) {
+    for (int32_t index = loop->dispatch_index; index < loop->ready_count; ++index) {
+        void* const target = loop->ready[index].data.ptr;
+        if (target == nullptr || target == loop) {
+            continue;
+        }
+        if (static_cast<norv_epoll_fd_t*>(target)->descriptor == static_cast<int32_t>(descriptor)) {
+            loop->ready[index].data.ptr = nullptr;
+            break;
+        }
+    }
+    return NORV_STATUS_OK;
+}
+
+// ---- Opening ----
+
+uint32_t open_call_descriptor(norv_epoll_t* loop) {
+    loop->call_descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    const uint32_t status = status_of(loop->call_descriptor);
+    return status != NORV_STATUS_OK ? status
+                                    : control(loop, EPOLL_CTL_ADD, loop->call_descriptor, EPOLLIN, loop);
+}
+
+uint32_t open_parts(norv_epoll_t* loop) {
+    loop->epoll_descriptor = epoll_create(1);
+    uint32_t status = status_of(loop->epoll_descriptor);
+    if (status == NORV_STATUS_OK) {
+        status = norv_mutex_init(&loop->call_mutex);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = norv_event_init(&loop->call_done);
+    }
+    return status != NORV_STATUS_OK ? status : open_call_descriptor(loop);
+}
+
+}  // namespace
+
+void norv::dispatch_ready_events(norv_epoll_t* loop) {
+    // The index stands in the record because a handler that removes a descriptor looks for its event from
+    // there on.
+    while (loop->dispatch_index < loop->ready_count && !exit_requested(loop)) {
+        const epoll_event& event = loop->ready[loop->dispatch_index];
+        void* const target = event.data.ptr;
+        if (target == loop) {
+            serve_posted_call(loop);
+        } else if (target != nullptr) {
+            auto* record = static_cast<norv_epoll_fd_t*>(target);
+            record->handler(record, event.events);
+        }
+        ++loop->dispatch_index;
+    }
+}
+
+uint32_t norv_epoll_open(norv_epoll_t* loop) {
+    if (loop == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t status = open_parts(loop);
+    if (status != NORV_STATUS_OK) {
+        norv_epoll_close(loop);
+    }
+    return status;
+}
+
+uint32_t norv_epoll_close(norv_epoll_t* loop) {
+    if (loop == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    norv_event_deinit(&loop->call_done);
+    uint32_t result = norv_mutex_destroy(&loop->call_mutex);
+    for (int32_t* descriptor : {&loop->call_descriptor, &loop->epoll_descriptor}) {
+        if (*descriptor > 0) {
+            result = static_cast<uint32_t>(norv::close_descriptor(*descriptor));
+        }
+    }
+    return result;
+}
+
+uint32_t norv_epoll_exit(norv_epoll_t* loop) {
+    return norv_epoll_call_sync(loop, request_exit, 0, 0);
+}
+
+uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop) {
+    return loop != nullptr ? post(loop, do_nothing, 0, 0) : NORV_STATUS_INVALID_ARG;
+}
+
+uint32_t norv_epoll_call_sync(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1,
+                              uint64_t argument2) {
+    if (loop == nullptr || function == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    return runs_here(loop) ? function(loop, argument1, argument2)
+                           : post(loop, function, argument1, argument2);
+}
+
+uint32_t norv_epoll_fd_add(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events) {
+    if (loop == nullptr || record == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    record->loop = loop;
+    return control(loop, EPOLL_CTL_ADD, record->descriptor, events, record);
+}
+
+uint32_t norv_epoll_fd_modify(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events) {
+    if (loop == nullptr || record == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    return control(loop, EPOLL_CTL_MOD, record->descriptor, events, record);
+}
+
+uint32_t norv_epoll_fd_ignore_once(norv_epoll_t* loop, norv_epoll_fd_t* record) {
+    if (record == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    return norv_epoll_call_sync(loop, ignore_pending_event, static_cast<uint32_t>(record->descriptor), 0);
+}
+
+uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* record) {
+    if (loop == nullptr || record == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t status =
+        status_of(epoll_ctl(loop->epoll_descriptor, EPOLL_CTL_DEL, record->descriptor, nullptr));
+    if (status == NORV_STATUS_OK) {
+        status = norv_epoll_fd_ignore_once(loop, record);
+    }
+    record->loop = nullptr;
+    return status;
+}

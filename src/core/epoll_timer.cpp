@@ -1,0 +1,215 @@
+// The event loop's timers and delayed calls: two heaps of records that their owners keep.
+#include <cstddef>
+
+#include "core/epoll.hpp"
+#include "core/layout.hpp"
+
+static_assert(offsetof(norv_epoll_timer_t, loop) == 0);
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, loop, callback));
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, callback, name));
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, name, expiry));
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, expiry, period));
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, period, repeat));
+static_assert(NORV_FOLLOWS(norv_epoll_timer_t, repeat, node));
+static_assert(offsetof(norv_epoll_delayed_t, loop) == 0);
+static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, loop, callback));
+static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, callback, user));
+static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, user, sequence));
+static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, sequence, priority));
+static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, priority, node));
+static_assert(offsetof(norv_heap_t, top) == 0 && offsetof(norv_heap_node_t, queued) == 0);
+#if __SIZEOF_POINTER__ == 8
+static_assert(offsetof(norv_epoll_timer_t, expiry) == 24 && offsetof(norv_epoll_timer_t, period) == 32);
+static_assert(offsetof(norv_epoll_timer_t, repeat) == 36 && offsetof(norv_epoll_timer_t, node) == 40);
+static_assert(offsetof(norv_epoll_delayed_t, user) == 16 && offsetof(norv_epoll_delayed_t, sequence) == 24);
+static_assert(offsetof(norv_epoll_delayed_t, priority) == 28 && offsetof(norv_epoll_delayed_t, node) == 32);
+#endif
+
+namespace {
+
+// ---- The two orderings ----
+
+// How far `first` lies behind `second`. Both wrap at 32 bits: the difference stays right across the wrap, for
+// values less than 2^31 apart.
+int32_t distance(uint64_t first, uint64_t second) {
+    return static_cast<int32_t>(static_cast<uint32_t>(first) - static_cast<uint32_t>(second));
+}
+
+const norv_epoll_timer_t* timer_of(const norv_heap_node_t* node) {
+    return reinterpret_cast<const norv_epoll_timer_t*>(reinterpret_cast<const char*>(node) -
+                                                       offsetof(norv_epoll_timer_t, node));
+}
+
+const norv_epoll_delayed_t* delayed_of(const norv_heap_node_t* node) {
+    return reinterpret_cast<const norv_epoll_delayed_t*>(reinterpret_cast<const char*>(node) -
+                                                         offsetof(norv_epoll_delayed_t, node));
+}
+
+bool is_due_earlier(const norv_heap_node_t* first, const norv_heap_node_t* second) {
+    return distance(timer_of(first)->expiry, timer_of(second)->expiry) < 0;
+}
+
+// Priorities wrap as well, on purpose: they are compared like times, not like plain numbers.
+bool runs_earlier(const norv_heap_node_t* first, const norv_heap_node_t* second) {
+    const norv_epoll_delayed_t* one = delayed_of(first);
+    const norv_epoll_delayed_t* other = delayed_of(second);
+    return one->priority != other->priority ? distance(one->priority, other->priority) < 0
+                                            : distance(one->sequence, other->sequence) < 0;
+}
+
+norv_epoll_timer_t* first_timer(const norv_epoll_t* loop) {
+    return const_cast<norv_epoll_timer_t*>(timer_of(loop->timers.top));
+}
+
+norv_epoll_delayed_t* first_delayed(const norv_epoll_t* loop) {
+    return const_cast<norv_epoll_delayed_t*>(delayed_of(loop->delayed.top));
+}
+
+uint8_t is_queued(const norv_heap_node_t& node) {
+    return __atomic_load_n(&node.queued, __ATOMIC_RELAXED);
+}
+
+// ---- What runs on the loop thread ----
+
+template <typename record>
+record* record_of(uint64_t argument) {
+    return reinterpret_cast<record*>(static_cast<uintptr_t>(argument));
+}
+
+uint64_t argument_of(const void* record) {
+    return reinterpret_cast<uintptr_t>(record);
+}
+
+struct timer_request {
+    norv_epoll_timer_t* timer;
+    uint64_t expiry;
+    uint32_t ms;
+    bool repeat;
+};
+
+uint32_t schedule_timer(norv_epoll_t* loop, uint64_t argument, uint64_t) {
+    const auto* request = record_of<const timer_request>(argument);
+    norv_epoll_timer_t* timer = request->timer;
+    norv_heap_remove(&loop->timers, &timer->node, is_due_earlier);
+    if (request->ms == NORV_EPOLL_NEVER) {
+        timer->loop = nullptr;
+        return NORV_STATUS_OK;
+    }
+    timer->loop = loop;
+    timer->period = request->ms;
+    timer->repeat = static_cast<uint8_t>(request->repeat);
+    timer->expiry = request->expiry;
+    norv_heap_insert(&loop->timers, &timer->node, is_due_earlier);
+    return NORV_STATUS_OK;
+}
+
+uint32_t cancel_timer(norv_epoll_t* loop, uint64_t argument, uint64_t) {
+    auto* timer = record_of<norv_epoll_timer_t>(argument);
+    timer->loop = nullptr;
+    norv_heap_remove(&loop->timers, &timer->node, is_due_earlier);
+    return NORV_STATUS_OK;
+}
+
+uint32_t schedule_delayed(norv_epoll_t* loop, uint64_t argument, uint64_t priority) {
+    auto* delayed = record_of<norv_epoll_delayed_t>(argument);
+    if (delayed->node.queued != 0) {
+        return NORV_STATUS_OK;
+    }
+    delayed->loop = loop;
+    delayed->sequence = loop->delayed_sequence++;
+    delayed->priority = static_cast<uint32_t>(priority);
+    norv_heap_insert(&loop->delayed, &delayed->node, runs_earlier);
+    return NORV_STATUS_OK;
+}
+
+uint32_t cancel_delayed(norv_epoll_t* loop, uint64_t argument, uint64_t) {
+    auto* delayed = record_of<norv_epoll_delayed_t>(argument);
+    norv_heap_remove(&loop->delayed, &delayed->node, runs_earlier);
+    delayed->loop = nullptr;
+    return NORV_STATUS_OK;
+}
+
+// Takes the first timer out, or moves a periodic one on. It is done with before its callback runs, so that
+// the callback may cancel it, schedule it anew or free it.
+norv_epoll_timer_t* take_first_timer(norv_epoll_t* loop, uint64_t now) {
+    norv_epoll_timer_t* timer = first_timer(loop);
+    norv_heap_dequeue(&loop->timers, is_due_earlier);
+    if (timer->repeat != 0) {
+        // From now, not from the last expiry: a late round shifts the phase on purpose, it does not catch up.
+        timer->expiry = timer->period + now;
+        norv_heap_insert(&loop->timers, &timer->node, is_due_earlier);
+    }
+    return timer;
+}
+
+}  // namespace
+
+// ---- The steps of a round ----
+
+int32_t norv::wait_time(const norv_epoll_t* loop) {
+    // Delayed calls do not count: those of a round run in that round.
+    if (loop->timers.top == nullptr) {
+        return -1;
+    }
+    const int32_t left = distance(first_timer(loop)->expiry, norv_time_get_ms());
+    return left < 0 ? 0 : left;
+}
+
+void norv::run_due_timers(norv_epoll_t* loop) {
+    if (loop->timers.top == nullptr) {
+        return;
+    }
+    const uint64_t now = norv_time_get_us() / 1000;
+    while (loop->timers.top != nullptr && !exit_requested(loop) &&
+           distance(first_timer(loop)->expiry, now) <= 0) {
+        norv_epoll_timer_t* timer = take_first_timer(loop, now);
+        timer->callback(timer);
+    }
+}
+
+void norv::run_delayed_calls(norv_epoll_t* loop) {
+    while (loop->delayed.top != nullptr && !exit_requested(loop)) {
+        norv_epoll_delayed_t* delayed = first_delayed(loop);
+        norv_heap_dequeue(&loop->delayed, runs_earlier);
+        delayed->callback(delayed);
+    }
+}
+
+// ---- Exported functions ----
+
+uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint32_t ms, bool repeat) {
+    if (timer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // On the calling thread: the way to the loop thread does not make the timer later.
+    const timer_request request = {timer, ms + norv_time_get_ms(), ms, repeat};
+    return norv_epoll_call_sync(loop, schedule_timer, argument_of(&request), 0);
+}
+
+uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint64_t microseconds,
+                                      bool repeat) {
+    return norv_epoll_timer_schedule(loop, timer, static_cast<uint32_t>(microseconds / 1000), repeat);
+}
+
+uint32_t norv_epoll_timer_cancel(norv_epoll_t* loop, norv_epoll_timer_t* timer) {
+    return timer != nullptr ? norv_epoll_call_sync(loop, cancel_timer, argument_of(timer), 0)
+                            : NORV_STATUS_INVALID_ARG;
+}
+
+uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer) {
+    return timer != nullptr ? is_queued(timer->node) : uint8_t{0};
+}
+
+uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_delayed_t* delayed, uint32_t priority) {
+    return delayed != nullptr ? norv_epoll_call_sync(loop, schedule_delayed, argument_of(delayed), priority)
+                              : NORV_STATUS_INVALID_ARG;
+}
+
+uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delayed_t* delayed) {
+    return delayed != nullptr ? norv_epoll_call_sync(loop, cancel_delayed, argument_of(delayed), 0)
+                              : NORV_STATUS_INVALID_ARG;
+}
+
+uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed) {
+    return delayed != nullptr ? is_queued(delayed->node) : uint8_t{0};
+}
