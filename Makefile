@@ -1,0 +1,63 @@
+# The front door: every target installs what it needs (as root or through sudo; otherwise it prints the line to
+# type), builds with CMake below build/, and runs.
+
+BUILD_PACKAGES = $(shell cat packaging/packages.build)
+CHECK_PACKAGES = $(shell cat packaging/packages.check)
+BENCH_PACKAGES = $(shell cat packaging/packages.bench)
+JOBS ?= $(shell nproc)
+
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check build clean
+
+help: ## Show this list
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+
+demo: build ## Boot the virtual board and show the library at work on a real kernel
+	@tools/demo build/release
+
+test: build ## Build, run the unit tests and, on the virtual board, the board tests
+	@tools/run-tests build/release
+
+check: format-check scripts-check tidy clang-build sanitizers coverage ## The slow ring: formatting, static analysis, sanitizers, coverage
+
+bench: ## Time the library beside the bare system calls and beside other event loops
+	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
+	@bench/run
+
+coverage: setup-check ## Run all tests and insist on covered lines and branches
+	@tools/build coverage
+	@tools/run-tests build/coverage
+	@tools/coverage build/coverage
+
+format: setup-check ## Lay out all sources
+	@tools/sources | xargs clang-format -i
+
+format-check: setup-check ## Insist on the layout of all sources
+	@tools/sources | xargs clang-format --dry-run --Werror
+
+tidy: setup-check ## Analyse the libraries' sources with clang-tidy
+	@tools/build clang
+	@tools/sources base src | grep '\.cpp$$' | xargs -P $(JOBS) -n 1 clang-tidy --quiet -p build/clang
+
+clang-build: setup-check ## Build everything with clang as well
+	@tools/build clang
+
+sanitizers: setup-check ## Run the unit tests under the address, undefined-behaviour and thread sanitizers
+	@tools/build asan
+	@ctest --test-dir build/asan --output-on-failure -j $(JOBS)
+	@tools/build tsan
+	@ctest --test-dir build/tsan --output-on-failure -j $(JOBS)
+
+scripts-check: setup-check ## Check the shell scripts
+	@tools/scripts | xargs shellcheck --external-sources
+
+build: setup ## Build the libraries, tests and examples
+	@tools/build release
+
+clean: ## Remove everything that was built
+	rm -rf build
+
+.PHONY: setup setup-check
+setup:
+	@tools/need-packages $(BUILD_PACKAGES)
+setup-check: setup
+	@tools/need-packages $(CHECK_PACKAGES)
