@@ -1,0 +1,53 @@
+# Sourced by board/run: what the virtual machine is made of. A device that a family needs is added
+# to machine_devices, with a comment that names the family.
+# shellcheck shell=bash
+
+# `machine_command ACCELERATOR REQUEST VERSION LOG` fills the array `machine` with the emulator's
+# command line. REQUEST is the directory of this run (see board/run), LOG takes the kernel's messages.
+machine_command() {
+    local accelerator=$1 request=$2 version=$3 log=$4
+    machine=(qemu-system-x86_64 -name norv-board -no-user-config -nodefaults -display none -no-reboot
+        -machine pc -accel "$accelerator" -smp 2 -m 1024 -nic none)
+    case $accelerator in
+        kvm) machine+=(-cpu host) ;;
+        *) machine+=(-cpu "qemu64,+rdrand") ;;
+    esac
+    machine+=(-kernel "$(kernel_directory "$version")/boot/vmlinux" -initrd "$board_build/initramfs.gz")
+    # An oops ends the machine: nothing that a broken kernel says afterwards can be trusted.
+    machine+=(-append 'console=ttyS0 oops=panic panic=-1')
+    machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")" -serial chardev:console)
+    machine_streams "$request"
+    machine_shares "$request"
+    machine_devices
+}
+
+# A comma in a value is doubled.
+qemu_path() { printf '%s' "${1//,/,,}"; }
+
+machine_streams() {
+    local port=0 stream
+    machine+=(-device virtio-serial-pci)
+    for stream in report stdout stderr; do
+        port=$((port + 1))
+        machine+=(-chardev "file,id=$stream,path=$(qemu_path "$1/$stream")"
+            -device "virtserialport,chardev=$stream,nr=$port")
+    done
+}
+
+machine_shares() {
+    local request=$1 tag directory
+    machine_share host / ,readonly=on
+    machine_share request "$request" ,readonly=on
+    while read -r tag directory; do
+        machine_share "$tag" "$directory" ''
+    done <"$request/writable"
+}
+
+machine_share() {
+    machine+=(-virtfs "local,mount_tag=$1,path=$(qemu_path "$2"),security_model=none,multidevs=remap$3")
+}
+
+# The devices that the families talk to, beyond what the modules in board/modules/ stand in for.
+machine_devices() {
+    :
+}

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The GPIO chip of the virtual board: 32 lines, wired in pairs. Lines 2n and 2n+1 hang on one wire, so
+// driving line 16 changes line 17, and the other way round. A wire that nobody drives keeps its level;
+// at load every wire is low. Every change of a wire is an edge for both of its lines.
+//
+// Line 29 is input-only: it refuses to become an output. Line 31 refuses to be requested at all.
+
+#include <linux/gpio/driver.h>
+#include <linux/interrupt.h>
+#include <linux/irq.h>
+#include <linux/module.h>
+#include <linux/spinlock.h>
+
+#define LINE_COUNT 32
+#define INPUT_ONLY_LINE 29
+#define RESERVED_LINE 31
+
+static int base;
+module_param(base, int, 0444);
+MODULE_PARM_DESC(base, "number of the first line (default 0)");
+
+static DEFINE_RAW_SPINLOCK(lock);
+static u32 wires;     // level of line 2n's wire in bit n
+static u32 outputs;   // lines that are outputs
+static u32 unmasked;  // lines whose interrupt is enabled
+static u32 rising;    // lines that interrupt on a rising edge
+static u32 falling;   // lines that interrupt on a falling edge
+
+static struct gpio_chip chip;
+
+static u32 wire_of(unsigned int line) {
+    return BIT(line / 2);
+}
+
+// Returns the lines that have to interrupt.
+static u32 drive_wire(unsigned int line, bool high) {
+    u32 pair = 3u << (line & ~1u);
+
+    if (high == !!(wires & wire_of(line))) {
+        return 0;
+    }
+    wires ^= wire_of(line);
+    return pair & unmasked & (high ? rising : falling);
+}
+
+static void raise_interrupts(u32 lines) {
+    unsigned long pending = lines;
+    unsigned int line;
+
+    for_each_set_bit(line, &pending, LINE_COUNT) {
+        generic_handle_domain_irq_safe(chip.irq.domain, line);
+    }
+}
+
+static int gpio_request(struct gpio_chip* gc, unsigned int line) {
+    return line == RESERVED_LINE ? -EBUSY : 0;
+}
+
+static int gpio_get_direction(struct gpio_chip* gc, unsigned int line) {
+    return outputs & BIT(line) ? GPIO_LINE_DIRECTION_OUT : GPIO_LINE_DIRECTION_IN;
+}
+
+static int gpio_direction_input(struct gpio_chip* gc, unsigned int line) {
+    unsigned long flags;
+
+    raw_spin_lock_irqsave(&lock, flags);
+    outputs &= ~BIT(line);
+    raw_spin_unlock_irqrestore(&lock, flags);
+    return 0;
+}
+
+static int gpio_direction_output(struct gpio_chip* gc, unsigned int line, int value) {
+    unsigned long flags;
+    u32 interrupting;
+
+    if (line == INPUT_ONLY_LINE) {
+        return -EPERM;
+    }
+    raw_spin_lock_irqsave(&lock, flags);
+    outputs |= BIT(line);
+    interrupting = drive_wire(line, value);
+    raw_spin_unlock_irqrestore(&lock, flags);
+    raise_interrupts(interrupting);
+    return 0;
+}
+
+static int gpio_get(struct gpio_chip* gc, unsigned int line) {
+    return !!(wires & wire_of(line));
+}
+
+static void gpio_set(struct gpio_chip* gc, unsigned int line, int value) {
+    unsigned long flags;
+    u32 interrupting;
+
+    raw_spin_lock_irqsave(&lock, flags);
+    interrupting = drive_wire(line, value);
+    raw_spin_unlock_irqrestore(&lock, flags);
+    raise_interrupts(interrupting);
+}
+
+static void gpio_irq_mask(struct irq_data* data) {
+    unsigned long flags;
+
+    raw_spin_lock_irqsave(&lock, flags);
+    unmasked &= ~BIT(irqd_to_hwirq(data));
+    raw_spin_unlock_irqrestore(&lock, flags);
+    gpiochip_disable_irq(&chip, irqd_to_hwirq(data));
+}
+
+static void gpio_irq_unmask(struct irq_data* data) {
+    unsigned long flags;
+
+    gpiochip_enable_irq(&chip, irqd_to_hwirq(data));
+    raw_spin_lock_irqsave(&lock, flags);
+    unmasked |= BIT(irqd_to_hwirq(data));
+    raw_spin_unlock_irqrestore(&lock, flags);
+}
+
+static int gpio_irq_set_type(struct irq_data* data, unsigned int type) {
+    u32 line = BIT(irqd_to_hwirq(data));
+    unsigned long flags;
+
+    if (type & ~IRQ_TYPE_EDGE_BOTH) {
+        return -EINVAL;
+    }
+    raw_spin_lock_irqsave(&lock, flags);
+    rising = type & IRQ_TYPE_EDGE_RISING ? rising | line : rising & ~line;
+    falling = type & IRQ_TYPE_EDGE_FALLING ? falling | line : falling & ~line;
+    raw_spin_unlock_irqrestore(&lock, flags);
+    return 0;
+}
+
+static const struct irq_chip irq_chip = {
+    .name = "norv-board-gpio",
+    .irq_mask = gpio_irq_mask,
+    .irq_unmask = gpio_irq_unmask,
+    .irq_set_type = gpio_irq_set_type,
+    .flags = IRQCHIP_IMMUTABLE,
+    GPIOCHIP_IRQ_RESOURCE_HELPERS,
+};
+
+static struct gpio_chip chip = {
+    .label = "norv-board-gpio",
+    .owner = THIS_MODULE,
+    .ngpio = LINE_COUNT,
+    .request = gpio_request,
+    .get_direction = gpio_get_direction,
+    .direction_input = gpio_direction_input,
+    .direction_output = gpio_direction_output,
+    .get = gpio_get,
+    .set = gpio_set,
+};
+
+static int __init board_gpio_init(void) {
+    gpio_irq_chip_set_chip(&chip.irq, &irq_chip);
+    chip.irq.handler = handle_simple_irq;
+    chip.irq.default_type = IRQ_TYPE_NONE;
+    chip.base = base;
+    return gpiochip_add_data(&chip, NULL);
+}
+
+static void __exit board_gpio_exit(void) {
+    gpiochip_remove(&chip);
+}
+
+module_init(board_gpio_init);
+module_exit(board_gpio_exit);
+MODULE_LICENSE("GPL");
+MODULE_DESCRIPTION("GPIO chip of the virtual board, its lines wired in pairs");

@@ -1,0 +1,312 @@
+#!/usr/bin/env bash
+# Tests board/run and the modules that come with the board. Each test is a function whose name says what
+# holds; name some on the command line to run only those.
+set -uo pipefail
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
+run=$project/board/run
+cd "$project" || exit
+mkdir -p build
+scratch=$(mktemp --directory "$project/build/run_test-XXXXXX")
+trap 'rm -rf "$scratch"' EXIT
+
+# ---- what tests say ----
+
+expect() {
+    local what=$1 wanted=$2 got=$3
+    [[ $got == "$wanted" ]] && return
+    printf '    %s: expected "%s", got "%s"\n' "$what" "$wanted" "$got"
+    failed=1
+}
+
+# Runs the board; afterwards status, out and err hold what came of it.
+board() {
+    status=0
+    "$run" "$@" >"$scratch/out" 2>"$scratch/err" || status=$?
+    out=$(<"$scratch/out")
+    err=$(<"$scratch/err")
+}
+
+# Runs a script, from standard input, on a board that has the GPIO chip.
+gpio_board() {
+    cat >"$scratch/script"
+    board --module norv_board_gpio bash -c "cd /sys/class/gpio; source '$scratch/script'"
+}
+
+# ---- the runner ----
+
+TheCommandsExitStatusIsPassedOn() {
+    board sh -c 'exit 42'
+    expect status 42 "$status"
+}
+
+DeathBySignalReadsAsInAShell() {
+    board sh -c 'kill -SEGV $$'
+    expect status 139 "$status"
+}
+
+OutputAndErrorsArriveApart() {
+    board sh -c 'echo to output; echo to errors >&2'
+    expect 'standard output' 'to output' "$out"
+    expect 'standard error' 'to errors' "$err"
+}
+
+OutputAndErrorsKeepTheirOrderWhereTheyGoToOnePlace() {
+    expect 'both streams' $'1\n2\n3\n4' "$("$run" sh -c 'echo 1; echo 2 >&2; echo 3; echo 4 >&2' 2>&1)"
+}
+
+ALongOutputArrivesWhole() {
+    board seq 200000
+    expect 'sum of the output' "$(seq 200000 | sha256sum)" "$(sha256sum <"$scratch/out")"
+}
+
+OutputArrivesWhileTheCommandStillRuns() {
+    local first board_pid
+    exec {lines}< <("$run" sh -c 'echo first; exec sleep 1000')
+    board_pid=$!
+    read -r -u "$lines" first
+    expect 'first line' first "$first"
+    expect 'kill -0' 0 "$(kill -0 "$board_pid"; echo $?)"
+    kill -TERM "$board_pid"
+    wait "$board_pid"
+    expect status 143 $?
+}
+
+ArgumentsArriveUnchanged() {
+    board printf '<%s>' 'a b' '' "it's" "\$HOME \\ *" $'two\nlines'
+    expect 'standard output' "<a b><><it's><\$HOME \\ *><two"$'\n'"lines>" "$out"
+}
+
+TheEnvironmentGoesAlong() {
+    # shellcheck disable=SC2016  # the shell on the board expands it
+    NORV_TEST_WORD=$'it\'s\ntwo lines' board sh -c 'printf %s "$NORV_TEST_WORD"'
+    expect 'standard output' $'it\'s\ntwo lines' "$out"
+}
+
+TheCommandRunsAsRootInTheCurrentDirectory() {
+    cd "$project/board/modules" || return
+    board sh -c 'id -u; pwd; ls gpio.c'
+    cd "$project" || return
+    expect 'standard output' "0"$'\n'"$project/board/modules"$'\n'"gpio.c" "$out"
+}
+
+AMissingCommandIsReportedAsAShellDoes() {
+    board no-such-command
+    expect status 127 "$status"
+}
+
+TheTimeLimitEndsTheBoardAndKeepsWhatWasPrinted() {
+    board --time-limit 2 sh -c 'echo before; sleep 1000; echo after'
+    expect status 124 "$status"
+    expect 'standard output' before "$out"
+}
+
+TwoBoardsRunAtTheSameTime() {
+    local first
+    "$run" sh -c 'echo one >/tmp/file; sleep 1; cat /tmp/file; exit 11' >"$scratch/first" 2>&1 &
+    first=$!
+    board sh -c 'echo two >/tmp/file; sleep 1; cat /tmp/file; exit 22'
+    expect 'second status' 22 "$status"
+    expect 'second output' two "$out"
+    wait "$first"
+    expect 'first status' 11 $?
+    expect 'first output' one "$(<"$scratch/first")"
+}
+
+TheBuildDirectoryIsWritableAndNothingElseOfTheHost() {
+    board sh -c "echo result >'$scratch/result'; touch '$project/board/stray' 2>/dev/null"
+    expect 'the file on the host' result "$(<"$scratch/result")"
+    expect 'touch in the source tree' 1 "$status"
+}
+
+ANamedDirectoryIsWritableInstead() {
+    mkdir "$scratch/out put"
+    board --writable "$scratch/out put" sh -c "echo result >'$scratch/out put/result'; touch build/stray 2>/dev/null"
+    expect 'the file on the host' result "$(<"$scratch/out put/result")"
+    expect 'touch in the build directory' 1 "$status"
+}
+
+WhatTheCommandLeavesRunningDoesNotHoldTheBoard() {
+    board sh -c 'sleep 1000 & echo done'
+    expect status 0 "$status"
+    expect 'standard output' 'done' "$out"
+}
+
+TheStandardStreamsCanBeOpenedByName() {
+    board sh -c 'echo named >/dev/stdout; echo errors >/dev/stderr'
+    expect 'standard output' named "$out"
+    expect 'standard error' errors "$err"
+}
+
+AReaderThatGoesAwayEndsTheBoard() {
+    expect 'first line' y "$("$run" yes 2>/dev/null | head -n 1)"
+}
+
+AKernelPanicFailsTheRunAndShowsTheLog() {
+    board sh -c 'echo c >/proc/sysrq-trigger; sleep 1000'
+    expect status 125 "$status"
+    [[ $err == *'Kernel panic'* ]]
+    expect 'log with the panic' 0 $?
+}
+
+AnUnknownModuleIsRefused() {
+    board --module no-such-module true
+    expect status 125 "$status"
+    [[ $err == *"refused the module no-such-module"* ]]
+    expect 'message names the module' 0 $?
+}
+
+AStockModuleIsLoadedWithItsParameters() {
+    board --module 'i2c-stub chip_addr=0x50' cat /sys/class/i2c-adapter/i2c-0/name
+    expect 'standard output' 'SMBus stub driver' "$out"
+}
+
+TheKernelLoadsProtocolModulesByItself() {
+    # shellcheck disable=SC2016  # these are perl's variables
+    board perl -e 'use Socket; socket(my $s, 29, SOCK_RAW, 1) or die "$!"; print "CAN"'
+    expect 'standard output' CAN "$out"
+}
+
+AMachineThatDoesNotStartIsASkipAtHomeAndAFailureInContinuousIntegration() {
+    CI='' NORV_BOARD_ACCEL=tcg board --qemu-arg -no-such-option true
+    expect status 77 "$status"
+    CI=true NORV_BOARD_ACCEL=tcg board --qemu-arg -no-such-option true
+    expect 'status where CI=true' 1 "$status"
+}
+
+WrongUsageIsStatus2() {
+    board
+    expect 'status without a command' 2 "$status"
+    board --no-such-option x true
+    expect 'status with an unknown option' 2 "$status"
+    board --time-limit soon true
+    expect 'status with a limit that is no number' 2 "$status"
+    board --arch vax true
+    expect 'status with an unknown processor' 2 "$status"
+}
+
+AKilledRunnerLeavesNoEmulatorBehind() {
+    local board_pid name=norv-run-test-$$ state
+    exec {lines}< <(exec "$run" --qemu-arg -name --qemu-arg "$name" sh -c 'echo up; exec sleep 1000')
+    board_pid=$!
+    read -r -u "$lines" state
+    expect 'the board' up "$state"
+    kill -KILL "$board_pid"
+    cat <&"$lines" # until the emulator's end
+    expect 'emulators left' '' "$(pgrep --full "^qemu-system-x86_64 .*$name")"
+}
+
+# ---- the GPIO chip ----
+
+DrivingALineDrivesItsNeighbour() {
+    gpio_board <<'END'
+echo 16 >export; echo 17 >export
+echo out >gpio16/direction; echo in >gpio17/direction
+for level in 1 0 1; do echo $level >gpio16/value; cat gpio17/value; done
+END
+    expect levels $'1\n0\n1' "$out"
+}
+
+TheOddLineDrivesTheEvenOneToo() {
+    gpio_board <<'END'
+echo 16 >export; echo 17 >export
+echo high >gpio17/direction
+cat gpio16/value
+END
+    expect level 1 "$out"
+}
+
+PairsAreSeparate() {
+    gpio_board <<'END'
+echo 15 >export; echo 16 >export; echo 18 >export
+echo high >gpio16/direction
+cat gpio15/value gpio18/value
+END
+    expect levels $'0\n0' "$out"
+}
+
+# Prints, for each level written to line 16, whether line 17 signalled.
+watch_edges() {
+    printf 'echo 16 >export; echo 17 >export; echo out >gpio16/direction; echo %s >gpio17/edge\n' "$1"
+    cat <<'END'
+perl -e '
+    open my $wire, "<", "gpio17/value" or die;
+    sysread $wire, my $level, 2;
+    for my $next (0, 1, 1, 0, 1) {
+        open my $driver, ">", "gpio16/value" or die; syswrite $driver, $next; close $driver;
+        vec(my $signalled = "", fileno $wire, 1) = 1;
+        printf "%d:%d ", $next, scalar select undef, undef, $signalled, 0.2;
+        sysseek $wire, 0, 0; sysread $wire, $level, 2;
+    }'
+END
+}
+
+RisingEdgesSignal() {
+    gpio_board < <(watch_edges rising)
+    expect 'level:signals' '0:0 1:1 1:0 0:0 1:1' "${out% }"
+}
+
+FallingEdgesSignal() {
+    gpio_board < <(watch_edges falling)
+    expect 'level:signals' '0:0 1:0 1:0 0:1 1:0' "${out% }"
+}
+
+BothEdgesSignal() {
+    gpio_board < <(watch_edges both)
+    expect 'level:signals' '0:0 1:1 1:0 0:1 1:1' "${out% }"
+}
+
+NothingSignalsWithoutAnEdgeSetting() {
+    gpio_board < <(watch_edges none)
+    expect 'level:signals' '0:0 1:0 1:0 0:0 1:0' "${out% }"
+}
+
+Line29IsAnInputOnly() {
+    gpio_board <<'END'
+echo 28 >export; echo 29 >export
+echo high >gpio28/direction
+cat gpio29/value
+echo out >gpio29/direction || cat gpio29/direction
+END
+    expect 'standard output' $'1\nin' "$out"
+    [[ $err == *'Operation not permitted'* ]]
+    expect 'the refusal' 0 $?
+}
+
+Line31CanNotBeRequested() {
+    gpio_board <<'END'
+echo 31 >export
+END
+    expect status 1 "$status"
+    [[ $err == *'Device or resource busy'* ]]
+    expect 'the refusal' 0 $?
+}
+
+TheChipGoesAwayAndComesBack() {
+    gpio_board <<'END'
+modprobe --remove norv_board_gpio && ls
+modprobe norv_board_gpio base=64 && cat gpiochip64/ngpio
+END
+    expect 'standard output' $'export\nunexport\n32' "$out"
+}
+
+# ---- running them ----
+
+if [[ $# -gt 0 ]]; then
+    tests=("$@")
+else
+    mapfile -t tests < <(grep -o '^[A-Z][A-Za-z0-9]*()' "${BASH_SOURCE[0]}" | tr -d '()')
+fi
+failures=0
+for name in "${tests[@]}"; do
+    failed=0
+    "$name"
+    if [[ $failed -eq 0 ]]; then
+        printf 'ok      %s\n' "$name"
+    else
+        printf 'FAILED  %s\n' "$name"
+        failures=$((failures + 1))
+    fi
+done
+printf '%d tests, %d failed\n' "${#tests[@]}" "$failures"
+[[ $failures -eq 0 ]]
