@@ -1,0 +1,151 @@
+// GPIO lines of a real kernel: line 16 drives line 17.
+#include "norv_linux_gpio.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "norv_base.h"
+
+namespace {
+
+bool is_exported(int line) {
+    struct stat found {};
+    return stat(("/sys/class/gpio/gpio" + std::to_string(line)).c_str(), &found) == 0;
+}
+
+class GpioOnBoard : public testing::Test {
+  protected:
+    GpioOnBoard() {
+        EXPECT_EQ(norv_linux_gpio_open(16, &output), 0U);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&output, true), 0U);
+        EXPECT_EQ(norv_linux_gpio_open(17, &input), 0U);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&input, false), 0U);
+    }
+    ~GpioOnBoard() override {
+        norv_linux_gpio_close(&input);
+        norv_linux_gpio_close(&output);
+    }
+
+    uint8_t level() {
+        uint8_t value = 9;
+        EXPECT_EQ(norv_linux_gpio_get_value(&input, &value), 0U);
+        return value;
+    }
+    void drive(bool value) { EXPECT_EQ(norv_linux_gpio_set_value(&output, value), 0U); }
+    // Forgets what was signalled so far, the report of a value that was never read included.
+    void arm(uint32_t edge) {
+        EXPECT_EQ(norv_linux_gpio_set_irq(&input, edge), 0U);
+        level();
+        while (norv_linux_gpio_wait_irq(&input, 0) == NORV_STATUS_OK) {
+            level();
+        }
+    }
+
+    norv_linux_gpio_t output = {};
+    norv_linux_gpio_t input = {};
+};
+
+TEST_F(GpioOnBoard, OpeningExportsAndClosingUnexports) {
+    EXPECT_TRUE(is_exported(17));
+    norv_linux_gpio_close(&input);
+    EXPECT_FALSE(is_exported(17));
+    EXPECT_EQ(norv_linux_gpio_open(17, &input), 0U);
+    EXPECT_TRUE(is_exported(17));
+}
+
+TEST_F(GpioOnBoard, ALineThatIsExportedAlreadyCanBeOpenedAgain) {
+    norv_linux_gpio_t second;
+    EXPECT_EQ(norv_linux_gpio_open(17, &second), 0U);
+    norv_linux_gpio_close(&second);
+    EXPECT_FALSE(is_exported(17));
+}
+
+TEST_F(GpioOnBoard, TheInputFollowsTheOutput) {
+    for (const bool value : {true, false, true, true, false}) {
+        drive(value);
+        EXPECT_EQ(level(), value ? 1 : 0);
+    }
+}
+
+TEST_F(GpioOnBoard, ActiveLowInvertsWhatIsRead) {
+    EXPECT_EQ(norv_linux_gpio_set_active_low(&input, true), 0U);
+    drive(true);
+    EXPECT_EQ(level(), 0);
+    drive(false);
+    EXPECT_EQ(level(), 1);
+    EXPECT_EQ(norv_linux_gpio_set_active_low(&input, false), 0U);
+    EXPECT_EQ(level(), 0);
+}
+
+TEST_F(GpioOnBoard, AnInputCannotBeDriven) {
+    EXPECT_EQ(norv_linux_gpio_set_value(&input, true), NORV_STATUS_ERRNO_BASE + EPERM);
+}
+
+TEST_F(GpioOnBoard, ARisingEdgeEndsTheWait) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    drive(true);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U);
+    EXPECT_EQ(level(), 1);
+    drive(false);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 50), NORV_STATUS_TIMEOUT);
+}
+
+TEST_F(GpioOnBoard, AFallingEdgeEndsTheWait) {
+    drive(true);
+    arm(NORV_LINUX_GPIO_EDGE_FALLING);
+    drive(false);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U);
+}
+
+TEST_F(GpioOnBoard, BothEdgesEndTheWait) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_BOTH);
+    for (const bool value : {true, false, true}) {
+        drive(value);
+        EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U);
+        EXPECT_EQ(level(), value ? 1 : 0);
+    }
+}
+
+TEST_F(GpioOnBoard, WithoutAnEdgeKindTheWaitTimesOut) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_NONE);
+    drive(true);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 50), NORV_STATUS_TIMEOUT);
+}
+
+TEST_F(GpioOnBoard, AnEdgeFromAnotherThreadEndsTheWait) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    std::thread other([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        drive(true);
+    });
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 10000), 0U);
+    other.join();
+}
+
+TEST_F(GpioOnBoard, OneThousandEdgesAreSeenOneByOne) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    for (int edge = 0; edge < 1000; ++edge) {
+        drive(true);
+        ASSERT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U) << "edge " << edge;
+        ASSERT_EQ(level(), 1);
+        drive(false);
+    }
+}
+
+TEST(GpioOnBoardRefusals, ALineThatTheKernelDoesNotHaveCannotBeOpened) {
+    norv_linux_gpio_t line;
+    EXPECT_EQ(norv_linux_gpio_open(100000, &line), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_gpio_get_fd(&line), -1);
+}
+
+}  // namespace
