@@ -19,8 +19,9 @@
 typedef struct {
     norv_epoll_fd_t input_events; /* first, so that the handlers reach the whole record */
     norv_linux_gpio_t input;
-    uint64_t total_us;
     uint64_t driven_at; /* when the timer raised the output */
+    uint64_t fastest_us;
+    uint64_t slowest_us;
     unsigned edges;
     unsigned wanted;
     sem_t finished;
@@ -60,7 +61,8 @@ static void on_edge(norv_epoll_fd_t* record, uint32_t events) {
         return; /* the kernel reports a line once before its first edge */
     }
     ++monitor->edges;
-    monitor->total_us += took;
+    monitor->fastest_us = took < monitor->fastest_us ? took : monitor->fastest_us;
+    monitor->slowest_us = took > monitor->slowest_us ? took : monitor->slowest_us;
     printf("  edge %2u   level %u   %5llu us after the line was driven\n", monitor->edges, level,
            (unsigned long long)took);
     if (monitor->edges == monitor->wanted) {
@@ -85,7 +87,8 @@ int main(int argc, char** argv) {
     const uint32_t input = argc > 2 ? (uint32_t)strtoul(argv[1], NULL, 10) : 17;
     const uint32_t output = argc > 2 ? (uint32_t)strtoul(argv[2], NULL, 10) : 16;
     static norv_epoll_t loop; /* zero-filled, as open wants it */
-    monitor_t monitor = {.wanted = argc > 3 ? (unsigned)strtoul(argv[3], NULL, 10) : 10};
+    monitor_t monitor = {.fastest_us = UINT64_MAX,
+                         .wanted = argc > 3 ? (unsigned)strtoul(argv[3], NULL, 10) : 10};
     driver_t driver = {.timer = {.callback = drive, .name = "driver"}, .monitor = &monitor};
     stopper_t stopper = {&loop, &monitor};
     pthread_t thread;
@@ -119,7 +122,7 @@ int main(int argc, char** argv) {
     norv_linux_gpio_close(&monitor.input);
     norv_linux_gpio_close(&driver.output);
     sem_destroy(&monitor.finished);
-    printf("%u edges, none lost, %llu us each on average; another thread stopped the loop\n", monitor.edges,
-           (unsigned long long)(monitor.total_us / monitor.edges));
+    printf("%u edges, none lost, %llu to %llu us each; another thread stopped the loop\n", monitor.edges,
+           (unsigned long long)monitor.fastest_us, (unsigned long long)monitor.slowest_us);
     return EXIT_SUCCESS;
 }
