@@ -1,4 +1,5 @@
 // The event loop's timers and delayed calls: two heaps of records that their owners keep.
+#include <bit>
 #include <cstddef>
 
 #include "core/epoll.hpp"
@@ -75,7 +76,7 @@ __attribute__((no_sanitize("thread"))) uint8_t is_queued(const norv_heap_node_t&
 
 template <typename record>
 record* record_of(uint64_t argument) {
-    return reinterpret_cast<record*>(static_cast<uintptr_t>(argument));
+    return std::bit_cast<record*>(static_cast<uintptr_t>(argument));
 }
 
 uint64_t argument_of(const void* record) {

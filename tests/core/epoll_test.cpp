@@ -773,6 +773,23 @@ TEST_F(EventLoop, AnExitWhileNoLoopRunsIsForgottenWhenOneStarts) {
     EXPECT_EQ(ready.deliveries, 1);
 }
 
+TEST_F(EventLoop, AnExitThatComesAsALoopStartsIsObeyedOrForgotten) {
+    source ready([&](uint32_t) { exit_at_end_of_round(); });
+    add_ready({&ready});
+    for (int round = 0; round < 100; ++round) {
+        std::atomic<bool> returned = false;
+        std::thread stopper([&] {
+            EXPECT_EQ(norv_epoll_exit(&loop.handle), NORV_STATUS_OK);
+            returned = true;
+        });
+        do {
+            loop.run();
+        } while (!returned);
+        stopper.join();
+    }
+    EXPECT_GT(ready.deliveries, 0);
+}
+
 TEST_F(EventLoop, AnExitFromAHandlerLeavesTheRestOfTheBatchAndTheDelayedCallsUndone) {
     delayed_call never;
     source second;
