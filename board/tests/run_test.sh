@@ -90,6 +90,17 @@ TheCommandRunsAsRootInTheCurrentDirectory() {
     expect 'standard output' "0"$'\n'"$project/board/modules"$'\n'"gpio.c" "$out"
 }
 
+ACurrentDirectoryBelowTmpShowsThrough() {
+    local directory
+    directory=$(mktemp --directory /tmp/norv-run_test-XXXXXX)
+    echo here >"$directory/file"
+    cd "$directory" || return
+    board cat file
+    cd "$project" || return
+    rm -r "$directory"
+    expect 'standard output' here "$out"
+}
+
 AMissingCommandIsReportedAsAShellDoes() {
     board no-such-command
     expect status 127 "$status"
@@ -174,6 +185,18 @@ AMachineThatDoesNotStartIsASkipAtHomeAndAFailureInContinuousIntegration() {
     expect 'status where CI=true' 1 "$status"
 }
 
+# In a copy of the scripts: the tree itself stays as it is.
+AModuleThatDoesNotBuildIsAFailureEverywhere() {
+    mkdir -p "$scratch/copy/build/board"
+    cp -r "$project/board" "$project/tools" "$scratch/copy/"
+    cp -r --link "$project/build/board/kernel" "$scratch/copy/build/board/"
+    echo 'not C' >"$scratch/copy/board/modules/broken.c"
+    CI='' run=$scratch/copy/board/run board true
+    expect status 125 "$status"
+    [[ $err == *'do not build'* ]]
+    expect 'message' 0 $?
+}
+
 WrongUsageIsStatus2() {
     board
     expect 'status without a command' 2 "$status"
@@ -193,7 +216,7 @@ AKilledRunnerLeavesNoEmulatorBehind() {
     expect 'the board' up "$state"
     kill -KILL "$board_pid"
     cat <&"$lines" # until the emulator's end
-    expect 'emulators left' '' "$(pgrep --full "^qemu-system-x86_64 .*$name")"
+    expect 'emulators left' '' "$(grep -ls "[n]${name#n}" /proc/[0-9]*/cmdline)"
 }
 
 # ---- the GPIO chip ----
