@@ -5,8 +5,9 @@
  * The thread that calls `norv_epoll_loop_with_watchdog` is the loop thread until `norv_epoll_exit`; every
  * handler and callback runs there. Any other thread may use every function below: what touches the loop's
  * own state travels to the loop thread (`norv_epoll_call_sync`), runs there between two handlers, and its
- * status comes back to the caller, who waits meanwhile. While no loop runs, the same calls run directly on
- * the calling thread, and one thread at a time may then use the loop.
+ * status comes back to the caller, who waits meanwhile. A handler must therefore never wait for a thread that
+ * may be in such a call. While no loop runs, the same calls run directly on the calling thread, and one
+ * thread at a time may then use the loop.
  *
  * All records are the caller's and are linked in place: the loop allocates nothing. A record stays where it
  * is, and alive, from its add or schedule to its remove or cancel. A round of the loop runs the timers that
@@ -55,7 +56,7 @@ typedef void (*norv_epoll_delayed_callback)(norv_epoll_delayed_t* delayed);
 /** `norv_epoll_timer_schedule` with this time takes the timer off the loop instead. */
 #define NORV_EPOLL_NEVER 0xFFFFFFFFu
 
-/** The loop. Zero-fill it before `norv_epoll_open`; the fields are the loop's own. */
+/** The loop. Zero-fill it before `norv_epoll_open`; the fields are the loop's own, to be read at most. */
 struct norv_epoll {
     uint64_t reserved;
     int32_t epoll_descriptor; /**< 0 or below: not open */
@@ -109,40 +110,57 @@ struct norv_epoll_delayed {
 /**
  * Opens a loop: an epoll instance, and the eventfd that brings calls of other threads to it.
  *
- * @param loop  zero-filled by the caller (open does not do it); not null; closed again after a failure
+ * A program that this process executes does not inherit the eventfd, but does, on purpose, inherit the epoll
+ * instance (epoll_create(2) sets no close-on-exec flag).
+ *
+ * @param loop  zero-filled by the caller (open does not do it), and his until it is closed; not null; closed
+ *              again after a failure
  * @return 0; NORV_STATUS_INVALID_ARG when `loop` is null; the errno status of epoll_create(2), eventfd(2)
  *         or epoll_ctl(2); the status of `norv_mutex_init` or `norv_event_init`
  *
- * Does not block.
+ * Does not block. One thread.
  */
 NORV_API uint32_t norv_epoll_open(norv_epoll_t* loop);
 
 /**
- * Closes a loop that is not running. Registered records, timers and delayed calls are left as they are.
+ * Closes a loop that is not running; it does not stop one that is. Registered records, timers and delayed
+ * calls are left as they are. Only descriptors above 0 are closed; they are -1 afterwards.
  *
  * @param loop  open, or left by a failed open; not null
- * @return the result of the last step taken (a close(2), or the mutex's end); of no use, ignore it
+ * @return the result of the last step taken, of no use, ignore it: what the last close(2) returned (0, or -1
+ *         as 0xFFFFFFFF, unmapped), or the status of `norv_mutex_destroy` when no descriptor was open;
+ *         NORV_STATUS_INVALID_ARG when `loop` is null
+ *
+ * Does not block. One thread, when no other one uses the loop any more.
  */
 NORV_API uint32_t norv_epoll_close(norv_epoll_t* loop);
 
 /**
  * Runs the loop on the calling thread until `norv_epoll_exit`.
  *
- * What is still scheduled when it ends stays scheduled for the next run. A failing epoll_wait(2) is not
- * reported: the round goes on with timers and delayed calls.
+ * Each round sleeps in epoll_wait(2) until a descriptor is ready or the first timer is due, and takes 256
+ * events at most. A failing epoll_wait(2) is not reported: the round goes on with timers and delayed calls.
+ * What is still scheduled when the loop ends stays scheduled for the next run, and a descriptor that is still
+ * ready is reported again; but an edge (EPOLLET) that the last round fetched and did not deliver is lost.
  *
- * @param loop      open; not null
- * @param watchdog  kept alive with `norv_thread_keep_alive`; may be null
- * @param period    milliseconds between two reports to the watchdog; 0: none
+ * @param loop      open, not running; null: returns at once
+ * @param watchdog  kept alive with `norv_thread_keep_alive`; the owner keeps it until the loop has returned;
+ *                  may be null
+ * @param period    milliseconds between two reports to the watchdog; 0 or NORV_EPOLL_NEVER: none
  *
- * Blocks until the loop was told to exit.
+ * Blocks until the loop was told to exit. One thread at a time.
  */
 NORV_API void norv_epoll_loop_with_watchdog(norv_epoll_t* loop, void* watchdog, uint32_t period);
 
 /**
  * Ends the loop: once the handler or callback that is running returns, nothing more of this round runs, and
- * the loop returns to its caller. While no loop runs this does nothing: starting clears the request.
+ * the loop returns to its caller. While no loop runs this does nothing: starting clears the request, so wait
+ * with `norv_epoll_wait_loop_started` before ending a loop that another thread is about to run.
  *
+ * This returns when the request is taken, which is before the loop has returned: join the loop's thread
+ * before closing or freeing the loop.
+ *
+ * @param loop  open; not null
  * @return 0, or a status of `norv_epoll_call_sync`
  *
  * Blocks, on another thread, until the loop thread took the request. Any thread.
@@ -152,6 +170,7 @@ NORV_API uint32_t norv_epoll_exit(norv_epoll_t* loop);
 /**
  * Waits until a loop runs, by having it run a call that does nothing.
  *
+ * @param loop  open; it need not run yet; not null
  * @return 0, or a status of `norv_epoll_call_sync`
  *
  * Blocks without limit. Any thread but the loop thread, which would wait for itself for ever.
@@ -162,16 +181,17 @@ NORV_API uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop);
  * Runs a function on the loop thread and returns its status.
  *
  * On the loop thread itself, or while no loop runs, the function runs at once on the calling thread, without
- * any lock. From another thread it runs between two handlers; one such call is in flight at a time, and the
- * others wait their turn. A call that reaches the loop just as it stops runs, and its caller goes on, when a
- * loop runs on this record again.
+ * any lock. From another thread it goes through the loop's eventfd and runs between two handlers; one such
+ * call is in flight at a time, and the others wait their turn. A call that reaches the loop just as it stops
+ * runs, and its caller goes on, when a loop runs on this record again.
  *
  * @param loop       open; not null
  * @param function   not null
  * @param argument1  passed on
  * @param argument2  passed on
- * @return what `function` returned; the status of a failed lock; NORV_STATUS_WAKE_FAILED, on purpose no
- *         mapped status, when the loop thread could not be woken
+ * @return what `function` returned; NORV_STATUS_INVALID_ARG when `loop` or `function` is null; the status of
+ *         `norv_mutex_lock` when the lock failed; NORV_STATUS_WAKE_FAILED, on purpose no mapped status, when
+ *         the write to the eventfd failed; `function` has not run after any of these
  *
  * Blocks, on another thread, until the function has run. Any thread.
  */
@@ -184,8 +204,8 @@ NORV_API uint32_t norv_epoll_call_sync(norv_epoll_t* loop, norv_epoll_call_fn fu
  * Registers a descriptor: epoll_ctl(2) with EPOLL_CTL_ADD, on the calling thread.
  *
  * @param loop    open; not null
- * @param record  its descriptor and handler are set by the caller; not null; its loop stays set after a
- *                failure
+ * @param record  its descriptor and handler are set by the caller, who leaves it where it is until it is
+ *                removed; not null; its loop is set, also after a failure
  * @param events  EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2)
  *
@@ -194,8 +214,12 @@ NORV_API uint32_t norv_epoll_call_sync(norv_epoll_t* loop, norv_epoll_call_fn fu
 NORV_API uint32_t norv_epoll_fd_add(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events);
 
 /**
- * Changes the events of a registered descriptor: epoll_ctl(2) with EPOLL_CTL_MOD, on the calling thread.
+ * Changes the events of a registered descriptor: epoll_ctl(2) with EPOLL_CTL_MOD, on the calling thread. An
+ * event that the current round has fetched already is still delivered.
  *
+ * @param loop    the one that the record was added to; not null
+ * @param record  added; not null; unchanged
+ * @param events  EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2)
  *
  * Does not block. Any thread.
@@ -203,10 +227,13 @@ NORV_API uint32_t norv_epoll_fd_add(norv_epoll_t* loop, norv_epoll_fd_t* record,
 NORV_API uint32_t norv_epoll_fd_modify(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t events);
 
 /**
- * Drops the event of this descriptor that the current round has fetched but not yet delivered. Matched is
- * the descriptor's number, not the record: of two records that share a number the first pending one loses
- * its event. At most one event is dropped.
+ * Drops the event of this descriptor that the current round has fetched but not yet delivered; the
+ * registration stays. Matched is, on purpose, the descriptor's number, not the record: of two records that
+ * share a number (one was closed without being removed, and the number was given out again) the first pending
+ * one loses its event. At most one event is dropped.
  *
+ * @param loop    the one that the record was added to; not null
+ * @param record  only its descriptor counts; not null
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
  * Blocks, on another thread, until the loop thread has done it. Any thread.
@@ -214,11 +241,17 @@ NORV_API uint32_t norv_epoll_fd_modify(norv_epoll_t* loop, norv_epoll_fd_t* reco
 NORV_API uint32_t norv_epoll_fd_ignore_once(norv_epoll_t* loop, norv_epoll_fd_t* record);
 
 /**
- * Ends a registration: epoll_ctl(2) with EPOLL_CTL_DEL, and drops a pending event. Once it returns, the
- * handler is not called any more and the record may be freed. Remove first, close the descriptor afterwards.
+ * Ends a registration: epoll_ctl(2) with EPOLL_CTL_DEL on the calling thread, then drops a pending event like
+ * `norv_epoll_fd_ignore_once`. Once it has returned 0 the handler is not called any more and the record may
+ * be freed, from inside a handler (its own, too) as from any other thread.
  *
+ * After a failure an event that was fetched already is still delivered. Remove first and close the descriptor
+ * afterwards: the other way round the removal fails.
+ *
+ * @param loop    the one that the record was added to; not null
+ * @param record  added; not null; its loop is null afterwards, also after a failure
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of epoll_ctl(2); a status of
- *         `norv_epoll_call_sync`; the record's loop is null afterwards in every case
+ *         `norv_epoll_call_sync`
  *
  * Blocks, on another thread, until the loop thread has dropped the event. Any thread.
  */
@@ -229,13 +262,16 @@ NORV_API uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* reco
 /**
  * Schedules a timer, or moves one that is pending.
  *
- * A periodic timer is armed again from the time of the round in which it fired: a late round shifts its
- * phase, it does not catch up. Do not schedule a periodic timer of 0 ms: it stays due, and the round never
- * ends. Timers of one loop lie within 2^31 ms (24.8 days) of each other.
+ * A one-shot timer is no longer pending when its callback runs, which may schedule or free it. A periodic one
+ * is pending again by then, armed, on purpose, from the time of the round in which it fired: a late round
+ * shifts its phase, it does not catch up. Do not schedule a periodic timer of 0 ms: it stays due, and the
+ * round never ends. Timers of one loop lie within 2^31 ms (24.8 days) of each other; timers that are due at
+ * the same millisecond fire in any order.
  *
  * @param loop    open; not null
- * @param timer   its callback is set by the caller; not null
- * @param ms      milliseconds from now, and the period; NORV_EPOLL_NEVER: the timer is taken off instead
+ * @param timer   its callback is set by the caller, who leaves it where it is while it is pending; not null
+ * @param ms      milliseconds from this call on, and the period; NORV_EPOLL_NEVER: the timer is taken off
+ *                instead, and its loop is null
  * @param repeat  true: periodic
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -246,6 +282,7 @@ NORV_API uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer
 
 /**
  * `norv_epoll_timer_schedule` in microseconds, cut to whole milliseconds: less than 1000 is a timer of 0 ms.
+ * Of the milliseconds the low 32 bits count.
  */
 NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer,
                                                uint64_t microseconds, bool repeat);
@@ -253,13 +290,15 @@ NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_ti
 /**
  * Takes a timer off the loop; harmless when it is not pending.
  *
+ * @param loop   the one that it was scheduled on; not null
+ * @param timer  zero-filled or scheduled before; not null; its loop is null afterwards
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
  * Blocks, on another thread, until the loop thread has done it. Any thread.
  */
 NORV_API uint32_t norv_epoll_timer_cancel(norv_epoll_t* loop, norv_epoll_timer_t* timer);
 
-/** Tells whether a timer is pending: a snapshot, taken without the loop thread. Any thread. */
+/** Tells whether a timer is pending, 0 for null: a snapshot, taken without the loop thread. Any thread. */
 NORV_API uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer);
 
 /* ---- Delayed calls ----------------------------------------------------------------------------------- */
@@ -269,11 +308,16 @@ NORV_API uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer);
  * its priority.
  *
  * Calls run by priority, smaller first, equal ones in the order of scheduling; one that is scheduled from
- * such a call runs in the same round. Priorities lie within 2^31 of each other. A call that is scheduled
- * while no loop runs waits for the first event or timer of the next run.
+ * such a call runs in the same round. A call is no longer pending when its callback runs, which may schedule
+ * it again, for the same round, or free it. Priorities are, on purpose, compared by their wrapping
+ * difference: they lie within 2^31 of each other.
+ *
+ * A call that is scheduled while no loop runs waits for the first event or timer of the next run. Arrivals
+ * are counted anew in every round: among calls of equal priority one that was left over from before the round
+ * may run after one of the round.
  *
  * @param loop      open; not null
- * @param delayed   its callback is set by the caller; not null
+ * @param delayed   its callback is set by the caller, who leaves it where it is while it is pending; not null
  * @param priority  smaller runs first
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -285,13 +329,18 @@ NORV_API uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_del
 /**
  * Takes a delayed call off the loop; harmless when it is not scheduled.
  *
+ * @param loop     the one that it was scheduled on; not null
+ * @param delayed  zero-filled or scheduled before; not null; its loop is null afterwards
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
  * Blocks, on another thread, until the loop thread has done it. Any thread.
  */
 NORV_API uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delayed_t* delayed);
 
-/** Tells whether a delayed call is scheduled: a snapshot, taken without the loop thread. Any thread. */
+/**
+ * Tells whether a delayed call is scheduled, 0 for null: a snapshot, taken without the loop thread. Any
+ * thread.
+ */
 NORV_API uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed);
 
 NORV_END_DECLS

@@ -16,7 +16,21 @@
 #include <vector>
 
 #include "support/event_loop.hpp"
-#include "support/failure_sweep.hpp"
+#include "support/kernel_double.hpp"
+#include "support/real_calls.hpp"
+
+namespace {
+
+// What the end of a mutex returns.
+uint32_t mutex_end_status = NORV_STATUS_OK;
+
+}  // namespace
+
+// The library finds this one first.
+extern "C" uint32_t norv_mutex_destroy(norv_mutex_t* mutex) {
+    REAL(norv_mutex_destroy)(mutex);
+    return mutex_end_status;
+}
 
 namespace {
 
@@ -150,6 +164,15 @@ TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsClosesNothing) {
     norv_epoll_t loop = {};  // both descriptors are 0, which counts as not open
     EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
+}
+
+TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsReturnsTheStatusOfTheMutexsEnd) {
+    mutex_end_status = NORV_STATUS_BAD_STATE;
+    norv_epoll_t loop = {};
+    EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_BAD_STATE);
+    EXPECT_EQ(norv_epoll_open(&loop), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);  // of the last step, a close(2)
+    mutex_end_status = NORV_STATUS_OK;
 }
 
 TEST(EventLoopHandle, ALoopCanBeOpenedAgainAfterItsClose) {
