@@ -88,7 +88,7 @@ def print_slower_rows(rows):
     """Names the rows in which some peer does the same work in less time."""
     for name, row in rows.items():
         peer = row.fastest_peer()
-        if peer and row.ratio(OURS, peer) > 1.0:
+        if peer and round(row.ratio(OURS, peer), 2) > 1:
             print(f"slower than {peer} by {row.ratio(OURS, peer):.2f}: {name}")
 
 
