@@ -115,27 +115,55 @@ NORV_API uint32_t norv_event_wait(norv_event_t* event, uint32_t timeout);
 
 /* ---- Intrusive heap ---------------------------------------------------------------------------------- */
 
-/** A place in a heap, embedded in the record that is queued. Zero-filled: not queued. */
+/**
+ * A place in a heap, embedded in the record that is queued; the record stays where it is meanwhile.
+ * Zero-filled: not queued.
+ */
 typedef struct norv_heap_node {
     uint8_t queued;                 /**< non-zero while in a heap; callers may read it */
-    struct norv_heap_node* child;   /**< private */
-    struct norv_heap_node* sibling; /**< private */
-    struct norv_heap_node* back;    /**< private */
+    struct norv_heap_node* child;   /**< private: the youngest child */
+    struct norv_heap_node* sibling; /**< private: the next older child of the same parent */
+    struct norv_heap_node* back;    /**< private: the next younger child, or the parent of the youngest */
 } norv_heap_node_t;
 
 /** A priority heap of nodes that their owners keep: nothing is allocated. Zero-filled: empty. */
 typedef struct {
-    norv_heap_node_t* top; /**< the node that leaves next, null when empty; callers may read it */
+    norv_heap_node_t* top;     /**< the node that leaves next, null when empty; callers may read it */
+    norv_heap_node_t* recent;  /**< private: top of the nodes that were queued last */
+    norv_heap_node_t* settled; /**< private: top of all others */
+    uint32_t recent_count;     /**< private: nodes queued since the recent ones were last settled */
 } norv_heap_t;
 
-/** Tells whether the first node must leave the heap before the second. */
+/**
+ * Tells whether the first node must leave the heap before the second. Nodes of which neither must leave first
+ * leave in any order. An order that contradicts itself, as differences that wrap around do for values too
+ * far apart, costs the order of those nodes, never a node.
+ */
 typedef bool (*norv_heap_less_fn)(const norv_heap_node_t* first, const norv_heap_node_t* second);
 
-/** Queues a node that is not queued. The same ordering goes with every call on one heap. */
+/**
+ * Queues a node.
+ *
+ * @param heap  zero-filled before its first use; not null
+ * @param node  not queued in any heap; not null; what it is ordered by stays unchanged while it is queued
+ * @param less  the ordering, the same in every call on this heap; not null
+ *
+ * Takes constant time, but for every 512th call, which sorts the nodes queued since the last such call.
+ */
 NORV_API void norv_heap_insert(norv_heap_t* heap, norv_heap_node_t* node, norv_heap_less_fn less);
-/** Takes a node out of its heap; does nothing when it is not queued. */
+
+/**
+ * Takes a node out of its heap; does nothing when it is not queued.
+ *
+ * @param heap  the heap that the node is queued in; not null
+ * @param node  queued or not; not null
+ * @param less  as for insert
+ *
+ * Takes time in proportion to the logarithm of the number of nodes, averaged over many calls.
+ */
 NORV_API void norv_heap_remove(norv_heap_t* heap, norv_heap_node_t* node, norv_heap_less_fn less);
-/** Takes the top out; does nothing when the heap is empty. */
+
+/** Takes the top out, as `norv_heap_remove` does; does nothing when the heap is empty. */
 NORV_API void norv_heap_dequeue(norv_heap_t* heap, norv_heap_less_fn less);
 
 /* ---- Time and threads -------------------------------------------------------------------------------- */
