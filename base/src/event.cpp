@@ -67,24 +67,24 @@ bool take_set(norv_event_t* event, uint32_t share) {
     return false;
 }
 
-// Sleeps until the event changes from `state`. False when the deadline passed.
-bool sleep_while(norv_event_t* event, uint32_t state, const futex_time* deadline) {
-    return futex(&event->state, FUTEX_WAIT_BITSET, state, deadline) == 0 || errno != ETIMEDOUT;
-}
-
-// A set that comes just before this one counted on the waiter; it stays for the next wait.
-bool stop_waiting(norv_event_t* event) {
-    __atomic_fetch_sub(&event->state, one_waiter, __ATOMIC_RELAXED);
-    return false;
+// Sleeps until the event is set or gets another waiter. False when the deadline passed.
+bool sleep_unset(norv_event_t* event, const futex_time* deadline) {
+    const uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
+    const uint32_t unset =
+        state - sets_in(state);  // the kernel returns at once when the event is set already
+    return futex(&event->state, FUTEX_WAIT_BITSET, unset, deadline) == 0 || errno != ETIMEDOUT;
 }
 
 bool wait_as_waiter(norv_event_t* event, const futex_time* deadline) {
+    bool in_time = true;
     __atomic_fetch_add(&event->state, one_waiter, __ATOMIC_RELAXED);
     while (!take_set(event, one_waiter)) {
-        const uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
-        if (sets_in(state) == 0 && !sleep_while(event, state, deadline)) {
-            return take_set(event, one_waiter) || stop_waiting(event);
+        if (!in_time) {
+            // A set that comes at this moment still counts on the waiter; it stays for the next wait.
+            __atomic_fetch_sub(&event->state, one_waiter, __ATOMIC_RELAXED);
+            return false;
         }
+        in_time = sleep_unset(event, deadline);
     }
     return true;
 }
