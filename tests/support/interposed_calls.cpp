@@ -9,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -192,6 +193,31 @@ long move(const char* name, bool write, int descriptor, void* buffer, size_t siz
     return made.result;
 }
 
+// A control request: a model answers it, or the real kernel.
+template <typename passing>
+int control(const char* name, int descriptor, unsigned long request, void* argument, passing through) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return through();
+    }
+    const std::lock_guard lock(kernel->mutex);
+    open_file* file = kernel->find(descriptor);
+    call made;
+    made.name = name;
+    made.path = file != nullptr ? file->path : "";
+    made.request = request;
+    if (kernel->strikes(name, made.path)) {
+        made.result = -1;
+    } else if (file != nullptr && file->model != nullptr) {
+        const outside_the_double guard;
+        made.result = answer(file->model->ioctl(request, argument));
+    } else {
+        made.result = through();
+    }
+    kernel->record(made);
+    return static_cast<int>(made.result);
+}
+
 }  // namespace
 
 extern "C" {
@@ -295,26 +321,35 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     va_start(values, request);
     void* argument = va_arg(values, void*);
     va_end(values);
-    kernel_state* kernel = active_kernel();
-    if (kernel == nullptr) {
-        return REAL(ioctl)(descriptor, request, argument);
-    }
-    const std::lock_guard lock(kernel->mutex);
-    open_file* file = kernel->find(descriptor);
-    call made;
-    made.name = "ioctl";
-    made.path = file != nullptr ? file->path : "";
-    made.request = request;
-    if (kernel->strikes("ioctl", made.path)) {
-        made.result = -1;
-    } else if (file != nullptr && file->model != nullptr) {
-        const outside_the_double guard;
-        made.result = answer(file->model->ioctl(request, argument));
-    } else {
-        made.result = REAL(ioctl)(descriptor, request, argument);
-    }
-    kernel->record(made);
-    return static_cast<int>(made.result);
+    return control("ioctl", descriptor, request, argument,
+                   [&] { return REAL(ioctl)(descriptor, request, argument); });
+}
+
+// The calls on a terminal are ioctls of the kernel, and that is how a model gets them: TCGETS and TCSETS with
+// the C library's termios, TCFLSH with the queue's number in place of the argument.
+
+int isatty(int descriptor) noexcept {
+    termios settings = {};
+    return control("isatty", descriptor, TCGETS, &settings, [&] { return REAL(isatty)(descriptor) - 1; }) + 1;
+}
+
+int tcgetattr(int descriptor, struct termios* settings) noexcept {
+    return control("tcgetattr", descriptor, TCGETS, settings,
+                   [&] { return REAL(tcgetattr)(descriptor, settings); });
+}
+
+int tcsetattr(int descriptor, int when, const struct termios* settings) noexcept {
+    // The C library remembers an input speed of 0 in the topmost input flag, which never leaves it.
+    constexpr tcflag_t input_speed_is_zero = 1U << 31U;
+    termios sent = *settings;
+    sent.c_iflag &= ~input_speed_is_zero;
+    return control("tcsetattr", descriptor, TCSETS + static_cast<unsigned long>(when), &sent,
+                   [&] { return REAL(tcsetattr)(descriptor, when, settings); });
+}
+
+int tcflush(int descriptor, int queue) noexcept {
+    return control("tcflush", descriptor, TCFLSH, reinterpret_cast<void*>(static_cast<intptr_t>(queue)),
+                   [&] { return REAL(tcflush)(descriptor, queue); });
 }
 
 void* mmap(void* address, size_t size, int protection, int flags, int descriptor, off_t offset) noexcept {

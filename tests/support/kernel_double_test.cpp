@@ -8,11 +8,13 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <string>
+#include <vector>
 
 #include "norv_base.h"
 #include "norv_file.h"
@@ -96,6 +98,66 @@ TEST(KernelDouble, ADeviceModelAnswersItsNode) {
     close(descriptor);
     EXPECT_EQ(model->opened, 1);
     EXPECT_EQ(model->closed, 1);
+}
+
+// A terminal whose settings can be read and written.
+class terminal : public device {
+  public:
+    termios settings = {};
+    std::vector<unsigned long> requests;
+
+    long ioctl(unsigned long request, void* argument) override {
+        requests.push_back(request);
+        if (request == TCGETS) {
+            *static_cast<termios*>(argument) = settings;
+        } else if (request == TCSETSW) {
+            settings = *static_cast<const termios*>(argument);
+        } else {
+            return request == TCFLSH && argument == reinterpret_cast<void*>(TCOFLUSH) ? 0 : -ENOTTY;
+        }
+        return 0;
+    }
+};
+
+TEST(KernelDouble, ATerminalModelGetsTheTerminalCallsAsTheirIoctls) {
+    kernel_double kernel;
+    const auto model = std::make_shared<terminal>();
+    kernel.add_device("/dev/ttyS9", model);
+    const int descriptor = open("/dev/ttyS9", O_RDWR);
+    EXPECT_EQ(isatty(descriptor), 1);
+    termios settings = {};
+    settings.c_cflag = CLOCAL;
+    EXPECT_EQ(tcsetattr(descriptor, TCSADRAIN, &settings), 0);
+    settings = {};
+    EXPECT_EQ(tcgetattr(descriptor, &settings), 0);
+    EXPECT_EQ(settings.c_cflag, static_cast<tcflag_t>(CLOCAL));
+    EXPECT_EQ(tcflush(descriptor, TCOFLUSH), 0);
+    EXPECT_THAT(model->requests, ElementsAre(TCGETS, TCSETSW, TCGETS, TCFLSH));
+    close(descriptor);
+}
+
+TEST(KernelDouble, AnInputSpeedOfZeroLeavesNoTraceInTheFlagsThatATerminalGets) {
+    kernel_double kernel;
+    const auto model = std::make_shared<terminal>();
+    kernel.add_device("/dev/ttyS9", model);
+    const int descriptor = open("/dev/ttyS9", O_RDWR);
+    termios settings = {};
+    cfsetispeed(&settings, B0);
+    EXPECT_EQ(tcsetattr(descriptor, TCSADRAIN, &settings), 0);
+    EXPECT_EQ(model->settings.c_iflag, 0U);
+    close(descriptor);
+}
+
+TEST(KernelDouble, AFileThatIsNoTerminalAnswersSo) {
+    kernel_double kernel;
+    kernel.add_file("/dev/file");
+    kernel.add_device("/dev/device", std::make_shared<device>());
+    for (const char* path : {"/dev/file", "/dev/device"}) {
+        const int descriptor = open(path, O_RDWR);
+        EXPECT_EQ(isatty(descriptor), 0);
+        EXPECT_EQ(errno, ENOTTY);
+        close(descriptor);
+    }
 }
 
 TEST(KernelDouble, ThePlannedCallFailsAndNoOther) {
