@@ -1,0 +1,128 @@
+// I2C transfers through i2c-dev.
+#include "norv_linux_i2c.h"
+
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+
+#include "core/descriptor.hpp"
+#include "core/ioctl.hpp"
+#include "norv_base.h"
+#include "norv_file.h"
+
+namespace {
+
+i2c_msg message(uint8_t address, uint16_t flags, const void* data, uint16_t length) {
+    return {address, flags, length, static_cast<uint8_t*>(const_cast<void*>(data))};
+}
+
+i2c_msg write_message(uint8_t address, const void* data, uint16_t length) {
+    return message(address, 0, data, length);
+}
+
+i2c_msg read_message(uint8_t address, void* data, uint16_t length) {
+    return message(address, I2C_M_RD, data, length);
+}
+
+bool lacks_data(const void* data, int32_t length) {
+    return data == nullptr && length != 0;
+}
+
+// Carries out one transaction. How many messages the kernel says it has done is of no interest: either all
+// of them are, or the request fails.
+template <uint32_t count>
+uint32_t transfer(const int32_t* descriptor, i2c_msg (&messages)[count]) {
+    if (descriptor == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    for (const i2c_msg& message : messages) {
+        if (lacks_data(message.buf, message.len)) {
+            return NORV_STATUS_INVALID_ARG;
+        }
+    }
+    i2c_rdwr_ioctl_data transaction = {messages, count};
+    return norv::device_ioctl(*descriptor, I2C_RDWR, &transaction);
+}
+
+// A negative length is refused too: cut to the 16 bits of a message it would ask for bytes that are not
+// there.
+bool is_within(int32_t length, int32_t limit) {
+    return length >= 0 && length <= limit;
+}
+
+uint32_t raw_transfer(const int32_t* descriptor, uint8_t address, uint16_t flags, const void* data,
+                      int32_t length) {
+    if (!is_within(length, NORV_LINUX_I2C_MAX_RAW)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    i2c_msg messages[] = {message(address, flags, data, static_cast<uint16_t>(length))};
+    return transfer(descriptor, messages);
+}
+
+uint32_t require_plain_transfers(int32_t descriptor) {
+    unsigned long functions = 0;
+    const uint32_t status = norv::device_ioctl(descriptor, I2C_FUNCS, &functions);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    return (functions & I2C_FUNC_I2C) != 0 ? NORV_STATUS_OK : NORV_STATUS_NOT_AVAILABLE;
+}
+
+}  // namespace
+
+uint32_t norv_linux_i2c_open(uint32_t bus_number, int32_t* descriptor) {
+    if (descriptor == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // The number is printed signed: from 2^31 on there is no such file.
+    uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC, descriptor, "/dev/i2c-%d", bus_number);
+    if (status == NORV_STATUS_OK) {
+        status = require_plain_transfers(*descriptor);
+    }
+    if (status != NORV_STATUS_OK) {
+        norv::close_descriptor(*descriptor);
+    }
+    return status;
+}
+
+void norv_linux_i2c_close(const int32_t* descriptor) {
+    // The stored number stays, unlike in other families: callers read it after the close.
+    int32_t closing = descriptor != nullptr ? *descriptor : -1;
+    norv::close_descriptor(closing);
+}
+
+uint32_t norv_linux_i2c_read(const int32_t* descriptor, uint8_t address, uint8_t reg, void* data,
+                             uint16_t length) {
+    i2c_msg messages[] = {write_message(address, &reg, 1), read_message(address, data, length)};
+    return transfer(descriptor, messages);
+}
+
+uint32_t norv_linux_i2c_write(const int32_t* descriptor, uint8_t address, uint8_t reg, const void* data,
+                              int32_t length) {
+    uint8_t bytes[1 + NORV_LINUX_I2C_MAX_WRITE];
+    if (!is_within(length, NORV_LINUX_I2C_MAX_WRITE) || lacks_data(data, length)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    bytes[0] = reg;
+    if (length > 0) {
+        norv_memcpy(bytes + 1, data, static_cast<size_t>(length));
+    }
+    i2c_msg messages[] = {write_message(address, bytes, static_cast<uint16_t>(length + 1))};
+    return transfer(descriptor, messages);
+}
+
+uint32_t norv_linux_i2c_raw_read(const int32_t* descriptor, uint8_t address, void* data, int32_t length) {
+    return raw_transfer(descriptor, address, I2C_M_RD, data, length);
+}
+
+uint32_t norv_linux_i2c_raw_write(const int32_t* descriptor, uint8_t address, const void* data,
+                                  int32_t length) {
+    return raw_transfer(descriptor, address, 0, data, length);
+}
+
+uint32_t norv_linux_i2c_write_then_read(const int32_t* descriptor, uint8_t address, const void* write_data,
+                                        uint16_t write_length, void* read_data, uint16_t read_length) {
+    i2c_msg messages[] = {write_message(address, write_data, write_length),
+                          read_message(address, read_data, read_length)};
+    return transfer(descriptor, messages);
+}
