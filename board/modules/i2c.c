@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The I2C bus of the virtual board: an adapter with a fixed number and three chips, each of 256 cells. The
+// first byte of a write chooses a cell, each further byte is written there and moves on; a read starts at the
+// chosen cell and moves on, from the last cell to the first.
+//
+//   0x20  registers, 0 at load
+//   0x21  registers, 0 at load; register 2 refuses to be written (-EREMOTEIO), as a chip does that does not
+//         acknowledge a byte
+//   0x50  an EEPROM like a 24C02, erased (0xFF) at load: a write stays within its page of 8 bytes, and for
+//         5 ms after one the chip does not answer
+//
+// Nobody answers at any other address (-ENXIO). Addresses of more than 7 bits are not possible (-EINVAL).
+
+#include <linux/i2c.h>
+#include <linux/kmod.h>
+#include <linux/ktime.h>
+#include <linux/module.h>
+
+#define CELL_COUNT 256
+
+static int bus = 1;
+module_param(bus, int, 0444);
+MODULE_PARM_DESC(bus, "number of the bus (default 1)");
+
+struct chip {
+    u16 address;
+    u8 page_size_less_one;  // a write stays within its page
+    int refusing_cell;      // -1: none
+    unsigned int store_ms;  // how long the chip stores what was written
+    u8 cells[CELL_COUNT];
+    u8 chosen;
+    bool written;    // since the last stop
+    ktime_t stored;  // when it answers again
+};
+
+static struct chip chips[] = {
+    {.address = 0x20, .page_size_less_one = 255, .refusing_cell = -1},
+    {.address = 0x21, .page_size_less_one = 255, .refusing_cell = 2},
+    {.address = 0x50,
+     .page_size_less_one = 7,
+     .refusing_cell = -1,
+     .store_ms = 5,
+     .cells = {[0 ... CELL_COUNT - 1] = 0xFF}},
+};
+
+// The chip that acknowledges the address, or null.
+static struct chip* answering_chip(u16 address) {
+    struct chip* chip;
+
+    for (chip = chips; chip < chips + ARRAY_SIZE(chips); chip++) {
+        if (chip->address == address) {
+            return ktime_before(ktime_get(), chip->stored) ? NULL : chip;
+        }
+    }
+    return NULL;
+}
+
+static void read_cells(struct chip* chip, struct i2c_msg* message) {
+    unsigned int i;
+
+    for (i = 0; i < message->len; i++) {
+        message->buf[i] = chip->cells[chip->chosen++];
+    }
+}
+
+static int write_cell(struct chip* chip, u8 value) {
+    u8 in_page = chip->page_size_less_one;
+
+    if (chip->chosen == chip->refusing_cell) {
+        return -EREMOTEIO;
+    }
+    chip->cells[chip->chosen] = value;
+    chip->chosen = (chip->chosen & ~in_page) | ((chip->chosen + 1) & in_page);
+    chip->written = true;
+    return 0;
+}
+
+static int write_cells(struct chip* chip, const struct i2c_msg* message) {
+    unsigned int i;
+    int error = 0;
+
+    if (message->len > 0) {
+        chip->chosen = message->buf[0];
+    }
+    for (i = 1; i < message->len && !error; i++) {
+        error = write_cell(chip, message->buf[i]);
+    }
+    return error;
+}
+
+static int transfer_message(struct i2c_msg* message) {
+    struct chip* chip;
+
+    if (message->flags & I2C_M_TEN || message->addr > 0x7F) {
+        return -EINVAL;
+    }
+    chip = answering_chip(message->addr);
+    if (!chip) {
+        return -ENXIO;
+    }
+    if (!(message->flags & I2C_M_RD)) {
+        return write_cells(chip, message);
+    }
+    read_cells(chip, message);
+    return 0;
+}
+
+// The end of a transaction: what was written begins to be stored.
+static void stop(void) {
+    struct chip* chip;
+
+    for (chip = chips; chip < chips + ARRAY_SIZE(chips); chip++) {
+        if (chip->written) {
+            chip->stored = ktime_add_ms(ktime_get(), chip->store_ms);
+        }
+        chip->written = false;
+    }
+}
+
+// The I2C core lets one transaction through at a time.
+static int i2c_transfer_messages(struct i2c_adapter* adapter, struct i2c_msg* messages, int count) {
+    int error = 0;
+    int i;
+
+    for (i = 0; i < count && !error; i++) {
+        error = transfer_message(&messages[i]);
+    }
+    stop();
+    return error ? error : count;
+}
+
+static u32 i2c_functionality(struct i2c_adapter* adapter) {
+    return I2C_FUNC_I2C | I2C_FUNC_SMBUS_EMUL;
+}
+
+static const struct i2c_algorithm algorithm = {
+    .master_xfer = i2c_transfer_messages,
+    .functionality = i2c_functionality,
+};
+
+static struct i2c_adapter adapter = {
+    .owner = THIS_MODULE,
+    .name = "norv-board-i2c",
+    .algo = &algorithm,
+};
+
+static int __init board_i2c_init(void) {
+    request_module("i2c-dev");  // user space reaches the bus through it
+    adapter.nr = bus;
+    return i2c_add_numbered_adapter(&adapter);
+}
+
+static void __exit board_i2c_exit(void) {
+    i2c_del_adapter(&adapter);
+}
+
+module_init(board_i2c_init);
+module_exit(board_i2c_exit);
+MODULE_LICENSE("GPL");
+MODULE_DESCRIPTION("I2C bus of the virtual board, with registers and an EEPROM");

@@ -1,0 +1,41 @@
+// The I2C buses of the virtual board: what board/modules/i2c.c brings, and the kernel's i2c-stub.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "norv_base.h"
+
+namespace board {
+
+constexpr uint32_t bus_number = 1;
+constexpr uint8_t registers = 0x20;
+constexpr uint8_t refusing_registers = 0x21;  // register 2 takes no data
+constexpr uint8_t eeprom = 0x50;
+constexpr uint8_t nobody = 0x30;
+
+inline uint32_t errno_status(int error) {
+    return norv_get_status_by_errno(static_cast<uint32_t>(error));
+}
+
+// The bus that i2c-stub brings, an adapter that knows SMBus only; its number is the kernel's choice.
+inline uint32_t smbus_number() {
+    for (const auto& adapter : std::filesystem::directory_iterator("/sys/class/i2c-adapter")) {
+        std::string name;
+        std::getline(std::ifstream(adapter.path() / "name"), name);
+        if (name == "SMBus stub driver") {
+            return static_cast<uint32_t>(std::stoul(adapter.path().filename().string().substr(4)));
+        }
+    }
+    return UINT32_MAX;
+}
+
+// How many descriptors this process has open.
+inline long open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+}  // namespace board
