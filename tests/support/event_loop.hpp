@@ -138,6 +138,8 @@ class loop_thread {
 inline void wait_for_posted_call(const norv_epoll_t& loop) {
     pollfd posted = {loop.call_descriptor, POLLIN, 0};
     poll(&posted, 1, -1);
+    // Adds nothing, but ends only when the epoll instance has taken note of the post.
+    eventfd_write(loop.call_descriptor, 0);
 }
 
 }  // namespace norv::test

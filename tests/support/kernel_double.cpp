@@ -166,6 +166,7 @@ const std::vector<call>& kernel_double::calls() const {
 }
 
 std::vector<call> kernel_double::calls(std::string_view name) const {
+    const std::lock_guard lock(state_->mutex);
     std::vector<call> found;
     std::copy_if(state_->calls.begin(), state_->calls.end(), std::back_inserter(found),
                  [&](const call& made) { return made.name == name; });
@@ -193,20 +194,24 @@ std::vector<int> kernel_double::open_flags(const std::string& path) const {
 }
 
 void kernel_double::forget_calls() {
+    const std::lock_guard lock(state_->mutex);
     state_->calls.clear();
 }
 
 void kernel_double::fail(const fault& planned) {
+    const std::lock_guard lock(state_->mutex);
     state_->planned = planned;
     state_->met = 0;
     state_->struck.reset();
 }
 
 std::optional<fault> kernel_double::struck() const {
+    const std::lock_guard lock(state_->mutex);
     return state_->struck;
 }
 
 void kernel_double::map_errno(int error, uint32_t status) {
+    const std::lock_guard lock(state_->mutex);
     state_->errno_statuses[error] = status;
 }
 
