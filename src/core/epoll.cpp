@@ -70,15 +70,6 @@ uint32_t post(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument
     return status;
 }
 
-void serve_posted_call(norv_epoll_t* loop) {
-    eventfd_t posts = 0;
-    while (eventfd_read(loop->call_descriptor, &posts) == 0) {
-    }
-    const norv_epoll_call_fn function = __atomic_load_n(&loop->call_function, __ATOMIC_ACQUIRE);
-    loop->call_result = function(loop, loop->call_argument1, loop->call_argument2);
-    norv_event_set(&loop->call_done);
-}
-
 uint32_t request_exit(norv_epoll_t* loop, uint64_t, uint64_t) {
     norv::set_exit(loop, true);
     return NORV_STATUS_OK;
@@ -136,20 +127,13 @@ uint32_t open_parts(norv_epoll_t* loop) {
 
 }  // namespace
 
-void norv::dispatch_ready_events(norv_epoll_t* loop) {
-    // The index stands in the record because a handler that removes a descriptor looks for its event from
-    // there on.
-    while (loop->dispatch_index < loop->ready_count && !exit_requested(loop)) {
-        const epoll_event& event = loop->ready[loop->dispatch_index];
-        void* const target = event.data.ptr;
-        if (target == loop) {
-            serve_posted_call(loop);
-        } else if (target != nullptr) {
-            auto* record = static_cast<norv_epoll_fd_t*>(target);
-            record->handler(record, event.events);
-        }
-        ++loop->dispatch_index;
+void norv::serve_posted_call(norv_epoll_t* loop) {
+    eventfd_t posts = 0;
+    while (eventfd_read(loop->call_descriptor, &posts) == 0) {
     }
+    const norv_epoll_call_fn function = __atomic_load_n(&loop->call_function, __ATOMIC_ACQUIRE);
+    loop->call_result = function(loop, loop->call_argument1, loop->call_argument2);
+    norv_event_set(&loop->call_done);
 }
 
 uint32_t norv_epoll_open(norv_epoll_t* loop) {

@@ -16,12 +16,23 @@ inline bool exit_requested(const norv_epoll_t* loop) {
     return __atomic_load_n(&loop->exit, __ATOMIC_RELAXED) != 0;
 }
 
-// Milliseconds that epoll_wait(2) may sleep: until the first timer is due, -1 when there is none.
-int32_t wait_time(const norv_epoll_t* loop);
+// Asked here, in every round, so that a round without timers and delayed calls makes no call for them.
+inline bool has_timers(const norv_epoll_t* loop) {
+    return loop->timers.top != nullptr;
+}
 
-// The three steps of a round. Each ends as soon as the loop was told to exit, and then does nothing at all.
+inline bool has_delayed_calls(const norv_epoll_t* loop) {
+    return loop->delayed.top != nullptr;
+}
+
+// Milliseconds until the first of the timers is due, 0 when it is overdue.
+int32_t time_to_first_timer(const norv_epoll_t* loop);
+
+// Steps of a round. Each ends as soon as the loop was told to exit, and then does nothing at all.
 void run_due_timers(norv_epoll_t* loop);
-void dispatch_ready_events(norv_epoll_t* loop);
 void run_delayed_calls(norv_epoll_t* loop);
+
+// Runs the call that another thread posted, and lets that thread go on.
+void serve_posted_call(norv_epoll_t* loop);
 
 }  // namespace norv

@@ -3,6 +3,10 @@
 
 namespace {
 
+using norv::exit_requested;
+using norv::has_delayed_calls;
+using norv::has_timers;
+
 // The timer that reports to a thread watchdog; it lives as long as the loop runs.
 struct watchdog_timer {
     norv_epoll_timer_t timer;
@@ -13,16 +17,36 @@ void report(norv_epoll_timer_t* timer) {
     norv_thread_keep_alive(reinterpret_cast<watchdog_timer*>(timer)->watchdog);
 }
 
+void dispatch_ready_events(norv_epoll_t* loop) {
+    // The index stands in the record because a handler that removes a descriptor looks for its event from
+    // there on.
+    while (loop->dispatch_index < loop->ready_count && !exit_requested(loop)) {
+        const epoll_event& event = loop->ready[loop->dispatch_index];
+        void* const target = event.data.ptr;
+        if (target == loop) {
+            norv::serve_posted_call(loop);
+        } else if (target != nullptr) {
+            auto* record = static_cast<norv_epoll_fd_t*>(target);
+            record->handler(record, event.events);
+        }
+        ++loop->dispatch_index;
+    }
+}
+
 void run_round(norv_epoll_t* loop) {
     loop->delayed_sequence = 0;
-    const int32_t timeout = norv::wait_time(loop);
+    const int32_t timeout = has_timers(loop) ? norv::time_to_first_timer(loop) : -1;
     loop->dispatch_index = 0;
     // A failure (-1: a signal, say) dispatches nothing; timers and delayed calls have their turn all the
     // same.
     loop->ready_count = epoll_wait(loop->epoll_descriptor, loop->ready, NORV_EPOLL_MAX_EVENTS, timeout);
-    norv::run_due_timers(loop);
-    norv::dispatch_ready_events(loop);
-    norv::run_delayed_calls(loop);
+    if (has_timers(loop)) {
+        norv::run_due_timers(loop);
+    }
+    dispatch_ready_events(loop);
+    if (has_delayed_calls(loop)) {
+        norv::run_delayed_calls(loop);
+    }
 }
 
 void set_loop_thread(norv_epoll_t* loop, uint64_t thread) {
@@ -47,7 +71,7 @@ void norv_epoll_loop_with_watchdog(norv_epoll_t* loop, void* watchdog, uint32_t 
     norv::set_exit(loop, false);
     do {
         run_round(loop);
-    } while (!norv::exit_requested(loop));
+    } while (!exit_requested(loop));
     set_loop_thread(loop, 0);
     if (watched) {
         norv_epoll_timer_cancel(loop, &reporter.timer);

@@ -149,29 +149,21 @@ norv_epoll_timer_t* take_first_timer(norv_epoll_t* loop, uint64_t now) {
 
 // ---- The steps of a round ----
 
-int32_t norv::wait_time(const norv_epoll_t* loop) {
-    // Delayed calls do not count: those of a round run in that round.
-    if (loop->timers.top == nullptr) {
-        return -1;
-    }
+int32_t norv::time_to_first_timer(const norv_epoll_t* loop) {
     const int32_t left = distance(first_timer(loop)->expiry, norv_time_get_ms());
     return left < 0 ? 0 : left;
 }
 
 void norv::run_due_timers(norv_epoll_t* loop) {
-    if (loop->timers.top == nullptr) {
-        return;
-    }
     const uint64_t now = norv_time_get_us() / 1000;
-    while (loop->timers.top != nullptr && !exit_requested(loop) &&
-           distance(first_timer(loop)->expiry, now) <= 0) {
+    while (has_timers(loop) && !exit_requested(loop) && distance(first_timer(loop)->expiry, now) <= 0) {
         norv_epoll_timer_t* timer = take_first_timer(loop, now);
         timer->callback(timer);
     }
 }
 
 void norv::run_delayed_calls(norv_epoll_t* loop) {
-    while (loop->delayed.top != nullptr && !exit_requested(loop)) {
+    while (has_delayed_calls(loop) && !exit_requested(loop)) {
         norv_epoll_delayed_t* delayed = first_delayed(loop);
         norv_heap_dequeue(&loop->delayed, runs_earlier);
         delayed->callback(delayed);
