@@ -19,6 +19,7 @@
 #include <type_traits>
 
 #include "norv_base.h"
+#include "support/interposition.hpp"
 #include "support/kernel_state.hpp"
 #include "support/real_calls.hpp"
 
@@ -26,9 +27,11 @@ namespace {
 
 using norv::test::active_kernel;
 using norv::test::call;
+using norv::test::create_descriptor;
 using norv::test::device;
 using norv::test::open_file;
 using norv::test::outside_the_double;
+using norv::test::pass;
 using kernel_state = norv::test::kernel_double::state;
 
 // A model's answer as the C library gives it.
@@ -68,39 +71,6 @@ long store_attribute(kernel_state& kernel, int descriptor, const std::string& pa
     }
     lseek(descriptor, static_cast<off_t>(size), SEEK_CUR);
     return static_cast<long>(size);
-}
-
-// Creates a descriptor of the real kernel through the double: it can fail, and is watched.
-template <typename creation>
-int create_descriptor(const char* name, creation create) {
-    kernel_state* kernel = active_kernel();
-    if (kernel == nullptr) {
-        return create();
-    }
-    const std::lock_guard lock(kernel->mutex);
-    if (kernel->strikes(name)) {
-        return -1;
-    }
-    const int descriptor = create();
-    kernel->opened(descriptor, name);
-    call made;
-    made.name = name;
-    made.result = descriptor;
-    kernel->record(made);
-    return descriptor;
-}
-
-// A call that only passes through, but can fail.
-template <typename result, typename passing>
-result pass(const char* name, result failure, passing through) {
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
-        const std::lock_guard lock(kernel->mutex);
-        if (kernel->strikes(name)) {
-            return failure;
-        }
-    }
-    return through();
 }
 
 template <typename allocation>
@@ -274,6 +244,32 @@ ssize_t read(int descriptor, void* buffer, size_t size) {
 
 ssize_t write(int descriptor, const void* buffer, size_t size) {
     return move("write", true, descriptor, const_cast<void*>(buffer), size);
+}
+
+// The journal keeps the offset as the request.
+ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return REAL(pread)(descriptor, buffer, size, offset);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    open_file* file = kernel->find(descriptor);
+    call made;
+    made.name = "pread";
+    made.path = file != nullptr ? file->path : "";
+    made.request = static_cast<unsigned long>(offset);
+    if (kernel->strikes("pread", made.path)) {
+        made.result = -1;
+    } else {
+        size = kernel->shortened("pread", size, made.path);
+        const outside_the_double guard;
+        made.result = file != nullptr && file->model != nullptr
+                          ? answer(file->model->read(buffer, size, offset))
+                          : REAL(pread)(descriptor, buffer, size, offset);
+    }
+    made.bytes = text_of(buffer, made.result);
+    kernel->record(made);
+    return made.result;
 }
 
 off_t lseek(int descriptor, off_t offset, int whence) noexcept {

@@ -210,6 +210,14 @@ std::optional<fault> kernel_double::struck() const {
     return state_->struck;
 }
 
+void kernel_double::answer(const std::string& name, long result) {
+    state_->answers[name] = result;
+}
+
+void kernel_double::set_clock(time_t seconds, long nanoseconds) {
+    state_->clock = timespec{seconds, nanoseconds};
+}
+
 void kernel_double::map_errno(int error, uint32_t status) {
     const std::lock_guard lock(state_->mutex);
     state_->errno_statuses[error] = status;

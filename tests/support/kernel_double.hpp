@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,9 +28,9 @@ namespace norv::test {
 struct call {
     std::string name;           // "open", "write", "ioctl", ...
     std::string path;           // of the file, where there is one
-    int flags = 0;              // of an open
+    int flags = 0;              // of an open, or as the interposed call says
     std::string bytes;          // of a write; what a read returned
-    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait
+    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait; the offset of a pread
     long result = 0;            // as returned
 };
 
@@ -78,6 +79,12 @@ class kernel_double {
         fail({name, number, error, fault::kind::error, ""});
     }
     std::optional<fault> struck() const;
+
+    // Makes a thread-setting call or sysconf return this, whatever it is asked, and do nothing.
+    void answer(const std::string& name, long result);
+
+    // Stops CLOCK_MONOTONIC at this time.
+    void set_clock(time_t seconds, long nanoseconds);
 
     // Makes the base library map this errno to this status, 0 included.
     void map_errno(int error, uint32_t status);

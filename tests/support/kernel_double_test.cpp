@@ -5,14 +5,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -158,6 +162,59 @@ TEST(KernelDouble, AFileThatIsNoTerminalAnswersSo) {
         EXPECT_EQ(errno, ENOTTY);
         close(descriptor);
     }
+}
+
+TEST(KernelDouble, AReadAtAnOffsetLeavesTheFilePositionAlone) {
+    kernel_double kernel;
+    kernel.add_file("/proc/text", "abcdef");
+    const int descriptor = open("/proc/text", O_RDONLY);
+    char text[3] = {};
+    EXPECT_EQ(pread(descriptor, text, 2, 3), 2);
+    EXPECT_STREQ(text, "de");
+    EXPECT_EQ(read(descriptor, text, 2), 2);
+    EXPECT_STREQ(text, "ab");
+    EXPECT_EQ(kernel.calls("pread").at(0).request, 3U);
+    close(descriptor);
+}
+
+TEST(KernelDouble, TheClockStandsWhereTheTestSetsIt) {
+    timespec time = {};
+    {
+        kernel_double kernel;
+        kernel.set_clock(1, 250);
+        EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), 0);
+        EXPECT_EQ(time.tv_sec, 1);
+        EXPECT_EQ(time.tv_nsec, 250);
+    }
+    EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), 0);
+    EXPECT_GT(time.tv_sec, 1);
+}
+
+TEST(KernelDouble, TheClockFailsOnlyForATestThatNamesIt) {
+    kernel_double kernel;
+    timespec time = {};
+    kernel.fail("", EINVAL);
+    EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), 0);
+    kernel.fail("clock_gettime", EINVAL);
+    EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &time), -1);
+}
+
+TEST(KernelDouble, AThreadSettingAnswersWhatTheTestSaysAndDoesNothing) {
+    kernel_double kernel;
+    kernel.answer("pthread_setname_np", EPERM);
+    EXPECT_EQ(pthread_setname_np(pthread_self(), "renamed"), EPERM);
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof name);
+    EXPECT_STRNE(name, "renamed");
+}
+
+TEST(KernelDouble, AProgramsStreamCountsAsADescriptorUntilItIsClosed) {
+    const kernel_double kernel;
+    FILE* stream = popen("exit 3", "r");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    EXPECT_EQ(kernel.calls("popen").at(0).path, "exit 3");
+    EXPECT_EQ(WEXITSTATUS(pclose(stream)), 3);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
 TEST(KernelDouble, ThePlannedCallFailsAndNoOther) {

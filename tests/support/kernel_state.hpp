@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -28,6 +29,8 @@ struct kernel_double::state {
     std::map<void*, size_t> mappings;
     std::set<void*> allocations;
     std::map<int, uint32_t> errno_statuses;
+    std::map<std::string, long> answers;
+    std::optional<timespec> clock;
     std::vector<call> calls;
     std::optional<fault> planned;
     int met = 0;
