@@ -1,0 +1,128 @@
+// Interval timers: timerfd on the monotonic clock, in ticks of 100 ns.
+#include "norv_linux_timer.h"
+
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <ctime>
+
+#include "core/descriptor.hpp"
+#include "core/layout.hpp"
+#include "core/status.hpp"
+#include "norv_base.h"
+
+static_assert(sizeof(norv_linux_timer_t) == 4);
+static_assert(offsetof(norv_linux_timer_mgr_t, get_time) == 16);
+static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, get_time, set_alarm));
+static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, set_alarm, release));
+static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, release, context));
+
+namespace {
+
+constexpr uint64_t ticks_per_second = NORV_LINUX_TIMER_TICKS_PER_SECOND;
+constexpr uint64_t nanoseconds_per_tick = 100;
+
+uint64_t ticks_of(const timespec& time) {
+    return static_cast<uint64_t>(time.tv_sec) * ticks_per_second +
+           static_cast<uint64_t>(time.tv_nsec) / nanoseconds_per_tick;
+}
+
+timespec time_of(uint64_t ticks) {
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(ticks / ticks_per_second);
+    time.tv_nsec = static_cast<decltype(time.tv_nsec)>(ticks % ticks_per_second * nanoseconds_per_tick);
+    return time;
+}
+
+// ---- The manager record's operations ----
+
+struct manager_context {
+    norv_linux_timer_t* timer;
+};
+#if __SIZEOF_POINTER__ == 8
+static_assert(sizeof(manager_context) == 8 && sizeof(norv_linux_timer_mgr_t) == 48);
+#endif
+
+// Null after release: the operations then answer as for a null timer.
+norv_linux_timer_t* timer_of(const norv_linux_timer_mgr_t* manager) {
+    const auto* context = static_cast<const manager_context*>(manager->context);
+    return context != nullptr ? context->timer : nullptr;
+}
+
+uint32_t manager_get_time(norv_linux_timer_mgr_t* manager, uint64_t* ticks) {
+    return norv_linux_timer_get_time(timer_of(manager), ticks);
+}
+
+uint32_t manager_set_alarm(norv_linux_timer_mgr_t* manager, uint64_t ticks) {
+    return norv_linux_timer_set_alarm_time(timer_of(manager), ticks, 0);
+}
+
+void manager_release(norv_linux_timer_mgr_t* manager) {
+    norv_free(manager->context);
+    manager->context = nullptr;
+}
+
+}  // namespace
+
+uint32_t norv_linux_timer_open(norv_linux_timer_t* timer) {
+    if (timer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    timer->descriptor = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    return norv::status_of(timer->descriptor);
+}
+
+void norv_linux_timer_close(norv_linux_timer_t* timer) {
+    if (timer != nullptr) {
+        norv::close_descriptor(timer->descriptor);
+    }
+}
+
+uint32_t norv_linux_timer_get_time(const norv_linux_timer_t*, uint64_t* ticks) {
+    timespec now{};
+    const uint32_t status = norv::status_of(clock_gettime(CLOCK_MONOTONIC, &now));
+    if (status == NORV_STATUS_OK && ticks != nullptr) {
+        *ticks = ticks_of(now);
+    }
+    return status;
+}
+
+uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uint64_t time, uint64_t period) {
+    if (timer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    if (period != 0 && time == 0) {
+        const uint32_t status = norv_linux_timer_get_time(timer, &time);
+        if (status != NORV_STATUS_OK) {
+            return status;
+        }
+        time += period;
+    }
+    const itimerspec setting = {time_of(period), time_of(time)};
+    return norv::status_of(
+        timerfd_settime(timer->descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting, nullptr));
+}
+
+ssize_t norv_linux_timer_clear_event(norv_linux_timer_t* timer) {
+    uint64_t expiries = 0;
+    return timer != nullptr ? read(timer->descriptor, &expiries, sizeof expiries) : -1;
+}
+
+uint32_t norv_linux_timer_mgr_open(norv_linux_timer_t* timer, norv_linux_timer_mgr_t* manager) {
+    if (timer == nullptr || manager == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *manager = {};
+    auto* context = static_cast<manager_context*>(norv_zalloc(sizeof(manager_context)));
+    if (context == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    context->timer = timer;
+    manager->get_time = manager_get_time;
+    manager->set_alarm = manager_set_alarm;
+    manager->release = manager_release;
+    manager->context = context;
+    return NORV_STATUS_OK;
+}
