@@ -1,6 +1,7 @@
 /**
  * @file norv_epoll.h
- * The event loop: descriptors, timers and delayed calls, served one at a time on one thread.
+ * The event loop: descriptors, timers, delayed calls, and event and timer descriptors, served one at a time
+ * on one thread.
  *
  * The thread that calls `norv_epoll_loop_with_watchdog` is the loop thread until `norv_epoll_exit`; every
  * handler and callback runs there. Any other thread may use every function below: what touches the loop's
@@ -29,6 +30,7 @@
 #include <sys/epoll.h>
 
 #include "norv_base.h"
+#include "norv_linux_timer.h"
 #include "norv_status.h"
 
 NORV_BEGIN_DECLS
@@ -37,6 +39,8 @@ typedef struct norv_epoll norv_epoll_t;
 typedef struct norv_epoll_fd norv_epoll_fd_t;
 typedef struct norv_epoll_timer norv_epoll_timer_t;
 typedef struct norv_epoll_delayed norv_epoll_delayed_t;
+typedef struct norv_epoll_event_fd norv_epoll_event_fd_t;
+typedef struct norv_epoll_timer_fd norv_epoll_timer_fd_t;
 
 /** A function that `norv_epoll_call_sync` runs on the loop thread; what it returns goes to the caller. */
 typedef uint32_t (*norv_epoll_call_fn)(norv_epoll_t* loop, uint64_t argument1, uint64_t argument2);
@@ -49,6 +53,12 @@ typedef void (*norv_epoll_timer_callback)(norv_epoll_timer_t* timer);
 
 /** Runs on the loop thread at the end of the round. */
 typedef void (*norv_epoll_delayed_callback)(norv_epoll_delayed_t* delayed);
+
+/** Runs on the loop thread, once, when an event was activated, however often. */
+typedef void (*norv_epoll_event_fd_callback)(norv_epoll_event_fd_t* event);
+
+/** Runs on the loop thread, once, when an interval timer expired, however often. */
+typedef void (*norv_epoll_timer_fd_callback)(norv_epoll_timer_fd_t* timer);
 
 /** The events that one round can take from the kernel. */
 #define NORV_EPOLL_MAX_EVENTS 256
@@ -103,6 +113,21 @@ struct norv_epoll_delayed {
     uint32_t sequence;
     uint32_t priority; /**< smaller runs first */
     norv_heap_node_t node;
+};
+
+/** An event that any thread may raise; usually the first member of the owner's record. Zero-filled: none. */
+struct norv_epoll_event_fd {
+    norv_epoll_fd_t registration; /**< private; its descriptor is an eventfd, 0 after destroy */
+    uint64_t reserved;
+    norv_epoll_event_fd_callback callback; /**< set by the caller before create; may free the record */
+};
+
+/** An interval timer of the loop; usually the first member of the owner's record. Zero-filled: none. */
+struct norv_epoll_timer_fd {
+    norv_epoll_fd_t registration; /**< private; its descriptor is the timer's */
+    uint64_t reserved;
+    norv_epoll_timer_fd_callback callback; /**< set by the caller before create; may free the record */
+    norv_linux_timer_t timer;              /**< to be armed with `norv_linux_timer_set_alarm_time` */
 };
 
 /* ---- The loop ---------------------------------------------------------------------------------------- */
@@ -342,6 +367,85 @@ NORV_API uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delay
  * thread.
  */
 NORV_API uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed);
+
+/* ---- Event descriptors ------------------------------------------------------------------------------- */
+
+/**
+ * Creates an event that other threads raise without waiting for the loop thread: eventfd(2) with
+ * `EFD_NONBLOCK | EFD_CLOEXEC`, registered for EPOLLIN.
+ *
+ * However often it is activated before the loop comes to it, its callback runs once.
+ *
+ * @param loop   open; not null
+ * @param event  its callback is set by the caller; not null; destroyed again after a failure
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of eventfd(2); a status of
+ *         `norv_epoll_fd_add`
+ *
+ * Does not block. Any thread.
+ */
+NORV_API uint32_t norv_epoll_event_fd_create(norv_epoll_t* loop, norv_epoll_event_fd_t* event);
+
+/**
+ * Destroys an event: `norv_epoll_fd_remove`, then close(2). Once it returns, the callback is not called any
+ * more and the record may be freed.
+ *
+ * @param loop   the loop of create; null, or closed since: the descriptor is closed all the same
+ * @param event  may be null; its descriptor is 0 afterwards, on purpose not -1; with a descriptor of 0 or
+ *               below, after a destroy or a failed create, nothing is done
+ *
+ * Blocks, on another thread, until the loop thread has dropped the event. Any thread; no other thread may
+ * activate the event meanwhile.
+ */
+NORV_API void norv_epoll_event_fd_destroy(norv_epoll_t* loop, norv_epoll_event_fd_t* event);
+
+/**
+ * Raises the event: eventfd_write(3) of 1.
+ *
+ * @param event  created; not null
+ * @return 0; NORV_STATUS_INVALID_ARG when `event` is null; the errno status of eventfd_write(3), that of
+ * EBADF when the event was not created
+ *
+ * Does not block. Any thread, and a signal handler: it does not go through the loop thread.
+ */
+NORV_API uint32_t norv_epoll_event_fd_activate(norv_epoll_event_fd_t* event);
+
+/**
+ * Takes back what was raised and not called back yet: reads the eventfd until that fails.
+ *
+ * @param event  created; not null
+ * @return 0; NORV_STATUS_INVALID_ARG when `event` is null
+ *
+ * Does not block. Any thread; from another one than the loop thread the callback may already be under way.
+ */
+NORV_API uint32_t norv_epoll_event_fd_deactivate(norv_epoll_event_fd_t* event);
+
+/* ---- Timer descriptors ------------------------------------------------------------------------------- */
+
+/**
+ * Creates an interval timer whose expiries call back on the loop thread: `norv_linux_timer_open`, registered
+ * for EPOLLIN. Arm it with `norv_linux_timer_set_alarm_time(&timer->timer, ...)`.
+ *
+ * However often it expires before the loop comes to it, its callback runs once.
+ *
+ * @param loop   open; not null
+ * @param timer  its callback is set by the caller; not null; destroyed again after a failure
+ * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_linux_timer_open` or
+ *         `norv_epoll_fd_add`
+ *
+ * Does not block. Any thread.
+ */
+NORV_API uint32_t norv_epoll_timer_fd_create(norv_epoll_t* loop, norv_epoll_timer_fd_t* timer);
+
+/**
+ * Destroys a timer descriptor: `norv_epoll_fd_remove` when both the loop and the timer are open, then
+ * `norv_linux_timer_close`. Once it returns, the callback is not called any more and the record may be freed.
+ *
+ * @param loop   the loop of create; null, or closed since: the timer is closed all the same
+ * @param timer  may be null; closed afterwards, so that a second destroy does nothing
+ *
+ * Blocks, on another thread, until the loop thread has dropped the event. Any thread.
+ */
+NORV_API void norv_epoll_timer_fd_destroy(norv_epoll_t* loop, norv_epoll_timer_fd_t* timer);
 
 NORV_END_DECLS
 
