@@ -18,7 +18,7 @@ machine_command() {
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")" -serial chardev:console)
     machine_streams "$request"
     machine_shares "$request"
-    machine_devices
+    machine_devices "$request"
 }
 
 # A comma in a value is doubled.
@@ -49,5 +49,22 @@ machine_share() {
 
 # The devices that the families talk to, beyond what the modules in board/modules/ stand in for.
 machine_devices() {
-    :
+    machine_serial_ports "$1/serial"
+}
+
+# The ports of the UART family, 16550s beside the console's: /dev/ttyS1 and /dev/ttyS2 are wired to each other,
+# and what /dev/ttyS3 sends comes back to it. Each wire is a FIFO below the given directory.
+machine_serial_ports() {
+    local wires=$1
+    rm -rf "$wires"
+    mkdir "$wires"
+    mkfifo "$wires/1to2" "$wires/2to1" "$wires/plug"
+    ln -s 2to1 "$wires/first.in"
+    ln -s 1to2 "$wires/first.out"
+    ln -s 1to2 "$wires/second.in"
+    ln -s 2to1 "$wires/second.out"
+    machine+=(-chardev "pipe,id=first,path=$(qemu_path "$wires/first")"
+        -chardev "pipe,id=second,path=$(qemu_path "$wires/second")"
+        -chardev "pipe,id=plug,path=$(qemu_path "$wires/plug")"
+        -device "pci-serial-2x,chardev1=first,chardev2=second" -device "pci-serial,chardev=plug")
 }

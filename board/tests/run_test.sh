@@ -219,6 +219,28 @@ AKilledRunnerLeavesNoEmulatorBehind() {
     expect 'emulators left' '' "$(grep -ls "[n]${name#n}" /proc/[0-9]*/cmdline)"
 }
 
+# ---- the serial ports ----
+
+# Sends a word to one port and prints what comes out of another.
+wire() {
+    board sh -c "stty -F $1 raw -echo && stty -F $2 raw -echo && exec 3<>$1 4<>$2 && echo word >&3 && head -n 1 <&4"
+}
+
+TheFirstSerialPortIsWiredToTheSecond() {
+    wire /dev/ttyS1 /dev/ttyS2
+    expect 'what arrives' word "$out"
+}
+
+TheSecondSerialPortIsWiredToTheFirst() {
+    wire /dev/ttyS2 /dev/ttyS1
+    expect 'what arrives' word "$out"
+}
+
+TheThirdSerialPortIsWiredToItself() {
+    wire /dev/ttyS3 /dev/ttyS3
+    expect 'what arrives' word "$out"
+}
+
 # ---- the GPIO chip ----
 
 DrivingALineDrivesItsNeighbour() {

@@ -1,0 +1,453 @@
+// Serial ports of a real kernel: 16550s, /dev/ttyS1 wired to /dev/ttyS2 and /dev/ttyS3 to itself, and
+// pseudo-terminals.
+#include "norv_uart.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "norv_base.h"
+#include "norv_epoll.h"
+#include "norv_file.h"
+
+namespace {
+
+constexpr int modem_loop_back = 0x8000;  // the kernel's TIOCM_LOOP, which the C library does not show
+
+constexpr int32_t plenty = 60000;  // ms that nothing below needs
+
+constexpr norv_uart_settings_t plain = {
+    .baud = 115200, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
+
+uint32_t errno_status(int error) {
+    return norv_get_status_by_errno(static_cast<uint32_t>(error));
+}
+
+norv_uart_settings_t at_speed(uint32_t baud) {
+    norv_uart_settings_t settings = plain;
+    settings.baud = baud;
+    return settings;
+}
+
+termios settings_of(int descriptor) {
+    termios settings = {};
+    EXPECT_EQ(tcgetattr(descriptor, &settings), 0);
+    return settings;
+}
+
+int modem_lines_of(int descriptor) {
+    int lines = 0;
+    EXPECT_EQ(ioctl(descriptor, TIOCMGET, &lines), 0);
+    return lines;
+}
+
+void send(norv_uart_t** uart, const std::string& text) {
+    auto length = static_cast<uint32_t>(text.size());
+    EXPECT_EQ(norv_uart_send(uart, text.data(), &length, -1), 0U);
+    EXPECT_EQ(length, text.size());
+}
+
+std::string receive(norv_uart_t** uart, size_t size) {
+    std::string text(size, '\0');
+    auto length = static_cast<uint32_t>(size);
+    EXPECT_EQ(norv_uart_recv(uart, text.data(), &length, plenty), 0U);
+    text.resize(length);
+    return text;
+}
+
+// Waits until so many bytes have arrived, and leaves them where they are.
+void await(norv_uart_t** uart, int size) {
+    int arrived = 0;
+    while (arrived < size) {
+        ASSERT_EQ(ioctl(norv_uart_get_fd(uart), FIONREAD, &arrived), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// Bytes without a short period, so that a lost, doubled or swapped byte shows.
+std::string many_bytes(size_t size) {
+    std::string bytes(size, '\0');
+    uint32_t state = 1;
+    std::generate(bytes.begin(), bytes.end(), [&] {
+        state = state * 1664525U + 1013904223U;
+        return static_cast<char>(state >> 24U);
+    });
+    return bytes;
+}
+
+// Reads 64 bytes at a time, each with a time-out, until everything has come.
+std::string receive_in_small_pieces(norv_uart_t** uart, size_t size) {
+    std::string text;
+    while (text.size() < size) {
+        const std::string piece = receive(uart, std::min<size_t>(64, size - text.size()));
+        if (piece.empty()) {
+            break;
+        }
+        text += piece;
+    }
+    return text;
+}
+
+// Where two long texts differ first; their size when they do not.
+size_t first_difference(const std::string& left, const std::string& right) {
+    const auto [at, other] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+    return static_cast<size_t>(at - left.begin());
+}
+
+// Both ends of the wire, open.
+class UartOnBoard : public testing::Test {
+  protected:
+    UartOnBoard() {
+        EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &first), 0U);
+        EXPECT_EQ(norv_uart_open("/dev/ttyS2", &plain, &second), 0U);
+    }
+    ~UartOnBoard() override {
+        norv_uart_close(&first);
+        norv_uart_close(&second);
+    }
+
+    norv_uart_t* first = nullptr;
+    norv_uart_t* second = nullptr;
+};
+
+// ---- text on the wire
+
+// No speed below 2400: the 8250 driver would give each byte an interrupt from then on, whatever speed
+// follows.
+TEST_F(UartOnBoard, TextGoesInBothDirectionsAtSeveralSpeeds) {
+    for (const auto& [baud, code] :
+         {std::pair{2400U, B2400}, {9600U, B9600}, {38400U, B38400}, {57600U, B57600}, {115200U, B115200}}) {
+        SCOPED_TRACE(baud);
+        const norv_uart_settings_t settings = at_speed(baud);
+        EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
+        EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
+        const termios taken = settings_of(norv_uart_get_fd(&first));
+        EXPECT_EQ(cfgetospeed(&taken), static_cast<speed_t>(code));
+        send(&first, "from the first port\n");
+        EXPECT_EQ(receive(&second, 20), "from the first port\n");
+        send(&second, "and back\r\n\x03\x04\x11\x13");
+        EXPECT_EQ(receive(&first, 14), "and back\r\n\x03\x04\x11\x13");
+    }
+}
+
+TEST_F(UartOnBoard, EveryFramingAndFlowControlReachesTheDriver) {
+    for (uint32_t number = 0; number < 4 * 2 * 5 * 3; ++number) {
+        const norv_uart_settings_t settings = {.baud = 9600,
+                                               .data_bits = 5 + number % 4,
+                                               .stop_bits = number / 4 % 2,
+                                               .parity = number / 8 % 5,
+                                               .flow_control = number / 40};
+        ASSERT_EQ(norv_uart_config(&first, &settings), 0U) << number;
+        const termios taken = settings_of(norv_uart_get_fd(&first));
+        const tcflag_t size[] = {CS5, CS6, CS7, CS8};
+        const tcflag_t parity[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
+        const tcflag_t flow[] = {0, 0, CRTSCTS};
+        const tcflag_t expected = CLOCAL | CREAD | B9600 | size[number % 4] | parity[number / 8 % 5] |
+                                  flow[number / 40] | (number / 4 % 2 == 1 ? CSTOPB : 0U);
+        EXPECT_EQ(taken.c_cflag, expected) << number;
+        EXPECT_EQ(taken.c_iflag, number / 40 == 1 ? IXON | IXOFF : 0U) << number;
+        EXPECT_EQ(taken.c_oflag, 0U);
+        EXPECT_EQ(taken.c_lflag, 0U);
+    }
+}
+
+TEST_F(UartOnBoard, ConfigurationDiscardsWhatWasReceived) {
+    send(&first, "noise");
+    await(&second, 5);
+    EXPECT_EQ(norv_uart_config(&second, &plain), 0U);
+    send(&first, "text");
+    EXPECT_EQ(receive(&second, 4), "text");
+}
+
+TEST_F(UartOnBoard, AnUnsupportedSpeedLeavesTheDriverAlone) {
+    const norv_uart_settings_t settings = at_speed(250000);
+    EXPECT_EQ(norv_uart_config(&first, &settings), NORV_STATUS_INVALID_ARG);
+    const termios kept = settings_of(norv_uart_get_fd(&first));
+    EXPECT_EQ(cfgetospeed(&kept), static_cast<speed_t>(B115200));
+}
+
+TEST_F(UartOnBoard, AnIdlePortGivesNothingAtOnceAndTimesOutLater) {
+    char buffer[16];
+    uint32_t length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(&first, buffer, &length, 0), 0U);
+    EXPECT_EQ(length, 0U);
+    length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(&first, buffer, &length, 20), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(UartOnBoard, ATimeOutTellsHowMuchCame) {
+    send(&first, "half");
+    await(&second, 4);
+    char buffer[8];
+    uint32_t length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(&second, buffer, &length, 20), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(std::string(buffer, length), "half");
+}
+
+TEST_F(UartOnBoard, APortThatMayNotSendTakesWhatItHasRoomForAndThenNothing) {
+    const std::string bytes = many_bytes(65536);
+    ASSERT_EQ(tcflow(norv_uart_get_fd(&first), TCOOFF), 0);
+    auto taken = static_cast<uint32_t>(bytes.size());
+    EXPECT_EQ(norv_uart_send(&first, bytes.data(), &taken, 0), 0U);
+    EXPECT_GT(taken, 0U);
+    EXPECT_LT(taken, bytes.size());
+    uint32_t length = 1;
+    EXPECT_EQ(norv_uart_send(&first, "x", &length, 0), NORV_STATUS_AGAIN);
+    EXPECT_EQ(norv_uart_send(&first, "x", &length, 20), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+    ASSERT_EQ(tcflow(norv_uart_get_fd(&first), TCOON), 0);
+    EXPECT_EQ(receive_in_small_pieces(&second, taken), bytes.substr(0, taken));
+}
+
+TEST_F(UartOnBoard, AWaitWithoutLimitEndsWhenTheLastByteCame) {
+    std::thread sender([&] {
+        send(&first, "in two ");
+        send(&first, "pieces");
+    });
+    char buffer[13];
+    uint32_t length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(&second, buffer, &length, -1), 0U);
+    EXPECT_EQ(std::string(buffer, length), "in two pieces");
+    sender.join();
+}
+
+TEST_F(UartOnBoard, NothingIsLostIn64KibibytesReadBySmallPieces) {
+    const std::string bytes = many_bytes(65536);
+    std::thread sender([&] { send(&first, bytes); });
+    const std::string received = receive_in_small_pieces(&second, bytes.size());
+    sender.join();
+    EXPECT_EQ(first_difference(bytes, received), bytes.size());
+}
+
+TEST_F(UartOnBoard, OneThreadSendsWhileAnotherReceives) {
+    norv_uart_t* plug = nullptr;
+    ASSERT_EQ(norv_uart_open("/dev/ttyS3", &plain, &plug), 0U);
+    const std::string bytes = many_bytes(16384);
+    std::thread sender([&] { send(&plug, bytes); });
+    const std::string received = receive_in_small_pieces(&plug, bytes.size());
+    sender.join();
+    EXPECT_EQ(first_difference(bytes, received), bytes.size());
+    norv_uart_close(&plug);
+}
+
+struct reader {
+    norv_epoll_fd_t record;  // first, so that the handler reaches the whole
+    norv_epoll_t* loop;
+    norv_uart_t** uart;
+    std::string text;
+};
+
+void read_in_the_loop(norv_epoll_fd_t* record, uint32_t) {
+    auto& self = *reinterpret_cast<reader*>(record);
+    char buffer[16];
+    uint32_t length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(self.uart, buffer, &length, 0), 0U);
+    self.text.append(buffer, length);
+    if (self.text.size() == 24) {
+        norv_epoll_exit(self.loop);
+    }
+}
+
+TEST_F(UartOnBoard, TheEventLoopServesThePort) {
+    static norv_epoll_t loop;
+    reader input = {};
+    input.loop = &loop;
+    input.uart = &second;
+    input.record.descriptor = norv_uart_get_fd(&second);
+    input.record.handler = read_in_the_loop;
+    ASSERT_EQ(norv_epoll_open(&loop), 0U);
+    ASSERT_EQ(norv_epoll_fd_add(&loop, &input.record, EPOLLIN), 0U);
+    send(&first, "served by the event loop");
+    norv_epoll_loop_with_watchdog(&loop, nullptr, 0);
+    EXPECT_EQ(input.text, "served by the event loop");
+    norv_epoll_fd_remove(&loop, &input.record);
+    norv_epoll_close(&loop);
+}
+
+// ---- modem lines
+
+TEST_F(UartOnBoard, RtsAndDtrReachTheDriver) {
+    const int descriptor = norv_uart_get_fd(&first);
+    EXPECT_EQ(norv_uart_set_rts(&first, 0), 0U);
+    EXPECT_EQ(norv_uart_set_dtr(&first, 1), 0U);
+    EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), TIOCM_DTR);
+    EXPECT_EQ(norv_uart_set_rts(&first, 1), 0U);
+    EXPECT_EQ(norv_uart_set_dtr(&first, 0), 0U);
+    EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), TIOCM_RTS);
+}
+
+// The chip's own loop-back mode connects RTS with CTS and DTR with DSR.
+TEST_F(UartOnBoard, CtsFollowsRtsAndDsrFollowsDtrThroughTheChip) {
+    int loop_back = modem_loop_back;
+    ASSERT_EQ(ioctl(norv_uart_get_fd(&first), TIOCMBIS, &loop_back), 0);
+    for (const bool rts : {true, false, true}) {
+        for (const bool dtr : {false, true, false}) {
+            EXPECT_EQ(norv_uart_set_rts(&first, rts ? 1 : 0), 0U);
+            EXPECT_EQ(norv_uart_set_dtr(&first, dtr ? 1 : 0), 0U);
+            uint8_t cts = 9;
+            uint8_t dsr = 9;
+            EXPECT_EQ(norv_uart_get_cts(&first, &cts), 0U);
+            EXPECT_EQ(norv_uart_get_dsr(&first, &dsr), 0U);
+            EXPECT_EQ(cts, rts ? 1 : 0);
+            EXPECT_EQ(dsr, dtr ? 1 : 0);
+        }
+    }
+    ASSERT_EQ(ioctl(norv_uart_get_fd(&first), TIOCMBIC, &loop_back), 0);
+}
+
+TEST_F(UartOnBoard, SpeedZeroHangsUpAndAnotherSpeedComesBack) {
+    const norv_uart_settings_t hung_up = at_speed(0);
+    const int descriptor = norv_uart_get_fd(&first);
+    EXPECT_EQ(norv_uart_config(&first, &hung_up), 0U);
+    EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), 0);
+    EXPECT_EQ(norv_uart_config(&first, &plain), 0U);
+    EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), TIOCM_RTS | TIOCM_DTR);
+}
+
+// ---- open and close
+
+// Another program that has the port open as well, and so keeps its settings alive.
+class other_user {
+  public:
+    explicit other_user(const char* path) : descriptor_(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK)) {
+        EXPECT_GE(descriptor_, 0);
+    }
+    ~other_user() { close(descriptor_); }
+    other_user(const other_user&) = delete;
+    other_user& operator=(const other_user&) = delete;
+
+    termios settings() const { return settings_of(descriptor_); }
+    void set(const termios& settings) const { EXPECT_EQ(tcsetattr(descriptor_, TCSANOW, &settings), 0); }
+
+  private:
+    int descriptor_;
+};
+
+TEST(UartSettingsOnBoard, ClosingPutsBackWhatThePortHadBefore) {
+    const other_user other("/dev/ttyS3");
+    termios before = other.settings();
+    before.c_lflag = ICANON | ECHO;
+    before.c_oflag = OPOST | ONLCR;
+    cfsetspeed(&before, B19200);
+    other.set(before);
+    norv_uart_t* uart = nullptr;
+    EXPECT_EQ(norv_uart_open("/dev/ttyS3", &plain, &uart), 0U);
+    EXPECT_EQ(other.settings().c_lflag, 0U);
+    norv_uart_close(&uart);
+    const termios after = other.settings();
+    EXPECT_EQ(after.c_lflag, static_cast<tcflag_t>(ICANON | ECHO));
+    EXPECT_EQ(after.c_oflag, static_cast<tcflag_t>(OPOST | ONLCR));
+    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B19200));
+}
+
+TEST(UartSettingsOnBoard, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
+    const other_user other("/dev/ttyS3");
+    const norv_uart_settings_t slow = at_speed(2400);
+    norv_uart_t* uart = nullptr;
+    EXPECT_EQ(norv_uart_open("/dev/ttyS3", &slow, &uart), 0U);
+    EXPECT_EQ(norv_uart_config(&uart, &plain), 0U);
+    norv_uart_close(&uart);
+    const termios after = other.settings();
+    EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B2400));
+}
+
+TEST(UartSettingsOnBoard, AFailedOpenPutsBackWhatThePortHadBefore) {
+    const other_user other("/dev/ttyS3");
+    const termios before = other.settings();
+    const norv_uart_settings_t unsupported = at_speed(14400);
+    norv_uart_t* uart = nullptr;
+    EXPECT_EQ(norv_uart_open("/dev/ttyS3", &unsupported, &uart), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(uart, nullptr);
+    EXPECT_EQ(other.settings().c_cflag, before.c_cflag);
+}
+
+TEST(UartOpeningOnBoard, WhatIsNoSerialPortIsRefused) {
+    norv_uart_t* uart = nullptr;
+    EXPECT_EQ(norv_uart_open("/dev/null", &plain, &uart), errno_status(ENOTTY));
+    EXPECT_EQ(uart, nullptr);
+    EXPECT_EQ(norv_uart_open("/dev/ttyS99", &plain, &uart), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(uart, nullptr);
+}
+
+TEST(UartOpeningOnBoard, AfterAHangUpSendingFailsAndReceivingEndsByItsTimeOut) {
+    norv_uart_t* uart = nullptr;
+    ASSERT_EQ(norv_uart_open("/dev/ttyS3", &plain, &uart), 0U);
+    const int other = open("/dev/ttyS3", O_RDWR | O_NOCTTY | O_NONBLOCK);
+    ASSERT_GE(other, 0);
+    ASSERT_EQ(ioctl(other, TIOCVHANGUP), 0);
+    close(other);
+    char buffer[4] = {};
+    uint32_t length = sizeof buffer;
+    EXPECT_EQ(norv_uart_send(&uart, buffer, &length, plenty), NORV_STATUS_DEVICE_ERROR);
+    length = sizeof buffer;
+    EXPECT_EQ(norv_uart_recv(&uart, buffer, &length, 20), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+    norv_uart_close(&uart);
+    EXPECT_EQ(uart, nullptr);
+}
+
+// ---- pseudo-terminals
+
+// A pseudo-terminal; the test plays the device at its far end.
+class PseudoTerminal : public testing::Test {
+  protected:
+    PseudoTerminal() {
+        EXPECT_GE(far_end, 0);
+        EXPECT_EQ(grantpt(far_end), 0);
+        EXPECT_EQ(unlockpt(far_end), 0);
+        char path[64] = {};
+        EXPECT_EQ(ptsname_r(far_end, path, sizeof path), 0);
+        EXPECT_EQ(norv_uart_open(path, &plain, &uart), 0U);
+    }
+    ~PseudoTerminal() override {
+        norv_uart_close(&uart);
+        close(far_end);
+    }
+
+    int far_end = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    norv_uart_t* uart = nullptr;
+};
+
+TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteReceivedBySmallPieces) {
+    std::string bytes = many_bytes(1048576);
+    std::thread device([&] {
+        auto length = static_cast<uint32_t>(bytes.size());
+        EXPECT_EQ(norv_iorw_timeout(far_end, bytes.data(), &length, plenty, true), 0U);
+    });
+    const std::string received = receive_in_small_pieces(&uart, bytes.size());
+    device.join();
+    EXPECT_EQ(first_difference(bytes, received), bytes.size());
+}
+
+TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteSent) {
+    const std::string bytes = many_bytes(1048576);
+    std::string received(bytes.size(), '\0');
+    std::thread device([&] {
+        auto length = static_cast<uint32_t>(received.size());
+        EXPECT_EQ(norv_iorw_timeout(far_end, received.data(), &length, plenty, false), 0U);
+    });
+    send(&uart, bytes);
+    device.join();
+    EXPECT_EQ(first_difference(bytes, received), bytes.size());
+}
+
+TEST_F(PseudoTerminal, HasNoModemLines) {
+    uint8_t level = 9;
+    EXPECT_EQ(norv_uart_set_rts(&uart, 1), errno_status(ENOTTY));
+    EXPECT_EQ(norv_uart_set_dtr(&uart, 1), errno_status(ENOTTY));
+    EXPECT_EQ(norv_uart_get_cts(&uart, &level), errno_status(ENOTTY));
+    EXPECT_EQ(norv_uart_get_dsr(&uart, &level), errno_status(ENOTTY));
+    EXPECT_EQ(level, 9);
+}
+
+}  // namespace
