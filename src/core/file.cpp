@@ -30,7 +30,7 @@ class formatted_path {
     const char* text() const { return text_; }
 
   private:
-    char text_[path_size] = {};
+    char text_[path_size];
     bool valid_;
 };
 
@@ -186,10 +186,13 @@ uint32_t norv_iorw_timeout(int32_t descriptor, void* buffer, uint32_t* length, i
     const uint64_t start = norv_time_get_ms();
     transfer moving(descriptor, buffer, *length, write);
     uint32_t status = NORV_STATUS_OK;
+    // One budget for the whole call: each step gets what is left of it, the first one all.
+    int64_t left = timeout;
     while (!moving.complete() && !ends_transfer(status)) {
-        // One budget for the whole call: each step gets what is left of it.
-        const int64_t left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
         status = left < 1 ? NORV_STATUS_TIMEOUT : moving.step(static_cast<int32_t>(left));
+        if (!moving.complete()) {
+            left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
+        }
     }
     *length = moving.done();
     return status;

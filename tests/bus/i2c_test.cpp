@@ -12,10 +12,12 @@
 #include "bus/i2c_adapter.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/status.hpp"
 
 namespace {
 
 using namespace std::string_literals;
+using norv::test::errno_status;
 using norv::test::i2c_adapter;
 using norv::test::i2c_transaction;
 using norv::test::kernel_double;
@@ -23,10 +25,6 @@ using norv::test::received;
 using norv::test::sent;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 // A board with one adapter, /dev/i2c-1.
 class I2c : public testing::Test {

@@ -14,10 +14,12 @@
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/kernel_double.hpp"
+#include "support/status.hpp"
 
 namespace {
 
 using namespace std::string_literals;
+using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::spi_device;
@@ -27,10 +29,6 @@ using testing::SizeIs;
 
 constexpr norv_spi_config_t eight_bits = {3, 1'000'000, 8, 0};
 constexpr norv_spi_config_t sixteen_bits = {0, 2'000'000, 16, 0};
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 class Spi : public testing::Test {
   protected:

@@ -18,6 +18,7 @@
 #include "support/event_loop.hpp"
 #include "support/kernel_double.hpp"
 #include "support/real_calls.hpp"
+#include "support/status.hpp"
 
 namespace {
 
@@ -35,6 +36,7 @@ extern "C" uint32_t norv_mutex_destroy(norv_mutex_t* mutex) {
 namespace {
 
 using norv::test::delayed_call;
+using norv::test::errno_status;
 using norv::test::kernel_double;
 using norv::test::loop_thread;
 using norv::test::open_loop;
@@ -44,10 +46,6 @@ using norv::test::wait_for_posted_call;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 uint64_t word_of(const void* pointer) {
     return reinterpret_cast<uintptr_t>(pointer);

@@ -16,21 +16,19 @@
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/kernel_double.hpp"
+#include "support/status.hpp"
 
 namespace {
 
 using namespace std::string_literals;
 using norv::test::device;
+using norv::test::errno_status;
 using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 // A wide character that has no form in the C locale: formatting it fails.
 const wchar_t unprintable[] = {0x20AC, 0};

@@ -16,9 +16,11 @@
 #include "events/serial_port.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/status.hpp"
 
 namespace {
 
+using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::serial_port;
@@ -28,10 +30,6 @@ using testing::IsEmpty;
 
 constexpr norv_uart_settings_t plain = {
     .baud = 115200, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 // What differs between two terminal settings, field by field; empty when nothing does.
 std::string differences(const termios& left, const termios& right) {

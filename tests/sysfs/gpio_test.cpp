@@ -10,20 +10,18 @@
 
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/status.hpp"
 #include "sysfs/gpio_chip.hpp"
 
 namespace {
 
 using namespace std::string_literals;
+using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::gpio_chip;
 using norv::test::kernel_double;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto errno_status = [](int error) {
-    return norv_get_status_by_errno(static_cast<uint32_t>(error));
-};
 
 class Gpio : public testing::Test {
   protected:
