@@ -48,8 +48,8 @@ bool runs_here(const norv_epoll_t* loop) {
 }
 
 uint32_t wake_and_wait(norv_epoll_t* loop) {
-    const int written = eventfd_write(loop->call_descriptor, 1);
-    if (written != 0) {
+    if (eventfd_write(loop->call_descriptor, 1) != 0) {
+        // Not the status of errno, on purpose: callers tell this apart from whatever the function returns.
         return NORV_STATUS_WAKE_FAILED;
     }
     norv_event_wait(&loop->call_done, NORV_EVENT_FOREVER);
@@ -114,6 +114,7 @@ uint32_t open_call_descriptor(norv_epoll_t* loop) {
 }
 
 uint32_t open_parts(norv_epoll_t* loop) {
+    // Without close-on-exec on purpose: programs that the application executes inherit it.
     loop->epoll_descriptor = epoll_create(1);
     uint32_t status = status_of(loop->epoll_descriptor);
     if (status == NORV_STATUS_OK) {
@@ -151,6 +152,7 @@ uint32_t norv_epoll_close(norv_epoll_t* loop) {
     if (loop == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
+    // What the last step returned goes to the caller as it is, unmapped, on purpose.
     norv_event_deinit(&loop->call_done);
     uint32_t result = norv_mutex_destroy(&loop->call_mutex);
     for (int32_t* descriptor : {&loop->call_descriptor, &loop->epoll_descriptor}) {

@@ -34,6 +34,7 @@ void dispatch_ready_events(norv_epoll_t* loop) {
 }
 
 void run_round(norv_epoll_t* loop) {
+    // Calls left over from before keep their numbers on purpose, and so may come after calls of this round.
     loop->delayed_sequence = 0;
     const int32_t timeout = has_timers(loop) ? norv::time_to_first_timer(loop) : -1;
     loop->dispatch_index = 0;

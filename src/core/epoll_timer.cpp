@@ -116,6 +116,7 @@ uint32_t cancel_timer(norv_epoll_t* loop, uint64_t argument, uint64_t) {
 uint32_t schedule_delayed(norv_epoll_t* loop, uint64_t argument, uint64_t priority) {
     auto* delayed = record_of<norv_epoll_delayed_t>(argument);
     if (delayed->node.queued != 0) {
+        // It keeps its place and its old priority, on purpose.
         return NORV_STATUS_OK;
     }
     delayed->loop = loop;
@@ -183,6 +184,7 @@ uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer_t* timer
 
 uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint64_t microseconds,
                                       bool repeat) {
+    // Cut to whole milliseconds and to their low 32 bits, on purpose.
     return norv_epoll_timer_schedule(loop, timer, static_cast<uint32_t>(microseconds / 1000), repeat);
 }
 

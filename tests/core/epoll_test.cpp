@@ -124,6 +124,16 @@ TEST_F(EventLoop, TheEpollDescriptorIsInheritedByProgramsOnPurpose) {
     EXPECT_EQ(fcntl(loop.handle.epoll_descriptor, F_GETFD), 0);
 }
 
+TEST(EventLoopHandle, OpeningDoesNotClearTheRecordOnPurpose) {
+    norv_epoll_t loop = {};
+    loop.reserved = 7;
+    loop.delayed_sequence = 5;
+    ASSERT_EQ(norv_epoll_open(&loop), NORV_STATUS_OK);
+    EXPECT_EQ(loop.reserved, 7U);
+    EXPECT_EQ(loop.delayed_sequence, 5U);
+    norv_epoll_close(&loop);
+}
+
 TEST(EventLoopHandle, ClosingClosesBothDescriptorsAndMarksThemClosed) {
     norv_epoll_t loop = {};
     ASSERT_EQ(norv_epoll_open(&loop), NORV_STATUS_OK);

@@ -17,16 +17,22 @@ namespace {
 
 // Microseconds that both clocks show; 0: the real time.
 std::atomic<uint64_t> shown_time = 0;
+std::atomic<int> readings = 0;
+
+uint64_t read_clock() {
+    ++readings;
+    return shown_time;
+}
 
 }  // namespace
 
 // The libraries find the clock here first.
 extern "C" uint64_t norv_time_get_us() {
-    const uint64_t time = shown_time;
+    const uint64_t time = read_clock();
     return time != 0 ? time : REAL(norv_time_get_us)();
 }
 extern "C" uint64_t norv_time_get_ms() {
-    const uint64_t time = shown_time;
+    const uint64_t time = read_clock();
     return time != 0 ? time / 1000 : REAL(norv_time_get_ms)();
 }
 
@@ -382,6 +388,22 @@ class LoopWait : public TimedLoop {
 TEST_F(LoopWait, WithoutTimersItHasNoLimit) {
     run_one_round();
     EXPECT_THAT(waits(), ElementsAre(-1));
+}
+
+TEST_F(LoopWait, ARoundWithoutTimersDoesNotReadTheClock) {
+    readings = 0;
+    run_one_round();
+    EXPECT_EQ(readings, 0);
+}
+
+TEST_F(LoopWait, ARoundWithTimersReadsTheClockOnceToWaitAndOnceToFire) {
+    timer first;
+    timer second;
+    schedule(first, 0);
+    schedule(second, 0);
+    readings = 0;
+    run_one_round();
+    EXPECT_EQ(readings, 2);
 }
 
 TEST_F(LoopWait, ItLastsUntilTheFirstTimerIsDue) {
