@@ -131,6 +131,7 @@ typedef struct {
     norv_heap_node_t* top;     /**< the node that leaves next, null when empty; callers may read it */
     norv_heap_node_t* recent;  /**< private: top of the nodes that were queued last */
     norv_heap_node_t* settled; /**< private: top of all others */
+    norv_heap_node_t* last;    /**< private: the recent node that was queued last, null when it left */
     uint32_t recent_count;     /**< private: nodes queued since the recent ones were last settled */
 } norv_heap_t;
 

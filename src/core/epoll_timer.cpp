@@ -66,9 +66,8 @@ norv_epoll_delayed_t* first_delayed(const norv_epoll_t* loop) {
     return const_cast<norv_epoll_delayed_t*>(delayed_of(loop->delayed.top));
 }
 
-// A snapshot, read while the loop thread may write it: the heap, which may be a board maker's own, writes the
-// flag as a plain byte, so the thread sanitizer would take this for a mistake.
-__attribute__((no_sanitize("thread"))) uint8_t is_queued(const norv_heap_node_t& node) {
+// A snapshot: the loop thread may write the flag meanwhile.
+uint8_t is_queued(const norv_heap_node_t& node) {
     return __atomic_load_n(&node.queued, __ATOMIC_RELAXED);
 }
 
