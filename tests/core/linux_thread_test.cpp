@@ -1,0 +1,288 @@
+// Thread control: what the kernel is asked for, and what it then says of the thread.
+#include "norv_linux_thread.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "norv_base.h"
+#include "support/failure_sweep.hpp"
+
+namespace {
+
+using norv::test::call;
+using norv::test::failure_sweep;
+using norv::test::kernel_double;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// A machine with so many processors, whose kernel takes any set.
+void build_machine(kernel_double& kernel, long processors) {
+    kernel.answer("sysconf", processors);
+    kernel.answer("sched_setaffinity", 0);
+}
+
+// The processors of the only set that the kernel was asked for.
+std::vector<int> asked_processors(const kernel_double& kernel) {
+    const auto calls = kernel.calls("sched_setaffinity");
+    EXPECT_THAT(calls, SizeIs(1));
+    cpu_set_t set = {};
+    std::memcpy(&set, calls.at(0).bytes.data(), sizeof set);
+    std::vector<int> processors;
+    for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
+        if (CPU_ISSET(static_cast<size_t>(processor), &set)) {
+            processors.push_back(processor);
+        }
+    }
+    return processors;
+}
+
+// Runs something on a thread of its own, so that the test's thread keeps its settings.
+template <typename action>
+void on_another_thread(action act) {
+    std::thread(act).join();
+}
+
+// The first processor that the test's own thread may run on.
+int allowed_processor() {
+    cpu_set_t allowed = {};
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    int processor = 0;
+    while (!CPU_ISSET(static_cast<size_t>(processor), &allowed)) {
+        ++processor;
+    }
+    return processor;
+}
+
+// ---- processors by mask
+
+TEST(ThreadAffinityMask, TheMasksProcessorsGoToTheKernelForTheCallingThread) {
+    kernel_double kernel;
+    build_machine(kernel, 4);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0xd), NORV_STATUS_OK);
+    EXPECT_THAT(asked_processors(kernel), ElementsAre(0, 2, 3));
+    const call made = kernel.calls("sched_setaffinity")[0];
+    EXPECT_EQ(made.flags, 0);
+    EXPECT_EQ(made.request, 128U);
+}
+
+TEST(ThreadAffinityMask, TheOnlyProcessorOfAMachineIsAccepted) {
+    kernel_double kernel;
+    build_machine(kernel, 1);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_OK);
+    EXPECT_THAT(asked_processors(kernel), ElementsAre(0));
+}
+
+TEST(ThreadAffinityMask, AProcessorThatTheMachineDoesNotHaveIsRefusedWithoutAskingTheKernel) {
+    kernel_double kernel;
+    build_machine(kernel, 1);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x2), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x3), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x80000000), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls("sched_setaffinity"), IsEmpty());
+}
+
+TEST(ThreadAffinityMask, Processor31IsRefusedOnAMachineOf31Processors) {
+    kernel_double kernel;
+    build_machine(kernel, 31);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x80000000), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x40000000), NORV_STATUS_OK);
+}
+
+TEST(ThreadAffinityMask, OnAMachineOf32ProcessorsAndMoreEveryBitIsAccepted) {
+    for (const long processors : {32L, 33L, 64L, 1024L}) {
+        kernel_double kernel;
+        build_machine(kernel, processors);
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0xffffffff), NORV_STATUS_OK);
+        EXPECT_THAT(asked_processors(kernel), SizeIs(32));
+    }
+}
+
+TEST(ThreadAffinityMask, AnEmptyMaskGoesToTheKernelWhichRefusesIt) {
+    const kernel_double kernel;
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0), norv_get_status_by_errno(EINVAL));
+    EXPECT_THAT(asked_processors(kernel), IsEmpty());
+}
+
+TEST(ThreadAffinityMask, AFailureToCountTheProcessorsIsReported) {
+    kernel_double kernel;
+    kernel.fail("sysconf", EIO);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), norv_get_status_by_errno(EIO));
+    EXPECT_THAT(kernel.calls("sched_setaffinity"), IsEmpty());
+}
+
+TEST(ThreadAffinityMask, ACountBelowOneWithoutAnErrnoLeavesNoProcessorToName) {
+    for (const long processors : {0L, -1L}) {
+        kernel_double kernel;
+        build_machine(kernel, processors);
+        errno = EBUSY;  // left by something earlier
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_INVALID_ARG);
+        EXPECT_THAT(kernel.calls("sched_setaffinity"), IsEmpty());
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0), NORV_STATUS_OK);
+        EXPECT_THAT(asked_processors(kernel), IsEmpty());
+    }
+}
+
+TEST(ThreadAffinityMask, ACountThatFailsWithAnErrnoThatMapsToZeroLeavesNoProcessorToName) {
+    kernel_double kernel;
+    kernel.map_errno(EIO, 0);
+    kernel.fail("sysconf", EIO);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_INVALID_ARG);
+}
+
+TEST(ThreadAffinityMask, TheKernelsRefusalIsReported) {
+    kernel_double kernel;
+    kernel.fail("sched_setaffinity", EPERM);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), norv_get_status_by_errno(EPERM));
+}
+
+// ---- one processor
+
+TEST(ThreadAffinity, TheProcessorGoesToTheKernelForTheCallingThread) {
+    for (const int processor : {0, 1, 31, 32, 1023}) {
+        kernel_double kernel;
+        build_machine(kernel, 1);
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), NORV_STATUS_OK);
+        EXPECT_THAT(asked_processors(kernel), ElementsAre(processor));
+        const call made = kernel.calls("sched_setaffinity")[0];
+        EXPECT_EQ(made.flags, 0);
+        EXPECT_EQ(made.request, 128U);
+    }
+}
+
+TEST(ThreadAffinity, AProcessorBeyondTheSetAsksForNoneAndTheKernelRefuses) {
+    for (const int processor : {-1, 1024, INT32_MIN, INT32_MAX}) {
+        const kernel_double kernel;
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), norv_get_status_by_errno(EINVAL));
+        EXPECT_THAT(asked_processors(kernel), IsEmpty());
+    }
+}
+
+TEST(ThreadAffinity, TheKernelsRefusalIsReported) {
+    kernel_double kernel;
+    kernel.fail("sched_setaffinity", EPERM);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity(0), norv_get_status_by_errno(EPERM));
+}
+
+TEST(ThreadAffinity, TheThreadThenRunsThere) {
+    on_another_thread([] {
+        const int processor = allowed_processor();
+        EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), NORV_STATUS_OK);
+        EXPECT_EQ(sched_getcpu(), processor);
+    });
+}
+
+// ---- class and priority
+
+TEST(ThreadPriority, NormalIsTheOrdinaryClassAtItsHighestPriority) {
+    kernel_double kernel;
+    kernel.answer("pthread_setschedparam", 0);
+    EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
+    const auto calls = kernel.calls("pthread_setschedparam");
+    ASSERT_THAT(calls, SizeIs(1));
+    EXPECT_EQ(calls[0].path, "the calling thread");
+    EXPECT_EQ(calls[0].flags, SCHED_OTHER);
+    EXPECT_EQ(calls[0].request, static_cast<unsigned long>(sched_get_priority_max(SCHED_OTHER)));
+}
+
+TEST(ThreadPriority, RealTimeIsTheFifoClassAtItsHighestPriority) {
+    kernel_double kernel;
+    kernel.answer("pthread_setschedparam", 0);
+    EXPECT_EQ(norv_linux_thread_set_realtime_priority(), NORV_STATUS_OK);
+    const auto calls = kernel.calls("pthread_setschedparam");
+    ASSERT_THAT(calls, SizeIs(1));
+    EXPECT_EQ(calls[0].path, "the calling thread");
+    EXPECT_EQ(calls[0].flags, SCHED_FIFO);
+    EXPECT_EQ(calls[0].request, 99U);
+}
+
+TEST(ThreadPriority, ARefusalByAPositiveNumberReturnsZeroOnPurpose) {
+    kernel_double kernel;
+    kernel.answer("pthread_setschedparam", EPERM);
+    EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
+    EXPECT_EQ(norv_linux_thread_set_realtime_priority(), NORV_STATUS_OK);
+}
+
+TEST(ThreadPriority, ANegativeResultIsAFailure) {
+    kernel_double kernel;
+    kernel.fail("pthread_setschedparam", EPERM);
+    EXPECT_EQ(norv_linux_thread_set_normal_priority(), norv_get_status_by_errno(EPERM));
+    kernel.fail("pthread_setschedparam", EPERM);
+    EXPECT_EQ(norv_linux_thread_set_realtime_priority(), norv_get_status_by_errno(EPERM));
+}
+
+TEST(ThreadPriority, AThreadSetToNormalIsOrdinary) {
+    on_another_thread([] {
+        EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
+        EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
+    });
+}
+
+// ---- name
+
+TEST(ThreadName, TheCallingThreadGetsTheName) {
+    on_another_thread([] {
+        EXPECT_EQ(norv_linux_thread_set_name("fifteen letters"), NORV_STATUS_OK);
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        EXPECT_STREQ(name, "fifteen letters");
+    });
+}
+
+TEST(ThreadName, ANameOf16CharactersIsNotSetAndReturnsZeroOnPurpose) {
+    on_another_thread([] {
+        norv_linux_thread_set_name("before");
+        EXPECT_EQ(norv_linux_thread_set_name("sixteen letters."), NORV_STATUS_OK);
+        char name[16] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        EXPECT_STREQ(name, "before");
+    });
+}
+
+TEST(ThreadName, ANegativeResultIsAFailure) {
+    kernel_double kernel;
+    kernel.fail("pthread_setname_np", EIO);
+    EXPECT_EQ(norv_linux_thread_set_name("name"), norv_get_status_by_errno(EIO));
+}
+
+TEST(ThreadName, ANullNameIsAnInvalidArgument) {
+    EXPECT_EQ(norv_linux_thread_set_name(nullptr), NORV_STATUS_INVALID_ARG);
+}
+
+// ---- every call may fail
+
+uint32_t set_everything() {
+    uint32_t status = norv_linux_thread_set_name("sweep");
+    if (status == NORV_STATUS_OK) {
+        status = norv_linux_thread_set_cpu_affinity_mask(1U << allowed_processor());
+    }
+    if (status == NORV_STATUS_OK) {
+        status = norv_linux_thread_set_cpu_affinity(allowed_processor());
+    }
+    if (status == NORV_STATUS_OK) {
+        status = norv_linux_thread_set_normal_priority();
+    }
+    return status == NORV_STATUS_OK ? norv_linux_thread_set_realtime_priority() : status;
+}
+
+TEST(ThreadSweep, EveryFailureIsReported) {
+    norv::test::sweep_options options;
+    options.short_counts = false;
+    failure_sweep([](kernel_double&) {},
+                  [] {
+                      uint32_t status = 0;
+                      on_another_thread([&] { status = set_everything(); });
+                      return status;
+                  },
+                  options);
+}
+
+}  // namespace
