@@ -1,0 +1,22 @@
+// UUIDs from the kernel's random number generator.
+#include "norv_uuid.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/descriptor.hpp"
+#include "norv_file.h"
+
+uint32_t norv_uuid_generate(char* buffer) {
+    if (buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    norv::scoped_descriptor file;
+    const uint32_t status =
+        norv_open_device(O_RDONLY | O_CLOEXEC, file.out(), "%s", "/proc/sys/kernel/random/uuid");
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    return pread(file.get(), buffer, NORV_UUID_LENGTH, 0) < NORV_UUID_LENGTH ? NORV_STATUS_SHORT_READ
+                                                                             : NORV_STATUS_OK;
+}
