@@ -1,0 +1,17 @@
+/**
+ * @file norv_io_linux.h
+ * All of libnorv_io_linux. A program that uses one or two families includes their headers instead.
+ */
+#ifndef NORV_IO_LINUX_H
+#define NORV_IO_LINUX_H
+
+#include "norv_epoll.h"
+#include "norv_file.h"
+#include "norv_linux_gpio.h"
+#include "norv_linux_thread.h"
+#include "norv_linux_timer.h"
+#include "norv_shell.h"
+#include "norv_status.h"
+#include "norv_uuid.h"
+
+#endif
