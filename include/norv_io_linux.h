@@ -8,10 +8,14 @@
 #include "norv_epoll.h"
 #include "norv_file.h"
 #include "norv_linux_gpio.h"
+#include "norv_linux_i2c.h"
+#include "norv_linux_i2c_bus.h"
+#include "norv_linux_spi.h"
 #include "norv_linux_thread.h"
 #include "norv_linux_timer.h"
 #include "norv_shell.h"
 #include "norv_status.h"
+#include "norv_uart.h"
 #include "norv_uuid.h"
 
 #endif
