@@ -15,20 +15,23 @@ namespace {
 
 constexpr int mask_bits = 32;
 
-// No processor at all for a number that the set cannot hold: the kernel refuses that.
+// CPU_SET passes over a number that the set cannot hold (a negative one is huge as a size): the set then
+// stays empty, and the kernel refuses it.
+void add(cpu_set_t& processors, int32_t processor) {
+    CPU_SET(static_cast<size_t>(processor), &processors);
+}
+
 cpu_set_t set_of(int32_t processor) {
     cpu_set_t processors = {};
-    if (processor >= 0 && processor < CPU_SETSIZE) {
-        CPU_SET(static_cast<size_t>(processor), &processors);
-    }
+    add(processors, processor);
     return processors;
 }
 
 cpu_set_t set_of_mask(uint32_t mask) {
     cpu_set_t processors = {};
-    for (size_t processor = 0; processor < mask_bits; ++processor) {
+    for (int32_t processor = 0; processor < mask_bits; ++processor) {
         if ((mask >> processor & 1U) != 0) {
-            CPU_SET(processor, &processors);
+            add(processors, processor);
         }
     }
     return processors;
