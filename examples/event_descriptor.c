@@ -1,7 +1,7 @@
 /*
  * A worker thread hands results to the event loop, and a timer descriptor keeps the time in the same loop.
  *
- *     event_descriptor [RESULTS]      default: 12
+ *     event_descriptor [RESULTS]      default: 30
  *
  * Needs no hardware. The worker does not wait for the loop: it puts a result down and raises an event.
  * However many results came meanwhile, the loop's callback runs once and takes them all.
@@ -77,7 +77,7 @@ static void on_tick(norv_epoll_timer_fd_t* timer) {
 
 int main(int argc, char** argv) {
     static norv_epoll_t loop;
-    mailbox_t mailbox = {.event.callback = on_results, .wanted = argc > 1 ? (unsigned)atoi(argv[1]) : 12};
+    mailbox_t mailbox = {.event.callback = on_results, .wanted = argc > 1 ? (unsigned)atoi(argv[1]) : 30};
     heartbeat_t heartbeat = {.timer.callback = on_tick};
     pthread_t worker;
 
