@@ -107,6 +107,7 @@ uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uint64_t tim
 
 ssize_t norv_linux_timer_clear_event(norv_linux_timer_t* timer) {
     uint64_t expiries = 0;
+    // Not a status, on purpose: callers compare with 8.
     return timer != nullptr ? read(timer->descriptor, &expiries, sizeof expiries) : -1;
 }
 

