@@ -186,6 +186,17 @@ AMachineThatDoesNotStartIsASkipAtHomeAndAFailureInContinuousIntegration() {
 }
 
 # In a copy of the scripts: the tree itself stays as it is.
+# Its output ends with it: what reads the output must not wait for ever.
+AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
+    mkdir -p "$scratch/broken"
+    printf '#!/bin/sh\nexit 1\n' >"$scratch/broken/qemu-system-x86_64"
+    chmod +x "$scratch/broken/qemu-system-x86_64"
+    status=0
+    env --unset=CI NORV_BOARD_ACCEL=tcg PATH="$scratch/broken:$PATH" \
+        timeout 60 bash -c '"$1" true 2>/dev/null | cat; exit "${PIPESTATUS[0]}"' bash "$run" || status=$?
+    expect status 77 "$status"
+}
+
 AModuleThatDoesNotBuildIsAFailureEverywhere() {
     mkdir -p "$scratch/copy/build/board"
     cp -r "$project/board" "$project/tools" "$scratch/copy/"
