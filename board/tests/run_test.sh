@@ -192,6 +192,7 @@ AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
     printf '#!/bin/sh\nexit 1\n' >"$scratch/broken/qemu-system-x86_64"
     chmod +x "$scratch/broken/qemu-system-x86_64"
     status=0
+    # shellcheck disable=SC2016  # expanded by the inner shell
     env --unset=CI NORV_BOARD_ACCEL=tcg PATH="$scratch/broken:$PATH" \
         timeout 60 bash -c '"$1" true 2>/dev/null | cat; exit "${PIPESTATUS[0]}"' bash "$run" || status=$?
     expect status 77 "$status"
