@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "support/event_loop.hpp"
+#include "support/failure_sweep.hpp"
 #include "support/kernel_double.hpp"
 #include "support/real_calls.hpp"
 #include "support/status.hpp"
@@ -991,6 +993,43 @@ TEST_F(EventLoop, AStartIsAwaitedAndAnExitObeyedAgainAndAgain) {
     }
     runner.join();
     EXPECT_EQ(runs, 200);
+}
+
+// ---- failure sweep
+
+// Opens a loop, registers a pipe, changes and ends the registration, up to the first failure.
+uint32_t use_loop(int descriptor) {
+    norv_epoll_t loop = {};
+    norv_epoll_fd_t record = {nullptr, descriptor, nullptr};
+    uint32_t status = norv_epoll_open(&loop);
+    if (status != NORV_STATUS_OK) {
+        EXPECT_LE(loop.epoll_descriptor, 0);
+        EXPECT_LE(loop.call_descriptor, 0);
+        return status;
+    }
+    status = norv_epoll_fd_add(&loop, &record, EPOLLIN);
+    if (status == NORV_STATUS_OK) {
+        status = norv_epoll_fd_modify(&loop, &record, EPOLLIN | EPOLLET);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = norv_epoll_fd_remove(&loop, &record);
+        EXPECT_EQ(record.loop, nullptr);
+    }
+    norv_epoll_close(&loop);
+    return status;
+}
+
+TEST(EventLoopSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    norv::test::sweep_options options;
+    options.expect = [](const norv::test::fault& struck) {
+        const bool of_base_library = struck.name == "norv_mutex_init" || struck.name == "norv_event_init";
+        return of_base_library ? NORV_STATUS_NO_MEMORY : norv::test::status_of_fault(struck);
+    };
+    norv::test::failure_sweep([](kernel_double&) {}, [&] { return use_loop(ends[0]); }, options);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -41,6 +42,7 @@ class slow_device : public device {
     std::vector<std::pair<short, int>> polls;
     std::deque<long> poll_answers;  // used up first; then always ready
     std::deque<long> answers;       // of reads and writes
+    std::function<void()> on_poll = [] {};
 
     long read(void* buffer, size_t size, off_t offset) override {
         if (const long answer = next(answers, 1); answer <= 0) {
@@ -59,6 +61,7 @@ class slow_device : public device {
     }
     long poll(short events, int timeout) override {
         polls.emplace_back(events, timeout);
+        on_poll();
         return next(poll_answers, events);
     }
 
@@ -366,14 +369,32 @@ TEST_F(Transfer, WithinTheLimitEverythingIsMoved) {
     EXPECT_EQ(device_->received, "12345678");
 }
 
+// Three bytes arrive every 300 ms.
 TEST_F(Transfer, EachStepOfATimeLimitedTransferGetsWhatIsLeftOfTheLimit) {
+    long milliseconds = 0;
+    kernel.set_clock(1, 0);
+    device_->on_poll = [&] {
+        milliseconds += 300;
+        kernel.set_clock(1, milliseconds * 1000000);
+    };
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), 0U);
-    for (const auto& [events, timeout] : device_->polls) {
-        EXPECT_EQ(events, POLLIN);
-        EXPECT_GT(timeout, 0);
-        EXPECT_LE(timeout, 60000);
-    }
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_THAT(device_->polls,
+                ElementsAre(std::pair<short, int>(POLLIN, 800), std::pair<short, int>(POLLIN, 500),
+                            std::pair<short, int>(POLLIN, 200)));
+}
+
+TEST_F(Transfer, ALimitThatIsUsedUpBetweenTwoStepsIsATimeOut) {
+    long milliseconds = 0;
+    kernel.set_clock(1, 0);
+    device_->on_poll = [&] {
+        milliseconds += 400;
+        kernel.set_clock(1, milliseconds * 1000000);
+    };
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 6U);
+    EXPECT_THAT(device_->polls, SizeIs(2));
 }
 
 TEST_F(Transfer, ATimeOutTellsHowMuchWasMoved) {
