@@ -12,8 +12,8 @@
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
 #include "core/memory.hpp"
+#include "core/open.hpp"
 #include "norv_base.h"
-#include "norv_file.h"
 
 static_assert(sizeof(norv_spi_t) == 8 && offsetof(norv_spi_t, swap16) == 4);
 static_assert(sizeof(norv_spi_config_t) == 12 && offsetof(norv_spi_config_t, max_speed_hz) == 4 &&
@@ -104,11 +104,7 @@ uint32_t norv_linux_spi_open(const char* path, const norv_spi_config_t* config, 
     if (config == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The path is the format on purpose: "%%" in it is one '%' of the file's name.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-    uint32_t status = norv_open_device(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path);
-#pragma GCC diagnostic pop
+    uint32_t status = norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path);
     if (status == NORV_STATUS_OK) {
         status = norv_linux_spi_config(spi, config);
     }

@@ -1,0 +1,18 @@
+// Opening a device node whose path the caller gives.
+#pragma once
+
+#include <cstdint>
+
+#include "norv_file.h"
+
+namespace norv {
+
+// The path is the format on purpose: "%%" in it is one '%' of the file's name.
+inline uint32_t open_path(uint32_t flags, int32_t* descriptor, const char* path) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+    return norv_open_device(flags, descriptor, path);
+#pragma GCC diagnostic pop
+}
+
+}  // namespace norv
