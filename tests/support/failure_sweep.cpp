@@ -47,8 +47,8 @@ uint32_t status_of_fault(const fault& struck) {
     if (struck.how == fault::kind::short_count || struck.name == "close") {
         return NORV_STATUS_OK;
     }
-    const bool allocation = struck.name == "norv_malloc" || struck.name == "norv_zalloc";
-    return allocation ? NORV_STATUS_NO_MEMORY : norv_get_status_by_errno(static_cast<uint32_t>(struck.error));
+    return struck.name.ends_with("alloc") ? NORV_STATUS_NO_MEMORY
+                                          : norv_get_status_by_errno(static_cast<uint32_t>(struck.error));
 }
 
 int failure_sweep(const std::function<void(kernel_double&)>& build_board,

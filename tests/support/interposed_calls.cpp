@@ -408,6 +408,22 @@ DIR* opendir(const char* path) {
                      [](const char* place) { return REAL(opendir)(place); });
 }
 
+// The list and its entries are the caller's to release.
+int scandir(const char* path, struct dirent*** entries, int (*filter)(const struct dirent*),
+            int (*compare)(const struct dirent**, const struct dirent**)) {
+    kernel_state* kernel = active_kernel();
+    const int count = pass_path("scandir", path, -1, [&](const char* place) {
+        const outside_the_double guard;
+        return REAL(scandir)(place, entries, filter, compare);
+    });
+    if (kernel != nullptr && count >= 0) {
+        const std::lock_guard lock(kernel->mutex);
+        kernel->allocations.insert(*entries);
+        kernel->allocations.insert(*entries, *entries + count);
+    }
+    return count;
+}
+
 int epoll_create(int size) noexcept {
     return create_descriptor("epoll_create", [&] { return REAL(epoll_create)(size); });
 }

@@ -1,6 +1,7 @@
 // The kernel double and the failure sweep: what every other unit test stands on.
 #include "support/kernel_double.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
@@ -16,6 +17,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -175,6 +177,36 @@ TEST(KernelDouble, AReadAtAnOffsetLeavesTheFilePositionAlone) {
     EXPECT_STREQ(text, "ab");
     EXPECT_EQ(kernel.calls("pread").at(0).request, 3U);
     close(descriptor);
+}
+
+TEST(KernelDouble, AScanOfADirectoryFindsTheEntriesOfTheScratchTree) {
+    kernel_double kernel;
+    kernel.add_file("/dev/mtd1");
+    kernel.add_file("/dev/mtd0");
+    dirent** entries = nullptr;
+    const auto is_node = [](const dirent* entry) { return entry->d_name[0] == 'm' ? 1 : 0; };
+    ASSERT_EQ(scandir("/dev", &entries, is_node, alphasort), 2);
+    EXPECT_STREQ(entries[0]->d_name, "mtd0");
+    EXPECT_STREQ(entries[1]->d_name, "mtd1");
+    EXPECT_EQ(kernel.allocations(), 3U);
+    norv_free(entries[0]);
+    norv_free(entries[1]);
+    norv_free(entries);
+    kernel.fail("scandir", EACCES);
+    EXPECT_EQ(scandir("/dev", &entries, is_node, alphasort), -1);
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(KernelDouble, TheTestsOwnMemoryNeitherFailsNorIsWatched) {
+    kernel_double kernel;
+    for (const char* call : {"malloc", "calloc"}) {
+        kernel.fail(call, ENOMEM);
+        void* memory = call[0] == 'm' ? malloc(8) : calloc(1, 8);
+        EXPECT_NE(memory, nullptr);
+        EXPECT_EQ(kernel.allocations(), 0U);
+        free(memory);
+        EXPECT_FALSE(kernel.struck());
+    }
 }
 
 TEST(KernelDouble, TheClockStandsWhereTheTestSetsIt) {

@@ -1,0 +1,112 @@
+// The C library's own memory functions, as far as the library under test calls them itself: they can fail
+// there, and what they give out is watched. Everybody else in the program calls past the double.
+#include <dlfcn.h>
+#include <link.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string_view>
+
+#include "support/kernel_state.hpp"
+
+namespace {
+
+using norv::test::active_kernel;
+using norv::test::outside_the_double;
+using kernel_state = norv::test::kernel_double::state;
+
+// Where the library under test stands in memory.
+struct address_range {
+    uintptr_t begin = UINTPTR_MAX;
+    uintptr_t end = 0;
+};
+
+int find_library(dl_phdr_info* object, size_t, void* found) {
+    if (std::string_view(object->dlpi_name).find("libnorv_io_linux.so") == std::string_view::npos) {
+        return 0;
+    }
+    auto* range = static_cast<address_range*>(found);
+    for (const auto& part : std::span(object->dlpi_phdr, object->dlpi_phnum)) {
+        if (part.p_type == PT_LOAD) {
+            range->begin = std::min(range->begin, object->dlpi_addr + part.p_vaddr);
+            range->end = std::max(range->end, object->dlpi_addr + part.p_vaddr + part.p_memsz);
+        }
+    }
+    return 1;
+}
+
+bool is_library(const void* caller) {
+    static address_range library;
+    if (library.end == 0) {
+        dl_iterate_phdr(find_library, &library);
+    }
+    const auto address = reinterpret_cast<uintptr_t>(caller);
+    return address >= library.begin && address < library.end;
+}
+
+// The double, when the library under test is calling.
+kernel_state* kernel_of(const void* caller) {
+    kernel_state* kernel = active_kernel();
+    return kernel != nullptr && is_library(caller) ? kernel : nullptr;
+}
+
+template <typename function>
+function* real(const char* name) {
+    return reinterpret_cast<function*>(dlsym(RTLD_NEXT, name));
+}
+
+// These are called before anything else in the program is ready, and for that reason keep what they look up
+// in plain variables. Looking it up twice does no harm.
+void* (*real_malloc)(size_t);
+void* (*real_calloc)(size_t, size_t);
+void (*real_free)(void*);
+
+template <typename allocation>
+void* allocate(kernel_state* kernel, const char* name, allocation obtain) {
+    if (kernel == nullptr) {
+        return obtain();
+    }
+    const std::lock_guard lock(kernel->mutex);
+    const outside_the_double guard;
+    void* memory = kernel->strikes(name) ? nullptr : obtain();
+    if (memory != nullptr) {
+        kernel->allocations.insert(memory);
+    }
+    return memory;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(size_t size) {
+    if (real_malloc == nullptr) {
+        real_malloc = real<void*(size_t)>("malloc");
+    }
+    return allocate(kernel_of(__builtin_return_address(0)), "malloc", [&] { return real_malloc(size); });
+}
+
+void* calloc(size_t count, size_t size) {
+    if (real_calloc == nullptr) {
+        real_calloc = real<void*(size_t, size_t)>("calloc");
+    }
+    return allocate(kernel_of(__builtin_return_address(0)), "calloc",
+                    [&] { return real_calloc(count, size); });
+}
+
+void free(void* memory) {
+    if (real_free == nullptr) {
+        real_free = real<void(void*)>("free");
+    }
+    kernel_state* kernel = kernel_of(__builtin_return_address(0));
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        const outside_the_double guard;
+        kernel->allocations.erase(memory);
+    }
+    real_free(memory);
+}
+
+}  // extern "C"
