@@ -163,6 +163,41 @@ long move(const char* name, bool write, int descriptor, void* buffer, size_t siz
     return made.result;
 }
 
+long real_move_at(bool write, int descriptor, void* buffer, size_t size, off_t offset) {
+    return write ? REAL(pwrite)(descriptor, buffer, size, offset)
+                 : REAL(pread)(descriptor, buffer, size, offset);
+}
+
+// A read or write at an offset, which the journal keeps as the request. A model does not notice the
+// difference.
+long move_at(const char* name, bool write, int descriptor, void* buffer, size_t size, off_t offset) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return real_move_at(write, descriptor, buffer, size, offset);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    open_file* file = kernel->find(descriptor);
+    call made;
+    made.name = name;
+    made.path = file != nullptr ? file->path : "";
+    made.request = static_cast<unsigned long>(offset);
+    if (kernel->strikes(name, made.path)) {
+        made.result = -1;
+    } else {
+        size = kernel->shortened(name, size, made.path);
+        const outside_the_double guard;
+        if (file == nullptr || file->model == nullptr) {
+            made.result = real_move_at(write, descriptor, buffer, size, offset);
+        } else {
+            made.result = answer(write ? file->model->write(buffer, size, offset)
+                                       : file->model->read(buffer, size, offset));
+        }
+    }
+    made.bytes = text_of(buffer, write ? static_cast<long>(size) : made.result);
+    kernel->record(made);
+    return made.result;
+}
+
 // A control request: a model answers it, or the real kernel.
 template <typename passing>
 int control(const char* name, int descriptor, unsigned long request, void* argument, passing through) {
@@ -246,30 +281,12 @@ ssize_t write(int descriptor, const void* buffer, size_t size) {
     return move("write", true, descriptor, const_cast<void*>(buffer), size);
 }
 
-// The journal keeps the offset as the request.
 ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset) {
-    kernel_state* kernel = active_kernel();
-    if (kernel == nullptr) {
-        return REAL(pread)(descriptor, buffer, size, offset);
-    }
-    const std::lock_guard lock(kernel->mutex);
-    open_file* file = kernel->find(descriptor);
-    call made;
-    made.name = "pread";
-    made.path = file != nullptr ? file->path : "";
-    made.request = static_cast<unsigned long>(offset);
-    if (kernel->strikes("pread", made.path)) {
-        made.result = -1;
-    } else {
-        size = kernel->shortened("pread", size, made.path);
-        const outside_the_double guard;
-        made.result = file != nullptr && file->model != nullptr
-                          ? answer(file->model->read(buffer, size, offset))
-                          : REAL(pread)(descriptor, buffer, size, offset);
-    }
-    made.bytes = text_of(buffer, made.result);
-    kernel->record(made);
-    return made.result;
+    return move_at("pread", false, descriptor, buffer, size, offset);
+}
+
+ssize_t pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
+    return move_at("pwrite", true, descriptor, const_cast<void*>(buffer), size, offset);
 }
 
 off_t lseek(int descriptor, off_t offset, int whence) noexcept {

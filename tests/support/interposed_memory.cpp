@@ -8,12 +8,14 @@
 #include <cstdlib>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "support/kernel_state.hpp"
 
 namespace {
 
 using norv::test::active_kernel;
+using norv::test::call;
 using norv::test::outside_the_double;
 using kernel_state = norv::test::kernel_double::state;
 
@@ -97,14 +99,23 @@ void* calloc(size_t count, size_t size) {
 }
 
 void free(void* memory) {
+    static bool looking_up = false;
     if (real_free == nullptr) {
+        if (looking_up) {
+            return;  // the message of an earlier lookup that failed, released by this one: not given back
+        }
+        looking_up = true;
         real_free = real<void(void*)>("free");
     }
     kernel_state* kernel = kernel_of(__builtin_return_address(0));
     if (kernel != nullptr) {
         const std::lock_guard lock(kernel->mutex);
         const outside_the_double guard;
-        kernel->allocations.erase(memory);
+        if (kernel->allocations.erase(memory) > 0) {
+            call made;
+            made.name = "free";
+            kernel->record(std::move(made));
+        }
     }
     real_free(memory);
 }

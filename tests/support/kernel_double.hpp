@@ -30,7 +30,7 @@ struct call {
     std::string path;           // of the file, where there is one
     int flags = 0;              // of an open, or as the interposed call says
     std::string bytes;          // of a write; what a read returned
-    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait; the offset of a pread
+    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait; the offset of a pread or pwrite
     long result = 0;            // as returned
 };
 

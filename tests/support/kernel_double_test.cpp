@@ -209,6 +209,18 @@ TEST(KernelDouble, TheTestsOwnMemoryNeitherFailsNorIsWatched) {
     }
 }
 
+TEST(KernelDouble, AWriteAtAnOffsetLeavesTheFilePositionAlone) {
+    kernel_double kernel;
+    kernel.add_file("/proc/text", "abcdef");
+    const int descriptor = open("/proc/text", O_RDWR);
+    EXPECT_EQ(pwrite(descriptor, "XY", 2, 3), 2);
+    EXPECT_EQ(write(descriptor, "-", 1), 1);
+    EXPECT_EQ(kernel.content("/proc/text"), "-bcXYf");
+    EXPECT_EQ(kernel.calls("pwrite").at(0).request, 3U);
+    EXPECT_EQ(kernel.calls("pwrite").at(0).bytes, "XY");
+    close(descriptor);
+}
+
 TEST(KernelDouble, TheClockStandsWhereTheTestSetsIt) {
     timespec time = {};
     {
