@@ -16,6 +16,7 @@
 #include "events/serial_port.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -23,6 +24,7 @@ namespace {
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::no_standard_input;
 using norv::test::serial_port;
 using testing::Each;
 using testing::ElementsAre;
@@ -251,21 +253,6 @@ TEST_F(Uart, ClosingTwiceClosesNothingTheSecondTime) {
     norv_uart_close(&uart);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
-
-// While one lives, the process has no standard input, and the next descriptor that is opened is 0.
-class no_standard_input {
-  public:
-    no_standard_input() { close(STDIN_FILENO); }
-    ~no_standard_input() {
-        if (kept_ >= 0) {
-            dup2(kept_, STDIN_FILENO);
-            close(kept_);
-        }
-    }
-
-  private:
-    int kept_ = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-};
 
 TEST(UartWithoutStandardInput, APortWithTheDescriptor0IsNeitherRestoredNorClosed) {
     const no_standard_input guard;

@@ -1,4 +1,4 @@
-// A device model: what answers the system calls on a device node or attribute of the kernel double.
+// A device model: what answers the system calls on a device node, attribute or socket of the kernel double.
 #pragma once
 
 #include <sys/types.h>
@@ -27,6 +27,11 @@ class device {
     // The address that the mapping gets, or a negative errno.
     virtual intptr_t map(size_t /*size*/, int /*protection*/, int /*flags*/, off_t /*offset*/) {
         return -ENODEV;
+    }
+    // On sockets only.
+    virtual long bind(const void* /*address*/, size_t /*size*/) { return -ENOTSOCK; }
+    virtual long set_option(int /*level*/, int /*name*/, const void* /*value*/, size_t /*size*/) {
+        return -ENOTSOCK;
     }
 };
 

@@ -2,12 +2,34 @@
 // leave a trace in its journal.
 #pragma once
 
+#include <sys/eventfd.h>
+
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
 #include "support/kernel_state.hpp"
+#include "support/real_calls.hpp"
 
 namespace norv::test {
+
+// A model's answer as the C library gives it.
+template <typename result>
+result answer(result value) {
+    if (value < 0) {
+        errno = static_cast<int>(-value);
+        return -1;
+    }
+    return value;
+}
+
+// Opens a descriptor behind which a model stands: a number that can be polled and closed, the model answers
+// everything else.
+inline int open_model(kernel_double::state& kernel, const std::string& path, std::shared_ptr<device> model) {
+    const int descriptor = REAL(eventfd)(0, EFD_CLOEXEC);
+    kernel.opened(descriptor, path, std::move(model));
+    return descriptor;
+}
 
 // Creates a descriptor of the real kernel through the double: it can fail, and is watched.
 template <typename creation>
@@ -57,6 +79,28 @@ result pass_journalled(call made, result failure, passing through) {
     made.result = static_cast<long>(returned);
     kernel->record(std::move(made));
     return returned;
+}
+
+// A call on a descriptor, journalled: it fails, or the descriptor's model answers, or the real kernel.
+template <typename asking, typename passing>
+int ask(call made, int descriptor, asking ask_model, passing through) {
+    kernel_double::state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return through();
+    }
+    const std::lock_guard lock(kernel->mutex);
+    open_file* file = kernel->find(descriptor);
+    made.path = file != nullptr ? file->path : "";
+    if (kernel->strikes(made.name.c_str(), made.path)) {
+        made.result = -1;
+    } else if (file != nullptr && file->model != nullptr) {
+        const outside_the_double guard;
+        made.result = answer(ask_model(*file->model));
+    } else {
+        made.result = through();
+    }
+    kernel->record(made);
+    return static_cast<int>(made.result);
 }
 
 }  // namespace norv::test

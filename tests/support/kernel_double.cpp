@@ -149,6 +149,10 @@ void kernel_double::on_write(const std::string& path, write_reaction reaction) {
     state_->reactions[path] = std::move(reaction);
 }
 
+void kernel_double::add_socket_family(int family, socket_factory create) {
+    state_->socket_families[family] = std::move(create);
+}
+
 std::string kernel_double::content(const std::string& path) const {
     const outside_the_double guard;
     std::ostringstream content;

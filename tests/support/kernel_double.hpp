@@ -2,8 +2,9 @@
 //
 // While a kernel_double lives, every path under /sys, /proc, /dev and /config that the library (or the test)
 // uses leads into a scratch tree that the test builds, device models answer the calls on their nodes, and
-// every call is journalled. Everything else (sockets, epoll, eventfd, pipes) is the real kernel's. At its end
-// the double reports whatever the library left open, mapped or allocated as a test failure.
+// every call is journalled. Sockets of the address families that the test adds are models too. Everything
+// else (other sockets, epoll, eventfd, pipes) is the real kernel's. At its end the double reports whatever
+// the library left open, mapped or allocated as a test failure.
 //
 //     kernel_double kernel;
 //     kernel.add_file("/sys/class/leds/red/brightness", "0");
@@ -61,6 +62,11 @@ class kernel_double {
     // Reacts to each write of an attribute before it is stored: 0 accepts, an errno refuses.
     using write_reaction = std::function<int(std::string_view bytes)>;
     void on_write(const std::string& path, write_reaction reaction);
+
+    // Answers socket(2) for this address family: each socket gets the model that is returned. In the journal
+    // its calls have the path "socket".
+    using socket_factory = std::function<std::shared_ptr<device>(int type, int protocol)>;
+    void add_socket_family(int family, socket_factory create);
 
     // What stands in a file, and whether a path exists.
     std::string content(const std::string& path) const;

@@ -10,6 +10,8 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -164,6 +166,72 @@ TEST(KernelDouble, AFileThatIsNoTerminalAnswersSo) {
         EXPECT_EQ(errno, ENOTTY);
         close(descriptor);
     }
+}
+
+// A socket that takes one address and one option.
+class plain_socket : public device {
+  public:
+    long bind(const void*, size_t size) override { return size == 2 ? 0 : -EADDRINUSE; }
+    long set_option(int level, int name, const void*, size_t) override {
+        return level == 1 && name == 2 ? 0 : -ENOPROTOOPT;
+    }
+};
+
+TEST(KernelDouble, ASocketOfAnAddedFamilyIsAnsweredByItsModel) {
+    kernel_double kernel;
+    kernel.add_socket_family(AF_CAN, [](int, int) { return std::make_shared<plain_socket>(); });
+    const int descriptor = socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, 1);
+    sockaddr address = {};
+    EXPECT_EQ(bind(descriptor, &address, 2), 0);
+    EXPECT_EQ(bind(descriptor, &address, 3), -1);
+    EXPECT_EQ(errno, EADDRINUSE);
+    EXPECT_EQ(setsockopt(descriptor, 1, 2, "value", 5), 0);
+    EXPECT_EQ(setsockopt(descriptor, 1, 3, "value", 5), -1);
+    EXPECT_EQ(errno, ENOPROTOOPT);
+    close(descriptor);
+    EXPECT_EQ(kernel.calls("socket").at(0).flags, SOCK_RAW | SOCK_CLOEXEC);
+    EXPECT_EQ(kernel.calls("bind").at(0).bytes.size(), 2U);
+    EXPECT_EQ(kernel.calls("setsockopt").at(0).bytes, "value");
+}
+
+TEST(KernelDouble, SocketsOfOtherFamiliesAreTheRealKernelsButCanFail) {
+    kernel_double kernel;
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    const sockaddr_un unnamed = {AF_UNIX, ""};
+    EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&unnamed), sizeof(sa_family_t)), 0);
+    const int yes = 1;
+    EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_PASSCRED, &yes, sizeof yes), 0);
+    kernel.fail("bind", EACCES);
+    EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&unnamed), sizeof(sa_family_t)), -1);
+    EXPECT_EQ(errno, EACCES);
+    close(descriptor);
+}
+
+TEST(KernelDouble, ADescriptorsFlagsAreTheRealKernels) {
+    kernel_double kernel;
+    kernel.add_device("/dev/device", std::make_shared<device>());
+    const int descriptor = open("/dev/device", O_RDWR);
+    EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
+    EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, O_NONBLOCK);
+    EXPECT_EQ(kernel.calls("fcntl").at(0).flags, F_SETFL);
+    EXPECT_EQ(kernel.calls("fcntl").at(0).request, static_cast<unsigned long>(O_NONBLOCK));
+    close(descriptor);
+}
+
+TEST(KernelDouble, AnUnlockFailsOnlyForATestThatNamesItAndStillUnlocks) {
+    kernel_double kernel;
+    norv_mutex_t mutex;
+    norv_mutex_init(&mutex);
+    norv_mutex_lock(&mutex);
+    kernel.fail("", EINVAL);
+    EXPECT_EQ(norv_mutex_unlock(&mutex), 0U);
+    norv_mutex_lock(&mutex);
+    kernel.fail("norv_mutex_unlock", EINVAL);
+    EXPECT_EQ(norv_mutex_unlock(&mutex), NORV_STATUS_BAD_STATE);
+    EXPECT_EQ(norv_mutex_lock(&mutex), 0U);
+    norv_mutex_unlock(&mutex);
+    norv_mutex_destroy(&mutex);
 }
 
 TEST(KernelDouble, AReadAtAnOffsetLeavesTheFilePositionAlone) {

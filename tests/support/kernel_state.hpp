@@ -25,6 +25,7 @@ struct kernel_double::state {
     std::string root;
     std::map<std::string, std::shared_ptr<device>> models;
     std::map<std::string, write_reaction> reactions;
+    std::map<int, socket_factory> socket_families;
     std::map<int, open_file> descriptors;
     std::map<void*, size_t> mappings;
     std::set<void*> allocations;
