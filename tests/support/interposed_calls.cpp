@@ -33,6 +33,7 @@ using norv::test::device;
 using norv::test::open_file;
 using norv::test::outside_the_double;
 using norv::test::pass;
+using norv::test::pass_path;
 using kernel_state = norv::test::kernel_double::state;
 
 std::string text_of(const void* bytes, long count) {
@@ -76,21 +77,6 @@ void* allocate(const char* name, allocation obtain) {
         kernel->allocations.insert(memory);
     }
     return memory;
-}
-
-// The same for a call on a path, which leads into the scratch tree.
-template <typename result, typename passing>
-result pass_path(const char* name, const char* path, result failure, passing through) {
-    kernel_state* kernel = active_kernel();
-    if (kernel == nullptr) {
-        return through(path);
-    }
-    const std::lock_guard lock(kernel->mutex);
-    call made;
-    made.name = name;
-    made.path = path;
-    kernel->record(made);
-    return kernel->strikes(name, path) ? failure : through(kernel->place_of(path).c_str());
 }
 
 int open_in(kernel_state& kernel, const char* path, int flags, mode_t mode) {
@@ -363,10 +349,15 @@ void* mmap(void* address, size_t size, int protection, int flags, int descriptor
     return REAL(mmap)(address, size, protection, flags, descriptor, offset);
 }
 
+// The journal keeps the size as the request.
 int munmap(void* address, size_t size) noexcept {
     kernel_state* kernel = active_kernel();
     if (kernel != nullptr) {
         const std::lock_guard lock(kernel->mutex);
+        call made;
+        made.name = "munmap";
+        made.request = size;
+        kernel->record(made);
         const auto found = kernel->mappings.find(address);
         if (found != kernel->mappings.end()) {
             const bool of_model = found->second == 0;

@@ -64,6 +64,21 @@ result pass(const char* name, result failure, passing through) {
     return through();
 }
 
+// The same for a call on a path, which leads into the scratch tree.
+template <typename result, typename passing>
+result pass_path(const char* name, const char* path, result failure, passing through) {
+    kernel_double::state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return through(path);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    call made;
+    made.name = name;
+    made.path = path;
+    kernel->record(made);
+    return kernel->strikes(name, path) ? failure : through(kernel->place_of(path).c_str());
+}
+
 // A call that passes through, unless it fails or the test answers it, and is journalled.
 template <typename result, typename passing>
 result pass_journalled(call made, result failure, passing through) {

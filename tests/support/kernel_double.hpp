@@ -31,8 +31,9 @@ struct call {
     std::string path;           // of the file, where there is one
     int flags = 0;              // of an open, or as the interposed call says
     std::string bytes;          // of a write; what a read returned
-    unsigned long request = 0;  // of an ioctl; the time-out of a poll or epoll_wait; the offset of a pread or pwrite
-    long result = 0;            // as returned
+    unsigned long request = 0;  // of an ioctl; a poll's or epoll_wait's time-out, a pread's or pwrite's
+                                // offset, a munmap's size
+    long result = 0;  // as returned
 };
 
 // Which call is to fail, and how.

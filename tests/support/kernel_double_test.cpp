@@ -57,6 +57,17 @@ class register_device : public device {
     intptr_t map(size_t, int, int, off_t) override { return reinterpret_cast<intptr_t>(memory.data()); }
 };
 
+// A device that remembers where it was written.
+class offset_device : public device {
+  public:
+    off_t written_at = -1;
+
+    long write(const void*, size_t size, off_t offset) override {
+        written_at = offset;
+        return static_cast<long>(size);
+    }
+};
+
 TEST(KernelDouble, PathsOfTheBoardLeadIntoTheScratchTree) {
     kernel_double kernel;
     kernel.add_file("/proc/uptime", "12.5 3.0\n");
@@ -286,6 +297,62 @@ TEST(KernelDouble, AWriteAtAnOffsetLeavesTheFilePositionAlone) {
     EXPECT_EQ(kernel.content("/proc/text"), "-bcXYf");
     EXPECT_EQ(kernel.calls("pwrite").at(0).request, 3U);
     EXPECT_EQ(kernel.calls("pwrite").at(0).bytes, "XY");
+    close(descriptor);
+}
+
+TEST(KernelDouble, AModelIsWrittenAtTheOffset) {
+    kernel_double kernel;
+    const auto model = std::make_shared<offset_device>();
+    kernel.add_device("/dev/offset", model);
+    const int descriptor = open("/dev/offset", O_RDWR);
+    EXPECT_EQ(pwrite(descriptor, "xy", 2, 40), 2);
+    EXPECT_EQ(model->written_at, 40);
+    close(descriptor);
+}
+
+TEST(KernelDouble, AStreamReadsTheScratchTreeLineByLine) {
+    kernel_double kernel;
+    kernel.add_file("/sys/uevent", "A=1\nB=2\n");
+    FILE* stream = fopen("/sys/uevent", "re");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    char* line = nullptr;
+    size_t size = 0;
+    EXPECT_EQ(getline(&line, &size, stream), 4);
+    EXPECT_STREQ(line, "A=1\n");
+    EXPECT_EQ(kernel.allocations(), 1U);
+    kernel.fail("getline", EIO);
+    EXPECT_EQ(getline(&line, &size, stream), -1);
+    norv_free(line);
+    kernel.fail("fclose", EIO);
+    EXPECT_EQ(fclose(stream), EOF);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+    kernel.fail("fopen", EACCES);
+    EXPECT_EQ(fopen("/sys/uevent", "re"), nullptr);
+}
+
+TEST(KernelDouble, LinksAndRealPathsAreToldAsTheBoardHasThem) {
+    kernel_double kernel;
+    kernel.add_directory("/sys/devices/uio0");
+    kernel.add_link("/sys/class/uio/uio0", "/sys/devices/uio0");
+    char target[64] = {};
+    EXPECT_EQ(readlink("/sys/class/uio/uio0", target, sizeof target), 17);
+    EXPECT_STREQ(target, "/sys/devices/uio0");
+    char* resolved = realpath("/sys/class/uio/uio0", nullptr);
+    EXPECT_STREQ(resolved, "/sys/devices/uio0");
+    EXPECT_EQ(kernel.allocations(), 1U);
+    norv_free(resolved);
+    EXPECT_EQ(readlink("/sys/class/uio/uio1", target, sizeof target), -1);
+    EXPECT_EQ(realpath("/sys/class/uio/uio1", nullptr), nullptr);
+}
+
+TEST(KernelDouble, TheSizeOfAnUnmappingIsJournalled) {
+    kernel_double kernel;
+    kernel.add_device("/dev/register", std::make_shared<register_device>());
+    const int descriptor = open("/dev/register", O_RDWR);
+    void* memory = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0);
+    EXPECT_EQ(munmap(memory, 4096), 0);
+    EXPECT_EQ(kernel.calls("munmap").back().request, 4096U);
     close(descriptor);
 }
 
