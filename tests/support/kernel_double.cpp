@@ -1,6 +1,7 @@
 #include "support/kernel_double.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -143,6 +144,14 @@ void kernel_double::remove(const std::string& path) {
     const outside_the_double guard;
     fs::remove_all(state_->place_of(path));
     state_->models.erase(path);
+}
+
+int kernel_double::hand_out(const std::string& path, std::shared_ptr<device> model) {
+    const std::lock_guard lock(state_->mutex);
+    const outside_the_double guard;
+    const int descriptor = eventfd(0, EFD_CLOEXEC);
+    state_->opened(descriptor, path, std::move(model));
+    return descriptor;
 }
 
 void kernel_double::on_write(const std::string& path, write_reaction reaction) {

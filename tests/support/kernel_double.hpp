@@ -60,6 +60,10 @@ class kernel_double {
     void add_device(const std::string& path, std::shared_ptr<device> model);
     void remove(const std::string& path);
 
+    // A new descriptor that a model answers, as a driver hands one out; the path names it in the journal. Who
+    // gets it closes it.
+    int hand_out(const std::string& path, std::shared_ptr<device> model);
+
     // Reacts to each write of an attribute before it is stored: 0 accepts, an errno refuses.
     using write_reaction = std::function<int(std::string_view bytes)>;
     void on_write(const std::string& path, write_reaction reaction);

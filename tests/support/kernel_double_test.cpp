@@ -119,6 +119,35 @@ TEST(KernelDouble, ADeviceModelAnswersItsNode) {
     EXPECT_EQ(model->closed, 1);
 }
 
+TEST(KernelDouble, ADescriptorThatADriverHandsOutIsItsModels) {
+    kernel_double kernel;
+    const auto model = std::make_shared<register_device>();
+    const int descriptor = kernel.hand_out("register of the driver", model);
+    int value = 42;
+    EXPECT_EQ(ioctl(descriptor, 1, &value), 0);
+    EXPECT_EQ(model->value, 42);
+    EXPECT_EQ(kernel.calls("ioctl").back().path, "register of the driver");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(descriptor);
+    EXPECT_EQ(model->closed, 1);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST(KernelDouble, UnmappingFailsOnlyForATestThatNamesItAndKeepsTheMapping) {
+    kernel_double kernel;
+    const int descriptor = kernel.hand_out("register", std::make_shared<register_device>());
+    void* memory = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0);
+    kernel.fail("munmap", EINVAL);
+    EXPECT_EQ(munmap(memory, 4096), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(kernel.mappings(), 1U);
+    kernel.fail("", EINVAL);
+    EXPECT_EQ(munmap(memory, 4096), 0);
+    EXPECT_EQ(kernel.mappings(), 0U);
+    EXPECT_EQ(kernel.calls("munmap").back().request, 4096U);
+    close(descriptor);
+}
+
 // A terminal whose settings can be read and written.
 class terminal : public device {
   public:
