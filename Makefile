@@ -6,7 +6,7 @@ CHECK_PACKAGES = $(shell cat packaging/packages.check)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check board-check build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check board-check soak build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -17,7 +17,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check tidy clang-build sanitizers coverage board-check ## The slow ring: formatting, static analysis, sanitizers, coverage
+check: format-check scripts-check tidy clang-build sanitizers coverage board-check soak ## The slow ring: formatting, static analysis, sanitizers, coverage
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -49,6 +49,9 @@ sanitizers: setup-check ## Run the unit tests under the address, undefined-behav
 
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
+
+soak: build ## Move a mebibyte through an emulated serial port
+	@NORV_LONG_SOAK=1 board/run --time-limit 900 -- build/release/board/tests/uart_board_test --gtest_filter='*NothingIsLost*'
 
 scripts-check: setup-check ## Check the shell scripts
 	@tools/scripts | xargs shellcheck --external-sources

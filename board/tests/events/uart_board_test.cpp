@@ -221,8 +221,13 @@ TEST_F(UartOnBoard, AWaitWithoutLimitEndsWhenTheLastByteCame) {
     sender.join();
 }
 
-TEST_F(UartOnBoard, NothingIsLostIn64KibibytesReadBySmallPieces) {
-    const std::string bytes = many_bytes(65536);
+// A mebibyte takes minutes on an emulated port: `make soak` sends it, the daily run a part.
+size_t soak_size() {
+    return std::getenv("NORV_LONG_SOAK") != nullptr ? 1 << 20 : 1 << 16;
+}
+
+TEST_F(UartOnBoard, NothingIsLostOfManyBytesReadBySmallPieces) {
+    const std::string bytes = many_bytes(soak_size());
     std::thread sender([&] { send(&first, bytes); });
     const std::string received = receive_in_small_pieces(&second, bytes.size());
     sender.join();
