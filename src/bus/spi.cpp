@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <linux/spi/spidev.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -57,11 +56,6 @@ spi_ioc_transfer transfer_of(const void* tx_buffer, void* rx_buffer, uint32_t le
     transfer.len = length;
     transfer.delay_usecs = delay_us;
     return transfer;
-}
-
-// The size of a list. One that a 32-bit processor can not address asks for more than there is.
-size_t list_size(uint64_t count) {
-    return static_cast<size_t>(std::min<uint64_t>(count * sizeof(spi_ioc_transfer), SIZE_MAX));
 }
 
 // The request for so many transfers. Its size field has 14 bits: a longer list gets size 0, and the kernel
@@ -199,7 +193,8 @@ uint32_t norv_linux_spi_xfer(const norv_spi_t* spi, const norv_spi_transfer_t* t
     if (spi == nullptr || (transfers == nullptr && count > 0)) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const norv::scoped_memory memory(norv_zalloc(list_size(count)));
+    const norv::scoped_memory memory(
+        norv_zalloc(norv::memory_size(uint64_t{count} * sizeof(spi_ioc_transfer))));
     auto* list = static_cast<spi_ioc_transfer*>(memory.get());
     if (list == nullptr) {
         return NORV_STATUS_NO_MEMORY;
