@@ -8,6 +8,7 @@
 #include "norv_epoll.h"
 #include "norv_file.h"
 #include "norv_flash_types.h"
+#include "norv_linux_dma.h"
 #include "norv_linux_gpio.h"
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"

@@ -1,0 +1,330 @@
+// DMA buffers of the driver behind /dev/uio-dma.
+#include "norv_linux_dma.h"
+
+#include <fcntl.h>
+#include <linux/dma-buf.h>
+#include <sys/mman.h>
+
+#include <cstddef>
+
+#include "core/descriptor.hpp"
+#include "core/ioctl.hpp"
+#include "core/layout.hpp"
+#include "core/memory.hpp"
+#include "core/status.hpp"
+#include "norv_base.h"
+#include "norv_file.h"
+
+struct norv_linux_dma {
+    int32_t* manager;
+    int32_t descriptor;
+    uint64_t size;
+    uint32_t type;
+    void* mapping;  // null when not mapped
+    void* entries;  // from the lock, null when not locked
+};
+
+static_assert(offsetof(norv_linux_dma, manager) == 0 && NORV_FOLLOWS(norv_linux_dma, manager, descriptor) &&
+              NORV_FOLLOWS(norv_linux_dma, descriptor, size) && NORV_FOLLOWS(norv_linux_dma, size, type) &&
+              NORV_FOLLOWS(norv_linux_dma, type, mapping) && NORV_FOLLOWS(norv_linux_dma, mapping, entries));
+static_assert(sizeof(void*) != 8 || sizeof(norv_linux_dma) == 48);
+
+namespace {
+
+// ---- the driver's interface; it has no header of its own
+
+enum allocation_type : uint32_t {
+    type_default = 0,
+    type_kmalloc = 1,
+    type_cma = 2,
+    type_user_pointer = 3,
+    type_reserved = 4,
+    type_adopted = 5,  // the library's own: the driver is not asked
+};
+
+struct create_request {
+    uint64_t size;
+    uint32_t type;
+    uint32_t reserved;
+    int32_t descriptor;
+    uint32_t padding;
+    uint64_t address;
+};
+
+struct lock_request {
+    int32_t descriptor;
+    uint32_t count;
+};
+
+struct entries_request {
+    int32_t descriptor;
+    uint32_t count;
+    uint64_t array;
+};
+
+struct sync_request {
+    int32_t descriptor;
+    uint32_t direction;
+    uint32_t value32;
+    uint32_t padding;
+    uint64_t value64;
+};
+
+static_assert(sizeof(create_request) == 32 && offsetof(create_request, type) == 8 &&
+              offsetof(create_request, reserved) == 12 && offsetof(create_request, descriptor) == 16 &&
+              offsetof(create_request, address) == 24);
+static_assert(sizeof(lock_request) == 8 && offsetof(lock_request, count) == 4);
+static_assert(sizeof(entries_request) == 16 && offsetof(entries_request, count) == 4 &&
+              offsetof(entries_request, array) == 8);
+static_assert(sizeof(sync_request) == 24 && offsetof(sync_request, direction) == 4 &&
+              offsetof(sync_request, value32) == 8 && offsetof(sync_request, value64) == 16);
+
+constexpr unsigned long request_create = _IOWR('U', 0, create_request);
+constexpr unsigned long request_lock = _IOWR('U', 1, lock_request);
+constexpr unsigned long request_unlock = _IOW('U', 2, int32_t);
+constexpr unsigned long request_entries = _IOWR('U', 3, entries_request);
+constexpr unsigned long request_sync = _IOW('U', 4, sync_request);
+
+static_assert(request_create == 0xC0205500 && request_lock == 0xC0085501 && request_unlock == 0x40045502 &&
+              request_entries == 0xC0105503 && request_sync == 0x40185504);
+
+// Start goes with read and end with write on purpose; callers open and close every transfer like this.
+constexpr uint64_t start_of_transfer = DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ;
+constexpr uint64_t end_of_transfer = DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE;
+
+static_assert(DMA_BUF_IOCTL_SYNC == 0x40086200 && start_of_transfer == 1 && end_of_transfer == 6);
+
+// ---- the buffer that a caller's variable holds
+
+norv_linux_dma* held(norv_linux_dma_t** buffer) {
+    return buffer != nullptr ? *buffer : nullptr;
+}
+
+void release_handle(norv_linux_dma_t** buffer) {
+    norv_free(*buffer);
+    *buffer = nullptr;
+}
+
+template <typename argument>
+uint32_t ask_manager(const norv_linux_dma& buffer, unsigned long request, argument* value) {
+    return norv::device_ioctl(*buffer.manager, request, value);
+}
+
+// ---- create
+
+uint32_t allocate_handle(norv_linux_dma_t** buffer, int32_t* manager, uint64_t size, allocation_type type) {
+    if (buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *buffer = nullptr;
+    if (manager == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *buffer = static_cast<norv_linux_dma*>(norv_zalloc(sizeof(norv_linux_dma)));
+    if (*buffer == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    **buffer = {manager, -1, size, type, nullptr, nullptr};
+    return NORV_STATUS_OK;
+}
+
+uint32_t create_memory(norv_linux_dma& buffer, uint64_t address) {
+    create_request request = {buffer.size, buffer.type, 0, -1, 0, address};
+    const uint32_t status = ask_manager(buffer, request_create, &request);
+    if (status == NORV_STATUS_OK) {
+        buffer.descriptor = request.descriptor;
+    }
+    return status;
+}
+
+uint32_t create(int32_t* manager, uint64_t size, allocation_type type, const void* memory,
+                norv_linux_dma_t** buffer) {
+    uint32_t status = allocate_handle(buffer, manager, size, type);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    status = create_memory(**buffer, reinterpret_cast<uintptr_t>(memory));
+    if (status != NORV_STATUS_OK) {
+        release_handle(buffer);
+    }
+    return status;
+}
+
+// ---- map
+
+uint32_t map_whole(norv_linux_dma& buffer) {
+    void* const mapped = mmap(nullptr, norv::memory_size(buffer.size), PROT_READ | PROT_WRITE, MAP_SHARED,
+                              buffer.descriptor, 0);
+    if (mapped == MAP_FAILED) {
+        return norv::errno_status();
+    }
+    buffer.mapping = mapped;
+    return NORV_STATUS_OK;
+}
+
+// ---- lock
+
+// Fills the array that the entries go into.
+uint32_t fetch_entries(const norv_linux_dma& buffer, uint32_t count, void* array) {
+    entries_request request = {buffer.descriptor, count, reinterpret_cast<uintptr_t>(array)};
+    return ask_manager(buffer, request_entries, &request);
+}
+
+uint32_t obtain_entries(const norv_linux_dma& buffer, uint32_t count, void** array) {
+    *array = norv_zalloc(norv::memory_size(uint64_t{count} * NORV_LINUX_DMA_SG_ENTRY_SIZE));
+    if (*array == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    const uint32_t status = fetch_entries(buffer, count, *array);
+    if (status != NORV_STATUS_OK) {
+        norv_free(*array);
+    }
+    return status;
+}
+
+void replace_entries(norv_linux_dma& buffer, void* array) {
+    norv_free(buffer.entries);
+    buffer.entries = array;
+}
+
+}  // namespace
+
+uint32_t norv_linux_dma_create_mgr(int32_t* manager) {
+    return norv_open_device(O_RDONLY | O_CLOEXEC, manager, "/dev/uio-dma");
+}
+
+// The name is spelt like this on purpose: programs are linked against it.
+void norv_linux_dma_destory_mgr(int32_t* manager) {
+    if (manager != nullptr) {
+        norv::close_descriptor(*manager);
+    }
+}
+
+uint32_t norv_linux_dma_create_mem(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer) {
+    return create(manager, size, type_default, nullptr, buffer);
+}
+
+uint32_t norv_linux_dma_create_by_kmalloc(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer) {
+    return create(manager, size, type_kmalloc, nullptr, buffer);
+}
+
+uint32_t norv_linux_dma_create_by_cma(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer) {
+    return create(manager, size, type_cma, nullptr, buffer);
+}
+
+uint32_t norv_linux_dma_create_by_user_ptr(int32_t* manager, void* memory, uint64_t size,
+                                           norv_linux_dma_t** buffer) {
+    return create(manager, size, type_user_pointer, memory, buffer);
+}
+
+uint32_t norv_linux_dma_create_by_reserved(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer) {
+    return create(manager, size, type_reserved, nullptr, buffer);
+}
+
+uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint64_t size,
+                                     norv_linux_dma_t** buffer) {
+    const uint32_t status = allocate_handle(buffer, manager, size, type_adopted);
+    if (status == NORV_STATUS_OK) {
+        (*buffer)->descriptor = descriptor;
+    }
+    return status;
+}
+
+// Leaves the mapping and the entries alone on purpose: a mapping outlives its buffer, and callers unmap and
+// unlock first.
+void norv_linux_dma_destroy(norv_linux_dma_t** buffer) {
+    norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return;
+    }
+    if (held_buffer->type != type_adopted) {
+        norv::close_descriptor(held_buffer->descriptor);
+    }
+    release_handle(buffer);
+}
+
+uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
+    if (memory == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *memory = nullptr;
+    norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // A second mapping would make the record forget the first, which nobody could take away then.
+    const uint32_t status = held_buffer->mapping == nullptr ? map_whole(*held_buffer) : NORV_STATUS_OK;
+    *memory = held_buffer->mapping;
+    return status;
+}
+
+uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
+    norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    if (held_buffer->mapping == nullptr) {
+        return NORV_STATUS_OK;
+    }
+    const uint32_t status =
+        norv::status_of(munmap(held_buffer->mapping, norv::memory_size(held_buffer->size)));
+    if (status == NORV_STATUS_OK) {
+        held_buffer->mapping = nullptr;
+    }
+    return status;
+}
+
+uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint64_t* count) {
+    norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr || entries == nullptr || count == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    lock_request request = {held_buffer->descriptor, 0};
+    uint32_t status = ask_manager(*held_buffer, request_lock, &request);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    void* array = nullptr;
+    status = obtain_entries(*held_buffer, request.count, &array);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    replace_entries(*held_buffer, array);
+    *entries = array;
+    *count = request.count;
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
+    norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t status = ask_manager(*held_buffer, request_unlock, &held_buffer->descriptor);
+    replace_entries(*held_buffer, nullptr);
+    return status;
+}
+
+uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end) {
+    const norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    dma_buf_sync request = {end ? end_of_transfer : start_of_transfer};
+    return norv::device_ioctl(held_buffer->descriptor, DMA_BUF_IOCTL_SYNC, &request);
+}
+
+uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint64_t value64,
+                                uint32_t value32) {
+    const norv_linux_dma* const held_buffer = held(buffer);
+    if (held_buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    sync_request request = {held_buffer->descriptor, direction ? 1U : 0U, value32, 0, value64};
+    return ask_manager(*held_buffer, request_sync, &request);
+}
+
+int32_t norv_linux_dma_get_fd(norv_linux_dma_t** buffer) {
+    const norv_linux_dma* const held_buffer = held(buffer);
+    return held_buffer != nullptr ? held_buffer->descriptor : -1;
+}
