@@ -1,0 +1,134 @@
+// DMA buffers beside the bare requests that they must make, on a driver of the kernel that it runs on: needs
+// /dev/uio-dma as on the virtual board.
+#include <linux/dma-buf.h>
+#include <norv_linux_dma.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "support/expect.hpp"
+#include "support/rows.hpp"
+
+namespace {
+
+constexpr uint64_t size = 16384;
+constexpr uint32_t moved = 64;
+
+struct lock_request {
+    int32_t descriptor;
+    uint32_t count;
+};
+
+struct entries_request {
+    int32_t descriptor;
+    uint32_t count;
+    uint64_t array;
+};
+
+struct sync_request {
+    int32_t descriptor;
+    uint32_t direction;
+    uint32_t value32;
+    uint32_t padding;
+    uint64_t value64;
+};
+
+// An open manager with one buffer.
+class bench_buffer {
+  public:
+    bench_buffer() {
+        succeed(norv_linux_dma_create_mgr(&manager_));
+        succeed(norv_linux_dma_create_mem(&manager_, size, &buffer_));
+    }
+    ~bench_buffer() {
+        norv_linux_dma_destroy(&buffer_);
+        norv_linux_dma_destory_mgr(&manager_);
+    }
+    bench_buffer(const bench_buffer&) = delete;
+    bench_buffer& operator=(const bench_buffer&) = delete;
+
+    static void succeed(uint32_t status) { bench::expect(status == NORV_STATUS_OK, "norv_linux_dma"); }
+
+    int32_t manager() const { return manager_; }
+    norv_linux_dma_t** handle() { return &buffer_; }
+    int32_t descriptor() { return norv_linux_dma_get_fd(&buffer_); }
+
+  private:
+    int32_t manager_ = -1;
+    norv_linux_dma_t* buffer_ = nullptr;
+};
+
+void bare_map(int descriptor) {
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    bench::expect(memory != MAP_FAILED, "mmap");
+    bench::expect(munmap(memory, size) == 0, "munmap");
+}
+
+void map(norv_linux_dma_t** buffer) {
+    void* memory = nullptr;
+    bench_buffer::succeed(norv_linux_dma_map_mem(buffer, &memory));
+    bench_buffer::succeed(norv_linux_dma_unmap_mem(buffer));
+}
+
+void bare_lock(int manager, int descriptor) {
+    lock_request query = {descriptor, 0};
+    bench::expect(ioctl(manager, _IOWR('U', 1, lock_request), &query) == 0, "lock");
+    void* array = calloc(query.count, NORV_LINUX_DMA_SG_ENTRY_SIZE);
+    entries_request fetch = {descriptor, query.count, reinterpret_cast<uintptr_t>(array)};
+    bench::expect(ioctl(manager, _IOWR('U', 3, entries_request), &fetch) == 0, "entries");
+    bench::expect(ioctl(manager, _IOW('U', 2, int32_t), &descriptor) == 0, "unlock");
+    free(array);
+}
+
+void lock(norv_linux_dma_t** buffer) {
+    void* entries = nullptr;
+    uint64_t count = 0;
+    bench_buffer::succeed(norv_linux_dma_lock_mem(buffer, &entries, &count));
+    bench_buffer::succeed(norv_linux_dma_unlock_mem(buffer));
+}
+
+void bare_sync(int descriptor) {
+    dma_buf_sync request = {DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ};
+    bench::expect(ioctl(descriptor, DMA_BUF_IOCTL_SYNC, &request) == 0, "DMA_BUF_IOCTL_SYNC");
+}
+
+void bare_sg_sync(int manager, int descriptor) {
+    sync_request request = {descriptor, 0, moved, 0, 0};
+    bench::expect(ioctl(manager, _IOW('U', 4, sync_request), &request) == 0, "sync");
+}
+
+void add_rows(bench_buffer& unlocked, bench_buffer& locked) {
+    const int manager = unlocked.manager();
+    const int descriptor = unlocked.descriptor();
+    const int locked_manager = locked.manager();
+    const int locked_descriptor = locked.descriptor();
+    bench::add_pair(
+        {.name = "norv_linux_dma_map_mem and unmap_mem", .target = 1.05}, [=] { bare_map(descriptor); },
+        [&] { map(unlocked.handle()); });
+    bench::add_pair(
+        {.name = "norv_linux_dma_lock_mem and unlock_mem", .target = 1.05},
+        [=] { bare_lock(manager, descriptor); }, [&] { lock(unlocked.handle()); });
+    bench::add_pair(
+        {.name = "norv_linux_dma_sync", .target = 1.05}, [=] { bare_sync(descriptor); },
+        [&] { bench_buffer::succeed(norv_linux_dma_sync(unlocked.handle(), false)); });
+    bench::add_pair(
+        {.name = "norv_linux_dma_sg_sync, 64 bytes", .target = 1.05},
+        [=] { bare_sg_sync(locked_manager, locked_descriptor); },
+        [&] { bench_buffer::succeed(norv_linux_dma_sg_sync(locked.handle(), false, 0, moved)); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    bench_buffer unlocked;
+    bench_buffer locked;
+    void* entries = nullptr;
+    uint64_t count = 0;
+    bench_buffer::succeed(norv_linux_dma_lock_mem(locked.handle(), &entries, &count));
+    add_rows(unlocked, locked);
+    const int result = bench::run_rows(argc, argv);
+    bench_buffer::succeed(norv_linux_dma_unlock_mem(locked.handle()));
+    return result;
+}
