@@ -33,7 +33,7 @@ struct call {
     std::string bytes;          // of a write; what a read returned
     unsigned long request = 0;  // of an ioctl; a poll's or epoll_wait's time-out, a pread's or pwrite's
                                 // offset, a munmap's size
-    long result = 0;  // as returned
+    long result = 0;            // as returned
 };
 
 // Which call is to fail, and how.
