@@ -496,6 +496,7 @@ void norv_free(void* memory) {
     kernel_state* kernel = active_kernel();
     if (kernel != nullptr && memory != nullptr) {
         const std::lock_guard lock(kernel->mutex);
+        const outside_the_double guard;
         if (kernel->allocations.erase(memory) == 0) {
             ADD_FAILURE() << "memory was released that is not allocated";
         }

@@ -98,6 +98,7 @@ void* calloc(size_t count, size_t size) {
                     [&] { return real_calloc(count, size); });
 }
 
+// Whoever calls: a library that releases memory with its last step may have left the stack by then.
 void free(void* memory) {
     static bool looking_up = false;
     if (real_free == nullptr) {
@@ -107,7 +108,7 @@ void free(void* memory) {
         looking_up = true;
         real_free = real<void(void*)>("free");
     }
-    kernel_state* kernel = kernel_of(__builtin_return_address(0));
+    kernel_state* kernel = active_kernel();
     if (kernel != nullptr) {
         const std::lock_guard lock(kernel->mutex);
         const outside_the_double guard;
