@@ -12,6 +12,7 @@
 #include "norv_linux_gpio.h"
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"
+#include "norv_linux_mtd.h"
 #include "norv_linux_spi.h"
 #include "norv_linux_thread.h"
 #include "norv_linux_timer.h"

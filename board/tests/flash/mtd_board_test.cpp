@@ -1,0 +1,161 @@
+// Raw flash of a real kernel: /dev/mtd0 is 8 MiB of memory behind the MTD layer, erased in blocks of 128 KiB;
+// /dev/mtd1 is 4 MiB of simulated NAND in blocks of 16 KiB and pages of 512 bytes, whose block 3 is bad from
+// the start, and whose block 7 never erases.
+#include "norv_linux_mtd.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::Each;
+
+constexpr uint32_t nand_block = 0x4000;
+constexpr uint32_t nand_page = 512;
+constexpr uint32_t ram_block = 0x20000;
+
+class MtdOnBoard : public testing::Test {
+  protected:
+    MtdOnBoard() {
+        EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &ram), 0U);
+        EXPECT_EQ(norv_linux_mtd_open("/dev/mtd1", &nand), 0U);
+    }
+    ~MtdOnBoard() override {
+        norv_linux_mtd_close(&ram);
+        norv_linux_mtd_close(&nand);
+    }
+
+    static std::vector<uint8_t> read(const norv_mtd_t& device, uint32_t offset, uint32_t length) {
+        std::vector<uint8_t> bytes(length);
+        uint32_t count = 0;
+        EXPECT_EQ(norv_linux_mtd_read(&device, offset, length, bytes.data(), &count), 0U);
+        EXPECT_EQ(count, length);
+        return bytes;
+    }
+    static void write(const norv_mtd_t& device, uint32_t offset, const std::vector<uint8_t>& bytes) {
+        uint32_t count = 0;
+        const auto length = static_cast<uint32_t>(bytes.size());
+        EXPECT_EQ(norv_linux_mtd_write(&device, offset, length, bytes.data(), &count), 0U);
+        EXPECT_EQ(count, length);
+    }
+
+    norv_mtd_t ram = {};
+    norv_mtd_t nand = {};
+};
+
+TEST_F(MtdOnBoard, OpeningTellsTheGeometry) {
+    EXPECT_FALSE(norv_linux_mtd_type_is_nand(&ram));
+    EXPECT_EQ(ram.info.size, 0x800000U);
+    EXPECT_EQ(ram.info.erasesize, ram_block);
+    EXPECT_EQ(ram.info.writesize, 1U);
+    EXPECT_TRUE(norv_linux_mtd_type_is_nand(&nand));
+    EXPECT_EQ(nand.info.size, 0x400000U);
+    EXPECT_EQ(nand.info.erasesize, nand_block);
+    EXPECT_EQ(nand.info.writesize, nand_page);
+    EXPECT_EQ(nand.info.oobsize, 16U);
+}
+
+TEST_F(MtdOnBoard, APartitionThatIsNotThereCannotBeOpened) {
+    norv_mtd_t none = {};
+    EXPECT_EQ(norv_linux_mtd_open("/dev/mtd9", &none), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(none.descriptor, -1);
+}
+
+TEST_F(MtdOnBoard, ANodeThatIsNoFlashCannotBeOpened) {
+    norv_mtd_t none = {};
+    EXPECT_EQ(norv_linux_mtd_open("/dev/null", &none), NORV_STATUS_ERRNO_BASE + ENOTTY);
+    EXPECT_EQ(none.descriptor, -1);
+}
+
+TEST_F(MtdOnBoard, ClosingGivesTheDescriptorBack) {
+    const int32_t descriptor = ram.descriptor;
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    norv_linux_mtd_close(&ram);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+}
+
+TEST_F(MtdOnBoard, WhatIsWrittenIsReadBackAndErased) {
+    for (const norv_mtd_t* device : {&ram, &nand}) {
+        const uint32_t block = device->info.erasesize;
+        const std::vector<uint8_t> data(2 * nand_page, 0x5A);
+        EXPECT_EQ(norv_linux_mtd_erase(device, block, block), 0U);
+        write(*device, block + nand_page, data);
+        EXPECT_EQ(read(*device, block + nand_page, 2 * nand_page), data);
+        EXPECT_EQ(norv_linux_mtd_erase(device, block, block), 0U);
+        EXPECT_THAT(read(*device, block, block), Each(0xFF));
+    }
+}
+
+TEST_F(MtdOnBoard, AReadPastTheEndIsCut) {
+    std::vector<uint8_t> bytes(64);
+    uint32_t count = 0;
+    EXPECT_EQ(norv_linux_mtd_read(&ram, 0x7FFFF0, 64, bytes.data(), &count), 0U);
+    EXPECT_EQ(count, 16U);
+    EXPECT_EQ(norv_linux_mtd_read(&ram, 0x800000, 64, bytes.data(), &count), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(MtdOnBoard, NandRefusesPartsOfAPage) {
+    const std::vector<uint8_t> bytes(nand_page);
+    EXPECT_EQ(norv_linux_mtd_write(&nand, 0, 100, bytes.data(), nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_write(&nand, 100, nand_page, bytes.data(), nullptr), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(MtdOnBoard, AnEraseThatIsNotAlignedOrRunsPastTheEndIsRefused) {
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, 100, nand_block), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, 0x400000 - nand_block, nand_block + 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_erase(&ram, 0x800000 - ram_block, ram_block), 0U);
+}
+
+TEST_F(MtdOnBoard, ABadBlockIsToldAndNotErased) {
+    uint8_t bad = 9;
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 2 * nand_block, &bad), 0U);
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 3 * nand_block, &bad), 0U);
+    EXPECT_EQ(bad, 1);
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, 3 * nand_block, nand_block), NORV_STATUS_DEVICE_ERROR);
+}
+
+TEST_F(MtdOnBoard, ABlockThatIsMarkedIsBadFromThenOn) {
+    uint8_t bad = 9;
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 9 * nand_block, &bad), 0U);
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(norv_linux_mtd_block_markbad(&nand, 9 * nand_block), 0U);
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 9 * nand_block, &bad), 0U);
+    EXPECT_EQ(bad, 1);
+}
+
+TEST_F(MtdOnBoard, AWornOutBlockDoesNotErase) {
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, 7 * nand_block, nand_block), NORV_STATUS_DEVICE_ERROR);
+}
+
+TEST_F(MtdOnBoard, FlashWithoutBadBlocksCallsEveryBlockGoodAndMarksNone) {
+    uint8_t bad = 9;
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&ram, 0, &bad), 0U);
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(norv_linux_mtd_block_markbad(&ram, 0), NORV_STATUS_NOT_AVAILABLE);
+}
+
+TEST_F(MtdOnBoard, OutOfBandBytesStandBesideTheirPage) {
+    // The first 8 bytes are the driver's: the mark of a bad block, and the error correction.
+    const std::string written = "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFFmetadata";
+    std::string found(16, '-');
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, 2 * nand_block, nand_block), 0U);
+    EXPECT_EQ(norv_linux_mtd_write_oob(&nand, 2 * nand_block + nand_page, 16, written.data()), 0U);
+    EXPECT_EQ(norv_linux_mtd_read_oob(&nand, 2 * nand_block + nand_page, 16, found.data()), 0U);
+    EXPECT_EQ(found, written);
+    EXPECT_THAT(read(nand, 2 * nand_block, nand_block), Each(0xFF));
+    EXPECT_EQ(norv_linux_mtd_read_oob(&nand, 0x400000, 16, found.data()), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(MtdOnBoard, FlashWithoutOutOfBandBytesSaysSo) {
+    char byte = 0;
+    EXPECT_EQ(norv_linux_mtd_read_oob(&ram, 0, 1, &byte), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_write_oob(&ram, 0, 1, &byte), NORV_STATUS_NOT_AVAILABLE);
+}
+
+}  // namespace
