@@ -14,6 +14,7 @@
 #include "norv_linux_i2c_bus.h"
 #include "norv_linux_mtd.h"
 #include "norv_linux_spi.h"
+#include "norv_linux_spi_flash.h"
 #include "norv_linux_thread.h"
 #include "norv_linux_timer.h"
 #include "norv_shell.h"

@@ -1,0 +1,182 @@
+// The MTD partitions of a board joined into one flash: opening, geometry, plain reads and writes.
+#include "norv_linux_spi_flash.h"
+
+#include <dirent.h>
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "core/layout.hpp"
+#include "core/status.hpp"
+#include "flash/spi_flash.hpp"
+
+static_assert(NORV_FOLLOWS(norv_spi_flash_region_t, base, device));
+static_assert(NORV_FOLLOWS(norv_spi_flash_t, size, region_count) &&
+              NORV_FOLLOWS(norv_spi_flash_t, region_count, regions));
+static_assert(sizeof(norv_flash_info_t) == 24 && offsetof(norv_flash_info_t, size) == 8 &&
+              offsetof(norv_flash_info_t, erase_block_size) == 16 &&
+              offsetof(norv_flash_info_t, write_unit_size) == 20);
+
+namespace {
+
+int is_partition(const dirent* entry) {
+    return fnmatch("mtd[0-9]", entry->d_name, 0) == 0 ? 1 : 0;
+}
+
+// The names of the partitions' nodes in /dev, sorted.
+class partition_names {
+  public:
+    partition_names() = default;
+    ~partition_names() {
+        for (int index = 0; index < count_; ++index) {
+            free(entries_[index]);
+        }
+        free(entries_);
+    }
+    partition_names(const partition_names&) = delete;
+    partition_names& operator=(const partition_names&) = delete;
+
+    uint32_t scan() {
+        const int found = scandir("/dev", &entries_, is_partition, alphasort);
+        count_ = std::max(found, 0);
+        return norv::status_of(found);
+    }
+
+    int count() const { return count_; }
+    const char* operator[](int index) const { return entries_[index]->d_name; }
+
+  private:
+    dirent** entries_ = nullptr;
+    int count_ = 0;
+};
+
+// Closes the first of the regions, and releases everything.
+void release(norv_spi_flash_t* flash, int32_t region_count) {
+    for (int32_t index = 0; index < region_count; ++index) {
+        norv_linux_mtd_close(&flash->regions[index].device);
+    }
+    free(flash->regions);
+    free(flash);
+}
+
+// Null when there is no memory. The C library's, not the base library's, on purpose.
+norv_spi_flash_t* allocate(int region_count) {
+    auto* flash = static_cast<norv_spi_flash_t*>(calloc(1, sizeof(norv_spi_flash_t)));
+    if (flash == nullptr) {
+        return nullptr;
+    }
+    flash->regions = static_cast<norv_spi_flash_region_t*>(
+        calloc(static_cast<size_t>(region_count), sizeof(norv_spi_flash_region_t)));
+    if (flash->regions == nullptr) {
+        release(flash, 0);
+        return nullptr;
+    }
+    return flash;
+}
+
+// Opens a partition behind those that are open.
+uint32_t append_region(norv_spi_flash_t* flash, const char* name) {
+    char path[sizeof "/dev/" + sizeof dirent::d_name];
+    snprintf(path, sizeof path, "/dev/%s", name);
+    norv_spi_flash_region_t* region = &flash->regions[flash->region_count];
+    const uint32_t status = norv_linux_mtd_open(path, &region->device);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    if (flash->region_count > 0) {
+        region->base = region[-1].base + region[-1].device.info.size;
+    }
+    flash->size += region->device.info.size;
+    ++flash->region_count;
+    return NORV_STATUS_OK;
+}
+
+uint32_t append_regions(norv_spi_flash_t* flash, const partition_names& names) {
+    uint32_t status = NORV_STATUS_OK;
+    for (int index = 0; index < names.count() && status == NORV_STATUS_OK; ++index) {
+        status = append_region(flash, names[index]);
+    }
+    return status;
+}
+
+// Moves bytes by one call of the MTD layer, up to the end of the region.
+template <typename bytes, typename transfer>
+uint32_t move_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* buffer, uint32_t* length,
+                        transfer move) {
+    const uint32_t status = norv::check_open(flash);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    if (buffer == nullptr || length == nullptr || *length == 0) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const norv::flash_place place = norv::find_place(*flash, address);
+    if (!place.exists()) {
+        return NORV_STATUS_RANGE;
+    }
+    *length = std::min(*length, place.rest_of_region());
+    return move(place.device(), place.offset(), *length, buffer, length);
+}
+
+}  // namespace
+
+uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
+    if (flash == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *flash = nullptr;
+    partition_names names;
+    uint32_t status = names.scan();
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    norv_spi_flash_t* opened = allocate(names.count());
+    if (opened == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    status = append_regions(opened, names);
+    if (status != NORV_STATUS_OK) {
+        // The regions that were never opened are zeros, which closing leaves alone.
+        release(opened, names.count());
+        return status;
+    }
+    *flash = opened;
+    return NORV_STATUS_OK;
+}
+
+void norv_linux_spi_flash_close(norv_spi_flash_t** flash) {
+    if (flash == nullptr || *flash == nullptr) {
+        return;
+    }
+    norv_spi_flash_t* closed = *flash;
+    *flash = nullptr;
+    release(closed, closed->region_count);
+}
+
+uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_flash_info_t* info) {
+    const uint32_t status = norv::check_open(flash, NORV_STATUS_NOT_FOUND);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    if (info == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // The first region speaks for all of them: kept.
+    const mtd_info_user& first = (*flash)->regions[0].device.info;
+    info->size = (*flash)->size;
+    info->erase_block_size = first.erasesize;
+    info->write_unit_size = first.writesize;
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_spi_flash_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
+                                   uint32_t* length) {
+    return move_in_region(flash, address, buffer, length, norv_linux_mtd_read);
+}
+
+uint32_t norv_linux_spi_flash_write(norv_spi_flash_t** flash, uint32_t address, const void* data,
+                                    uint32_t* length) {
+    return move_in_region(flash, address, data, length, norv_linux_mtd_write);
+}

@@ -1,0 +1,69 @@
+// The joined flash's inside: which region an address lies in, and where in it.
+#pragma once
+
+#include <cstdint>
+
+#include "norv_linux_spi_flash.h"
+
+namespace norv {
+
+// A place in the flash. Addresses are 64 bits wide here, so that one behind the last byte of 4 GiB is not 0.
+class flash_place {
+  public:
+    flash_place(const norv_spi_flash_region_t* region, uint64_t address)
+        : region_(region), offset_(region != nullptr ? address - region->base : 0) {}
+
+    // Only of a place that exists there is more to tell.
+    bool exists() const { return region_ != nullptr; }
+
+    const norv_mtd_t* device() const { return &region_->device; }
+    bool is_nand() const { return norv_linux_mtd_type_is_nand(device()); }
+    uint32_t erase_size() const { return region_->device.info.erasesize; }
+    uint32_t write_size() const { return region_->device.info.writesize; }
+
+    uint32_t offset() const { return static_cast<uint32_t>(offset_); }
+    uint32_t offset_in_block() const { return offset() & (erase_size() - 1); }
+    uint32_t rest_of_block() const { return erase_size() - offset_in_block(); }
+    uint32_t rest_of_region() const { return region_->device.info.size - offset(); }
+
+  private:
+    const norv_spi_flash_region_t* region_;
+    uint64_t offset_;
+};
+
+// The first region that ends behind the address; none when the address lies behind them all.
+inline flash_place find_place(const norv_spi_flash_t* flash, uint64_t address) {
+    for (int32_t index = 0; index < flash->region_count; ++index) {
+        const norv_spi_flash_region_t& region = flash->regions[index];
+        if (address < region.base + region.device.info.size) {
+            return {&region, address};
+        }
+    }
+    return {nullptr, address};
+}
+
+// The place of the last byte before an end.
+inline flash_place find_end(const norv_spi_flash_t* flash, uint32_t end) {
+    return find_place(flash, end - 1U);
+}
+
+// Holds for sizes that are powers of two.
+inline bool is_aligned(uint64_t value, uint32_t size) {
+    return (value & (size - 1U)) == 0;
+}
+
+// A flash without regions has a status of its own. One with fewer than none is checked for on purpose:
+// callers rely on its status.
+inline uint32_t check_regions(const norv_spi_flash_t* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {
+    if (flash->region_count == 0) {
+        return status_of_none;
+    }
+    return flash->region_count < 0 ? NORV_STATUS_RANGE : NORV_STATUS_OK;
+}
+
+inline uint32_t check_open(norv_spi_flash_t* const* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {
+    const bool open = flash != nullptr && *flash != nullptr;
+    return open ? check_regions(*flash, status_of_none) : NORV_STATUS_INVALID_ARG;
+}
+
+}  // namespace norv

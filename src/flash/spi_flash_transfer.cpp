@@ -1,0 +1,258 @@
+// Reading and writing the joined flash over many blocks; bad ones are left out.
+#include <algorithm>
+
+#include "flash/observer.hpp"
+#include "flash/spi_flash.hpp"
+#include "norv_base.h"
+
+namespace {
+
+using norv::flash_place;
+
+// Only NAND is asked.
+uint32_t query_block(const flash_place& place, uint8_t* bad) {
+    if (!place.is_nand()) {
+        return NORV_STATUS_OK;
+    }
+    return norv_linux_mtd_block_isbad(place.device(), place.offset() - place.offset_in_block(), bad);
+}
+
+bool is_multiple(uint32_t value, uint32_t unit) {
+    return unit != 0 && value % unit == 0;
+}
+
+// A run of reads, until all bytes are there or the flash ends.
+class continued_read {
+  public:
+    continued_read(const norv_spi_flash_t* flash, uint64_t address, void* buffer,
+                   const norv::flash_observer& observer)
+        : flash_(flash), address_(address), buffer_(static_cast<uint8_t*>(buffer)), observer_(observer) {}
+
+    uint32_t run(uint32_t* length) {
+        while (remaining_ > 0) {
+            if (observer_.stops()) {
+                return NORV_STATUS_TIMEOUT;
+            }
+            const flash_place place = norv::find_place(flash_, address_);
+            if (!place.exists()) {
+                // The flash ended early, and nobody is told: kept.
+                return NORV_STATUS_OK;
+            }
+            const uint32_t status = read(place);
+            if (status != NORV_STATUS_OK) {
+                *length = observer_.total - remaining_;
+                return status;
+            }
+        }
+        return NORV_STATUS_OK;
+    }
+
+  private:
+    // Up to the end of the block.
+    uint32_t read(const flash_place& place) {
+        uint8_t bad = 0;
+        uint32_t status = query_block(place, &bad);
+        if (status == NORV_STATUS_OK && bad != 0) {
+            address_ += place.rest_of_block();
+            return NORV_STATUS_OK;
+        }
+        uint32_t count = 0;
+        if (status == NORV_STATUS_OK) {
+            status = norv_linux_mtd_read(place.device(), place.offset(),
+                                         std::min(remaining_, place.rest_of_block()), buffer_, &count);
+        }
+        if (status == NORV_STATUS_OK) {
+            remaining_ -= count;
+            observer_.hear(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+            address_ += count;
+            buffer_ += count;
+        }
+        return status;
+    }
+
+    const norv_spi_flash_t* flash_;
+    uint64_t address_;
+    uint8_t* buffer_;
+    norv::flash_observer observer_;
+    uint32_t remaining_ = observer_.total;
+};
+
+// What a write with verify was asked for.
+struct write_request {
+    const norv_spi_flash_t* flash;
+    uint32_t address;
+    uint32_t skip;
+    const uint8_t* data;
+    uint32_t* length;
+    uint32_t* end;
+};
+
+// A run of writes, each read back and compared, until all bytes are stored.
+class verified_write {
+  public:
+    verified_write(const write_request& request, const norv::flash_observer& observer, uint8_t* work_area,
+                   uint32_t half)
+        : request_(request), observer_(observer), write_buffer_(work_area), read_buffer_(work_area + half) {}
+
+    uint32_t run() {
+        uint32_t status = NORV_STATUS_OK;
+        while (remaining_ > 0 && status == NORV_STATUS_OK) {
+            status = step();
+        }
+        if (status == NORV_STATUS_OK) {
+            *request_.end = static_cast<uint32_t>(address_);
+        } else if (!stopped_) {
+            *request_.length = observer_.total - remaining_;
+        }
+        return status;
+    }
+
+    bool misaligned() const { return misaligned_; }
+
+  private:
+    uint32_t step() {
+        if (observer_.stops()) {
+            return stop(NORV_STATUS_TIMEOUT);
+        }
+        if (*request_.end <= address_) {
+            return stop(NORV_STATUS_EXHAUSTED);
+        }
+        const flash_place place = norv::find_place(request_.flash, address_);
+        if (!place.exists()) {
+            return NORV_STATUS_RANGE;
+        }
+        misaligned_ = !is_multiple(place.offset(), place.write_size());
+        return misaligned_ ? NORV_STATUS_RANGE : enter(place);
+    }
+
+    // Leaves out what is bad or to be skipped. A failed query ends the run, but not before the skipping does:
+    // kept.
+    uint32_t enter(const flash_place& place) {
+        uint8_t bad = 0;
+        if (query_status_ == NORV_STATUS_OK) {
+            query_status_ = query_block(place, &bad);
+        }
+        if (bad != 0) {
+            address_ += place.rest_of_block();
+            return NORV_STATUS_OK;
+        }
+        if (to_skip_ > 0) {
+            to_skip_ -= std::min(to_skip_, place.write_size());
+            address_ += place.write_size();
+            return NORV_STATUS_OK;
+        }
+        return query_status_ != NORV_STATUS_OK ? query_status_ : store(place);
+    }
+
+    // Up to the end of the block.
+    uint32_t store(const flash_place& place) {
+        const uint32_t room = place.rest_of_block();
+        const uint32_t count = std::min(remaining_, room);
+        const uint32_t status = count < room ? write_padded(place, count) : write(place, data_, count, count);
+        if (status == NORV_STATUS_OK) {
+            remaining_ -= count;
+            observer_.hear(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+            address_ += room;
+            data_ += count;
+        }
+        return status;
+    }
+
+    // Whole blocks go out as they are; only the last bytes are copied, to be filled up to a write unit.
+    uint32_t write_padded(const flash_place& place, uint32_t count) {
+        const uint32_t unit = place.write_size();
+        const uint32_t size = (count + unit - 1) / unit * unit;
+        norv_memcpy(write_buffer_, data_, count);
+        norv_memset(write_buffer_ + count, 0xFF, size - count);
+        return write(place, write_buffer_, size, count);
+    }
+
+    uint32_t write(const flash_place& place, const uint8_t* bytes, uint32_t size, uint32_t count) {
+        uint32_t written = 0;
+        uint32_t found = 0;
+        uint32_t status = norv_linux_mtd_write(place.device(), place.offset(), size, bytes, &written);
+        if (status == NORV_STATUS_OK) {
+            status = norv_linux_mtd_read(place.device(), place.offset(), count, read_buffer_, &found);
+        }
+        if (status != NORV_STATUS_OK) {
+            return status;
+        }
+        const bool same = found == count && written >= count && norv_memcmp(bytes, read_buffer_, count) == 0;
+        return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
+    }
+
+    // Ends the run and leaves the length as it is.
+    uint32_t stop(uint32_t status) {
+        stopped_ = true;
+        return status;
+    }
+
+    const write_request& request_;
+    norv::flash_observer observer_;
+    uint8_t* write_buffer_;
+    uint8_t* read_buffer_;
+    uint64_t address_ = request_.address;
+    const uint8_t* data_ = request_.data;
+    uint32_t remaining_ = observer_.total;
+    uint32_t to_skip_ = request_.skip;
+    uint32_t query_status_ = NORV_STATUS_OK;
+    bool stopped_ = false;
+    bool misaligned_ = false;
+};
+
+// The largest erase block of the area: with regions of different geometries, it may not be that of the last.
+uint32_t largest_block(const write_request& request) {
+    uint32_t largest = norv::find_end(request.flash, *request.end).erase_size();
+    for (int32_t index = 0; index < request.flash->region_count; ++index) {
+        const norv_spi_flash_region_t& region = request.flash->regions[index];
+        if (region.base < *request.end && request.address < region.base + region.device.info.size) {
+            largest = std::max(largest, region.device.info.erasesize);
+        }
+    }
+    return largest;
+}
+
+uint32_t write_and_verify(const write_request& request, const norv::flash_observer& observer) {
+    const uint32_t half = largest_block(request);
+    auto* work_area = static_cast<uint8_t*>(norv_malloc(size_t{2} * half));
+    if (work_area == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    verified_write run(request, observer, work_area, half);
+    const uint32_t status = run.run();
+    // After a misaligned address the work area is not released: kept.
+    if (!run.misaligned()) {
+        norv_free(work_area);
+    }
+    return status;
+}
+
+}  // namespace
+
+// A null flash is not checked for: kept.
+uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
+                                            uint32_t* length, norv_flash_cancel_fn cancel,
+                                            norv_flash_progress_fn progress, void* user) {
+    const uint32_t status = norv::check_regions(*flash);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    return continued_read(*flash, address, buffer, {cancel, progress, user, *length}).run(length);
+}
+
+// A null flash is not checked for: kept.
+uint32_t norv_linux_spi_flash_continue_write_verify(norv_spi_flash_t** flash, uint32_t address, uint32_t skip,
+                                                    const void* data, uint32_t* length, uint32_t* end,
+                                                    norv_flash_cancel_fn cancel,
+                                                    norv_flash_progress_fn progress, void* user) {
+    const uint32_t status = norv::check_regions(*flash);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    const flash_place last = norv::find_end(*flash, *end);
+    if (!last.exists() || !is_multiple(*end, last.write_size()) || !is_multiple(skip, last.write_size())) {
+        return NORV_STATUS_RANGE;
+    }
+    return write_and_verify({*flash, address, skip, static_cast<const uint8_t*>(data), length, end},
+                            {cancel, progress, user, *length});
+}

@@ -1,0 +1,521 @@
+// The joined flash: reading, and writing with verify, over many blocks.
+#include "flash/joined_flash.hpp"
+
+namespace {
+
+using norv::test::errno_status;
+using norv::test::flash_geometry;
+using norv::test::flash_step;
+using norv::test::joined_flash;
+using norv::test::nand;
+using norv::test::nor;
+using norv::test::observer;
+using norv::test::pattern;
+using norv::test::report;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using bytes = std::vector<uint8_t>;
+
+// Four blocks of 4 KiB; NAND has pages of 256 bytes.
+constexpr flash_geometry small_nor = nor(0x4000, 0x1000);
+constexpr flash_geometry small_nand = nand(0x4000, 0x1000);
+
+bytes joined(bytes first, const bytes& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+// ---- read
+
+class ContinueRead : public joined_flash {
+  protected:
+    // Fills the partitions with a pattern.
+    void open_filled(const std::vector<flash_geometry>& geometries) {
+        open(geometries);
+        uint32_t seed = 0;
+        for (const auto& part : partitions) {
+            part->bytes = pattern(part->bytes.size(), ++seed);
+        }
+    }
+
+    uint32_t read(uint32_t address, uint32_t wanted) {
+        found.assign(wanted, 0x77);
+        length = wanted;
+        return norv_linux_spi_flash_continue_read(&flash, address, found.data(), &length, observer::cancel,
+                                                  observer::progress, &watcher);
+    }
+
+    bytes found;
+    uint32_t length = 0;
+};
+
+TEST_F(ContinueRead, ReadsBlockByBlockAndReportsEach) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0x800, 0x2000), 0U);
+    EXPECT_EQ(length, 0x2000U);
+    EXPECT_EQ(found, partition(0).part(0x800, 0x2000));
+    EXPECT_THAT(partition(0).steps,
+                ElementsAre(flash_step{"read", 0x800, 0x800}, flash_step{"read", 0x1000, 0x1000},
+                            flash_step{"read", 0x2000, 0x800}));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x800, 0x1800, 25}, report{0, 0x1000, 0x800, 75},
+                                             report{0, 0x2000, 0, 100}));
+}
+
+TEST_F(ContinueRead, NothingIsReadForALengthOfZero) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0x100000, 0), 0U);
+    EXPECT_EQ(watcher.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(ContinueRead, GoesOverTheBorderOfPartitionsWithDifferentBlocks) {
+    open_filled({nor(0x4000, 0x1000), nand(0x8000, 0x4000)});
+    EXPECT_EQ(read(0x3F00, 0x4200), 0U);
+    EXPECT_EQ(found, joined(partition(0).part(0x3F00, 0x100), partition(1).part(0, 0x4100)));
+    EXPECT_THAT(partition(1).steps_of("read"),
+                ElementsAre(flash_step{"read", 0, 0x4000}, flash_step{"read", 0x4000, 0x100}));
+}
+
+TEST_F(ContinueRead, BadBlocksAreLeftOut) {
+    open_filled({small_nand});
+    partition(0).bad_blocks = {1, 2};
+    EXPECT_EQ(read(0x800, 0x1000), 0U);
+    EXPECT_EQ(found, joined(partition(0).part(0x800, 0x800), partition(0).part(0x3000, 0x800)));
+    EXPECT_THAT(partition(0).steps,
+                ElementsAre(flash_step{"query", 0}, flash_step{"read", 0x800, 0x800},
+                            flash_step{"query", 0x1000}, flash_step{"query", 0x2000},
+                            flash_step{"query", 0x3000}, flash_step{"read", 0x3000, 0x800}));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x800, 0x800, 50}, report{0, 0x3000, 0, 100}));
+}
+
+TEST_F(ContinueRead, AStartInsideABadBlockMovesToTheStartOfTheNext) {
+    open_filled({small_nand});
+    partition(0).bad_blocks = {0};
+    EXPECT_EQ(read(0x123, 0x10), 0U);
+    EXPECT_EQ(found, partition(0).part(0x1000, 0x10));
+}
+
+TEST_F(ContinueRead, OnNorNobodyAsksForBadBlocks) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0, 0x4000), 0U);
+    EXPECT_THAT(partition(0).steps_of("query"), IsEmpty());
+}
+
+TEST_F(ContinueRead, AReadThatRunsPastTheLastPartitionSucceedsWithAnUnchangedLength) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0x3000, 0x2000), 0U);
+    EXPECT_EQ(length, 0x2000U);
+    EXPECT_EQ(found, joined(partition(0).part(0x3000, 0x1000), bytes(0x1000, 0x77)));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x3000, 0x1000, 50}));
+}
+
+TEST_F(ContinueRead, AnAddressBehindTheFlashReadsNothingAndSucceeds) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0x4000, 0x10), 0U);
+    EXPECT_EQ(length, 0x10U);
+    EXPECT_THAT(found, Each(0x77));
+}
+
+TEST_F(ContinueRead, AFailedReadTellsHowMuchWasRead) {
+    open_filled({small_nor});
+    kernel.fail("read", EIO, 3);
+    EXPECT_EQ(read(0x800, 0x3000), errno_status(EIO));
+    EXPECT_EQ(length, 0x1800U);
+}
+
+TEST_F(ContinueRead, AFailedQueryTellsHowMuchWasRead) {
+    open_filled({small_nand});
+    partition(0).query_errors[2] = EIO;
+    EXPECT_EQ(read(0, 0x4000), errno_status(EIO));
+    EXPECT_EQ(length, 0x2000U);
+    EXPECT_EQ(partition(0).steps.back(), (flash_step{"query", 0x2000}));
+}
+
+TEST_F(ContinueRead, ANullBufferIsAnInvalidArgument) {
+    open_filled({small_nor});
+    length = 16;
+    EXPECT_EQ(norv_linux_spi_flash_continue_read(&flash, 0, nullptr, &length, nullptr, nullptr, nullptr),
+              NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ContinueRead, ShortReadsAreMadeUpFor) {
+    open_filled({small_nor});
+    partition(0).most_bytes = 0x600;
+    EXPECT_EQ(read(0, 0x1000), 0U);
+    EXPECT_EQ(found, partition(0).part(0, 0x1000));
+    EXPECT_THAT(watcher.reports,
+                ElementsAre(report{0, 0, 0xA00, 37}, report{0, 0x600, 0x400, 75}, report{0, 0xC00, 0, 100}));
+}
+
+TEST_F(ContinueRead, AReadThatDeliversNothingIsTriedUntilTheCallerStopsIt) {
+    open_filled({small_nor});
+    partition(0).most_bytes = 0;
+    watcher.stop_at = 50;
+    EXPECT_EQ(read(0, 0x10), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(partition(0).steps.size(), 50U);
+}
+
+TEST_F(ContinueRead, CanBeStoppedBeforeEachStepAndLeavesTheLength) {
+    open_filled({small_nand});
+    partition(0).bad_blocks = {1};
+    for (uint32_t question = 0; question < 4; ++question) {
+        watcher = {question};
+        EXPECT_EQ(read(0, 0x3000), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 0x3000U);
+        EXPECT_EQ(watcher.reports.size(), question < 2 ? question : question - 1);
+    }
+    watcher = {4};
+    EXPECT_EQ(read(0, 0x3000), 0U);
+}
+
+TEST_F(ContinueRead, TheCallbacksMayBeLeftOut) {
+    open_filled({small_nand});
+    found.resize(0x4000);
+    length = 0x4000;
+    EXPECT_EQ(norv_linux_spi_flash_continue_read(&flash, 0, found.data(), &length, nullptr, nullptr, nullptr),
+              0U);
+    EXPECT_EQ(found, partition(0).bytes);
+}
+
+// ---- write with verify
+
+class ContinueWrite : public joined_flash {
+  protected:
+    uint32_t write(uint32_t address, const bytes& data, uint32_t skip = 0) {
+        length = static_cast<uint32_t>(data.size());
+        return norv_linux_spi_flash_continue_write_verify(&flash, address, skip, data.data(), &length, &end,
+                                                          observer::cancel, observer::progress, &watcher);
+    }
+
+    uint32_t length = 0;
+    uint32_t end = 0x4000;
+};
+
+TEST_F(ContinueWrite, WritesAndReadsBackBlockByBlockAndReportsEach) {
+    open({small_nor});
+    const bytes data = pattern(0x2000);
+    EXPECT_EQ(write(0x800, data), 0U);
+    EXPECT_EQ(length, 0x2000U);
+    EXPECT_EQ(partition(0).part(0x800, 0x2000), data);
+    EXPECT_THAT(partition(0).steps,
+                ElementsAre(flash_step{"write", 0x800, 0x800}, flash_step{"read", 0x800, 0x800},
+                            flash_step{"write", 0x1000, 0x1000}, flash_step{"read", 0x1000, 0x1000},
+                            flash_step{"write", 0x2000, 0x800}, flash_step{"read", 0x2000, 0x800}));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x800, 0x1800, 25}, report{0, 0x1000, 0x800, 75},
+                                             report{0, 0x2000, 0, 100}));
+}
+
+TEST_F(ContinueWrite, TheCursorIsTheStartOfTheBlockBehindTheLastOneWritten) {
+    open({small_nor});
+    EXPECT_EQ(write(0, pattern(0x1001)), 0U);
+    EXPECT_EQ(end, 0x2000U);
+}
+
+TEST_F(ContinueWrite, TenBytesOnPagesOf256AreFilledUpAndOnlyTheTenAreCompared) {
+    open({small_nand});
+    partition(0).flipped = {10, 255};
+    const bytes data = pattern(10);
+    EXPECT_EQ(write(0, data), 0U);
+    EXPECT_EQ(end, 0x1000U);
+    EXPECT_EQ(kernel.writes("/dev/mtd0").at(0).size(), 256U);
+    EXPECT_EQ(partition(0).part(0, 10), data);
+    EXPECT_EQ(kernel.writes("/dev/mtd0").at(0).substr(10), std::string(246, '\xFF'));
+    EXPECT_THAT(partition(0).steps,
+                ElementsAre(flash_step{"query", 0}, flash_step{"write", 0, 256}, flash_step{"read", 0, 10}));
+}
+
+TEST_F(ContinueWrite, ALengthOfZeroOnlyMovesTheEndToTheAddress) {
+    open({small_nor});
+    EXPECT_EQ(write(0x1234, {}), 0U);
+    EXPECT_EQ(end, 0x1234U);
+    EXPECT_EQ(watcher.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(ContinueWrite, GoesOverTheBorderOfPartitionsWithDifferentBlocks) {
+    open({nor(0x4000, 0x1000), nand(0x8000, 0x4000)});
+    const bytes data = pattern(0x5200);
+    end = 0xC000;
+    EXPECT_EQ(write(0x3000, data), 0U);
+    EXPECT_EQ(end, 0xC000U);
+    EXPECT_EQ(joined(partition(0).part(0x3000, 0x1000), partition(1).part(0, 0x4200)), data);
+}
+
+TEST_F(ContinueWrite, ALargeBlockBeforeASmallOneFindsRoomInTheWorkArea) {
+    open({nand(0x8000, 0x4000), nor(0x4000, 0x1000)});
+    const bytes data = pattern(0x3F10);
+    end = 0x9000;
+    EXPECT_EQ(write(0, data), 0U);
+    EXPECT_EQ(partition(0).part(0, 0x3F10), data);
+    const bytes more = pattern(0x9000, 7);
+    end = 0x9000;
+    EXPECT_EQ(write(0x4000, bytes(more.begin(), more.begin() + 0x5000)), 0U);
+    EXPECT_EQ(end, 0x9000U);
+}
+
+TEST_F(ContinueWrite, BadBlocksAreLeftOut) {
+    open({small_nand});
+    partition(0).bad_blocks = {0, 2};
+    const bytes data = pattern(0x1800);
+    EXPECT_EQ(write(0, data), 0U);
+    EXPECT_EQ(end, 0x4000U);
+    EXPECT_EQ(joined(partition(0).part(0x1000, 0x1000), partition(0).part(0x3000, 0x800)), data);
+    EXPECT_THAT(partition(0).part(0, 0x1000), Each(0xFF));
+    EXPECT_THAT(partition(0).part(0x2000, 0x1000), Each(0xFF));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x1000, 0x800, 66}, report{0, 0x3000, 0, 100}));
+}
+
+TEST_F(ContinueWrite, OnNorNobodyAsksForBadBlocks) {
+    open({small_nor});
+    EXPECT_EQ(write(0, pattern(0x4000)), 0U);
+    EXPECT_THAT(partition(0).steps_of("query"), IsEmpty());
+}
+
+TEST_F(ContinueWrite, TheQueryNamesTheStartOfTheBlock) {
+    open({small_nand});
+    EXPECT_EQ(write(0x1300, pattern(0x100)), 0U);
+    EXPECT_THAT(partition(0).steps_of("query"), ElementsAre(flash_step{"query", 0x1000}));
+}
+
+TEST_F(ContinueWrite, TheSkipLeavesOutPagesOfGoodBlocks) {
+    open({small_nand});
+    partition(0).bad_blocks = {1};
+    const bytes data = pattern(0x300);
+    EXPECT_EQ(write(0xE00, data, 0x300), 0U);
+    EXPECT_EQ(partition(0).part(0x2100, 0x300), data);
+    EXPECT_THAT(partition(0).part(0, 0x2100), Each(0xFF));
+    EXPECT_EQ(end, 0x3000U);
+}
+
+TEST_F(ContinueWrite, TheCallerIsAskedAtEachSkippedPageAndEachBadBlock) {
+    open({small_nand});
+    partition(0).bad_blocks = {0};
+    EXPECT_EQ(write(0, pattern(0x100), 0x200), 0U);
+    EXPECT_EQ(watcher.questions, 4U);
+    EXPECT_EQ(watcher.reports.size(), 1U);
+}
+
+TEST_F(ContinueWrite, ASkipOverPartitionsWithDifferentPagesCountsBytes) {
+    open({nor(0x1000, 0x1000), nand(0x3000, 0x1000)});
+    const bytes data = pattern(0x100);
+    EXPECT_EQ(write(0xF00, data, 0x200), 0U);
+    EXPECT_EQ(partition(1).part(0x100, 0x100), data);
+    EXPECT_THAT(partition(0).bytes, Each(0xFF));
+}
+
+TEST_F(ContinueWrite, TooLittleGoodSpaceIsExhaustedAndLeavesLengthAndEnd) {
+    open({small_nand});
+    partition(0).bad_blocks = {1};
+    end = 0x2000;
+    EXPECT_EQ(write(0, pattern(0x1800)), NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(length, 0x1800U);
+    EXPECT_EQ(end, 0x2000U);
+    EXPECT_EQ(watcher.reports.size(), 1U);
+}
+
+TEST_F(ContinueWrite, AnAddressThatIsNotBeforeTheEndIsExhausted) {
+    open({small_nor});
+    end = 0x1000;
+    EXPECT_EQ(write(0x1000, pattern(4)), NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(length, 4U);
+    EXPECT_THAT(partition(0).steps, IsEmpty());
+}
+
+TEST_F(ContinueWrite, ABlockThatStartsBeforeTheEndIsWrittenUpToItsOwnEnd) {
+    open({small_nor});
+    end = 0x800;
+    EXPECT_EQ(write(0, pattern(0x1000)), 0U);
+    EXPECT_EQ(partition(0).part(0, 0x1000), pattern(0x1000));
+    EXPECT_EQ(end, 0x1000U);
+}
+
+TEST_F(ContinueWrite, AMisalignedEndOrSkipOrAnEndOutsideTheFlashIsRefused) {
+    open({small_nand});
+    for (const uint32_t wrong : {0U, 0x80U, 0x3FFFU, 0x4100U}) {
+        end = wrong;
+        EXPECT_EQ(write(0, pattern(0x10)), NORV_STATUS_RANGE) << wrong;
+        EXPECT_EQ(end, wrong);
+        EXPECT_EQ(length, 0x10U);
+    }
+    end = 0x4000;
+    EXPECT_EQ(write(0, pattern(0x10), 0x80), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 0x10U);
+    EXPECT_EQ(watcher.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(ContinueWrite, AMisalignedAddressIsRefusedAndLeavesTheWorkAreaAllocatedOnPurpose) {
+    open({small_nand});
+    const size_t before = kernel.allocations();
+    EXPECT_EQ(write(0x80, pattern(0x10)), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 0U);
+    EXPECT_THAT(partition(0).steps, IsEmpty());
+    EXPECT_EQ(kernel.allocations(), before + 1);
+    kernel.accept_leaked_allocations(1);
+}
+
+TEST_F(ContinueWrite, APartitionWithoutAWriteSizeIsRefused) {
+    open({small_nor});
+    flash->regions[0].device.info.writesize = 0;
+    EXPECT_EQ(write(0, pattern(0x10)), NORV_STATUS_RANGE);
+    EXPECT_THAT(partition(0).steps, IsEmpty());
+}
+
+TEST_F(ContinueWrite, WithoutMemoryForTheWorkAreaNothingIsWritten) {
+    open({small_nor});
+    kernel.fail("norv_malloc", ENOMEM);
+    EXPECT_EQ(write(0, pattern(0x10)), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(length, 0x10U);
+    EXPECT_EQ(watcher.questions, 0U);
+}
+
+TEST_F(ContinueWrite, AFlippedBitIsAFailedVerification) {
+    open({small_nor});
+    partition(0).flipped = {0x1FFF};
+    EXPECT_EQ(write(0, pattern(0x3000)), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0x1000U);
+    EXPECT_EQ(end, 0x4000U);
+    EXPECT_EQ(watcher.reports.size(), 1U);
+}
+
+TEST_F(ContinueWrite, AFlashThatWasNotErasedIsAFailedVerification) {
+    open({small_nor});
+    partition(0).bytes[5] = 0;
+    EXPECT_EQ(write(0, bytes(8, 0x55)), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ContinueWrite, AShortReadBackIsAFailedVerification) {
+    open({small_nor});
+    partition(0).most_bytes = 15;
+    EXPECT_EQ(write(0, pattern(16)), NORV_STATUS_VERIFY_FAILED);
+}
+
+TEST_F(ContinueWrite, AShortWriteIsAFailedVerification) {
+    open({small_nor});
+    partition(0).most_written = 15;
+    EXPECT_EQ(write(0, bytes(16, 0xFF)), NORV_STATUS_VERIFY_FAILED);
+}
+
+TEST_F(ContinueWrite, AShortWriteOfTheFillingAloneIsNoFailure) {
+    open({small_nand});
+    partition(0).most_written = 200;
+    EXPECT_EQ(write(0, pattern(200)), 0U);
+}
+
+TEST_F(ContinueWrite, AFailedWriteOrReadBackTellsHowMuchWasWrittenAndVerified) {
+    open({small_nor});
+    for (const char* call : {"write", "read"}) {
+        partition(0).bytes.assign(0x4000, 0xFF);
+        end = 0x4000;
+        kernel.fail(call, EIO, 2);
+        EXPECT_EQ(write(0, pattern(0x3000)), errno_status(EIO));
+        EXPECT_EQ(length, 0x1000U);
+        EXPECT_EQ(end, 0x4000U);
+    }
+}
+
+TEST_F(ContinueWrite, AFailureWithTheStatusOfACancelOrOfTooLittleSpaceTellsHowMuchWasWrittenToo) {
+    open({small_nor});
+    for (const int error : {ETIMEDOUT, ENOSPC}) {
+        kernel.fail("write", error);
+        EXPECT_EQ(write(0, pattern(0x3000)), errno_status(error));
+        EXPECT_EQ(length, 0U);
+    }
+}
+
+TEST_F(ContinueWrite, AFailedQueryEndsTheCallBeforeTheWrite) {
+    open({small_nand});
+    partition(0).query_errors[1] = EIO;
+    EXPECT_EQ(write(0, pattern(0x2000)), errno_status(EIO));
+    EXPECT_EQ(length, 0x1000U);
+    EXPECT_EQ(partition(0).steps.back(), (flash_step{"query", 0x1000}));
+}
+
+TEST_F(ContinueWrite, AFailedQueryIsReportedOnlyAfterTheSkipAndNoOtherBlockIsAsked) {
+    open({small_nand});
+    partition(0).query_errors[0] = EIO;
+    partition(0).bad_blocks = {1};
+    EXPECT_EQ(write(0, pattern(0x100), 0x1100), errno_status(EIO));
+    EXPECT_EQ(watcher.questions, 18U);
+    EXPECT_THAT(partition(0).steps, ElementsAre(flash_step{"query", 0}));
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ContinueWrite, CanBeStoppedBeforeEachStepAndLeavesLengthAndEnd) {
+    open({small_nand});
+    partition(0).bad_blocks = {1};
+    for (uint32_t question = 0; question < 4; ++question) {
+        partition(0).bytes.assign(0x4000, 0xFF);
+        watcher = {question};
+        EXPECT_EQ(write(0, pattern(0x3000)), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 0x3000U);
+        EXPECT_EQ(end, 0x4000U);
+        EXPECT_EQ(watcher.reports.size(), question < 2 ? question : question - 1);
+    }
+}
+
+TEST_F(ContinueWrite, TheSkipResumesAStoppedWrite) {
+    open({nand(0x8000, 0x1000)});
+    partition(0).bad_blocks = {0, 3, 5};
+    const bytes data = pattern(0x4321);
+    end = 0x8000;
+    for (uint32_t question = 1; question < 8; ++question) {
+        partition(0).bytes.assign(0x8000, 0xFF);
+        watcher = {question};
+        ASSERT_EQ(write(0, data), NORV_STATUS_TIMEOUT) << question;
+        const uint32_t done = watcher.reports.empty() ? 0 : 0x4321 - watcher.reports.back().remaining;
+        watcher = {};
+        ASSERT_EQ(write(0, bytes(data.begin() + done, data.end()), done), 0U) << question;
+        bytes found(0x4321);
+        uint32_t count = 0x4321;
+        norv_linux_spi_flash_continue_read(&flash, 0, found.data(), &count, nullptr, nullptr, nullptr);
+        EXPECT_EQ(found, data) << question;
+        end = 0x8000;
+    }
+}
+
+TEST_F(ContinueWrite, TheCursorLeadsThroughTheWholeArea) {
+    open({small_nand, small_nor});
+    partition(0).bad_blocks = {1};
+    const bytes data = pattern(0x7000);
+    uint32_t cursor = 0;
+    for (uint32_t done = 0; done < 0x7000; done += 0x1000) {
+        end = 0x8000;
+        ASSERT_EQ(write(cursor, bytes(data.begin() + done, data.begin() + done + 0x1000)), 0U);
+        ASSERT_GT(end, cursor);
+        cursor = end;
+    }
+    EXPECT_EQ(cursor, 0x8000U);
+    EXPECT_EQ(partition(1).bytes, bytes(data.begin() + 0x3000, data.end()));
+}
+
+TEST_F(ContinueWrite, AnEndThatACallbackMovesBehindTheFlashIsOutOfRangeAndTheWorkAreaReleased) {
+    open({small_nor});
+    const auto move_the_end = [](void* user) {
+        *static_cast<uint32_t*>(user) = 0x5000;
+        return false;
+    };
+    const bytes data = pattern(0x2000);
+    length = 0x2000;
+    const size_t before = kernel.allocations();
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0x3000, 0, data.data(), &length, &end,
+                                                         move_the_end, nullptr, &end),
+              NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 0x1000U);
+    EXPECT_EQ(kernel.allocations(), before);
+}
+
+TEST_F(ContinueWrite, TheCallbacksMayBeLeftOut) {
+    open({small_nand});
+    const bytes data = pattern(0x4000);
+    length = 0x4000;
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0, 0, data.data(), &length, &end, nullptr,
+                                                         nullptr, nullptr),
+              0U);
+    EXPECT_EQ(partition(0).bytes, data);
+}
+
+}  // namespace
