@@ -50,6 +50,16 @@ machine_share() {
 # The devices that the families talk to, beyond what the modules in board/modules/ stand in for.
 machine_devices() {
     machine_serial_ports "$1/serial"
+    machine_card "$1/card"
+}
+
+# The card of the eMMC flash family, empty, 16 MiB: /dev/mmcblk0 once sdhci-pci and mmc_block are loaded. The given file
+# holds it while the board runs.
+machine_card() {
+    rm -f "$1"
+    truncate --size=16M "$1"
+    machine+=(-device sdhci-pci -drive "if=none,id=card,format=raw,cache=unsafe,file=$(qemu_path "$1")"
+        -device "sd-card,drive=card")
 }
 
 # The ports of the UART family, 16550s beside the console's: /dev/ttyS1 and /dev/ttyS2 are wired to each other,

@@ -9,6 +9,7 @@
 #include "norv_file.h"
 #include "norv_flash_types.h"
 #include "norv_linux_dma.h"
+#include "norv_linux_emmc_flash.h"
 #include "norv_linux_gpio.h"
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"

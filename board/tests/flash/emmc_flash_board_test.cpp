@@ -1,0 +1,333 @@
+// Block devices of a real kernel as flash: an SD card on an SDHCI controller, and loop devices.
+#include "norv_linux_emmc_flash.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "media.hpp"
+#include "norv_base.h"
+
+namespace {
+
+using norv::board::GiB;
+using norv::board::KiB;
+using norv::board::loop_device;
+using norv::board::medium;
+using norv::board::MiB;
+using norv::board::pattern;
+using testing::ElementsAre;
+
+constexpr const char* sd_card = "/dev/mmcblk0";
+constexpr uint32_t chunk = 128 * KiB;
+
+std::string zeros(size_t length) {
+    return std::string(length, '\0');
+}
+
+std::string ones(size_t length) {
+    return std::string(length, '\xFF');
+}
+
+// Opens a device by its path, and keeps a view of its medium.
+class emmc {
+  public:
+    explicit emmc(const std::string& path) : on(path) {
+        EXPECT_TRUE(on.is_there()) << path;
+        EXPECT_EQ(norv_linux_emmc_flash_open(&flash, path.c_str()), 0U) << path;
+    }
+    ~emmc() { norv_linux_emmc_flash_close(&flash); }
+    emmc(const emmc&) = delete;
+    emmc& operator=(const emmc&) = delete;
+
+    medium on;
+    norv_emmc_flash_t* flash = nullptr;
+};
+
+void note_address(void* user, uint32_t, uint32_t address, uint32_t, uint32_t) {
+    static_cast<std::vector<uint32_t>*>(user)->push_back(address);
+}
+
+void note_percentage(void* user, uint32_t, uint32_t, uint32_t, uint32_t percentage) {
+    static_cast<std::vector<uint32_t>*>(user)->push_back(percentage);
+}
+
+bool stop_after_two(void* user) {
+    return ++*static_cast<uint32_t*>(user) > 2;
+}
+
+// ---- the SD card
+
+TEST(EmmcFlashOnBoard, TheCardsGeometryIsTheKernels) {
+    emmc card(sd_card);
+    norv_flash_info_t info = {};
+    int block_size = 0;
+    const int descriptor = open(sd_card, O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(ioctl(descriptor, BLKBSZGET, &block_size), 0);
+    close(descriptor);
+    EXPECT_EQ(norv_linux_emmc_flash_get_info(&card.flash, &info), 0U);
+    EXPECT_EQ(info.size, 16 * MiB);
+    EXPECT_EQ(info.size, card.on.size());
+    EXPECT_EQ(info.erase_block_size, static_cast<uint32_t>(block_size));
+    EXPECT_EQ(info.write_unit_size, static_cast<uint32_t>(block_size));
+}
+
+TEST(EmmcFlashOnBoard, BytesAreWrittenToAnyAddressOfTheCardAndReadBack) {
+    emmc card(sd_card);
+    card.on.fill(1 * MiB, pattern(8192, 1));
+    uint32_t length = 11;
+    EXPECT_EQ(norv_linux_emmc_flash_write(&card.flash, 1 * MiB + 4090, "hello board", &length), 0U);
+    EXPECT_EQ(length, 11U);
+    EXPECT_EQ(card.on.content(1 * MiB, 8192), pattern(8192, 1).replace(4090, 11, "hello board"));
+    std::string bytes(11, '-');
+    EXPECT_EQ(norv_linux_emmc_flash_read(&card.flash, 1 * MiB + 4090, bytes.data(), &length), 0U);
+    EXPECT_EQ(bytes, "hello board");
+}
+
+TEST(EmmcFlashOnBoard, ABlockOfTheCardIsErased) {
+    emmc card(sd_card);
+    card.on.fill(2 * MiB, pattern(16384, 2));
+    EXPECT_EQ(norv_linux_emmc_flash_erase_one_block(&card.flash, 2 * MiB + 4096), 0U);
+    EXPECT_EQ(card.on.content(2 * MiB, 16384), pattern(16384, 2).replace(4096, 4096, zeros(4096)));
+    uint32_t end = 2 * MiB + 16384;
+    EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&card.flash, 2 * MiB + 8192, &end), 0U);
+    EXPECT_EQ(end, 2 * MiB + 16384);
+    EXPECT_EQ(card.on.content(2 * MiB, 16384), pattern(16384, 2).replace(4096, 12288, zeros(12288)));
+}
+
+TEST(EmmcFlashOnBoard, AnImageIsErasedWrittenAndReadChunkByChunk) {
+    emmc card(sd_card);
+    const std::string around = pattern(2 * MiB, 3);
+    const std::string image = pattern(1 * MiB, 4);
+    card.on.fill(4 * MiB, around);
+    std::vector<uint32_t> addresses;
+    uint32_t length = 1 * MiB;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_erase(&card.flash, 4 * MiB + 4 * chunk, length, nullptr,
+                                                   note_address, &addresses),
+              0U);
+    EXPECT_EQ(addresses.size(), 8U);
+    EXPECT_EQ(addresses.back(), 4 * MiB + 11 * chunk);
+    EXPECT_TRUE(card.on.content(4 * MiB, 2 * MiB) ==
+                std::string(around).replace(4 * chunk, 1 * MiB, zeros(1 * MiB)));
+    std::vector<uint32_t> percentages;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&card.flash, 4 * MiB, 4 * chunk, image.data(),
+                                                          &length, nullptr, note_percentage, &percentages),
+              0U);
+    EXPECT_THAT(percentages, ElementsAre(12, 25, 37, 50, 62, 75, 87, 100));
+    EXPECT_TRUE(card.on.content(4 * MiB, 2 * MiB) == std::string(around).replace(4 * chunk, 1 * MiB, image));
+    std::string bytes(1 * MiB, '-');
+    EXPECT_EQ(norv_linux_emmc_flash_continue_read(&card.flash, 4 * MiB + 4 * chunk, bytes.data(), &length,
+                                                  nullptr, nullptr, nullptr),
+              0U);
+    EXPECT_TRUE(bytes == image);
+}
+
+TEST(EmmcFlashOnBoard, ACancelledWriteHasWrittenWhatItReported) {
+    emmc card(sd_card);
+    card.on.fill(8 * MiB, zeros(4 * chunk));
+    const std::string image = pattern(4 * chunk, 5);
+    uint32_t questions = 0;
+    uint32_t length = 4 * chunk;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&card.flash, 8 * MiB, 0, image.data(), &length,
+                                                          stop_after_two, nullptr, &questions),
+              NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 4 * chunk);
+    EXPECT_TRUE(card.on.content(8 * MiB, 4 * chunk) == image.substr(0, 2 * chunk) + zeros(2 * chunk));
+}
+
+TEST(EmmcFlashOnBoard, TheEndOfTheCardEndsAWrite) {
+    emmc card(sd_card);
+    const std::string image = pattern(2 * chunk, 6);
+    uint32_t length = 2 * chunk;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&card.flash, 16 * MiB - chunk, 0, image.data(),
+                                                          &length, nullptr, nullptr, nullptr),
+              norv_get_status_by_errno(ENOSPC));
+    EXPECT_EQ(length, chunk);
+    std::string bytes(2 * chunk, '-');
+    length = 2 * chunk;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_read(&card.flash, 16 * MiB - chunk, bytes.data(), &length,
+                                                  nullptr, nullptr, nullptr),
+              NORV_STATUS_RANGE);
+    EXPECT_EQ(length, chunk);
+    EXPECT_TRUE(bytes.substr(0, chunk) == image.substr(0, chunk));
+}
+
+TEST(EmmcFlashOnBoard, AFileThatIsNoBlockDeviceCannotBeOpened) {
+    norv_emmc_flash_t* flash = nullptr;
+    EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/null"), norv_get_status_by_errno(ENOTTY));
+    EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk7"), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(flash, nullptr);
+}
+
+// The first descriptor that writes through, -1 if there is none.
+int synchronous_descriptor() {
+    for (int descriptor = 3; descriptor < 256; ++descriptor) {
+        const int flags = fcntl(descriptor, F_GETFL);
+        if (flags >= 0 && (flags & O_SYNC) == O_SYNC) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+TEST(EmmcFlashOnBoard, TheDeviceIsOpenedSynchronousAndCloseOnExecAndGivenBack) {
+    emmc card(sd_card);
+    const int descriptor = synchronous_descriptor();
+    ASSERT_GT(descriptor, 0);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_ACCMODE, O_RDWR);
+    norv_linux_emmc_flash_close(&card.flash);
+    EXPECT_EQ(synchronous_descriptor(), -1);
+}
+
+// ---- loop devices
+
+TEST(EmmcFlashOnBoard, BytesBehindTheDataAreFilledUpToAChunk) {
+    loop_device loop(1 * MiB);
+    emmc disk(loop.path());
+    const std::string before = pattern(1 * MiB, 7);
+    disk.on.fill(0, before);
+    uint32_t length = 11;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&disk.flash, 4096, 0, "hello board", &length,
+                                                          nullptr, nullptr, nullptr),
+              0U);
+    EXPECT_TRUE(disk.on.content(0, 1 * MiB) ==
+                std::string(before).replace(4096, 16384, "hello board" + ones(16373)));
+}
+
+TEST(EmmcFlashOnBoard, ADeviceOf5GiBIsReachedUpTo4GiBAndNoOperationGoesOnAtItsStart) {
+    loop_device loop(5 * GiB);
+    emmc disk(loop.path());
+    const std::string start = pattern(chunk, 8);
+    const std::string image = pattern(2 * chunk, 9);
+    disk.on.fill(0, start);
+    norv_flash_info_t info = {};
+    EXPECT_EQ(norv_linux_emmc_flash_get_info(&disk.flash, &info), 0U);
+    EXPECT_EQ(info.size, 5 * GiB);
+    uint32_t length = 2 * chunk;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&disk.flash, 0xFFFE0000, 0, image.data(), &length,
+                                                          nullptr, nullptr, nullptr),
+              NORV_STATUS_RANGE);
+    EXPECT_EQ(length, chunk);
+    EXPECT_TRUE(disk.on.content(0xFFFE0000, 2 * chunk) == image.substr(0, chunk) + zeros(chunk));
+    EXPECT_EQ(norv_linux_emmc_flash_continue_erase(&disk.flash, 0xFFFE0000, chunk, nullptr, nullptr, nullptr),
+              NORV_STATUS_RANGE);
+    EXPECT_TRUE(disk.on.content(0, chunk) == start);
+}
+
+// ---- a firmware update that is killed and goes on
+
+// What an updater has left to do; in memory that outlives it, as a file on another medium would.
+struct journal {
+    std::atomic<uint32_t> erased;
+    std::atomic<uint32_t> written;
+
+    uint32_t done() const { return erased + written; }
+};
+
+class FirmwareUpdate : public testing::TestWithParam<const char*> {
+  protected:
+    static constexpr uint32_t area = 6 * MiB;
+    static constexpr uint32_t size = 2 * MiB;
+    static constexpr uint32_t margin = 256 * KiB;
+
+    FirmwareUpdate() {
+        if (GetParam() != std::string(sd_card)) {
+            loop = std::make_unique<loop_device>(16 * MiB);
+            path = loop->path();
+        }
+        void* memory =
+            mmap(nullptr, sizeof(journal), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        noted = new (memory) journal();
+    }
+    ~FirmwareUpdate() override { munmap(noted, sizeof(journal)); }
+
+    // The updater's whole life: goes on where the journal ends.
+    [[noreturn]] void update(const std::string& image) const {
+        norv_emmc_flash_t* flash = nullptr;
+        uint32_t status = norv_linux_emmc_flash_open(&flash, path.c_str());
+        const uint32_t erased = noted->erased;
+        if (status == 0) {
+            status = norv_linux_emmc_flash_continue_erase(
+                &flash, area + erased, size - erased, nullptr,
+                [](void* user, uint32_t, uint32_t, uint32_t remaining, uint32_t) {
+                    static_cast<journal*>(user)->erased = size - remaining;
+                },
+                noted);
+        }
+        const uint32_t written = noted->written;
+        uint32_t length = size - written;
+        if (status == 0) {
+            status = norv_linux_emmc_flash_continue_write_verify(
+                &flash, area, written, image.data() + written, &length, nullptr,
+                [](void* user, uint32_t, uint32_t, uint32_t remaining, uint32_t) {
+                    static_cast<journal*>(user)->written = size - remaining;
+                },
+                noted);
+        }
+        norv_linux_emmc_flash_close(&flash);
+        _exit(status == 0 ? 0 : 1);
+    }
+
+    // Runs the updater, and kills it a random time after it has got that far. Tells whether it came to its
+    // end.
+    bool run_until(uint32_t position, const std::string& image) {
+        const pid_t updater = fork();
+        if (updater == 0) {
+            update(image);
+        }
+        int status = 0;
+        while (noted->done() < position && waitpid(updater, &status, WNOHANG) == 0) {
+            usleep(50);
+        }
+        usleep(static_cast<useconds_t>(random() % 3000));
+        kill(updater, SIGKILL);
+        waitpid(updater, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0);
+        interrupted += WIFSIGNALED(status) ? 1 : 0;
+        return noted->done() == 2 * size;
+    }
+
+    std::unique_ptr<loop_device> loop;
+    std::string path = sd_card;
+    journal* noted = nullptr;
+    uint32_t interrupted = 0;
+    const unsigned seed = std::random_device()();
+    std::minstd_rand random{seed};
+};
+
+TEST_P(FirmwareUpdate, SurvivesBeingKilledAtRandomMoments20Times) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    medium device(path);
+    ASSERT_TRUE(device.is_there());
+    for (unsigned round = 0; round < 20 && !HasFailure(); ++round) {
+        const std::string around = pattern(size + 2 * margin, 2 * round + 1);
+        const std::string image = pattern(size, 2 * round + 2);
+        device.fill(area - margin, around);
+        noted->erased = 0;
+        noted->written = 0;
+        while (!run_until(noted->done() + static_cast<uint32_t>(random()) % size, image)) {
+        }
+        EXPECT_TRUE(device.content(area - margin, size + 2 * margin) ==
+                    std::string(around).replace(margin, size, image))
+            << "round " << round;
+    }
+    EXPECT_GT(interrupted, 0U);
+    std::cout << "killed " << interrupted << " times in 20 updates\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(, FirmwareUpdate, testing::Values(sd_card, "loop device"), [](const auto& device) {
+    return device.param == std::string(sd_card) ? "SdCard" : "LoopDevice";
+});
+
+}  // namespace

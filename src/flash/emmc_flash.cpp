@@ -1,0 +1,337 @@
+// A block device as a flash.
+#include "norv_linux_emmc_flash.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+
+#include "core/descriptor.hpp"
+#include "core/ioctl.hpp"
+#include "core/memory.hpp"
+#include "core/status.hpp"
+#include "flash/observer.hpp"
+#include "norv_base.h"
+#include "norv_file.h"
+
+struct norv_emmc_flash {
+    int32_t descriptor;
+    uint64_t size;
+    uint32_t erase_block_size;
+    uint32_t write_unit_size;
+};
+
+static_assert(sizeof(norv_emmc_flash_t) == 24 && offsetof(norv_emmc_flash_t, size) == 8 &&
+              offsetof(norv_emmc_flash_t, erase_block_size) == 16 &&
+              offsetof(norv_emmc_flash_t, write_unit_size) == 20);
+static_assert(sizeof(size_t) != 8 || (BLKBSZGET == 0x80081270 && BLKGETSIZE64 == 0x80081272));
+
+namespace {
+
+constexpr uint32_t smallest_chunk = 16384;
+constexpr uint32_t largest_chunk = 131072;
+
+// ---- chunk arithmetic: by masks, exact for powers of two, and used as it is whatever the sizes are
+
+uint32_t round_down(uint32_t value, uint32_t unit) {
+    return value & -unit;
+}
+
+uint32_t round_up(uint32_t value, uint32_t unit) {
+    return (value + unit - 1) & -unit;
+}
+
+bool is_multiple(uint32_t value, uint32_t unit) {
+    return round_down(value, unit) == value;
+}
+
+uint32_t chunk_size(uint32_t wanted) {
+    return std::clamp(wanted, smallest_chunk, largest_chunk);
+}
+
+// From an address to the next chunk border: 1 to `chunk` bytes.
+uint32_t room_in_chunk(uint32_t address, uint32_t chunk) {
+    return chunk - ((chunk - 1) & address);
+}
+
+// Addresses that are counted up have 64 bits: behind 4 GiB an operation ends, instead of going on at 0.
+bool is_addressable(uint64_t address) {
+    return address <= UINT32_MAX;
+}
+
+// ---- the device
+
+bool is_closed(norv_emmc_flash_t* const* flash) {
+    return flash == nullptr || *flash == nullptr;
+}
+
+uint32_t find_geometry(norv_emmc_flash_t* flash) {
+    int block_size = 0;
+    const uint32_t status = norv::device_ioctl(flash->descriptor, BLKBSZGET, &block_size);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    flash->erase_block_size = static_cast<uint32_t>(block_size);
+    flash->write_unit_size = static_cast<uint32_t>(block_size);
+    return norv::device_ioctl(flash->descriptor, BLKGETSIZE64, &flash->size);
+}
+
+uint32_t open_device(norv_emmc_flash_t* flash, const char* path) {
+    const uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC | O_SYNC, &flash->descriptor, "%s", path);
+    return status != NORV_STATUS_OK ? status : find_geometry(flash);
+}
+
+// ---- erasing
+
+// Whether zeros may be written from an address to an end.
+uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t end) {
+    const bool fits = is_addressable(end) && end >= address &&
+                      is_multiple(address, flash->erase_block_size) &&
+                      is_multiple(static_cast<uint32_t>(end), flash->erase_block_size);
+    return fits ? NORV_STATUS_OK : NORV_STATUS_RANGE;
+}
+
+// Zeroes a whole chunk, in the last round too, and whatever the device takes of it counts as one: kept.
+uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk, const void* zeros) {
+    const uint32_t status = check_area(*flash, address, uint64_t{address} + chunk);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    uint32_t count = round_up(chunk, (*flash)->erase_block_size);
+    return norv_linux_emmc_flash_write(flash, address, zeros, &count);
+}
+
+// ---- chunk after chunk
+
+// One step of an operation: does what comes next at this address, with so many bytes still to do, and tells
+// how many of them it has done. Not 0.
+template <typename step_type>
+uint32_t run_steps(const norv::flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
+    for (uint32_t remaining = observer.total; remaining != 0;) {
+        // Stopped: the length stays, as callers expect it.
+        if (observer.stops()) {
+            return NORV_STATUS_TIMEOUT;
+        }
+        const auto place = static_cast<uint32_t>(address);
+        uint32_t count = 0;
+        const uint32_t status = is_addressable(address) ? step(place, remaining, &count) : NORV_STATUS_RANGE;
+        if (status != NORV_STATUS_OK) {
+            *length -= remaining;
+            return status;
+        }
+        remaining -= count;
+        observer.hear(NORV_STATUS_OK, place, remaining);
+        address += count;
+    }
+    return NORV_STATUS_OK;
+}
+
+// Reads up to the next chunk border. The end of the device would give 0 bytes again and again.
+uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer, uint32_t count,
+                    uint32_t* done) {
+    const uint32_t status = norv_linux_emmc_flash_read(flash, address, buffer, &count);
+    *done = count;
+    return status == NORV_STATUS_OK && count == 0 ? NORV_STATUS_RANGE : status;
+}
+
+// What writing and verifying works with: twice a chunk of memory.
+struct work_area {
+    uint8_t* outgoing;   // the last data with its filling
+    uint8_t* read_back;  // a chunk behind it
+    uint32_t chunk;
+    uint32_t pad;
+};
+
+// The last data, filled with 0xFF up to the length of its write. Where a chunk is no power of two that may be
+// more than a chunk, but less than two: it then reaches into the place of what is read back afterwards.
+const uint8_t* fill_up(const work_area& area, const uint8_t* data, uint32_t count, uint32_t length) {
+    norv_memcpy(area.outgoing, data, count);
+    norv_memset(area.outgoing + count, 0xFF, length - count);
+    return area.outgoing;
+}
+
+// Writes up to the next chunk border and reads it back. Data that fills its write goes out from where it is.
+uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t* data, uint32_t remaining,
+                     const work_area& area, uint32_t* done) {
+    const uint32_t room = room_in_chunk(address, area.chunk);
+    const bool is_part = room > remaining;
+    uint32_t written = is_part ? round_up(remaining, area.pad) : room;
+    const uint8_t* outgoing = is_part ? fill_up(area, data, remaining, written) : data;
+    uint32_t status = norv_linux_emmc_flash_write(flash, address, outgoing, &written);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    uint32_t count = std::min(remaining, room);
+    status = norv_linux_emmc_flash_read(flash, address, area.read_back, &count);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    *done = count;
+    const bool same = count != 0 && count <= written && norv_memcmp(data, area.read_back, count) == 0;
+    return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
+}
+
+// Where data begins behind so many whole units.
+uint64_t behind_units(uint32_t address, uint32_t skip, uint32_t unit) {
+    return unit != 0 ? uint64_t{address} + skip - skip % unit : address;
+}
+
+}  // namespace
+
+uint32_t norv_linux_emmc_flash_open(norv_emmc_flash_t** flash, const char* path) {
+    if (flash == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *flash = nullptr;
+    if (path == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    auto* opened = static_cast<norv_emmc_flash_t*>(norv_zalloc(sizeof(norv_emmc_flash_t)));
+    if (opened == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    const uint32_t status = open_device(opened, path);
+    if (status != NORV_STATUS_OK) {
+        norv::close_descriptor(opened->descriptor);
+        // Not norv_free as in close: kept.
+        free(opened);
+        return status;
+    }
+    *flash = opened;
+    return NORV_STATUS_OK;
+}
+
+void norv_linux_emmc_flash_close(norv_emmc_flash_t** flash) {
+    if (is_closed(flash)) {
+        return;
+    }
+    norv_emmc_flash_t* closing = *flash;
+    *flash = nullptr;
+    norv::close_descriptor(closing->descriptor);
+    norv_free(closing);
+}
+
+uint32_t norv_linux_emmc_flash_get_info(norv_emmc_flash_t** flash, norv_flash_info_t* info) {
+    if (is_closed(flash) || info == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    info->size = (*flash)->size;
+    info->erase_block_size = (*flash)->erase_block_size;
+    info->write_unit_size = (*flash)->write_unit_size;
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_emmc_flash_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
+                                    uint32_t* length) {
+    if (is_closed(flash) || buffer == nullptr || length == nullptr || *length == 0) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const ssize_t count = pread((*flash)->descriptor, buffer, *length, static_cast<off_t>(address));
+    if (count < 0) {
+        return norv::errno_status();
+    }
+    *length = static_cast<uint32_t>(count);
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_emmc_flash_write(norv_emmc_flash_t** flash, uint32_t address, const void* buffer,
+                                     uint32_t* length) {
+    if (is_closed(flash) || buffer == nullptr || length == nullptr || *length == 0) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const ssize_t count = pwrite((*flash)->descriptor, buffer, *length, static_cast<off_t>(address));
+    if (count < 0) {
+        return norv::errno_status();
+    }
+    *length = static_cast<uint32_t>(count);
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_emmc_flash_erase_one_block(norv_emmc_flash_t** flash, uint32_t address) {
+    return norv_linux_emmc_flash_erase_first_valid_block(flash, address, nullptr);
+}
+
+uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash, uint32_t address,
+                                                       uint32_t* end) {
+    if (is_closed(flash)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t status = check_area(*flash, address, end != nullptr ? *end : address);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    const uint32_t block = (*flash)->erase_block_size;
+    uint32_t length = end != nullptr ? round_up(*end - address, block) : block;
+    const norv::scoped_memory zeros(norv_zalloc(length));
+    // Without memory, and with an end that is the address, the write refuses: kept.
+    status = norv_linux_emmc_flash_write(flash, address, zeros.get(), &length);
+    if (status == NORV_STATUS_OK && end != nullptr) {
+        *end = address + length;
+    }
+    return status;
+}
+
+uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_t address, uint32_t length,
+                                              norv_flash_cancel_fn cancel, norv_flash_progress_fn progress,
+                                              void* user) {
+    if (is_closed(flash)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t block = (*flash)->erase_block_size;
+    if (!is_multiple(address, block)) {
+        return NORV_STATUS_RANGE;
+    }
+    const uint32_t chunk = chunk_size(round_up(length, block));
+    // The same zeros serve every chunk. Without memory for them the first write refuses.
+    const norv::scoped_memory zeros(length != 0 ? norv_zalloc(round_up(chunk, block)) : nullptr);
+    return run_steps({cancel, progress, user, length}, address, &length,
+                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
+                         *done = std::min(remaining, chunk);
+                         return erase_chunk(flash, place, chunk, zeros.get());
+                     });
+}
+
+uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
+                                             uint32_t* length, norv_flash_cancel_fn cancel,
+                                             norv_flash_progress_fn progress, void* user) {
+    if (is_closed(flash) || length == nullptr || (buffer == nullptr && *length != 0)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t total = *length;
+    const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
+    auto* bytes = static_cast<uint8_t*>(buffer);
+    return run_steps({cancel, progress, user, total}, address, length,
+                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
+                         const uint32_t count = std::min(remaining, room_in_chunk(place, chunk));
+                         return read_chunk(flash, place, bytes + (total - remaining), count, done);
+                     });
+}
+
+uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, uint32_t address,
+                                                     uint32_t skip, const void* data, uint32_t* length,
+                                                     norv_flash_cancel_fn cancel,
+                                                     norv_flash_progress_fn progress, void* user) {
+    if (is_closed(flash) || length == nullptr || (data == nullptr && *length != 0)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t unit = (*flash)->write_unit_size;
+    if (!is_multiple(address, unit) || !is_multiple(skip, unit)) {
+        return NORV_STATUS_RANGE;
+    }
+    const uint32_t total = *length;
+    const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
+    const norv::scoped_memory memory(norv_malloc(2 * static_cast<size_t>(chunk)));
+    if (memory.get() == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    auto* outgoing = static_cast<uint8_t*>(memory.get());
+    const work_area area = {outgoing, outgoing + chunk, chunk, chunk_size(round_down(total, unit))};
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    return run_steps({cancel, progress, user, total}, behind_units(address, skip, unit), length,
+                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
+                         return write_chunk(flash, place, bytes + (total - remaining), remaining, area, done);
+                     });
+}

@@ -1,0 +1,93 @@
+// A block device of any size: keeps what is written to it, and can be made to do less than it is asked.
+#pragma once
+
+#include <linux/fs.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "support/device.hpp"
+
+namespace norv::test {
+
+class block_device : public device {
+  public:
+    explicit block_device(uint64_t device_size, int device_block_size = 512)
+        : block_size(device_block_size), size(device_size), medium(allocate(device_size)) {}
+    ~block_device() override { munmap(medium, size); }
+    block_device(const block_device&) = delete;
+    block_device& operator=(const block_device&) = delete;
+
+    int block_size;
+    uint64_t size;
+    size_t most_per_read = SIZE_MAX;
+    size_t most_per_write = SIZE_MAX;
+    std::optional<off_t> flipped;  // a byte of which every read shows the lowest bit flipped
+
+    // The medium itself.
+    std::string content(uint64_t address, size_t count) const {
+        return {reinterpret_cast<const char*>(medium) + address, count};
+    }
+    std::string content() const { return content(0, size); }
+    void fill(uint64_t address, const std::string& bytes) {
+        memcpy(medium + address, bytes.data(), bytes.size());
+    }
+
+    long read(void* buffer, size_t count, off_t offset) override {
+        const size_t done = within(std::min(count, most_per_read), offset);
+        memcpy(buffer, medium + offset, done);
+        if (flipped && *flipped >= offset && *flipped < offset + static_cast<off_t>(done)) {
+            static_cast<uint8_t*>(buffer)[*flipped - offset] ^= 1U;
+        }
+        return static_cast<long>(done);
+    }
+
+    long write(const void* buffer, size_t count, off_t offset) override {
+        if (static_cast<uint64_t>(offset) >= size) {
+            return -ENOSPC;
+        }
+        const size_t done = within(std::min(count, most_per_write), offset);
+        memcpy(medium + offset, buffer, done);
+        return static_cast<long>(done);
+    }
+
+    long ioctl(unsigned long request, void* argument) override {
+        switch (request) {
+            case BLKBSZGET:
+                memcpy(argument, &block_size, sizeof block_size);
+                return 0;
+            case BLKGETSIZE64:
+                memcpy(argument, &size, sizeof size);
+                return 0;
+            default:
+                return -ENOTTY;
+        }
+    }
+
+  private:
+    // Zeros, of which only what is touched takes memory.
+    static uint8_t* allocate(uint64_t size) {
+        void* memory =
+            mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (memory == MAP_FAILED) {
+            std::abort();
+        }
+        return static_cast<uint8_t*>(memory);
+    }
+
+    // How much of that many bytes lies on the device.
+    size_t within(size_t count, off_t offset) const {
+        const auto start = static_cast<uint64_t>(offset);
+        return start < size ? static_cast<size_t>(std::min<uint64_t>(count, size - start)) : 0;
+    }
+
+    uint8_t* medium;
+};
+
+}  // namespace norv::test

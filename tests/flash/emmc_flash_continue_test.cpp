@@ -1,0 +1,510 @@
+// Block devices as flash: the operations that report, can be cancelled and be resumed.
+#include "norv_linux_emmc_flash.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "flash/emmc_card.hpp"
+#include "support/status.hpp"
+
+namespace {
+
+using norv::test::EmmcFlash;
+using norv::test::errno_status;
+using norv::test::GiB;
+using norv::test::MiB;
+using norv::test::observer;
+using norv::test::ones;
+using norv::test::pattern;
+using norv::test::report;
+using norv::test::SmallCard;
+using norv::test::transfer;
+using norv::test::zeros;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// ---- continue erase
+
+TEST_F(SmallCard, Erasing1000BytesWritesOneChunkOf16384Zeros) {
+    EXPECT_EQ(erase(0, 1000), 0U);
+    EXPECT_EQ(card->content(), before_with(0, zeros(16384)));
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{0, 16384}));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 0, 100}));
+}
+
+TEST_F(SmallCard, AnErasedLengthBetween16And128KiBIsOneChunkOfItsBlocks) {
+    EXPECT_EQ(erase(1024, 20001), 0U);
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{1024, 20480}));
+    EXPECT_EQ(card->content(), before_with(1024, zeros(20480)));
+}
+
+TEST_F(SmallCard, TheLastChunkIsErasedWholeAndMayRunPastTheArea) {
+    EXPECT_EQ(erase(512, 300000), 0U);
+    EXPECT_EQ(card->content(), before_with(512, zeros(3 * 131072)));
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{512, 131072}, transfer{512 + 131072, 131072},
+                                                 transfer{512 + 262144, 131072}));
+}
+
+TEST_F(SmallCard, EachErasedChunkIsReported) {
+    EXPECT_EQ(erase(512, 300000), 0U);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 512, 168928, 43}, report{0, 512 + 131072, 37856, 87},
+                                              report{0, 512 + 262144, 0, 100}));
+    EXPECT_EQ(watching.questions, 3U);
+}
+
+TEST_F(SmallCard, ErasingNothingTouchesNothingAndAsksNobody) {
+    EXPECT_EQ(erase(512, 0), 0U);
+    EXPECT_EQ(watching.questions, 0U);
+    EXPECT_THAT(watching.reports, IsEmpty());
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(SmallCard, AnEraseFromWithinABlockIsOutOfRangeEvenOfNothing) {
+    EXPECT_EQ(erase(513, 512), NORV_STATUS_RANGE);
+    EXPECT_EQ(erase(513, 0), NORV_STATUS_RANGE);
+    EXPECT_EQ(watching.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(SmallCard, ACancelledEraseStopsBeforeTheNextChunk) {
+    for (const uint32_t chunks : {0U, 1U, 2U}) {
+        watching = {.stop_at = chunks};
+        card->fill(0, before);
+        EXPECT_EQ(erase(0, 3 * 131072), NORV_STATUS_TIMEOUT);
+        EXPECT_THAT(watching.reports, SizeIs(chunks));
+        EXPECT_EQ(card->content(), before_with(0, zeros(chunks * 131072)));
+    }
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, AFailedChunkEndsTheErase) {
+    kernel.fail("pwrite", EIO, 2);
+    EXPECT_EQ(erase(0, 3 * 131072), NORV_STATUS_DEVICE_ERROR);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 262144, 33}));
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, AChunkThatTheDeviceTakesInPartCountsAsErased) {
+    card->most_per_write = 1000;
+    EXPECT_EQ(erase(0, 262144), 0U);
+    EXPECT_EQ(card->content(), before_with(0, zeros(1000)).replace(131072, 1000, zeros(1000)));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 131072, 50}, report{0, 131072, 0, 100}));
+}
+
+TEST_F(SmallCard, AnEraseBehindTheEndFails) {
+    EXPECT_EQ(erase(1 * MiB - 131072, 262144), errno_status(ENOSPC));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 1 * MiB - 131072, 131072, 50}));
+}
+
+TEST_F(EmmcFlash, AnEraseThatReaches4GiBIsOutOfRangeAndErasesNothingAtTheStart) {
+    open(5 * GiB);
+    card->fill(0, ones(512));
+    EXPECT_EQ(erase(0xFFFC0000, 0x80000), NORV_STATUS_RANGE);
+    EXPECT_EQ(card->content(0, 512), ones(512));
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{0xFFFC0000, 131072}));
+}
+
+TEST_F(SmallCard, WithoutCallbacksAnEraseRunsToItsEnd) {
+    EXPECT_EQ(norv_linux_emmc_flash_continue_erase(&flash, 0, 262144, nullptr, nullptr, nullptr), 0U);
+    EXPECT_EQ(card->content(), before_with(0, zeros(262144)));
+}
+
+// ---- continue read
+
+TEST_F(SmallCard, ReadingOneMiBUsesChunksOf131072Bytes) {
+    std::string bytes(1 * MiB, '-');
+    uint32_t length = 1 * MiB;
+    EXPECT_EQ(read(0, bytes, length), 0U);
+    EXPECT_EQ(length, 1 * MiB);
+    EXPECT_EQ(bytes, before);
+    ASSERT_THAT(transfers("pread"), SizeIs(8));
+    EXPECT_EQ(transfers("pread")[7], (transfer{7 * 131072, 131072}));
+}
+
+TEST_F(SmallCard, AReadGoesFromChunkBorderToChunkBorder) {
+    std::string bytes(300000, '-');
+    uint32_t length = 300000;
+    EXPECT_EQ(read(100001, bytes, length), 0U);
+    EXPECT_EQ(bytes, before.substr(100001, 300000));
+    EXPECT_THAT(transfers("pread"), ElementsAre(transfer{100001, 31071}, transfer{131072, 131072},
+                                                transfer{262144, 131072}, transfer{393216, 6785}));
+}
+
+TEST_F(SmallCard, EachChunkThatIsReadIsReported) {
+    std::string bytes(300000, '-');
+    uint32_t length = 300000;
+    EXPECT_EQ(read(100001, bytes, length), 0U);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 100001, 268929, 10}, report{0, 131072, 137857, 54},
+                                              report{0, 262144, 6785, 97}, report{0, 393216, 0, 100}));
+}
+
+TEST_F(SmallCard, AShortLengthIsReadInChunksOf16384Bytes) {
+    std::string bytes(1000, '-');
+    uint32_t length = 1000;
+    EXPECT_EQ(read(16384 - 10, bytes, length), 0U);
+    EXPECT_EQ(bytes, before.substr(16384 - 10, 1000));
+    EXPECT_THAT(transfers("pread"), ElementsAre(transfer{16374, 10}, transfer{16384, 990}));
+}
+
+TEST_F(SmallCard, AChunkThatIsNoPowerOfTwoKeepsItsBorderFormula) {
+    // 0xC000 - (0xBFFF & 0x8000) is 0x4000, at 0x8000 as well as at 0xC000.
+    std::string bytes(49152 + 100, '-');
+    uint32_t length = 49152 + 100;
+    EXPECT_EQ(read(0x8000, bytes, length), 0U);
+    EXPECT_EQ(bytes, before.substr(0x8000, 49152 + 100));
+    EXPECT_THAT(transfers("pread"),
+                ElementsAre(transfer{0x8000, 0x4000}, transfer{0xC000, 0x4000}, transfer{0x10000, 0x4064}));
+}
+
+TEST_F(SmallCard, ReadingNothingTouchesNothingAndAsksNobody) {
+    uint32_t length = 0;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_read(&flash, 0, nullptr, &length, observer::cancel,
+                                                  observer::progress, &watching),
+              0U);
+    EXPECT_EQ(watching.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(SmallCard, ACancelledReadLeavesTheLength) {
+    for (const uint32_t chunks : {0U, 1U, 2U}) {
+        watching = {.stop_at = chunks};
+        std::string bytes(3 * 131072, '-');
+        uint32_t length = 3 * 131072;
+        EXPECT_EQ(read(0, bytes, length), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 3 * 131072U);
+        EXPECT_THAT(watching.reports, SizeIs(chunks));
+    }
+}
+
+TEST_F(SmallCard, AFailedReadTellsHowMuchWasReadBefore) {
+    std::string bytes(3 * 131072, '-');
+    uint32_t length = 3 * 131072;
+    kernel.fail("pread", EIO, 3);
+    EXPECT_EQ(read(0, bytes, length), NORV_STATUS_DEVICE_ERROR);
+    EXPECT_EQ(length, 262144U);
+    EXPECT_EQ(bytes, before.substr(0, 262144) + std::string(131072, '-'));
+}
+
+TEST_F(SmallCard, ShortReadsAreContinued) {
+    card->most_per_read = 1000;
+    std::string bytes(2500, '-');
+    uint32_t length = 2500;
+    EXPECT_EQ(read(7, bytes, length), 0U);
+    EXPECT_EQ(bytes, before.substr(7, 2500));
+    EXPECT_THAT(watching.reports,
+                ElementsAre(report{0, 7, 1500, 40}, report{0, 1007, 500, 80}, report{0, 2007, 0, 100}));
+}
+
+TEST_F(SmallCard, AReadAcrossTheEndIsOutOfRangeAndTellsHowMuchItGot) {
+    std::string bytes(1000, '-');
+    uint32_t length = 1000;
+    EXPECT_EQ(read(1 * MiB - 600, bytes, length), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 600U);
+    EXPECT_EQ(bytes, before.substr(1 * MiB - 600) + std::string(400, '-'));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 1 * MiB - 600, 400, 60}));
+}
+
+TEST_F(EmmcFlash, AReadAcross4GiBIsOutOfRangeAndDoesNotGoOnAtTheStart) {
+    open(5 * GiB);
+    std::string bytes(2 * 131072, '-');
+    uint32_t length = 2 * 131072;
+    EXPECT_EQ(read(0xFFFE0000, bytes, length), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 131072U);
+    EXPECT_THAT(transfers("pread"), ElementsAre(transfer{0xFFFE0000, 131072}));
+}
+
+TEST_F(SmallCard, AFailedReadWhoseErrnoMapsToZeroCountsAsRead) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("pread", EIO);
+    std::string bytes(1000, '-');
+    uint32_t length = 1000;
+    EXPECT_EQ(read(0, bytes, length), 0U);
+    EXPECT_EQ(length, 1000U);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 0, 100}));
+}
+
+TEST_F(SmallCard, WithoutCallbacksAReadRunsToItsEnd) {
+    std::string bytes(262144, '-');
+    uint32_t length = 262144;
+    EXPECT_EQ(
+        norv_linux_emmc_flash_continue_read(&flash, 0, bytes.data(), &length, nullptr, nullptr, nullptr), 0U);
+    EXPECT_EQ(bytes, before.substr(0, 262144));
+}
+
+// ---- continue write with verify
+
+TEST_F(SmallCard, WhatIsWrittenIsReadBackChunkByChunk) {
+    const std::string image = pattern(262144, 2);
+    uint32_t length = 262144;
+    EXPECT_EQ(write(131072, 0, image, length), 0U);
+    EXPECT_EQ(length, 262144U);
+    EXPECT_EQ(card->content(), before_with(131072, image));
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{131072, 131072}, transfer{262144, 131072}));
+    EXPECT_THAT(transfers("pread"), ElementsAre(transfer{131072, 131072}, transfer{262144, 131072}));
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, AWriteGoesFromChunkBorderToChunkBorderAndFillsTheLastWithOnes) {
+    const std::string image = pattern(300000, 2);
+    uint32_t length = 300000;
+    EXPECT_EQ(write(65536, 0, image, length), 0U);
+    EXPECT_THAT(transfers("pwrite"),
+                ElementsAre(transfer{65536, 65536}, transfer{131072, 131072}, transfer{262144, 131072}));
+    EXPECT_THAT(transfers("pread"),
+                ElementsAre(transfer{65536, 65536}, transfer{131072, 131072}, transfer{262144, 103392}));
+    EXPECT_EQ(card->content(), before_with(65536, image + ones(131072 - 103392)));
+}
+
+TEST_F(SmallCard, EachVerifiedChunkIsReported) {
+    const std::string image = pattern(300000, 2);
+    uint32_t length = 300000;
+    EXPECT_EQ(write(65536, 0, image, length), 0U);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 65536, 234464, 21}, report{0, 131072, 103392, 65},
+                                              report{0, 262144, 0, 100}));
+    EXPECT_EQ(watching.questions, 3U);
+}
+
+TEST_F(SmallCard, TenBytesAreWrittenAsAChunkOf16384AndOnlyTheTenAreReadBack) {
+    uint32_t length = 10;
+    EXPECT_EQ(write(512, 0, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(), before_with(512, "0123456789" + ones(16374)));
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{512, 16384}));
+    EXPECT_THAT(transfers("pread"), ElementsAre(transfer{512, 10}));
+}
+
+TEST_F(SmallCard, TheFillingMayRunPastTheChunkBorder) {
+    uint32_t length = 10;
+    EXPECT_EQ(write(16384 - 512, 0, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(), before_with(16384 - 512, "0123456789" + ones(16374)));
+}
+
+TEST_F(SmallCard, AChunkThatIsNoPowerOfTwoKeepsItsFillingFormula) {
+    // Chunk and pad are 20480, 0x5000.
+    const std::string image = pattern(20481, 2);
+    uint32_t length = 20481;
+    EXPECT_EQ(write(0, 0, image, length), 0U);
+    // One byte is left: (1 + 0x4FFF) & -0x5000 is 0x1000.
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{0, 0x5000}, transfer{0x5000, 0x1000}));
+    EXPECT_EQ(card->content(), before_with(0, image + ones(4095)));
+}
+
+TEST_F(SmallCard, ALastWriteOfNearlyTwoChunksIsFilledAndVerified) {
+    // Chunk and pad are 89088, 0x15C00. The last 0x15400 bytes, at 0x20000, make a write of
+    // (0x15400 + 0x15BFF) & -0x15C00, which is 0x2A400.
+    const std::string image = pattern(89088, 2);
+    uint32_t length = 89088;
+    EXPECT_EQ(write(0x1F800, 0, image, length), 0U);
+    EXPECT_THAT(transfers("pwrite"),
+                ElementsAre(transfer{0x1F800, 0x400}, transfer{0x1FC00, 0x400}, transfer{0x20000, 0x2A400}));
+    EXPECT_EQ(card->content(), before_with(0x1F800, image + ones(0x2A400 - 0x15400)));
+}
+
+TEST_F(SmallCard, TheSkipIsSpentInUnitsBeforeTheFirstByte) {
+    const std::string image = pattern(16384, 2);
+    uint32_t length = 16384;
+    EXPECT_EQ(write(16384, 32768, image, length), 0U);
+    EXPECT_EQ(card->content(), before_with(49152, image));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 49152, 0, 100}));
+}
+
+TEST_F(SmallCard, AnAddressOrSkipWithinAUnitIsOutOfRange) {
+    uint32_t length = 10;
+    EXPECT_EQ(write(1, 0, "0123456789", length), NORV_STATUS_RANGE);
+    EXPECT_EQ(write(0, 256, "0123456789", length), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 10U);
+    EXPECT_EQ(watching.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(SmallCard, WithoutMemoryNothingIsWrittenAndTheLengthStays) {
+    uint32_t length = 10;
+    kernel.fail("norv_malloc", ENOMEM);
+    EXPECT_EQ(write(0, 0, "0123456789", length), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(length, 10U);
+    EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
+}
+
+TEST_F(SmallCard, WritingNothingTouchesNothingAndAsksNobody) {
+    uint32_t length = 0;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&flash, 512, 512, nullptr, &length,
+                                                          observer::cancel, observer::progress, &watching),
+              0U);
+    EXPECT_EQ(watching.questions, 0U);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, WritingNothingNeedsItsMemoryAllTheSame) {
+    uint32_t length = 0;
+    kernel.fail("norv_malloc", ENOMEM);
+    EXPECT_EQ(write(0, 0, "", length), NORV_STATUS_NO_MEMORY);
+}
+
+TEST_F(SmallCard, ACancelledWriteLeavesTheLength) {
+    const std::string image = pattern(3 * 131072, 2);
+    for (const uint32_t chunks : {0U, 1U, 2U}) {
+        watching = {.stop_at = chunks};
+        card->fill(0, before);
+        uint32_t length = 3 * 131072;
+        EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 3 * 131072U);
+        EXPECT_THAT(watching.reports, SizeIs(chunks));
+        EXPECT_EQ(card->content(), before_with(0, image.substr(0, chunks * 131072)));
+    }
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, ACancelledWriteGoesOnWhereItsReportsEnd) {
+    const std::string image = pattern(4 * 131072, 2);
+    uint32_t done = 0;
+    for (uint32_t attempt = 0; attempt < 3; ++attempt) {
+        watching = {.stop_at = 1};
+        uint32_t length = 4 * 131072 - done;
+        EXPECT_EQ(write(0, done, image.substr(done), length), NORV_STATUS_TIMEOUT);
+        done += length - watching.reports.back().remaining;
+    }
+    watching = {};
+    uint32_t length = 4 * 131072 - done;
+    EXPECT_EQ(length, 131072U);
+    EXPECT_EQ(write(0, done, image.substr(done), length), 0U);
+    EXPECT_EQ(card->content(), before_with(0, image));
+}
+
+TEST_F(SmallCard, AFlippedBitIsFoundAndTheLengthTellsWhatWasVerifiedBefore) {
+    const std::string image = pattern(3 * 131072, 2);
+    for (const off_t place : {off_t{131072}, off_t{200000}, off_t{262143}}) {
+        card->flipped = place;
+        uint32_t length = 3 * 131072;
+        EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_VERIFY_FAILED);
+        EXPECT_EQ(length, 131072U);
+    }
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, AFlippedBitInTheFillingIsNotLookedAt) {
+    card->flipped = 10;
+    uint32_t length = 10;
+    EXPECT_EQ(write(0, 0, "0123456789", length), 0U);
+}
+
+TEST_F(SmallCard, AFailedWriteOrReadBackTellsWhatWasVerifiedBefore) {
+    const std::string image = pattern(3 * 131072, 2);
+    for (const char* call : {"pwrite", "pread"}) {
+        kernel.fail(call, EIO, 3);
+        uint32_t length = 3 * 131072;
+        EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_DEVICE_ERROR);
+        EXPECT_EQ(length, 262144U);
+    }
+    EXPECT_EQ(kernel.allocations(), 1U);
+}
+
+TEST_F(SmallCard, MoreReadBackThanWasWrittenIsAFailedVerification) {
+    card->most_per_write = 1000;
+    const std::string image = pattern(16384, 2);
+    card->fill(0, image);  // so that the bytes themselves agree
+    uint32_t length = 16384;
+    EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(SmallCard, AShortReadBackThatAgreesIsGoneOnFrom) {
+    card->most_per_read = 12000;
+    const std::string image = pattern(16384, 2);
+    uint32_t length = 16384;
+    EXPECT_EQ(write(0, 0, image, length), 0U);
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 4384, 73}, report{0, 12000, 0, 100}));
+    EXPECT_EQ(card->content().substr(0, 16384), image);
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{0, 16384}, transfer{12000, 4384}));
+}
+
+TEST_F(SmallCard, NothingReadBackIsAFailedVerification) {
+    card->most_per_read = 0;
+    uint32_t length = 10;
+    EXPECT_EQ(write(0, 0, "0123456789", length), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0U);
+    EXPECT_THAT(kernel.calls("pwrite"), SizeIs(1));
+}
+
+TEST_F(SmallCard, AWriteAcrossTheEndTellsHowMuchWasVerified) {
+    const std::string image = pattern(131072, 2);
+    uint32_t length = 131072;
+    EXPECT_EQ(write(1 * MiB - 65536, 0, image, length), errno_status(ENOSPC));
+    EXPECT_EQ(length, 65536U);
+    EXPECT_EQ(card->content(), before_with(1 * MiB - 65536, image.substr(0, 65536)));
+}
+
+TEST_F(SmallCard, AFillingThatTheEndOfTheDeviceCutsIsNoFailure) {
+    uint32_t length = 10;
+    EXPECT_EQ(write(1 * MiB - 512, 0, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(), before_with(1 * MiB - 512, "0123456789" + ones(502)));
+}
+
+TEST_F(EmmcFlash, AWriteAcross4GiBIsOutOfRangeAndDoesNotGoOnAtTheStart) {
+    open(5 * GiB);
+    const std::string image = pattern(2 * 131072, 2);
+    uint32_t length = 2 * 131072;
+    EXPECT_EQ(write(0xFFFE0000, 0, image, length), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 131072U);
+    EXPECT_EQ(card->content(0xFFFE0000, 131072), image.substr(0, 131072));
+    EXPECT_EQ(card->content(0, 131072), zeros(131072));
+}
+
+TEST_F(EmmcFlash, ASkipAcross4GiBIsOutOfRangeAndDoesNotGoOnAtTheStart) {
+    open(5 * GiB);
+    uint32_t length = 10;
+    EXPECT_EQ(write(0xFFFFFE00, 0x400, "0123456789", length), NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(watching.questions, 1U);
+    EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
+}
+
+TEST_F(SmallCard, AFailedWriteWhoseErrnoMapsToZeroIsFoundByTheReadBack) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("pwrite", EIO);
+    uint32_t length = 10;
+    EXPECT_EQ(write(0, 0, "0123456789", length), NORV_STATUS_VERIFY_FAILED);
+}
+
+TEST_F(SmallCard, WithoutCallbacksAWriteRunsToItsEnd) {
+    const std::string image = pattern(262144, 2);
+    uint32_t length = 262144;
+    EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&flash, 0, 0, image.data(), &length, nullptr,
+                                                          nullptr, nullptr),
+              0U);
+    EXPECT_EQ(card->content(), before_with(0, image));
+}
+
+// ---- block sizes that are no power of two
+
+TEST_F(EmmcFlash, ABlockSizeOfZeroAllowsOnlyAddress0AndDividesByNothing) {
+    open(1 * MiB, 0);
+    uint32_t end = 0;
+    uint32_t length = 10;
+    EXPECT_EQ(norv_linux_emmc_flash_erase_one_block(&flash, 0), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 0, &end), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(erase(0, 512), NORV_STATUS_RANGE);
+    EXPECT_EQ(erase(512, 512), NORV_STATUS_RANGE);
+    EXPECT_EQ(write(512, 0, "0123456789", length), NORV_STATUS_RANGE);
+    EXPECT_EQ(write(0, 512, "0123456789", length), NORV_STATUS_RANGE);
+    EXPECT_EQ(card->content(), before);
+    EXPECT_EQ(write(0, 0, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(), before_with(0, "0123456789" + ones(16374)));
+}
+
+TEST_F(EmmcFlash, ABlockSizeThatIsNoPowerOfTwoKeepsItsFormulas) {
+    // 1536 is 0x600, and its mask 0xFFFFFA00: the multiples are the addresses without the bits 0x5FF.
+    open(1 * MiB, 1536);
+    uint32_t end = 0xA00;
+    EXPECT_EQ(norv_linux_emmc_flash_erase_one_block(&flash, 0x600), NORV_STATUS_RANGE);
+    EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 0x200, &end), 0U);
+    // (0xA00 - 1 - 0x200 + 0x600) & -0x600 is 0x800.
+    EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{0x200, 0x800}));
+    EXPECT_EQ(end, 0xA00U);
+    EXPECT_EQ(card->content(), before_with(0x200, zeros(0x800)));
+}
+
+}  // namespace
