@@ -51,6 +51,7 @@ machine_share() {
 machine_devices() {
     machine_serial_ports "$1/serial"
     machine_card "$1/card"
+    machine_can_cards
 }
 
 # The card of the eMMC flash family, empty, 16 MiB: /dev/mmcblk0 once sdhci-pci and mmc_block are loaded. The given file
@@ -77,4 +78,9 @@ machine_serial_ports() {
         -chardev "pipe,id=second,path=$(qemu_path "$wires/second")"
         -chardev "pipe,id=plug,path=$(qemu_path "$wires/plug")"
         -device "pci-serial-2x,chardev1=first,chardev2=second" -device "pci-serial,chardev=plug")
+}
+
+# The cards of the CAN family, can0 and can1 once kvaser_pci is loaded: both on one bus.
+machine_can_cards() {
+    machine+=(-object can-bus,id=can -device kvaser_pci,canbus=can -device kvaser_pci,canbus=can)
 }
