@@ -11,6 +11,7 @@
 #include "norv_linux_dma.h"
 #include "norv_linux_emmc_flash.h"
 #include "norv_linux_flash.h"
+#include "norv_linux_can.h"
 #include "norv_linux_gpio.h"
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"

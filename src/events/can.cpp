@@ -1,0 +1,314 @@
+// CAN through raw CAN sockets.
+#include "norv_linux_can.h"
+
+#include <fcntl.h>
+#include <linux/can.h>
+#include <linux/can/raw.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cstddef>
+
+#include "core/descriptor.hpp"
+#include "core/ioctl.hpp"
+#include "core/layout.hpp"
+#include "core/status.hpp"
+#include "core/transfer.hpp"
+#include "norv_base.h"
+
+namespace {
+
+// A place in a circular list, or the list's head.
+struct list_node {
+    list_node* next;
+    list_node* prev;
+};
+
+}  // namespace
+
+struct norv_linux_can {
+    norv_linux_can_t** owner;  // where the caller keeps the handle
+    const char* interface_name;
+    norv_mutex_t lock;
+    list_node channels;  // newest first
+};
+
+struct norv_linux_can_raw {
+    list_node node;  // both null while the channel is not in the list
+    uint32_t kind;
+    int32_t descriptor;
+    uint8_t nonblocking;
+    norv_linux_can_t* context;
+    ifreq request;
+    sockaddr_can address;
+    can_filter filters[2];
+    uint8_t with_alternative;
+    uint8_t linked;  // unlike the node, not written when a neighbour comes or goes: read without the lock
+};
+
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, node, kind));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, kind, descriptor));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, descriptor, nonblocking));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, nonblocking, context));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, context, request));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, request, address));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, address, filters));
+static_assert(NORV_FOLLOWS(norv_linux_can_raw, filters, with_alternative));
+static_assert(offsetof(norv_linux_can_raw, node) == 0 && IFNAMSIZ == 16 && sizeof(sockaddr_can) == 24 &&
+              sizeof(can_filter) == 8 && sizeof(can_frame) == 16);
+
+namespace {
+
+constexpr uint32_t raw_channel = CAN_RAW;  // a channel's kind is its socket's protocol; there is one so far
+
+struct wanted_channel {
+    uint8_t nonblocking;
+    uint32_t identifier;
+    uint32_t alternative_identifier;
+    uint8_t with_alternative;
+};
+
+// ---- The list of channels ----
+
+norv_linux_can_raw_t* channel_of(list_node* node) {
+    return reinterpret_cast<norv_linux_can_raw_t*>(node);  // a channel begins with its node
+}
+
+void link_first(norv_linux_can_t& can, norv_linux_can_raw_t& channel) {
+    list_node& head = can.channels;
+    channel.node = {head.next, &head};
+    head.next->prev = &channel.node;
+    head.next = &channel.node;
+    channel.linked = 1;
+}
+
+void unlink(norv_linux_can_raw_t& channel) {
+    channel.node.prev->next = channel.node.next;
+    channel.node.next->prev = channel.node.prev;
+    channel.node = {nullptr, nullptr};
+    channel.linked = 0;
+}
+
+// By the main identifier alone, on purpose, whatever else the channel was added with.
+norv_linux_can_raw_t* find(norv_linux_can_t& can, uint32_t identifier) {
+    for (list_node* node = can.channels.next; node != &can.channels; node = node->next) {
+        norv_linux_can_raw_t* channel = channel_of(node);
+        if (channel->filters[0].can_id == identifier) {
+            return channel;
+        }
+    }
+    return nullptr;
+}
+
+// ---- One channel ----
+
+norv_linux_can_raw_t* allocate(norv_linux_can_t& can, const wanted_channel& wanted) {
+    auto* channel = static_cast<norv_linux_can_raw_t*>(norv_zalloc(sizeof(norv_linux_can_raw_t)));
+    if (channel == nullptr) {
+        return nullptr;
+    }
+    channel->kind = raw_channel;
+    channel->descriptor = -1;
+    channel->nonblocking = wanted.nonblocking;
+    channel->context = &can;
+    norv_strncpy(channel->request.ifr_name, can.interface_name, IFNAMSIZ);
+    // Only the 11 bits of a standard identifier, on purpose: extended frames pass by their low bits.
+    channel->filters[0] = {wanted.identifier, CAN_SFF_MASK};
+    channel->filters[1] = {wanted.alternative_identifier, CAN_SFF_MASK};
+    channel->with_alternative = wanted.with_alternative;
+    return channel;
+}
+
+void release(norv_linux_can_raw_t* channel) {
+    norv::close_descriptor(channel->descriptor);
+    norv_free(channel);
+}
+
+uint32_t set_nonblocking(int32_t descriptor) {
+    const int flags = fcntl(descriptor, F_GETFL);
+    const uint32_t status = norv::status_of(flags);
+    // A socket that could not be opened gets both calls, on purpose.
+    if (status != NORV_STATUS_OK && descriptor >= 0) {
+        return status;
+    }
+    const int known_flags = flags < 0 ? 0 : flags;
+    // Also where the flag is there already, on purpose.
+    const uint32_t set_status = norv::status_of(fcntl(descriptor, F_SETFL, known_flags | O_NONBLOCK));
+    return status != NORV_STATUS_OK ? status : set_status;
+}
+
+uint32_t open_socket(norv_linux_can_raw_t& channel) {
+    channel.descriptor = socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, static_cast<int>(channel.kind));
+    const uint32_t status = norv::status_of(channel.descriptor);
+    // A socket that could not be opened is made non-blocking all the same, and the status of that failure is
+    // the one returned, on purpose.
+    return channel.nonblocking != 0 ? set_nonblocking(channel.descriptor) : status;
+}
+
+uint32_t set_option(int32_t descriptor, int option, const void* value, size_t size) {
+    return norv::status_of(setsockopt(descriptor, SOL_CAN_RAW, option, value, static_cast<socklen_t>(size)));
+}
+
+uint32_t set_filters(const norv_linux_can_raw_t& channel) {
+    const size_t count = channel.with_alternative != 0 ? 2 : 1;
+    return set_option(channel.descriptor, CAN_RAW_FILTER, channel.filters, count * sizeof(can_filter));
+}
+
+uint32_t switch_loop_back_off(const norv_linux_can_raw_t& channel) {
+    const int off = 0;
+    return set_option(channel.descriptor, CAN_RAW_LOOPBACK, &off, sizeof off);
+}
+
+uint32_t bind_to_interface(norv_linux_can_raw_t& channel) {
+    channel.address.can_family = AF_CAN;
+    channel.address.can_ifindex = channel.request.ifr_ifindex;
+    const int result =
+        bind(channel.descriptor, reinterpret_cast<const sockaddr*>(&channel.address), sizeof channel.address);
+    // Not errno but the negated result, 1, on purpose: every cause is reported as EPERM, and callers know it
+    // by that.
+    return result < 0 ? norv_get_status_by_errno(static_cast<uint32_t>(-result)) : NORV_STATUS_OK;
+}
+
+// Makes the socket of a channel. What a step that failed had opened stays open until the channel is removed.
+uint32_t connect_channel(norv_linux_can_raw_t& channel) {
+    uint32_t status = open_socket(channel);
+    if (status == NORV_STATUS_OK) {
+        status = norv::device_ioctl(channel.descriptor, SIOCGIFINDEX, &channel.request);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = set_filters(channel);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = switch_loop_back_off(channel);
+    }
+    return status == NORV_STATUS_OK ? bind_to_interface(channel) : status;
+}
+
+uint32_t add(norv_linux_can_t& can, const wanted_channel& wanted, norv_linux_can_raw_t** channel) {
+    norv_linux_can_raw_t* added = allocate(can, wanted);
+    if (added == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    const uint32_t status = connect_channel(*added);
+    if (status == NORV_STATUS_OK) {
+        link_first(can, *added);
+    }
+    if (channel != nullptr) {
+        *channel = added;  // after a failure too: the caller removes it
+    } else if (status != NORV_STATUS_OK) {
+        release(added);  // nobody else knows it
+    }
+    return status;
+}
+
+// ---- What the exported functions have in common ----
+
+// Takes no lock, on purpose: callers keep adds apart from everything else.
+uint32_t find_or_add(norv_linux_can_t** can, const wanted_channel& wanted, norv_linux_can_raw_t** channel) {
+    if (can == nullptr || *can == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    norv_linux_can_raw_t* found = find(**can, wanted.identifier);
+    if (found == nullptr) {
+        return add(**can, wanted, channel);
+    }
+    if (channel != nullptr) {
+        *channel = found;
+    }
+    return NORV_STATUS_OK;
+}
+
+uint32_t transfer(const norv_linux_can_raw_t* channel, void* buffer, uint32_t* length, int32_t timeout,
+                  bool write) {
+    return channel == nullptr ? NORV_STATUS_INVALID_ARG
+                              : norv::transfer_bytes(channel->descriptor, buffer, length, timeout, write);
+}
+
+}  // namespace
+
+uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can) {
+    if (can == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *can = nullptr;
+    if (interface_name == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    auto* opened = static_cast<norv_linux_can_t*>(norv_zalloc(sizeof(norv_linux_can_t)));
+    if (opened == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    opened->owner = can;
+    opened->interface_name = interface_name;  // the pointer, on purpose: callers may change the text
+    opened->channels = {&opened->channels, &opened->channels};
+    const uint32_t status = norv_mutex_init(&opened->lock);
+    if (status != NORV_STATUS_OK) {
+        norv_free(opened);
+        return status;
+    }
+    *can = opened;
+    return NORV_STATUS_OK;
+}
+
+void norv_linux_can_close(norv_linux_can_t** can) {
+    if (can == nullptr || *can == nullptr) {
+        return;
+    }
+    norv_linux_can_t* context = *can;
+    const uint32_t locked = norv_mutex_lock(&context->lock);
+    while (context->channels.next != &context->channels) {
+        norv_linux_can_raw_t* channel = channel_of(context->channels.next);
+        unlink(*channel);
+        release(channel);
+    }
+    if (locked == NORV_STATUS_OK) {
+        norv_mutex_unlock(&context->lock);
+    }
+    norv_mutex_destroy(&context->lock);
+    norv_free(context);
+    *can = nullptr;
+}
+
+uint32_t norv_linux_can_raw_add(norv_linux_can_t** can, uint32_t nonblocking, uint32_t identifier,
+                                norv_linux_can_raw_t** channel) {
+    return find_or_add(can, {static_cast<uint8_t>(nonblocking), identifier, 0, 0}, channel);
+}
+
+uint32_t norv_linux_can_raw_add_with_alt_id(norv_linux_can_t** can, uint32_t nonblocking, uint32_t identifier,
+                                            uint32_t alternative_identifier, norv_linux_can_raw_t** channel) {
+    return find_or_add(can, {static_cast<uint8_t>(nonblocking), identifier, alternative_identifier, 1},
+                       channel);
+}
+
+uint32_t norv_linux_can_remove(norv_linux_can_raw_t* channel) {
+    if (channel == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // The context of a channel that never got into its list may be gone.
+    if (channel->linked == 0) {
+        release(channel);
+        return NORV_STATUS_OK;
+    }
+    norv_linux_can_t* context = channel->context;
+    const uint32_t locked = norv_mutex_lock(&context->lock);
+    if (locked != NORV_STATUS_OK) {
+        return locked;
+    }
+    unlink(*channel);
+    release(channel);
+    return norv_mutex_unlock(&context->lock);
+}
+
+int32_t norv_linux_can_get_fd(norv_linux_can_raw_t* channel) {
+    return channel == nullptr ? -1 : channel->descriptor;
+}
+
+uint32_t norv_linux_can_write(norv_linux_can_raw_t* channel, const void* buffer, uint32_t* length,
+                              int32_t timeout) {
+    return transfer(channel, const_cast<void*>(buffer), length, timeout, true);
+}
+
+uint32_t norv_linux_can_read(norv_linux_can_raw_t* channel, void* buffer, uint32_t* length, int32_t timeout) {
+    return transfer(channel, buffer, length, timeout, false);
+}
