@@ -52,6 +52,8 @@ machine_devices() {
     machine_serial_ports "$1/serial"
     machine_card "$1/card"
     machine_can_cards
+    # uio_pci: a PCI device with registers and an interrupt, 1234:11e8; no driver of the kernel serves it.
+    machine+=(-device edu)
 }
 
 # The card of the eMMC flash family, empty, 16 MiB: /dev/mmcblk0 once sdhci-pci and mmc_block are loaded. The given file

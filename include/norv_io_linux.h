@@ -23,6 +23,7 @@
 #include "norv_shell.h"
 #include "norv_status.h"
 #include "norv_uart.h"
+#include "norv_uio.h"
 #include "norv_uuid.h"
 
 #endif

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 
 #include <cstdint>
+#include <cstring>
 
 #include "core/descriptor.hpp"
 #include "norv_file.h"
@@ -32,5 +33,19 @@ class attribute {
     scoped_descriptor file_;
     uint32_t status_ = NORV_STATUS_OK;
 };
+
+// Reads an attribute's text, at most one byte less than there is room for, and cuts its last byte: the
+// newline.
+template <uint32_t room, typename... values>
+uint32_t read_text(char (&text)[room], const char* path_format, values... path_values) {
+    uint32_t length = room - 1;
+    // Cleared, because a failure whose errno maps to 0 counts as a read of the whole length.
+    memset(text, 0, room);
+    const uint32_t status = norv_read_device(text, &length, path_format, path_values...);
+    if (status == NORV_STATUS_OK && length > 0) {
+        text[length - 1] = '\0';
+    }
+    return status;
+}
 
 }  // namespace norv

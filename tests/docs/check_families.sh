@@ -4,7 +4,8 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 # Sources that share the tests and the page of the family behind the colon.
-parts=(epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash)
+parts=(epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
+    class_device:uio)
 
 failed=0
 

@@ -1,0 +1,44 @@
+// What the driver norv_board_uio tells of its device, and lets tests do to it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <fstream>
+#include <string>
+
+namespace board {
+
+constexpr uint32_t reg_identity = 0x00;
+constexpr uint32_t reg_count = 0x04;
+constexpr uint32_t reg_operand = 0x08;
+constexpr uint32_t reg_result = 0x0C;
+
+inline const std::string uio_debug = "/sys/kernel/debug/norv_board_uio/";
+
+inline void raise_interrupts(uint32_t count) {
+    std::ofstream(uio_debug + "raise") << count << std::flush;
+}
+
+inline std::string line_of(const std::string& path) {
+    std::string line;
+    std::getline(std::ifstream(path), line);
+    return line;
+}
+
+inline uint32_t debug_number(const std::string& file) {
+    return static_cast<uint32_t>(std::stoul(line_of(uio_debug + file)));
+}
+
+inline bool interrupt_enabled() {
+    return line_of(uio_debug + "enabled") == "Y";
+}
+
+// A register as the driver sees it.
+inline uint32_t driver_register(uint32_t offset) {
+    std::array<uint32_t, 1024> page = {};
+    std::ifstream(uio_debug + "registers", std::ios::binary)
+        .read(reinterpret_cast<char*>(page.data()), sizeof page);
+    return page[offset / 4];
+}
+
+}  // namespace board

@@ -1,0 +1,193 @@
+// UIO devices.
+#include "norv_uio.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "core/descriptor.hpp"
+#include "core/layout.hpp"
+#include "core/poll.hpp"
+#include "core/status.hpp"
+#include "mapped/uio.hpp"
+#include "norv_base.h"
+
+static_assert(sizeof(norv_uio_ops_t) == 7 * sizeof(void*) && offsetof(norv_uio_ops_t, open) == 0 &&
+              NORV_FOLLOWS(norv_uio_ops_t, open, close) && NORV_FOLLOWS(norv_uio_ops_t, close, map) &&
+              NORV_FOLLOWS(norv_uio_ops_t, map, unmap) && NORV_FOLLOWS(norv_uio_ops_t, unmap, enable_irq) &&
+              NORV_FOLLOWS(norv_uio_ops_t, enable_irq, disable_irq) &&
+              NORV_FOLLOWS(norv_uio_ops_t, disable_irq, get_info));
+static_assert(sizeof(norv_uio_info_t) == 28 && offsetof(norv_uio_info_t, kind) == 0 &&
+              NORV_FOLLOWS(norv_uio_info_t, kind, vendor) && NORV_FOLLOWS(norv_uio_info_t, vendor, device) &&
+              NORV_FOLLOWS(norv_uio_info_t, device, domain) && NORV_FOLLOWS(norv_uio_info_t, domain, bus) &&
+              NORV_FOLLOWS(norv_uio_info_t, bus, slot) && NORV_FOLLOWS(norv_uio_info_t, slot, function));
+
+namespace {
+
+bool is_open(norv_uio_t** uio) {
+    return uio != nullptr && *uio != nullptr;
+}
+
+// ---- the operations of platform devices
+
+uint32_t map(norv_uio_t** uio) {
+    return norv::map_region(norv::uio_class, (*uio)->node);
+}
+
+void unmap(norv_uio_t** uio) {
+    norv::unmap_region((*uio)->node);
+}
+
+uint32_t control_irq(norv_uio_t** uio, uint32_t enable) {
+    const int64_t count = write((*uio)->node.descriptor, &enable, sizeof enable);
+    if (count < 0) {
+        return norv::errno_status();
+    }
+    return count == sizeof enable ? NORV_STATUS_OK : NORV_STATUS_DEVICE_ERROR;
+}
+
+uint32_t enable_irq(norv_uio_t** uio) {
+    return control_irq(uio, 1);
+}
+
+uint32_t disable_irq(norv_uio_t** uio) {
+    return control_irq(uio, 0);
+}
+
+uint32_t get_info(norv_uio_t** uio, norv_uio_info_t* info) {
+    info->kind = (*uio)->kind;
+    return NORV_STATUS_OK;
+}
+
+constexpr norv_uio_ops_t generic_ops = {nullptr, nullptr, map, unmap, enable_irq, disable_irq, get_info};
+
+// ---- opening
+
+uint32_t run_open_hook(norv_uio_t** uio) {
+    return (*uio)->ops->open == nullptr ? NORV_STATUS_OK : (*uio)->ops->open(uio);
+}
+
+void run_close_operations(norv_uio_t** uio) {
+    const norv_uio_ops_t* operations = (*uio)->ops;
+    if (operations->close != nullptr) {
+        operations->close(uio);
+    }
+    if (norv::is_mapped((*uio)->node)) {
+        operations->unmap(uio);
+    }
+}
+
+// From the fresh record to the mapped region; what a failure leaves, the caller closes.
+uint32_t set_up(norv_uio_t** uio) {
+    norv_uio_t* device = *uio;
+    uint32_t status = norv::read_kind(norv::uio_class, device->node.index, "uio_pci_mmap", &device->kind);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_uio_get_pci_ops() : norv_uio_get_generic_ops();
+    status = norv::open_node(norv::uio_class, device->node);
+    if (status == NORV_STATUS_OK) {
+        status = run_open_hook(uio);
+    }
+    return status == NORV_STATUS_OK ? device->ops->map(uio) : status;
+}
+
+uint32_t allocate(uint32_t index, norv_uio_t** uio) {
+    auto* device = static_cast<norv_uio_t*>(norv_zalloc(sizeof(norv_uio_t)));
+    if (device == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    device->node.index = index;
+    device->node.descriptor = -1;
+    *uio = device;
+    return NORV_STATUS_OK;
+}
+
+}  // namespace
+
+uint32_t norv_uio_get_max_idx(int32_t* index) {
+    return index == nullptr ? NORV_STATUS_INVALID_ARG : norv::highest_index("/sys/class/uio", index);
+}
+
+uint32_t norv_uio_open_by_idx(uint32_t index, norv_uio_t** uio) {
+    if (uio == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t status = allocate(index, uio);
+    if (status == NORV_STATUS_OK) {
+        status = set_up(uio);
+    }
+    if (status != NORV_STATUS_OK) {
+        // Without memory this closes what the variable still held: kept, every failure ends in a null handle.
+        norv_uio_close(uio);
+    }
+    return status;
+}
+
+uint32_t norv_uio_open_by_name(const char* name, norv_uio_t** uio) {
+    if (name == nullptr || uio == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t index = 0;
+    const uint32_t status = norv::find_by_name(norv::uio_class, name, &index);
+    return status == NORV_STATUS_OK ? norv_uio_open_by_idx(index, uio) : status;
+}
+
+void norv_uio_close(norv_uio_t** uio) {
+    if (!is_open(uio)) {
+        return;
+    }
+    norv_uio_t* device = *uio;
+    if (device->ops != nullptr) {
+        run_close_operations(uio);
+    }
+    norv::close_descriptor(device->node.descriptor);
+    norv_free(device);
+    *uio = nullptr;
+}
+
+int32_t norv_uio_get_fd(norv_uio_t** uio) {
+    return (*uio)->node.descriptor;
+}
+
+void* norv_uio_get_map(norv_uio_t** uio) {
+    return (*uio)->node.map;
+}
+
+void norv_uio_write_32(norv_uio_t** uio, uint32_t offset, uint32_t value) {
+    *norv::register_at((*uio)->node, offset) = value;
+}
+
+uint32_t norv_uio_read_32(norv_uio_t** uio, uint32_t offset) {
+    return *norv::register_at((*uio)->node, offset);
+}
+
+uint32_t norv_uio_get_info(norv_uio_t** uio, norv_uio_info_t* info) {
+    return !is_open(uio) || info == nullptr ? NORV_STATUS_INVALID_ARG : (*uio)->ops->get_info(uio, info);
+}
+
+uint32_t norv_uio_enable_irq(norv_uio_t** uio) {
+    return is_open(uio) ? (*uio)->ops->enable_irq(uio) : NORV_STATUS_INVALID_ARG;
+}
+
+uint32_t norv_uio_disable_irq(norv_uio_t** uio) {
+    return is_open(uio) ? (*uio)->ops->disable_irq(uio) : NORV_STATUS_INVALID_ARG;
+}
+
+uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout) {
+    if (!is_open(uio)) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const int32_t descriptor = (*uio)->node.descriptor;
+    const uint32_t status = norv::wait_for(descriptor, POLLIN, static_cast<int32_t>(timeout));
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    uint32_t count = 0;
+    return norv::status_of(read(descriptor, &count, sizeof count));
+}
+
+const norv_uio_ops_t* norv_uio_get_generic_ops() {
+    return &generic_ops;
+}

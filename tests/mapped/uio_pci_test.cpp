@@ -1,0 +1,446 @@
+// UIO devices on PCI: binding, finding, the configuration space, the identity.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <array>
+#include <bit>
+#include <memory>
+#include <string>
+
+#include "mapped/uio_devices.hpp"
+#include "norv_uio.h"
+#include "support/failure_sweep.hpp"
+#include "support/status.hpp"
+
+namespace {
+
+using norv::test::add_pci_uio;
+using norv::test::add_uio;
+using norv::test::configuration_space;
+using norv::test::errno_status;
+using norv::test::fault;
+using norv::test::kernel_double;
+using norv::test::uio_node;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char mmap_new_id[] = "/sys/bus/pci/drivers/uio_pci_mmap/new_id";
+constexpr char generic_new_id[] = "/sys/bus/pci/drivers/uio_pci_generic/new_id";
+constexpr char configuration[] = "/sys/class/uio/uio2/device/config";
+constexpr char uevent[] = "/sys/class/uio/uio2/device/uevent";
+
+class UioPci : public testing::Test {
+  protected:
+    kernel_double kernel;
+    norv_uio_t* device = nullptr;
+};
+
+// uio2, a PCI device, opened.
+class OpenUioPci : public UioPci {
+  protected:
+    OpenUioPci() {
+        EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
+        kernel.forget_calls();
+    }
+    ~OpenUioPci() override { norv_uio_close(&device); }
+
+    std::shared_ptr<uio_node> node = add_pci_uio(kernel, "uio2");
+    norv_uio_info_t info = {9, 9, 9, 9, 9, 9, 9};
+};
+
+// Kind, vendor, device, domain, bus, slot, function.
+std::array<uint32_t, 7> words_of(const norv_uio_info_t& info) {
+    return std::bit_cast<std::array<uint32_t, 7>>(info);
+}
+
+// ---- binding
+
+TEST_F(UioPci, BindingWritesTheIdentityInLowerCaseWithoutNewlineOrNul) {
+    kernel.add_file(mmap_new_id);
+    EXPECT_EQ(norv_uio_load_pci(0x1234, 0xABCD), 0U);
+    EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("1234 abcd"));
+    EXPECT_THAT(kernel.open_flags(mmap_new_id), ElementsAre(O_WRONLY | O_CLOEXEC));
+}
+
+TEST_F(UioPci, AnIdentityIsPaddedToFourDigits) {
+    kernel.add_file(mmap_new_id);
+    EXPECT_EQ(norv_uio_load_pci(0x1, 0), 0U);
+    EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("0001 0000"));
+}
+
+TEST_F(UioPci, TheLow16BitsOfAnIdentityCount) {
+    kernel.add_file(mmap_new_id);
+    EXPECT_EQ(norv_uio_load_pci(0x51234, -1), 0U);
+    EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("1234 ffff"));
+}
+
+TEST_F(UioPci, TheMappingDriverIsPreferredToTheGenericOne) {
+    kernel.add_file(mmap_new_id);
+    kernel.add_file(generic_new_id);
+    EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), 0U);
+    EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("1234 11e8"));
+    EXPECT_THAT(kernel.writes(generic_new_id), IsEmpty());
+}
+
+TEST_F(UioPci, WithoutTheMappingDriverTheGenericOneIsTold) {
+    kernel.add_file(generic_new_id);
+    EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), 0U);
+    EXPECT_THAT(kernel.writes(generic_new_id), ElementsAre("1234 11e8"));
+}
+
+TEST_F(UioPci, WithoutEitherDriverBindingIsNotAvailable) {
+    EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_THAT(kernel.calls("open"), IsEmpty());
+}
+
+TEST_F(UioPci, ARefusedBindingGivesTheErrnoStatus) {
+    kernel.add_file(mmap_new_id);
+    kernel.on_write(mmap_new_id, [](std::string_view) { return EEXIST; });
+    EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), errno_status(EEXIST));
+}
+
+TEST(UioPciBindingSweep, EveryFailingCallIsReportedOrLeadsToTheOtherDriver) {
+    norv::test::sweep_options options;
+    options.expect = [](const fault& struck) {
+        // The only driver that is there, and it is not seen.
+        return struck.name == "access" ? NORV_STATUS_NOT_AVAILABLE : norv::test::status_of_fault(struck);
+    };
+    norv::test::failure_sweep([](kernel_double& kernel) { kernel.add_file(mmap_new_id); },
+                              [] { return norv_uio_load_pci(0x1234, 0x11E8); }, options);
+}
+
+// ---- opening by identity
+
+TEST_F(UioPci, OpeningByIdentityOpensTheDeviceWhoseVendorAndDeviceMatch) {
+    add_pci_uio(kernel, "uio0", "0x8086", "0x11e8");
+    add_pci_uio(kernel, "uio1", "0x1234", "0x0001");
+    add_pci_uio(kernel, "uio2", "0x1234", "0x11e8");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    EXPECT_THAT(kernel.open_flags("/dev/uio2"), ElementsAre(O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(kernel.calls("scandir").back().path, "/sys/class/uio/");
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, OfAnotherVendorTheDeviceIsNotRead) {
+    add_pci_uio(kernel, "uio0", "0x8086", "0x11e8");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
+    EXPECT_THAT(kernel.open_flags("/sys/class/uio/uio0/device/device"), IsEmpty());
+    EXPECT_EQ(device, nullptr);
+}
+
+TEST_F(UioPci, TheLow16BitsOfWhatTheAttributesHoldCount) {
+    add_pci_uio(kernel, "uio2", "0x51234", "70120");  // 70120 is 0x111e8
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, OfAnIdentityAttribute15CharactersAreReadAndTheLastIsDropped) {
+    add_pci_uio(kernel, "uio2", "0x0000000012345", "0x11e8");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, OfTwoDevicesOfAnIdentityTheFirstInAlphabeticalOrderIsOpened) {
+    add_pci_uio(kernel, "uio2");
+    add_pci_uio(kernel, "uio10");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    EXPECT_THAT(kernel.open_flags("/dev/uio10"), ElementsAre(O_RDWR | O_CLOEXEC));
+    EXPECT_THAT(kernel.open_flags("/sys/class/uio/uio2/device/vendor"), IsEmpty());
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, APlatformDeviceHasNoIdentityAndIsPassedOver) {
+    add_uio(kernel, "uio0", "fpga-regs");
+    add_pci_uio(kernel, "uio2");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, ADeviceOfAnotherPciDriverIsOpenedByIdentityAsAPlatformDevice) {
+    add_pci_uio(kernel, "uio2");
+    kernel.add_file("/sys/class/uio/uio2/name", "uio_pci_generic\n");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    EXPECT_THAT(kernel.open_flags(configuration), IsEmpty());
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, AnEntryThatIsNoLinkIsNotLookedAt) {
+    kernel.add_file("/sys/class/uio/uio0/device/vendor", "0x1234\n");
+    kernel.add_file("/sys/class/uio/uio0/device/device", "0x11e8\n");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
+    EXPECT_THAT(kernel.calls("open"), IsEmpty());
+}
+
+TEST_F(UioPci, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
+    add_pci_uio(kernel, "uio010");
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio8/name");
+}
+
+TEST_F(UioPci, AClassThatCannotBeReadGivesTheErrnoStatus) {
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), errno_status(ENOENT));
+    EXPECT_EQ(device, nullptr);
+}
+
+TEST_F(UioPci, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
+    add_uio(kernel, "uio0", "another");
+    kernel.map_errno(EACCES, 0);
+    kernel.fail("scandir", EACCES);
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
+    EXPECT_THAT(kernel.open_flags("/dev/uio0"), ElementsAre(O_RDWR | O_CLOEXEC));
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, OpeningByIdentityWithoutAVariableIsAnInvalidArgument) {
+    EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+// ---- the configuration space
+
+TEST_F(UioPci, OpeningOpensTheConfigurationSpaceReadWriteAndClosesItOnExec) {
+    add_pci_uio(kernel, "uio2");
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
+    EXPECT_THAT(kernel.open_flags(configuration), ElementsAre(O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(kernel.open_descriptors(), 2U);
+    norv_uio_close(&device);
+}
+
+TEST_F(UioPci, OpeningMapsRegionZeroLikeThatOfAPlatformDevice) {
+    const auto node = add_pci_uio(kernel, "uio2");
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
+    EXPECT_EQ(norv_uio_get_map(&device), node->registers.data());
+    EXPECT_EQ(node->mapped_size, 0x1000U);
+    EXPECT_EQ(node->protection, PROT_READ | PROT_WRITE);
+    EXPECT_EQ(node->flags, MAP_SHARED);
+    norv_uio_close(&device);
+}
+
+TEST_F(OpenUioPci, ClosingUnmapsOnceAndClosesBothFiles) {
+    norv_uio_close(&device);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_THAT(kernel.calls("munmap"), ElementsAre(testing::Field(&norv::test::call::request, 0x1000U)));
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+    EXPECT_EQ(kernel.allocations(), 0U);
+}
+
+TEST_F(UioPci, AConfigurationSpaceThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
+    add_pci_uio(kernel, "uio2");
+    kernel.fail("open", EACCES, 3);
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), errno_status(EACCES));
+    EXPECT_EQ(device, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(UioPci, WithoutMemoryForTheConfigurationSpaceTheHandleIsNull) {
+    add_pci_uio(kernel, "uio2");
+    kernel.fail("norv_malloc", ENOMEM);
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_THAT(kernel.open_flags(configuration), IsEmpty());
+}
+
+TEST_F(UioPci, ARefusedMappingClosesTheConfigurationSpaceAndIsNotUndone) {
+    add_pci_uio(kernel, "uio2");
+    kernel.fail("mmap", EINVAL);
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+    EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
+}
+
+TEST_F(OpenUioPci, DisablingSetsTheInterruptDisableBitAndNothingElse) {
+    kernel.add_file(configuration, configuration_space('\x03'));
+    EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
+    EXPECT_EQ(kernel.content(configuration), configuration_space('\x07'));
+    EXPECT_EQ(kernel.calls("pread").back().request, 5U);
+    EXPECT_EQ(kernel.calls("pwrite").back().request, 5U);
+    EXPECT_EQ(kernel.calls("pwrite").back().bytes, "\x07");
+}
+
+TEST_F(OpenUioPci, EnablingClearsTheInterruptDisableBitAndNothingElse) {
+    kernel.add_file(configuration, configuration_space('\xFF'));
+    EXPECT_EQ(norv_uio_enable_irq(&device), 0U);
+    EXPECT_EQ(kernel.content(configuration), configuration_space('\xFB'));
+}
+
+TEST_F(OpenUioPci, TheInterruptIsNotControlledThroughTheNode) {
+    norv_uio_enable_irq(&device);
+    norv_uio_disable_irq(&device);
+    EXPECT_THAT(node->control, IsEmpty());
+}
+
+TEST_F(OpenUioPci, AConfigurationSpaceThatCannotBeReadIsNotWritten) {
+    kernel.fail("pread", EIO);
+    EXPECT_EQ(norv_uio_enable_irq(&device), errno_status(EIO));
+    EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
+}
+
+TEST_F(OpenUioPci, AnUnreadableByteWhoseErrnoMapsToZeroCountsAsZeroAndIsWrittenOnPurpose) {
+    kernel.add_file(configuration, configuration_space('\x03'));
+    kernel.map_errno(EIO, 0);
+    kernel.fail("pread", EIO);
+    EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
+    EXPECT_EQ(kernel.content(configuration), configuration_space('\x04'));
+}
+
+TEST_F(OpenUioPci, AConfigurationSpaceThatEndsBeforeTheByteCarriesOnWithZeroWhateverErrnoHeld) {
+    kernel.add_file(configuration, "abcd");
+    errno = EIO;
+    EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
+    EXPECT_EQ(kernel.calls("pwrite").back().bytes, "\x04");
+}
+
+TEST_F(OpenUioPci, AByteThatCannotBeWrittenGivesTheErrnoStatus) {
+    kernel.fail("pwrite", EPERM);
+    EXPECT_EQ(norv_uio_disable_irq(&device), errno_status(EPERM));
+}
+
+TEST_F(OpenUioPci, AByteThatIsNotWrittenWithoutAnErrorIsASuccess) {
+    kernel.fail({"pwrite", 1, 0, fault::kind::short_count, ""});
+    errno = EIO;
+    EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
+}
+
+TEST_F(OpenUioPci, AnInterruptIsWaitedForOnTheNode) {
+    node->pending = 1;
+    EXPECT_EQ(norv_uio_wait_irq(&device, 5), 0U);
+    EXPECT_EQ(node->pending, 0U);
+}
+
+// ---- the identity
+
+TEST_F(OpenUioPci, TheIdentityComesFromTheUeventFile) {
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 0x11E8, 1, 2, 0x1F, 3));
+    EXPECT_EQ(kernel.calls("fopen").back().path, uevent);
+    EXPECT_EQ(kernel.calls("fopen").back().bytes, "re");
+}
+
+TEST_F(OpenUioPci, WithoutALineForTheSlotItsFieldsStayWhatTheyWere) {
+    kernel.add_file(uevent, "DRIVER=uio_pci_mmap\nPCI_ID=10EE:7024\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 0x7024, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUioPci, WithoutALineForTheIdentityItsFieldsStayWhatTheyWere) {
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0, 0, 5, 0));
+}
+
+TEST_F(OpenUioPci, ALineThatHasTheKeyElsewhereThanAtItsStartTellsNothing) {
+    kernel.add_file(uevent, "MY_PCI_ID=10EE:7024\nX=PCI_SLOT_NAME=0000:00:05.0\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUioPci, ALineThatBreaksOffFillsTheFieldsBeforeTheBreak) {
+    kernel.add_file(uevent, "PCI_ID=10EE\nPCI_SLOT_NAME=0002:03:x\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 9, 2, 3, 9, 9));
+}
+
+TEST_F(OpenUioPci, ALineWithBothKeysIsTakenAsThatOfTheIdentity) {
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0 PCI_ID\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUioPci, AMissingUeventFileGivesTheErrnoStatusAndTheKindAlone) {
+    kernel.remove(uevent);
+    EXPECT_EQ(norv_uio_get_info(&device, &info), NORV_STATUS_NOT_FOUND);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUioPci, AMissingUeventFileWhoseErrnoMapsToZeroIsASuccessWithTheKindAlone) {
+    kernel.remove(uevent);
+    kernel.map_errno(ENOENT, 0);
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
+}
+
+TEST_F(UioPci, ThePathOfTheUeventFileHas41CharactersAtMost) {
+    add_pci_uio(kernel, "uio999999999");
+    add_pci_uio(kernel, "uio1234567890");
+    norv_uio_info_t info = {};
+    EXPECT_EQ(norv_uio_open_by_idx(999999999, &device), 0U);
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    norv_uio_close(&device);
+    EXPECT_EQ(norv_uio_open_by_idx(1234567890, &device), 0U);
+    EXPECT_EQ(norv_uio_get_info(&device, &info), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(kernel.calls("fopen").back().path, "/sys/class/uio/uio1234567890/device/ueven");
+    norv_uio_close(&device);
+}
+
+// ---- the table of operations
+
+TEST(UioPciOperations, PciDevicesHaveAllOperations) {
+    const norv_uio_ops_t* operations = norv_uio_get_pci_ops();
+    EXPECT_NE(operations, norv_uio_get_generic_ops());
+    EXPECT_NE(operations->open, nullptr);
+    EXPECT_NE(operations->close, nullptr);
+    EXPECT_NE(operations->map, nullptr);
+    EXPECT_NE(operations->unmap, nullptr);
+    EXPECT_NE(operations->enable_irq, nullptr);
+    EXPECT_NE(operations->disable_irq, nullptr);
+    EXPECT_NE(operations->get_info, nullptr);
+}
+
+TEST_F(OpenUioPci, TheCloseHookClosesTheConfigurationSpaceAndUnmaps) {
+    norv_uio_get_pci_ops()->close(&device);
+    EXPECT_EQ(norv_uio_get_map(&device), nullptr);
+    EXPECT_EQ(kernel.mappings(), 0U);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    norv_uio_get_pci_ops()->close(&device);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(OpenUioPci, TheTableUnmapsAndMapsAgain) {
+    norv_uio_get_pci_ops()->unmap(&device);
+    EXPECT_EQ(norv_uio_get_map(&device), nullptr);
+    EXPECT_EQ(norv_uio_get_pci_ops()->map(&device), 0U);
+    EXPECT_EQ(norv_uio_get_map(&device), node->registers.data());
+}
+
+// ---- failure sweep
+
+// Everything that a PCI device can do, up to the first failure.
+uint32_t use_device() {
+    norv_uio_t* device = nullptr;
+    norv_uio_info_t info = {};
+    uint32_t status = norv_uio_open_by_pci_id(0x1234, 0x11E8, &device);
+    EXPECT_EQ(device != nullptr, status == 0);
+    if (status == 0) {
+        status = norv_uio_get_info(&device, &info);
+    }
+    if (status == 0) {
+        status = norv_uio_enable_irq(&device);
+    }
+    if (status == 0) {
+        status = norv_uio_disable_irq(&device);
+    }
+    norv_uio_close(&device);
+    EXPECT_EQ(device, nullptr);
+    return status;
+}
+
+TEST(UioPciSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
+    norv::test::sweep_options options;
+    options.expect = [](const fault& struck) {
+        // A device whose identity cannot be read is passed over, the uevent file ends where it cannot be
+        // read.
+        const bool of_search = struck.path.ends_with("/vendor") || struck.path.ends_with("/device/device");
+        if (of_search && struck.how == fault::kind::error && struck.name != "close") {
+            return NORV_STATUS_NOT_FOUND;
+        }
+        const bool ignored = struck.name == "getline" || struck.name == "fclose";
+        return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);
+    };
+    norv::test::failure_sweep([](kernel_double& kernel) { add_pci_uio(kernel, "uio2"); }, use_device,
+                              options);
+}
+
+}  // namespace
