@@ -20,6 +20,7 @@
 #include "norv_linux_spi_flash.h"
 #include "norv_linux_thread.h"
 #include "norv_linux_timer.h"
+#include "norv_mcb_bus.h"
 #include "norv_shell.h"
 #include "norv_status.h"
 #include "norv_uart.h"
