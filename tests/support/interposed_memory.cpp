@@ -19,39 +19,42 @@ using norv::test::call;
 using norv::test::outside_the_double;
 using kernel_state = norv::test::kernel_double::state;
 
-// Where the library under test stands in memory.
+// Where an object stands in memory.
 struct address_range {
     uintptr_t begin = UINTPTR_MAX;
     uintptr_t end = 0;
+
+    bool holds(const void* place) const {
+        const auto address = reinterpret_cast<uintptr_t>(place);
+        return address >= begin && address < end;
+    }
 };
 
-int find_library(dl_phdr_info* object, size_t, void* found) {
-    if (std::string_view(object->dlpi_name).find("libnorv_io_linux.so") == std::string_view::npos) {
+address_range program;
+address_range library;  // the one under test
+
+int note_range(dl_phdr_info* object, size_t, void*) {
+    const std::string_view name = object->dlpi_name;
+    const bool is_library = name.find("libnorv_io_linux.so") != std::string_view::npos;
+    if (!name.empty() && !is_library) {
         return 0;
     }
-    auto* range = static_cast<address_range*>(found);
+    // The program comes first, without a name; so does the kernel's page of calls, later.
+    address_range& range = is_library ? library : program;
+    const bool known = range.end != 0;
     for (const auto& part : std::span(object->dlpi_phdr, object->dlpi_phnum)) {
-        if (part.p_type == PT_LOAD) {
-            range->begin = std::min(range->begin, object->dlpi_addr + part.p_vaddr);
-            range->end = std::max(range->end, object->dlpi_addr + part.p_vaddr + part.p_memsz);
+        if (part.p_type == PT_LOAD && !known) {
+            range.begin = std::min(range.begin, object->dlpi_addr + part.p_vaddr);
+            range.end = std::max(range.end, object->dlpi_addr + part.p_vaddr + part.p_memsz);
         }
     }
-    return 1;
-}
-
-bool is_library(const void* caller) {
-    static address_range library;
-    if (library.end == 0) {
-        dl_iterate_phdr(find_library, &library);
-    }
-    const auto address = reinterpret_cast<uintptr_t>(caller);
-    return address >= library.begin && address < library.end;
+    return 0;
 }
 
 // The double, when the library under test is calling.
 kernel_state* kernel_of(const void* caller) {
     kernel_state* kernel = active_kernel();
-    return kernel != nullptr && is_library(caller) ? kernel : nullptr;
+    return kernel != nullptr && library.holds(caller) ? kernel : nullptr;
 }
 
 template <typename function>
@@ -81,6 +84,12 @@ void* allocate(kernel_state* kernel, const char* name, allocation obtain) {
 
 }  // namespace
 
+void norv::test::locate_tested_library() {
+    if (library.end == 0) {
+        dl_iterate_phdr(note_range, nullptr);
+    }
+}
+
 extern "C" {
 
 void* malloc(size_t size) {
@@ -98,8 +107,10 @@ void* calloc(size_t count, size_t size) {
                     [&] { return real_calloc(count, size); });
 }
 
-// Whoever calls: a library that releases memory with its last step may have left the stack by then.
+// The library under test, or the program: a library that releases memory with its last step may have left the
+// stack by then. Not the C library, which tidies up after a thread that has ended for the thread sanitizer.
 void free(void* memory) {
+    const void* const caller = __builtin_return_address(0);
     static bool looking_up = false;
     if (real_free == nullptr) {
         if (looking_up) {
@@ -109,7 +120,7 @@ void free(void* memory) {
         real_free = real<void(void*)>("free");
     }
     kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
+    if (kernel != nullptr && (library.holds(caller) || program.holds(caller))) {
         const std::lock_guard lock(kernel->mutex);
         const outside_the_double guard;
         if (kernel->allocations.erase(memory) > 0) {

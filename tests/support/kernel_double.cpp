@@ -88,6 +88,7 @@ open_file* kernel_double::state::find(int descriptor) {
 }
 
 kernel_double::kernel_double() : state_(std::make_unique<state>()) {
+    locate_tested_library();
     std::string pattern = fs::temp_directory_path() / "norv-board-XXXXXX";
     state_->root = mkdtemp(pattern.data());
     for (const std::string_view prefix : redirected) {

@@ -56,6 +56,10 @@ struct kernel_double::state {
 // The double that stands in now, null when none does or when the double itself or a model is calling.
 kernel_double::state* active_kernel();
 
+// Finds out where the library under test stands in memory. Not left to the first allocation: that may be a
+// thread's that is only just starting, where the thread sanitizer does not bear the question.
+void locate_tested_library();
+
 // While one lives, this thread's calls go straight to the C library.
 class outside_the_double {
   public:
