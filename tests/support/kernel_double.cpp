@@ -49,6 +49,12 @@ std::string kernel_double::state::name_of(const std::string& place) const {
     return place.starts_with(root) ? place.substr(root.size()) : place;
 }
 
+const kernel_double::directory_reaction* kernel_double::state::reaction_to_directory(
+    const std::string& path) const {
+    const auto found = directory_reactions.find(path.substr(0, path.rfind('/')));
+    return found == directory_reactions.end() ? nullptr : &found->second;
+}
+
 bool kernel_double::state::strikes(const char* name, const std::string& path) {
     const bool meant =
         planned && planned->how == fault::kind::error && (planned->name.empty() || planned->name == name);
@@ -161,6 +167,11 @@ void kernel_double::on_write(const std::string& path, write_reaction reaction) {
 
 void kernel_double::add_socket_family(int family, socket_factory create) {
     state_->socket_families[family] = std::move(create);
+}
+
+void kernel_double::on_make_directory(const std::string& parent, directory_reaction reaction) {
+    add_directory(parent);
+    state_->directory_reactions[parent] = std::move(reaction);
 }
 
 std::string kernel_double::content(const std::string& path) const {

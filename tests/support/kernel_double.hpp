@@ -73,6 +73,10 @@ class kernel_double {
     using socket_factory = std::function<std::shared_ptr<device>(int type, int protocol)>;
     void add_socket_family(int family, socket_factory create);
 
+    // Fills each directory that is made in this one. Such a directory goes with its files, as in configfs.
+    using directory_reaction = std::function<void(const std::string& path)>;
+    void on_make_directory(const std::string& parent, directory_reaction reaction);
+
     // What stands in a file, and whether a path exists.
     std::string content(const std::string& path) const;
     bool exists(const std::string& path) const;

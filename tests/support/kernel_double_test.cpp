@@ -11,6 +11,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -90,6 +91,37 @@ TEST(KernelDouble, AnAttributeTakesEachWriteAsItsWholeValue) {
     norv_write_device("1", &length, "/sys/attribute");
     EXPECT_EQ(kernel.content("/sys/attribute"), "1");
     EXPECT_THAT(kernel.writes("/sys/attribute"), ElementsAre("1\0"s));
+}
+
+TEST(KernelDouble, ADirectoryThatIsMadeIsFilledAsInConfigfsAndGoesWithItsFiles) {
+    kernel_double kernel;
+    kernel.on_make_directory("/sys/kernel/config/items",
+                             [&](const std::string& path) { kernel.add_file(path + "/status", "new"); });
+    EXPECT_EQ(mkdir("/sys/kernel/config/items/one", 0755), 0);
+    EXPECT_EQ(kernel.content("/sys/kernel/config/items/one/status"), "new");
+    EXPECT_EQ(kernel.calls("mkdir").front().flags, 0755);
+    EXPECT_EQ(rmdir("/sys/kernel/config/items/one"), 0);
+    EXPECT_FALSE(kernel.exists("/sys/kernel/config/items/one"));
+    EXPECT_EQ(rmdir("/sys/kernel/config/items/one"), -1);
+}
+
+TEST(KernelDouble, ADirectoryThatNobodyFillsStaysAsItIs) {
+    kernel_double kernel;
+    kernel.add_file("/dev/full/file");
+    EXPECT_EQ(mkdir("/dev/empty", 0755), 0);
+    EXPECT_EQ(rmdir("/dev/empty"), 0);
+    EXPECT_EQ(rmdir("/dev/full"), -1);
+    EXPECT_TRUE(kernel.exists("/dev/full/file"));
+}
+
+TEST(KernelDouble, FormattingFailsOnlyForATestThatNamesIt) {
+    kernel_double kernel;
+    char text[8];
+    const std::string word = "ab";
+    kernel.fail("", EIO);
+    EXPECT_EQ(snprintf(text, sizeof text, "%s", word.c_str()), 2);
+    kernel.fail("snprintf", EOVERFLOW);
+    EXPECT_EQ(snprintf(text, sizeof text, "%s", word.c_str()), -1);
 }
 
 TEST(KernelDouble, AReactionCanRefuseAWrite) {

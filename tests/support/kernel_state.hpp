@@ -26,6 +26,7 @@ struct kernel_double::state {
     std::map<std::string, std::shared_ptr<device>> models;
     std::map<std::string, write_reaction> reactions;
     std::map<int, socket_factory> socket_families;
+    std::map<std::string, directory_reaction> directory_reactions;  // by the parent's path
     std::map<int, open_file> descriptors;
     std::map<void*, size_t> mappings;
     std::set<void*> allocations;
@@ -43,6 +44,8 @@ struct kernel_double::state {
     std::string place_of(const std::string& path) const;
     // The reverse, for what the real kernel reports.
     std::string name_of(const std::string& place) const;
+    // What fills the directory when it is made, null when nothing does.
+    const directory_reaction* reaction_to_directory(const std::string& path) const;
     // Whether the planned fault strikes this call; errno is then set.
     bool strikes(const char* name, const std::string& path = "");
     // The size of this read or write, cut when the planned fault is a short count.

@@ -1,0 +1,106 @@
+// The calls on directories, on the size of a file and on the text of a path that reach the kernel double.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <system_error>
+
+#include "support/interposition.hpp"
+#include "support/kernel_state.hpp"
+#include "support/real_calls.hpp"
+
+namespace {
+
+using norv::test::active_kernel;
+using norv::test::call;
+using norv::test::open_file;
+using norv::test::outside_the_double;
+using norv::test::pass_path;
+using kernel_state = norv::test::kernel_double::state;
+
+int make_directory_in(kernel_state& kernel, const char* path, mode_t mode) {
+    if (kernel.strikes("mkdir", path)) {
+        return -1;
+    }
+    const outside_the_double guard;
+    const int result = REAL(mkdir)(kernel.place_of(path).c_str(), mode);
+    const auto* reaction = kernel.reaction_to_directory(path);
+    if (result == 0 && reaction != nullptr) {
+        (*reaction)(path);
+    }
+    return result;
+}
+
+// A directory that the kernel filled goes with what is in it.
+int remove_directory_in(const kernel_state& kernel, const char* path, const char* place) {
+    const outside_the_double guard;
+    if (kernel.reaction_to_directory(path) != nullptr) {
+        std::error_code missing;
+        for (const auto& file : std::filesystem::directory_iterator(place, missing)) {
+            std::filesystem::remove(file);
+        }
+    }
+    return REAL(rmdir)(place);
+}
+
+}  // namespace
+
+extern "C" {
+
+// The journal keeps the mode as the flags.
+int mkdir(const char* path, mode_t mode) noexcept {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return REAL(mkdir)(path, mode);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    call made;
+    made.name = "mkdir";
+    made.path = path;
+    made.flags = static_cast<int>(mode);
+    made.result = make_directory_in(*kernel, path, mode);
+    kernel->record(made);
+    return static_cast<int>(made.result);
+}
+
+int rmdir(const char* path) noexcept {
+    return pass_path("rmdir", path, -1, [&](const char* place) {
+        const kernel_state* kernel = active_kernel();
+        return kernel == nullptr ? REAL(rmdir)(place) : remove_directory_in(*kernel, path, place);
+    });
+}
+
+// Programs ask about all sorts of descriptors: only those of the board can fail.
+int fstat(int descriptor, struct stat* found) noexcept {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        const open_file* file = kernel->find(descriptor);
+        if (file != nullptr && kernel->strikes("fstat", file->path)) {
+            return -1;
+        }
+    }
+    return REAL(fstat)(descriptor, found);
+}
+
+// Everybody formats: it fails only for a test that names it.
+int snprintf(char* text, size_t size, const char* format, ...) noexcept {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        if (kernel->planned && kernel->planned->name == "snprintf" && kernel->strikes("snprintf")) {
+            return -1;
+        }
+    }
+    va_list values;
+    va_start(values, format);
+    const int length = vsnprintf(text, size, format, values);
+    va_end(values);
+    return length;
+}
+
+}  // extern "C"
