@@ -48,4 +48,11 @@ uint32_t read_text(char (&text)[room], const char* path_format, values... path_v
     return status;
 }
 
+// Writes a text with its NUL. The count of what was written is not looked at: a short write is a success.
+template <typename... values>
+uint32_t write_text(const char* text, const char* path_format, values... path_values) {
+    auto length = static_cast<uint32_t>(strlen(text) + 1);
+    return norv_write_device(text, &length, path_format, path_values...);
+}
+
 }  // namespace norv
