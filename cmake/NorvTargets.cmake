@@ -39,6 +39,19 @@ function(norv_program name)
     target_link_libraries(${name} PRIVATE norv_io_linux norv_warnings)
 endfunction()
 
+# norv_overlays(PROGRAM SOURCE.dts...): compiles device-tree overlays into the build directory, for a program.
+function(norv_overlays program)
+    find_program(NORV_DTC dtc REQUIRED)
+    foreach(source ${ARGN})
+        get_filename_component(name ${source} NAME_WE)
+        set(overlay ${CMAKE_CURRENT_BINARY_DIR}/${name}.dtbo)
+        add_custom_command(OUTPUT ${overlay}
+            COMMAND ${NORV_DTC} -@ -I dts -O dtb -o ${overlay} ${CMAKE_CURRENT_SOURCE_DIR}/${source}
+            DEPENDS ${source} VERBATIM)
+        target_sources(${program} PRIVATE ${overlay})
+    endforeach()
+endfunction()
+
 if(NORV_SANITIZE)
     add_compile_options(-fsanitize=${NORV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${NORV_SANITIZE})

@@ -5,9 +5,11 @@
 #ifndef NORV_IO_LINUX_H
 #define NORV_IO_LINUX_H
 
+#include "norv_dt.h"
 #include "norv_epoll.h"
 #include "norv_file.h"
 #include "norv_flash_types.h"
+#include "norv_fpga.h"
 #include "norv_linux_can.h"
 #include "norv_linux_dma.h"
 #include "norv_linux_emmc_flash.h"

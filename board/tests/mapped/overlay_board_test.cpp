@@ -1,0 +1,115 @@
+// Device-tree overlays of the board's kernel, in a real configfs.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "../support/attribute.hpp"
+#include "norv_base.h"
+#include "norv_dt.h"
+
+namespace {
+
+using norv::board::attribute;
+
+// Compiled overlays beside the test program.
+const std::string axi_uart = NORV_BOARD_OVERLAYS "/axi_uart.dtbo";
+const std::string root_leds = NORV_BOARD_OVERLAYS "/root_leds.dtbo";
+const std::string nowhere = NORV_BOARD_OVERLAYS "/nowhere.dtbo";
+
+bool exists(const std::string& name) {
+    struct stat found {};
+    return stat(("/sys/kernel/config/device-tree/overlays/" + name).c_str(), &found) == 0;
+}
+
+bool has(const char* name) {
+    bool applied = true;
+    EXPECT_EQ(norv_dt_has_overlay(name, &applied), 0U);
+    return applied;
+}
+
+// The nodes that overlays have added to the board's tree.
+std::string nodes() {
+    return attribute("/sys/kernel/debug/norv_board_overlay/nodes");
+}
+
+class OverlayOnBoard : public testing::Test {
+  protected:
+    ~OverlayOnBoard() override {
+        norv_dt_unload_overlay("uart");
+        norv_dt_unload_overlay("leds");
+    }
+    static std::string stored(const std::string& content) {
+        std::ofstream("/tmp/overlay.dtbo", std::ios::binary) << content;
+        return "/tmp/overlay.dtbo";
+    }
+};
+
+TEST_F(OverlayOnBoard, LoadingAddsTheOverlaysNodesAndUnloadingTakesThemAway) {
+    EXPECT_FALSE(has("uart"));
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
+    EXPECT_TRUE(has("uart"));
+    EXPECT_EQ(nodes(), "/axi/serial@a0000000");
+    EXPECT_EQ(norv_dt_unload_overlay("uart"), 0U);
+    EXPECT_FALSE(has("uart"));
+    EXPECT_FALSE(exists("uart"));
+    EXPECT_EQ(nodes(), "");
+}
+
+TEST_F(OverlayOnBoard, TwoOverlaysAreKeptApart) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
+    EXPECT_EQ(norv_dt_load_overlay("leds", root_leds.c_str()), 0U);
+    EXPECT_EQ(nodes(), "/axi/serial@a0000000\n/first-leds\n/second-leds");
+    EXPECT_EQ(norv_dt_unload_overlay("uart"), 0U);
+    EXPECT_EQ(nodes(), "/first-leds\n/second-leds");
+    EXPECT_TRUE(has("leds"));
+}
+
+TEST_F(OverlayOnBoard, AnOverlayForANodeThatIsNotThereIsNotAppliedAndStaysUntilItIsUnloaded) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", nowhere.c_str()), NORV_STATUS_NOT_APPLIED);
+    EXPECT_TRUE(exists("uart"));
+    EXPECT_FALSE(has("uart"));
+    EXPECT_EQ(nodes(), "");
+    EXPECT_EQ(norv_dt_unload_overlay("uart"), 0U);
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
+}
+
+TEST_F(OverlayOnBoard, AFileThatIsNoOverlayIsNotApplied) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", stored("no device tree").c_str()), NORV_STATUS_NOT_APPLIED);
+    EXPECT_FALSE(has("uart"));
+}
+
+TEST_F(OverlayOnBoard, ConfigfsRefusesAnEmptyFile) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", stored("").c_str()), norv_get_status_by_errno(EFAULT));
+    EXPECT_FALSE(has("uart"));
+}
+
+TEST_F(OverlayOnBoard, AnOverlayThatWasCutShortIsNotApplied) {
+    std::ostringstream content;
+    content << std::ifstream(axi_uart, std::ios::binary).rdbuf();
+    const std::string cut = content.str().substr(0, content.str().size() - 1);
+    EXPECT_EQ(norv_dt_load_overlay("uart", stored(cut).c_str()), NORV_STATUS_NOT_APPLIED);
+}
+
+TEST_F(OverlayOnBoard, ANameInUseCannotBeLoadedAgainAndKeepsItsOverlay) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
+    EXPECT_EQ(norv_dt_load_overlay("uart", root_leds.c_str()), norv_get_status_by_errno(EEXIST));
+    EXPECT_TRUE(has("uart"));
+    EXPECT_EQ(nodes(), "/axi/serial@a0000000");
+}
+
+TEST_F(OverlayOnBoard, AMissingFileIsNotFoundAndTheNameStaysInUse) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", "/tmp/missing.dtbo"), NORV_STATUS_NOT_FOUND);
+    EXPECT_TRUE(exists("uart"));
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), norv_get_status_by_errno(EEXIST));
+    EXPECT_EQ(norv_dt_unload_overlay("uart"), 0U);
+}
+
+TEST_F(OverlayOnBoard, UnloadingWhatWasNeverLoadedIsNotFound) {
+    EXPECT_EQ(norv_dt_unload_overlay("never"), NORV_STATUS_NOT_FOUND);
+}
+
+}  // namespace

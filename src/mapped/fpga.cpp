@@ -1,0 +1,24 @@
+// FPGA programming through /sys/class/fpga_manager.
+#include "norv_fpga.h"
+
+#include <cstring>
+
+#include "core/attribute.hpp"
+
+// The number is printed signed, on purpose.
+uint32_t norv_fpga_program(uint32_t index, const char* firmware) {
+    return firmware == nullptr ? NORV_STATUS_INVALID_ARG
+                               : norv::write_text(firmware, "/sys/class/fpga_manager/fpga%d/firmware", index);
+}
+
+uint32_t norv_fpga_is_program_done(uint32_t index, bool* done) {
+    if (done == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    char state[16];
+    const uint32_t status = norv::read_text(state, "/sys/class/fpga_manager/fpga%d/state", index);
+    if (status == NORV_STATUS_OK) {
+        *done = strcmp(state, "operating") == 0;
+    }
+    return status;
+}
