@@ -28,5 +28,6 @@
 #include "norv_uart.h"
 #include "norv_uio.h"
 #include "norv_uuid.h"
+#include "norv_zynq.h"
 
 #endif

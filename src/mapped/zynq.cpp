@@ -1,0 +1,170 @@
+// Fabric clocks and system-monitor sensors of Zynq and ZynqMP.
+#include "norv_zynq.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "core/attribute.hpp"
+
+namespace {
+
+constexpr uint32_t text_size = 16;
+
+// Numbers are printed signed, on purpose.
+constexpr const char* zynq_rate = "/sys/class/fclkcfg/fclk%d/rate";
+constexpr const char* zynqmp_rate = "/sys/devices/platform/fclk%d/set_rate";
+constexpr const char* sensor_raw = "/sys/bus/iio/devices/iio:device0/in_%s_raw";
+constexpr const char* sensor_offset = "/sys/bus/iio/devices/iio:device0/in_%s_offset";
+constexpr const char* sensor_scale = "/sys/bus/iio/devices/iio:device0/in_%s_scale";
+
+constexpr float per_step = 0.000244140625F;  // 1/4096: readings have 12 bits
+
+// Base 0, on purpose: a leading zero makes a number octal, a leading 0x hexadecimal.
+long number_in(const char* text) {
+    return strtol(text, nullptr, 0);
+}
+
+template <typename key>
+uint32_t read_number(const char* path_format, key name, long* number) {
+    char text[text_size];
+    const uint32_t status = norv::read_text(text, path_format, name);
+    if (status == NORV_STATUS_OK) {
+        *number = number_in(text);
+    }
+    return status;
+}
+
+// The number is left as it was when the attribute cannot be read.
+uint32_t read_real(const char* path_format, const char* name, float* number) {
+    char text[text_size];
+    const uint32_t status = norv::read_text(text, path_format, name);
+    if (status == NORV_STATUS_OK) {
+        *number = static_cast<float>(strtod(text, nullptr));
+    }
+    return status;
+}
+
+uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
+    if (rate == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    long number = 0;
+    const uint32_t status = read_number(path_format, index, &number);
+    if (status == NORV_STATUS_OK) {
+        *rate = static_cast<uint32_t>(number);
+    }
+    return status;
+}
+
+// What no integer can hold becomes the nearest one that there is, and what is no number 0.
+int32_t rounded(float value) {
+    constexpr float limit = 2147483648.0F;
+    const float whole = roundf(value);
+    if (std::isnan(whole)) {
+        return 0;
+    }
+    if (whole >= limit) {
+        return INT32_MAX;
+    }
+    return whole < -limit ? INT32_MIN : static_cast<int32_t>(whole);
+}
+
+uint32_t measure_temperature(const char* channel, int32_t* temperature) {
+    if (temperature == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    float raw = 0;
+    float offset = 0;
+    float scale = 0;
+    // An offset or scale that cannot be read counts as 0, on purpose.
+    read_real(sensor_offset, channel, &offset);
+    read_real(sensor_scale, channel, &scale);
+    const uint32_t status = read_real(sensor_raw, channel, &raw);
+    if (status == NORV_STATUS_OK) {
+        // The scale gives thousandths of a degree.
+        *temperature = rounded((raw + offset) * scale / 10.0F);
+    }
+    return status;
+}
+
+}  // namespace
+
+uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate) {
+    if (rate == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    char text[text_size] = {};
+    // Printed signed, on purpose: 2^31 Hz and more become negative.
+    snprintf(text, sizeof text, "%d", *rate);
+    const uint32_t status = norv::write_text(text, zynq_rate, index);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    // Read into the buffer of the rate asked for, which stands when that fails: the clock was set.
+    uint32_t length = sizeof text - 1;
+    if (norv_read_device(text, &length, zynq_rate, index) == NORV_STATUS_OK && length > 0) {
+        text[length - 1] = '\0';
+    }
+    *rate = static_cast<uint32_t>(number_in(text));
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_zynq_get_fclk_freq(uint32_t index, uint32_t* rate) {
+    return read_rate(zynq_rate, index, rate);
+}
+
+uint32_t norv_zynq_set_fclk_reset(uint32_t index, bool reset) {
+    return norv::write_text(reset ? "1" : "0", "/sys/class/fclkcfg/fclk%d/reset", index);
+}
+
+uint32_t norv_zynq_get_temperature(int32_t* temperature) {
+    if (temperature == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    long raw = 0;
+    const uint32_t status = read_number(sensor_raw, "temp0", &raw);
+    if (status == NORV_STATUS_OK) {
+        *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
+    }
+    return status;
+}
+
+uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int32_t* voltage) {
+    if (channel == nullptr || voltage == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    long raw = 0;
+    const uint32_t status = read_number(sensor_raw, channel, &raw);
+    if (status == NORV_STATUS_OK) {
+        *voltage = rounded(static_cast<float>(raw) * (low_range ? 1000.0F : 3000.0F) * per_step);
+    }
+    return status;
+}
+
+uint32_t norv_zynqmp_get_fclk_freq(uint32_t index, uint32_t* rate) {
+    return read_rate(zynqmp_rate, index, rate);
+}
+
+uint32_t norv_zynqmp_get_ps_temperature(int32_t* temperature) {
+    return measure_temperature("temp0_ps_temp", temperature);
+}
+
+uint32_t norv_zynqmp_get_pl_temperature(int32_t* temperature) {
+    return measure_temperature("temp2_pl_temp", temperature);
+}
+
+uint32_t norv_zynqmp_get_voltage(const char* channel, int32_t* voltage) {
+    if (channel == nullptr || voltage == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    float raw = 0;
+    float scale = 0;
+    // A missing raw value counts as 0 and a missing scale is a failure, on purpose.
+    read_real(sensor_raw, channel, &raw);
+    const uint32_t status = read_real(sensor_scale, channel, &scale);
+    if (status == NORV_STATUS_OK) {
+        *voltage = rounded(raw * scale);
+    }
+    return status;
+}

@@ -1,0 +1,496 @@
+// Clocks and sensors of Zynq and ZynqMP.
+#include "norv_zynq.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "support/failure_sweep.hpp"
+#include "support/status.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using norv::test::errno_status;
+using norv::test::failure_sweep;
+using norv::test::fault;
+using norv::test::kernel_double;
+using norv::test::sweep_options;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* zynq_rate = "/sys/class/fclkcfg/fclk0/rate";
+constexpr const char* zynqmp_rate = "/sys/devices/platform/fclk0/set_rate";
+constexpr const char* zynq_reset = "/sys/class/fclkcfg/fclk0/reset";
+
+constexpr uint32_t untouched_rate = 77;
+constexpr int32_t untouched = -77;
+
+std::string sensor(const std::string& attribute) {
+    return "/sys/bus/iio/devices/iio:device0/in_" + attribute;
+}
+
+// A clock generator that makes 99999999 Hz at best.
+class clock_generator : public norv::test::device {
+  public:
+    std::string rate = "50000000\n";
+
+    long write(const void* buffer, size_t size, off_t) override {
+        const long wanted = std::stol(std::string(static_cast<const char*>(buffer), size));
+        rate = std::to_string(std::min(wanted, 99999999L)) + "\n";
+        return static_cast<long>(size);
+    }
+    long read(void* buffer, size_t size, off_t) override {
+        return static_cast<long>(rate.copy(static_cast<char*>(buffer), size));
+    }
+};
+
+// One that takes a rate and does not tell it.
+class silent_clock : public norv::test::device {
+  public:
+    long write(const void*, size_t size, off_t) override { return static_cast<long>(size); }
+    long read(void*, size_t, off_t) override { return 0; }
+};
+
+class Zynq : public testing::Test {
+  protected:
+    void set_sensor(const std::string& attribute, const std::string& text) {
+        kernel.add_file(sensor(attribute), text);
+    }
+    uint32_t zynq_rate_of(const std::string& text) {
+        kernel.add_file(zynq_rate, text);
+        uint32_t rate = untouched_rate;
+        EXPECT_EQ(norv_zynq_get_fclk_freq(0, &rate), 0U);
+        return rate;
+    }
+    int32_t zynq_temperature_of(const std::string& text) {
+        set_sensor("temp0_raw", text);
+        int32_t temperature = untouched;
+        EXPECT_EQ(norv_zynq_get_temperature(&temperature), 0U);
+        return temperature;
+    }
+    int32_t zynq_voltage_of(const std::string& text, bool low_range) {
+        set_sensor("voltage0_vccint_raw", text);
+        int32_t voltage = untouched;
+        EXPECT_EQ(norv_zynq_get_voltage("voltage0_vccint", low_range, &voltage), 0U);
+        return voltage;
+    }
+    int32_t ps_temperature_of(const std::string& raw, const std::string& offset, const std::string& scale) {
+        set_sensor("temp0_ps_temp_raw", raw);
+        set_sensor("temp0_ps_temp_offset", offset);
+        set_sensor("temp0_ps_temp_scale", scale);
+        int32_t temperature = untouched;
+        EXPECT_EQ(norv_zynqmp_get_ps_temperature(&temperature), 0U);
+        return temperature;
+    }
+    int32_t zynqmp_voltage_of(const std::string& raw, const std::string& scale) {
+        set_sensor("voltage1_raw", raw);
+        set_sensor("voltage1_scale", scale);
+        int32_t voltage = untouched;
+        EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &voltage), 0U);
+        return voltage;
+    }
+
+    kernel_double kernel;
+};
+
+// ---- fabric clocks: setting the rate
+
+class ZynqClock : public Zynq {
+  protected:
+    ZynqClock() { kernel.add_file(zynq_rate, "50000000\n"); }
+
+    uint32_t rate = 100000000;
+};
+
+TEST_F(ZynqClock, SettingWritesTheRateWithItsNulAndReadsItBack) {
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_THAT(kernel.writes(zynq_rate), ElementsAre("100000000\0"s));
+    EXPECT_THAT(kernel.open_flags(zynq_rate), ElementsAre(O_WRONLY | O_CLOEXEC, O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(ZynqClock, ARateThatTheClockCannotMakeComesBackAsTheOneItMakes) {
+    kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 99999999U);
+}
+
+TEST_F(ZynqClock, ARateThatTheClockMakesComesBackAsItIs) {
+    kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
+    rate = 25000000;
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 25000000U);
+}
+
+TEST_F(ZynqClock, RatesOf2To31AndMoreArePrintedSigned) {
+    rate = 0xFFFFFFFEU;
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_THAT(kernel.writes(zynq_rate), ElementsAre("-2\0"s));
+}
+
+TEST_F(ZynqClock, AFailedWriteGivesItsStatusAndLeavesTheRateUntouched) {
+    kernel.on_write(zynq_rate, [](std::string_view) { return EBUSY; });
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), errno_status(EBUSY));
+    EXPECT_EQ(rate, 100000000U);
+    EXPECT_THAT(kernel.calls("read"), IsEmpty());
+}
+
+TEST_F(ZynqClock, AClockThatDoesNotExistCannotBeSet) {
+    EXPECT_EQ(norv_zynq_set_fclk_freq(9, &rate), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(rate, 100000000U);
+}
+
+TEST_F(ZynqClock, AFailedReadBackIsASuccessAndReturnsTheRequestedRate) {
+    kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
+    kernel.fail("read", EIO);
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 100000000U);
+}
+
+TEST_F(ZynqClock, AReadBackThatCannotBeOpenedIsASuccessAndReturnsTheRequestedRate) {
+    kernel.fail("open", EACCES, 2);
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 100000000U);
+}
+
+TEST_F(ZynqClock, AFailedReadBackWhoseErrnoMapsToZeroReturnsTheRequestedRate) {
+    kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
+    kernel.fail("read", EIO);
+    kernel.map_errno(EIO, 0);
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 100000000U);
+}
+
+TEST_F(ZynqClock, AnEmptyReadBackReturnsTheRequestedRate) {
+    kernel.add_device(zynq_rate, std::make_shared<silent_clock>());
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 100000000U);
+}
+
+TEST_F(ZynqClock, AShortWriteOfARateIsASuccess) {
+    kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+}
+
+// ---- fabric clocks: rate and reset
+
+TEST_F(ZynqClock, TheRateIsRead) {
+    EXPECT_EQ(norv_zynq_get_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 50000000U);
+    EXPECT_THAT(kernel.open_flags(zynq_rate), ElementsAre(O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(ZynqClock, NumbersAreParsedWithTheirPrefix) {
+    EXPECT_EQ(zynq_rate_of("0x10\n"), 16U);
+    EXPECT_EQ(zynq_rate_of("010\n"), 8U);
+    EXPECT_EQ(zynq_rate_of("-1\n"), 0xFFFFFFFFU);
+    EXPECT_EQ(zynq_rate_of("words\n"), 0U);
+    EXPECT_EQ(zynq_rate_of(""), 0U);
+}
+
+TEST_F(ZynqClock, TheLastByteOfANumberIsCutWhateverItIs) {
+    EXPECT_EQ(zynq_rate_of("123"), 12U);
+}
+
+TEST_F(ZynqClock, ANumberIsReadUpTo15Bytes) {
+    // Of these the 15th is taken for the newline.
+    EXPECT_EQ(zynq_rate_of("000000000000123456"), 012U);
+}
+
+TEST_F(ZynqClock, ARateThatCannotBeReadLeavesTheAnswerUntouched) {
+    rate = untouched_rate;
+    EXPECT_EQ(norv_zynq_get_fclk_freq(9, &rate), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_zynqmp_get_fclk_freq(9, &rate), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(rate, untouched_rate);
+}
+
+TEST_F(ZynqClock, AFailedReadWhoseErrnoMapsToZeroIsARateOfZero) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("read", EIO);
+    EXPECT_EQ(norv_zynq_get_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 0U);
+}
+
+TEST_F(ZynqClock, TheRateOfAZynqMpClockIsReadFromItsPlatformDevice) {
+    kernel.add_file(zynqmp_rate, "187498123\n");
+    EXPECT_EQ(norv_zynqmp_get_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 187498123U);
+    EXPECT_THAT(kernel.open_flags(zynqmp_rate), ElementsAre(O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(ZynqClock, ResettingWritesAOneAndLettingGoAZeroWithTheirNul) {
+    kernel.add_file(zynq_reset);
+    EXPECT_EQ(norv_zynq_set_fclk_reset(0, true), 0U);
+    EXPECT_EQ(norv_zynq_set_fclk_reset(0, false), 0U);
+    EXPECT_THAT(kernel.writes(zynq_reset), ElementsAre("1\0"s, "0\0"s));
+}
+
+TEST_F(ZynqClock, ARefusedResetGivesTheErrnoStatus) {
+    kernel.add_file(zynq_reset);
+    kernel.on_write(zynq_reset, [](std::string_view) { return EIO; });
+    EXPECT_EQ(norv_zynq_set_fclk_reset(0, true), errno_status(EIO));
+    EXPECT_EQ(norv_zynq_set_fclk_reset(9, true), NORV_STATUS_NOT_FOUND);
+}
+
+TEST_F(ZynqClock, TheNumberChoosesTheClockAndIsPrintedSigned) {
+    kernel.add_file("/sys/class/fclkcfg/fclk3/rate", "3\n");
+    kernel.add_file("/sys/class/fclkcfg/fclk-1/rate", "4\n");
+    kernel.add_file("/sys/class/fclkcfg/fclk-1/reset");
+    kernel.add_file("/sys/devices/platform/fclk-1/set_rate", "5\n");
+    EXPECT_EQ(norv_zynq_get_fclk_freq(3, &rate), 0U);
+    EXPECT_EQ(rate, 3U);
+    EXPECT_EQ(norv_zynq_get_fclk_freq(0xFFFFFFFFU, &rate), 0U);
+    EXPECT_EQ(rate, 4U);
+    EXPECT_EQ(norv_zynqmp_get_fclk_freq(0xFFFFFFFFU, &rate), 0U);
+    EXPECT_EQ(rate, 5U);
+    EXPECT_EQ(norv_zynq_set_fclk_reset(0xFFFFFFFFU, true), 0U);
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0xFFFFFFFFU, &rate), 0U);
+    EXPECT_THAT(kernel.writes("/sys/class/fclkcfg/fclk-1/rate"), ElementsAre("5\0"s));
+}
+
+// ---- Zynq sensors
+
+TEST_F(Zynq, ATemperatureIsConvertedToHundredthsOfADegree) {
+    EXPECT_EQ(zynq_temperature_of("2500\n"), 3445);
+    EXPECT_EQ(zynq_temperature_of("4095\n"), 23070);
+    EXPECT_EQ(zynq_temperature_of("0\n"), -27315);
+}
+
+TEST_F(Zynq, ATemperatureIsRoundedNotCut) {
+    EXPECT_EQ(zynq_temperature_of("2502\n"), 3470);  // 3469.80
+    EXPECT_EQ(zynq_temperature_of("2218\n"), -25);   // -24.57
+}
+
+TEST_F(Zynq, ATemperatureIsComputedInSinglePrecision) {
+    // 1353.4998 in double precision.
+    EXPECT_EQ(zynq_temperature_of("2330\n"), 1354);
+}
+
+TEST_F(Zynq, ATemperatureThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouched) {
+    int32_t temperature = untouched;
+    EXPECT_EQ(norv_zynq_get_temperature(&temperature), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(temperature, untouched);
+}
+
+TEST_F(Zynq, AVoltageIsOneOf3VoltsOrInTheLowRangeOf1Volt) {
+    EXPECT_EQ(zynq_voltage_of("1365\n", false), 1000);
+    EXPECT_EQ(zynq_voltage_of("1365\n", true), 333);
+    EXPECT_EQ(zynq_voltage_of("4095\n", false), 2999);
+}
+
+TEST_F(Zynq, HalvesAreRoundedAwayFromZero) {
+    EXPECT_EQ(zynq_voltage_of("256\n", true), 63);
+    EXPECT_EQ(zynq_voltage_of("-256\n", true), -63);
+}
+
+TEST_F(Zynq, AVoltageIsComputedInSinglePrecision) {
+    // 33135.4980 in double precision.
+    EXPECT_EQ(zynq_voltage_of("45241\n", false), 33136);
+}
+
+TEST_F(Zynq, AChannelIsNamedByTheCaller) {
+    set_sensor("voltage7_any name_raw", "2048\n");
+    int32_t voltage = 0;
+    EXPECT_EQ(norv_zynq_get_voltage("voltage7_any name", false, &voltage), 0U);
+    EXPECT_EQ(voltage, 1500);
+}
+
+TEST_F(Zynq, AVoltageThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouched) {
+    int32_t voltage = untouched;
+    EXPECT_EQ(norv_zynq_get_voltage("voltage9", false, &voltage), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(voltage, untouched);
+}
+
+TEST_F(Zynq, AReadingThatNoIntegerCanHoldBecomesTheNearestOne) {
+    EXPECT_EQ(zynq_voltage_of("99999999999999\n", false), INT32_MAX);
+    EXPECT_EQ(zynq_voltage_of("-9999999999999\n", false), INT32_MIN);
+}
+
+// ---- ZynqMP sensors
+
+TEST_F(Zynq, ThePsTemperatureIsRawPlusOffsetTimesScaleInHundredths) {
+    EXPECT_EQ(ps_temperature_of("41000\n", "-36058\n", "7.771514892\n"), 3841);
+}
+
+TEST_F(Zynq, ThePsTemperatureIsComputedInSinglePrecision) {
+    // -23370.4996 in double precision.
+    EXPECT_EQ(ps_temperature_of("5986\n", "-36058\n", "7.771514892\n"), -23371);
+}
+
+TEST_F(Zynq, ThePlTemperatureHasAChannelOfItsOwn) {
+    set_sensor("temp2_pl_temp_raw", "41000\n");
+    set_sensor("temp2_pl_temp_offset", "-36058\n");
+    set_sensor("temp2_pl_temp_scale", "7.771514892\n");
+    int32_t temperature = 0;
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(&temperature), 0U);
+    EXPECT_EQ(temperature, 3841);
+}
+
+TEST_F(Zynq, AMissingOffsetCountsAsZero) {
+    set_sensor("temp0_ps_temp_raw", "41000\n");
+    set_sensor("temp0_ps_temp_scale", "7.771514892\n");
+    int32_t temperature = 0;
+    EXPECT_EQ(norv_zynqmp_get_ps_temperature(&temperature), 0U);
+    EXPECT_EQ(temperature, 31863);
+}
+
+TEST_F(Zynq, ATemperatureWithoutScaleIsZeroAndThatIsNoFailure) {
+    set_sensor("temp2_pl_temp_raw", "41000\n");
+    set_sensor("temp2_pl_temp_offset", "-36058\n");
+    int32_t temperature = untouched;
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(&temperature), 0U);
+    EXPECT_EQ(temperature, 0);
+}
+
+TEST_F(Zynq, ATemperatureWithoutRawValueGivesTheStatusAndLeavesTheAnswerUntouched) {
+    set_sensor("temp0_ps_temp_offset", "-36058\n");
+    set_sensor("temp0_ps_temp_scale", "7.771514892\n");
+    int32_t temperature = untouched;
+    EXPECT_EQ(norv_zynqmp_get_ps_temperature(&temperature), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(&temperature), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(temperature, untouched);
+}
+
+TEST_F(Zynq, AZynqMpVoltageIsRawTimesScale) {
+    EXPECT_EQ(zynqmp_voltage_of("18000\n", "0.045776367\n"), 824);
+    EXPECT_EQ(zynqmp_voltage_of("-18000\n", "0.045776367\n"), -824);
+}
+
+TEST_F(Zynq, AZynqMpVoltageIsComputedInSinglePrecision) {
+    // 187.499999 in double precision.
+    EXPECT_EQ(zynqmp_voltage_of("4096\n", "0.045776367\n"), 188);
+}
+
+TEST_F(Zynq, AZynqMpVoltageWithoutRawValueIsZeroAndThatIsNoFailure) {
+    set_sensor("voltage1_scale", "0.045776367\n");
+    int32_t voltage = untouched;
+    EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &voltage), 0U);
+    EXPECT_EQ(voltage, 0);
+}
+
+TEST_F(Zynq, AZynqMpVoltageWithoutScaleGivesTheStatusAndLeavesTheAnswerUntouched) {
+    set_sensor("voltage1_raw", "18000\n");
+    int32_t voltage = untouched;
+    EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &voltage), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(voltage, untouched);
+}
+
+TEST_F(Zynq, AProductThatNoIntegerCanHoldBecomesTheNearestOne) {
+    EXPECT_EQ(zynqmp_voltage_of("2147483648\n", "1\n"), INT32_MAX);
+    EXPECT_EQ(zynqmp_voltage_of("-2147483648\n", "1\n"), INT32_MIN);
+    EXPECT_EQ(zynqmp_voltage_of("-1e10\n", "1\n"), INT32_MIN);
+    EXPECT_EQ(zynqmp_voltage_of("inf\n", "1\n"), INT32_MAX);
+}
+
+TEST_F(Zynq, WhatIsNoNumberIsZero) {
+    EXPECT_EQ(zynqmp_voltage_of("nan\n", "1\n"), 0);
+    EXPECT_EQ(zynqmp_voltage_of("words\n", "1\n"), 0);
+}
+
+TEST_F(Zynq, ANullPointerIsAnInvalidArgument) {
+    int32_t value = 0;
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynq_get_fclk_freq(0, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynq_get_temperature(nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynq_get_voltage(nullptr, false, &value), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynq_get_voltage("voltage1", false, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynqmp_get_fclk_freq(0, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynqmp_get_ps_temperature(nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynqmp_get_voltage(nullptr, &value), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+// ---- failure sweep
+
+void build_board(kernel_double& kernel) {
+    kernel.add_file(zynq_rate, "50000000\n");
+    kernel.add_file(zynq_reset);
+    kernel.add_file(zynqmp_rate, "50000000\n");
+    for (const char* channel : {"temp0", "temp0_ps_temp", "temp2_pl_temp", "voltage1"}) {
+        for (const char* part : {"_raw", "_offset", "_scale"}) {
+            kernel.add_file(sensor(std::string(channel) + part), "2\n");
+        }
+    }
+}
+
+// What a fault gives when those that these attributes meet are not reported.
+sweep_options unreported_for(std::vector<std::string> endings) {
+    sweep_options options;
+    options.expect = [endings = std::move(endings)](const fault& struck) {
+        for (const std::string& ending : endings) {
+            if (struck.path.ends_with(ending)) {
+                return uint32_t{0};
+            }
+        }
+        return norv::test::status_of_fault(struck);
+    };
+    return options;
+}
+
+TEST(ZynqSweep, EveryFailureOfClocksIsReported) {
+    failure_sweep(build_board, [] {
+        uint32_t rate = 0;
+        uint32_t status = norv_zynq_get_fclk_freq(0, &rate);
+        if (status == 0) {
+            status = norv_zynqmp_get_fclk_freq(0, &rate);
+        }
+        return status == 0 ? norv_zynq_set_fclk_reset(0, true) : status;
+    });
+}
+
+TEST(ZynqSweep, OfSettingAClockOnlyTheFailureOfTheWriteIsReported) {
+    sweep_options options;
+    options.expect = [](const fault& struck) {
+        const bool of_write = struck.name == "write" || (struck.name == "open" && struck.number == 1);
+        return of_write ? norv::test::status_of_fault(struck) : 0;
+    };
+    failure_sweep(
+        build_board,
+        [] {
+            uint32_t rate = 100000000;
+            return norv_zynq_set_fclk_freq(0, &rate);
+        },
+        options);
+}
+
+TEST(ZynqSweep, EveryFailureOfZynqSensorsIsReported) {
+    failure_sweep(build_board, [] {
+        int32_t value = 0;
+        const uint32_t status = norv_zynq_get_temperature(&value);
+        return status == 0 ? norv_zynq_get_voltage("voltage1", false, &value) : status;
+    });
+}
+
+TEST(ZynqSweep, OfZynqMpTemperaturesOnlyTheFailureOfTheRawValueIsReported) {
+    failure_sweep(
+        build_board,
+        [] {
+            int32_t value = 0;
+            const uint32_t status = norv_zynqmp_get_ps_temperature(&value);
+            return status == 0 ? norv_zynqmp_get_pl_temperature(&value) : status;
+        },
+        unreported_for({"_offset", "_scale"}));
+}
+
+TEST(ZynqSweep, OfZynqMpVoltagesOnlyTheFailureOfTheScaleIsReported) {
+    failure_sweep(
+        build_board,
+        [] {
+            int32_t value = 0;
+            return norv_zynqmp_get_voltage("voltage1", &value);
+        },
+        unreported_for({"_raw"}));
+}
+
+}  // namespace
