@@ -18,6 +18,7 @@
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"
 #include "norv_linux_mtd.h"
+#include "norv_linux_led.h"
 #include "norv_linux_spi.h"
 #include "norv_linux_spi_flash.h"
 #include "norv_linux_thread.h"

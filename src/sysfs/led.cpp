@@ -1,0 +1,44 @@
+// LEDs through /sys/class/leds.
+#include "norv_linux_led.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "norv_file.h"
+
+namespace {
+
+// The count of what was written is not looked at, on purpose: a short write is a success.
+uint32_t write_text(const char* name, const char* attribute, const char* text) {
+    if (name == nullptr || text == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    auto length = static_cast<uint32_t>(strlen(text) + 1);
+    return norv_write_device(text, &length, "/sys/class/leds/%s/%s", name, attribute);
+}
+
+uint32_t write_number(const char* name, const char* attribute, int32_t number) {
+    char text[12];
+    snprintf(text, sizeof text, "%d", number);
+    return write_text(name, attribute, text);
+}
+
+}  // namespace
+
+uint32_t norv_linux_led_set_trigger(const char* name, const char* trigger) {
+    return write_text(name, "trigger", trigger);
+}
+
+uint32_t norv_linux_led_set_brightness(const char* name, int32_t brightness) {
+    // Cut to a byte on purpose: callers pass 256 for dark and -1 for fully lit.
+    return write_number(name, "brightness", static_cast<uint8_t>(brightness));
+}
+
+uint32_t norv_linux_led_set_delay(const char* name, int32_t on, int32_t off) {
+    const uint32_t status = write_number(name, "delay_on", on);
+    return status != NORV_STATUS_OK ? status : write_number(name, "delay_off", off);
+}
+
+uint32_t norv_linux_led_trigger_shot(const char* name) {
+    return write_text(name, "shot", "1");
+}
