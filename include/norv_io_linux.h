@@ -19,6 +19,7 @@
 #include "norv_linux_i2c_bus.h"
 #include "norv_linux_mtd.h"
 #include "norv_linux_led.h"
+#include "norv_linux_pwm.h"
 #include "norv_linux_spi.h"
 #include "norv_linux_spi_flash.h"
 #include "norv_linux_thread.h"

@@ -1,0 +1,126 @@
+// PWM channels through /sys/class/pwm.
+#include "norv_linux_pwm.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+#include "core/attribute.hpp"
+#include "core/descriptor.hpp"
+#include "core/status.hpp"
+#include "core/sysfs.hpp"
+
+static_assert(sizeof(norv_linux_pwm_t) == 8 && offsetof(norv_linux_pwm_t, channel) == 4);
+
+namespace {
+
+constexpr uint32_t number_size = 12;  // "-2147483648" with its NUL
+
+bool is_exported(const norv_linux_pwm_t* pwm) {
+    // Numbers of ten digits do not fit this path. It is cut, on purpose.
+    constexpr size_t path_size = 46;
+    return norv::is_directory<path_size>("/sys/class/pwm/pwmchip%d/pwm%d", pwm->chip, pwm->channel);
+}
+
+uint32_t write_chip(const norv_linux_pwm_t* pwm, const char* name) {
+    return norv::attribute(O_WRONLY, "/sys/class/pwm/pwmchip%d/%s", pwm->chip, name)
+        .write(number_size, "%d", pwm->channel);
+}
+
+norv::attribute channel_attribute(const norv_linux_pwm_t* pwm, uint32_t flags, const char* name) {
+    return {flags, "/sys/class/pwm/pwmchip%d/pwm%d/%s", pwm->chip, pwm->channel, name};
+}
+
+template <typename text>
+uint32_t write_channel(const norv_linux_pwm_t* pwm, const char* name, uint32_t maximum, const char* format,
+                       text value) {
+    return pwm == nullptr ? NORV_STATUS_INVALID_ARG
+                          : channel_attribute(pwm, O_WRONLY, name).write(maximum, format, value);
+}
+
+}  // namespace
+
+uint32_t norv_linux_pwm_open(uint32_t chip, uint32_t channel, norv_linux_pwm_t* pwm) {
+    if (pwm == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *pwm = {chip, channel};
+    return is_exported(pwm) ? NORV_STATUS_OK : write_chip(pwm, "export");
+}
+
+void norv_linux_pwm_close(norv_linux_pwm_t* pwm) {
+    // Also a channel that somebody else had exported: callers rely on a closed channel being free.
+    if (pwm != nullptr && is_exported(pwm)) {
+        write_chip(pwm, "unexport");
+    }
+}
+
+uint32_t norv_linux_pwm_get_nchannel(uint32_t chip, uint32_t* count) {
+    if (count == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    int32_t file = -1;
+    const uint32_t opened =
+        norv_open_device(O_RDONLY | O_CLOEXEC, &file, "/sys/class/pwm/pwmchip%d/%s", chip, "npwm");
+    if (opened != NORV_STATUS_OK) {
+        return opened;
+    }
+    char text[3] = {};
+    int64_t result = lseek(file, 0, SEEK_SET);
+    if (result >= 0) {
+        // Two digits, on purpose: more channels than 99 are reported by the first two.
+        result = read(file, text, 2);
+    }
+    const uint32_t status = norv::status_of(result);
+    if (status != NORV_STATUS_OK) {
+        return status;  // the descriptor stays open, on purpose
+    }
+    *count = static_cast<uint32_t>(strtoul(text, nullptr, 10));
+    norv::close_descriptor(file);
+    return NORV_STATUS_OK;
+}
+
+uint32_t norv_linux_pwm_enable(norv_linux_pwm_t* pwm, bool enable) {
+    return write_channel(pwm, "enable", 2, "%s", enable ? "1" : "0");
+}
+
+// Printed signed, on purpose: 2^31 ns and more become negative.
+uint32_t norv_linux_pwm_set_period(norv_linux_pwm_t* pwm, uint32_t period) {
+    return write_channel(pwm, "period", number_size, "%d", period);
+}
+
+uint32_t norv_linux_pwm_set_duty(norv_linux_pwm_t* pwm, uint32_t duty) {
+    return write_channel(pwm, "duty_cycle", number_size, "%d", duty);
+}
+
+uint32_t norv_linux_pwm_set_polarity(norv_linux_pwm_t* pwm, bool inversed) {
+    return write_channel(pwm, "polarity", 9, "%s", inversed ? "inversed" : "normal");
+}
+
+uint32_t norv_linux_pwm_get_capture(norv_linux_pwm_t* pwm, uint32_t* period, uint32_t* duty) {
+    if (pwm == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const norv::attribute capture = channel_attribute(pwm, O_RDONLY, "capture");
+    if (capture.status() != NORV_STATUS_OK) {
+        return capture.status();
+    }
+    char text[129] = {};
+    int32_t values[2] = {};
+    // How much was read is not checked, on purpose: the text decides, and what is not in it is 0. An errno is
+    // kept here because sscanf clears it.
+    const uint32_t status = norv::status_of(read(capture.descriptor(), text, sizeof text - 1));
+    if (sscanf(text, "%d %d", &values[0], &values[1]) == EOF && status != NORV_STATUS_OK) {
+        return status;
+    }
+    if (period != nullptr) {
+        *period = static_cast<uint32_t>(values[0]);
+    }
+    if (duty != nullptr) {
+        *duty = static_cast<uint32_t>(values[1]);
+    }
+    return NORV_STATUS_OK;
+}

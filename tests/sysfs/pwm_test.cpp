@@ -1,0 +1,394 @@
+// PWM channels.
+#include "norv_linux_pwm.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/failure_sweep.hpp"
+#include "support/status.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using norv::test::errno_status;
+using norv::test::fault;
+using norv::test::kernel_double;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* chip_export = "/sys/class/pwm/pwmchip3/export";
+constexpr const char* chip_unexport = "/sys/class/pwm/pwmchip3/unexport";
+constexpr const char* npwm = "/sys/class/pwm/pwmchip3/npwm";
+constexpr const char* channel_directory = "/sys/class/pwm/pwmchip3/pwm2";
+constexpr const char* enable = "/sys/class/pwm/pwmchip3/pwm2/enable";
+constexpr const char* period = "/sys/class/pwm/pwmchip3/pwm2/period";
+constexpr const char* duty_cycle = "/sys/class/pwm/pwmchip3/pwm2/duty_cycle";
+constexpr const char* polarity = "/sys/class/pwm/pwmchip3/pwm2/polarity";
+constexpr const char* capture = "/sys/class/pwm/pwmchip3/pwm2/capture";
+
+void export_channel(kernel_double& kernel) {
+    for (const char* attribute : {enable, period, duty_cycle, polarity}) {
+        kernel.add_file(attribute);
+    }
+    kernel.add_file(capture, "20000 5000\n");
+}
+
+// Chip 3 with four channels, of which the kernel can export channel 2.
+void add_chip(kernel_double& kernel) {
+    kernel.add_file(npwm, "4\n");
+    kernel.add_file(chip_export);
+    kernel.add_file(chip_unexport);
+    kernel.on_write(chip_export, [&](std::string_view text) {
+        if (text.front() != '2') {
+            return ENODEV;
+        }
+        export_channel(kernel);
+        return 0;
+    });
+    kernel.on_write(chip_unexport, [&](std::string_view) {
+        kernel.remove(channel_directory);
+        return 0;
+    });
+}
+
+class Pwm : public testing::Test {
+  protected:
+    Pwm() { add_chip(kernel); }
+
+    kernel_double kernel;
+    norv_linux_pwm_t pwm = {};
+};
+
+// Channel 2, opened.
+class OpenPwm : public Pwm {
+  protected:
+    OpenPwm() {
+        EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), 0U);
+        kernel.forget_calls();
+    }
+};
+
+// ---- open and close
+
+TEST_F(Pwm, OpeningExportsTheChannelAndRemembersBothNumbers) {
+    EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), 0U);
+    EXPECT_EQ(pwm.chip, 3U);
+    EXPECT_EQ(pwm.channel, 2U);
+    EXPECT_THAT(kernel.writes(chip_export), ElementsAre("2\0"s));
+    EXPECT_THAT(kernel.open_flags(chip_export), ElementsAre(O_WRONLY | O_CLOEXEC));
+}
+
+TEST_F(Pwm, OpeningAnExportedChannelWritesNothing) {
+    export_channel(kernel);
+    EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), 0U);
+    EXPECT_THAT(kernel.calls("write"), IsEmpty());
+    EXPECT_THAT(kernel.calls("open"), IsEmpty());
+}
+
+TEST_F(Pwm, AFileInPlaceOfTheDirectoryDoesNotCountAsExported) {
+    kernel.add_file(channel_directory);
+    kernel.on_write(chip_export, [](std::string_view) { return EBUSY; });
+    EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), errno_status(EBUSY));
+}
+
+TEST_F(Pwm, AChannelThatTheChipDoesNotHaveGivesTheErrnoStatusAndTheHandleKeepsItsNumbers) {
+    EXPECT_EQ(norv_linux_pwm_open(3, 4, &pwm), errno_status(ENODEV));
+    EXPECT_EQ(pwm.chip, 3U);
+    EXPECT_EQ(pwm.channel, 4U);
+}
+
+TEST_F(Pwm, AChipThatDoesNotExistIsNotFound) {
+    EXPECT_EQ(norv_linux_pwm_open(9, 0, &pwm), NORV_STATUS_NOT_FOUND);
+}
+
+TEST_F(Pwm, NumbersArePrintedSigned) {
+    kernel.add_file("/sys/class/pwm/pwmchip-1/export");
+    EXPECT_EQ(norv_linux_pwm_open(0xFFFFFFFF, 0x80000000, &pwm), 0U);
+    EXPECT_THAT(kernel.writes("/sys/class/pwm/pwmchip-1/export"), ElementsAre("-2147483648\0"s));
+}
+
+TEST_F(Pwm, TheDirectorysPathIsCutAfter45CharactersOnPurpose) {
+    kernel.add_directory("/sys/class/pwm/pwmchip1234567890/pwm123456789");
+    EXPECT_EQ(norv_linux_pwm_open(1234567890, 1234567891, &pwm), 0U);
+    EXPECT_THAT(kernel.calls("write"), IsEmpty());
+}
+
+TEST_F(OpenPwm, ClosingUnexportsTheChannel) {
+    norv_linux_pwm_close(&pwm);
+    EXPECT_THAT(kernel.writes(chip_unexport), ElementsAre("2\0"s));
+    EXPECT_THAT(kernel.open_flags(chip_unexport), ElementsAre(O_WRONLY | O_CLOEXEC));
+    EXPECT_FALSE(kernel.exists(channel_directory));
+}
+
+TEST_F(Pwm, ClosingUnexportsAChannelThatSomebodyElseExported) {
+    export_channel(kernel);
+    norv_linux_pwm_open(3, 2, &pwm);
+    norv_linux_pwm_close(&pwm);
+    EXPECT_FALSE(kernel.exists(channel_directory));
+}
+
+TEST_F(OpenPwm, ClosingAChannelThatIsNoLongerExportedWritesNothing) {
+    norv_linux_pwm_close(&pwm);
+    kernel.forget_calls();
+    norv_linux_pwm_close(&pwm);
+    EXPECT_THAT(kernel.calls("write"), IsEmpty());
+}
+
+TEST_F(OpenPwm, ARefusedUnexportIsIgnored) {
+    kernel.on_write(chip_unexport, [](std::string_view) { return EBUSY; });
+    norv_linux_pwm_close(&pwm);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+// ---- number of channels
+
+TEST_F(Pwm, TheNumberOfChannelsIsReadFromTheChip) {
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 4U);
+    EXPECT_THAT(kernel.open_flags(npwm), ElementsAre(O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(Pwm, AChipWith100ChannelsOrMoreIsReportedByItsFirstTwoDigits) {
+    kernel.add_file(npwm, "128\n");
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 12U);
+}
+
+TEST_F(Pwm, ACountThatIsNoNumberIsZero) {
+    kernel.add_file(npwm, "x\n");
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 0U);
+}
+
+TEST_F(Pwm, TheCountOfAChipThatDoesNotExistIsNotFoundAndUntouched) {
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(9, &count), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(count, 99U);
+}
+
+TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
+    uint32_t count = 99;
+    kernel.fail("lseek", EIO);
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), NORV_STATUS_DEVICE_ERROR);
+    kernel.fail("read", EACCES);
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), errno_status(EACCES));
+    EXPECT_EQ(count, 99U);
+    EXPECT_EQ(kernel.open_descriptors(), 2U);
+    kernel.accept_leaked_descriptors(2);
+}
+
+TEST_F(Pwm, AFailedReadOfTheCountWhoseErrnoMapsToZeroCountsAsZeroChannels) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("read", EIO);
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+// ---- attributes
+
+TEST_F(OpenPwm, EnableIsWrittenAsADigit) {
+    EXPECT_EQ(norv_linux_pwm_enable(&pwm, true), 0U);
+    EXPECT_EQ(norv_linux_pwm_enable(&pwm, false), 0U);
+    EXPECT_THAT(kernel.writes(enable), ElementsAre("1\0"s, "0\0"s));
+    EXPECT_THAT(kernel.open_flags(enable), Each(O_WRONLY | O_CLOEXEC));
+}
+
+TEST_F(OpenPwm, PeriodAndDutyAreWrittenInDecimal) {
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 2147483647), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 0), 0U);
+    EXPECT_THAT(kernel.writes(period), ElementsAre("2147483647\0"s));
+    EXPECT_THAT(kernel.writes(duty_cycle), ElementsAre("0\0"s));
+}
+
+TEST_F(OpenPwm, APeriodOrDutyOf2To31NanosecondsOrMoreIsWrittenAsANegativeNumber) {
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 0x80000000), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 0xFFFFFFFF), 0U);
+    EXPECT_THAT(kernel.writes(period), ElementsAre("-2147483648\0"s));
+    EXPECT_THAT(kernel.writes(duty_cycle), ElementsAre("-1\0"s));
+}
+
+TEST_F(OpenPwm, PolarityIsWrittenAsAWord) {
+    EXPECT_EQ(norv_linux_pwm_set_polarity(&pwm, true), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_polarity(&pwm, false), 0U);
+    EXPECT_THAT(kernel.writes(polarity), ElementsAre("inversed\0"s, "normal\0"s));
+}
+
+TEST_F(OpenPwm, AnAttributeThatTheKernelRefusesGivesTheErrnoStatus) {
+    kernel.on_write(period, [](std::string_view) { return EINVAL; });
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 5), NORV_STATUS_INVALID_ARG);
+}
+
+TEST_F(OpenPwm, AChannelThatIsNotExportedGivesTheStatusOfTheOpen) {
+    kernel.remove(channel_directory);
+    EXPECT_EQ(norv_linux_pwm_enable(&pwm, true), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 5), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 5), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(norv_linux_pwm_set_polarity(&pwm, true), NORV_STATUS_NOT_FOUND);
+}
+
+// ---- capture
+
+struct captured {
+    uint32_t status = 0;
+    uint32_t period = 77;
+    uint32_t duty = 78;
+};
+
+class PwmCapture : public OpenPwm {
+  protected:
+    captured get() {
+        captured result;
+        result.status = norv_linux_pwm_get_capture(&pwm, &result.period, &result.duty);
+        return result;
+    }
+    captured get(std::string_view text) {
+        kernel.add_file(capture, text);
+        return get();
+    }
+};
+
+TEST_F(PwmCapture, PeriodAndDutyAreParsedFromTheText) {
+    const captured result = get("20000 5000\n");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 20000U);
+    EXPECT_EQ(result.duty, 5000U);
+    EXPECT_THAT(kernel.open_flags(capture), ElementsAre(O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(PwmCapture, EitherPlaceMayBeNull) {
+    uint32_t value = 0;
+    EXPECT_EQ(norv_linux_pwm_get_capture(&pwm, nullptr, &value), 0U);
+    EXPECT_EQ(value, 5000U);
+    EXPECT_EQ(norv_linux_pwm_get_capture(&pwm, &value, nullptr), 0U);
+    EXPECT_EQ(value, 20000U);
+    EXPECT_EQ(norv_linux_pwm_get_capture(&pwm, nullptr, nullptr), 0U);
+}
+
+TEST_F(PwmCapture, ATextWithoutNumbersCountsAsSuccessAndGivesZeros) {
+    const captured result = get("no signal\n");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 0U);
+    EXPECT_EQ(result.duty, 0U);
+}
+
+TEST_F(PwmCapture, ATextWithOneNumberCountsAsSuccessAndGivesZeroForTheOther) {
+    const captured result = get("20000\n");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 20000U);
+    EXPECT_EQ(result.duty, 0U);
+}
+
+TEST_F(PwmCapture, OnlyTheFirst128BytesAreRead) {
+    const captured result = get(std::string(126, ' ') + "12 34");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 12U);
+    EXPECT_EQ(result.duty, 0U);
+    EXPECT_EQ(kernel.calls("read").at(0).result, 128);
+}
+
+TEST_F(PwmCapture, AnEmptyTextWithoutAnErrnoCountsAsSuccessAndGivesZeros) {
+    const captured result = get("");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 0U);
+    EXPECT_EQ(result.duty, 0U);
+}
+
+TEST_F(PwmCapture, AFailedReadGivesItsErrnoStatusAndLeavesTheValuesUntouched) {
+    kernel.fail("read", ETIMEDOUT);
+    const captured result = get();
+    EXPECT_EQ(result.status, NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(result.period, 77U);
+    EXPECT_EQ(result.duty, 78U);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(PwmCapture, ADriverThatCannotCaptureGivesTheStatusOfTheOpenAndLeavesTheValuesUntouched) {
+    kernel.remove(capture);
+    const captured result = get();
+    EXPECT_EQ(result.status, NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(result.period, 77U);
+    EXPECT_EQ(result.duty, 78U);
+}
+
+// ---- null
+
+TEST_F(Pwm, ANullHandleOrCountIsAnInvalidArgument) {
+    norv_linux_pwm_close(nullptr);
+    EXPECT_EQ(norv_linux_pwm_open(3, 2, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_enable(nullptr, true), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_set_period(nullptr, 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_set_duty(nullptr, 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_set_polarity(nullptr, true), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_pwm_get_capture(nullptr, nullptr, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+// ---- failure sweep
+
+// Everything that a channel can do, up to the first failure.
+uint32_t use_channel() {
+    norv_linux_pwm_t pwm;
+    uint32_t period_value = 0;
+    uint32_t status = norv_linux_pwm_open(3, 2, &pwm);
+    if (status == 0) {
+        status = norv_linux_pwm_set_period(&pwm, 20000);
+    }
+    if (status == 0) {
+        status = norv_linux_pwm_set_duty(&pwm, 5000);
+    }
+    if (status == 0) {
+        status = norv_linux_pwm_set_polarity(&pwm, false);
+    }
+    if (status == 0) {
+        status = norv_linux_pwm_enable(&pwm, true);
+    }
+    if (status == 0) {
+        status = norv_linux_pwm_get_capture(&pwm, &period_value, nullptr);
+    }
+    norv_linux_pwm_close(&pwm);
+    return status;
+}
+
+TEST(PwmSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
+    norv::test::sweep_options options;
+    options.expect = [](const fault& struck) {
+        // A failed look at the channel's directory means "not exported", and what fails while closing is
+        // ignored.
+        const bool ignored = struck.name == "stat" || struck.path == chip_unexport;
+        return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);
+    };
+    norv::test::failure_sweep(add_chip, use_channel, options);
+}
+
+TEST(PwmSweep, AFailedOpenOfTheCountIsReported) {
+    for (const int error : {EACCES, EINTR, EIO}) {
+        kernel_double kernel;
+        add_chip(kernel);
+        kernel.fail("open", error);
+        uint32_t count = 0;
+        EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), errno_status(error));
+    }
+}
+
+TEST(PwmSweep, AFailedCloseOfTheCountIsIgnored) {
+    kernel_double kernel;
+    add_chip(kernel);
+    kernel.fail("close", EIO);
+    uint32_t count = 0;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 4U);
+}
+
+}  // namespace
