@@ -26,8 +26,8 @@ struct sweep_options {
     std::function<uint32_t(const fault& struck)> expect;
 };
 
-// The status of the errno that the fault injects, NO_MEMORY for an allocation, 0 for a failing close and for
-// a short count.
+// The status of the errno that the fault injects, NO_MEMORY for an allocation, 0 for a failing close or
+// fclose and for a short count.
 uint32_t status_of_fault(const fault& struck);
 
 // Returns how many faults struck; a sweep that met none tested nothing and fails.

@@ -21,6 +21,18 @@ using norv::test::outside_the_double;
 using norv::test::pass_path;
 using kernel_state = norv::test::kernel_double::state;
 
+// A call on an open stream of the board's files, which can fail.
+template <typename result, typename passing>
+result pass_stream(const char* name, FILE* stream, result failure, passing through) {
+    kernel_state* kernel = stream != nullptr ? active_kernel() : nullptr;
+    if (kernel == nullptr) {
+        return through();
+    }
+    const std::lock_guard lock(kernel->mutex);
+    const open_file* file = kernel->find(fileno(stream));
+    return file != nullptr && kernel->strikes(name, file->path) ? failure : through();
+}
+
 // The line's memory is the caller's to release. Only lines of the board's files can fail.
 template <typename reading>
 ssize_t read_line(char** line, FILE* stream, reading read) {
@@ -81,9 +93,26 @@ int fclose(FILE* stream) {
     const open_file* file = kernel->find(fileno(stream));
     const std::string path = file != nullptr ? file->path : "";
     const bool watched = kernel->descriptors.erase(fileno(stream)) != 0;
+    call made;
+    made.name = "fclose";
+    made.path = path;
+    kernel->record(made);
     // A failing close has still given the stream back.
     const int closed = REAL(fclose)(stream);
     return watched && kernel->strikes("fclose", path) ? EOF : closed;
+}
+
+char* fgets(char* text, int size, FILE* stream) {
+    return pass_stream("fgets", stream, static_cast<char*>(nullptr),
+                       [&] { return REAL(fgets)(text, size, stream); });
+}
+
+int fseek(FILE* stream, long offset, int whence) {
+    return pass_stream("fseek", stream, -1, [&] { return REAL(fseek)(stream, offset, whence); });
+}
+
+int fflush(FILE* stream) {
+    return pass_stream("fflush", stream, EOF, [&] { return REAL(fflush)(stream); });
 }
 
 // With optimisation the C library's header turns a getline into the second of these.

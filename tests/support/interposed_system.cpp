@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/sysinfo.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -63,6 +64,17 @@ int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
         }
     }
     return REAL(clock_gettime)(clock, time);
+}
+
+int sysinfo(struct sysinfo* information) noexcept {
+    call made;
+    made.name = "sysinfo";
+    const int result = pass_journalled(made, -1, [&] { return REAL(sysinfo)(information); });
+    const kernel_state* kernel = active_kernel();
+    if (result == 0 && kernel != nullptr && kernel->uptime) {
+        information->uptime = *kernel->uptime;
+    }
+    return result;
 }
 
 // ---- threads ----

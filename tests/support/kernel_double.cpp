@@ -243,6 +243,10 @@ void kernel_double::set_clock(time_t seconds, long nanoseconds) {
     state_->clock = timespec{seconds, nanoseconds};
 }
 
+void kernel_double::set_uptime(long seconds) {
+    state_->uptime = seconds;
+}
+
 void kernel_double::map_errno(int error, uint32_t status) {
     const std::lock_guard lock(state_->mutex);
     state_->errno_statuses[error] = status;

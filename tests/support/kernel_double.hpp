@@ -101,6 +101,9 @@ class kernel_double {
     // Stops CLOCK_MONOTONIC at this time.
     void set_clock(time_t seconds, long nanoseconds);
 
+    // Lets sysinfo(2) say that the system was started so many seconds ago.
+    void set_uptime(long seconds);
+
     // Makes the base library map this errno to this status, 0 included.
     void map_errno(int error, uint32_t status);
 

@@ -12,6 +12,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -446,6 +447,45 @@ TEST(KernelDouble, AThreadSettingAnswersWhatTheTestSaysAndDoesNothing) {
     char name[16] = {};
     pthread_getname_np(pthread_self(), name, sizeof name);
     EXPECT_STRNE(name, "renamed");
+}
+
+TEST(KernelDouble, EveryCallOnAStreamCanFail) {
+    kernel_double kernel;
+    kernel.add_file("/proc/loadavg", "0.5\n");
+    FILE* stream = fopen("/proc/loadavg", "re");
+    ASSERT_NE(stream, nullptr);
+    char text[16] = "";
+    kernel.fail("fgets", EIO);
+    EXPECT_EQ(fgets(text, sizeof text, stream), nullptr);
+    kernel.fail("fseek", EIO);
+    EXPECT_EQ(fseek(stream, 0, SEEK_SET), -1);
+    kernel.fail("fflush", EIO);
+    EXPECT_EQ(fflush(stream), EOF);
+    EXPECT_STREQ(fgets(text, sizeof text, stream), "0.5\n");
+    fclose(stream);
+}
+
+TEST(KernelDouble, AStreamOfTheTestProgramItselfNeverFails) {
+    kernel_double kernel;
+    FILE* stream = tmpfile();
+    ASSERT_NE(stream, nullptr);
+    kernel.fail("fflush", EIO);
+    EXPECT_EQ(fflush(stream), 0);
+    EXPECT_EQ(fflush(nullptr), 0);
+    EXPECT_EQ(fclose(stream), 0);
+    EXPECT_FALSE(kernel.struck());
+}
+
+TEST(KernelDouble, TheUptimeCanBeSet) {
+    kernel_double kernel;
+    struct sysinfo information = {};
+    EXPECT_EQ(sysinfo(&information), 0);
+    EXPECT_GT(information.uptime, 0);
+    kernel.set_uptime(123456);
+    EXPECT_EQ(sysinfo(&information), 0);
+    EXPECT_EQ(information.uptime, 123456);
+    kernel.fail("sysinfo", EFAULT);
+    EXPECT_EQ(sysinfo(&information), -1);
 }
 
 TEST(KernelDouble, AProgramsStreamCountsAsADescriptorUntilItIsClosed) {

@@ -33,6 +33,7 @@ struct kernel_double::state {
     std::map<int, uint32_t> errno_statuses;
     std::map<std::string, long> answers;
     std::optional<timespec> clock;
+    std::optional<long> uptime;
     std::vector<call> calls;
     std::optional<fault> planned;
     int met = 0;
