@@ -6,6 +6,7 @@
 #define NORV_IO_LINUX_H
 
 #include "norv_dt.h"
+#include "norv_cpu_usage.h"
 #include "norv_epoll.h"
 #include "norv_file.h"
 #include "norv_flash_types.h"
@@ -25,6 +26,7 @@
 #include "norv_linux_thread.h"
 #include "norv_linux_timer.h"
 #include "norv_mcb_bus.h"
+#include "norv_net_usage.h"
 #include "norv_shell.h"
 #include "norv_status.h"
 #include "norv_uart.h"

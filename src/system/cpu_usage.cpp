@@ -1,0 +1,96 @@
+// CPU load from /proc/stat.
+#include "norv_cpu_usage.h"
+
+#include "core/layout.hpp"
+#include "core/numbers.hpp"
+#include "core/stream.hpp"
+
+static_assert(offsetof(norv_cpu_usage_t, file) == 0 && NORV_FOLLOWS(norv_cpu_usage_t, file, usage) &&
+              NORV_FOLLOWS(norv_cpu_usage_t, usage, last_idle) &&
+              NORV_FOLLOWS(norv_cpu_usage_t, last_idle, last_total));
+
+namespace {
+
+// user, nice, system, idle, iowait, irq, softirq, steal, guest, guest_nice
+constexpr uint32_t time_count = 10;
+constexpr uint32_t idle_index = 3;
+
+// Guest times are added although the kernel counts them in user and nice already, on purpose.
+uint32_t sum_of(const uint32_t (&times)[time_count]) {
+    uint32_t sum = 0;
+    for (const uint32_t time : times) {
+        sum += time;
+    }
+    return sum;
+}
+
+// In hundredths of a percent, rounded half up. An idle time that ran backwards gives more than 10000, on
+// purpose; the difference wraps with its 32 bits.
+uint32_t busy_share(uint32_t idle, uint32_t total) {
+    if (total == 0) {
+        return 0;
+    }
+    const uint32_t busy = total - idle;
+    return static_cast<uint32_t>((uint64_t{busy} * 10000 + total / 2) / total);
+}
+
+uint32_t read_times(FILE* file, uint32_t (&times)[time_count]) {
+    char line[norv::line_size];
+    uint32_t status = norv::rewind_stream(file);
+    if (status == NORV_STATUS_OK) {
+        status = norv::read_line(file, line);
+    }
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    return norv::scan_numbers(line, times, time_count) < time_count ? NORV_STATUS_PARSE_ERROR
+                                                                    : NORV_STATUS_OK;
+}
+
+}  // namespace
+
+uint32_t norv_cpu_usage_open(norv_cpu_usage_t* cpu) {
+    if (cpu == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t status = norv::open_stream(cpu->file, "/proc/stat");
+    // Not last_total: the caller has filled the record with zeros.
+    cpu->usage = 0;
+    cpu->last_idle = 0;
+    if (status == NORV_STATUS_OK) {
+        status = norv_cpu_usage_update(cpu);
+    }
+    if (status != NORV_STATUS_OK) {
+        norv_cpu_usage_close(cpu);
+    }
+    return status;
+}
+
+uint32_t norv_cpu_usage_update(norv_cpu_usage_t* cpu) {
+    if (cpu == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    if (cpu->file == nullptr) {
+        return NORV_STATUS_BAD_STATE;
+    }
+    uint32_t times[time_count] = {};
+    const uint32_t status = read_times(cpu->file, times);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    const uint32_t idle = times[idle_index];
+    const uint32_t total = sum_of(times);
+    cpu->usage = busy_share(idle - cpu->last_idle, total - cpu->last_total);
+    cpu->last_idle = idle;
+    cpu->last_total = total;
+    return NORV_STATUS_OK;
+}
+
+void norv_cpu_usage_close(norv_cpu_usage_t* cpu) {
+    if (cpu == nullptr) {
+        return;
+    }
+    norv::close_stream(cpu->file);
+    cpu->usage = 0;
+    cpu->last_idle = 0;
+}

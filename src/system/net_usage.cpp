@@ -1,0 +1,164 @@
+// Rates of a network interface from /proc/net/dev.
+#include "norv_net_usage.h"
+
+#include <cstring>
+
+#include "core/layout.hpp"
+#include "core/numbers.hpp"
+#include "core/stream.hpp"
+#include "norv_base.h"
+
+static_assert(offsetof(norv_net_usage_t, file) == 0 && NORV_FOLLOWS(norv_net_usage_t, file, last_ms) &&
+              NORV_FOLLOWS(norv_net_usage_t, last_ms, ifname) &&
+              NORV_FOLLOWS(norv_net_usage_t, ifname, started) &&
+              NORV_FOLLOWS(norv_net_usage_t, started, tx_rate) &&
+              NORV_FOLLOWS(norv_net_usage_t, tx_rate, rx_rate) &&
+              NORV_FOLLOWS(norv_net_usage_t, rx_rate, last_tx) &&
+              NORV_FOLLOWS(norv_net_usage_t, last_tx, last_rx));
+
+namespace {
+
+// Eight of receiving, eight of transmitting; each half begins with the bytes.
+constexpr uint32_t counter_count = 16;
+constexpr uint32_t received_index = 0;
+constexpr uint32_t transmitted_index = 8;
+
+constexpr uint32_t shortest_interval = 11;  // milliseconds
+
+struct byte_counts {
+    uint32_t received;
+    uint32_t transmitted;
+};
+
+// The counters of a line that is the interface's, null of any other. The name may stand anywhere before the
+// colon, on purpose: a longer name that contains it counts too.
+const char* counters_of(char* line, const char* ifname) {
+    char* colon = strchr(line, ':');
+    if (colon == nullptr) {
+        return nullptr;
+    }
+    *colon = '\0';
+    return strstr(line, ifname) != nullptr ? colon + 1 : nullptr;
+}
+
+// Finds the interface's line; `counters` points into `line`.
+uint32_t find_interface(const norv_net_usage_t* net, char (&line)[norv::line_size], const char*& counters) {
+    uint32_t status = norv::rewind_stream(net->file);
+    while (status == NORV_STATUS_OK) {
+        status = norv::read_line(net->file, line);
+        if (status == NORV_STATUS_OK && line[0] == '\0') {
+            return NORV_STATUS_NOT_FOUND;
+        }
+        counters = counters_of(line, net->ifname);
+        if (counters != nullptr) {
+            return NORV_STATUS_OK;
+        }
+    }
+    return status;
+}
+
+uint32_t read_counts(const norv_net_usage_t* net, byte_counts& counts) {
+    char line[norv::line_size];
+    const char* text = nullptr;
+    const uint32_t status = find_interface(net, line, text);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    uint32_t counters[counter_count];
+    if (norv::scan_numbers(text, counters, counter_count) < counter_count) {
+        return NORV_STATUS_PARSE_ERROR;
+    }
+    counts = {counters[received_index], counters[transmitted_index]};
+    return NORV_STATUS_OK;
+}
+
+// kbit/s; only the difference of the counts has 32 bits.
+uint32_t rate_of(uint32_t bytes, uint32_t milliseconds) {
+    return static_cast<uint32_t>(uint64_t{bytes} * 8000 / (uint64_t{milliseconds} * 1000));
+}
+
+void remember(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
+    net->last_ms = now;
+    net->last_tx = counts.transmitted;
+    net->last_rx = counts.received;
+}
+
+void start(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
+    remember(net, counts, now);
+    net->tx_rate = 0;
+    net->rx_rate = 0;
+    net->started = 1;
+}
+
+void go_on(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
+    const uint32_t interval = now - net->last_ms;
+    if (interval < shortest_interval) {
+        return;
+    }
+    net->tx_rate = rate_of(counts.transmitted - net->last_tx, interval);
+    net->rx_rate = rate_of(counts.received - net->last_rx, interval);
+    remember(net, counts, now);
+}
+
+// A name that does not fit with its NUL is refused.
+uint32_t copy_name(norv_net_usage_t* net, const char* ifname) {
+    const size_t length = strnlen(ifname, sizeof net->ifname);
+    if (length == sizeof net->ifname) {
+        return NORV_STATUS_EXHAUSTED;
+    }
+    memcpy(net->ifname, ifname, length + 1);
+    return NORV_STATUS_OK;
+}
+
+}  // namespace
+
+uint32_t norv_net_usage_open(norv_net_usage_t* net, const char* ifname) {
+    if (net == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    net->file = nullptr;
+    net->started = 0;
+    if (ifname == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t status = norv::open_stream(net->file, "/proc/net/dev");
+    if (status == NORV_STATUS_OK) {
+        status = copy_name(net, ifname);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = norv_net_usage_update(net);
+    }
+    if (status != NORV_STATUS_OK) {
+        norv_net_usage_close(net);
+    }
+    return status;
+}
+
+uint32_t norv_net_usage_update(norv_net_usage_t* net) {
+    if (net == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    if (net->file == nullptr) {
+        return NORV_STATUS_BAD_STATE;
+    }
+    byte_counts counts = {};
+    const uint32_t status = read_counts(net, counts);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    const auto now = static_cast<uint32_t>(norv_time_get_ms());
+    if (net->started == 0) {
+        start(net, counts, now);
+    } else {
+        go_on(net, counts, now);
+    }
+    return NORV_STATUS_OK;
+}
+
+void norv_net_usage_close(norv_net_usage_t* net) {
+    if (net == nullptr) {
+        return;
+    }
+    norv::close_stream(net->file);
+    net->started = 0;
+}
