@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Makes the USB device controller of dummy_hcd more like real ones:
+//
+// - It gets the attribute "is_host_win", which drivers of some controllers have; it shows the parameter
+// "host_win" of
+//   this module.
+// - Its state becomes "not attached" when the pull-up is dropped, which dummy_hcd does not report.
+// - It hears the host again when it was disconnected and connected by software: the kernel then starts the
+//   controller without telling it that it may call back, and dummy_hcd, unlike others, insists on that.
+
+#include <linux/device.h>
+#include <linux/kprobes.h>
+#include <linux/module.h>
+#include <linux/platform_device.h>
+#include <linux/usb/gadget.h>
+
+static bool host_win;
+module_param(host_win, bool, 0644);
+MODULE_PARM_DESC(host_win, "what is_host_win shows (default 0)");
+
+static struct device* controller;
+
+static ssize_t is_host_win_show(struct device* device, struct device_attribute* attribute, char* text) {
+    return sysfs_emit(text, "%d\n", host_win);
+}
+static DEVICE_ATTR_RO(is_host_win);
+
+static int is_controller(struct device* device, void* unused) {
+    return device->class && !strcmp(device->class->name, "udc");
+}
+
+// The caller gives the reference back.
+static struct device* find_controller(void) {
+    struct device* parent = bus_find_device_by_name(&platform_bus_type, NULL, "dummy_udc.0");
+    struct device* found;
+
+    if (!parent) {
+        return NULL;
+    }
+    found = device_find_child(parent, NULL, is_controller);
+    put_device(parent);
+    return found;
+}
+
+// Called before dummy_pullup(gadget, is_on).
+static int on_pullup(struct kprobe* probe, struct pt_regs* registers) {
+    struct usb_gadget* gadget = (struct usb_gadget*)regs_get_kernel_argument(registers, 0);
+    bool is_on = (int)regs_get_kernel_argument(registers, 1);
+
+    if (!is_on) {
+        usb_gadget_set_state(gadget, USB_STATE_NOTATTACHED);
+    }
+    return 0;
+}
+
+static struct kprobe pullup_probe = {.symbol_name = "dummy_pullup", .pre_handler = on_pullup};
+
+struct starting {
+    struct usb_gadget* gadget;
+};
+
+// Called before dummy_udc_start(gadget, driver).
+static int on_start(struct kretprobe_instance* instance, struct pt_regs* registers) {
+    ((struct starting*)instance->data)->gadget = (struct usb_gadget*)regs_get_kernel_argument(registers, 0);
+    return 0;
+}
+
+// Called after it.
+static int on_started(struct kretprobe_instance* instance, struct pt_regs* registers) {
+    struct usb_gadget* gadget = ((struct starting*)instance->data)->gadget;
+
+    if (regs_return_value(registers) == 0) {
+        gadget->ops->udc_async_callbacks(gadget, true);
+    }
+    return 0;
+}
+
+static struct kretprobe start_probe = {
+    .kp.symbol_name = "dummy_udc_start",
+    .entry_handler = on_start,
+    .handler = on_started,
+    .data_size = sizeof(struct starting),
+};
+
+static int __init board_usb_gadget_init(void) {
+    int error;
+
+    controller = find_controller();
+    if (!controller) {
+        return -ENODEV;
+    }
+    error = device_create_file(controller, &dev_attr_is_host_win);
+    if (error) {
+        goto no_attribute;
+    }
+    error = register_kprobe(&pullup_probe);
+    if (error) {
+        goto no_pullup_probe;
+    }
+    error = register_kretprobe(&start_probe);
+    if (error) {
+        goto no_start_probe;
+    }
+    return 0;
+
+no_start_probe:
+    unregister_kprobe(&pullup_probe);
+no_pullup_probe:
+    device_remove_file(controller, &dev_attr_is_host_win);
+no_attribute:
+    put_device(controller);
+    return error;
+}
+
+static void __exit board_usb_gadget_exit(void) {
+    unregister_kretprobe(&start_probe);
+    unregister_kprobe(&pullup_probe);
+    device_remove_file(controller, &dev_attr_is_host_win);
+    put_device(controller);
+}
+
+module_init(board_usb_gadget_init);
+module_exit(board_usb_gadget_exit);
+MODULE_LICENSE("GPL");
+MODULE_SOFTDEP("pre: dummy_hcd");
+MODULE_DESCRIPTION("What real USB device controllers have and dummy_hcd's has not");

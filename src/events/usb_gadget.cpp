@@ -1,0 +1,94 @@
+// The USB device controller through /sys/class/udc.
+#include "norv_usb_gadget.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "core/attribute.hpp"
+#include "core/descriptor.hpp"
+#include "norv_file.h"
+
+namespace {
+
+constexpr const char* attribute_format = "/sys/class/udc/%s/%s";
+
+struct known_state {
+    const char* word;
+    uint32_t state;
+};
+
+constexpr known_state known_states[] = {
+    {"not attached", NORV_USB_GADGET_NOT_ATTACHED},
+    {"default", NORV_USB_GADGET_DEFAULT},
+    {"configured", NORV_USB_GADGET_CONFIGURED},
+    {"addressed", NORV_USB_GADGET_ADDRESSED},
+};
+
+// Only as many characters as the word has are compared, on purpose.
+uint32_t state_of(const char* text) {
+    for (const known_state& known : known_states) {
+        if (strncmp(text, known.word, strlen(known.word)) == 0) {
+            return known.state;
+        }
+    }
+    return NORV_USB_GADGET_OTHER;
+}
+
+// Reads from the start of a file. The result is not checked, on purpose: after a failure the text is empty.
+template <size_t size>
+void read_from_start(int32_t descriptor, char (&text)[size]) {
+    memset(text, 0, size);
+    const ssize_t count = pread(descriptor, text, size, 0);
+    static_cast<void>(count);
+}
+
+}  // namespace
+
+uint32_t norv_usb_gadget_open(const char* name, int32_t* descriptor) {
+    if (descriptor == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    *descriptor = -1;
+    return name == nullptr
+               ? NORV_STATUS_INVALID_ARG
+               : norv_open_device(O_RDONLY | O_CLOEXEC, descriptor, attribute_format, name, "state");
+}
+
+uint32_t norv_usb_gadget_get_state(int32_t descriptor, uint32_t* state) {
+    if (state == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    char text[128];
+    read_from_start(descriptor, text);
+    *state = state_of(text);
+    return NORV_STATUS_OK;
+}
+
+void norv_usb_gadget_close(int32_t descriptor) {
+    norv::close_descriptor(descriptor);
+}
+
+uint32_t norv_usb_gadget_connect(const char* name, uint32_t connect) {
+    if (name == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    // Only the low byte counts, on purpose.
+    const char* text = static_cast<uint8_t>(connect) != 0 ? "connect" : "disconnect";
+    auto length = static_cast<uint32_t>(strlen(text) + 1);
+    return norv_write_device(text, &length, attribute_format, name, "soft_connect");
+}
+
+uint32_t norv_usb_gadget_is_host_win(const char* name, uint8_t* is_host_win) {
+    if (name == nullptr || is_host_win == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const norv::attribute attribute(O_RDONLY, attribute_format, name, "is_host_win");
+    if (attribute.status() == NORV_STATUS_OK) {
+        char text[16];
+        read_from_start(attribute.descriptor(), text);
+        *is_host_win = text[0] == '1' ? 1 : 0;
+    }
+    return attribute.status();
+}
