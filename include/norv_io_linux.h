@@ -29,6 +29,7 @@
 #include "norv_net_usage.h"
 #include "norv_shell.h"
 #include "norv_status.h"
+#include "norv_system_info.h"
 #include "norv_uart.h"
 #include "norv_uio.h"
 #include "norv_usb_gadget.h"

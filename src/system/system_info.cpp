@@ -1,0 +1,143 @@
+// USB connection, memory, uptime and card size.
+#include "norv_system_info.h"
+
+#include <strings.h>
+#include <sys/sysinfo.h>
+
+#include <cstddef>
+#include <cstdlib>
+
+#include "core/layout.hpp"
+#include "core/status.hpp"
+#include "core/stream.hpp"
+#include "norv_file.h"
+
+static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, total, free) &&
+              NORV_FOLLOWS(norv_mem_info_t, free, available) &&
+              NORV_FOLLOWS(norv_mem_info_t, available, buffers) &&
+              NORV_FOLLOWS(norv_mem_info_t, buffers, cached));
+
+namespace {
+
+// An attribute's text. Its last byte is cut, on purpose also when it is no newline.
+class short_text {
+  public:
+    template <typename... values>
+    uint32_t read(const char* format, values... path_values) {
+        uint32_t length = text_limit;
+        const uint32_t status = norv_read_device(bytes_, &length, format, path_values...);
+        bytes_[length > 0 ? length - 1 : 0] = '\0';
+        return status;
+    }
+    bool is(const char* word) const { return strcasecmp(bytes_, word) == 0; }
+    int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
+
+  private:
+    static constexpr uint32_t text_limit = 15;
+    char bytes_[text_limit + 1] = {};
+};
+
+uint32_t state_of_speed(const short_text& speed) {
+    if (speed.is("high-speed")) {
+        return NORV_USB_PERIPH_HIGH_SPEED;
+    }
+    return speed.is("super-speed") ? NORV_USB_PERIPH_SUPER_SPEED : NORV_USB_PERIPH_CONFIGURED;
+}
+
+// A figure of /proc/meminfo, and where it goes.
+struct figure {
+    const char* format;
+    int32_t norv_mem_info_t::*field;
+};
+
+constexpr figure figures[] = {
+    {"MemTotal: %d kB", &norv_mem_info_t::total},         {"MemFree: %d kB", &norv_mem_info_t::free},
+    {"MemAvailable: %d kB", &norv_mem_info_t::available}, {"Buffers: %d kB", &norv_mem_info_t::buffers},
+    {"Cached: %d kB", &norv_mem_info_t::cached},
+};
+constexpr uint32_t figure_count = sizeof figures / sizeof figures[0];
+constexpr uint32_t all_figures = (1U << figure_count) - 1;
+
+// Takes what a line holds of the figures that were not found yet; one bit of `found` stands for each.
+void take_figures(const char* line, norv_mem_info_t* info, uint32_t& found) {
+    for (uint32_t index = 0; index < figure_count; ++index) {
+        const uint32_t bit = 1U << index;
+        if ((found & bit) == 0 && sscanf(line, figures[index].format, &(info->*figures[index].field)) == 1) {
+            found |= bit;
+        }
+    }
+}
+
+// Tells whether all figures were found. A failed read ends them like the end of the file, and so does a file
+// that is not open because the errno of the failed open maps to 0.
+bool read_figures(FILE* file, norv_mem_info_t* info) {
+    char line[norv::line_size];
+    uint32_t found = 0;
+    while (file != nullptr && found != all_figures && norv::read_line(file, line) == NORV_STATUS_OK &&
+           line[0] != '\0') {
+        take_figures(line, info, found);
+    }
+    return found == all_figures;
+}
+
+}  // namespace
+
+uint32_t norv_get_usb_periph_state(const char* name, uint32_t* state) {
+    if (name == nullptr || state == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    short_text configuration;
+    uint32_t status = configuration.read("/sys/class/udc/%s/state", name);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    if (!configuration.is("configured")) {
+        *state = NORV_USB_PERIPH_NOT_CONFIGURED;
+        return NORV_STATUS_OK;
+    }
+    short_text speed;
+    status = speed.read("/sys/class/udc/%s/current_speed", name);
+    if (status == NORV_STATUS_OK) {
+        *state = state_of_speed(speed);
+    }
+    return status;
+}
+
+uint32_t norv_get_mem_info(norv_mem_info_t* info) {
+    if (info == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    FILE* file = nullptr;
+    const uint32_t status = norv::open_stream(file, "/proc/meminfo");
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    const bool complete = read_figures(file, info);
+    norv::close_stream(file);
+    return complete ? NORV_STATUS_OK : NORV_STATUS_PARSE_ERROR;
+}
+
+uint32_t norv_get_uptime(uint32_t* seconds) {
+    if (seconds == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    struct sysinfo information = {};
+    const uint32_t status = norv::status_of(sysinfo(&information));
+    if (status == NORV_STATUS_OK) {
+        *seconds = static_cast<uint32_t>(information.uptime);
+    }
+    return status;
+}
+
+uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
+    if (megabytes == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    short_text sectors;
+    const uint32_t status = sectors.read("/sys/class/block/mmcblk%d/size", index);
+    if (status == NORV_STATUS_OK) {
+        // 32 bits with sign, on purpose: 2^31 sectors and more become negative.
+        *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
+    }
+    return status;
+}
