@@ -5,8 +5,9 @@ BUILD_PACKAGES = $(shell cat packaging/packages.build)
 CHECK_PACKAGES = $(shell cat packaging/packages.check)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 30
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check board-check soak build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz board-check soak build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -17,7 +18,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check tidy clang-build sanitizers coverage board-check soak ## The slow ring: formatting, static analysis, sanitizers, coverage
+check: format-check scripts-check tidy clang-build sanitizers fuzz coverage board-check soak ## The slow ring: formatting, static analysis, sanitizers, fuzzing, coverage
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -52,6 +53,10 @@ board-check: build ## Test the virtual board itself
 
 soak: build ## Move a mebibyte through an emulated serial port
 	@NORV_LONG_SOAK=1 board/run --time-limit 900 -- build/release/board/tests/uart_board_test --gtest_filter='*NothingIsLost*'
+
+fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
+	@tools/build fuzz
+	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
 
 scripts-check: setup-check ## Check the shell scripts
 	@tools/scripts | xargs shellcheck --external-sources
