@@ -5,8 +5,8 @@
 #ifndef NORV_IO_LINUX_H
 #define NORV_IO_LINUX_H
 
-#include "norv_dt.h"
 #include "norv_cpu_usage.h"
+#include "norv_dt.h"
 #include "norv_epoll.h"
 #include "norv_file.h"
 #include "norv_flash_types.h"
@@ -18,8 +18,8 @@
 #include "norv_linux_gpio.h"
 #include "norv_linux_i2c.h"
 #include "norv_linux_i2c_bus.h"
-#include "norv_linux_mtd.h"
 #include "norv_linux_led.h"
+#include "norv_linux_mtd.h"
 #include "norv_linux_pwm.h"
 #include "norv_linux_spi.h"
 #include "norv_linux_spi_flash.h"

@@ -299,6 +299,7 @@ TEST(KernelDouble, AnUnlockFailsOnlyForATestThatNamesItAndStillUnlocks) {
     norv_mutex_lock(&mutex);
     kernel.fail("", EINVAL);
     EXPECT_EQ(norv_mutex_unlock(&mutex), 0U);
+    EXPECT_EQ(norv_mutex_lock(&mutex), NORV_STATUS_BAD_STATE);
     norv_mutex_lock(&mutex);
     kernel.fail("norv_mutex_unlock", EINVAL);
     EXPECT_EQ(norv_mutex_unlock(&mutex), NORV_STATUS_BAD_STATE);
