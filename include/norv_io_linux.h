@@ -32,6 +32,7 @@
 #include "norv_system_info.h"
 #include "norv_uart.h"
 #include "norv_uio.h"
+#include "norv_umcb.h"
 #include "norv_usb_gadget.h"
 #include "norv_uuid.h"
 #include "norv_zynq.h"

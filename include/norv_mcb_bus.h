@@ -4,9 +4,10 @@
  * what lies behind it.
  *
  * `norv_uio_open_mcb_bus` fills the caller's record with operations on the mapped region of an open UIO
- * device. Addresses are byte offsets into that region, multiples of 4, and are not checked; neither are any
- * other arguments. The record does not own the device: close the record first, then the device. Operations
- * are plain loads and stores, one after another: threads that share a record take turns.
+ * device, `norv_umcb_open_mcb_bus` (norv_umcb.h) with those of a UMCB device. Addresses are byte offsets into
+ * that region, multiples of 4, and are not checked; neither are any other arguments. The record does not own
+ * the device: close the record first, then the device. Operations are plain loads and stores, one after
+ * another: threads that share a record take turns.
  *
  *     norv_mcb_bus_t bus;
  *     norv_uio_open_mcb_bus(&device, &bus);
@@ -71,10 +72,10 @@ struct norv_mcb_bus {
     uint32_t (*read_based)(norv_mcb_bus_t* bus, uint32_t address, uint32_t* value);
     /** The same operation as `write`. */
     uint32_t (*write_based)(norv_mcb_bus_t* bus, uint32_t address, uint32_t value);
-    /** As `read_list`. On a UIO device `base` is ignored. */
+    /** As `read_list`. A UMCB device adds `base` to each address, with 32 bits; a UIO device ignores it. */
     uint32_t (*read_list_based)(norv_mcb_bus_t* bus, uint32_t base, const uint32_t* addresses,
                                 uint32_t* values, uint32_t count);
-    /** As `write_list`. On a UIO device `base` is ignored. */
+    /** As `write_list`. A UMCB device adds `base` to each address, with 32 bits; a UIO device ignores it. */
     uint32_t (*write_list_based)(norv_mcb_bus_t* bus, uint32_t base, const norv_mcb_reg_value_t* list,
                                  uint32_t count);
     /** The same operation as `read_burst`. */

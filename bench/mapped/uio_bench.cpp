@@ -11,11 +11,12 @@
 #include <cstdio>
 
 #include "support/expect.hpp"
+#include "support/registers.hpp"
 #include "support/rows.hpp"
 
 namespace {
 
-constexpr uint32_t offset = 0x100;
+using bench::register_offset;
 constexpr uint32_t burst_length = 64;
 using burst = std::array<uint32_t, burst_length>;
 
@@ -24,23 +25,15 @@ void succeed(uint32_t status) {
 }
 
 // What a program without the library calls: not inlined, because neither is the library.
-[[gnu::noinline]] uint32_t bare_read(volatile uint32_t* registers, uint32_t byte_offset) {
-    return registers[byte_offset / sizeof(uint32_t)];
-}
-
-[[gnu::noinline]] void bare_write(volatile uint32_t* registers, uint32_t byte_offset, uint32_t value) {
-    registers[byte_offset / sizeof(uint32_t)] = value;
-}
-
 [[gnu::noinline]] void bare_read_burst(volatile uint32_t* registers, burst& values) {
     for (uint32_t index = 0; index < burst_length; ++index) {
-        values[index] = registers[offset / sizeof(uint32_t) + index];
+        values[index] = registers[register_offset / sizeof(uint32_t) + index];
     }
 }
 
 [[gnu::noinline]] void bare_write_burst(volatile uint32_t* registers, const burst& values) {
     for (uint32_t index = 0; index < burst_length; ++index) {
-        registers[offset / sizeof(uint32_t) + index] = values[index];
+        registers[register_offset / sizeof(uint32_t) + index] = values[index];
     }
 }
 
@@ -59,31 +52,17 @@ void bare_mask(int configuration, uint8_t bit) {
     bench::expect(pwrite(configuration, &value, 1, 5) == 1, "pwrite");
 }
 
-// The emulated processor of the virtual board takes about as long for a register instruction as for a memory
-// access, so the few instructions that the library needs to find the mapping weigh more than on a real one.
-
-void add_accesses(norv_uio_t** device) {
-    auto* registers = static_cast<volatile uint32_t*>(norv_uio_get_map(device));
-    bench::add_pair(
-        {.name = "norv_uio_read_32", .target = 2.5},
-        [=] { benchmark::DoNotOptimize(bare_read(registers, offset)); },
-        [=] { benchmark::DoNotOptimize(norv_uio_read_32(device, offset)); });
-    bench::add_pair(
-        {.name = "norv_uio_write_32", .target = 2.5}, [=] { bare_write(registers, offset, 5); },
-        [=] { norv_uio_write_32(device, offset, 5); });
-}
-
 void add_bursts(norv_uio_t** device, norv_mcb_bus_t* bus) {
     static burst values = {};
     auto* registers = static_cast<volatile uint32_t*>(norv_uio_get_map(device));
     bench::add_pair(
         {.name = "register bus, read_burst of 64", .target = 1.5},
         [=] { bare_read_burst(registers, values); },
-        [=] { succeed(bus->read_burst(bus, offset, values.data(), burst_length, 0)); });
+        [=] { succeed(bus->read_burst(bus, register_offset, values.data(), burst_length, 0)); });
     bench::add_pair(
         {.name = "register bus, write_burst of 64", .target = 1.5},
         [=] { bare_write_burst(registers, values); },
-        [=] { succeed(bus->write_burst(bus, offset, values.data(), burst_length, 0)); });
+        [=] { succeed(bus->write_burst(bus, register_offset, values.data(), burst_length, 0)); });
 }
 
 void add_interrupt(norv_uio_t** device) {
@@ -139,7 +118,8 @@ int main(int argc, char** argv) {
     succeed(norv_uio_open_by_pci_id(0x1234, 0x11E8, &pci_device));
     const int configuration = open_configuration(&pci_device);
     raise_interrupts();
-    add_accesses(&device);
+    bench::add_register_rows("norv_uio", &device, norv_uio_get_map(&device), norv_uio_read_32,
+                             norv_uio_write_32);
     add_bursts(&device, &bus);
     add_interrupt(&device);
     add_mask(&pci_device, configuration);

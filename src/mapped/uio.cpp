@@ -6,7 +6,6 @@
 
 #include <cstddef>
 
-#include "core/descriptor.hpp"
 #include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
@@ -24,10 +23,6 @@ static_assert(sizeof(norv_uio_info_t) == 28 && offsetof(norv_uio_info_t, kind) =
               NORV_FOLLOWS(norv_uio_info_t, bus, slot) && NORV_FOLLOWS(norv_uio_info_t, slot, function));
 
 namespace {
-
-bool is_open(norv_uio_t** uio) {
-    return uio != nullptr && *uio != nullptr;
-}
 
 // ---- the operations of platform devices
 
@@ -64,20 +59,6 @@ constexpr norv_uio_ops_t generic_ops = {nullptr, nullptr, map, unmap, enable_irq
 
 // ---- opening
 
-uint32_t run_open_hook(norv_uio_t** uio) {
-    return (*uio)->ops->open == nullptr ? NORV_STATUS_OK : (*uio)->ops->open(uio);
-}
-
-void run_close_operations(norv_uio_t** uio) {
-    const norv_uio_ops_t* operations = (*uio)->ops;
-    if (operations->close != nullptr) {
-        operations->close(uio);
-    }
-    if (norv::is_mapped((*uio)->node)) {
-        operations->unmap(uio);
-    }
-}
-
 // From the fresh record to the mapped region; what a failure leaves, the caller closes.
 uint32_t set_up(norv_uio_t** uio) {
     norv_uio_t* device = *uio;
@@ -88,20 +69,9 @@ uint32_t set_up(norv_uio_t** uio) {
     device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_uio_get_pci_ops() : norv_uio_get_generic_ops();
     status = norv::open_node(norv::uio_class, device->node);
     if (status == NORV_STATUS_OK) {
-        status = run_open_hook(uio);
+        status = norv::run_open_hook(uio);
     }
     return status == NORV_STATUS_OK ? device->ops->map(uio) : status;
-}
-
-uint32_t allocate(uint32_t index, norv_uio_t** uio) {
-    auto* device = static_cast<norv_uio_t*>(norv_zalloc(sizeof(norv_uio_t)));
-    if (device == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
-    device->node.index = index;
-    device->node.descriptor = -1;
-    *uio = device;
-    return NORV_STATUS_OK;
 }
 
 }  // namespace
@@ -111,18 +81,8 @@ uint32_t norv_uio_get_max_idx(int32_t* index) {
 }
 
 uint32_t norv_uio_open_by_idx(uint32_t index, norv_uio_t** uio) {
-    if (uio == nullptr) {
-        return NORV_STATUS_INVALID_ARG;
-    }
-    uint32_t status = allocate(index, uio);
-    if (status == NORV_STATUS_OK) {
-        status = set_up(uio);
-    }
-    if (status != NORV_STATUS_OK) {
-        // Without memory this closes what the variable still held: kept, every failure ends in a null handle.
-        norv_uio_close(uio);
-    }
-    return status;
+    return norv::open_handle(
+        index, uio, [=] { return set_up(uio); }, norv_uio_close);
 }
 
 uint32_t norv_uio_open_by_name(const char* name, norv_uio_t** uio) {
@@ -135,16 +95,14 @@ uint32_t norv_uio_open_by_name(const char* name, norv_uio_t** uio) {
 }
 
 void norv_uio_close(norv_uio_t** uio) {
-    if (!is_open(uio)) {
+    if (!norv::is_open(uio)) {
         return;
     }
-    norv_uio_t* device = *uio;
-    if (device->ops != nullptr) {
-        run_close_operations(uio);
+    norv::run_close_hook(uio);
+    if (norv::is_mapped((*uio)->node)) {
+        (*uio)->ops->unmap(uio);
     }
-    norv::close_descriptor(device->node.descriptor);
-    norv_free(device);
-    *uio = nullptr;
+    norv::release_handle(uio);
 }
 
 int32_t norv_uio_get_fd(norv_uio_t** uio) {
@@ -164,19 +122,20 @@ uint32_t norv_uio_read_32(norv_uio_t** uio, uint32_t offset) {
 }
 
 uint32_t norv_uio_get_info(norv_uio_t** uio, norv_uio_info_t* info) {
-    return !is_open(uio) || info == nullptr ? NORV_STATUS_INVALID_ARG : (*uio)->ops->get_info(uio, info);
+    return !norv::is_open(uio) || info == nullptr ? NORV_STATUS_INVALID_ARG
+                                                  : (*uio)->ops->get_info(uio, info);
 }
 
 uint32_t norv_uio_enable_irq(norv_uio_t** uio) {
-    return is_open(uio) ? (*uio)->ops->enable_irq(uio) : NORV_STATUS_INVALID_ARG;
+    return norv::is_open(uio) ? (*uio)->ops->enable_irq(uio) : NORV_STATUS_INVALID_ARG;
 }
 
 uint32_t norv_uio_disable_irq(norv_uio_t** uio) {
-    return is_open(uio) ? (*uio)->ops->disable_irq(uio) : NORV_STATUS_INVALID_ARG;
+    return norv::is_open(uio) ? (*uio)->ops->disable_irq(uio) : NORV_STATUS_INVALID_ARG;
 }
 
 uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout) {
-    if (!is_open(uio)) {
+    if (!norv::is_open(uio)) {
         return NORV_STATUS_INVALID_ARG;
     }
     const int32_t descriptor = (*uio)->node.descriptor;

@@ -4,17 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "mapped/class_device.hpp"
+#include "mapped/device_handle.hpp"
 #include "norv_uio.h"
-
-namespace norv {
-
-// A PCI device's configuration space.
-struct pci_configuration {
-    int32_t descriptor;
-};
-
-}  // namespace norv
 
 struct norv_uio {
     norv::mapped_node node;

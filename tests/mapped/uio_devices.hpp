@@ -2,25 +2,42 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "norv_uio.h"
 #include "support/kernel_double.hpp"
 
 namespace norv::test {
 
-// A node with one page of registers and an interrupt that tests raise.
-class uio_node : public device {
+// What a test makes come, and poll tells.
+class polled_device : public device {
   public:
-    alignas(4096) std::array<uint32_t, 1024> registers = {};
-    uint32_t pending = 0;    // interrupts since the last read; a read takes them all
+    uint32_t pending = 0;    // what came and was not taken
     short ready_events = 0;  // reported by poll besides, for instance POLLERR
     int interruptions = 0;   // so many polls are interrupted by a signal first
     std::vector<int> poll_timeouts;
     std::vector<short> poll_events;
+
+    long poll(short events, int timeout) override {
+        poll_events.push_back(events);
+        poll_timeouts.push_back(timeout);
+        if (interruptions > 0) {
+            --interruptions;
+            return -EINTR;
+        }
+        return static_cast<long>((pending > 0 ? events : 0) | ready_events);
+    }
+};
+
+// A node with one page of registers and an interrupt that tests raise; a read takes all that came.
+class uio_node : public polled_device {
+  public:
+    alignas(4096) std::array<uint32_t, 1024> registers = {};
     std::vector<size_t> read_sizes;
     std::vector<uint32_t> control;  // the values that were written
     // How region 0 was last mapped.
@@ -41,15 +58,6 @@ class uio_node : public device {
         control.push_back(value);
         return static_cast<long>(size);
     }
-    long poll(short events, int timeout) override {
-        poll_events.push_back(events);
-        poll_timeouts.push_back(timeout);
-        if (interruptions > 0) {
-            --interruptions;
-            return -EINTR;
-        }
-        return static_cast<long>((pending > 0 ? events : 0) | ready_events);
-    }
     intptr_t map(size_t size, int given_protection, int given_flags, off_t given_offset) override {
         mapped_size = size;
         protection = given_protection;
@@ -59,16 +67,60 @@ class uio_node : public device {
     }
 };
 
+// Shows a node as an entry of a class, for instance "uio0" of "uio".
+inline void add_mapped_device(kernel_double& kernel, const std::string& device_class,
+                              const std::string& entry, const std::string& name,
+                              std::shared_ptr<device> node) {
+    const std::string place = "/sys/devices/platform/" + entry;
+    kernel.add_file(place + "/name", name + "\n");
+    kernel.add_file(place + "/maps/map0/size", "0x0000000000001000\n");
+    kernel.add_link("/sys/class/" + device_class + "/" + entry, place);
+    kernel.add_device("/dev/" + entry, std::move(node));
+}
+
+// Adds what such an entry has when it sits on a PCI device.
+inline void add_pci_attributes(kernel_double& kernel, const std::string& entry, const std::string& driver,
+                               const std::string& vendor, const std::string& device) {
+    const std::string place = "/sys/devices/platform/" + entry + "/device";
+    kernel.add_file(place + "/vendor", vendor + "\n");
+    kernel.add_file(place + "/device", device + "\n");
+    kernel.add_file(place + "/uevent", "DRIVER=" + driver +
+                                           "\nPCI_CLASS=FF00\nPCI_ID=1234:11E8\nPCI_SUBSYS_ID=1AF4:1100\n"
+                                           "PCI_SLOT_NAME=0001:02:1f.3\nMODALIAS=pci:v00001234\n");
+}
+
 // Adds a platform device: `entry` is its name in the class directory, for instance "uio0".
 inline std::shared_ptr<uio_node> add_uio(kernel_double& kernel, const std::string& entry,
                                          const std::string& name) {
-    const std::string place = "/sys/devices/platform/" + entry;
     auto node = std::make_shared<uio_node>();
-    kernel.add_file(place + "/name", name + "\n");
-    kernel.add_file(place + "/maps/map0/size", "0x0000000000001000\n");
-    kernel.add_link("/sys/class/uio/" + entry, place);
-    kernel.add_device("/dev/" + entry, node);
+    add_mapped_device(kernel, "uio", entry, name, node);
     return node;
+}
+
+// The first node that was opened, or "none".
+inline std::string opened_node(const kernel_double& kernel) {
+    for (const auto& made : kernel.calls("open")) {
+        if (made.path.starts_with("/dev/")) {
+            return made.path;
+        }
+    }
+    return "none";
+}
+
+// Kind, vendor, device, domain, bus, slot, function.
+inline std::array<uint32_t, 7> words_of(const norv_uio_info_t& info) {
+    return std::bit_cast<std::array<uint32_t, 7>>(info);
+}
+
+// While a device of an identity is looked for, one whose identity cannot be read is passed over.
+inline bool hides_identity(const fault& struck) {
+    const bool of_search = struck.path.ends_with("/vendor") || struck.path.ends_with("/device/device");
+    return of_search && struck.how == fault::kind::error && struck.name != "close";
+}
+
+// The uevent file ends where it cannot be read.
+inline bool ends_uevent_file(const fault& struck) {
+    return struck.name == "getline" || struck.name == "fclose";
 }
 
 // A configuration space: the standard header, with the command register at 4 and 5.
@@ -84,13 +136,8 @@ inline std::shared_ptr<uio_node> add_pci_uio(kernel_double& kernel, const std::s
                                              const std::string& vendor = "0x1234",
                                              const std::string& device = "0x11e8") {
     auto node = add_uio(kernel, entry, "uio_pci_mmap");
-    const std::string place = "/sys/devices/platform/" + entry + "/device";
-    kernel.add_file(place + "/vendor", vendor + "\n");
-    kernel.add_file(place + "/device", device + "\n");
-    kernel.add_file(place + "/config", configuration_space(0));
-    kernel.add_file(place + "/uevent",
-                    "DRIVER=uio_pci_mmap\nPCI_CLASS=FF00\nPCI_ID=1234:11E8\nPCI_SUBSYS_ID=1AF4:1100\n"
-                    "PCI_SLOT_NAME=0001:02:1f.3\nMODALIAS=pci:v00001234\n");
+    add_pci_attributes(kernel, entry, "uio_pci_mmap", vendor, device);
+    kernel.add_file("/sys/devices/platform/" + entry + "/device/config", configuration_space(0));
     return node;
 }
 

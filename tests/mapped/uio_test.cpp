@@ -21,6 +21,7 @@ using norv::test::add_uio;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::opened_node;
 using norv::test::uio_node;
 using testing::Contains;
 using testing::ElementsAre;
@@ -31,16 +32,6 @@ using testing::SizeIs;
 
 class Uio : public testing::Test {
   protected:
-    // The number that the device was opened with, as its node's path tells it.
-    std::string opened_node() const {
-        for (const auto& made : kernel.calls("open")) {
-            if (made.path.starts_with("/dev/")) {
-                return made.path;
-            }
-        }
-        return "none";
-    }
-
     kernel_double kernel;
     norv_uio_t* device = nullptr;
 };
@@ -187,7 +178,7 @@ TEST_F(Uio, TheIndexIsPrintedSigned) {
 TEST_F(Uio, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(device, nullptr);
-    EXPECT_EQ(opened_node(), "none");
+    EXPECT_EQ(opened_node(kernel), "none");
 }
 
 TEST_F(Uio, ANodeThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
@@ -297,7 +288,7 @@ TEST_F(Uio, OpeningByNameOpensTheDeviceOfThatName) {
     add_uio(kernel, "uio0", "dma");
     add_uio(kernel, "uio1", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), 0U);
-    EXPECT_EQ(opened_node(), "/dev/uio1");
+    EXPECT_EQ(opened_node(kernel), "/dev/uio1");
     EXPECT_EQ(kernel.calls("scandir").back().path, "/sys/class/uio/");
     norv_uio_close(&device);
 }
@@ -306,7 +297,7 @@ TEST_F(Uio, OfTwoDevicesOfANameTheFirstInAlphabeticalOrderIsOpened) {
     add_uio(kernel, "uio2", "twin");
     add_uio(kernel, "uio10", "twin");
     EXPECT_EQ(norv_uio_open_by_name("twin", &device), 0U);
-    EXPECT_EQ(opened_node(), "/dev/uio10");
+    EXPECT_EQ(opened_node(kernel), "/dev/uio10");
     norv_uio_close(&device);
 }
 
@@ -343,7 +334,7 @@ TEST_F(Uio, AnEntryWithoutANameIsPassedOver) {
     kernel.add_link("/sys/class/uio/uio0", "/sys/devices/nothing");
     add_uio(kernel, "uio1", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), 0U);
-    EXPECT_EQ(opened_node(), "/dev/uio1");
+    EXPECT_EQ(opened_node(kernel), "/dev/uio1");
     norv_uio_close(&device);
 }
 
@@ -375,7 +366,7 @@ TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
     kernel.map_errno(EACCES, 0);
     kernel.fail("scandir", EACCES);
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), 0U);
-    EXPECT_EQ(opened_node(), "/dev/uio0");
+    EXPECT_EQ(opened_node(kernel), "/dev/uio0");
     norv_uio_close(&device);
 }
 
@@ -388,7 +379,7 @@ TEST_F(Uio, TheStatusOfOpeningTheNamedDeviceIsReturned) {
     add_uio(kernel, "uio0", "fpga-regs");
     kernel.remove("/dev/uio0");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
-    EXPECT_EQ(opened_node(), "/dev/uio0");
+    EXPECT_EQ(opened_node(kernel), "/dev/uio0");
     EXPECT_EQ(device, nullptr);
 }
 

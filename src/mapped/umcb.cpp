@@ -1,0 +1,222 @@
+// UMCB devices and their interrupt sources.
+#include "norv_umcb.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+
+#include "core/ioctl.hpp"
+#include "core/layout.hpp"
+#include "core/poll.hpp"
+#include "core/status.hpp"
+#include "mapped/device_handle.hpp"
+#include "mapped/mcb_bus.hpp"
+#include "norv_base.h"
+#include "norv_file.h"
+
+static_assert(sizeof(norv_umcb_ops_t) == 3 * sizeof(void*) && offsetof(norv_umcb_ops_t, open) == 0 &&
+              NORV_FOLLOWS(norv_umcb_ops_t, open, close) && NORV_FOLLOWS(norv_umcb_ops_t, close, get_info));
+
+// Laid out like the record of a UIO device.
+struct norv_umcb {
+    norv::mapped_node node;
+    uint32_t kind;
+    const norv_umcb_ops_t* ops;    // null on a device that is not on PCI
+    norv::pci_configuration* pci;  // always null: the configuration space is not used
+};
+
+static_assert(offsetof(norv_umcb, kind) == 24 && offsetof(norv_umcb, ops) == 24 + sizeof(void*) &&
+              offsetof(norv_umcb, pci) == 24 + 2 * sizeof(void*));
+
+namespace {
+
+// The requests of the driver, which has no header.
+struct irq_registration {
+    uint32_t irq;
+    uint32_t descriptor;  // out
+};
+
+constexpr unsigned long set_mode = _IOW('m', 0, int32_t);
+constexpr unsigned long enable_all = _IO('m', 1);
+constexpr unsigned long disable_all = _IO('m', 2);
+constexpr unsigned long register_irq = _IOWR('m', 3, irq_registration);
+constexpr unsigned long set_type = _IOW('m', 4, uint32_t);
+constexpr unsigned long enable_source = _IO('r', 0);
+constexpr unsigned long disable_source = _IO('r', 1);
+constexpr unsigned long clear_event = _IO('r', 2);
+
+static_assert(sizeof(irq_registration) == 8 && offsetof(irq_registration, descriptor) == 4);
+static_assert(set_mode == 0x40046D00 && register_irq == 0xC0086D03 && set_type == 0x40046D04);
+static_assert(enable_all == 0x6D01 && disable_all == 0x6D02);
+static_assert(enable_source == 0x7200 && disable_source == 0x7201 && clear_event == 0x7202);
+
+constexpr char umcb_class[] = "umcb";
+
+// ---- the operations of PCI devices
+
+uint32_t get_pci_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
+    char path[44];  // the path of a number of 10 digits is cut: kept
+    snprintf(path, sizeof path, "/sys/class/umcb/umcb%d/device/uevent",
+             static_cast<int32_t>((*umcb)->node.index));
+    info->kind = (*umcb)->kind;
+    return norv::read_pci_identity(path, info);
+}
+
+constexpr norv_umcb_ops_t pci_ops = {nullptr, nullptr, get_pci_info};
+
+// ---- opening
+
+uint32_t tell_mode(const norv::mapped_node& node, int32_t mode) {
+    return mode < 0 ? NORV_STATUS_OK : norv::device_ioctl(node.descriptor, set_mode, &mode);
+}
+
+// From the fresh record to the mapped region; what a failure leaves, the caller closes.
+uint32_t set_up(int32_t mode, norv_umcb_t** umcb) {
+    norv_umcb_t* device = *umcb;
+    uint32_t status = norv::read_kind(umcb_class, device->node.index, "umcb_pci_mmap", &device->kind);
+    if (status != NORV_STATUS_OK) {
+        return status;
+    }
+    device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_umcb_get_pci_ops() : nullptr;
+    status = norv::open_node(umcb_class, device->node);
+    if (status == NORV_STATUS_OK) {
+        status = norv::run_open_hook(umcb);
+    }
+    if (status == NORV_STATUS_OK) {
+        status = tell_mode(device->node, mode);
+    }
+    return status == NORV_STATUS_OK ? norv::map_region(umcb_class, device->node) : status;
+}
+
+// ---- requests
+
+uint32_t command(int32_t descriptor, unsigned long request) {
+    return norv::device_ioctl<void>(descriptor, request, nullptr);
+}
+
+uint32_t command_device(norv_umcb_t** umcb, unsigned long request) {
+    return norv::is_open(umcb) ? command((*umcb)->node.descriptor, request) : NORV_STATUS_INVALID_ARG;
+}
+
+}  // namespace
+
+uint32_t norv_umcb_get_max_idx(int32_t* index) {
+    // Counts entries uioN in this class too, and so no umcbN: callers rely on it.
+    return index == nullptr ? NORV_STATUS_INVALID_ARG : norv::highest_index("/sys/class/umcb", index);
+}
+
+uint32_t norv_umcb_open_by_idx(uint32_t index, int32_t mode, norv_umcb_t** umcb) {
+    return norv::open_handle(
+        index, umcb, [=] { return set_up(mode, umcb); }, norv_umcb_close);
+}
+
+uint32_t norv_umcb_open_by_name(const char* name, int32_t mode, norv_umcb_t** umcb) {
+    if (name == nullptr || umcb == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t index = 0;
+    // For an entry umcbN this finds 0, on purpose: the number is read from the fourth character on.
+    const uint32_t status = norv::find_by_name(umcb_class, name, &index);
+    return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
+}
+
+uint32_t norv_umcb_open_by_pci_id(uint16_t vendor, uint16_t device, int32_t mode, norv_umcb_t** umcb) {
+    if (umcb == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uint32_t index = 0;
+    // Finds 0 for an entry umcbN, as by name.
+    const uint32_t status = norv::find_by_pci_id(umcb_class, vendor, device, &index);
+    return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
+}
+
+void norv_umcb_close(norv_umcb_t** umcb) {
+    if (!norv::is_open(umcb)) {
+        return;
+    }
+    norv::run_close_hook(umcb);
+    norv::unmap_region((*umcb)->node);
+    norv::release_handle(umcb);
+}
+
+uint32_t norv_umcb_load_pci(uint16_t vendor, uint16_t device) {
+    constexpr char new_id[] = "/sys/bus/pci/drivers/umcb_pci_generic/new_id";
+    return norv_file_access(F_OK, "%s", new_id) ? norv::announce_pci_id(new_id, vendor, device)
+                                                : NORV_STATUS_NOT_AVAILABLE;
+}
+
+void* norv_umcb_get_map(norv_umcb_t** umcb) {
+    return (*umcb)->node.map;
+}
+
+void norv_umcb_write_32(norv_umcb_t** umcb, uint32_t offset, uint32_t value) {
+    *norv::register_at((*umcb)->node, offset) = value;
+}
+
+uint32_t norv_umcb_read_32(norv_umcb_t** umcb, uint32_t offset) {
+    return *norv::register_at((*umcb)->node, offset);
+}
+
+uint32_t norv_umcb_open_mcb_bus(norv_umcb_t** umcb, norv_mcb_bus_t* bus) {
+    // The base is added here, and ignored on a UIO device: both on purpose.
+    return norv::open_mcb_bus<norv_umcb_t, true>(umcb, bus);
+}
+
+uint32_t norv_umcb_get_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
+    if (!norv::is_open(umcb) || info == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    if ((*umcb)->ops != nullptr) {
+        return (*umcb)->ops->get_info(umcb, info);
+    }
+    info->kind = (*umcb)->kind;
+    return NORV_STATUS_OK;
+}
+
+const norv_umcb_ops_t* norv_umcb_get_pci_ops() {
+    return &pci_ops;
+}
+
+uint32_t norv_umcb_irq_register(norv_umcb_t** umcb, uint32_t irq, int32_t* descriptor) {
+    if (!norv::is_open(umcb) || descriptor == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    irq_registration registration = {irq, 0};
+    const uint32_t status = norv::device_ioctl((*umcb)->node.descriptor, register_irq, &registration);
+    if (status == NORV_STATUS_OK) {
+        *descriptor = static_cast<int32_t>(registration.descriptor);
+    }
+    return status;
+}
+
+uint32_t norv_umcb_irq_global_enable(norv_umcb_t** umcb) {
+    return command_device(umcb, enable_all);
+}
+
+uint32_t norv_umcb_irq_global_disable(norv_umcb_t** umcb) {
+    return command_device(umcb, disable_all);
+}
+
+uint32_t norv_umcb_irq_set_type(norv_umcb_t** umcb, uint32_t type) {
+    return norv::is_open(umcb) ? norv::device_ioctl((*umcb)->node.descriptor, set_type, &type)
+                               : NORV_STATUS_INVALID_ARG;
+}
+
+uint32_t norv_umcb_irq_enable(int32_t descriptor) {
+    return command(descriptor, enable_source);
+}
+
+uint32_t norv_umcb_irq_disable(int32_t descriptor) {
+    return command(descriptor, disable_source);
+}
+
+uint32_t norv_umcb_irq_clear_event(int32_t descriptor) {
+    return command(descriptor, clear_event);
+}
+
+uint32_t norv_umcb_irq_wait(int32_t descriptor, uint32_t timeout) {
+    const uint32_t status = norv::wait_for(descriptor, POLLPRI, static_cast<int32_t>(timeout));
+    return status == NORV_STATUS_OK ? norv_umcb_irq_clear_event(descriptor) : status;
+}
