@@ -33,6 +33,7 @@
 #include "norv_uart.h"
 #include "norv_uio.h"
 #include "norv_usb_gadget.h"
+#include "norv_uevent.h"
 #include "norv_uuid.h"
 #include "norv_zynq.h"
 
