@@ -51,8 +51,10 @@ sanitizers: setup-check ## Run the unit tests under the address, undefined-behav
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
 
-soak: build ## Move a mebibyte through an emulated serial port
+soak: build ## Move a mebibyte through an emulated serial port, and plug 200 emulated USB devices in and out
 	@NORV_LONG_SOAK=1 board/run --time-limit 900 -- build/release/board/tests/uart_board_test --gtest_filter='*NothingIsLost*'
+	@NORV_LONG_SOAK=1 board/run --time-limit 1200 --module xhci_pci --module usbhid --module hid_generic --module evdev -- \
+		build/release/board/tests/uevent_parse_board_test --gtest_filter='*ManyReal*'
 
 fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 	@tools/build fuzz

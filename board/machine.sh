@@ -52,6 +52,7 @@ machine_devices() {
     machine_serial_ports "$1/serial"
     machine_card "$1/card"
     machine_can_cards
+    machine_usb "$1/control"
     # uio_pci: a PCI device with registers and an interrupt, 1234:11e8; no driver of the kernel serves it.
     machine+=(-device edu)
 }
@@ -63,6 +64,24 @@ machine_card() {
     truncate --size=16M "$1"
     machine+=(-device sdhci-pci -drive "if=none,id=card,format=raw,cache=unsafe,file=$(qemu_path "$1")"
         -device "sd-card,drive=card")
+}
+
+# The hot-plug parser's USB: a host controller with nothing plugged in, and the emulator's own control (QMP) on
+# /dev/vport0p4, so that a test in the machine plugs devices in and out. The wire between the two is a pair of
+# FIFOs below the given directory.
+machine_usb() {
+    local wires=$1
+    rm -rf "$wires"
+    mkdir "$wires"
+    mkfifo "$wires/commands" "$wires/answers"
+    ln -s commands "$wires/emulator.in"
+    ln -s answers "$wires/emulator.out"
+    ln -s answers "$wires/machine.in"
+    ln -s commands "$wires/machine.out"
+    machine+=(-chardev "pipe,id=emulator,path=$(qemu_path "$wires/emulator")" -mon "chardev=emulator,mode=control"
+        -chardev "pipe,id=machine,path=$(qemu_path "$wires/machine")"
+        -device "virtserialport,chardev=machine,nr=4"
+        -audiodev "none,id=silence" -device "qemu-xhci,id=usb")
 }
 
 # The ports of the UART family, 16550s beside the console's: /dev/ttyS1 and /dev/ttyS2 are wired to each other,

@@ -31,6 +31,8 @@
 #include "norv_status.h"
 #include "norv_system_info.h"
 #include "norv_uart.h"
+#include "norv_uevent.h"
+#include "norv_uevent_parse.h"
 #include "norv_uio.h"
 #include "norv_umcb.h"
 #include "norv_usb_gadget.h"

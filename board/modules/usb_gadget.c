@@ -3,11 +3,13 @@
 // Makes the USB device controller of dummy_hcd more like real ones:
 //
 // - It gets the attribute "is_host_win", which drivers of some controllers have; it shows the parameter
-// "host_win" of
-//   this module.
+//   "host_win" of this module.
 // - Its state becomes "not attached" when the pull-up is dropped, which dummy_hcd does not report.
 // - It hears the host again when it was disconnected and connected by software: the kernel then starts the
 //   controller without telling it that it may call back, and dummy_hcd, unlike others, insists on that.
+// - Its endpoints of no fixed type may be isochronous, as a camera's stream asks for. Nothing can be
+// streamed: the
+//   host side of dummy_hcd has no isochronous transfers.
 
 #include <linux/device.h>
 #include <linux/kprobes.h>
@@ -30,17 +32,36 @@ static int is_controller(struct device* device, void* unused) {
     return device->class && !strcmp(device->class->name, "udc");
 }
 
-// The caller gives the reference back.
-static struct device* find_controller(void) {
+static int is_gadget(struct device* device, void* unused) {
+    return strstarts(dev_name(device), "gadget.");
+}
+
+// A part of dummy_hcd's device side. The caller gives the reference back.
+static struct device* find_part(int (*is_it)(struct device* device, void* unused)) {
     struct device* parent = bus_find_device_by_name(&platform_bus_type, NULL, "dummy_udc.0");
     struct device* found;
 
     if (!parent) {
         return NULL;
     }
-    found = device_find_child(parent, NULL, is_controller);
+    found = device_find_child(parent, NULL, is_it);
     put_device(parent);
     return found;
+}
+
+static void allow_isochronous(bool allowed) {
+    struct device* device = find_part(is_gadget);
+    struct usb_ep* endpoint;
+
+    if (!device) {
+        return;
+    }
+    gadget_for_each_ep(endpoint, container_of(device, struct usb_gadget, dev)) {
+        if (strstarts(endpoint->name, "ep-")) {
+            endpoint->caps.type_iso = allowed;
+        }
+    }
+    put_device(device);
 }
 
 // Called before dummy_pullup(gadget, is_on).
@@ -86,7 +107,7 @@ static struct kretprobe start_probe = {
 static int __init board_usb_gadget_init(void) {
     int error;
 
-    controller = find_controller();
+    controller = find_part(is_controller);
     if (!controller) {
         return -ENODEV;
     }
@@ -102,6 +123,7 @@ static int __init board_usb_gadget_init(void) {
     if (error) {
         goto no_start_probe;
     }
+    allow_isochronous(true);
     return 0;
 
 no_start_probe:
@@ -114,6 +136,7 @@ no_attribute:
 }
 
 static void __exit board_usb_gadget_exit(void) {
+    allow_isochronous(false);
     unregister_kretprobe(&start_probe);
     unregister_kprobe(&pullup_probe);
     device_remove_file(controller, &dev_attr_is_host_win);

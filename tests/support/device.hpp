@@ -29,6 +29,7 @@ class device {
         return -ENODEV;
     }
     // On sockets only.
+    virtual long receive(void* /*buffer*/, size_t /*size*/, int /*flags*/) { return -ENOTSOCK; }
     virtual long bind(const void* /*address*/, size_t /*size*/) { return -ENOTSOCK; }
     virtual long set_option(int /*level*/, int /*name*/, const void* /*value*/, size_t /*size*/) {
         return -ENOTSOCK;

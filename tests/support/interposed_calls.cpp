@@ -394,11 +394,6 @@ int remove(const char* path) noexcept {
     return pass_path("remove", path, -1, [&](const char* place) { return real_remove(place); });
 }
 
-DIR* opendir(const char* path) {
-    return pass_path("opendir", path, static_cast<DIR*>(nullptr),
-                     [](const char* place) { return REAL(opendir)(place); });
-}
-
 // The list and its entries are the caller's to release.
 int scandir(const char* path, struct dirent*** entries, int (*filter)(const struct dirent*),
             int (*compare)(const struct dirent**, const struct dirent**)) {

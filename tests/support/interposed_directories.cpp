@@ -1,8 +1,11 @@
 // The calls on directories, on the size of a file and on the text of a path that reach the kernel double.
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
@@ -17,6 +20,7 @@ namespace {
 
 using norv::test::active_kernel;
 using norv::test::call;
+using norv::test::listing;
 using norv::test::open_file;
 using norv::test::outside_the_double;
 using norv::test::pass_path;
@@ -45,6 +49,22 @@ int remove_directory_in(const kernel_state& kernel, const char* path, const char
         }
     }
     return REAL(rmdir)(place);
+}
+
+// A directory lists its entries in the order in which the test made them, what it did not make last: every
+// file system has an order of its own, and a test that passes with one of them proves little.
+listing list_entries(const kernel_state& kernel, const std::string& path, DIR* directory) {
+    listing found;
+    while (const dirent* entry = REAL(readdir)(directory)) {
+        found.entries.push_back(*entry);
+    }
+    const auto turn = [&](const dirent& entry) {
+        const auto made = kernel.making_order.find(path + "/" + entry.d_name);
+        return made == kernel.making_order.end() ? SIZE_MAX : made->second;
+    };
+    std::stable_sort(found.entries.begin(), found.entries.end(),
+                     [&](const dirent& first, const dirent& second) { return turn(first) < turn(second); });
+    return found;
 }
 
 }  // namespace
@@ -101,6 +121,49 @@ int snprintf(char* text, size_t size, const char* format, ...) noexcept {
     const int length = vsnprintf(text, size, format, values);
     va_end(values);
     return length;
+}
+
+DIR* opendir(const char* path) {
+    return pass_path("opendir", path, static_cast<DIR*>(nullptr), [&](const char* place) {
+        DIR* directory = REAL(opendir)(place);
+        kernel_state* kernel = active_kernel();
+        if (directory != nullptr && kernel != nullptr && path != std::string(place)) {
+            const outside_the_double guard;
+            kernel->opened(dirfd(directory), path);
+            kernel->listings[directory] = list_entries(*kernel, path, directory);
+        }
+        return directory;
+    });
+}
+
+struct dirent* readdir(DIR* directory) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return REAL(readdir)(directory);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    const auto found = kernel->listings.find(directory);
+    if (found == kernel->listings.end()) {
+        return REAL(readdir)(directory);
+    }
+    listing& list = found->second;
+    const bool at_end = list.next == list.entries.size();
+    return at_end || kernel->strikes("readdir") ? nullptr : &list.entries[list.next++];
+}
+
+int closedir(DIR* directory) {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        const outside_the_double guard;
+        kernel->descriptors.erase(dirfd(directory));
+        kernel->listings.erase(directory);
+    }
+    return REAL(closedir)(directory);
+}
+
+int lstat(const char* path, struct stat* found) noexcept {
+    return pass_path("lstat", path, -1, [&](const char* place) { return REAL(lstat)(place, found); });
 }
 
 }  // extern "C"

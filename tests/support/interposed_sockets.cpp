@@ -76,6 +76,17 @@ int setsockopt(int descriptor, int level, int name, const void* value, socklen_t
         [&] { return REAL(setsockopt)(descriptor, level, name, value, size); });
 }
 
+// The journal keeps the flags, and the size of the buffer as the request.
+ssize_t recv(int descriptor, void* buffer, size_t size, int flags) {
+    call made;
+    made.name = "recv";
+    made.flags = flags;
+    made.request = size;
+    return ask(
+        made, descriptor, [&](device& model) { return model.receive(buffer, size, flags); },
+        [&] { return static_cast<int>(REAL(recv)(descriptor, buffer, size, flags)); });
+}
+
 // The flags of a descriptor are the real kernel's, for a model too. The journal keeps the command as the
 // flags and its argument as the request.
 int fcntl(int descriptor, int command, ...) {

@@ -88,6 +88,14 @@ void kernel_double::state::opened(int descriptor, const std::string& path, std::
     }
 }
 
+void kernel_double::state::note_made(const std::string& path) {
+    const size_t end = path.rfind('/');
+    if (end != 0 && end != std::string::npos) {
+        note_made(path.substr(0, end));
+    }
+    making_order.emplace(path, making_order.size());
+}
+
 open_file* kernel_double::state::find(int descriptor) {
     const auto found = descriptors.find(descriptor);
     return found == descriptors.end() ? nullptr : &found->second;
@@ -125,11 +133,13 @@ kernel_double::~kernel_double() {
 
 void kernel_double::add_directory(const std::string& path) {
     const outside_the_double guard;
+    state_->note_made(path);
     fs::create_directories(state_->place_of(path));
 }
 
 void kernel_double::add_file(const std::string& path, std::string_view content) {
     const outside_the_double guard;
+    state_->note_made(path);
     const fs::path place = state_->place_of(path);
     fs::create_directories(place.parent_path());
     std::ofstream(place, std::ios::binary) << content;
@@ -137,6 +147,7 @@ void kernel_double::add_file(const std::string& path, std::string_view content) 
 
 void kernel_double::add_link(const std::string& path, const std::string& target) {
     const outside_the_double guard;
+    state_->note_made(path);
     const fs::path place = state_->place_of(path);
     fs::create_directories(place.parent_path());
     fs::create_symlink(state_->place_of(target), place);

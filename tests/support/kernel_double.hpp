@@ -53,7 +53,8 @@ class kernel_double {
     kernel_double(const kernel_double&) = delete;
     kernel_double& operator=(const kernel_double&) = delete;
 
-    // Building the tree. Missing parent directories are made.
+    // Building the tree. Missing parent directories are made. A directory lists what it holds in the order in
+    // which the test made it; a link's target may be relative to the link.
     void add_directory(const std::string& path);
     void add_file(const std::string& path, std::string_view content = "");
     void add_link(const std::string& path, const std::string& target);

@@ -248,6 +248,9 @@ class plain_socket : public device {
     long set_option(int level, int name, const void*, size_t) override {
         return level == 1 && name == 2 ? 0 : -ENOPROTOOPT;
     }
+    long receive(void* buffer, size_t size, int) override {
+        return static_cast<long>("message"s.copy(static_cast<char*>(buffer), size));
+    }
 };
 
 TEST(KernelDouble, ASocketOfAnAddedFamilyIsAnsweredByItsModel) {
@@ -261,6 +264,9 @@ TEST(KernelDouble, ASocketOfAnAddedFamilyIsAnsweredByItsModel) {
     EXPECT_EQ(setsockopt(descriptor, 1, 2, "value", 5), 0);
     EXPECT_EQ(setsockopt(descriptor, 1, 3, "value", 5), -1);
     EXPECT_EQ(errno, ENOPROTOOPT);
+    char message[4] = {};
+    EXPECT_EQ(recv(descriptor, message, sizeof message, 0), 4);
+    EXPECT_EQ(std::string(message, 4), "mess");
     close(descriptor);
     EXPECT_EQ(kernel.calls("socket").at(0).flags, SOCK_RAW | SOCK_CLOEXEC);
     EXPECT_EQ(kernel.calls("bind").at(0).bytes.size(), 2U);
@@ -275,6 +281,8 @@ TEST(KernelDouble, SocketsOfOtherFamiliesAreTheRealKernelsButCanFail) {
     EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&unnamed), sizeof(sa_family_t)), 0);
     const int yes = 1;
     EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_PASSCRED, &yes, sizeof yes), 0);
+    EXPECT_EQ(recv(descriptor, nullptr, 0, MSG_DONTWAIT), -1);
+    EXPECT_EQ(errno, EAGAIN);
     kernel.fail("bind", EACCES);
     EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&unnamed), sizeof(sa_family_t)), -1);
     EXPECT_EQ(errno, EACCES);
@@ -306,6 +314,52 @@ TEST(KernelDouble, AnUnlockFailsOnlyForATestThatNamesItAndStillUnlocks) {
     EXPECT_EQ(norv_mutex_lock(&mutex), 0U);
     norv_mutex_unlock(&mutex);
     norv_mutex_destroy(&mutex);
+}
+
+std::vector<std::string> entries_of(const char* path) {
+    std::vector<std::string> names;
+    DIR* directory = opendir(path);
+    while (const dirent* entry = readdir(directory)) {
+        if (entry->d_name[0] != '.') {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    closedir(directory);
+    return names;
+}
+
+TEST(KernelDouble, ADirectoryListsItsEntriesInTheOrderInWhichTheyWereMade) {
+    kernel_double kernel;
+    kernel.add_file("/sys/bus/usb/zebra");
+    kernel.add_file("/sys/bus/usb/apple/file");
+    kernel.add_link("/sys/bus/usb/monkey", "../usb");
+    kernel.add_file("/sys/bus/usb/apple/later");
+    EXPECT_THAT(entries_of("/sys/bus/usb"), ElementsAre("zebra", "apple", "monkey"));
+}
+
+TEST(KernelDouble, AnOpenDirectoryIsWatchedAndCanFail) {
+    kernel_double kernel;
+    kernel.add_file("/sys/bus/file");
+    kernel.fail("opendir", EACCES);
+    EXPECT_EQ(opendir("/sys/bus"), nullptr);
+    DIR* directory = opendir("/sys/bus");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    kernel.fail("readdir", EIO);
+    EXPECT_EQ(readdir(directory), nullptr);
+    EXPECT_EQ(errno, EIO);
+    closedir(directory);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST(KernelDouble, ALinkIsToldApartFromWhatItLeadsTo) {
+    kernel_double kernel;
+    kernel.add_file("/sys/target");
+    kernel.add_link("/sys/link", "target");
+    struct stat found = {};
+    EXPECT_EQ(lstat("/sys/link", &found), 0);
+    EXPECT_TRUE(S_ISLNK(found.st_mode));
+    EXPECT_EQ(stat("/sys/link", &found), 0);
+    EXPECT_TRUE(S_ISREG(found.st_mode));
 }
 
 TEST(KernelDouble, AReadAtAnOffsetLeavesTheFilePositionAlone) {

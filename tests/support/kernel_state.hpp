@@ -1,6 +1,8 @@
 // The kernel double's inside: what the interposed calls share with it.
 #pragma once
 
+#include <dirent.h>
+
 #include <atomic>
 #include <ctime>
 #include <map>
@@ -20,6 +22,12 @@ struct open_file {
     off_t offset = 0;
 };
 
+// What an open directory of the scratch tree tells, entry by entry.
+struct listing {
+    std::vector<dirent> entries;
+    size_t next = 0;
+};
+
 struct kernel_double::state {
     mutable std::recursive_mutex mutex;
     std::string root;
@@ -28,6 +36,8 @@ struct kernel_double::state {
     std::map<int, socket_factory> socket_families;
     std::map<std::string, directory_reaction> directory_reactions;  // by the parent's path
     std::map<int, open_file> descriptors;
+    std::map<std::string, size_t> making_order;  // the paths that the test made, and the how many-th each was
+    std::map<DIR*, listing> listings;
     std::map<void*, size_t> mappings;
     std::set<void*> allocations;
     std::map<int, uint32_t> errno_statuses;
@@ -52,6 +62,8 @@ struct kernel_double::state {
     // The size of this read or write, cut when the planned fault is a short count.
     size_t shortened(const char* name, size_t size, const std::string& path);
     void note_strike(const char* name, const std::string& path);
+    // Remembers when a path and the directories above it were made.
+    void note_made(const std::string& path);
     void record(call made) { calls.push_back(std::move(made)); }
     void opened(int descriptor, const std::string& path, std::shared_ptr<device> model = nullptr);
     open_file* find(int descriptor);

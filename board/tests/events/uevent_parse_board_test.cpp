@@ -1,0 +1,487 @@
+// USB devices that are plugged in and out while the parser runs on a real kernel: keyboards, a mouse behind a
+// hub and a sound device at a port of the emulated machine, a camera at a port that the kernel simulates; and
+// a display that changes.
+#include "norv_uevent_parse.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "events/uevent_parse_model.hpp"
+#include "events/uevent_parse_recorder.hpp"
+#include "norv_base.h"
+#include "norv_epoll.h"
+#include "norv_file.h"
+#include "norv_uevent.h"
+#include "support/status.hpp"
+#include "usb_plug.hpp"
+#include "uvc_camera.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using norv::test::errno_status;
+using norv::test::recorder;
+using norv::test::uevent_parse_model;
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+using testing::UnorderedElementsAreArray;
+
+constexpr uint32_t usb = NORV_UEVENT_FILTER_USB;
+constexpr uint32_t buffer_size = 8192;
+
+// The nodes of the machine's port: its host controller's first bus is the one of the slower devices.
+constexpr const char* machine_bus = "/usb1/";
+
+// The raw messages, beside the parser: what it is told, and whether it has all of it.
+class eavesdropper {
+  public:
+    using texts = std::map<std::string, std::string>;
+
+    eavesdropper() { EXPECT_EQ(norv_uevent_open(&uevent_), 0U); }
+    ~eavesdropper() { norv_uevent_close(&uevent_); }
+    eavesdropper(const eavesdropper&) = delete;
+    eavesdropper& operator=(const eavesdropper&) = delete;
+
+    // The messages that came since the last call.
+    std::vector<texts> take() {
+        EXPECT_EQ(norv_uevent_poll(&uevent_, keep, this), 0U);
+        return std::move(messages_);
+    }
+    int descriptor() const { return uevent_.fd; }
+
+  private:
+    static void keep(const uint8_t* message, int64_t length, void* user) {
+        texts found;
+        const char* text = reinterpret_cast<const char*>(message);
+        for (const char* end = text + length; text < end; text += strlen(text) + 1) {
+            const char* separator = strchr(text, '=');
+            if (separator != nullptr) {
+                found[std::string(text, separator)] = separator + 1;
+            }
+        }
+        static_cast<eavesdropper*>(user)->messages_.push_back(found);
+    }
+
+    norv_uevent_t uevent_ = {buffer_size, 0, nullptr};
+    std::vector<texts> messages_;
+};
+
+bool can_capture(const std::string& devnode) {
+    return _v4l2_check_valid(devnode.c_str()) == 0;
+}
+
+class UeventParseOnBoard : public testing::Test {
+  protected:
+    // Follows the messages until the device at a path below the host controller has its driver, or is gone.
+    void settle(const std::string& action, const std::vector<std::string>& paths) {
+        constexpr uint64_t plenty = 60'000;  // ms
+        const uint64_t start = norv_time_get_ms();
+        std::vector<std::string> missing = paths;
+        while ((!missing.empty() || is_coming()) && norv_time_get_ms() - start < plenty) {
+            for (const eavesdropper::texts& message : ear.take()) {
+                apply(message);
+                std::erase_if(missing, [&](const std::string& path) {
+                    return value(message, "ACTION") == action && value(message, "DEVTYPE") == "usb_device" &&
+                           value(message, "DEVPATH").ends_with(path);
+                });
+            }
+            EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+        }
+        // The kernel serves one socket after the other: the last message may have come here first.
+        EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+        EXPECT_THAT(missing, IsEmpty()) << action;
+    }
+
+    void plug_in(const std::string& driver, const std::string& id, const std::string& port,
+                 const std::string& path, const std::string& more = "") {
+        plug.in(driver, id, port, more);
+        settle("bind", {machine_bus + path});
+    }
+    void plug_out(const std::string& id, const std::string& path) {
+        plug.out(id);
+        settle("remove", {machine_bus + path});
+    }
+
+    // Opens the parser on an empty list: without the root hubs, which would get the nodes.
+    void open_without_hubs() {
+        ASSERT_EQ(parser.open(0, buffer_size), 0U);
+        norv_uevent_parse_set_filter(&parser.context, usb);
+    }
+
+    const norv_uevent_device_t* device(const std::string& path) {
+        for (const norv_uevent_device_t* one : parser.devices()) {
+            if (std::string(one->syspath).ends_with(path)) {
+                return one;
+            }
+        }
+        return nullptr;
+    }
+    static const norv_uevent_child_t& child_of(const norv_uevent_device_t& parent) {
+        return *reinterpret_cast<const norv_uevent_child_t*>(parent.children.next);
+    }
+
+    board::usb_plug plug;
+    eavesdropper ear;
+    recorder parser;
+    uevent_parse_model model{can_capture};
+
+  private:
+    static std::string value(const eavesdropper::texts& message, const std::string& key) {
+        const auto found = message.find(key);
+        return found == message.end() ? "" : found->second;
+    }
+
+    // Something else may follow within the blink of an eye.
+    bool is_coming() const {
+        pollfd readable = {ear.descriptor(), POLLIN, 0};
+        return poll(&readable, 1, 200) == 1;
+    }
+
+    void apply(const eavesdropper::texts& message) {
+        const std::string devpath = value(message, "DEVPATH");
+        const std::string subsystem = value(message, "SUBSYSTEM");
+        const std::string devname = value(message, "DEVNAME");
+        const bool is_device = value(message, "DEVTYPE") == "usb_device";
+        if (value(message, "ACTION") == "add") {
+            if (is_device) {
+                model.add(devpath);
+            }
+            if (!devname.empty() &&
+                (subsystem == "input" || subsystem == "video4linux" || subsystem == "sound")) {
+                model.add_node(devpath, subsystem, devname);
+            }
+        } else if (value(message, "ACTION") == "remove" && is_device) {
+            model.remove(devpath);
+        }
+    }
+};
+
+// What a node's numbers are, according to the file system.
+std::pair<uint32_t, uint32_t> numbers_of(const char* devnode) {
+    struct stat found = {};
+    EXPECT_EQ(stat(devnode, &found), 0) << devnode;
+    return {major(found.st_rdev), minor(found.st_rdev)};
+}
+
+// The USB devices that the bus lists: all entries but those of interfaces, which have a colon.
+std::vector<std::string> plugged_devices() {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator("/sys/bus/usb/devices")) {
+        if (entry.path().string().find(':') == std::string::npos) {
+            found.push_back(fs::canonical(entry.path()).string());
+        }
+    }
+    return found;
+}
+
+// Shows a model one "uevent" file, as the parser would take it.
+void take_uevent_file(const fs::path& file, uevent_parse_model& model) {
+    std::ifstream lines(file);
+    std::map<std::string, std::string> found;
+    for (std::string line; std::getline(lines, line);) {
+        const size_t separator = line.find('=');
+        found[line.substr(0, separator)] = line.substr(std::min(separator, line.size() - 1) + 1);
+    }
+    const std::string devpath = file.parent_path().string().substr(strlen("/sys"));
+    const std::string& devname = found["DEVNAME"];
+    if (found["DEVTYPE"] == "usb_device") {
+        model.add(devpath);
+    } else if (devname.starts_with("input/") || devname.starts_with("snd/")) {
+        model.add_node(devpath, devname.starts_with("snd/") ? "sound" : "input", devname);
+    } else if (devname.starts_with("video")) {
+        model.add_node(devpath, "video4linux", devname);
+    }
+}
+
+// Shows a model what is plugged in. The iterators list as readdir does.
+void walk_root_hubs(uevent_parse_model& model) {
+    for (const auto& entry : fs::directory_iterator("/sys/bus/usb/devices")) {
+        if (!entry.path().filename().string().starts_with("usb")) {
+            continue;
+        }
+        for (const auto& file : fs::recursive_directory_iterator(fs::canonical(entry.path()))) {
+            if (file.path().filename() == "uevent") {
+                take_uevent_file(file.path(), model);
+            }
+        }
+    }
+}
+
+// The port of the simulated host controller.
+std::string camera_port() {
+    for (const auto& entry : fs::directory_iterator("/sys/bus/usb/devices")) {
+        const std::string path = fs::canonical(entry.path()).string();
+        const size_t place = path.find("/dummy_hcd.0/usb");
+        if (place != std::string::npos && path.find(':') == std::string::npos) {
+            const std::string bus = path.substr(place + strlen("/dummy_hcd.0/usb"));
+            return "/usb" + bus + "/" + bus + "-1";
+        }
+    }
+    return "no port";
+}
+
+std::vector<std::string> video_nodes_below(const std::string& syspath) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::directory_iterator("/sys/class/video4linux")) {
+        if (fs::canonical(entry.path()).string().starts_with(syspath)) {
+            found.push_back("/dev/" + entry.path().filename().string());
+        }
+    }
+    return found;
+}
+
+TEST_F(UeventParseOnBoard, OpeningFindsEveryDeviceThatIsPluggedIn) {
+    ASSERT_EQ(parser.open(0, buffer_size), 0U);
+    plug_in("usb-kbd", "keyboard", "1", "1-1");
+    plug_in("usb-hub", "hub", "3", "1-3");
+    plug_in("usb-mouse", "mouse", "3.2", "1-3/1-3.2");
+    recorder opened;
+    ASSERT_EQ(opened.open(usb, buffer_size), 0U);
+    EXPECT_THAT(opened.syspaths(), UnorderedElementsAreArray(plugged_devices()));
+    EXPECT_THAT(opened.syspaths(), Contains(EndsWith("/usb1/1-3/1-3.2")));
+    for (const norv_uevent_device_t* found : opened.devices()) {
+        EXPECT_EQ(found->action, NORV_UEVENT_ACTION_NONE);
+        EXPECT_STREQ(found->subsystem, "usb");
+        EXPECT_EQ(numbers_of(found->devnode),
+                  std::make_pair(static_cast<uint32_t>(found->major), static_cast<uint32_t>(found->minor)));
+    }
+    plug_out("mouse", "1-3/1-3.2");
+    plug_out("hub", "1-3");
+    plug_out("keyboard", "1-1");
+}
+
+TEST_F(UeventParseOnBoard, OpeningFindsNodesByTheRulesInTheOrderOfTheDirectories) {
+    ASSERT_EQ(parser.open(0, buffer_size), 0U);
+    plug_in("usb-kbd", "keyboard", "1", "1-1");
+    plug_in("usb-audio", "sound", "2", "1-2", R"(,"audiodev":"silence")");
+    uevent_parse_model expected(can_capture);
+    walk_root_hubs(expected);
+    recorder opened;
+    ASSERT_EQ(opened.open(usb, buffer_size), 0U);
+    EXPECT_EQ(opened.describe(), expected.describe());
+    EXPECT_THAT(opened.describe(), Contains(HasSubstr(" /dev/")));
+    plug_out("sound", "1-2");
+    plug_out("keyboard", "1-1");
+}
+
+TEST_F(UeventParseOnBoard, AKeyboardComesWithItsInputAndGoes) {
+    open_without_hubs();
+    plug_in("usb-kbd", "keyboard", "1", "1-1");
+    const norv_uevent_device_t* keyboard = device("/usb1/1-1");
+    ASSERT_NE(keyboard, nullptr);
+    EXPECT_EQ(keyboard->action, NORV_UEVENT_ACTION_ADD);
+    EXPECT_STREQ(keyboard->product_name, "QEMU USB Keyboard");
+    EXPECT_THAT(keyboard->product, StartsWith("627/1/"));
+    EXPECT_STREQ(keyboard->devtype, "usb_device");
+    EXPECT_EQ(numbers_of(keyboard->devnode),
+              std::make_pair(static_cast<uint32_t>(keyboard->major), static_cast<uint32_t>(keyboard->minor)));
+    ASSERT_EQ(keyboard->child_count, 1U);
+    const norv_uevent_child_t& input = child_of(*keyboard);
+    EXPECT_STREQ(input.subsystem, "input");
+    EXPECT_THAT(input.devnode, StartsWith("/dev/input/event"));
+    EXPECT_THAT(input.syspath, HasSubstr("/usb1/1-1/1-1:1.0/"));
+    EXPECT_STREQ(input.parent_product_name, "QEMU USB Keyboard");
+    EXPECT_EQ(numbers_of(input.devnode), std::make_pair(input.major, input.minor));
+    plug_out("keyboard", "1-1");
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+    EXPECT_THAT(parser.told().back(), AllOf(StartsWith("1 "), EndsWith("/usb1/1-1")));
+}
+
+TEST_F(UeventParseOnBoard, ASoundDeviceKeepsTheFirstOfItsNodes) {
+    open_without_hubs();
+    plug_in("usb-audio", "sound", "2", "1-2", R"(,"audiodev":"silence")");
+    const norv_uevent_device_t* sound = device("/usb1/1-2");
+    ASSERT_NE(sound, nullptr);
+    ASSERT_EQ(sound->child_count, 1U);
+    EXPECT_STREQ(child_of(*sound).subsystem, "sound");
+    EXPECT_THAT(child_of(*sound).devnode, StartsWith("/dev/snd/"));
+    plug_out("sound", "1-2");
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+}
+
+TEST_F(UeventParseOnBoard, UnpluggingADeviceBehindAHubRemovesTheHubAsWell) {
+    open_without_hubs();
+    plug_in("usb-hub", "hub", "3", "1-3");
+    plug_in("usb-kbd", "keyboard", "1", "1-1");
+    plug_in("usb-mouse", "mouse", "3.1", "1-3/1-3.1");
+    plug_out("mouse", "1-3/1-3.1");
+    EXPECT_THAT(parser.syspaths(), ElementsAre(EndsWith("/usb1/1-1")));
+    plug_out("hub", "1-3");
+    plug_out("keyboard", "1-1");
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+}
+
+TEST_F(UeventParseOnBoard, ACameraKeepsItsCaptureNodeAndNotItsMetadataNode) {
+    const std::string port = camera_port();
+    open_without_hubs();
+    {
+        const board::uvc_camera camera;
+        settle("bind", {port});
+        const norv_uevent_device_t* record = device(port);
+        ASSERT_NE(record, nullptr);
+        EXPECT_STREQ(record->product_name, board::uvc_camera::product_name);
+        ASSERT_EQ(record->child_count, 1U);
+        const norv_uevent_child_t& picture = child_of(*record);
+        EXPECT_STREQ(picture.subsystem, "video4linux");
+        EXPECT_EQ(_v4l2_check_valid(picture.devnode), 0U);
+        EXPECT_EQ(numbers_of(picture.devnode), std::make_pair(picture.major, picture.minor));
+        const std::vector<std::string> nodes = video_nodes_below(record->syspath);
+        EXPECT_THAT(nodes, SizeIs(2));
+        for (const std::string& node : nodes) {
+            if (node != picture.devnode) {
+                EXPECT_EQ(_v4l2_check_valid(node.c_str()), errno_status(-1)) << node;
+            }
+        }
+        EXPECT_EQ(parser.describe(), model.describe());
+    }
+    settle("remove", {port});
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+    EXPECT_EQ(parser.told(), model.told);
+}
+
+TEST_F(UeventParseOnBoard, TheEventLoopServesTheParser) {
+    struct watcher {
+        norv_epoll_fd_t record;
+        norv_uevent_parse_t** context;
+    };
+    open_without_hubs();
+    norv_epoll_t loop = {};
+    ASSERT_EQ(norv_epoll_open(&loop), 0U);
+    parser.on_change = [&](const norv_uevent_device_t*) { norv_epoll_exit(&loop); };
+    watcher watching = {{nullptr, norv_uevent_parse_get_fd(&parser.context),
+                         [](norv_epoll_fd_t* record, uint32_t) {
+                             norv_uevent_parse_poll(reinterpret_cast<watcher*>(record)->context);
+                         }},
+                        &parser.context};
+    ASSERT_EQ(norv_epoll_fd_add(&loop, &watching.record, EPOLLIN), 0U);
+    plug.in("usb-kbd", "keyboard", "1");
+    norv_epoll_loop_with_watchdog(&loop, nullptr, 0);
+    EXPECT_THAT(parser.syspaths(), ElementsAre(EndsWith("/usb1/1-1")));
+    norv_epoll_fd_remove(&loop, &watching.record);
+    norv_epoll_close(&loop);
+    parser.on_change = [](const norv_uevent_device_t*) {};
+    settle("bind", {"/usb1/1-1"});
+    plug_out("keyboard", "1-1");
+}
+
+// Each round takes seconds on an emulated machine: `make soak` plugs and unplugs 200 devices, the daily run a
+// few.
+int rounds_of_four() {
+    return std::getenv("NORV_LONG_SOAK") != nullptr ? 50 : 3;
+}
+
+TEST_F(UeventParseOnBoard, OfManyRealPlugsAndUnplugsEachChangesTheListAsTheRulesSay) {
+    const int rounds = rounds_of_four();
+    const std::vector<std::string> drivers = {"usb-kbd", "usb-mouse", "usb-tablet", "usb-kbd"};
+    open_without_hubs();
+    for (int round = 0; round < rounds; ++round) {
+        std::vector<std::string> paths;
+        for (size_t port = 1; port <= drivers.size(); ++port) {
+            const std::string name = std::to_string(port);
+            plug.in(drivers[port - 1], "device" + name, name);
+            paths.push_back(machine_bus + ("1-" + name));
+        }
+        settle("bind", paths);
+        ASSERT_EQ(parser.describe(), model.describe()) << "round " << round;
+        ASSERT_THAT(parser.devices(), SizeIs(drivers.size()));
+        for (size_t port = 1; port <= drivers.size(); ++port) {
+            plug.out("device" + std::to_string(port));
+        }
+        settle("remove", paths);
+        ASSERT_EQ(parser.describe(), model.describe()) << "round " << round;
+        ASSERT_THAT(parser.devices(), IsEmpty());
+        ASSERT_EQ(parser.told(), model.told) << "round " << round;
+    }
+}
+
+// ---- a slow reader
+
+// Makes the kernel announce a device once more.
+void announce(const std::string& action, const std::string& devpath) {
+    auto length = static_cast<uint32_t>(action.size());
+    ASSERT_EQ(norv_write_device(const_cast<char*>(action.data()), &length, "%s/uevent", devpath.c_str()), 0U);
+}
+
+TEST_F(UeventParseOnBoard, AStormThatOverrunsASlowReaderNeitherWedgesNorSpoilsTheList) {
+    const std::string hub = "/sys/bus/usb/devices/usb1";
+    constexpr uint32_t storm = 10'000;
+    open_without_hubs();
+    for (uint32_t number = 0; number < storm; ++number) {
+        announce("add", hub);
+    }
+    // The first poll ends at the overrun; what was lost is not known.
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    const uint32_t arrived = parser.list()->count;
+    EXPECT_GT(arrived, 0U);
+    EXPECT_LT(arrived, storm);
+    EXPECT_THAT(parser.syspaths(), AllOf(SizeIs(arrived), Each(fs::canonical(hub).string())));
+    announce("remove", hub);
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+    announce("add", hub);
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    EXPECT_EQ(parser.list()->count, 1U);
+}
+
+// ---- displays
+
+TEST_F(UeventParseOnBoard, AConnectorThatChangedIsTold) {
+    ASSERT_EQ(parser.open(NORV_UEVENT_FILTER_DISPLAY, buffer_size), 0U);
+    norv_uevent_device_t seen = {};
+    parser.on_change = [&](const norv_uevent_device_t* told) { seen = *told; };
+    std::ofstream("/sys/class/norv_board_display/card9/connector") << 94 << std::flush;
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(seen.action, NORV_UEVENT_ACTION_CHANGE);
+    EXPECT_EQ(seen.connector, 94);
+    EXPECT_STREQ(seen.devtype, "drm_minor");
+    EXPECT_EQ(seen.syspath, fs::canonical("/sys/class/norv_board_display/card9").string());
+    EXPECT_THAT(parser.syspaths(), IsEmpty());
+}
+
+// ---- video nodes
+
+// The node of the video test driver with this name.
+std::string video_node(const std::string& name) {
+    for (const auto& entry : fs::directory_iterator("/sys/class/video4linux")) {
+        std::string line;
+        std::getline(std::ifstream(entry.path() / "name"), line);
+        if (line == name) {
+            return "/dev/" + entry.path().filename().string();
+        }
+    }
+    return "no node";
+}
+
+TEST(V4l2OnBoard, ACaptureNodeIsValidAndOthersAreNot) {
+    EXPECT_EQ(_v4l2_check_valid(video_node("vivid-000-vid-cap").c_str()), 0U);
+    for (const char* name : {"vivid-000-vid-out", "vivid-000-meta-cap", "vivid-000-rad-rx"}) {
+        EXPECT_EQ(_v4l2_check_valid(video_node(name).c_str()), errno_status(-1)) << name;
+    }
+    EXPECT_EQ(_v4l2_check_valid("/dev/video99"), NORV_STATUS_DEVICE_ERROR);
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+// Plugs USB devices in and out of the machine's ports, by asking the emulator through its control port.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace board {
+
+class usb_plug {
+  public:
+    usb_plug() {
+        EXPECT_GT(port_, 0) << "/dev/vport0p4";
+        tell(R"({"execute":"qmp_capabilities"})");  // refused, and not needed, if somebody did it before
+    }
+    ~usb_plug() { close(port_); }
+    usb_plug(const usb_plug&) = delete;
+    usb_plug& operator=(const usb_plug&) = delete;
+
+    // Plugs a device, "usb-kbd", into a port, "1" or "2.1" behind a hub. It is known as `id` afterwards.
+    void in(const std::string& driver, const std::string& id, const std::string& port,
+            const std::string& more = "") {
+        ask(R"({"execute":"device_add","arguments":{"bus":"usb.0","driver":")" + driver + R"(","id":")" + id +
+            R"(","port":")" + port + "\"" + more + "}}");
+    }
+    void out(const std::string& id) { ask(R"({"execute":"device_del","arguments":{"id":")" + id + "\"}}"); }
+
+  private:
+    void ask(const std::string& command) {
+        const std::string answer = tell(command);
+        EXPECT_NE(answer.find("\"return\":"), std::string::npos) << command << " gave " << answer;
+    }
+
+    // The emulator's answer, without what it says unasked.
+    std::string tell(const std::string& command) {
+        const std::string line = command + "\n";
+        EXPECT_EQ(write(port_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+        std::string answer;
+        do {
+            answer = next_line();
+        } while (answer.find("\"event\":") != std::string::npos ||
+                 answer.find("\"QMP\":") != std::string::npos);
+        return answer;
+    }
+
+    std::string next_line() {
+        constexpr int plenty = 60'000;  // ms
+        std::string line;
+        char character = '\0';
+        pollfd readable = {port_, POLLIN, 0};
+        while (poll(&readable, 1, plenty) == 1 && read(port_, &character, 1) == 1 && character != '\n') {
+            line += character;
+        }
+        return line;
+    }
+
+    const int port_ = open("/dev/vport0p4", O_RDWR | O_CLOEXEC);
+};
+
+}  // namespace board

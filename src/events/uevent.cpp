@@ -1,0 +1,74 @@
+// The kernel's uevent messages as they come.
+#include "norv_uevent.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+
+#include "core/layout.hpp"
+#include "core/status.hpp"
+#include "events/uevent_socket.hpp"
+
+static_assert(offsetof(norv_uevent_t, buffer_size) == 0 && offsetof(norv_uevent_t, fd) == 8);
+static_assert(NORV_FOLLOWS(norv_uevent_t, fd, buffer));
+static_assert(sizeof(norv_uevent_t) == (sizeof(void*) == 8 ? 24 : 16));
+
+// Sorted: the parser searches it by halves. Writable for the programs that were built against it so.
+constinit const char* p_uevent_key[NORV_UEVENT_KEY_COUNT] = {
+    "ACTION=", "CONNECTOR=", "DEVNAME=", "DEVPATH=",  "DEVTYPE=",
+    "MAJOR=",  "MINOR=",     "PRODUCT=", "SUBSYSTEM="};
+
+namespace {
+
+// A size beyond what this processor can address fails like one that there is no memory for.
+uint8_t* allocate_buffer(uint64_t size) {
+    return static_cast<uint8_t*>(malloc(static_cast<size_t>(std::min<uint64_t>(size, SIZE_MAX))));
+}
+
+}  // namespace
+
+uint32_t norv_uevent_open(norv_uevent_t* uevent) {
+    if (uevent == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    uevent->buffer = nullptr;
+    uint32_t status = norv::open_uevent_socket(uevent->fd);
+    if (status == NORV_STATUS_OK) {
+        uevent->buffer = allocate_buffer(uevent->buffer_size);
+        status = uevent->buffer == nullptr ? NORV_STATUS_NO_MEMORY : NORV_STATUS_OK;
+    }
+    if (status != NORV_STATUS_OK) {
+        norv_uevent_close(uevent);
+    }
+    return status;
+}
+
+void norv_uevent_close(norv_uevent_t* uevent) {
+    if (uevent == nullptr) {
+        return;
+    }
+    if (uevent->fd > 0) {
+        close(uevent->fd);
+        // 0, where every other closed descriptor is -1: callers test for it.
+        uevent->fd = 0;
+    }
+    free(uevent->buffer);
+    uevent->buffer = nullptr;
+}
+
+uint32_t norv_uevent_poll(norv_uevent_t* uevent, norv_uevent_handler handler, void* user) {
+    if (uevent == nullptr || handler == nullptr || uevent->buffer == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const auto size = static_cast<size_t>(uevent->buffer_size);
+    ssize_t length = 0;
+    while ((length = recv(uevent->fd, uevent->buffer, size, 0)) > 0) {
+        handler(uevent->buffer, length, user);
+    }
+    // Asked of an empty message too, whatever errno held before it.
+    return errno == EAGAIN ? NORV_STATUS_OK : norv::errno_status();
+}

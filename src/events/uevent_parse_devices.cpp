@@ -1,0 +1,295 @@
+// The hot-plug parser's list of devices and their children.
+#include <cstdio>
+
+#include "core/layout.hpp"
+#include "events/uevent_parse.hpp"
+
+static_assert(NORV_FOLLOWS(norv_uevent_link_t, next, prev) && offsetof(norv_uevent_link_t, next) == 0);
+static_assert(NORV_FOLLOWS(norv_uevent_device_list_t, count, devices) &&
+              offsetof(norv_uevent_device_list_t, count) == 0);
+
+static_assert(offsetof(norv_uevent_device_t, link) == 0);
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, link, action));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, action, major));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, major, minor));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, minor, connector));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, connector, syspath));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, syspath, subsystem));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, subsystem, devnode));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, devnode, devtype));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, devtype, product));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, product, product_name));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, product_name, child_count));
+static_assert(NORV_FOLLOWS(norv_uevent_device_t, child_count, children));
+static_assert(sizeof(norv_uevent_device_t) == (sizeof(void*) == 8 ? 3128 : 3108));
+
+static_assert(offsetof(norv_uevent_child_t, link) == 0);
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, link, major));
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, major, minor));
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, minor, syspath));
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, syspath, subsystem));
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, subsystem, devnode));
+static_assert(NORV_FOLLOWS(norv_uevent_child_t, devnode, parent_product_name));
+static_assert(sizeof(norv_uevent_child_t) == (sizeof(void*) == 8 ? 2072 : 2064));
+
+static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, filter, buffer_size));
+static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, buffer_size, handler));
+static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, handler, user));
+static_assert(sizeof(norv_uevent_parse_settings_t) == (sizeof(void*) == 8 ? 24 : 16));
+
+namespace norv {
+namespace {
+
+using text_field = char[NORV_UEVENT_TEXT_SIZE];
+
+constexpr size_t sys_length = 4;  // of "/sys"
+
+// ---- links
+
+void make_empty(norv_uevent_link_t& head) {
+    head = {&head, &head};
+}
+
+bool is_empty(const norv_uevent_link_t& head) {
+    return head.next == &head;
+}
+
+void append(norv_uevent_link_t& head, norv_uevent_link_t& link) {
+    link = {&head, head.prev};
+    head.prev->next = &link;
+    head.prev = &link;
+}
+
+void unlink(norv_uevent_link_t& link) {
+    link.prev->next = link.next;
+    link.next->prev = link.prev;
+}
+
+// ---- records
+
+// A record begins with its link.
+norv_uevent_device_t& device_of(norv_uevent_link_t& link) {
+    return reinterpret_cast<norv_uevent_device_t&>(link);
+}
+
+const char* devpath_of(const norv_uevent_device_t& device) {
+    return device.syspath + sys_length;
+}
+
+void copy_text(text_field& field, const char* text) {
+    norv_strncpy(field, text, sizeof field);
+    field[sizeof field - 1] = '\0';
+}
+
+void join_text(text_field& field, const char* start, const char* end) {
+    snprintf(field, sizeof field, "%s%s", start, end);
+}
+
+// Stays empty when the device does not say what it is called.
+void read_product_name(norv_uevent_device_t& device) {
+    char path[sizeof device.syspath + sizeof "/product"];
+    snprintf(path, sizeof path, "%s/product", device.syspath);
+    text_field& name = device.product_name;
+    read_file(path, name, sizeof name);
+    name[sizeof name - 1] = '\0';
+    char* newline = norv_strstr(name, "\n");
+    if (newline != nullptr) {
+        *newline = '\0';
+    }
+}
+
+// Null without memory.
+norv_uevent_device_t* create_device(const parsed_event& event) {
+    auto* device = static_cast<norv_uevent_device_t*>(norv_zalloc(sizeof(norv_uevent_device_t)));
+    if (device == nullptr) {
+        return nullptr;
+    }
+    device->action = event.action;
+    device->major = event.major;
+    device->minor = event.minor;
+    device->connector = event.connector;
+    join_text(device->syspath, "/sys", event.devpath);
+    join_text(device->devnode, "/dev/", event.devname);
+    copy_text(device->subsystem, event.subsystem);
+    copy_text(device->devtype, event.devtype);
+    copy_text(device->product, event.product);
+    read_product_name(*device);
+    make_empty(device->children);
+    return device;
+}
+
+void append_child(norv_uevent_device_t& parent, const parsed_event& node) {
+    auto* child = static_cast<norv_uevent_child_t*>(norv_zalloc(sizeof(norv_uevent_child_t)));
+    if (child == nullptr) {
+        return;
+    }
+    child->major = static_cast<uint32_t>(node.major);
+    child->minor = static_cast<uint32_t>(node.minor);
+    join_text(child->syspath, "/sys", node.devpath);
+    join_text(child->devnode, "/dev/", node.devname);
+    copy_text(child->parent_product_name, parent.product_name);
+    copy_text(child->subsystem, node.subsystem);
+    append(parent.children, child->link);
+    ++parent.child_count;
+}
+
+void release_device(norv_uevent_device_t& device) {
+    while (!is_empty(device.children)) {
+        norv_uevent_link_t* child = device.children.next;
+        unlink(*child);
+        norv_free(child);
+    }
+    unlink(device.link);
+    norv_free(&device);
+}
+
+// ---- the list
+
+// Holds the list's lock to the end of the scope. Whoever did not get it leaves the list alone.
+class list_lock {
+  public:
+    explicit list_lock(norv_uevent_parse& parser) : mutex_(parser.mutex) {}
+    ~list_lock() {
+        if (held_) {
+            norv_mutex_unlock(&mutex_);
+        }
+    }
+    list_lock(const list_lock&) = delete;
+    list_lock& operator=(const list_lock&) = delete;
+
+    bool held() const { return held_; }
+
+  private:
+    norv_mutex_t& mutex_;
+    const bool held_ = norv_mutex_lock(&mutex_) == NORV_STATUS_OK;
+};
+
+void tell(const norv_uevent_parse& parser, const norv_uevent_device_t* device) {
+    if (parser.handler != nullptr) {
+        parser.handler(device, parser.user);
+    }
+}
+
+bool append_device(norv_uevent_parse& parser, norv_uevent_device_t& device) {
+    const list_lock lock(parser);
+    if (lock.held()) {
+        ++parser.list->count;
+        append(parser.list->devices, device.link);
+    }
+    return lock.held();
+}
+
+// The first in the list, not the nearest: callers rely on it, so a hub that is listed before the devices
+// behind it gets their nodes.
+norv_uevent_device_t* find_parent(norv_uevent_device_list_t& list, const char* devpath) {
+    for (norv_uevent_link_t* link = list.devices.next; link != &list.devices; link = link->next) {
+        norv_uevent_device_t& device = device_of(*link);
+        const char* candidate = devpath_of(device);
+        if (norv_strncmp(candidate, devpath, norv_strlen(candidate)) == 0) {
+            return &device;
+        }
+    }
+    return nullptr;
+}
+
+// A video node has to capture.
+bool is_useful(const parsed_event& node) {
+    if (!is_word(node.subsystem, "video4linux")) {
+        return true;
+    }
+    text_field path;
+    join_text(path, "/dev/", node.devname);
+    return _v4l2_check_valid(path) == NORV_STATUS_OK;
+}
+
+// Adds a node to its device; returns what the handler is told, null for nothing.
+const norv_uevent_device_t* place_child(norv_uevent_parse& parser, const parsed_event& node) {
+    const list_lock lock(parser);
+    if (!lock.held()) {
+        return nullptr;
+    }
+    norv_uevent_device_t* parent = find_parent(*parser.list, node.devpath);
+    if (parent == nullptr) {
+        // No record: handlers know the address of the head, and wait for it.
+        return &device_of(parser.list->devices);
+    }
+    // A child is a double when it has the same parent's product name as another, which all children of a
+    // device have: a device keeps its first one.
+    if (!is_empty(parent->children)) {
+        return nullptr;
+    }
+    if (is_useful(node)) {
+        append_child(*parent, node);
+    }
+    return parent;
+}
+
+}  // namespace
+
+norv_uevent_device_list_t* create_list() {
+    auto* list = static_cast<norv_uevent_device_list_t*>(norv_zalloc(sizeof(norv_uevent_device_list_t)));
+    if (list != nullptr) {
+        make_empty(list->devices);
+    }
+    return list;
+}
+
+void release_list(norv_uevent_parse& parser) {
+    if (!parser.has_mutex) {
+        norv_free(parser.list);  // nobody else can know it yet
+        return;
+    }
+    const list_lock lock(parser);
+    while (!is_empty(parser.list->devices)) {
+        release_device(device_of(*parser.list->devices.next));
+    }
+    norv_free(parser.list);
+}
+
+void add_device(norv_uevent_parse& parser, const parsed_event& event) {
+    norv_uevent_device_t* device = create_device(event);
+    if (device == nullptr) {
+        return;
+    }
+    if (append_device(parser, *device)) {
+        tell(parser, device);
+    } else {
+        norv_free(device);
+    }
+}
+
+void add_child(norv_uevent_parse& parser, const parsed_event& node) {
+    const norv_uevent_device_t* told = place_child(parser, node);
+    if (told != nullptr) {
+        tell(parser, told);
+    }
+}
+
+void remove_devices(norv_uevent_parse& parser, const char* devpath) {
+    const list_lock lock(parser);
+    if (!lock.held()) {
+        return;
+    }
+    norv_uevent_link_t& head = parser.list->devices;
+    for (norv_uevent_link_t *link = head.next, *next = nullptr; link != &head; link = next) {
+        next = link->next;
+        norv_uevent_device_t& device = device_of(*link);
+        // Anywhere in the path, so that the hubs on the way go as well: callers rely on it.
+        if (norv_strstr(devpath, devpath_of(device)) != nullptr) {
+            device.action = NORV_UEVENT_ACTION_REMOVE;
+            tell(parser, &device);
+            --parser.list->count;
+            release_device(device);
+        }
+    }
+}
+
+void report_display_change(norv_uevent_parse& parser, const parsed_event& event) {
+    norv_uevent_device_t* connector = create_device(event);
+    if (connector != nullptr) {
+        tell(parser, connector);
+        norv_free(connector);
+    }
+}
+
+}  // namespace norv

@@ -1,0 +1,1357 @@
+// The hot-plug parser.
+#include "norv_uevent_parse.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "events/uevent_parse_recorder.hpp"
+#include "events/uevent_socket.hpp"
+#include "events/usb_bus.hpp"
+#include "norv_base.h"
+#include "norv_uevent.h"
+#include "support/failure_sweep.hpp"
+#include "support/status.hpp"
+
+namespace {
+
+using namespace std::string_literals;
+using norv::test::errno_status;
+using norv::test::fault;
+using norv::test::kernel_double;
+using norv::test::lines;
+using norv::test::recorder;
+using norv::test::uevent_message;
+using norv::test::uevent_socket;
+using norv::test::usb_bus;
+using norv::test::video_node;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr uint32_t usb = NORV_UEVENT_FILTER_USB;
+constexpr uint32_t display = NORV_UEVENT_FILTER_DISPLAY;
+
+std::string device_message(const std::string& action, const std::string& devpath) {
+    return uevent_message(action, devpath,
+                          {"SUBSYSTEM=usb", "MAJOR=189", "MINOR=2", "DEVNAME=bus/usb/001/003",
+                           "DEVTYPE=usb_device", "PRODUCT=46d/825/12"});
+}
+
+std::string node_message(const std::string& action, const std::string& devpath, const std::string& subsystem,
+                         const std::string& devname) {
+    return uevent_message(action, devpath,
+                          {"SUBSYSTEM=" + subsystem, "MAJOR=81", "MINOR=5", "DEVNAME=" + devname});
+}
+
+// A kernel with a uevent socket and an empty USB bus.
+class UeventParse : public testing::Test {
+  protected:
+    uint32_t open(uint32_t filter = usb, uint32_t buffer_size = 4096) {
+        return parser.open(filter, buffer_size);
+    }
+    void poll() { EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U); }
+    // One message of its own.
+    void receive(const std::string& message) {
+        socket.send(message);
+        poll();
+    }
+    const norv_uevent_device_t& device(size_t index) { return *parser.devices().at(index); }
+    std::vector<std::string> syspaths() { return parser.syspaths(); }
+
+    kernel_double kernel;
+    uevent_socket socket{kernel};
+    usb_bus bus{kernel};
+    recorder parser;
+};
+
+class OpenUeventParse : public UeventParse {
+  protected:
+    OpenUeventParse() { EXPECT_EQ(open(), 0U); }
+};
+
+// ---- open and close
+
+TEST_F(UeventParse, TheSocketIsSetUpLikeThatOfUeventMessages) {
+    ASSERT_EQ(open(), 0U);
+    const auto sockets = kernel.calls("socket");
+    ASSERT_THAT(sockets, SizeIs(1));
+    EXPECT_EQ(sockets[0].flags, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
+    EXPECT_EQ(sockets[0].request, static_cast<unsigned long>(NETLINK_KOBJECT_UEVENT));
+    const auto options = kernel.calls("setsockopt");
+    ASSERT_THAT(options, SizeIs(1));
+    EXPECT_EQ(options[0].request, static_cast<unsigned long>(SO_RCVBUFFORCE));
+    int32_t size = 0;
+    ASSERT_EQ(options[0].bytes.size(), sizeof size);
+    memcpy(&size, options[0].bytes.data(), sizeof size);
+    EXPECT_EQ(size, 65536);
+    const auto binds = kernel.calls("bind");
+    ASSERT_THAT(binds, SizeIs(1));
+    sockaddr_nl address;
+    ASSERT_EQ(binds[0].bytes.size(), sizeof address);
+    memcpy(&address, binds[0].bytes.data(), sizeof address);
+    EXPECT_EQ(address.nl_family, AF_NETLINK);
+    EXPECT_EQ(address.nl_pid, 0U);
+    EXPECT_EQ(address.nl_groups, 0xFFFFFFFFU);
+}
+
+TEST_F(UeventParse, TheContextIsStoredBeforeTheHandlerIsCalled) {
+    bus.add_root_hub();
+    norv_uevent_parse_t* seen = nullptr;
+    parser.on_change = [&](const norv_uevent_device_t*) { seen = parser.context; };
+    ASSERT_EQ(open(), 0U);
+    EXPECT_NE(seen, nullptr);
+    EXPECT_EQ(seen, parser.context);
+}
+
+TEST_F(UeventParse, WithoutMemoryForTheContextTheVariableIsNull) {
+    kernel.fail("norv_zalloc", ENOMEM, 1);
+    parser.context = reinterpret_cast<norv_uevent_parse_t*>(1);
+    EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_THAT(kernel.calls("socket"), IsEmpty());
+}
+
+TEST_F(UeventParse, WithoutMemoryForTheBufferEverythingIsReleased) {
+    kernel.fail("norv_malloc", ENOMEM);
+    EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(UeventParse, WithoutMemoryForTheListEverythingIsReleased) {
+    kernel.fail("norv_zalloc", ENOMEM, 2);
+    EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(UeventParse, AMutexThatCannotBePreparedIsReportedAndEverythingReleased) {
+    kernel.fail("norv_mutex_init", ENOMEM);
+    EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(UeventParse, ASocketFailureIsReturnedAndTheContextClosed) {
+    kernel.fail("socket", EMFILE);
+    EXPECT_EQ(open(), errno_status(EMFILE));
+    EXPECT_EQ(parser.context, nullptr);
+}
+
+TEST_F(UeventParse, ABindFailureIsReturnedAndTheContextClosed) {
+    kernel.fail("bind", EACCES);
+    EXPECT_EQ(open(), errno_status(EACCES));
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(UeventParse, ASocketFailureWhoseErrnoMapsToZeroLetsTheOpenGoOn) {
+    bus.add_root_hub();
+    kernel.fail("socket", EMFILE);
+    kernel.map_errno(EMFILE, 0);
+    EXPECT_EQ(open(), 0U);
+    EXPECT_EQ(norv_uevent_parse_get_fd(&parser.context), -1);
+    EXPECT_THAT(syspaths(), SizeIs(1));
+    poll();
+}
+
+TEST_F(UeventParse, ANullPointerIsAnInvalidArgument) {
+    const norv_uevent_parse_settings_t settings = {};
+    EXPECT_EQ(norv_uevent_parse_open(nullptr, &settings), NORV_STATUS_INVALID_ARG);
+    parser.context = reinterpret_cast<norv_uevent_parse_t*>(1);
+    EXPECT_EQ(norv_uevent_parse_open(&parser.context, nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(UeventParse, WithoutAContextEveryCallRefuses) {
+    const norv_uevent_device_list_t* list = nullptr;
+    norv_uevent_parse_t* none = nullptr;
+    for (norv_uevent_parse_t** context : {&none, static_cast<norv_uevent_parse_t**>(nullptr)}) {
+        norv_uevent_parse_close(context);
+        EXPECT_EQ(norv_uevent_parse_poll(context), NORV_STATUS_INVALID_ARG);
+        EXPECT_EQ(norv_uevent_parse_set_filter(context, usb), nullptr);
+        EXPECT_EQ(norv_uevent_parse_get_device(context, &list), NORV_STATUS_INVALID_ARG);
+        EXPECT_EQ(norv_uevent_parse_get_fd(context), -1);
+    }
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, ClosingClosesTheSocketReleasesEverythingAndMakesTheVariableNull) {
+    receive(device_message("add", "/devices/pci0/usb1/1-1"));
+    receive(
+        node_message("add", "/devices/pci0/usb1/1-1/1-1:1.0/input/input3/event3", "input", "input/event3"));
+    EXPECT_EQ(device(0).child_count, 1U);
+    const size_t told = parser.calls.size();
+    kernel.forget_calls();
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_EQ(parser.context, nullptr);
+    EXPECT_THAT(kernel.calls("close"), SizeIs(1));
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+    EXPECT_EQ(kernel.allocations(), 0U);
+    EXPECT_THAT(parser.calls, SizeIs(told));
+}
+
+TEST_F(OpenUeventParse, ASecondCloseDoesNothing) {
+    norv_uevent_parse_close(&parser.context);
+    kernel.forget_calls();
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AListThatCannotBeLockedIsReleasedAllTheSame) {
+    receive(device_message("add", "/devices/pci0/usb1/1-1"));
+    kernel.fail("norv_mutex_lock", EINVAL);
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_EQ(kernel.allocations(), 0U);
+}
+
+TEST_F(OpenUeventParse, TheDescriptorIsTheSockets) {
+    const int descriptor = norv_uevent_parse_get_fd(&parser.context);
+    EXPECT_GT(descriptor, 0);
+    EXPECT_EQ(descriptor, kernel.calls("socket").at(0).result);
+}
+
+TEST_F(OpenUeventParse, TheListIsEmptyAtFirst) {
+    const norv_uevent_device_list_t* list = nullptr;
+    EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, &list), 0U);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->count, 0U);
+    EXPECT_EQ(list->devices.next, &list->devices);
+    EXPECT_EQ(list->devices.prev, &list->devices);
+}
+
+TEST_F(OpenUeventParse, AListThatCannotBeLockedIsNotGivenOut) {
+    const norv_uevent_device_list_t* list = nullptr;
+    EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, nullptr), NORV_STATUS_INVALID_ARG);
+    kernel.fail("norv_mutex_lock", EINVAL);
+    EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, &list), NORV_STATUS_BAD_STATE);
+    EXPECT_EQ(list, nullptr);
+}
+
+// ---- messages
+
+TEST_F(OpenUeventParse, EachKeyOfAMessageGoesToItsField) {
+    receive(uevent_message("add", "/devices/pci0/usb1/1-1",
+                           {"SUBSYSTEM=usb", "MAJOR=189", "MINOR=2", "CONNECTOR=7", "DEVNAME=bus/usb/001/003",
+                            "DEVTYPE=usb_device", "PRODUCT=46d/825/12"}));
+    ASSERT_THAT(parser.devices(), SizeIs(1));
+    EXPECT_EQ(device(0).action, NORV_UEVENT_ACTION_ADD);
+    EXPECT_EQ(device(0).major, 189);
+    EXPECT_EQ(device(0).minor, 2);
+    EXPECT_EQ(device(0).connector, 7);
+    EXPECT_STREQ(device(0).syspath, "/sys/devices/pci0/usb1/1-1");
+    EXPECT_STREQ(device(0).subsystem, "usb");
+    EXPECT_STREQ(device(0).devnode, "/dev/bus/usb/001/003");
+    EXPECT_STREQ(device(0).devtype, "usb_device");
+    EXPECT_STREQ(device(0).product, "46d/825/12");
+    EXPECT_STREQ(device(0).product_name, "");
+    EXPECT_EQ(device(0).child_count, 0U);
+    EXPECT_EQ(device(0).children.next, &device(0).children);
+    EXPECT_EQ(device(0).children.prev, &device(0).children);
+}
+
+TEST_F(OpenUeventParse, WhatAMessageDoesNotSayIsMinusOneOrEmpty) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0"s);
+    ASSERT_THAT(parser.devices(), SizeIs(1));
+    EXPECT_EQ(device(0).major, -1);
+    EXPECT_EQ(device(0).minor, -1);
+    EXPECT_EQ(device(0).connector, -1);
+    EXPECT_STREQ(device(0).syspath, "/sys");
+    EXPECT_STREQ(device(0).devnode, "/dev/");
+    EXPECT_STREQ(device(0).subsystem, "");
+    EXPECT_STREQ(device(0).product, "");
+}
+
+TEST_F(OpenUeventParse, TheHeaderLineIsIgnored) {
+    receive("remove@/devices/x\0ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/y\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/y"));
+}
+
+TEST_F(OpenUeventParse, TextsThatAreNoKeyAreIgnored) {
+    receive(
+        "AAA=first\0ACTION=add\0DEV=x\0DEVNAM=x\0DEVPAT\0devpath=/lower\0 "
+        "DEVPATH=/space\0DEVTYPE=usb_device\0"
+        "DEVPATH=/devices/y\0DEVPATHS=/longer\0ZZZ=last\0=\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/y"));
+}
+
+TEST_F(OpenUeventParse, TheLastOfARepeatedKeyCounts) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x\0DEVPATH=/devices/y\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/y"));
+}
+
+TEST_F(OpenUeventParse, AnEmptyTextEndsTheMessage) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x\0\0DEVPATH=/devices/y\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
+}
+
+TEST_F(OpenUeventParse, AMessageThatBeginsWithANulSaysNothing) {
+    receive("\0ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x\0"s);
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AMessageOfAUdevDaemonSaysNothing) {
+    receive("libudev\0\xfe\xed\xca\xfe\x28\0\0\0\x28\0\0\0\0ACTION=add\0DEVTYPE=usb_device\0"s);
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AMessageWithoutAFinalNulIsParsedToItsEnd) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
+}
+
+TEST_F(OpenUeventParse, AMessageWithoutSeparatorsSaysNothing) {
+    receive(std::string(4096, 'A'));
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(UeventParse, AMessageAsLongAsTheBufferIsTakenWhole) {
+    const std::string message = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
+    ASSERT_EQ(open(usb, static_cast<uint32_t>(message.size())), 0U);
+    receive(message);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
+}
+
+TEST_F(UeventParse, ALongerMessageIsCut) {
+    const std::string kept = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
+    ASSERT_EQ(open(usb, static_cast<uint32_t>(kept.size())), 0U);
+    receive(kept + "yz\0MAJOR=1\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
+    EXPECT_EQ(device(0).major, -1);
+}
+
+TEST_F(UeventParse, ABufferOfNoBytesReceivesNothing) {
+    ASSERT_EQ(open(usb, 0), 0U);
+    receive(device_message("add", "/devices/x"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AMessageIsReceivedWithTheWholeBufferAndNoFlags) {
+    poll();
+    ASSERT_THAT(kernel.calls("recv"), SizeIs(1));
+    EXPECT_EQ(kernel.calls("recv")[0].request, 4096U);
+    EXPECT_EQ(kernel.calls("recv")[0].flags, 0);
+}
+
+TEST_F(OpenUeventParse, OnePollAppliesEveryMessageThatWaits) {
+    socket.send(device_message("add", "/devices/a"));
+    socket.send(device_message("add", "/devices/b"));
+    socket.send(device_message("add", "/devices/c"));
+    poll();
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a", "/sys/devices/b", "/sys/devices/c"));
+}
+
+TEST_F(OpenUeventParse, AReceiveErrorEndsThePollSilentlyAndTheNextOneGoesOn) {
+    for (const int error : {EAGAIN, ENOBUFS, EIO, EINTR}) {
+        socket.send(device_message("add", "/devices/a"));
+        socket.fail_receive(error);
+        socket.send(device_message("add", "/devices/b"));
+        poll();
+        EXPECT_EQ(socket.waiting(), 1U);
+        poll();
+        EXPECT_EQ(socket.waiting(), 0U);
+    }
+    EXPECT_THAT(parser.devices(), SizeIs(8));
+}
+
+TEST_F(OpenUeventParse, AnEmptyMessageEndsThePoll) {
+    socket.send("");
+    socket.send(device_message("add", "/devices/a"));
+    poll();
+    EXPECT_EQ(socket.waiting(), 1U);
+}
+
+TEST_F(OpenUeventParse, OfAnActionOnlyAsManyCharactersCountAsTheWordHas) {
+    receive(device_message("additional", "/devices/a"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+    receive(device_message("removed", "/devices/a"));
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AnUnknownActionLeavesTheActionAsItWas) {
+    receive("ACTION=add\0ACTION=bind\0DEVTYPE=usb_device\0DEVPATH=/devices/a\0"s);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+}
+
+TEST_F(OpenUeventParse, OtherActionsChangeNothing) {
+    receive(device_message("add", "/devices/a"));
+    parser.calls.clear();
+    for (const char* action : {"bind", "unbind", "move", "online", "change", "ad", "remov", ""}) {
+        receive(device_message(action, "/devices/a"));
+    }
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+}
+
+TEST_F(OpenUeventParse, NumbersAreDecimalUpToTheFirstCharacterThatIsNoDigit) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0MAJOR=010x5\0MINOR=0x10\0CONNECTOR= -3 \0"s);
+    EXPECT_EQ(device(0).major, 10);
+    EXPECT_EQ(device(0).minor, 0);
+    EXPECT_EQ(device(0).connector, -3);
+}
+
+TEST_F(OpenUeventParse, HugeNumbersAreCutTo32Bits) {
+    receive("ACTION=add\0DEVTYPE=usb_device\0MAJOR=2147483647\0MINOR=99999999999999999999999\0CONNECTOR=\0"s);
+    EXPECT_EQ(device(0).major, INT32_MAX);
+    EXPECT_EQ(device(0).minor, static_cast<int32_t>(LONG_MAX));
+    EXPECT_EQ(device(0).connector, 0);
+}
+
+TEST_F(OpenUeventParse, KeysAreLookedUpInTheExportedTable) {
+    const char* const kept = p_uevent_key[3];
+    p_uevent_key[3] = "DEVPATHS=";
+    receive("ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/a\0DEVPATHS=/devices/b\0"s);
+    p_uevent_key[3] = kept;
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/b"));
+}
+
+// ---- devices
+
+TEST_F(OpenUeventParse, ADeviceThatComesIsAppendedAndTold) {
+    receive(device_message("add", "/devices/pci0/usb1/1-1"));
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(parser.calls[0].device, &device(0));
+    EXPECT_EQ(parser.calls[0].action, NORV_UEVENT_ACTION_ADD);
+    EXPECT_EQ(parser.list()->count, 1U);
+}
+
+TEST_F(OpenUeventParse, TheOldestDeviceComesFirst) {
+    receive(device_message("add", "/devices/b"));
+    receive(device_message("add", "/devices/a"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/b", "/sys/devices/a"));
+    EXPECT_STREQ(reinterpret_cast<const norv_uevent_device_t*>(parser.list()->devices.prev)->syspath,
+                 "/sys/devices/a");
+}
+
+TEST_F(OpenUeventParse, ADeviceThatComesTwiceIsListedTwice) {
+    receive(device_message("add", "/devices/a"));
+    receive(device_message("add", "/devices/a"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a", "/sys/devices/a"));
+    EXPECT_EQ(parser.list()->count, 2U);
+}
+
+TEST_F(OpenUeventParse, OnlyTheExactDeviceTypeIsADevice) {
+    for (const char* devtype : {"usb_devic", "usb_devices", "usb_interface", "USB_DEVICE", ""}) {
+        receive(uevent_message("add", "/devices/a", {"SUBSYSTEM=usb", "DEVTYPE="s + devtype}));
+    }
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, TheSubsystemOfADeviceDoesNotMatter) {
+    receive(uevent_message("add", "/devices/a", {"SUBSYSTEM=other", "DEVTYPE=usb_device"}));
+    EXPECT_STREQ(device(0).subsystem, "other");
+}
+
+TEST_F(OpenUeventParse, TheProductNameIsTheFirstLineOfItsFile) {
+    kernel.add_file("/sys/devices/a/product", "HD Webcam C525\nsecond line\n");
+    receive(device_message("add", "/devices/a"));
+    EXPECT_STREQ(device(0).product_name, "HD Webcam C525");
+    EXPECT_THAT(kernel.open_flags("/sys/devices/a/product"), ElementsAre(O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(OpenUeventParse, AProductNameMayLackItsNewline) {
+    kernel.add_file("/sys/devices/a/product", "Webcam");
+    receive(device_message("add", "/devices/a"));
+    EXPECT_STREQ(device(0).product_name, "Webcam");
+}
+
+TEST_F(OpenUeventParse, AProductNameIsCutAt511Characters) {
+    kernel.add_file("/sys/devices/a/product", std::string(600, 'p'));
+    receive(device_message("add", "/devices/a"));
+    EXPECT_EQ(device(0).product_name, std::string(511, 'p'));
+}
+
+TEST_F(OpenUeventParse, TheProductNameOfALongPathIsRead) {
+    const std::string path = "/devices/" + std::string(200, 'a') + "/" + std::string(200, 'b');
+    kernel.add_file("/sys" + path + "/product", "Webcam\n");
+    receive(device_message("add", path));
+    EXPECT_STREQ(device(0).product_name, "Webcam");
+}
+
+TEST_F(OpenUeventParse, AProductNameThatCannotBeReadIsEmpty) {
+    kernel.add_directory("/sys/devices/a/product");
+    receive(device_message("add", "/devices/a"));
+    EXPECT_STREQ(device(0).product_name, "");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(OpenUeventParse, EveryTextIsCutAt511Characters) {
+    const std::string text(600, 't');
+    receive(
+        uevent_message("add", "/" + text,
+                       {"SUBSYSTEM=" + text, "DEVNAME=" + text, "DEVTYPE=usb_device", "PRODUCT=" + text}));
+    ASSERT_THAT(parser.devices(), SizeIs(1));
+    EXPECT_EQ(device(0).syspath, "/sys/" + text.substr(0, 506));
+    EXPECT_EQ(device(0).devnode, "/dev/" + text.substr(0, 506));
+    EXPECT_EQ(device(0).subsystem, text.substr(0, 511));
+    EXPECT_EQ(device(0).product, text.substr(0, 511));
+}
+
+TEST_F(OpenUeventParse, AListThatCannotBeLockedStaysAsItIs) {
+    receive(device_message("add", "/devices/a"));
+    parser.calls.clear();
+    kernel.fail("norv_mutex_lock", EINVAL);
+    receive(device_message("add", "/devices/b"));
+    kernel.fail("norv_mutex_lock", EINVAL);
+    receive(node_message("add", "/devices/a/input", "input", "input/event0"));
+    kernel.fail("norv_mutex_lock", EINVAL);
+    receive(device_message("remove", "/devices/a"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+    EXPECT_EQ(device(0).child_count, 0U);
+}
+
+TEST_F(OpenUeventParse, WithoutMemoryADeviceIsNeitherListedNorTold) {
+    kernel.fail("norv_zalloc", ENOMEM);
+    receive(device_message("add", "/devices/a"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(UeventParse, WithoutAHandlerTheListIsKeptAllTheSame) {
+    bus.add_root_hub();
+    const norv_uevent_parse_settings_t settings = {usb | display, 4096, nullptr, nullptr};
+    ASSERT_EQ(norv_uevent_parse_open(&parser.context, &settings), 0U);
+    receive(uevent_message("change", "/devices/card0", {"DEVTYPE=drm_minor"}));
+    receive(node_message("add", "/devices/pci0/usb1/event0", "input", "input/event0"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
+    EXPECT_EQ(device(0).child_count, 1U);
+    receive(device_message("remove", "/devices/pci0/usb1"));
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+// ---- nodes
+
+class WebcamOnOpenParser : public OpenUeventParse {
+  protected:
+    WebcamOnOpenParser() {
+        kernel.add_file(path_in_sys + "/product", "Webcam\n");
+        kernel.add_device("/dev/video0", picture);
+        kernel.add_device("/dev/video1", metadata);
+        receive(device_message("add", path));
+        parser.calls.clear();
+        kernel.forget_calls();
+    }
+    const norv_uevent_child_t& child() {
+        return *reinterpret_cast<const norv_uevent_child_t*>(device(0).children.next);
+    }
+
+    const std::string path = "/devices/pci0/usb1/1-1";
+    const std::string path_in_sys = "/sys" + path;
+    std::shared_ptr<video_node> picture = std::make_shared<video_node>(true);
+    std::shared_ptr<video_node> metadata = std::make_shared<video_node>(false);
+};
+
+TEST_F(WebcamOnOpenParser, ItsCaptureNodeBecomesAChild) {
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_EQ(child().major, 81U);
+    EXPECT_EQ(child().minor, 5U);
+    EXPECT_EQ(child().syspath, path_in_sys + "/1-1:1.0/video4linux/video0");
+    EXPECT_STREQ(child().subsystem, "video4linux");
+    EXPECT_STREQ(child().devnode, "/dev/video0");
+    EXPECT_STREQ(child().parent_product_name, "Webcam");
+    EXPECT_EQ(child().link.next, &device(0).children);
+    EXPECT_EQ(device(0).children.prev, &child().link);
+}
+
+TEST_F(WebcamOnOpenParser, TheHandlerIsToldOfTheDeviceThatGotTheNode) {
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(parser.calls[0].device, &device(0));
+    EXPECT_EQ(parser.calls[0].child_count, 1U);
+    EXPECT_EQ(parser.calls[0].action, NORV_UEVENT_ACTION_ADD);
+}
+
+TEST_F(WebcamOnOpenParser, ItsMetadataNodeAddsNothingButIsTold) {
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video1", "video4linux", "video1"));
+    EXPECT_EQ(device(0).child_count, 0U);
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(parser.calls[0].device, &device(0));
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(WebcamOnOpenParser, AMetadataNodeThatComesFirstLeavesRoomForTheCaptureNode) {
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video1", "video4linux", "video1"));
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_STREQ(child().devnode, "/dev/video0");
+}
+
+TEST_F(WebcamOnOpenParser, AVideoNodeThatCannotBeOpenedAddsNothingButIsTold) {
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video9", "video4linux", "video9"));
+    EXPECT_EQ(device(0).child_count, 0U);
+    EXPECT_THAT(parser.calls, SizeIs(1));
+}
+
+TEST_F(WebcamOnOpenParser, OfASoundCardAndAnInputOnlyTheFirstIsKept) {
+    receive(node_message("add", path + "/1-1:1.2/sound/card1/controlC1", "sound", "snd/controlC1"));
+    receive(node_message("add", path + "/1-1:1.3/input/input9/event9", "input", "input/event9"));
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_STREQ(child().subsystem, "sound");
+    EXPECT_STREQ(child().devnode, "/dev/snd/controlC1");
+}
+
+TEST_F(WebcamOnOpenParser, ANodeThatIsNotKeptIsNotTold) {
+    receive(node_message("add", path + "/1-1:1.2/sound/card1/controlC1", "sound", "snd/controlC1"));
+    parser.calls.clear();
+    receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(kernel.open_flags("/dev/video0"), IsEmpty());
+}
+
+TEST_F(WebcamOnOpenParser, ADeviceWithoutAProductNameKeepsOnlyItsFirstNodeToo) {
+    receive(device_message("add", "/devices/nameless"));
+    receive(node_message("add", "/devices/nameless/event1", "input", "input/event1"));
+    receive(node_message("add", "/devices/nameless/event2", "input", "input/event2"));
+    EXPECT_EQ(device(1).child_count, 1U);
+}
+
+TEST_F(WebcamOnOpenParser, OnlyNodesOfTheThreeSubsystemsAreTaken) {
+    for (const char* subsystem :
+         {"", "inpu", "inputs", "video4linu", "video4linux2", "soun", "sounds", "hidraw"}) {
+        receive(node_message("add", path + "/1-1:1.0/node", subsystem, "input/event0"));
+    }
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_EQ(device(0).child_count, 0U);
+}
+
+TEST_F(WebcamOnOpenParser, ANodeWithoutANameIsNotTaken) {
+    receive(uevent_message("add", path + "/1-1:1.0/input/input3", {"SUBSYSTEM=input"}));
+    receive(uevent_message("add", path + "/1-1:1.0/input/input3", {"SUBSYSTEM=input", "DEVNAME="}));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_EQ(device(0).child_count, 0U);
+}
+
+TEST_F(WebcamOnOpenParser, ANodeWithoutNumbersHasAllBitsSetInThem) {
+    receive(uevent_message("add", path + "/event0", {"SUBSYSTEM=input", "DEVNAME=input/event0"}));
+    EXPECT_EQ(child().major, 0xFFFFFFFFU);
+    EXPECT_EQ(child().minor, 0xFFFFFFFFU);
+}
+
+TEST_F(WebcamOnOpenParser, TheTextsOfANodeAreCutAt511Characters) {
+    const std::string name(600, 'n');
+    receive(uevent_message("add", path + "/" + name, {"SUBSYSTEM=input", "DEVNAME=" + name}));
+    EXPECT_EQ(child().syspath, (path_in_sys + "/" + name).substr(0, 511));
+    EXPECT_EQ(child().devnode, ("/dev/" + name).substr(0, 511));
+}
+
+TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsToldWithTheAddressOfTheListsHead) {
+    receive(node_message("add", "/devices/platform/gpio-keys/input/input0/event0", "input", "input/event0"));
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_TRUE(parser.calls[0].is_head);
+    EXPECT_EQ(parser.calls[0].device, static_cast<const void*>(&parser.list()->devices));
+    EXPECT_EQ(device(0).child_count, 0U);
+    EXPECT_EQ(parser.list()->count, 1U);
+}
+
+TEST_F(WebcamOnOpenParser, ANodeGoesToTheFirstListedDeviceWhosePathIsAPrefix) {
+    receive(device_message("add", path + "/1-1.4"));
+    receive(node_message("add", path + "/1-1.4/1-1.4:1.0/event0", "input", "input/event0"));
+    EXPECT_EQ(device(0).child_count, 1U);
+    EXPECT_EQ(device(1).child_count, 0U);
+}
+
+TEST_F(WebcamOnOpenParser, ANodeGoesToTheDeviceWhenTheHubIsListedLater) {
+    receive(device_message("add", "/devices/pci0/usb1"));
+    receive(node_message("add", path + "/1-1:1.0/event0", "input", "input/event0"));
+    EXPECT_EQ(device(0).child_count, 1U);
+    EXPECT_EQ(device(1).child_count, 0U);
+}
+
+TEST_F(WebcamOnOpenParser, APrefixIsOneOfCharactersNotOfDirectories) {
+    receive(node_message("add", "/devices/pci0/usb1/1-10/1-10:1.0/event0", "input", "input/event0"));
+    EXPECT_EQ(device(0).child_count, 1U);
+}
+
+TEST_F(WebcamOnOpenParser, AMessageCanBeADeviceAndItsNodeAtOnce) {
+    receive(uevent_message("add", "/devices/pci1/both",
+                           {"DEVTYPE=usb_device", "SUBSYSTEM=input", "DEVNAME=input/event7"}));
+    ASSERT_THAT(parser.devices(), SizeIs(2));
+    EXPECT_EQ(device(1).child_count, 1U);
+    EXPECT_THAT(parser.calls, SizeIs(2));
+}
+
+TEST_F(WebcamOnOpenParser, WithoutMemoryANodeIsNotAdded) {
+    kernel.fail("norv_zalloc", ENOMEM);
+    receive(node_message("add", path + "/event0", "input", "input/event0"));
+    EXPECT_EQ(device(0).child_count, 0U);
+    EXPECT_EQ(device(0).children.next, &device(0).children);
+}
+
+TEST_F(WebcamOnOpenParser, TheRemovalOfANodeChangesNothing) {
+    receive(node_message("add", path + "/event0", "input", "input/event0"));
+    parser.calls.clear();
+    receive(node_message("remove", path + "/event0", "input", "input/event0"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_EQ(device(0).child_count, 1U);
+}
+
+TEST_F(WebcamOnOpenParser, TheNodeGoesWithItsDevice) {
+    receive(node_message("add", path + "/event0", "input", "input/event0"));
+    const size_t before = kernel.allocations();
+    receive(device_message("remove", path));
+    EXPECT_EQ(kernel.allocations(), before - 2);
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+// ---- removal
+
+TEST_F(OpenUeventParse, ADeviceThatGoesIsToldWhileItIsStillListed) {
+    receive(device_message("add", "/devices/a"));
+    const norv_uevent_device_t* going = &device(0);
+    parser.calls.clear();
+    uint32_t count = 0;
+    bool listed = false;
+    parser.on_change = [&](const norv_uevent_device_t* told) {
+        count = parser.list()->count;
+        listed = parser.list()->devices.next == &told->link;
+    };
+    receive(device_message("remove", "/devices/a"));
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(parser.calls[0].device, going);
+    EXPECT_EQ(parser.calls[0].action, NORV_UEVENT_ACTION_REMOVE);
+    EXPECT_EQ(count, 1U);
+    EXPECT_TRUE(listed);
+    EXPECT_EQ(parser.list()->count, 0U);
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, AHubWhosePathIsContainedInThatOfTheDeviceGoesWithItOnPurpose) {
+    receive(device_message("add", "/devices/pci0/usb1"));
+    receive(device_message("add", "/devices/pci0/usb1/1-1"));
+    receive(device_message("add", "/devices/pci0/usb1/1-2"));
+    receive(device_message("add", "/devices/pci0/usb1/1-1/1-1.4"));
+    parser.calls.clear();
+    receive(device_message("remove", "/devices/pci0/usb1/1-1/1-1.4"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1/1-2"));
+    EXPECT_THAT(parser.told(), ElementsAre("1 /sys/devices/pci0/usb1", "1 /sys/devices/pci0/usb1/1-1",
+                                           "1 /sys/devices/pci0/usb1/1-1/1-1.4"));
+    EXPECT_EQ(parser.list()->count, 1U);
+}
+
+TEST_F(OpenUeventParse, TheDevicesBehindAHubDoNotGoWithIt) {
+    receive(device_message("add", "/devices/pci0/usb1/1-1"));
+    receive(device_message("add", "/devices/pci0/usb1/1-1/1-1.4"));
+    receive(device_message("remove", "/devices/pci0/usb1/1-1"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1/1-1/1-1.4"));
+}
+
+TEST_F(OpenUeventParse, APathMayBeContainedAnywhere) {
+    receive(device_message("add", "/devices/a"));
+    receive(device_message("remove", "/elsewhere/devices/abc"));
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, EveryRecordOfTheSamePathGoes) {
+    receive(device_message("add", "/devices/a"));
+    receive(device_message("add", "/devices/b"));
+    receive(device_message("add", "/devices/a"));
+    receive(device_message("remove", "/devices/a"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/b"));
+}
+
+TEST_F(OpenUeventParse, TheRemovalOfAnUnlistedDeviceChangesNothing) {
+    receive(device_message("add", "/devices/a"));
+    parser.calls.clear();
+    receive(device_message("remove", "/devices/b"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), SizeIs(1));
+}
+
+TEST_F(OpenUeventParse, TheRemovalOfAnInterfaceChangesNothing) {
+    receive(device_message("add", "/devices/a"));
+    receive(uevent_message("remove", "/devices/a/1-1:1.0", {"DEVTYPE=usb_interface"}));
+    receive(uevent_message("remove", "/devices/a", {"SUBSYSTEM=usb"}));
+    EXPECT_THAT(syspaths(), SizeIs(1));
+}
+
+// ---- locking
+
+TEST_F(OpenUeventParse, TheHandlerOfAnArrivalMayAskForTheList) {
+    uint32_t count = 0;
+    parser.on_change = [&](const norv_uevent_device_t*) {
+        const norv_uevent_device_list_t* list = nullptr;
+        EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, &list), 0U);
+        count = list->count;
+    };
+    receive(device_message("add", "/devices/a"));
+    EXPECT_EQ(count, 1U);
+    receive(node_message("add", "/devices/a/event0", "input", "input/event0"));
+    receive(node_message("add", "/devices/b/event0", "input", "input/event0"));
+    EXPECT_THAT(parser.calls, SizeIs(3));
+}
+
+TEST_F(OpenUeventParse, TheListIsLockedWhileTheHandlerIsToldOfARemoval) {
+    receive(device_message("add", "/devices/a"));
+    std::atomic<bool> got_the_list = false;
+    std::thread other;
+    parser.on_change = [&](const norv_uevent_device_t*) {
+        other = std::thread([&] {
+            const norv_uevent_device_list_t* list = nullptr;
+            norv_uevent_parse_get_device(&parser.context, &list);
+            got_the_list = true;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_FALSE(got_the_list);
+    };
+    receive(device_message("remove", "/devices/a"));
+    other.join();
+    EXPECT_TRUE(got_the_list);
+}
+
+TEST_F(OpenUeventParse, AnotherThreadMayReplaceTheFilterAndAskForTheListDuringAPoll) {
+    std::atomic<bool> done = false;
+    std::thread other([&] {
+        const norv_uevent_device_list_t* list = nullptr;
+        while (!done) {
+            norv_uevent_parse_set_filter(&parser.context, usb);
+            norv_uevent_parse_get_device(&parser.context, &list);
+        }
+    });
+    for (int round = 0; round < 500; ++round) {
+        receive(device_message("add", "/devices/a"));
+        receive(device_message("remove", "/devices/a"));
+    }
+    done = true;
+    other.join();
+    EXPECT_THAT(syspaths(), IsEmpty());
+    EXPECT_THAT(parser.calls, SizeIs(1000));
+}
+
+// ---- filter and display connectors
+
+std::string connector_message() {
+    return uevent_message("change", "/devices/pci0/drm/card0",
+                          {"SUBSYSTEM=drm", "HOTPLUG=1", "CONNECTOR=94", "DEVNAME=dri/card0",
+                           "DEVTYPE=drm_minor", "MAJOR=226", "MINOR=0"});
+}
+
+TEST_F(UeventParse, AConnectorThatChangedIsToldWithARecordForThatCallOnly) {
+    ASSERT_EQ(open(display), 0U);
+    const size_t before = kernel.allocations();
+    norv_uevent_device_t seen;
+    parser.on_change = [&](const norv_uevent_device_t* told) {
+        seen = *told;
+        EXPECT_EQ(told->children.next, &told->children);
+    };
+    receive(connector_message());
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(seen.action, NORV_UEVENT_ACTION_CHANGE);
+    EXPECT_EQ(seen.connector, 94);
+    EXPECT_EQ(seen.major, 226);
+    EXPECT_EQ(seen.minor, 0);
+    EXPECT_STREQ(seen.syspath, "/sys/devices/pci0/drm/card0");
+    EXPECT_STREQ(seen.subsystem, "drm");
+    EXPECT_STREQ(seen.devnode, "/dev/dri/card0");
+    EXPECT_STREQ(seen.devtype, "drm_minor");
+    EXPECT_EQ(kernel.allocations(), before);
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(UeventParse, AConnectorWithoutANumberIsToldWithMinusOne) {
+    ASSERT_EQ(open(display), 0U);
+    int32_t connector = 0;
+    parser.on_change = [&](const norv_uevent_device_t* told) { connector = told->connector; };
+    receive(uevent_message("change", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
+    EXPECT_EQ(connector, -1);
+}
+
+TEST_F(UeventParse, OnlyChangesOfDisplaysAreTold) {
+    ASSERT_EQ(open(display), 0U);
+    receive(uevent_message("add", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
+    receive(uevent_message("remove", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
+    receive(uevent_message("change", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minors"}));
+    receive(uevent_message("change", "/devices/pci0/drm/card0", {"DEVTYPE=drm_connector"}));
+    receive(uevent_message("change", "/devices/pci0/drm/card0", {"SUBSYSTEM=drm"}));
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(UeventParse, TheDisplayFilterAloneFollowsNoUsbDevice) {
+    bus.add_root_hub();
+    ASSERT_EQ(open(display), 0U);
+    receive(device_message("add", "/devices/a"));
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(OpenUeventParse, TheUsbFilterAloneTellsOfNoDisplay) {
+    receive(connector_message());
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(UeventParse, BothFiltersFollowBoth) {
+    ASSERT_EQ(open(usb | display), 0U);
+    receive(connector_message());
+    receive(device_message("add", "/devices/a"));
+    EXPECT_THAT(parser.calls, SizeIs(2));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+}
+
+TEST_F(UeventParse, FilterZeroIgnoresEveryMessageAndEnumeratesNothing) {
+    bus.add_root_hub();
+    ASSERT_EQ(open(0), 0U);
+    receive(device_message("add", "/devices/a"));
+    receive(connector_message());
+    EXPECT_THAT(parser.calls, IsEmpty());
+    EXPECT_THAT(syspaths(), IsEmpty());
+    EXPECT_THAT(kernel.calls("opendir"), IsEmpty());
+}
+
+TEST_F(UeventParse, OtherBitsOfTheFilterMeanNothing) {
+    bus.add_root_hub();
+    ASSERT_EQ(open(0xFFFFFFFCU), 0U);
+    receive(device_message("add", "/devices/a"));
+    receive(connector_message());
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(UeventParse, AFilterIsReplacedFromTheNextMessageOn) {
+    ASSERT_EQ(open(0), 0U);
+    EXPECT_EQ(norv_uevent_parse_set_filter(&parser.context, usb), parser.context);
+    parser.on_change = [&](const norv_uevent_device_t*) { norv_uevent_parse_set_filter(&parser.context, 0); };
+    socket.send(device_message("add", "/devices/a"));
+    socket.send(device_message("add", "/devices/b"));
+    poll();
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+}
+
+TEST_F(UeventParse, SettingTheUsbFilterLaterDoesNotEnumerate) {
+    bus.add_root_hub();
+    ASSERT_EQ(open(0), 0U);
+    norv_uevent_parse_set_filter(&parser.context, usb);
+    poll();
+    EXPECT_THAT(syspaths(), IsEmpty());
+    EXPECT_THAT(kernel.calls("opendir"), IsEmpty());
+}
+
+TEST_F(UeventParse, WithoutMemoryAConnectorIsNotTold) {
+    ASSERT_EQ(open(display), 0U);
+    kernel.fail("norv_zalloc", ENOMEM);
+    receive(connector_message());
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+// ---- what is plugged in at open
+
+TEST_F(UeventParse, OpeningFindsTheDevicesBelowEachRootHub) {
+    bus.add_root_hub("usb1");
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    bus.add_device("usb1/1-2", "003", "Hub");
+    bus.add_device("usb1/1-2/1-2.1", "004", "Webcam");
+    bus.add_root_hub("usb2");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1", "/sys/devices/pci0/usb1/1-1",
+                                        "/sys/devices/pci0/usb1/1-2", "/sys/devices/pci0/usb1/1-2/1-2.1",
+                                        "/sys/devices/pci0/usb2"));
+}
+
+TEST_F(UeventParse, AFoundDeviceHasNoActionAndTheSubsystemUsb) {
+    bus.add_root_hub();
+    bus.add_uevent("usb1/1-1",
+                   lines({"MAJOR=189", "MINOR=7", "DEVNAME=bus/usb/001/008", "DEVTYPE=usb_device",
+                          "DRIVER=usb", "PRODUCT=46d/825/12", "TYPE=239/2/1", "BUSNUM=001", "DEVNUM=008"}));
+    kernel.add_file("/sys/devices/pci0/usb1/1-1/product", "Webcam\n");
+    ASSERT_EQ(open(), 0U);
+    ASSERT_THAT(parser.devices(), SizeIs(2));
+    EXPECT_EQ(device(1).action, NORV_UEVENT_ACTION_NONE);
+    EXPECT_EQ(device(1).major, 189);
+    EXPECT_EQ(device(1).minor, 7);
+    EXPECT_EQ(device(1).connector, -1);
+    EXPECT_STREQ(device(1).syspath, "/sys/devices/pci0/usb1/1-1");
+    EXPECT_STREQ(device(1).subsystem, "usb");
+    EXPECT_STREQ(device(1).devnode, "/dev/bus/usb/001/008");
+    EXPECT_STREQ(device(1).devtype, "usb_device");
+    EXPECT_STREQ(device(1).product, "46d/825/12");
+    EXPECT_STREQ(device(1).product_name, "Webcam");
+}
+
+TEST_F(UeventParse, TheHandlerIsToldOfEachFoundDeviceAndNodeInOrder) {
+    bus.add_root_hub();
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
+    ASSERT_EQ(open(), 0U);
+    // The root hub is the first whose path is a prefix of the node's.
+    EXPECT_THAT(parser.told(), ElementsAre("-1 /sys/devices/pci0/usb1", "-1 /sys/devices/pci0/usb1/1-1",
+                                           "-1 /sys/devices/pci0/usb1"));
+}
+
+// A device without its root hub: the hub's own "uevent" file is out of the way.
+class UeventParseFoundDevice : public UeventParse {
+  protected:
+    UeventParseFoundDevice() {
+        bus.add_bus_entry("usb1", "usb1");
+        bus.add_device("usb1/1-1", "002", "Thing");
+    }
+    std::string child_subsystem() {
+        const norv_uevent_device_t& found = device(0);
+        return found.child_count == 0
+                   ? "none"
+                   : reinterpret_cast<const norv_uevent_child_t*>(found.children.next)->subsystem;
+    }
+    const norv_uevent_child_t& child() {
+        return *reinterpret_cast<const norv_uevent_child_t*>(device(0).children.next);
+    }
+};
+
+TEST_F(UeventParseFoundDevice, AnInputNodeBecomesItsChild) {
+    bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3", "13", "67");
+    ASSERT_EQ(open(), 0U);
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_EQ(child().major, 13U);
+    EXPECT_EQ(child().minor, 67U);
+    EXPECT_STREQ(child().syspath, "/sys/devices/pci0/usb1/1-1/1-1:1.0/input/input3/event3");
+    EXPECT_STREQ(child().subsystem, "input");
+    EXPECT_STREQ(child().devnode, "/dev/input/event3");
+    EXPECT_STREQ(child().parent_product_name, "Thing");
+}
+
+TEST_F(UeventParseFoundDevice, ASoundNodeBecomesItsChild) {
+    bus.add_node("usb1/1-1/1-1:1.0/sound/card1/controlC1", "snd/controlC1");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "sound");
+}
+
+TEST_F(UeventParseFoundDevice, AVideoNodeThatCapturesBecomesItsChild) {
+    kernel.add_device("/dev/video0", std::make_shared<video_node>(true));
+    bus.add_node("usb1/1-1/1-1:1.0/video4linux/video0", "video0");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "video4linux");
+}
+
+TEST_F(UeventParseFoundDevice, AVideoNodeThatDoesNotCaptureAddsNothing) {
+    kernel.add_device("/dev/video0", std::make_shared<video_node>(false));
+    bus.add_node("usb1/1-1/1-1:1.0/video4linux/video0", "video0");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "none");
+}
+
+TEST_F(UeventParseFoundDevice, ANameWithInputAndVideoIsAnInput) {
+    bus.add_node("usb1/1-1/node", "video/snd/input0");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "input");
+}
+
+TEST_F(UeventParseFoundDevice, ANameWithVideoAndSndIsAVideoNode) {
+    bus.add_node("usb1/1-1/node", "snd/video0");
+    kernel.add_device("/dev/snd/video0", std::make_shared<video_node>(true));
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "video4linux");
+}
+
+TEST_F(UeventParseFoundDevice, ANodeOfAnotherKindIsNotTaken) {
+    bus.add_node("usb1/1-1/1-1:1.0/tty/ttyUSB0", "ttyUSB0");
+    bus.add_node("usb1/1-1/1-1:1.0/hidraw/hidraw0", "hidraw0");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "none");
+    EXPECT_THAT(parser.calls, SizeIs(1));
+}
+
+TEST_F(UeventParse, ANodeThatIsFoundBeforeItsDeviceIsToldWithTheListsHead) {
+    bus.add_bus_entry("usb1", "usb1");
+    bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(parser.told(), ElementsAre("head", "-1 /sys/devices/pci0/usb1/1-1"));
+    EXPECT_EQ(device(0).child_count, 0U);
+}
+
+TEST_F(UeventParse, WithoutAUsbBusNothingIsFound) {
+    kernel.remove("/sys/bus");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), IsEmpty());
+}
+
+TEST_F(UeventParse, OnlyEntriesOfTheBusWithUsbInTheirNamesAreEntered) {
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    bus.add_bus_entry("1-1", "usb1/1-1");
+    bus.add_bus_entry("2-0:1.0", "usb1/1-1");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), IsEmpty());
+    norv_uevent_parse_close(&parser.context);
+    bus.add_bus_entry("my-usb-hub", "usb1/1-1");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), SizeIs(1));
+}
+
+TEST_F(UeventParse, AnEntryThatLeadsNowhereIsPassedOver) {
+    bus.add_bus_entry("usb1", "gone");
+    bus.add_root_hub("usb2");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
+}
+
+TEST_F(UeventParse, AnEntryThatIsNoLinkLeadsToTheBusItself) {
+    kernel.add_file("/sys/bus/usb/devices/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/usb1"));
+}
+
+TEST_F(UeventParse, ADirectoryOutsideTheDevicesIsPassedOver) {
+    kernel.add_link("/sys/bus/usb/devices/usb1", "../../../elsewhere/usb1");
+    kernel.add_file("/sys/elsewhere/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(parser.calls, IsEmpty());
+}
+
+TEST_F(UeventParse, LinksInsideTheTreeAreNotFollowed) {
+    bus.add_root_hub();
+    bus.add_device("elsewhere/1-9", "009", "Other");
+    kernel.add_link("/sys/devices/pci0/usb1/link", "../elsewhere");
+    kernel.add_link("/sys/devices/pci0/usb1/1-1/uevent", "../uevent");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
+}
+
+TEST_F(UeventParse, OnlyRegularFilesNamedUeventAreRead) {
+    bus.add_root_hub();
+    const std::string device = lines({"DEVTYPE=usb_device", "DEVNAME=x"});
+    kernel.add_file("/sys/devices/pci0/usb1/a/uevents", device);
+    kernel.add_file("/sys/devices/pci0/usb1/a/ueven", device);
+    kernel.add_directory("/sys/devices/pci0/usb1/b/uevent");
+    kernel.add_directory("/sys/devices/pci0/usb1/c");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), SizeIs(1));
+}
+
+TEST_F(UeventParse, ADirectoryNamedUeventIsWalked) {
+    bus.add_bus_entry("usb1", "usb1");
+    bus.add_device("usb1/uevent", "002", "Odd");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1/uevent"));
+}
+
+class UeventFile : public UeventParse {
+  protected:
+    // What opening finds when this is the content of a root hub's file.
+    std::vector<std::string> found(const std::string& content, uint32_t buffer_size = 4096) {
+        bus.add_bus_entry("usb1", "usb1");
+        bus.add_uevent("usb1", content);
+        EXPECT_EQ(open(usb, buffer_size), 0U);
+        return syspaths();
+    }
+};
+
+TEST_F(UeventFile, WithoutADeviceNameIsNotUsed) {
+    EXPECT_THAT(found("DEVTYPE=usb_device\nMAJOR=189\n"), IsEmpty());
+}
+
+TEST_F(UeventFile, WithANodeOfTheDeviceTreeIsNotUsed) {
+    EXPECT_THAT(found("DEVTYPE=usb_device\nDEVNAME=x\nOF_NAME=usb\n"), IsEmpty());
+}
+
+TEST_F(UeventFile, ThatIsEmptyIsNotUsed) {
+    EXPECT_THAT(found(""), IsEmpty());
+}
+
+TEST_F(UeventFile, MayLackItsLastNewline) {
+    EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device"), SizeIs(1));
+}
+
+TEST_F(UeventFile, MayHoldEmptyLines) {
+    EXPECT_THAT(found("\n\nDEVNAME=x\n\n\nMAJOR=7\n\nDEVTYPE=usb_device\n\n\n"), SizeIs(1));
+    EXPECT_EQ(device(0).major, 7);
+}
+
+TEST_F(UeventFile, EndsAtANul) {
+    EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n\0MAJOR=7\n"s), SizeIs(1));
+    EXPECT_EQ(device(0).major, -1);
+}
+
+TEST_F(UeventFile, LongerThanTheBufferIsCut) {
+    const std::string kept = "DEVNAME=x\nDEVTYPE=usb_device\nMAJOR=18";
+    EXPECT_THAT(found(kept + "9\nMINOR=5\n", static_cast<uint32_t>(kept.size())), SizeIs(1));
+    EXPECT_EQ(device(0).major, 18);
+    EXPECT_EQ(device(0).minor, -1);
+}
+
+TEST_F(UeventFile, Of70000BytesIsParsedToItsEnd) {
+    std::string content = "DEVNAME=x\nDEVTYPE=usb_device\n";
+    while (content.size() < 70'000) {
+        content += "FILLING=" + std::string(100, 'f') + "\n";
+    }
+    EXPECT_THAT(found(content + "MAJOR=7\n", 100'000), SizeIs(1));
+    EXPECT_EQ(device(0).major, 7);
+}
+
+TEST_F(UeventFile, OfOneLineWithoutSeparatorsIsHarmless) {
+    EXPECT_THAT(found("DEVNAME=" + std::string(10'000, 'x')), IsEmpty());
+}
+
+TEST_F(UeventFile, DoesNotTellTheActionThePathOrTheSubsystem) {
+    EXPECT_THAT(found("ACTION=remove\nDEVPATH=/elsewhere\nSUBSYSTEM=other\nDEVNAME=x\nDEVTYPE=usb_device\n"),
+                ElementsAre("/sys/devices/pci0/usb1"));
+    EXPECT_EQ(device(0).action, NORV_UEVENT_ACTION_NONE);
+    EXPECT_STREQ(device(0).subsystem, "usb");
+}
+
+TEST_F(UeventFile, OfADeviceWithoutAValueBehindTheNameIsADeviceWithoutANode) {
+    EXPECT_THAT(found("XDEVNAME\nDEVTYPE=usb_device\n"), SizeIs(1));
+    EXPECT_STREQ(device(0).devnode, "/dev/");
+}
+
+TEST_F(UeventFile, ThatCannotBeOpenedIsPassedOver) {
+    kernel.fail("open", EACCES);
+    EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), IsEmpty());
+}
+
+TEST_F(UeventFile, ThatCannotBeReadIsPassedOverAndClosed) {
+    kernel.fail("read", EIO);
+    EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), IsEmpty());
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(UeventFile, IsReadOnceWithTheBuffersSize) {
+    EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), SizeIs(1));
+    EXPECT_THAT(kernel.open_flags("/sys/devices/pci0/usb1/uevent"), ElementsAre(O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsPassedOver) {
+    bus.add_root_hub("usb1");
+    bus.add_root_hub("usb2");
+    kernel.fail("opendir", EACCES, 2);
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
+}
+
+TEST_F(UeventParse, APathThatWouldBeTooLongIsLeftAlone) {
+    bus.add_root_hub();
+    std::string path = bus.place("usb1");
+    const std::string step(200, 'd');
+    // Deeper than the library's paths reach, step by step: the whole path is too long for the kernel as well.
+    const int top = ::open(path.c_str(), O_DIRECTORY | O_CLOEXEC);
+    std::vector<int> levels = {top};
+    for (int level = 0; level < 22; ++level) {
+        ASSERT_EQ(mkdirat(levels.back(), step.c_str(), 0700), 0);
+        levels.push_back(openat(levels.back(), step.c_str(), O_DIRECTORY | O_CLOEXEC));
+    }
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), SizeIs(1));
+    while (!levels.empty()) {
+        close(levels.back());
+        levels.pop_back();
+        if (!levels.empty()) {
+            unlinkat(levels.back(), step.c_str(), AT_REMOVEDIR);
+        }
+    }
+}
+
+// ---- video nodes
+
+class V4l2 : public testing::Test {
+  protected:
+    uint32_t check(bool can_capture) {
+        node = std::make_shared<video_node>(can_capture);
+        kernel.add_device("/dev/video0", node);
+        return _v4l2_check_valid("/dev/video0");
+    }
+    kernel_double kernel;
+    std::shared_ptr<video_node> node;
+};
+
+TEST_F(V4l2, ANodeThatCapturesIsValid) {
+    EXPECT_EQ(check(true), 0U);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(V4l2, TheNodeIsOpenedForReadingAndWritingWithoutWaitingAndWithoutCloseOnExec) {
+    check(true);
+    EXPECT_THAT(kernel.open_flags("/dev/video0"), ElementsAre(O_RDWR | O_NONBLOCK));
+}
+
+TEST_F(V4l2, TheFirstCaptureFormatIsAskedFor) {
+    check(true);
+    v4l2_fmtdesc expected = {};
+    expected.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    EXPECT_EQ(memcmp(&node->asked, &expected, sizeof expected), 0);
+}
+
+TEST_F(V4l2, ANodeThatDoesNotCaptureGivesTheStatusOfMinusOneOnPurpose) {
+    EXPECT_EQ(check(false), errno_status(-1));
+    EXPECT_NE(errno_status(-1), 0U);
+    EXPECT_NE(errno_status(-1), errno_status(EINVAL));
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(V4l2, WhereMinusOneMapsToZeroANodeThatDoesNotCaptureIsValid) {
+    kernel.map_errno(-1, 0);
+    EXPECT_EQ(check(false), 0U);
+}
+
+TEST_F(V4l2, ANodeThatCannotBeOpenedIsADeviceError) {
+    EXPECT_EQ(_v4l2_check_valid("/dev/video9"), NORV_STATUS_DEVICE_ERROR);
+    kernel.fail("open", EBUSY);
+    EXPECT_EQ(check(true), NORV_STATUS_DEVICE_ERROR);
+}
+
+TEST_F(V4l2, ANullPathIsAnInvalidArgument) {
+    EXPECT_EQ(_v4l2_check_valid(nullptr), NORV_STATUS_INVALID_ARG);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+// ---- failures
+
+uint32_t open_follow_and_close() {
+    recorder parser;
+    uint32_t status = parser.open(usb | display, 4096);
+    if (status == NORV_STATUS_OK) {
+        status = norv_uevent_parse_poll(&parser.context);
+    }
+    norv_uevent_parse_close(&parser.context);
+    return status;
+}
+
+void build_busy_bus(kernel_double& kernel) {
+    uevent_socket socket(kernel);
+    usb_bus bus(kernel);
+    bus.add_root_hub();
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
+    kernel.add_device("/dev/video0", std::make_shared<video_node>(true));
+    socket.send(device_message("add", "/devices/pci1/usb2/2-1"));
+    socket.send(node_message("add", "/devices/pci1/usb2/2-1/video0", "video4linux", "video0"));
+    socket.send(connector_message());
+    socket.send(device_message("remove", "/devices/pci1/usb2/2-1"));
+}
+
+TEST(UeventParseSweep, NothingLeaksAndOnlyWhatOpenNeedsIsReported) {
+    norv::test::sweep_options options;
+    options.expect = [](const fault& struck) -> uint32_t {
+        if (struck.how == fault::kind::short_count) {
+            return NORV_STATUS_OK;
+        }
+        // In turn: context, socket, its option, bind, buffer, list, mutex. Everything later is passed over.
+        switch (struck.number) {
+            case 1:
+            case 5:
+            case 6:
+            case 7:
+                return NORV_STATUS_NO_MEMORY;
+            case 2:
+            case 4:
+                return errno_status(struck.error);
+            default:
+                return NORV_STATUS_OK;
+        }
+    };
+    EXPECT_GT(norv::test::failure_sweep(build_busy_bus, open_follow_and_close, options), 100);
+}
+
+}  // namespace
