@@ -3,11 +3,12 @@
 
 BUILD_PACKAGES = $(shell cat packaging/packages.build)
 CHECK_PACKAGES = $(shell cat packaging/packages.check)
+DEBIAN_PACKAGES = $(shell cat packaging/packages.debian)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz board-check soak build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages board-check soak build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -18,7 +19,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check tidy clang-build sanitizers fuzz coverage board-check soak ## The slow ring: formatting, static analysis, sanitizers, fuzzing, coverage
+check: format-check scripts-check tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak ## The slow ring: formatting, static analysis, binary interface, packages, sanitizers, fuzzing, coverage
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -41,6 +42,18 @@ tidy: setup-check ## Analyse the libraries' sources with clang-tidy
 
 clang-build: setup-check ## Build everything with clang as well
 	@tools/build clang
+
+abi-check: setup-check ## Compare exported names and record layouts with the recorded ones
+	@tools/build libraries
+	@tools/abi check build/libraries
+
+abi-baseline: setup-check ## Record the exported names and record layouts in packaging/abi/
+	@tools/build libraries
+	@tools/abi baseline build/libraries
+
+packages: setup ## Build the Debian packages into build/packages/
+	@tools/need-packages $(DEBIAN_PACKAGES)
+	@tools/packages
 
 sanitizers: setup-check ## Run the unit tests under the address, undefined-behaviour and thread sanitizers
 	@tools/build asan

@@ -6,15 +6,18 @@ target_compile_options(norv_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
 # norv_shared_library(NAME SOURCES...): a library with a C interface. It exports the names that its linker
-# map NAME.map lists, and needs nothing but the C library and what it links.
+# map NAME.map lists, and needs nothing but the C library and what it links. Users know norv_NAME as norv::NAME.
 function(norv_shared_library name)
     add_library(${name} SHARED ${ARGN})
+    string(REPLACE norv_ "" package_name ${name})
+    add_library(norv::${package_name} ALIAS ${name})
     set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}.map)
     set_target_properties(${name} PROPERTIES
         VERSION ${PROJECT_VERSION}
         SOVERSION ${NORV_SOVERSION}
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
+        EXPORT_NAME ${package_name}
         LINKER_LANGUAGE C
         LINK_DEPENDS ${map})
     target_compile_features(${name} PRIVATE cxx_std_20)
