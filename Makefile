@@ -4,11 +4,12 @@
 BUILD_PACKAGES = $(shell cat packaging/packages.build)
 CHECK_PACKAGES = $(shell cat packaging/packages.check)
 DEBIAN_PACKAGES = $(shell cat packaging/packages.debian)
+DOC_PACKAGES = $(shell cat packaging/packages.doc)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages board-check soak build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages board-check soak doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -19,7 +20,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak ## The slow ring: formatting, static analysis, binary interface, packages, sanitizers, fuzzing, coverage
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -75,6 +76,10 @@ fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 
 scripts-check: setup-check ## Check the shell scripts
 	@tools/scripts | xargs shellcheck --external-sources
+
+doc: ## Make the reference of the headers below build/doc: HTML and man pages
+	@tools/need-packages $(DOC_PACKAGES)
+	@tools/doc
 
 build: setup ## Build the libraries, tests and examples
 	@tools/build release

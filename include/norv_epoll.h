@@ -68,64 +68,64 @@ typedef void (*norv_epoll_timer_fd_callback)(norv_epoll_timer_fd_t* timer);
 
 /** The loop. Zero-fill it before `norv_epoll_open`; the fields are the loop's own, to be read at most. */
 struct norv_epoll {
-    uint64_t reserved;
+    uint64_t reserved;        /**< not used */
     int32_t epoll_descriptor; /**< 0 or below: not open */
     uint8_t exit;             /**< set by `norv_epoll_exit`, cleared when the loop starts */
-    struct epoll_event ready[NORV_EPOLL_MAX_EVENTS];
-    int32_t ready_count;    /**< what the last epoll_wait returned */
-    int32_t dispatch_index; /**< the ready event that is being dispatched */
-    norv_heap_t timers;
-    uint32_t delayed_sequence; /**< arrival number of the next delayed call of this round */
-    norv_heap_t delayed;
-    uint64_t loop_thread; /**< identifier of the thread that runs the loop, 0 when none does */
-    norv_mutex_t call_mutex;
-    int32_t call_descriptor; /**< the eventfd that brings a call to the loop thread */
-    norv_epoll_call_fn call_function;
-    uint64_t call_argument1;
-    uint64_t call_argument2;
-    uint32_t call_result;
-    norv_event_t call_done;
+    struct epoll_event ready[NORV_EPOLL_MAX_EVENTS]; /**< what the last epoll_wait fetched */
+    int32_t ready_count;                             /**< what the last epoll_wait returned */
+    int32_t dispatch_index;                          /**< the ready event that is being dispatched */
+    norv_heap_t timers;                              /**< the timers that are pending */
+    uint32_t delayed_sequence;        /**< arrival number of the next delayed call of this round */
+    norv_heap_t delayed;              /**< the delayed calls that are scheduled */
+    uint64_t loop_thread;             /**< identifier of the thread that runs the loop, 0 when none does */
+    norv_mutex_t call_mutex;          /**< one call of another thread at a time */
+    int32_t call_descriptor;          /**< the eventfd that brings a call to the loop thread */
+    norv_epoll_call_fn call_function; /**< the call under way */
+    uint64_t call_argument1;          /**< its first argument */
+    uint64_t call_argument2;          /**< its second argument */
+    uint32_t call_result;             /**< what it returned */
+    norv_event_t call_done;           /**< set once it has run */
 };
 
 /** The registration of one descriptor; usually the first member of the owner's record. */
 struct norv_epoll_fd {
-    norv_epoll_t* loop; /**< set by `norv_epoll_fd_add`, cleared by `norv_epoll_fd_remove` */
-    int32_t descriptor;
-    norv_epoll_fd_handler handler;
+    norv_epoll_t* loop;            /**< set by `norv_epoll_fd_add`, cleared by `norv_epoll_fd_remove` */
+    int32_t descriptor;            /**< set by the caller before the add */
+    norv_epoll_fd_handler handler; /**< set by the caller before the add */
 };
 
 /** A timer of the loop; usually the first member of the owner's record. Zero-filled: not scheduled. */
 struct norv_epoll_timer {
-    norv_epoll_t* loop; /**< set when scheduled, cleared when cancelled */
-    norv_epoll_timer_callback callback;
-    const char* name; /**< a label for the owner's use */
-    uint64_t expiry;  /**< absolute, ms of `norv_time_get_ms` */
-    uint32_t period;  /**< ms */
-    uint8_t repeat;   /**< non-zero: periodic */
-    norv_heap_node_t node;
+    norv_epoll_t* loop;                 /**< set when scheduled, cleared when cancelled */
+    norv_epoll_timer_callback callback; /**< set by the caller before it is scheduled */
+    const char* name;                   /**< a label for the owner's use */
+    uint64_t expiry;                    /**< absolute, ms of `norv_time_get_ms` */
+    uint32_t period;                    /**< ms */
+    uint8_t repeat;                     /**< non-zero: periodic */
+    norv_heap_node_t node;              /**< private: its place among the loop's timers */
 };
 
 /** A delayed call; usually the first member of the owner's record. Zero-filled: not scheduled. */
 struct norv_epoll_delayed {
-    norv_epoll_t* loop; /**< set when scheduled, cleared when cancelled */
-    norv_epoll_delayed_callback callback;
-    uint64_t user; /**< free for the owner */
-    uint32_t sequence;
-    uint32_t priority; /**< smaller runs first */
-    norv_heap_node_t node;
+    norv_epoll_t* loop;                   /**< set when scheduled, cleared when cancelled */
+    norv_epoll_delayed_callback callback; /**< set by the caller before it is scheduled */
+    uint64_t user;                        /**< free for the owner */
+    uint32_t sequence;                    /**< arrival number in the round */
+    uint32_t priority;                    /**< smaller runs first */
+    norv_heap_node_t node;                /**< private: its place among the loop's delayed calls */
 };
 
 /** An event that any thread may raise; usually the first member of the owner's record. Zero-filled: none. */
 struct norv_epoll_event_fd {
-    norv_epoll_fd_t registration; /**< private; its descriptor is an eventfd, 0 after destroy */
-    uint64_t reserved;
+    norv_epoll_fd_t registration;          /**< private; its descriptor is an eventfd, 0 after destroy */
+    uint64_t reserved;                     /**< not used */
     norv_epoll_event_fd_callback callback; /**< set by the caller before create; may free the record */
 };
 
 /** An interval timer of the loop; usually the first member of the owner's record. Zero-filled: none. */
 struct norv_epoll_timer_fd {
-    norv_epoll_fd_t registration; /**< private; its descriptor is the timer's */
-    uint64_t reserved;
+    norv_epoll_fd_t registration;          /**< private; its descriptor is the timer's */
+    uint64_t reserved;                     /**< not used */
     norv_epoll_timer_fd_callback callback; /**< set by the caller before create; may free the record */
     norv_linux_timer_t timer;              /**< to be armed with `norv_linux_timer_set_alarm_time` */
 };
@@ -308,6 +308,14 @@ NORV_API uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer
 /**
  * `norv_epoll_timer_schedule` in microseconds, cut to whole milliseconds: less than 1000 is a timer of 0 ms.
  * Of the milliseconds the low 32 bits count.
+ *
+ * @param loop          open; not null
+ * @param timer         as for `norv_epoll_timer_schedule`
+ * @param microseconds  from this call on, and the period
+ * @param repeat        true: periodic
+ * @return as `norv_epoll_timer_schedule`
+ *
+ * Blocks, on another thread, until the loop thread has done it. Any thread.
  */
 NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer,
                                                uint64_t microseconds, bool repeat);
@@ -323,7 +331,14 @@ NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_ti
  */
 NORV_API uint32_t norv_epoll_timer_cancel(norv_epoll_t* loop, norv_epoll_timer_t* timer);
 
-/** Tells whether a timer is pending, 0 for null: a snapshot, taken without the loop thread. Any thread. */
+/**
+ * Tells whether a timer is pending: a snapshot, taken without the loop thread.
+ *
+ * @param timer  zero-filled or scheduled before; may be null
+ * @return non-zero while it is pending; 0 for null
+ *
+ * Does not block. Any thread.
+ */
 NORV_API uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer);
 
 /* ---- Delayed calls ----------------------------------------------------------------------------------- */
@@ -363,8 +378,12 @@ NORV_API uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_del
 NORV_API uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delayed_t* delayed);
 
 /**
- * Tells whether a delayed call is scheduled, 0 for null: a snapshot, taken without the loop thread. Any
- * thread.
+ * Tells whether a delayed call is scheduled: a snapshot, taken without the loop thread.
+ *
+ * @param delayed  zero-filled or scheduled before; may be null
+ * @return non-zero while it is scheduled; 0 for null
+ *
+ * Does not block. Any thread.
  */
 NORV_API uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed);
 

@@ -36,7 +36,17 @@ NORV_BEGIN_DECLS
 NORV_API uint32_t norv_open_device(uint32_t flags, int32_t* descriptor, const char* format, ...)
     NORV_PRINTF(3, 4);
 
-/** `norv_open_device` with its values in a va_list, which is used up. */
+/**
+ * `norv_open_device` with its values in a va_list.
+ *
+ * @param flags       flags of open(2); a created file gets mode 0600
+ * @param descriptor  receives what open(2) returned, also when that is negative; not null
+ * @param format      printf format of the path; not null
+ * @param values      used up
+ * @return as `norv_open_device`
+ *
+ * Blocks as long as the device's open does. Any thread.
+ */
 NORV_API uint32_t norv_open_device_va(uint32_t flags, int32_t* descriptor, const char* format, va_list values)
     NORV_PRINTF(3, 0);
 
@@ -80,7 +90,17 @@ NORV_API uint32_t norv_write_device(const void* buffer, uint32_t* length, const 
 NORV_API uint32_t norv_write_string(int32_t descriptor, uint32_t maximum, const char* format, ...)
     NORV_PRINTF(3, 4);
 
-/** `norv_write_string` with its values in a va_list, which is used up. */
+/**
+ * `norv_write_string` with its values in a va_list.
+ *
+ * @param descriptor  an open file
+ * @param maximum     as for `norv_write_string`
+ * @param format      printf format of the text; not null
+ * @param values      used up
+ * @return as `norv_write_string`
+ *
+ * Blocks as long as the file's write does. Any thread.
+ */
 NORV_API uint32_t norv_write_string_va(int32_t descriptor, uint32_t maximum, const char* format,
                                        va_list values) NORV_PRINTF(3, 0);
 

@@ -99,9 +99,17 @@ NORV_API uint32_t norv_linux_can_raw_add(norv_linux_can_t** can, uint32_t nonblo
 /**
  * Adds a channel that receives the frames of two identifiers; otherwise like `norv_linux_can_raw_add`.
  *
+ * @param can                     not null, holds an open context
+ * @param nonblocking             non-zero: reads and writes with time-out 0 do not wait; only the low 8 bits
+ *                                count
  * @param identifier              the main identifier, by which the context finds the channel again
  * @param alternative_identifier  the other one, 0 included; no key: adding it as a main identifier makes
  *                                another channel
+ * @param channel                 receives the channel, as with `norv_linux_can_raw_add`
+ * @return as `norv_linux_can_raw_add`
+ *
+ * Blocks as `norv_linux_can_raw_add` does. Not while another add, a remove or the close of the same context
+ * runs.
  */
 NORV_API uint32_t norv_linux_can_raw_add_with_alt_id(norv_linux_can_t** can, uint32_t nonblocking,
                                                      uint32_t identifier, uint32_t alternative_identifier,

@@ -77,11 +77,29 @@ NORV_API void norv_linux_dma_destory_mgr(int32_t* manager);
  */
 NORV_API uint32_t norv_linux_dma_create_mem(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer);
 
-/** `norv_linux_dma_create_mem` with memory of the kernel's allocator for small pieces (kmalloc), type 1. */
+/**
+ * `norv_linux_dma_create_mem` with memory of the kernel's allocator for small pieces (kmalloc), type 1.
+ *
+ * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param size     in bytes
+ * @param buffer   receives the handle; not null; null after any failure
+ * @return as `norv_linux_dma_create_mem`
+ *
+ * Blocks as long as the driver allocates. Any thread.
+ */
 NORV_API uint32_t norv_linux_dma_create_by_kmalloc(int32_t* manager, uint64_t size,
                                                    norv_linux_dma_t** buffer);
 
-/** `norv_linux_dma_create_mem` with contiguous memory of the kernel's pool for such (CMA), type 2. */
+/**
+ * `norv_linux_dma_create_mem` with contiguous memory of the kernel's pool for such (CMA), type 2.
+ *
+ * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param size     in bytes
+ * @param buffer   receives the handle; not null; null after any failure
+ * @return as `norv_linux_dma_create_mem`
+ *
+ * Blocks as long as the driver allocates. Any thread.
+ */
 NORV_API uint32_t norv_linux_dma_create_by_cma(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer);
 
 /**
@@ -100,7 +118,16 @@ NORV_API uint32_t norv_linux_dma_create_by_cma(int32_t* manager, uint64_t size, 
 NORV_API uint32_t norv_linux_dma_create_by_user_ptr(int32_t* manager, void* memory, uint64_t size,
                                                     norv_linux_dma_t** buffer);
 
-/** `norv_linux_dma_create_mem` with memory that was set aside when the board started, type 4. */
+/**
+ * `norv_linux_dma_create_mem` with memory that was set aside when the board started, type 4.
+ *
+ * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param size     in bytes
+ * @param buffer   receives the handle; not null; null after any failure
+ * @return as `norv_linux_dma_create_mem`
+ *
+ * Blocks as long as the driver allocates. Any thread.
+ */
 NORV_API uint32_t norv_linux_dma_create_by_reserved(int32_t* manager, uint64_t size,
                                                     norv_linux_dma_t** buffer);
 

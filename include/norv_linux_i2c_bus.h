@@ -31,8 +31,8 @@ enum {
 
 /** One element of `write_reg_list`. */
 typedef struct {
-    uint8_t reg;
-    uint8_t value;
+    uint8_t reg;   /**< the register */
+    uint8_t value; /**< what is written into it */
 } norv_i2c_reg_value_t;
 
 typedef struct norv_i2c_bus norv_i2c_bus_t;

@@ -34,8 +34,8 @@ enum {
 
 /** One element of `write_list`. */
 typedef struct {
-    uint32_t address;
-    uint32_t value;
+    uint32_t address; /**< of the register, in bytes */
+    uint32_t value;   /**< what is written into it */
 } norv_mcb_reg_value_t;
 
 typedef struct norv_mcb_bus norv_mcb_bus_t;

@@ -16,7 +16,9 @@
 #define NORV_BEGIN_DECLS extern "C" {
 #define NORV_END_DECLS }
 #else
+/** Opens the declarations of a header, which are C also for a C++ compiler. */
 #define NORV_BEGIN_DECLS
+/** Closes the declarations of a header. */
 #define NORV_END_DECLS
 #endif
 

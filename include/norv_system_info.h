@@ -30,11 +30,11 @@ enum {
 
 /** Figures of /proc/meminfo in kB (1024 bytes). */
 typedef struct {
-    int32_t total;
-    int32_t free;
+    int32_t total;     /**< all that the kernel manages */
+    int32_t free;      /**< used by nobody */
     int32_t available; /**< what programs can still have without swapping */
-    int32_t buffers;
-    int32_t cached;
+    int32_t buffers;   /**< buffers of block devices */
+    int32_t cached;    /**< the page cache */
 } norv_mem_info_t;
 
 /**

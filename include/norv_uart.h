@@ -166,7 +166,15 @@ NORV_API uint32_t norv_uart_recv(norv_uart_t** uart, void* buffer, uint32_t* len
  */
 NORV_API uint32_t norv_uart_set_rts(norv_uart_t** uart, uint32_t high);
 
-/** Raises or lowers DTR; otherwise like `norv_uart_set_rts`. */
+/**
+ * Raises or lowers DTR; otherwise like `norv_uart_set_rts`.
+ *
+ * @param uart  not null, holds an open port
+ * @param high  non-zero: raise; zero: lower; only the low 8 bits count: 256 lowers
+ * @return as `norv_uart_set_rts`
+ *
+ * Does not block.
+ */
 NORV_API uint32_t norv_uart_set_dtr(norv_uart_t** uart, uint32_t high);
 
 /**
@@ -181,7 +189,15 @@ NORV_API uint32_t norv_uart_set_dtr(norv_uart_t** uart, uint32_t high);
  */
 NORV_API uint32_t norv_uart_get_cts(norv_uart_t** uart, uint8_t* high);
 
-/** Samples DSR; otherwise like `norv_uart_get_cts`. */
+/**
+ * Samples DSR; otherwise like `norv_uart_get_cts`.
+ *
+ * @param uart  not null, holds an open port
+ * @param high  receives 1 when the line is asserted, else 0; untouched on failure; not null
+ * @return as `norv_uart_get_cts`
+ *
+ * Does not block.
+ */
 NORV_API uint32_t norv_uart_get_dsr(norv_uart_t** uart, uint8_t* high);
 
 NORV_END_DECLS

@@ -223,7 +223,11 @@ NORV_API uint32_t norv_uio_disable_irq(norv_uio_t** uio);
  */
 NORV_API uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout);
 
-/** Returns the table of platform devices: no hooks, the interrupt through the driver; constant. */
+/**
+ * Gives the operations of platform devices: no hooks, the interrupt through the driver.
+ *
+ * @return the table, a constant; never null
+ */
 NORV_API const norv_uio_ops_t* norv_uio_get_generic_ops(void);
 
 /* ---- PCI devices ------------------------------------------------------------------------------------- */
@@ -261,8 +265,10 @@ NORV_API uint32_t norv_uio_load_pci(int32_t vendor, int32_t device);
 NORV_API uint32_t norv_uio_open_by_pci_id(uint16_t vendor, uint16_t device, norv_uio_t** uio);
 
 /**
- * Returns the table of PCI devices: the hooks open and close the configuration space, the interrupt is masked
- * there; constant.
+ * Gives the operations of PCI devices: the hooks open and close the configuration space, the interrupt is
+ * masked there.
+ *
+ * @return the table, a constant; never null
  */
 NORV_API const norv_uio_ops_t* norv_uio_get_pci_ops(void);
 

@@ -125,7 +125,14 @@ NORV_API uint32_t norv_zynqmp_get_fclk_freq(uint32_t index, uint32_t* rate);
  */
 NORV_API uint32_t norv_zynqmp_get_ps_temperature(int32_t* temperature);
 
-/** `norv_zynqmp_get_ps_temperature` for the programmable logic: the channel in_temp2_pl_temp. */
+/**
+ * `norv_zynqmp_get_ps_temperature` for the programmable logic: the channel in_temp2_pl_temp.
+ *
+ * @param temperature  receives hundredths of a degree Celsius; untouched on failure; not null
+ * @return as `norv_zynqmp_get_ps_temperature`
+ *
+ * Blocks as long as a conversion takes. Any thread.
+ */
 NORV_API uint32_t norv_zynqmp_get_pl_temperature(int32_t* temperature);
 
 /**

@@ -29,51 +29,171 @@ NORV_BEGIN_DECLS
  * transfer is to be tried again, give NORV_STATUS_AGAIN and NORV_STATUS_INTERRUPTED.
  *
  * @param error_number  a value of errno; a number above 65535, which no errno has, counts as 65535
+ * @return the status
  */
 NORV_API uint32_t norv_get_status_by_errno(uint32_t error_number);
 
 /**
  * Tells the name of a status: "TIMEOUT" for NORV_STATUS_TIMEOUT, "EPIPE" for the status of that errno,
- * "UNKNOWN" for a number that is no status. Never null; a constant, not to be freed.
+ * "UNKNOWN" for a number that is no status.
+ *
+ * @param status  any number
+ * @return the name; never null; a constant, not to be freed
  */
 NORV_API const char* norv_status_name(uint32_t status);
 
-/** Describes a status in a few words, for a log or a user. Never null; a constant, not to be freed. */
+/**
+ * Describes a status in a few words, for a log or a user.
+ *
+ * @param status  any number
+ * @return the description; never null; a constant, not to be freed
+ */
 NORV_API const char* norv_status_text(uint32_t status);
 
 /* ---- Memory and strings ------------------------------------------------------------------------------ */
 
-/** Allocates `size` bytes, or returns null; release with `norv_free`. */
+/**
+ * Allocates memory.
+ *
+ * @param size  in bytes
+ * @return the memory, to be released with `norv_free`; null when there is none
+ */
 NORV_API void* norv_malloc(size_t size);
-/** Allocates `size` bytes of zeros, or returns null; release with `norv_free`. */
+
+/**
+ * Allocates memory that is filled with zeros.
+ *
+ * @param size  in bytes
+ * @return the memory, to be released with `norv_free`; null when there is none
+ */
 NORV_API void* norv_zalloc(size_t size);
-/** Releases memory from `norv_malloc` or `norv_zalloc`; null is allowed. */
+
+/**
+ * Releases memory.
+ *
+ * @param memory  from `norv_malloc` or `norv_zalloc`; may be null
+ */
 NORV_API void norv_free(void* memory);
 
 /* The functions of the C library without the prefix, to the letter. */
+
+/**
+ * Fills memory, as memset(3) does.
+ *
+ * @param destination  `size` bytes; not null
+ * @param byte         its low 8 bits are stored
+ * @param size         in bytes
+ * @return `destination`
+ */
 NORV_API void* norv_memset(void* destination, int byte, size_t size);
+
+/**
+ * Copies memory, as memcpy(3) does: the two areas do not overlap.
+ *
+ * @param destination  `size` bytes; not null
+ * @param source       `size` bytes; not null
+ * @param size         in bytes
+ * @return `destination`
+ */
 NORV_API void* norv_memcpy(void* destination, const void* source, size_t size);
+
+/**
+ * Compares memory, as memcmp(3) does.
+ *
+ * @param first   `size` bytes; not null
+ * @param second  `size` bytes; not null
+ * @param size    in bytes
+ * @return 0 when they are equal; below or above 0 when the first byte that differs is smaller or larger in
+ *         `first`
+ */
 NORV_API int norv_memcmp(const void* first, const void* second, size_t size);
+
+/**
+ * Tells the length of a text, as strlen(3) does.
+ *
+ * @param text  not null
+ * @return the bytes before its terminating NUL
+ */
 NORV_API size_t norv_strlen(const char* text);
+
+/**
+ * Compares two texts, as strncmp(3) does.
+ *
+ * @param first   not null
+ * @param second  not null
+ * @param size    so many bytes are compared at most
+ * @return 0 when they are equal; below or above 0 when `first` comes before or behind `second`
+ */
 NORV_API int norv_strncmp(const char* first, const char* second, size_t size);
+
+/**
+ * Copies a text, as strncpy(3) does: a shorter one is filled up with NULs, a longer one is cut and gets none.
+ *
+ * @param destination  `size` bytes; not null
+ * @param source       not null
+ * @param size         in bytes
+ * @return `destination`
+ */
 NORV_API char* norv_strncpy(char* destination, const char* source, size_t size);
+
+/**
+ * Finds a text in another one, as strstr(3) does.
+ *
+ * @param text  where to look; not null
+ * @param part  what to look for; not null
+ * @return where `part` starts in `text`; null when it is not there
+ */
 NORV_API char* norv_strstr(const char* text, const char* part);
+
+/**
+ * Takes the next piece off a text, as strtok_r(3) does.
+ *
+ * @param text        in the first call, the text, which is changed; in the following ones null
+ * @param separators  the bytes that separate pieces; not null
+ * @param position    keeps the place between two calls; not null
+ * @return the piece, terminated in place; null when there is none any more
+ */
 NORV_API char* norv_strtok_r(char* text, const char* separators, char** position);
 
 /* ---- Mutex ------------------------------------------------------------------------------------------- */
 
 /** A mutex that lives in its owner's record. */
 typedef struct {
-    pthread_mutex_t mutex;
+    pthread_mutex_t mutex; /**< private */
 } norv_mutex_t;
 
-/** Prepares a mutex; 0 or the errno status. */
+/**
+ * Prepares a mutex: pthread_mutex_init(3).
+ *
+ * @param mutex  filled; not null
+ * @return 0, or the errno status
+ */
 NORV_API uint32_t norv_mutex_init(norv_mutex_t* mutex);
-/** Ends the use of an unlocked mutex; 0 or the errno status. */
+
+/**
+ * Ends the use of a mutex: pthread_mutex_destroy(3).
+ *
+ * @param mutex  initialised, not locked; not null
+ * @return 0, or the errno status
+ */
 NORV_API uint32_t norv_mutex_destroy(norv_mutex_t* mutex);
-/** Locks, waiting without limit; 0 or the errno status. */
+
+/**
+ * Locks a mutex: pthread_mutex_lock(3).
+ *
+ * @param mutex  initialised, not locked by this thread; not null
+ * @return 0, or the errno status
+ *
+ * Blocks without limit while another thread has it.
+ */
 NORV_API uint32_t norv_mutex_lock(norv_mutex_t* mutex);
-/** Unlocks; 0 or the errno status. */
+
+/**
+ * Unlocks a mutex: pthread_mutex_unlock(3).
+ *
+ * @param mutex  locked by this thread; not null
+ * @return 0, or the errno status
+ */
 NORV_API uint32_t norv_mutex_unlock(norv_mutex_t* mutex);
 
 /* ---- One-shot event ---------------------------------------------------------------------------------- */
@@ -86,10 +206,22 @@ typedef struct {
     uint32_t state; /**< private: sets that no wait has taken, and threads that wait */
 } norv_event_t;
 
-/** Prepares an event, not set and with nobody waiting; 0. Not null. A zero-filled event is ready too. */
+/**
+ * Prepares an event, not set and with nobody waiting. A zero-filled event is ready too.
+ *
+ * @param event  filled; not null
+ * @return 0
+ */
 NORV_API uint32_t norv_event_init(norv_event_t* event);
-/** Ends the use of an event for which nobody waits; 0. Nothing to release: the owner's storage is all. */
+
+/**
+ * Ends the use of an event. There is nothing to release: the owner's storage is all.
+ *
+ * @param event  nobody waits for it; not null
+ * @return 0
+ */
 NORV_API uint32_t norv_event_deinit(norv_event_t* event);
+
 /**
  * Sets the event: releases one of the threads that wait, or, when none waits, lets the next wait pass at
  * once. Sets beyond that add nothing.
@@ -101,6 +233,7 @@ NORV_API uint32_t norv_event_deinit(norv_event_t* event);
  * written before the set is visible behind the wait that it releases.
  */
 NORV_API uint32_t norv_event_set(norv_event_t* event);
+
 /**
  * Waits until the event is set, and takes that set.
  *
@@ -164,17 +297,35 @@ NORV_API void norv_heap_insert(norv_heap_t* heap, norv_heap_node_t* node, norv_h
  */
 NORV_API void norv_heap_remove(norv_heap_t* heap, norv_heap_node_t* node, norv_heap_less_fn less);
 
-/** Takes the top out, as `norv_heap_remove` does; does nothing when the heap is empty. */
+/**
+ * Takes the top out, as `norv_heap_remove` does; does nothing when the heap is empty.
+ *
+ * @param heap  not null
+ * @param less  as for insert
+ */
 NORV_API void norv_heap_dequeue(norv_heap_t* heap, norv_heap_less_fn less);
 
 /* ---- Time and threads -------------------------------------------------------------------------------- */
 
-/** Milliseconds of CLOCK_MONOTONIC. */
+/**
+ * Reads CLOCK_MONOTONIC in milliseconds.
+ *
+ * @return the time since a start that does not change while the system runs
+ */
 NORV_API uint64_t norv_time_get_ms(void);
-/** Microseconds of the same clock. */
+
+/**
+ * Reads CLOCK_MONOTONIC in microseconds.
+ *
+ * @return the time since the same start
+ */
 NORV_API uint64_t norv_time_get_us(void);
 
-/** Identifies the calling thread among those that live; never 0. */
+/**
+ * Identifies the calling thread.
+ *
+ * @return a number that no other living thread of the process has; never 0
+ */
 NORV_API uint64_t norv_get_curr_pthread_id(void);
 
 /** Watches that a thread reports at least every so often; the storage is the owner's. */
@@ -202,6 +353,7 @@ NORV_API uint32_t norv_thread_keep_alive(void* handle);
 /**
  * Checks on the watched thread; any other thread calls it.
  *
+ * @param watchdog  started; not null
  * @return 0 while the last report is no older than the limit, else NORV_STATUS_TIMEOUT
  */
 NORV_API uint32_t norv_thread_watchdog_check(const norv_thread_watchdog_t* watchdog);
