@@ -64,8 +64,8 @@ enum {
 
 /** A place in a circular list, or the head of one: an empty list's head points to itself. */
 typedef struct norv_uevent_link {
-    struct norv_uevent_link* next;
-    struct norv_uevent_link* prev;
+    struct norv_uevent_link* next; /**< the first place, of a head */
+    struct norv_uevent_link* prev; /**< the last place, of a head */
 } norv_uevent_link_t;
 
 /** A USB device, or for the time of one call a display connector. The library's, to be read only. */

@@ -204,7 +204,11 @@ NORV_API uint32_t norv_umcb_open_mcb_bus(norv_umcb_t** umcb, norv_mcb_bus_t* bus
  */
 NORV_API uint32_t norv_umcb_get_info(norv_umcb_t** umcb, norv_uio_info_t* info);
 
-/** Returns the table of PCI devices: no hooks, and the identity; constant. */
+/**
+ * Gives the operations of PCI devices: no hooks, and the identity.
+ *
+ * @return the table, a constant; never null
+ */
 NORV_API const norv_umcb_ops_t* norv_umcb_get_pci_ops(void);
 
 /* ---- The device's interrupts ------------------------------------------------------------------------- */
