@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Checks that the code on the pages for users is code that is built and run: each block is a verbatim part of the
+# example that its page named last, and the tour of the virtual board runs every example.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+failed=0
+
+fail() {
+    echo "FAILED: $*"
+    failed=1
+}
+
+# check_block PAGE EXAMPLE BLOCK
+check_block() {
+    local source
+    [[ -f $2 ]] || { fail "$1 shows code without naming an example before" && return; }
+    source=$(<"$2")
+    [[ $source == *"$3"* ]] || fail "$1 shows code that is not in $2:"$'\n'"$3"
+}
+
+# Every ```c block of a page, with the example whose link came last.
+check_page() {
+    local page=$1 line example='' block='' in_block=false blocks=0
+    local -a lines
+    mapfile -t lines <"$page"
+    for line in "${lines[@]}"; do
+        if $in_block; then
+            if [[ $line == '```' ]]; then
+                check_block "$page" "$example" "$block"
+                in_block=false
+            else
+                block+=${block:+$'\n'}$line
+            fi
+        elif [[ $line == '```c' ]]; then
+            in_block=true block='' blocks=$((blocks + 1))
+        elif [[ $line =~ .*\]\((\.\./)+(examples/[a-z0-9_]+\.c)\) ]]; then
+            example=${BASH_REMATCH[2]}
+        fi
+    done
+    [[ $blocks -gt 0 ]] || fail "$page shows no code"
+}
+
+for page in docs/families/*.md docs/first-program.md; do
+    check_page "$page"
+done
+
+for source in examples/*.c; do
+    example=$(basename "$source" .c)
+    grep -qF "\"\$build/examples/$example\"" tools/demo-tour || fail "tools/demo-tour does not run $example"
+done
+exit "$failed"
