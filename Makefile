@@ -53,7 +53,7 @@ abi-baseline: setup-check ## Record the exported names and record layouts in pac
 	@tools/abi baseline build/libraries
 
 packages: setup ## Build the Debian packages into build/packages/
-	@tools/need-packages $(DEBIAN_PACKAGES)
+	@tools/need-packages $(DEBIAN_PACKAGES) $(DOC_PACKAGES)
 	@tools/packages
 
 sanitizers: setup-check ## Run the unit tests under the address, undefined-behaviour and thread sanitizers
