@@ -40,6 +40,7 @@ class uio_node : public polled_device {
     alignas(4096) std::array<uint32_t, 1024> registers = {};
     std::vector<size_t> read_sizes;
     std::vector<uint32_t> control;  // the values that were written
+    bool takes_control = true;      // else a write takes no bytes
     // How region 0 was last mapped.
     size_t mapped_size = 0;
     int protection = 0;
@@ -56,7 +57,7 @@ class uio_node : public polled_device {
         uint32_t value = 0;
         memcpy(&value, buffer, size < sizeof value ? size : sizeof value);
         control.push_back(value);
-        return static_cast<long>(size);
+        return takes_control ? static_cast<long>(size) : 0;
     }
     intptr_t map(size_t size, int given_protection, int given_flags, off_t given_offset) override {
         mapped_size = size;

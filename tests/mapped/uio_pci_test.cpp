@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "mapped/uio_devices.hpp"
 #include "norv_uio.h"
@@ -222,6 +223,15 @@ TEST_F(OpenUioPci, ClosingUnmapsOnceAndClosesBothFiles) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
+TEST_F(OpenUioPci, ClosingEndsTheConfigurationSpaceFirstAndTheNodeLast) {
+    norv_uio_close(&device);
+    std::vector<std::string> steps;
+    for (const auto& made : kernel.calls()) {
+        steps.push_back(made.name + " " + made.path);
+    }
+    EXPECT_THAT(steps, ElementsAre(std::string("close ") + configuration, "munmap ", "close /dev/uio2"));
+}
+
 TEST_F(UioPci, AConfigurationSpaceThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
     add_pci_uio(kernel, "uio2");
     kernel.fail("open", EACCES, 3);
@@ -339,6 +349,31 @@ TEST_F(OpenUioPci, ALineThatBreaksOffFillsTheFieldsBeforeTheBreak) {
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 9, 2, 3, 9, 9));
 }
 
+TEST_F(OpenUioPci, NumbersHaveTheWidthThatTheKernelGivesThem) {
+    kernel.add_file(uevent, "PCI_ID=123456:1\nPCI_SLOT_NAME=00021:03:05.6\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 9, 2, 9, 9, 9));
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0003:045:05.6\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 9, 3, 4, 9, 9));
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0003:04:056.6\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 9, 3, 4, 5, 9));
+}
+
+TEST_F(OpenUioPci, TheFunctionIsADecimalNumberAndTheOthersAreHexadecimal) {
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0010:10:1f.10\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0x10, 0x10, 0x1F, 10));
+}
+
+TEST_F(OpenUioPci, ALineOfAnyLengthIsPassedOver) {
+    kernel.add_file(uevent, "MODALIAS=" + std::string(5000, 'x') + "\nPCI_ID=10EE:7024\n");
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_EQ(info.vendor, 0x10EEU);
+    EXPECT_EQ(info.device, 0x7024U);
+}
+
 TEST_F(OpenUioPci, ALineWithBothKeysIsTakenAsThatOfTheIdentity) {
     kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0 PCI_ID\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
@@ -391,6 +426,15 @@ TEST_F(OpenUioPci, TheCloseHookClosesTheConfigurationSpaceAndUnmaps) {
     EXPECT_EQ(kernel.mappings(), 0U);
     EXPECT_EQ(kernel.open_descriptors(), 1U);
     norv_uio_get_pci_ops()->close(&device);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(OpenUioPci, AnOpenHookThatFailsKeepsNothing) {
+    const size_t before = kernel.allocations();
+    norv_uio_get_pci_ops()->close(&device);
+    kernel.fail("open", EACCES);
+    EXPECT_EQ(norv_uio_get_pci_ops()->open(&device), errno_status(EACCES));
+    EXPECT_EQ(kernel.allocations(), before - 1);
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 

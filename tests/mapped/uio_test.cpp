@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "mapped/uio_devices.hpp"
 #include "support/failure_sweep.hpp"
@@ -324,6 +325,13 @@ TEST_F(Uio, OfANameAttribute127CharactersAreReadAndTheLastIsDropped) {
     EXPECT_EQ(norv_uio_open_by_name(std::string(127, 'n').c_str(), &device), NORV_STATUS_NOT_FOUND);
 }
 
+TEST_F(Uio, OpeningReadsAsMuchOfTheNameToTellTheKind) {
+    add_uio(kernel, "uio0", std::string(200, 'n'));
+    EXPECT_EQ(norv_uio_open_by_idx(0, &device), 0U);
+    EXPECT_EQ(kernel.calls("read").front().bytes.size(), 127U);
+    norv_uio_close(&device);
+}
+
 TEST_F(Uio, AnEntryThatIsNoLinkIsNotLookedAt) {
     kernel.add_file("/sys/class/uio/uio0/name", "fpga-regs\n");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
@@ -470,6 +478,12 @@ TEST_F(OpenUio, AControlWordThatIsTakenInPartIsADeviceError) {
     EXPECT_EQ(norv_uio_enable_irq(&device), NORV_STATUS_DEVICE_ERROR);
 }
 
+TEST_F(OpenUio, AControlWordThatIsNotTakenAtAllIsADeviceErrorWhateverErrnoHeld) {
+    node->takes_control = false;
+    errno = EACCES;
+    EXPECT_EQ(norv_uio_disable_irq(&device), NORV_STATUS_DEVICE_ERROR);
+}
+
 TEST_F(OpenUio, AnInterruptEndsTheWaitAndIsTaken) {
     node->pending = 5;
     EXPECT_EQ(norv_uio_wait_irq(&device, 1000), 0U);
@@ -509,6 +523,27 @@ TEST_F(OpenUio, AFailedWaitGivesTheErrnoStatusAndNothingIsRead) {
     kernel.fail("poll", ENOMEM);
     EXPECT_EQ(norv_uio_wait_irq(&device, 5), NORV_STATUS_NO_MEMORY);
     EXPECT_THAT(node->read_sizes, IsEmpty());
+}
+
+TEST_F(OpenUio, AFailedWaitWhoseErrnoMapsToZeroTakesTheInterrupt) {
+    node->pending = 1;
+    kernel.map_errno(ENOMEM, 0);
+    kernel.fail("poll", ENOMEM);
+    EXPECT_EQ(norv_uio_wait_irq(&device, 5), 0U);
+    EXPECT_EQ(node->pending, 0U);
+}
+
+TEST_F(OpenUio, AThreadWaitsWhileAnotherAccessesRegisters) {
+    std::thread waiting([this] {
+        for (int round = 0; round < 100; ++round) {
+            EXPECT_EQ(norv_uio_wait_irq(&device, 0), NORV_STATUS_TIMEOUT);
+        }
+    });
+    for (uint32_t value = 0; value < 100; ++value) {
+        norv_uio_write_32(&device, 0x10, value);
+        EXPECT_EQ(norv_uio_read_32(&device, 0x10), value);
+    }
+    waiting.join();
 }
 
 TEST_F(OpenUio, AnErrorConditionEndsTheWaitAndTheReadTellsWhichOne) {

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "mapped/umcb_devices.hpp"
 #include "support/failure_sweep.hpp"
@@ -146,6 +147,14 @@ TEST_F(Umcb, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
         norv_umcb_close(&device);
         EXPECT_EQ(kernel.calls("munmap").back().request, 0x2000U);
     }
+}
+
+TEST_F(Umcb, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
+    const auto node = add_umcb(kernel, "umcb3", "control");
+    kernel.add_file("/sys/class/umcb/umcb3/maps/map0/size", "0x0000000000000000200034\n");
+    EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
+    EXPECT_EQ(node->mapped_size, 0x2000U);
+    norv_umcb_close(&device);
 }
 
 TEST_F(Umcb, ANegativeModeIsNotTold) {
@@ -320,6 +329,13 @@ TEST_F(Umcb, ANameHasToMatchAsAWhole) {
     }
 }
 
+TEST_F(Umcb, OfANameAttribute127CharactersAreReadAndTheLastIsDropped) {
+    add_umcb(kernel, "umcb0", std::string(200, 'n'));
+    EXPECT_EQ(norv_umcb_open_by_name(std::string(126, 'n').c_str(), -1, &device), 0U);
+    norv_umcb_close(&device);
+    EXPECT_EQ(norv_umcb_open_by_name(std::string(127, 'n').c_str(), -1, &device), NORV_STATUS_NOT_FOUND);
+}
+
 TEST_F(Umcb, AnEntryThatIsNoLinkIsNotLookedAt) {
     kernel.add_file("/sys/class/umcb/umcb0/name", "control\n");
     EXPECT_EQ(norv_umcb_open_by_name("control", -1, &device), NORV_STATUS_NOT_FOUND);
@@ -426,6 +442,12 @@ TEST_F(OpenUmcbPci, WithoutALineForTheSlotItsFieldsStayWhatTheyWere) {
     kernel.add_file(uevent, "DRIVER=umcb_pci_generic\nPCI_ID=10EE:7024\n");
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 0x7024, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUmcbPci, WithoutALineForTheIdentityItsFieldsStayWhatTheyWere) {
+    kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0\n");
+    EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0, 0, 5, 0));
 }
 
 TEST_F(OpenUmcbPci, AMissingUeventFileGivesTheErrnoStatusAndTheKindAlone) {
@@ -758,6 +780,27 @@ TEST_F(UmcbSource, AFailedWaitGivesTheErrnoStatusAndNothingIsCleared) {
     kernel.fail("poll", ENOMEM);
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), NORV_STATUS_NO_MEMORY);
     EXPECT_THAT(driver.requests, IsEmpty());
+}
+
+TEST_F(UmcbSource, AFailedWaitWhoseErrnoMapsToZeroClearsTheEvent) {
+    driver.pending = 1;
+    kernel.map_errno(ENOMEM, 0);
+    kernel.fail("poll", ENOMEM);
+    EXPECT_EQ(norv_umcb_irq_wait(source, 5), 0U);
+    EXPECT_EQ(driver.pending, 0U);
+}
+
+TEST_F(UmcbSource, AThreadWaitsWhileAnotherAccessesRegisters) {
+    std::thread waiting([this] {
+        for (int round = 0; round < 100; ++round) {
+            EXPECT_EQ(norv_umcb_irq_wait(source, 0), NORV_STATUS_TIMEOUT);
+        }
+    });
+    for (uint32_t value = 0; value < 100; ++value) {
+        norv_umcb_write_32(&device, 0x10, value);
+        EXPECT_EQ(norv_umcb_read_32(&device, 0x10), value);
+    }
+    waiting.join();
 }
 
 TEST_F(UmcbSource, AnErrorConditionEndsTheWaitAndTheEventIsCleared) {

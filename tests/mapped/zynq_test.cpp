@@ -54,11 +54,15 @@ class clock_generator : public norv::test::device {
     }
 };
 
-// One that takes a rate and does not tell it.
+// One that takes any rate and tells what the test says: nothing at first.
 class silent_clock : public norv::test::device {
   public:
+    std::string rate;
+
     long write(const void*, size_t size, off_t) override { return static_cast<long>(size); }
-    long read(void*, size_t, off_t) override { return 0; }
+    long read(void* buffer, size_t size, off_t) override {
+        return static_cast<long>(rate.copy(static_cast<char*>(buffer), size));
+    }
 };
 
 class Zynq : public testing::Test {
@@ -135,6 +139,14 @@ TEST_F(ZynqClock, RatesOf2To31AndMoreArePrintedSigned) {
     rate = 0xFFFFFFFEU;
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
     EXPECT_THAT(kernel.writes(zynq_rate), ElementsAre("-2\0"s));
+}
+
+TEST_F(ZynqClock, WhatIsReadBackIsParsedWithItsPrefix) {
+    const auto clock = std::make_shared<silent_clock>();
+    kernel.add_device(zynq_rate, clock);
+    clock->rate = "0x10\n";
+    EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(rate, 16U);
 }
 
 TEST_F(ZynqClock, AFailedWriteGivesItsStatusAndLeavesTheRateUntouched) {
@@ -279,6 +291,24 @@ TEST_F(Zynq, ATemperatureThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouch
     int32_t temperature = untouched;
     EXPECT_EQ(norv_zynq_get_temperature(&temperature), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(temperature, untouched);
+}
+
+TEST_F(Zynq, AReadingOfATemperatureIsTakenAs32Bits) {
+    EXPECT_EQ(zynq_temperature_of("4294969796\n"), 3445);  // 2^32 + 2500
+}
+
+TEST_F(Zynq, ReadingsAreParsedWithTheirPrefix) {
+    EXPECT_EQ(zynq_temperature_of("0x9c4\n"), 3445);
+    EXPECT_EQ(zynq_temperature_of("04704\n"), 3445);
+    EXPECT_EQ(zynq_voltage_of("0x555\n", false), 1000);
+    EXPECT_EQ(zynq_voltage_of("02525\n", false), 1000);
+}
+
+TEST_F(Zynq, ReadingsAreReadUpTo15Bytes) {
+    // Of these the 15th is taken for the newline.
+    EXPECT_EQ(zynq_voltage_of("0x000000000555999\n", true), 333);
+    EXPECT_EQ(zynqmp_voltage_of("000000000000123456\n", "1\n"), 12);
+    EXPECT_EQ(zynqmp_voltage_of("1\n", "000000000000123456\n"), 12);
 }
 
 TEST_F(Zynq, AVoltageIsOneOf3VoltsOrInTheLowRangeOf1Volt) {
