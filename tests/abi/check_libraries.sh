@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Checks the two built libraries from outside: check_libraries.sh LIBNORV_IO_LINUX LIBNORV_BASE
 #  - they export what their linker maps list, and the public headers declare exactly that;
+#  - the hardware library exports every name of exported_names.txt and no other: programs are built against them, so a
+#    name that went or changed, oddly spelled ones included, breaks these;
 #  - they need nothing at run time but the C library and, the one, the other.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -45,6 +47,7 @@ check_soname() {
 }
 
 check_names "$1" src/norv_io_linux.map include/norv_*.h
+same "exported names of $1 are not those of tests/abi/exported_names.txt" <(exported_names "$1") <(sort tests/abi/exported_names.txt)
 check_names "$2" base/norv_base.map base/include/norv_*.h
 check_needed "$1" 'libc\.so\.6|libm\.so\.6|libnorv_base\.so\.0'
 check_needed "$2" 'libc\.so\.6'

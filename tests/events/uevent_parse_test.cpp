@@ -933,6 +933,13 @@ TEST_F(UeventParse, AFilterIsReplacedFromTheNextMessageOn) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
 }
 
+TEST_F(OpenUeventParse, ReplacingTheFilterAndAskingForTheDescriptorTakeNoLock) {
+    kernel.fail("norv_mutex_lock", EINVAL);
+    norv_uevent_parse_set_filter(&parser.context, display);
+    norv_uevent_parse_get_fd(&parser.context);
+    EXPECT_FALSE(kernel.struck());
+}
+
 TEST_F(UeventParse, SettingTheUsbFilterLaterDoesNotEnumerate) {
     bus.add_root_hub();
     ASSERT_EQ(open(0), 0U);

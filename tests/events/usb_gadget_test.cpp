@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <memory>
 #include <string>
 
 #include "support/failure_sweep.hpp"
@@ -113,6 +115,34 @@ TEST_F(OpenUsbGadget, AFailedReadIsStateThreeAndASuccess) {
     EXPECT_EQ(state_of("configured\n"), 3U);
 }
 
+// An attribute that cannot be read; keeps what stood in the buffer before.
+class unreadable : public norv::test::device {
+  public:
+    std::string before;
+
+    long read(void* buffer, size_t size, off_t) override {
+        before.assign(static_cast<const char*>(buffer), size);
+        return -EIO;
+    }
+};
+
+TEST_F(UsbGadget, WhatStoodInTheBufferBeforeAFailedReadDoesNotCount) {
+    const auto state_attribute = std::make_shared<unreadable>();
+    const auto win_attribute = std::make_shared<unreadable>();
+    kernel.add_device(state_file, state_attribute);
+    kernel.add_device(win_file, win_attribute);
+    uint32_t state = 77;
+    uint8_t byte = 77;
+    EXPECT_EQ(norv_usb_gadget_open("20980000.usb", &descriptor), 0U);
+    EXPECT_EQ(norv_usb_gadget_get_state(descriptor, &state), 0U);
+    EXPECT_EQ(norv_usb_gadget_is_host_win("20980000.usb", &byte), 0U);
+    EXPECT_EQ(state, 3U);
+    EXPECT_EQ(byte, 0);
+    EXPECT_EQ(state_attribute->before, std::string(128, '\0'));
+    EXPECT_EQ(win_attribute->before, std::string(16, '\0'));
+    norv_usb_gadget_close(descriptor);
+}
+
 TEST_F(UsbGadget, AClosedDescriptorIsStateThreeAndASuccess) {
     uint32_t state = 77;
     EXPECT_EQ(norv_usb_gadget_get_state(-1, &state), 0U);
@@ -170,6 +200,12 @@ TEST_F(HostWin, AnyOtherTextIsZero) {
 
 TEST_F(HostWin, AFailedReadIsZeroAndASuccess) {
     kernel.fail("pread", EIO);
+    EXPECT_EQ(host_win("1\n"), 0);
+}
+
+TEST_F(HostWin, AFailedOpenWhoseErrnoMapsToZeroIsZeroAndASuccess) {
+    kernel.map_errno(EACCES, 0);
+    kernel.fail("open", EACCES);
     EXPECT_EQ(host_win("1\n"), 0);
 }
 

@@ -161,6 +161,13 @@ TEST_F(Pwm, AChipWith100ChannelsOrMoreIsReportedByItsFirstTwoDigits) {
     EXPECT_EQ(count, 12U);
 }
 
+TEST_F(Pwm, ACountIsDecimalWhateverItBeginsWith) {
+    kernel.add_file(npwm, "08");
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 8U);
+}
+
 TEST_F(Pwm, ACountThatIsNoNumberIsZero) {
     kernel.add_file(npwm, "x\n");
     uint32_t count = 99;

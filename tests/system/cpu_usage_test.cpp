@@ -206,8 +206,18 @@ TEST_F(OpenCpuUsage, OnlyTheFirstLineIsLookedAt) {
     EXPECT_EQ(norv_cpu_usage_update(&cpu), NORV_STATUS_PARSE_ERROR);
 }
 
+TEST_F(OpenCpuUsage, TheFirstByteOfTheFileIsPartOfTheLine) {
+    show_text("150 100 100 450 50 50 50 50 50 50\n");
+    EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);
+    EXPECT_EQ(cpu.usage, 5000U);
+}
+
 TEST_F(OpenCpuUsage, ALineIsCutAfter255Characters) {
-    show_text("cpu" + std::string(250, ' ') + "12 3 4 5 6 7 8 9 10 11\n");
+    const std::string nine_numbers = "1 2 3 4 5 6 7 8 9 ";
+    show_text(std::string(254 - nine_numbers.size(), ' ') + nine_numbers + "10\n");
+    EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);
+    EXPECT_EQ(cpu.last_total, 46U) << "of the tenth number one digit is left";
+    show_text(std::string(255 - nine_numbers.size(), ' ') + nine_numbers + "10\n");
     EXPECT_EQ(norv_cpu_usage_update(&cpu), NORV_STATUS_PARSE_ERROR);
 }
 
