@@ -356,6 +356,11 @@ TEST_F(Zynq, ThePsTemperatureIsComputedInSinglePrecision) {
     EXPECT_EQ(ps_temperature_of("5986\n", "-36058\n", "7.771514892\n"), -23371);
 }
 
+TEST_F(Zynq, TheOffsetIsAddedBeforeTheScaleIsApplied) {
+    // -15099 when each is scaled by itself.
+    EXPECT_EQ(ps_temperature_of("16630\n", "-36058\n", "7.771514892\n"), -15098);
+}
+
 TEST_F(Zynq, ThePlTemperatureHasAChannelOfItsOwn) {
     set_sensor("temp2_pl_temp_raw", "41000\n");
     set_sensor("temp2_pl_temp_offset", "-36058\n");
