@@ -6,7 +6,7 @@
  * An overlay has a name, that of its directory in configfs, which is made when it is loaded and removed when
  * it is unloaded; in between the kernel keeps it, also beyond the end of the program. There is no handle;
  * any thread may call at any time, but one name is used by one thread at a time. A name has at most
- * 208 characters, so that the paths of its attributes have at most 255.
+ * 208 characters: longer ones make paths of more than 255, which are cut silently.
  *
  *     norv_dt_load_overlay("camera", "/lib/firmware/camera.dtbo");
  *     ...
@@ -32,11 +32,11 @@ NORV_BEGIN_DECLS
  * @param name  the overlay's name, one that is not in use; not null
  * @param path  the compiled overlay (.dtbo), used as it stands; not null
  * @return 0 when the kernel has applied the overlay; NORV_STATUS_NOT_APPLIED when it took the file, but its
- *         status is another one; NORV_STATUS_INVALID_ARG when a pointer is null or the name is too long or
- *         could not be formatted, with nothing made; NORV_STATUS_NO_MEMORY for the file's content; the errno
- *         status of mkdir(2), for instance that of EEXIST: the name is in use, with nothing written; the
- *         errno status of opening, asking the size of or reading the file; that of opening or writing
- *         NAME/dtbo; that of opening or reading NAME/status
+ *         status is another one; NORV_STATUS_INVALID_ARG when a pointer is null or the name could not be
+ *         formatted, with nothing made; NORV_STATUS_NO_MEMORY for the file's content; the errno status of
+ *         mkdir(2), for instance that of EEXIST: the name is in use, with nothing written; the errno status
+ * of opening, asking the size of or reading the file; that of opening or writing NAME/dtbo; that of opening
+ * or reading NAME/status
  *
  * Blocks while the file is read and while drivers are bound to the new hardware. Any thread.
  */
@@ -59,8 +59,8 @@ NORV_API uint32_t norv_dt_has_overlay(const char* name, bool* applied);
  * Takes an overlay back: removes its directory in configfs, with which the kernel undoes it.
  *
  * @param name  the overlay's name; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `name` is null, too long or could not be formatted; the
- *         errno status of rmdir(2), for instance NORV_STATUS_NOT_FOUND: no such overlay
+ * @return 0; NORV_STATUS_INVALID_ARG when `name` is null or could not be formatted; the errno status of
+ *         rmdir(2), for instance NORV_STATUS_NOT_FOUND: no such overlay
  *
  * Blocks while drivers let go of the hardware. Any thread.
  */

@@ -18,20 +18,17 @@ namespace {
 
 using norv::status_of;
 
-// The overlay's directory in configfs. A name is refused when the paths of its attributes would be cut: they
-// would lead to another overlay.
+// The overlay's directory in configfs; cut silently when it is longer.
 class overlay_directory {
   public:
-    explicit overlay_directory(const char* name) {
-        const int length = name == nullptr ? -1 : snprintf(path_, sizeof path_, directory_format, name);
-        valid_ = length >= 0 && length + sizeof "/status" <= sizeof path_;
-    }
+    explicit overlay_directory(const char* name)
+        : valid_(name != nullptr &&
+                 snprintf(path_, sizeof path_, "/sys/kernel/config/device-tree/overlays/%s", name) >= 0) {}
 
     bool valid() const { return valid_; }
     const char* path() const { return path_; }
 
   private:
-    static constexpr const char* directory_format = "/sys/kernel/config/device-tree/overlays/%s";
     char path_[256];
     bool valid_;
 };
