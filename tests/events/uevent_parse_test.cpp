@@ -316,6 +316,13 @@ TEST_F(OpenUeventParse, AMessageWithoutAFinalNulIsParsedToItsEnd) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
 }
 
+TEST_F(OpenUeventParse, WhatALongerMessageLeftInTheBufferIsNotParsedWithTheNextOne) {
+    const std::string shorter = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
+    socket.send(std::string(shorter.size() + 1, '\0') + "A\0DEVPATH=/devices/left\0"s);
+    receive(shorter);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
+}
+
 TEST_F(OpenUeventParse, AMessageWithoutSeparatorsSaysNothing) {
     receive(std::string(4096, 'A'));
     EXPECT_THAT(parser.calls, IsEmpty());
@@ -1223,6 +1230,17 @@ TEST_F(UeventFile, ThatCannotBeReadIsPassedOverAndClosed) {
     kernel.fail("read", EIO);
     EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), IsEmpty());
     EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(UeventParse, AUeventFileThatCannotBeReadIsNotTakenForTheOneBeforeIt) {
+    bus.add_bus_entry("usb1", "usb1");
+    bus.add_uevent("usb1", "DEVTYPE=usb_device\nDEVNAME=x\n");
+    bus.add_device("usb1/1-1", "002", "Keyboard");
+    kernel.fail("read", EIO, 2);
+    ASSERT_EQ(open(), 0U);
+    ASSERT_TRUE(kernel.struck());
+    EXPECT_EQ(kernel.struck()->path, "/sys/devices/pci0/usb1/1-1/uevent");
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
 }
 
 TEST_F(UeventFile, IsReadOnceWithTheBuffersSize) {
