@@ -1,0 +1,16 @@
+#include "report.hpp"
+
+#include <iostream>
+
+namespace norv::tool {
+
+void report::offer_json(CLI::App& command) {
+    command.add_flag("--json", json_, "print JSON");
+}
+
+void report::show(const std::string& text, const json& document) const {
+    // Bytes that are no UTF-8, from a file or a device, must not end the program.
+    std::cout << (json_ ? document.dump(-1, ' ', false, json::error_handler_t::replace) : text) << std::endl;
+}
+
+}  // namespace norv::tool
