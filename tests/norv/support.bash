@@ -38,6 +38,32 @@ prints_json() {
     jq --exit-status "$1" <<<"$output" >/dev/null || fail "printed: $output"
 }
 
+# norv_in_background ARGUMENT...: starts the tool; its output is looked at with `appears`, its end with `background_ends`.
+norv_in_background() {
+    "$NORV" "$@" >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
+    background=$!
+}
+
+# appears TEXT: waits until the tool in the background has printed TEXT.
+appears() {
+    local tries
+    for ((tries = 0; tries < 600; ++tries)); do
+        ! grep --quiet --fixed-strings -- "$1" "$BATS_TEST_TMPDIR/background" || return 0
+        sleep 0.1
+    done
+    fail "no $1 in: $(<"$BATS_TEST_TMPDIR/background")"
+}
+
+# background_ends [STATUS]: waits for the end of the tool in the background.
+background_ends() {
+    status=0
+    wait "$background" || status=$?
+    stderr=$(<"$BATS_TEST_TMPDIR/background")
+    expect_status "${1:-0}"
+}
+
+interrupt_background() { kill -INT "$background"; }
+
 expect_status() {
     # shellcheck disable=SC2154 # set by run
     [[ $status -eq $1 ]] || fail "exit status $status; standard error: $stderr"

@@ -10,7 +10,10 @@ void report::offer_json(CLI::App& command) {
 
 void report::show(const std::string& text, const json& document) const {
     // Bytes that are no UTF-8, from a file or a device, must not end the program.
-    std::cout << (json_ ? document.dump(-1, ' ', false, json::error_handler_t::replace) : text) << std::endl;
+    const std::string line = json_ ? document.dump(-1, ' ', false, json::error_handler_t::replace) : text;
+    if (!line.empty()) {
+        std::cout << line << std::endl;
+    }
 }
 
 }  // namespace norv::tool

@@ -18,7 +18,8 @@ class report {
     // Adds --json to the command.
     void offer_json(CLI::App& command);
 
-    // Prints the text, to which a newline is added, or the document.
+    // Prints the text, to which a newline is added, or the document. An empty text, of an empty list, is no
+    // line.
     void show(const std::string& text, const json& document) const;
 
     bool is_json() const { return json_; }
