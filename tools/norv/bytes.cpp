@@ -102,8 +102,8 @@ bytes load(const std::string& path) {
     return result;
 }
 
-void store(const std::string& path, std::span<const uint8_t> data) {
-    file target = open_file(path, "wb");
+void store(const std::string& path, std::span<const uint8_t> data, bool append) {
+    file target = open_file(path, append ? "ab" : "wb");
     const bool written = std::fwrite(data.data(), 1, data.size(), target.get()) == data.size();
     if (std::fclose(target.release()) != 0 || !written) {
         throw failure{path, status_of(errno)};

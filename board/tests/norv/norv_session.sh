@@ -14,4 +14,4 @@ cd "$(dirname "$0")"
 
 files=("${@/%/.bats}")
 [[ $# -gt 0 ]] || files=(*.bats)
-exec bats --tap "${files[@]}"
+exec bats --tap --timing "${files[@]}"
