@@ -6,7 +6,8 @@ load support
 @test "TheStateIsShown" {
     norv stat --interval 20
     succeeds
-    [[ $output =~ ^cpu\ +[0-9.]+\ %$'\n'memory\ +[0-9]+\ of\ [0-9]+\ kB\ available$'\n'uptime\ +[0-9]+\ d\ [0-9:]{8} ]]
+    local pattern='^cpu +[0-9.]+ %.memory +[0-9]+ of [0-9]+ kB available.uptime +[0-9]+ d [0-9:]{8}'
+    [[ ${output//$'\n'/.} =~ $pattern ]] || fail "printed: $output"
 }
 
 @test "TheStateAsJson" {

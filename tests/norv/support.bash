@@ -40,7 +40,7 @@ prints_json() {
 
 # norv_in_background ARGUMENT...: starts the tool; its output is looked at with `appears`, its end with `background_ends`.
 norv_in_background() {
-    "$NORV" "$@" >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
+    "$NORV" "$@" <&0 >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
     background=$!
 }
 

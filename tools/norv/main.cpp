@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "command.hpp"
+#include "describe.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
 
@@ -47,6 +48,11 @@ int run(CLI::App& tool, int argc, char** argv) {
     try {
         catch_interrupts();
         group::add_all(tool);
+        // No command of its own, and for no user: the completions and the man page are made from it.
+        if (argc == 2 && std::string_view{argv[1]} == "--describe") {
+            std::cout << describe(tool) << '\n';
+            return exit_success;
+        }
         tool.parse(argc, argv);
         return exit_success;
     } catch (const CLI::ParseError& end) {

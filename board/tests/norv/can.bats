@@ -25,7 +25,7 @@ setup_file() { "$NORV_TESTS/can_links"; }
     dump_in_background --count 2 vxcan1 100 200
     norv can send vxcan0 101#01 100#02 300#03 200#04
     background_ends
-    ! grep --quiet "01$\|03$" "$BATS_TEST_TMPDIR/background"
+    run ! grep --quiet "01$\|03$" "$BATS_TEST_TMPDIR/background"
 }
 
 @test "can: EveryFrameIsShownOnce" {

@@ -20,6 +20,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     random 300000
     norv flash write --yes --address 0x20000 "$image"
     expect_status 0
+    # shellcheck disable=SC2154 # set by norv
     [[ $stderr == *"write: 100 % (293.0 KiB of 293.0 KiB)"* ]]
     holds 0x20000 300000
 }
@@ -106,11 +107,11 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     wait_for_card
     tr '\0' x </dev/zero | head -c 400000 | dd of=$card conv=fsync status=none
     random 5000
-    norv flash write --yes --emmc $card --address 0x200 "$image"
+    norv flash write --yes --emmc $card --address 0x1000 "$image"
     expect_status 0
-    cmp --bytes 5000 --ignore-initial 0x200:0 $card "$image"
-    [[ $(head -c 512 $card | tr -d x) == "" ]]
-    [[ $(head -c 400000 $card | tail -c +5513 | tr -d x) == "" ]]
+    cmp --bytes 5000 --ignore-initial 0x1000:0 $card "$image"
+    [[ $(head -c 4096 $card | tr -d x) == "" ]]
+    [[ $(head -c 400000 $card | tail -c +9097 | tr -d x) == "" ]]
 }
 
 @test "flash: AnEmmcIsErasedUpToTheEndOfTheAreaAndNoFurther" {

@@ -40,20 +40,18 @@ load ../../../tests/norv/support
 
 @test "uart: AConsoleShowsWhatComesAndEndsAtItsKey" {
     mkfifo "$BATS_TEST_TMPDIR/keyboard"
-    "$NORV" uart console /dev/ttyS3 <"$BATS_TEST_TMPDIR/keyboard" >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
-    background=$!
-    exec 4>"$BATS_TEST_TMPDIR/keyboard"
+    exec {keyboard}<>"$BATS_TEST_TMPDIR/keyboard"
+    norv_in_background uart console /dev/ttyS3 <&"$keyboard"
     appears "Ctrl-] ends"
-    printf 'echo this\n' >&4
+    printf 'echo this\n' >&"$keyboard"
     appears "echo this"
-    printf '\035' >&4
+    printf '\035' >&"$keyboard"
     background_ends
-    exec 4>&-
+    exec {keyboard}>&-
 }
 
 @test "uart: AConsoleGoesOnWhenItsPipeHasEndedUntilCtrlC" {
-    "$NORV" uart console /dev/ttyS3 <<<"last words" >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
-    background=$!
+    norv_in_background uart console /dev/ttyS3 <<<"last words"
     appears "last words"
     interrupt_background
     background_ends
@@ -67,10 +65,10 @@ load ../../../tests/norv/support
 @test "uart: RtsAndDtrStayAsTheyWereSetWhileTheLinesAreWatched" {
     norv_in_background uart lines --watch --rts 0 --dtr 1 /dev/ttyS1
     appears CTS
-    lines=$(sed -n 's/^1: .* \([A-Z|]*\)$/|\1|/p' /proc/tty/driver/serial)
+    modem=$(sed -n 's/^1: .* \([A-Z|]*\)$/|\1|/p' /proc/tty/driver/serial)
     interrupt_background
     background_ends
-    [[ $lines == *"|DTR|"* && $lines != *"|RTS|"* ]]
+    [[ $modem == *"|DTR|"* && $modem != *"|RTS|"* ]]
 }
 
 @test "uart: ASpeedThatIsNotUsualIsNamedWithItsUsualCause" {
