@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can flash gpio i2c led mtd pwm spi stat uart uuid -h --help --version"
+    ["norv"]="can flash gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -46,6 +46,12 @@ declare -A _norv_words=(
     ["norv uart send"]="-h --help -b --baud --data-bits --stop-bits --parity --flow -f --file -x --hex -l --line"
     ["norv uart recv"]="-h --help -b --baud --data-bits --stop-bits --parity --flow -n --count -t --timeout -x --hex --json"
     ["norv uart lines"]="-h --help -b --baud --data-bits --stop-bits --parity --flow --rts --dtr -w --watch --json"
+    ["norv uio"]="list read write wait bind -h --help"
+    ["norv uio list"]="-h --help --json"
+    ["norv uio read"]="-h --help --fixed -n --count --json"
+    ["norv uio write"]="-h --help --fixed"
+    ["norv uio wait"]="-h --help -n --count -t --timeout --json"
+    ["norv uio bind"]="-h --help"
     ["norv uuid"]="-h --help -n --count --json"
 )
 
