@@ -1,10 +1,13 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can flash gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
+    ["norv"]="can dma flash gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
+    ["norv dma"]="kinds test -h --help"
+    ["norv dma kinds"]="-h --help --json"
+    ["norv dma test"]="-h --help --json"
     ["norv flash"]="info read write erase -h --help"
     ["norv flash info"]="-h --help --emmc --json"
     ["norv flash read"]="-h --help --emmc -a --address -l --length --append"
