@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can dma flash gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
+    ["norv"]="can dma flash fpga gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -13,6 +13,9 @@ declare -A _norv_words=(
     ["norv flash read"]="-h --help --emmc -a --address -l --length --append"
     ["norv flash write"]="-h --help --emmc -a --address --offset --end -y --yes"
     ["norv flash erase"]="-h --help --emmc -a --address -l --length -y --yes"
+    ["norv fpga"]="status program -h --help"
+    ["norv fpga status"]="-h --help --json"
+    ["norv fpga program"]="-h --help -f --fpga -y --yes"
     ["norv gpio"]="get set watch free -h --help"
     ["norv gpio get"]="-h --help -i --input -l --active-low --json"
     ["norv gpio set"]="-h --help --hold -l --active-low"
