@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can dma flash fpga gpio i2c led mtd pwm spi stat uart uio uuid -h --help --version"
+    ["norv"]="can dma flash fpga gpio i2c led mtd overlay pwm spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -37,6 +37,10 @@ declare -A _norv_words=(
     ["norv mtd list"]="-h --help --json"
     ["norv mtd info"]="-h --help --json"
     ["norv mtd badblocks"]="-h --help --json"
+    ["norv overlay"]="load status unload -h --help"
+    ["norv overlay load"]="-h --help -n --name -y --yes"
+    ["norv overlay status"]="-h --help --json"
+    ["norv overlay unload"]="-h --help -y --yes"
     ["norv pwm"]="list set start stop capture free -h --help"
     ["norv pwm list"]="-h --help --json"
     ["norv pwm set"]="-h --help --polarity"
