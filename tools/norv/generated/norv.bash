@@ -1,10 +1,15 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can dma flash fpga gpio i2c led mtd overlay pwm spi stat uart uio uuid -h --help --version"
+    ["norv"]="can clock dma flash fpga gpio i2c led mtd overlay pwm sensors spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
+    ["norv clock"]="list get set reset -h --help"
+    ["norv clock list"]="-h --help --soc --json"
+    ["norv clock get"]="-h --help --soc --json"
+    ["norv clock set"]="-h --help --json"
+    ["norv clock reset"]="-h --help"
     ["norv dma"]="kinds test -h --help"
     ["norv dma kinds"]="-h --help --json"
     ["norv dma test"]="-h --help --json"
@@ -48,6 +53,7 @@ declare -A _norv_words=(
     ["norv pwm stop"]="-h --help"
     ["norv pwm capture"]="-h --help --json"
     ["norv pwm free"]="-h --help"
+    ["norv sensors"]="-h --help --soc --json"
     ["norv spi"]="transfer -h --help"
     ["norv spi transfer"]="-h --help -r --read -s --speed -m --mode -b --bits --lsb-first --json"
     ["norv stat"]="-h --help -i --interface --interval -w --watch --json"
