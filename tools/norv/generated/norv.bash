@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can clock dma flash fpga gpio i2c led mtd overlay pwm sensors spi stat uart uio uuid -h --help --version"
+    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uio uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -21,6 +21,11 @@ declare -A _norv_words=(
     ["norv fpga"]="status program -h --help"
     ["norv fpga status"]="-h --help --json"
     ["norv fpga program"]="-h --help -f --fpga -y --yes"
+    ["norv gadget"]="list watch connect disconnect -h --help"
+    ["norv gadget list"]="-h --help --json"
+    ["norv gadget watch"]="-h --help -n --count -t --timeout --json"
+    ["norv gadget connect"]="-h --help"
+    ["norv gadget disconnect"]="-h --help"
     ["norv gpio"]="get set watch free -h --help"
     ["norv gpio get"]="-h --help -i --input -l --active-low --json"
     ["norv gpio set"]="-h --help --hold -l --active-low"
