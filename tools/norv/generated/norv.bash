@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uio uuid -h --help --version"
+    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uio umcb uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -73,6 +73,12 @@ declare -A _norv_words=(
     ["norv uio write"]="-h --help --fixed"
     ["norv uio wait"]="-h --help -n --count -t --timeout --json"
     ["norv uio bind"]="-h --help"
+    ["norv umcb"]="list read write wait bind -h --help"
+    ["norv umcb list"]="-h --help --json"
+    ["norv umcb read"]="-h --help --mode --fixed -n --count --json"
+    ["norv umcb write"]="-h --help --mode --fixed"
+    ["norv umcb wait"]="-h --help --mode --type -n --count -t --timeout --json"
+    ["norv umcb bind"]="-h --help"
     ["norv uuid"]="-h --help -n --count --json"
 )
 
