@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uio umcb uuid -h --help --version"
+    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uevent uio umcb uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -67,6 +67,7 @@ declare -A _norv_words=(
     ["norv uart send"]="-h --help -b --baud --data-bits --stop-bits --parity --flow -f --file -x --hex -l --line"
     ["norv uart recv"]="-h --help -b --baud --data-bits --stop-bits --parity --flow -n --count -t --timeout -x --hex --json"
     ["norv uart lines"]="-h --help -b --baud --data-bits --stop-bits --parity --flow --rts --dtr -w --watch --json"
+    ["norv uevent"]="-h --help -s --subsystem -k --keys -n --count -t --timeout --json"
     ["norv uio"]="list read write wait bind -h --help"
     ["norv uio list"]="-h --help --json"
     ["norv uio read"]="-h --help --fixed -n --count --json"
