@@ -1,7 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 declare -A _norv_words=(
-    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uevent uio umcb uuid -h --help --version"
+    ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uevent uio umcb usb uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
     ["norv can send"]="-h --help"
@@ -80,6 +80,9 @@ declare -A _norv_words=(
     ["norv umcb write"]="-h --help --mode --fixed"
     ["norv umcb wait"]="-h --help --mode --type -n --count -t --timeout --json"
     ["norv umcb bind"]="-h --help"
+    ["norv usb"]="list watch -h --help"
+    ["norv usb list"]="-h --help --json"
+    ["norv usb watch"]="-h --help -n --count -t --timeout --json"
     ["norv uuid"]="-h --help -n --count --json"
 )
 
