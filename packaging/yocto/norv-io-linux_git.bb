@@ -11,7 +11,7 @@ EXTERNALSRC = "${@os.path.abspath(os.path.join(d.getVar('THISDIR'), '..', '..'))
 EXTERNALSRC_BUILD = "${WORKDIR}/build"
 PV = "0.1+git"
 
-EXTRA_OECMAKE = "-DNORV_BUILD_TESTS=OFF -DNORV_BUILD_BOARD_TESTS=OFF -DNORV_BUILD_EXAMPLES=OFF"
+EXTRA_OECMAKE = "-DNORV_BUILD_TESTS=OFF -DNORV_BUILD_BOARD_TESTS=OFF -DNORV_BUILD_EXAMPLES=OFF -DNORV_BUILD_TOOL=OFF"
 
 # A board's maker may put another base library of the same interface into its place.
 PACKAGE_BEFORE_PN = "libnorv-base"

@@ -1,0 +1,56 @@
+#!/usr/bin/env bats
+# norv uevent on the virtual board. Writing to a device's "uevent" attribute makes the kernel announce it again.
+
+load ../../../tests/norv/support
+
+# Announces the loop-back network device until a message arrives: the tool may not listen yet.
+announce_until_gone() {
+    while kill -0 "$1" 2>/dev/null; do
+        echo "$2" >/sys/class/net/lo/uevent
+        sleep 0.2
+    done
+}
+
+# listen OPTION...: the tool in the background, its output in a file; $! is its process.
+listen() { "$NORV" uevent --subsystem net --count 1 --timeout 60000 "$@" >"$BATS_TEST_TMPDIR/output"; }
+
+@test "uevent: AMessageIsShownWithItsActionAndItsDevice" {
+    listen &
+    local listener=$!
+    announce_until_gone "$listener" change
+    wait "$listener"
+    [[ $(<"$BATS_TEST_TMPDIR/output") =~ change\ +net\ +/devices/virtual/net/lo$ ]]
+}
+
+@test "uevent: TheKeysOfAMessageAreShown" {
+    listen --keys &
+    local listener=$!
+    announce_until_gone "$listener" add
+    wait "$listener"
+    grep --quiet '^    INTERFACE=lo$' "$BATS_TEST_TMPDIR/output"
+}
+
+@test "uevent: AMessageAsJson" {
+    listen --json &
+    local listener=$!
+    announce_until_gone "$listener" change
+    wait "$listener"
+    jq --exit-status '.keys.ACTION == "change" and .keys.DEVPATH == "/devices/virtual/net/lo"' \
+        "$BATS_TEST_TMPDIR/output"
+}
+
+@test "uevent: MessagesOfOtherSubsystemsAreNotWaitedFor" {
+    norv uevent --subsystem no-such-subsystem --timeout 10
+    fails "uevents: TIMEOUT: nothing came in time"
+}
+
+@test "uevent: CtrlCEndsItInGoodOrder" {
+    "$NORV" uevent --subsystem net >"$BATS_TEST_TMPDIR/output" &
+    local listener=$!
+    until [[ -s $BATS_TEST_TMPDIR/output ]]; do
+        echo change >/sys/class/net/lo/uevent
+        sleep 0.2
+    done
+    kill -INT "$listener"
+    wait "$listener"
+}

@@ -1,0 +1,55 @@
+#!/usr/bin/env bats
+# norv usb on the virtual board, whose gadget is plugged into its own host
+
+load ../../../tests/norv/support
+
+state=/sys/class/udc/dummy_udc.0/state
+
+setup_file() { [[ -d /sys/kernel/config/usb_gadget/demo ]] || ../../serial-gadget; }
+
+setup() {
+    "$NORV" gadget connect
+    until_state configured
+}
+
+until_state() {
+    until [[ $(<"$state") == "$1" ]]; do sleep 0.1; done
+}
+
+@test "usb: DevicesAreListed" {
+    norv usb list
+    succeeds
+    [[ ${lines[0]} == "DEVICE               PRODUCT        NAME" ]]
+    [[ $output =~ /dev/bus/usb/[0-9]{3}/[0-9]{3}\ +1d6b/104/[0-9a-f]+ ]] || fail "printed: $output"
+}
+
+@test "usb: DevicesAsJson" {
+    norv usb list --json
+    prints_json 'any((.product | startswith("1d6b/104/")) and (.node | startswith("/dev/bus/usb/")) and .nodes == [])'
+}
+
+@test "usb: AWatchShowsWhatIsThereAndThenWhatGoesAndComes" {
+    norv_in_background usb watch --timeout 120000
+    appears " present  /dev/bus/usb/"
+    "$NORV" gadget disconnect
+    appears " remove   /dev/bus/usb/"
+    until_state "not attached"
+    "$NORV" gadget connect
+    appears " add      /dev/bus/usb/"
+    interrupt_background
+    background_ends
+    [[ $(grep --count ' 1d6b/104/' "$BATS_TEST_TMPDIR/background") -eq 3 ]]
+}
+
+@test "usb: AWatchEndsAfterAsManyChangesAsWereAskedFor" {
+    norv_in_background usb watch --json --count 1 --timeout 120000
+    appears '"event":"present"'
+    "$NORV" gadget disconnect
+    background_ends
+    [[ $(grep --count '"event":"remove"' "$BATS_TEST_TMPDIR/background") -eq 1 ]]
+}
+
+@test "usb: AWatchEndsWithAFailureWhenNothingChanges" {
+    norv usb watch --timeout 10
+    fails "usb: TIMEOUT: nothing came in time"
+}

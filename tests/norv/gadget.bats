@@ -1,0 +1,32 @@
+#!/usr/bin/env bats
+# norv gadget, where there is no such controller
+
+load support
+
+cause="no such USB device controller; is its driver loaded?"
+
+@test "AControllerThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv gadget watch no-such-controller
+    fails "gadget no-such-controller: NOT_FOUND: $cause"
+    norv gadget connect no-such-controller
+    fails "gadget no-such-controller: NOT_FOUND: $cause"
+    norv gadget disconnect no-such-controller
+    fails "gadget no-such-controller: NOT_FOUND: $cause"
+}
+
+@test "ABoardWithoutControllersIsToldSo" {
+    [[ ! -d /sys/class/udc || -z $(ls /sys/class/udc) ]] || skip "this machine has a controller"
+    norv gadget connect
+    fails "gadget: NOT_FOUND: no USB device controller; is its driver loaded?"
+}
+
+@test "AListHasAHeadingAlsoWhereThereAreNoControllers" {
+    norv gadget list
+    succeeds
+    [[ ${lines[0]} == "STATE "*"CONTROLLER" ]]
+}
+
+@test "AListAsJsonIsAnArray" {
+    norv gadget list --json
+    prints_json 'type == "array"'
+}

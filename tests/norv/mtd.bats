@@ -1,0 +1,26 @@
+#!/usr/bin/env bats
+# norv mtd, where there is no flash
+
+load support
+
+@test "APartitionThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv mtd info mtd99
+    fails "mtd99: NOT_FOUND: no such partition; norv mtd list shows those that there are"
+}
+
+@test "APathAndANumberNameTheSamePartition" {
+    norv mtd info /dev/mtd99
+    fails_like "mtd99: NOT_FOUND: .*"
+    norv mtd info 99
+    fails_like "mtd99: NOT_FOUND: .*"
+}
+
+@test "WhatIsNoPartitionIsWrongUsage" {
+    norv mtd badblocks /dev/sda
+    is_wrong_usage '"/dev/sda" is no partition like mtd0'
+}
+
+@test "AListAsJsonIsAnArray" {
+    norv mtd list --json
+    prints_json 'type == "array"'
+}

@@ -1,0 +1,42 @@
+#!/usr/bin/env bats
+# norv overlay, where there is no such overlay
+
+load support
+
+@test "AnOverlayThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv overlay status no-such-overlay
+    fails "overlay no-such-overlay: NOT_FOUND: no such overlay; norv overlay status shows those there are"
+    norv overlay unload --yes no-such-overlay
+    fails "overlay no-such-overlay: NOT_FOUND: no such overlay; norv overlay status shows those there are"
+}
+
+@test "AFileThatIsNotThereIsNamed" {
+    norv overlay load --yes /no/such/file.dtbo
+    fails_like "/no/such/file.dtbo: NOT_FOUND: "
+}
+
+@test "AKernelWithoutOverlaysIsNamedAsTheCause" {
+    [[ ! -e /sys/kernel/config/device-tree/overlays ]] || skip "this machine's kernel has overlays"
+    norv overlay load --yes "$BATS_TEST_FILENAME"
+    fails "overlay overlay: NOT_FOUND: configfs has no overlays; is it mounted, and does the kernel have them?"
+}
+
+@test "ANameIsThatOfOneDirectory" {
+    norv overlay load --yes --name ../escape "$BATS_TEST_FILENAME"
+    is_wrong_usage '"../escape" is no name of an overlay'
+    norv overlay unload --yes up/down
+    is_wrong_usage '"up/down" is no name of an overlay'
+    norv overlay unload --yes "$(printf 'n%.0s' {1..209})"
+    is_wrong_usage 'is no name of an overlay'
+}
+
+@test "AListHasAHeadingAlsoWhereThereAreNoOverlays" {
+    norv overlay status
+    succeeds
+    [[ ${lines[0]} == "APPLIED  NAME" ]]
+}
+
+@test "AListAsJsonIsAnArray" {
+    norv overlay status --json
+    prints_json 'type == "array"'
+}

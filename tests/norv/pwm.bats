@@ -1,0 +1,36 @@
+#!/usr/bin/env bats
+# norv pwm, where there is no such chip
+
+load support
+
+no_chip=99
+
+@test "AChipThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv pwm start "$no_chip" 0
+    fails "pwm 99:0: NOT_FOUND: no such chip; norv pwm list shows those that there are"
+}
+
+@test "APeriodHasAUnitThatIsKnown" {
+    norv pwm set "$no_chip" 0 10parsec 5
+    is_wrong_usage '"10parsec" is no period'
+}
+
+@test "APeriodIsNoLongerThanTheKernelTakes" {
+    norv pwm set "$no_chip" 0 3s 1s
+    is_wrong_usage '"3s" is no period'
+}
+
+@test "ADutyIsNotLongerThanThePeriod" {
+    norv pwm set "$no_chip" 0 40us 50us
+    is_wrong_usage "the duty is longer than the period"
+}
+
+@test "AShareIsAHundredPercentAtMost" {
+    norv pwm set "$no_chip" 0 40us 101%
+    is_wrong_usage '"101%" is no share of the period'
+}
+
+@test "APolarityIsOneOfTwo" {
+    norv pwm set "$no_chip" 0 40us 10us --polarity upside
+    is_wrong_usage --polarity
+}

@@ -1,0 +1,24 @@
+#!/usr/bin/env bats
+# norv sensors, where there is no such sensor
+
+load support
+
+@test "ASensorThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv sensors voltage99999
+    fails "sensor voltage99999: NOT_FOUND: no such channel; is the system monitor's driver loaded?"
+    norv sensors --soc zynqmp voltage99999
+    fails "sensor voltage99999: NOT_FOUND: no such channel; is the system monitor's driver loaded?"
+    norv sensors humidity0
+    fails "sensor humidity0: NOT_FOUND: no such channel; is the system monitor's driver loaded?"
+}
+
+@test "AMissingSystemMonitorIsNamedAsTheCause" {
+    [[ ! -e /sys/bus/iio/devices/iio:device0 ]] || skip "this machine has sensors"
+    norv sensors
+    fails "sensors: NOT_FOUND: no system monitor; is its driver loaded?"
+}
+
+@test "AFamilyIsOneOfTwo" {
+    norv sensors --soc versal
+    is_wrong_usage '"versal" is none of zynq, zynqmp'
+}

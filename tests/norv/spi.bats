@@ -1,0 +1,34 @@
+#!/usr/bin/env bats
+# norv spi, where there is no slave
+
+load support
+
+@test "ASlaveThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv spi transfer /dev/spidev99.0 1
+    fails "spi /dev/spidev99.0: NOT_FOUND: no such slave; are the controller's driver and spidev loaded?"
+}
+
+@test "AFileThatIsNoSlaveIsRefused" {
+    norv spi transfer /dev/null 1
+    fails "spi /dev/null: ENOTTY: not a spidev device"
+}
+
+@test "APercentSignInAPathIsOnlyAPercentSign" {
+    norv spi transfer /dev/%s 1
+    fails "spi /dev/%s: NOT_FOUND: no such slave; are the controller's driver and spidev loaded?"
+}
+
+@test "NothingToSendOrToReadIsWrongUsage" {
+    norv spi transfer /dev/spidev99.0
+    is_wrong_usage "nothing to send or to read"
+}
+
+@test "AModeIsOneOfFour" {
+    norv spi transfer --mode 4 /dev/spidev99.0 1
+    is_wrong_usage --mode
+}
+
+@test "WhatIsSentIsBytes" {
+    norv spi transfer /dev/spidev99.0 0x1ff
+    is_wrong_usage '"0x1ff" is no byte'
+}

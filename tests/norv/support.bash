@@ -1,0 +1,75 @@
+# What the tests of the tool have in common. NORV is the tool under test; each test runs it with `norv ARGUMENT...`,
+# which sets status, output (standard output) and stderr, as bats' `run` does.
+
+bats_require_minimum_version 1.5.0
+
+norv() { run --separate-stderr "$NORV" "$@"; }
+
+# succeeds [TEXT]: the exit status is 0, and nothing went to standard error; TEXT is all that was printed.
+succeeds() {
+    expect_status 0
+    [[ -z $stderr ]] || fail "standard error: $stderr"
+    [[ $# -eq 0 || $output == "$1" ]] || fail "printed: $output"
+}
+
+# fails TEXT: the exit status is 1, and standard error is "norv: TEXT".
+fails() {
+    expect_status 1
+    # shellcheck disable=SC2154 # set by run
+    [[ $stderr == "norv: $1" ]] || fail "standard error: $stderr"
+}
+
+# fails_like PATTERN: the same with a regular expression.
+fails_like() {
+    expect_status 1
+    [[ $stderr =~ ^norv:\ $1 ]] || fail "standard error: $stderr"
+}
+
+# is_wrong_usage TEXT: the exit status is 2, nothing was printed, and standard error contains TEXT.
+is_wrong_usage() {
+    expect_status 2
+    [[ -z $output ]] || fail "printed: $output"
+    [[ $stderr == *"$1"* ]] || fail "standard error: $stderr"
+}
+
+# prints_json FILTER: every line that was printed is JSON for which the jq filter is true.
+prints_json() {
+    expect_status 0
+    jq --exit-status "$1" <<<"$output" >/dev/null || fail "printed: $output"
+}
+
+# norv_in_background ARGUMENT...: starts the tool; its output is looked at with `appears`, its end with `background_ends`.
+norv_in_background() {
+    "$NORV" "$@" <&0 >"$BATS_TEST_TMPDIR/background" 2>&1 3>&- &
+    background=$!
+}
+
+# appears TEXT: waits until the tool in the background has printed TEXT.
+appears() {
+    local tries
+    for ((tries = 0; tries < 600; ++tries)); do
+        ! grep --quiet --fixed-strings -- "$1" "$BATS_TEST_TMPDIR/background" || return 0
+        sleep 0.1
+    done
+    fail "no $1 in: $(<"$BATS_TEST_TMPDIR/background")"
+}
+
+# background_ends [STATUS]: waits for the end of the tool in the background.
+background_ends() {
+    status=0
+    wait "$background" || status=$?
+    stderr=$(<"$BATS_TEST_TMPDIR/background")
+    expect_status "${1:-0}"
+}
+
+interrupt_background() { kill -INT "$background"; }
+
+expect_status() {
+    # shellcheck disable=SC2154 # set by run
+    [[ $status -eq $1 ]] || fail "exit status $status; standard error: $stderr"
+}
+
+fail() {
+    echo "$1" >&2
+    return 1
+}

@@ -1,0 +1,39 @@
+#!/usr/bin/env bats
+# norv umcb, where there is no such device
+
+load support
+
+@test "ADeviceThatIsNotThereIsNamedWithItsStatusAndCause" {
+    norv umcb read no-such-device 0
+    fails "umcb no-such-device: NOT_FOUND: no such device; is its driver loaded?"
+    norv umcb wait no-such-device 0
+    fails "umcb no-such-device: NOT_FOUND: no such device; is its driver loaded?"
+}
+
+@test "AListHasAHeadingAlsoWhereThereAreNoDevices" {
+    norv umcb list
+    succeeds
+    [[ ${lines[0]} == "DEVICE  SIZE        PCI        NAME" ]]
+}
+
+@test "AListAsJsonIsAnArray" {
+    norv umcb list --json
+    prints_json 'type == "array"'
+}
+
+@test "AnInterruptSourceIsNeeded" {
+    norv umcb wait 0
+    is_wrong_usage "SOURCE is required"
+}
+
+@test "ATypeHasThirtyTwoBits" {
+    norv umcb wait --type 0x100000000 0 0
+    is_wrong_usage "--type"
+    norv umcb wait --type=-1 0 0
+    is_wrong_usage "--type"
+}
+
+@test "APciIdentityIsWrittenAsLspciPrintsIt" {
+    norv umcb bind edu
+    is_wrong_usage '"edu" is no PCI identity like 1234:11e8'
+}

@@ -1,0 +1,229 @@
+// norv can: frames on a CAN bus, written and shown as by cansend and candump.
+#include "norv_linux_can.h"
+
+#include <linux/can.h>
+
+#include <cstring>
+
+#include "bytes.hpp"
+#include "command.hpp"
+#include "failure.hpp"
+#include "interrupt.hpp"
+#include "report.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+constexpr int send_limit_ms = 1000;
+
+const causes usual{
+    {status_of(ENODEV), "no such interface; is its driver loaded?"},
+    {status_of(ENETDOWN), "the interface is down; ip link set IF up type can bitrate 500000"},
+    {status_of(ENOBUFS), "the queue is full; is there another node that acknowledges?"},
+    {NORV_STATUS_TIMEOUT, "the bus does not take the frame; is there another node that acknowledges?"},
+    {status_of(EPERM), "the interface cannot be bound; is it a CAN interface?"},
+    {status_of(EBADF), "no socket; has the kernel CAN, is the module can-raw there?"}};
+
+class interface {
+  public:
+    explicit interface(const std::string& name) : name_{name} {
+        must(name_, norv_linux_can_open(name_.c_str(), &can_));
+    }
+    ~interface() { norv_linux_can_close(&can_); }
+    interface(const interface&) = delete;
+    interface& operator=(const interface&) = delete;
+
+    const std::string& name() const { return name_; }
+
+    norv_linux_can_raw_t* add(uint32_t identifier, uint32_t alternative) {
+        norv_linux_can_raw_t* channel = nullptr;
+        const uint32_t status =
+            norv_linux_can_raw_add_with_alt_id(&can_, 1, identifier, alternative, &channel);
+        if (status != NORV_STATUS_OK && channel != nullptr) {
+            norv_linux_can_remove(channel);
+        }
+        must(name_, status, usual);
+        return channel;
+    }
+
+    // Whatever is not 0 or not 1 is everything.
+    norv_linux_can_raw_t* add_all() { return add(0 | CAN_INV_FILTER, 1 | CAN_INV_FILTER); }
+
+  private:
+    std::string name_;
+    norv_linux_can_t* can_ = nullptr;
+};
+
+bool is_extended(const can_frame& frame) {
+    return (frame.can_id & CAN_EFF_FLAG) != 0;
+}
+
+bool is_remote(const can_frame& frame) {
+    return (frame.can_id & CAN_RTR_FLAG) != 0;
+}
+
+uint32_t identifier_of(const can_frame& frame) {
+    return frame.can_id & (is_extended(frame) ? CAN_EFF_MASK : CAN_SFF_MASK);
+}
+
+bytes data_of(const can_frame& frame) {
+    return is_remote(frame) ? bytes{}
+                            : bytes(frame.data, frame.data + std::min<size_t>(frame.len, CAN_MAX_DLEN));
+}
+
+std::string upper(std::string word) {
+    std::transform(word.begin(), word.end(), word.begin(), [](unsigned char c) { return std::toupper(c); });
+    return word;
+}
+
+// ID#DATA as cansend takes it: three digits are a standard identifier, eight an extended one.
+can_frame parse_frame(const std::string& word) {
+    const size_t hash = word.find('#');
+    const std::string digits = word.substr(0, hash);
+    char* end = nullptr;
+    const unsigned long identifier = std::strtoul(digits.c_str(), &end, 16);
+    const bool extended = digits.size() == 8;
+    if (hash == std::string::npos || *end != '\0' || (digits.size() != 3 && !extended) ||
+        identifier > (extended ? CAN_EFF_MASK : CAN_SFF_MASK)) {
+        throw usage_error{"\"" + word + "\" is no frame like 123#DEADBEEF, 12345678#00 or 123#R"};
+    }
+    can_frame frame{};
+    frame.can_id = static_cast<canid_t>(identifier) | (extended ? CAN_EFF_FLAG : 0);
+    const std::string content = word.substr(hash + 1);
+    if (content == "R" || content == "r") {
+        frame.can_id |= CAN_RTR_FLAG;
+        return frame;
+    }
+    const bytes data = parse_hex_digits(content);
+    if (data.size() > CAN_MAX_DLEN) {
+        throw usage_error{"\"" + word + "\" has more than 8 bytes"};
+    }
+    frame.len = static_cast<uint8_t>(data.size());
+    std::copy(data.begin(), data.end(), frame.data);
+    return frame;
+}
+
+struct dump {
+    static constexpr auto name = "dump";
+    static constexpr auto help = "Show the frames that arrive, until Ctrl-C";
+
+    std::string on;
+    std::vector<std::string> identifiers;
+    uint32_t count = 0;
+    int timeout = -1;
+    report out;
+
+    void declare(CLI::App& command) {
+        command.add_option("INTERFACE", on, "for instance can0")->required();
+        command.add_option(
+            "ID", identifiers,
+            "hexadecimal; only frames whose identifier ends in these 11 bits; may be repeated");
+        command.add_option("-n,--count", count, "end after so many frames");
+        command.add_option("-t,--timeout", timeout,
+                           "end with a failure after so many milliseconds without one");
+        out.offer_json(command);
+    }
+
+    void run() {
+        interface opened {
+            on
+        };
+        const std::vector<norv_linux_can_raw_t*> channels = add_channels(opened);
+        for (uint32_t seen = 0; count == 0 || seen < count;) {
+            std::vector<pollfd> sources;
+            for (norv_linux_can_raw_t* channel : channels) {
+                sources.push_back({norv_linux_can_get_fd(channel), POLLIN, 0});
+            }
+            const wake woken = wait_for(sources, timeout);
+            if (woken == wake::interrupted) {
+                return;
+            }
+            must(on, woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
+                 {{NORV_STATUS_TIMEOUT, "no frame came in time"}});
+            seen += show_frames(channels, sources);
+        }
+    }
+
+  private:
+    std::vector<norv_linux_can_raw_t*> add_channels(interface& opened) const {
+        if (identifiers.empty()) {
+            return {opened.add_all()};
+        }
+        std::vector<norv_linux_can_raw_t*> channels;
+        for (const std::string& word : identifiers) {
+            char* end = nullptr;
+            const unsigned long identifier = std::strtoul(word.c_str(), &end, 16);
+            if (*end != '\0' || word.empty() || identifier > CAN_EFF_MASK) {
+                throw usage_error{"\"" + word + "\" is no identifier"};
+            }
+            channels.push_back(
+                opened.add(static_cast<uint32_t>(identifier), static_cast<uint32_t>(identifier)));
+        }
+        return channels;
+    }
+
+    uint32_t show_frames(const std::vector<norv_linux_can_raw_t*>& channels,
+                         const std::vector<pollfd>& sources) const {
+        uint32_t shown = 0;
+        for (size_t index = 0; index < channels.size(); ++index) {
+            can_frame frame{};
+            uint32_t length = sizeof frame;
+            if (sources[index].revents != 0) {
+                must(on, norv_linux_can_read(channels[index], &frame, &length, 0), usual);
+                show(frame);
+                ++shown;
+            }
+        }
+        return shown;
+    }
+
+    void show(const can_frame& frame) const {
+        const bytes data = data_of(frame);
+        out.show(text("  %s  %*s   [%u]  %s", on.c_str(), 8,
+                      text(is_extended(frame) ? "%08X" : "%03X", identifier_of(frame)).c_str(), frame.len,
+                      is_remote(frame) ? "remote request" : upper(hex(data)).c_str()),
+                 {{"interface", on},
+                  {"id", identifier_of(frame)},
+                  {"extended", is_extended(frame)},
+                  {"remote", is_remote(frame)},
+                  {"data", data}});
+    }
+};
+
+struct send {
+    static constexpr auto name = "send";
+    static constexpr auto help = "Send frames: 123#DEADBEEF, 12345678#00 (extended), 123#R (remote request)";
+
+    std::string on;
+    std::vector<std::string> words;
+
+    void declare(CLI::App& command) {
+        command.add_option("INTERFACE", on, "for instance can0")->required();
+        command
+            .add_option("FRAME", words, "identifier, # and up to 8 bytes, in hexadecimal; may be repeated")
+            ->required();
+    }
+
+    void run() {
+        std::vector<can_frame> frames;
+        for (const std::string& word : words) {
+            frames.push_back(parse_frame(word));
+        }
+        interface opened {
+            on
+        };
+        norv_linux_can_raw_t* channel = opened.add(0, 0);
+        for (const can_frame& frame : frames) {
+            uint32_t length = sizeof frame;
+            must(on, norv_linux_can_write(channel, &frame, &length, send_limit_ms), usual);
+        }
+    }
+};
+
+const group can{"can", "Frames on a CAN bus", with_commands<dump, send>};
+
+}  // namespace
+
+}  // namespace norv::tool

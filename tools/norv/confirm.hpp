@@ -1,0 +1,23 @@
+// Before something is destroyed: say what, and ask.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace norv::tool {
+
+class confirmation {
+  public:
+    // Adds --yes to the command.
+    void offer_yes(CLI::App& command);
+
+    // Says what will be done ("erase 0x0 to 0x20000 of the SPI flash") and returns when that is wanted: --yes
+    // was given, or the user says so at the terminal. Throws otherwise; without a terminal nobody can be
+    // asked, and --yes is needed.
+    void ask(const std::string& plan) const;
+
+  private:
+    bool yes_ = false;
+};
+
+}  // namespace norv::tool

@@ -1,0 +1,416 @@
+// norv flash: the SPI flash (all its partitions joined) or an eMMC. Ctrl-C stops between two blocks, and the
+// command that goes on from there is told.
+#include "norv_linux_flash.h"
+
+#include <algorithm>
+
+#include "bytes.hpp"
+#include "command.hpp"
+#include "confirm.hpp"
+#include "failure.hpp"
+#include "interrupt.hpp"
+#include "progress.hpp"
+#include "report.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+// What the library writes to an eMMC at once; shorter areas than this are rounded.
+constexpr uint64_t emmc_chunk = 128 * 1024;
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "not there; is the flash driver loaded, and for an eMMC the path right?"},
+    {NORV_STATUS_EMPTY, "there is no partition /dev/mtd0; is the flash driver loaded?"},
+    {NORV_STATUS_RANGE, "outside the flash, or not at multiples of its erase block; see norv flash info"},
+    {NORV_STATUS_EXHAUSTED, "too few good blocks before the end of the area; --end makes it longer"},
+    {NORV_STATUS_VERIFY_FAILED, "what was read back differs; is the flash worn out or write-protected?"},
+    {NORV_STATUS_DEVICE_ERROR, "the flash does not work there; is it worn out or write-protected?"},
+    {status_of(ENOTTY), "not a block device"},
+    {status_of(EACCES), "no permission, or a partition is read-only"}};
+
+class flash {
+  public:
+    explicit flash(const std::string& emmc) : name_{emmc.empty() ? "SPI flash" : emmc} {
+        const norv_flash_config_t config{.kind = emmc.empty() ? NORV_FLASH_KIND_SPI : NORV_FLASH_KIND_EMMC,
+                                         .emmc_path = emmc.c_str()};
+        must(name_, norv_linux_flash_open(&config, &flash_), usual);
+        const uint32_t status = norv_linux_flash_get_info(&flash_, &info_);
+        must(name_, is_emmc() || status != NORV_STATUS_NOT_FOUND ? status : NORV_STATUS_EMPTY, usual);
+    }
+    ~flash() { norv_linux_flash_close(&flash_); }
+    flash(const flash&) = delete;
+    flash& operator=(const flash&) = delete;
+
+    const std::string& name() const { return name_; }
+    const norv_flash_info_t& info() const { return info_; }
+    norv_flash_t* get() { return &flash_; }
+    bool is_emmc() const { return flash_.kind == NORV_FLASH_KIND_EMMC; }
+    const norv_spi_flash_t& spi() const { return *flash_.backend.spi; }
+
+    // Where the erase block of an address ends.
+    uint64_t block_end(uint64_t address) const {
+        uint64_t base = 0;
+        uint64_t block = info_.erase_block_size;
+        for (int32_t index = 0; !is_emmc() && index < spi().region_count; ++index) {
+            if (address >= spi().regions[index].base) {
+                base = spi().regions[index].base;
+                block = spi().regions[index].device.info.erasesize;
+            }
+        }
+        return base + ((address - base) / block + 1) * block;
+    }
+
+    // Refuses what does not lie in the flash.
+    void check_area(uint64_t address, uint64_t length) const {
+        if (address >= info_.size || length > info_.size - address) {
+            throw failure{name_,
+                          NORV_STATUS_RANGE,
+                          {{NORV_STATUS_RANGE, "the area is not inside the flash; see norv flash info"}}};
+        }
+    }
+
+  private:
+    std::string name_;
+    norv_flash_t flash_{};
+    norv_flash_info_t info_{};
+};
+
+// One of the library's long operations: its progress, and where it was when Ctrl-C came.
+class operation {
+  public:
+    operation(const flash& on, const char* verb, uint64_t address, uint64_t total)
+        : on_{on}, start_{address}, total_{total}, cursor_{address}, bar_{verb, total} {}
+
+    static bool is_cancelled(void*) { return is_interrupted(); }
+
+    static void step(void* user, uint32_t, uint32_t address, uint32_t remaining, uint32_t) {
+        static_cast<operation*>(user)->advance(address, remaining);
+    }
+
+    uint64_t done() const { return done_; }
+    uint64_t cursor() const { return cursor_; }
+
+  private:
+    // Blocks that are bad lie between: of the SPI flash the cursor is behind the block of the last step.
+    void advance(uint64_t address, uint64_t remaining) {
+        done_ = total_ - std::min(remaining, total_);
+        cursor_ = on_.is_emmc() ? start_ + done_ : on_.block_end(address);
+        bar_.advance(done_);
+    }
+
+    const flash& on_;
+    uint64_t start_;
+    uint64_t total_;
+    uint64_t done_ = 0;
+    uint64_t cursor_;
+    progress bar_;
+};
+
+// As a word of a shell's command line.
+std::string quoted(const std::string& word) {
+    const bool plain = std::all_of(word.begin(), word.end(), [](unsigned char c) {
+        return std::isalnum(c) != 0 ||
+               std::string_view{"/._-+=:,@"}.find(static_cast<char>(c)) != std::string_view::npos;
+    });
+    return plain && !word.empty() ? word : "'" + CLI::detail::find_and_replace(word, "'", "'\\''") + "'";
+}
+
+// The arguments that all commands have.
+struct target {
+    std::string emmc;
+
+    void declare(CLI::App& command) {
+        command
+            .add_option("--emmc", emmc, "this eMMC, SD card or other block device in place of the SPI flash")
+            ->type_name("DEVICE");
+    }
+    std::string words() const { return emmc.empty() ? "" : " --emmc " + quoted(emmc); }
+};
+
+void add_address(CLI::App& command, uint32_t& address) {
+    command.add_option("-a,--address", address, "first byte [0]");
+}
+
+[[noreturn]] void report_cancelled(const std::string& what, const std::string& command) {
+    throw failure{"cancelled", what + "; this goes on:\n    norv flash " + command};
+}
+
+struct info {
+    static constexpr auto name = "info";
+    static constexpr auto help = "Show the geometry, and of the SPI flash its partitions";
+
+    target on;
+    report out;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        out.offer_json(command);
+    }
+
+    void run() {
+        const flash opened{on.emmc};
+        const norv_flash_info_t& of = opened.info();
+        std::string lines =
+            text("%s\nsize        %llu\nerase block %u\nwrite unit  %u", opened.name().c_str(),
+                 static_cast<unsigned long long>(of.size), of.erase_block_size, of.write_unit_size);
+        json document{{"flash", opened.name()},
+                      {"size", of.size},
+                      {"erase_block_size", of.erase_block_size},
+                      {"write_unit_size", of.write_unit_size}};
+        if (!opened.is_emmc()) {
+            add_regions(opened.spi(), lines, document);
+        }
+        out.show(lines, document);
+    }
+
+  private:
+    static void add_regions(const norv_spi_flash_t& spi, std::string& lines, json& document) {
+        document["partitions"] = json::array();
+        for (int32_t index = 0; index < spi.region_count; ++index) {
+            const norv_spi_flash_region_t& region = spi.regions[index];
+            lines +=
+                text("\n0x%08llx  %10u bytes  erase block %u", static_cast<unsigned long long>(region.base),
+                     region.device.info.size, region.device.info.erasesize);
+            document["partitions"].push_back({{"address", region.base},
+                                              {"size", region.device.info.size},
+                                              {"erase_block_size", region.device.info.erasesize}});
+        }
+    }
+};
+
+struct read {
+    static constexpr auto name = "read";
+    static constexpr auto help = "Read an area into a file; bad blocks are left out";
+
+    target on;
+    std::string file;
+    uint32_t address = 0;
+    uint32_t length = 0;
+    bool append = false;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        command.add_option("FILE", file, "to write; - is standard output")->required();
+        add_address(command, address);
+        command.add_option("-l,--length", length, "bytes to read")->required()->check(CLI::PositiveNumber);
+        command.add_flag("--append", append, "add to the file");
+    }
+
+    void run() {
+        flash opened{on.emmc};
+        opened.check_area(address, length);
+        bytes data(length);
+        uint32_t count = length;
+        operation reading{opened, "read", address, length};
+        const uint32_t status = norv_linux_flash_continue_read(
+            opened.get(), address, data.data(), &count, operation::is_cancelled, operation::step, &reading);
+        data.resize(reading.done());
+        store(file, data, append);
+        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+            report_cancelled(
+                text("%llu of %u bytes are read", static_cast<unsigned long long>(reading.done()), length),
+                resume(reading));
+        }
+        must(opened.name(), status, usual);
+        if (reading.done() < length) {
+            throw failure{
+                opened.name(),
+                NORV_STATUS_SHORT_READ,
+                {{NORV_STATUS_SHORT_READ, "bad blocks: the flash ended before everything was read"}}};
+        }
+    }
+
+  private:
+    std::string resume(const operation& reading) const {
+        return text("read%s %s --address 0x%llx --length %llu --append", on.words().c_str(),
+                    quoted(file).c_str(), static_cast<unsigned long long>(reading.cursor()),
+                    static_cast<unsigned long long>(length - reading.done()));
+    }
+};
+
+struct erase {
+    static constexpr auto name = "erase";
+    static constexpr auto help = "Erase an area (an eMMC: write zeros); bad blocks are left out";
+
+    target on;
+    uint32_t address = 0;
+    uint32_t length = 0;
+    confirmation confirm;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        add_address(command, address);
+        command.add_option("-l,--length", length, "bytes to erase, a multiple of the erase block")
+            ->required()
+            ->check(CLI::PositiveNumber);
+        confirm.offer_yes(command);
+    }
+
+    void run() {
+        flash opened{on.emmc};
+        opened.check_area(address, length);
+        check_alignment(opened);
+        confirm.ask(text("erase %u bytes from 0x%x to 0x%llx of the flash (%s)", length, address, end(),
+                         opened.name().c_str()));
+        operation erasing{opened, "erase", address, length};
+        const uint32_t status = opened.is_emmc() ? erase_emmc(opened, erasing) : erase_spi(opened, erasing);
+        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+            report_cancelled(text("erased up to 0x%llx", static_cast<unsigned long long>(erasing.cursor())),
+                             resume(erasing));
+        }
+        must(opened.name(), status, usual);
+    }
+
+  private:
+    unsigned long long end() const { return static_cast<unsigned long long>(address) + length; }
+
+    // Before anybody is asked.
+    void check_alignment(const flash& opened) const {
+        const bool starts_block = address == 0 || opened.block_end(address - 1) == address;
+        if (!starts_block || opened.block_end(end() - 1) != end()) {
+            throw failure{opened.name(), NORV_STATUS_RANGE, usual};
+        }
+    }
+
+    uint32_t erase_spi(flash& opened, operation& erasing) const {
+        auto stop = static_cast<uint32_t>(end());
+        return norv_linux_flash_continue_erase(opened.get(), address, length, &stop, operation::is_cancelled,
+                                               operation::step, &erasing);
+    }
+
+    // Whole chunks step by step, and the rest of the area at once: the library would round it up to a chunk.
+    uint32_t erase_emmc(flash& opened, operation& erasing) const {
+        const auto rest = static_cast<uint32_t>(length % emmc_chunk);
+        auto stop = static_cast<uint32_t>(end());
+        const uint32_t status =
+            norv_linux_flash_continue_erase(opened.get(), address, length - rest, nullptr,
+                                            operation::is_cancelled, operation::step, &erasing);
+        if (status != NORV_STATUS_OK || rest == 0) {
+            return status;
+        }
+        return norv_linux_flash_erase_first_valid_block(opened.get(), stop - rest, &stop);
+    }
+
+    std::string resume(const operation& erasing) const {
+        return text("erase%s --address 0x%llx --length %llu --yes", on.words().c_str(),
+                    static_cast<unsigned long long>(erasing.cursor()), end() - erasing.cursor());
+    }
+};
+
+struct write {
+    static constexpr auto name = "write";
+    static constexpr auto help = "Erase an area, write a file there and verify it; goes around bad blocks";
+
+    target on;
+    std::string file;
+    uint32_t address = 0;
+    uint32_t offset = 0;
+    uint32_t area_end = 0;
+    confirmation confirm;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        command.add_option("FILE", file, "to read; - is standard input")->required();
+        add_address(command, address);
+        command.add_option("--offset", offset, "leave out so many bytes of the file; used to go on");
+        command.add_option("--end", area_end,
+                           "where the area ends, beyond which no data goes that had to go around bad blocks "
+                           "[as far as the file without them]");
+        confirm.offer_yes(command);
+    }
+
+    void run() {
+        bytes data = load(file);
+        if (offset >= data.size() || data.size() > UINT32_MAX) {
+            throw usage_error{file + " has nothing to write behind that offset"};
+        }
+        data.erase(data.begin(), data.begin() + offset);
+        flash opened{on.emmc};
+        opened.check_area(address, data.size());
+        if (opened.is_emmc()) {
+            write_emmc(opened, data);
+        } else {
+            write_spi(opened, data);
+        }
+    }
+
+  private:
+    void write_spi(flash& opened, const bytes& data) {
+        if (area_end == 0) {
+            area_end = static_cast<uint32_t>(opened.block_end(address + data.size() - 1));
+        }
+        confirm.ask(text(
+            "erase 0x%x to 0x%x of the SPI flash, as far as %zu bytes of %s need it, and write them there",
+            address, area_end, data.size(), file.c_str()));
+        const auto size = static_cast<uint32_t>(data.size());
+        uint32_t end = area_end;
+        {
+            operation erasing{opened, "erase", address, opened.block_end(address + size - 1) - address};
+            check(opened,
+                  norv_linux_flash_continue_erase(opened.get(), address, size, &end, operation::is_cancelled,
+                                                  operation::step, &erasing),
+                  nullptr);
+        }
+        transfer(opened, data, size);
+    }
+
+    // An eMMC needs no erasing. The library writes whole chunks: what is behind the data is written back as
+    // it is.
+    void write_emmc(flash& opened, bytes& data) {
+        const auto size = static_cast<uint32_t>(data.size());
+        confirm.ask(text("write %u bytes of %s to 0x%x of %s", size, file.c_str(), address, on.emmc.c_str()));
+        add_what_is_behind(opened, data);
+        transfer(opened, data, size);
+    }
+
+    void add_what_is_behind(flash& opened, bytes& data) const {
+        const uint64_t data_end = address + data.size();
+        uint64_t end = (data_end + emmc_chunk - 1) / emmc_chunk * emmc_chunk;
+        end = std::min(std::max(end, address + emmc_chunk), opened.info().size);
+        auto rest = static_cast<uint32_t>(end - data_end);
+        if (rest > 0) {
+            const size_t size = data.size();
+            data.resize(size + rest);
+            must(opened.name(),
+                 norv_linux_flash_read(opened.get(), static_cast<uint32_t>(data_end), data.data() + size,
+                                       &rest),
+                 usual);
+            data.resize(size + rest);
+        }
+    }
+
+    void transfer(flash& opened, const bytes& data, uint32_t size) const {
+        uint32_t end = area_end;
+        auto length = static_cast<uint32_t>(data.size());
+        operation writing{opened, "write", address, length};
+        const uint32_t status =
+            norv_linux_flash_continue_write_verify(opened.get(), address, 0, data.data(), &length, &end,
+                                                   operation::is_cancelled, operation::step, &writing);
+        check(opened, status, &writing, size);
+    }
+
+    void check(const flash& opened, uint32_t status, const operation* writing, uint32_t size = 0) const {
+        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+            const uint64_t done = writing == nullptr ? 0 : std::min<uint64_t>(writing->done(), size);
+            report_cancelled(
+                text("%llu bytes are written and verified", static_cast<unsigned long long>(offset + done)),
+                resume(opened, writing == nullptr ? address : writing->cursor(), offset + done));
+        }
+        must(opened.name(), status, usual);
+    }
+
+    std::string resume(const flash& opened, uint64_t cursor, uint64_t done) const {
+        std::string words =
+            text("write%s %s --address 0x%llx --offset %llu", on.words().c_str(), quoted(file).c_str(),
+                 static_cast<unsigned long long>(cursor), static_cast<unsigned long long>(done));
+        return words + (opened.is_emmc() ? "" : text(" --end 0x%x", area_end)) + " --yes";
+    }
+};
+
+const group flash_group{"flash", "The SPI flash, or an eMMC", with_commands<info, read, write, erase>};
+
+}  // namespace
+
+}  // namespace norv::tool

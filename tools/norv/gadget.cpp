@@ -1,0 +1,175 @@
+// norv gadget: the board as a USB device, by the state of its USB device controller.
+#include "command.hpp"
+#include "failure.hpp"
+#include "norv_usb_gadget.h"
+#include "patience.hpp"
+#include "report.hpp"
+#include "sysfs.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+const std::string controllers = "/sys/class/udc";
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no such USB device controller; is its driver loaded?"},
+    {NORV_STATUS_NOT_AVAILABLE, "no gadget is bound to the controller; write its name to the gadget's UDC"}};
+
+std::string title(const std::string& controller) {
+    return "gadget " + controller;
+}
+
+// The state's descriptor stays open, so that it can be waited on.
+class open_state {
+  public:
+    explicit open_state(const std::string& controller) : title_{title(controller)} {
+        must(title_, norv_usb_gadget_open(controller.c_str(), &descriptor_), usual);
+    }
+    ~open_state() { norv_usb_gadget_close(descriptor_); }
+    open_state(const open_state&) = delete;
+    open_state& operator=(const open_state&) = delete;
+
+    int descriptor() const { return descriptor_; }
+
+    const char* read() const {
+        static const std::map<uint32_t, const char*> words{{NORV_USB_GADGET_NOT_ATTACHED, "not attached"},
+                                                           {NORV_USB_GADGET_DEFAULT, "default"},
+                                                           {NORV_USB_GADGET_CONFIGURED, "configured"},
+                                                           {NORV_USB_GADGET_OTHER, "other"},
+                                                           {NORV_USB_GADGET_ADDRESSED, "addressed"}};
+        uint32_t state = 0;
+        must(title_, norv_usb_gadget_get_state(descriptor_, &state), usual);
+        return words.at(state);
+    }
+
+  private:
+    std::string title_;
+    int32_t descriptor_ = -1;
+};
+
+// The controller that a command is about; boards have one, mostly.
+struct target {
+    std::string controller;
+
+    void declare(CLI::App& command) {
+        command.add_option("CONTROLLER", controller, "a name in /sys/class/udc; default: the only one");
+    }
+
+    std::string name() const {
+        if (!controller.empty()) {
+            return controller;
+        }
+        const auto all = names_in(controllers);
+        if (all.size() > 1) {
+            throw usage_error{"there are several controllers, name one; norv gadget list shows them"};
+        }
+        must("gadget", all.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
+             {{NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}});
+        return all.front();
+    }
+};
+
+json host_win(const std::string& controller) {
+    uint8_t value = 0;
+    const uint32_t status = norv_usb_gadget_is_host_win(controller.c_str(), &value);
+    return status == NORV_STATUS_OK ? json(value != 0) : json();
+}
+
+struct list {
+    static constexpr auto name = "list";
+    static constexpr auto help = "Show the controllers: state, speed, bound gadget, name";
+
+    report out;
+
+    void declare(CLI::App& command) { out.offer_json(command); }
+
+    void run() {
+        std::string table = "STATE         SPEED             GADGET            CONTROLLER";
+        json document = json::array();
+        for (const std::string& controller : names_in(controllers)) {
+            const json shown = describe(controller);
+            table += text("\n%-12s  %-16s  %-16s  %s", shown["state"].get<std::string>().c_str(),
+                          shown["speed"].get<std::string>().c_str(),
+                          shown["gadget"].get<std::string>().c_str(), controller.c_str());
+            document.push_back(shown);
+        }
+        out.show(table, document);
+    }
+
+  private:
+    static json describe(const std::string& controller) {
+        const std::string directory = controllers + "/" + controller;
+        return {{"controller", controller},
+                {"state", open_state{controller}.read()},
+                {"speed", attribute_if_there(directory + "/current_speed").value_or("")},
+                {"gadget", attribute_if_there(directory + "/function").value_or("")},
+                {"is_host_win", host_win(controller)}};
+    }
+};
+
+struct watch {
+    static constexpr auto name = "watch";
+    static constexpr auto help = "Show the state of a controller, now and whenever it changes";
+
+    target on;
+    uint32_t count = 0;
+    patience patient;
+    report out;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        command.add_option("-n,--count", count, "end after so many changes");
+        patient.declare(command, "a change");
+        out.offer_json(command);
+    }
+
+    void run() {
+        const std::string controller = on.name();
+        const open_state state{controller};
+        std::string last = show(controller, state.read());
+        uint32_t seen = 0;
+        while ((count == 0 || seen < count) && patient.wait(title(controller), state.descriptor(), POLLPRI)) {
+            // The kernel also wakes for a state that it sets again.
+            const std::string now = state.read();
+            if (now != last) {
+                last = show(controller, now);
+                ++seen;
+                patient.restart();
+            }
+        }
+    }
+
+  private:
+    // The time is that of CLOCK_MONOTONIC after the change was noticed.
+    std::string show(const std::string& controller, const std::string& state) const {
+        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        out.show(text("%14.6f  %s  %s", now, controller.c_str(), state.c_str()),
+                 {{"time", now}, {"controller", controller}, {"state", state}});
+        return state;
+    }
+};
+
+template <bool plugged>
+struct plug {
+    static constexpr auto name = plugged ? "connect" : "disconnect";
+    static constexpr auto help =
+        plugged ? "Connect to the host, as if the cable were plugged" : "Disconnect, as if it were pulled";
+
+    target on;
+
+    void declare(CLI::App& command) { on.declare(command); }
+
+    void run() {
+        const std::string controller = on.name();
+        must(title(controller), norv_usb_gadget_connect(controller.c_str(), plugged ? 1 : 0), usual);
+    }
+};
+
+const group gadget{"gadget", "The board as a USB device",
+                   with_commands<list, watch, plug<true>, plug<false>>};
+
+}  // namespace
+
+}  // namespace norv::tool

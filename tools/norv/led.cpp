@@ -1,0 +1,168 @@
+// norv led: LEDs of the LED class, by the names of their directories.
+#include "norv_linux_led.h"
+
+#include "command.hpp"
+#include "failure.hpp"
+#include "report.hpp"
+#include "sysfs.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+const std::string leds = "/sys/class/leds";
+
+const causes usual{{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
+                   {NORV_STATUS_INVALID_ARG, "the kernel refuses it"}};
+
+std::string number_if_there(const std::string& name, const char* attribute_name) {
+    return attribute_if_there(leds + "/" + name + "/" + attribute_name).value_or("?");
+}
+
+// The triggers in the kernel's list "none [timer] oneshot"; the one in brackets drives the LED.
+struct triggers {
+    std::vector<std::string> known;
+    std::string current;
+
+    explicit triggers(const std::string& list) {
+        for (std::string word : CLI::detail::split(list, ' ')) {
+            if (word.starts_with('[')) {
+                word = word.substr(1, word.size() - 2);
+                current = word;
+            }
+            if (!word.empty()) {
+                known.push_back(word);
+            }
+        }
+    }
+
+    static triggers of(const std::string& name) {
+        return triggers{attribute("led " + name, leds + "/" + name + "/trigger", usual)};
+    }
+};
+
+void set_trigger(const std::string& name, const std::string& trigger) {
+    must("led " + name, norv_linux_led_set_trigger(name.c_str(), trigger.c_str()),
+         {{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
+          {NORV_STATUS_INVALID_ARG, "no such trigger; is its module (ledtrig-...) loaded?"}});
+}
+
+void add_name(CLI::App& command, std::string& name) {
+    command.add_option("LED", name, "name of its directory in /sys/class/leds")->required();
+}
+
+struct list {
+    static constexpr auto name = "list";
+    static constexpr auto help = "List the LEDs: brightness, greatest brightness and trigger";
+
+    report out;
+
+    void declare(CLI::App& command) { out.offer_json(command); }
+
+    void run() {
+        std::string lines;
+        json document = json::array();
+        for (const std::string& led : names_in(leds)) {
+            const std::string brightness = number_if_there(led, "brightness");
+            const std::string greatest = number_if_there(led, "max_brightness");
+            const std::string trigger = triggers::of(led).current;
+            lines += text("%s%-24s %4s of %-4s %s", lines.empty() ? "" : "\n", led.c_str(),
+                          brightness.c_str(), greatest.c_str(), trigger.c_str());
+            document.push_back({{"led", led},
+                                {"brightness", std::stoi(brightness)},
+                                {"max_brightness", std::stoi(greatest)},
+                                {"trigger", trigger}});
+        }
+        out.show(lines, document);
+    }
+};
+
+struct set {
+    static constexpr auto name = "set";
+    static constexpr auto help = "Light or dim an LED; 0 also takes it from its trigger";
+
+    std::string led;
+    int32_t brightness = 0;
+
+    void declare(CLI::App& command) {
+        add_name(command, led);
+        command.add_option("BRIGHTNESS", brightness, "0 to 255; what exceeds the LED's greatest is cut")
+            ->required()
+            ->check(CLI::Range(0, 255));
+    }
+
+    void run() { must("led " + led, norv_linux_led_set_brightness(led.c_str(), brightness), usual); }
+};
+
+struct trigger {
+    static constexpr auto name = "trigger";
+    static constexpr auto help = "Show what can drive an LED, or choose what does";
+
+    std::string led;
+    std::string wanted;
+    report out;
+
+    void declare(CLI::App& command) {
+        add_name(command, led);
+        command.add_option("TRIGGER", wanted, "for instance none, timer, oneshot, heartbeat");
+        out.offer_json(command);
+    }
+
+    void run() {
+        if (!wanted.empty()) {
+            set_trigger(led, wanted);
+            return;
+        }
+        const triggers found = triggers::of(led);
+        std::string lines;
+        for (const std::string& known : found.known) {
+            lines += (lines.empty() ? "" : "\n") + known + (known == found.current ? " *" : "");
+        }
+        out.show(lines, {{"led", led}, {"trigger", found.current}, {"triggers", found.known}});
+    }
+};
+
+struct blink {
+    static constexpr auto name = "blink";
+    static constexpr auto help = "Let the kernel blink an LED (trigger timer)";
+
+    std::string led;
+    int32_t on = 500;
+    int32_t off = 500;
+
+    void declare(CLI::App& command) {
+        add_name(command, led);
+        command.add_option("--on", on, "milliseconds lit")->check(CLI::PositiveNumber)->capture_default_str();
+        command.add_option("--off", off, "milliseconds dark")
+            ->check(CLI::PositiveNumber)
+            ->capture_default_str();
+    }
+
+    void run() {
+        set_trigger(led, "timer");
+        must("led " + led, norv_linux_led_set_delay(led.c_str(), on, off), usual);
+    }
+};
+
+struct flash_once {
+    static constexpr auto name = "shot";
+    static constexpr auto help = "Flash an LED once (trigger oneshot)";
+
+    std::string led;
+
+    void declare(CLI::App& command) { add_name(command, led); }
+
+    void run() {
+        if (triggers::of(led).current != "oneshot") {
+            set_trigger(led, "oneshot");
+        }
+        must("led " + led, norv_linux_led_trigger_shot(led.c_str()), usual);
+    }
+};
+
+const group led{"led", "LEDs", with_commands<list, set, trigger, blink, flash_once>};
+
+}  // namespace
+
+}  // namespace norv::tool

@@ -1,0 +1,75 @@
+// norv: the hardware of the board from a shell. Each group of commands has a file of its own; here they are
+// put together, and an exit status is made of what became of the one that ran.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "command.hpp"
+#include "describe.hpp"
+#include "failure.hpp"
+#include "interrupt.hpp"
+
+namespace {
+
+using namespace norv::tool;
+
+constexpr auto about = "Reaches the hardware of an embedded Linux board.";
+constexpr auto statuses =
+    "Exit status: 0 success, 1 the operation failed, 2 wrong usage. Numbers may be decimal, 0x hexadecimal "
+    "or "
+    "0 octal.";
+
+// The command that the words on the command line had come to: "norv gpio get".
+std::string furthest_command(const CLI::App* command) {
+    std::string words = command->get_name();
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        words += " " + command->get_name();
+    }
+    return words;
+}
+
+// CLI11's own statuses are many; help and version are no mistakes.
+int report_parse_end(const CLI::App& tool, const CLI::ParseError& end) {
+    if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        return tool.exit(end);
+    }
+    const std::string command = furthest_command(&tool);
+    std::cerr << command << ": " << end.what() << "\nTry: " << command << " --help\n";
+    return exit_usage;
+}
+
+int report_end(const std::exception& end, int status) {
+    std::cerr << "norv: " << end.what() << '\n';
+    return status;
+}
+
+int run(CLI::App& tool, int argc, char** argv) {
+    try {
+        catch_interrupts();
+        group::add_all(tool);
+        // No command of its own, and for no user: the completions and the man page are made from it.
+        if (argc == 2 && std::string_view{argv[1]} == "--describe") {
+            std::cout << describe(tool) << '\n';
+            return exit_success;
+        }
+        tool.parse(argc, argv);
+        return exit_success;
+    } catch (const CLI::ParseError& end) {
+        return report_parse_end(tool, end);
+    } catch (const usage_error& end) {
+        return report_end(end, exit_usage);
+    } catch (const std::exception& end) {
+        return report_end(end, exit_failure);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App tool{about, "norv"};
+    tool.footer(statuses);
+    tool.set_version_flag("--version", "norv " NORV_VERSION);
+    tool.require_subcommand(1);
+    return run(tool, argc, argv);
+}

@@ -1,0 +1,22 @@
+# Completion for bash: each command with the words that may follow it.
+def commands($path): ($path + .name) as $here | {path: $here, command: .}, (.commands[] | commands($here + " "));
+def words: [.commands[].name] + [.options[].names[]] | join(" ");
+def files: if any(.options[]; .positional == "FILE") then "yes" else "" end;
+
+"# Completion of norv for bash. Made by tools/norv/generate: change that.
+
+declare -A _norv_words=(",
+(commands("") | "    [\"\(.path)\"]=\"\(.command | words)\""),
+")
+
+_norv() {
+    local path=norv word index
+    for ((index = 1; index < COMP_CWORD; ++index)); do
+        word=${COMP_WORDS[index]}
+        [[ -z ${_norv_words[\"$path $word\"]+known} ]] || path+=\" $word\"
+    done
+    mapfile -t COMPREPLY < <(compgen -W \"${_norv_words[$path]}\" -- \"${COMP_WORDS[COMP_CWORD]}\")
+}
+
+# Where nothing of the tool fits, files do.
+complete -o default -F _norv norv"

@@ -1,0 +1,157 @@
+// norv overlay: device-tree overlays, which tell the kernel what hardware there is.
+#include <filesystem>
+
+#include "command.hpp"
+#include "confirm.hpp"
+#include "failure.hpp"
+#include "norv_dt.h"
+#include "norv_file.h"
+#include "report.hpp"
+#include "sysfs.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+const std::string overlays = "/sys/kernel/config/device-tree/overlays/";
+
+// Of paths that the library makes of it: longer ones are cut.
+constexpr size_t longest_name = 208;
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "configfs has no overlays; is it mounted, and does the kernel have them?"},
+    {NORV_STATUS_NOT_APPLIED, "the kernel refused it; does it fit the board's device tree? See dmesg"},
+    {status_of(EEXIST), "the name is in use; unload it first"},
+    {status_of(EFAULT), "the file is empty"}};
+
+std::string title(const std::string& name) {
+    return "overlay " + name;
+}
+
+bool is_there(const std::string& name) {
+    return norv_file_access(0, "%s%s", overlays.c_str(), name.c_str());
+}
+
+bool is_applied(const std::string& name) {
+    bool applied = false;
+    must(title(name), norv_dt_has_overlay(name.c_str(), &applied));
+    return applied;
+}
+
+// A name is that of one directory.
+void must_be_name(const std::string& name) {
+    if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos || name.size() > longest_name) {
+        throw usage_error{"\"" + name + "\" is no name of an overlay"};
+    }
+}
+
+void must_be_there(const std::string& name) {
+    must_be_name(name);
+    if (!is_there(name)) {
+        throw failure{
+            title(name),
+            NORV_STATUS_NOT_FOUND,
+            {{NORV_STATUS_NOT_FOUND, "no such overlay; norv overlay status shows those there are"}}};
+    }
+}
+
+struct load_overlay {
+    static constexpr auto name = "load";
+    static constexpr auto help = "Load a compiled overlay; one that is not applied is taken back";
+
+    std::string file;
+    std::string called;
+    confirmation confirm;
+
+    void declare(CLI::App& command) {
+        command.add_option("FILE", file, "a .dtbo file")->required();
+        command.add_option("-n,--name", called, "what to call it; default: the file's name without .dtbo");
+        confirm.offer_yes(command);
+    }
+
+    void run() {
+        if (called.empty()) {
+            called = std::filesystem::path{file}.stem().string();
+        }
+        must_be_name(called);
+        must_be_readable();
+        must(title(called), is_there("") ? NORV_STATUS_OK : NORV_STATUS_NOT_FOUND, usual);
+        must(title(called), is_there(called) ? status_of(EEXIST) : NORV_STATUS_OK, usual);
+        confirm.ask("load " + file + " as overlay \"" + called +
+                    "\": the kernel adds its hardware and starts the drivers");
+        load();
+    }
+
+  private:
+    void must_be_readable() const {
+        must(file, norv_file_access(R_OK, "%s", file.c_str()) ? NORV_STATUS_OK : status_of(errno));
+    }
+
+    void load() const {
+        const uint32_t status = norv_dt_load_overlay(called.c_str(), file.c_str());
+        // The name was free: it is not somebody else's overlay that would go.
+        if (status != NORV_STATUS_OK && status != status_of(EEXIST)) {
+            norv_dt_unload_overlay(called.c_str());
+        }
+        must(title(called), status, usual);
+    }
+};
+
+struct status {
+    static constexpr auto name = "status";
+    static constexpr auto help = "Show all overlays, or one, and whether they are applied";
+
+    std::string which;
+    report out;
+
+    void declare(CLI::App& command) {
+        command.add_option("NAME", which, "an overlay");
+        out.offer_json(command);
+    }
+
+    void run() {
+        std::string table = "APPLIED  NAME";
+        json document = json::array();
+        for (const std::string& overlay : wanted()) {
+            const bool applied = is_applied(overlay);
+            table += text("\n%-7s  %s", applied ? "yes" : "no", overlay.c_str());
+            document.push_back({{"name", overlay}, {"applied", applied}});
+        }
+        out.show(table, document);
+    }
+
+  private:
+    std::vector<std::string> wanted() const {
+        if (which.empty()) {
+            return names_in(overlays);
+        }
+        must_be_there(which);
+        return {which};
+    }
+};
+
+struct unload {
+    static constexpr auto name = "unload";
+    static constexpr auto help = "Take an overlay back";
+
+    std::string which;
+    confirmation confirm;
+
+    void declare(CLI::App& command) {
+        command.add_option("NAME", which, "an overlay")->required();
+        confirm.offer_yes(command);
+    }
+
+    void run() {
+        must_be_there(which);
+        confirm.ask("unload overlay \"" + which + "\": its hardware goes, and the drivers let go of it");
+        must(title(which), norv_dt_unload_overlay(which.c_str()), usual);
+    }
+};
+
+const group overlay{"overlay", "Device-tree overlays", with_commands<load_overlay, status, unload>};
+
+}  // namespace
+
+}  // namespace norv::tool

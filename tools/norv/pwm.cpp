@@ -1,0 +1,213 @@
+// norv pwm: channels of PWM chips. What a command sets up stays, and goes on after its end.
+#include "norv_linux_pwm.h"
+
+#include <cmath>
+
+#include "command.hpp"
+#include "failure.hpp"
+#include "norv_file.h"
+#include "report.hpp"
+#include "sysfs.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no such chip; norv pwm list shows those that there are"},
+    {status_of(ENODEV), "the chip has no such channel"},
+    {status_of(EBUSY), "a kernel driver has the channel, or it runs and cannot be changed"},
+    {NORV_STATUS_INVALID_ARG, "the kernel refuses it; is there a period, and no greater duty?"},
+    {NORV_STATUS_RANGE, "the chip cannot make such a signal"}};
+
+// A channel, exported, and left so.
+class channel {
+  public:
+    channel(uint32_t chip, uint32_t number) : name_{text("pwm %u:%u", chip, number)} {
+        must(name_, norv_linux_pwm_open(chip, number, &pwm_), usual);
+    }
+
+    void must(const std::string& thing, uint32_t status, causes causes_here = usual) const {
+        tool::must(thing, status, causes_here);
+    }
+
+    // Neither order of the two is right for every change: the kernel refuses a period below the duty.
+    void set(uint32_t period, uint32_t duty) {
+        if (norv_linux_pwm_set_period(&pwm_, period) == NORV_STATUS_OK) {
+            must(name_, norv_linux_pwm_set_duty(&pwm_, duty));
+            return;
+        }
+        must(name_, norv_linux_pwm_set_duty(&pwm_, duty));
+        must(name_, norv_linux_pwm_set_period(&pwm_, period));
+    }
+
+    void enable(bool on) { must(name_, norv_linux_pwm_enable(&pwm_, on)); }
+    void set_polarity(bool inversed) { must(name_, norv_linux_pwm_set_polarity(&pwm_, inversed)); }
+    void give_back() { norv_linux_pwm_close(&pwm_); }
+
+    void capture(uint32_t& period, uint32_t& duty) {
+        must(name_, norv_linux_pwm_get_capture(&pwm_, &period, &duty),
+             {{status_of(ENOSYS), "the chip cannot capture"}, {NORV_STATUS_TIMEOUT, "no signal is there"}});
+    }
+
+  private:
+    std::string name_;
+    norv_linux_pwm_t pwm_{};
+};
+
+// The arguments that every command on one channel has.
+struct target {
+    uint32_t chip = 0;
+    uint32_t number = 0;
+
+    void declare(CLI::App& command) {
+        command.add_option("CHIP", chip, "N of /sys/class/pwm/pwmchipN")->required();
+        command.add_option("CHANNEL", number, "counted from 0")->required();
+    }
+    channel open() const { return channel{chip, number}; }
+};
+
+// "40us", "1.5ms", "25kHz" or a bare number of nanoseconds, as nanoseconds.
+uint32_t parse_period(const std::string& word) {
+    static const std::map<std::string, double> times{
+        {"", 1}, {"ns", 1}, {"us", 1e3}, {"ms", 1e6}, {"s", 1e9}};
+    static const std::map<std::string, double> frequencies{{"Hz", 1}, {"kHz", 1e3}, {"MHz", 1e6}};
+    char* end = nullptr;
+    const double number = std::strtod(word.c_str(), &end);
+    double period = -1;
+    if (end != word.c_str() && times.contains(end)) {
+        period = number * times.at(end);
+    } else if (end != word.c_str() && frequencies.contains(end) && number > 0) {
+        period = 1e9 / (number * frequencies.at(end));
+    }
+    if (!(period >= 0 && period <= INT32_MAX)) {
+        throw usage_error{"\"" + word + "\" is no period like 40us, 1.5ms, 25kHz or 40000 (ns), up to 2.1 s"};
+    }
+    return static_cast<uint32_t>(std::lround(period));
+}
+
+// The same, or a share of the period: "25%".
+uint32_t parse_duty(const std::string& word, uint32_t period) {
+    if (!word.ends_with('%')) {
+        return parse_period(word);
+    }
+    double percent = -1;
+    if (!CLI::detail::lexical_cast(word.substr(0, word.size() - 1), percent) ||
+        !(percent >= 0 && percent <= 100)) {
+        throw usage_error{"\"" + word + "\" is no share of the period"};
+    }
+    return static_cast<uint32_t>(std::lround(period * percent / 100));
+}
+
+struct list {
+    static constexpr auto name = "list";
+    static constexpr auto help = "List the chips and how many channels they have";
+
+    report out;
+
+    void declare(CLI::App& command) { out.offer_json(command); }
+
+    // From the attribute itself: the library's call sees two digits of it.
+    void run() {
+        std::string lines;
+        json document = json::array();
+        for (const std::string& entry : names_in("/sys/class/pwm")) {
+            const auto chip = number_behind(entry, "pwmchip");
+            if (chip) {
+                const std::string count = attribute(entry, "/sys/class/pwm/" + entry + "/npwm");
+                lines += text("%s%u: %s channels", lines.empty() ? "" : "\n", *chip, count.c_str());
+                document.push_back({{"chip", *chip}, {"channels", std::stoi(count)}});
+            }
+        }
+        out.show(lines, document);
+    }
+};
+
+struct set {
+    static constexpr auto name = "set";
+    static constexpr auto help = "Set a signal up and start it; it goes on afterwards";
+
+    target on;
+    std::string period;
+    std::string duty;
+    std::string polarity;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        command.add_option("PERIOD", period, "of a cycle: 40us, 1.5ms, 25kHz, or nanoseconds")->required();
+        command.add_option("DUTY", duty, "active part of a cycle: 25%, 10us, or nanoseconds")->required();
+        command.add_option("--polarity", polarity, "normal or inversed; stops the signal to change it")
+            ->check(CLI::IsMember({"normal", "inversed"}));
+    }
+
+    void run() {
+        const uint32_t cycle = parse_period(period);
+        const uint32_t active = parse_duty(duty, cycle);
+        if (active > cycle) {
+            throw usage_error{"the duty is longer than the period"};
+        }
+        channel opened = on.open();
+        opened.set(cycle, active);
+        if (!polarity.empty()) {
+            opened.enable(false);
+            opened.set_polarity(polarity == "inversed");
+        }
+        opened.enable(true);
+    }
+};
+
+struct start {
+    static constexpr auto name = "start";
+    static constexpr auto help = "Start the signal that was set up";
+
+    target on;
+    void declare(CLI::App& command) { on.declare(command); }
+    void run() { on.open().enable(true); }
+};
+
+struct stop {
+    static constexpr auto name = "stop";
+    static constexpr auto help = "Stop the signal; what was set up stays";
+
+    target on;
+    void declare(CLI::App& command) { on.declare(command); }
+    void run() { on.open().enable(false); }
+};
+
+struct free_channel {
+    static constexpr auto name = "free";
+    static constexpr auto help = "Give a channel back to the kernel; most drivers stop its signal";
+
+    target on;
+    void declare(CLI::App& command) { on.declare(command); }
+    void run() { on.open().give_back(); }
+};
+
+struct capture {
+    static constexpr auto name = "capture";
+    static constexpr auto help = "Measure the signal that arrives at a channel";
+
+    target on;
+    report out;
+
+    void declare(CLI::App& command) {
+        on.declare(command);
+        out.offer_json(command);
+    }
+
+    void run() {
+        uint32_t period = 0;
+        uint32_t duty = 0;
+        on.open().capture(period, duty);
+        const double share = period == 0 ? 0 : 100.0 * duty / period;
+        out.show(text("period %u ns, high %u ns (%.1f %%)", period, duty, share),
+                 {{"chip", on.chip}, {"channel", on.number}, {"period_ns", period}, {"duty_ns", duty}});
+    }
+};
+
+const group pwm{"pwm", "PWM channels", with_commands<list, set, start, stop, capture, free_channel>};
+
+}  // namespace
+
+}  // namespace norv::tool

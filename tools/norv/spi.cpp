@@ -1,0 +1,90 @@
+// norv spi: slaves on an SPI bus.
+#include "norv_linux_spi.h"
+
+#include "bytes.hpp"
+#include "command.hpp"
+#include "failure.hpp"
+#include "report.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no such slave; are the controller's driver and spidev loaded?"},
+    {NORV_STATUS_INVALID_ARG, "the controller does not offer this mode, word size or bit order"},
+    {status_of(EMSGSIZE), "longer than spidev takes at once; load it with a greater bufsiz"},
+    {status_of(ENOTTY), "not a spidev device"}};
+
+class slave {
+  public:
+    slave(const std::string& path, const norv_spi_config_t& config) : path_{path} {
+        must("spi " + path_, norv_linux_spi_open(escaped(path).c_str(), &config, &spi_), usual);
+    }
+    ~slave() { norv_linux_spi_close(&spi_); }
+    slave(const slave&) = delete;
+    slave& operator=(const slave&) = delete;
+
+    // What came in while the bytes went out.
+    bytes transfer(const bytes& sent) const {
+        bytes received(sent.size());
+        must("spi " + path_,
+             norv_linux_spi_dplx(&spi_, sent.data(), received.data(), static_cast<uint32_t>(sent.size())),
+             usual);
+        return received;
+    }
+
+  private:
+    // The library takes the path for a format.
+    static std::string escaped(const std::string& path) {
+        return CLI::detail::find_and_replace(path, "%", "%%");
+    }
+
+    std::string path_;
+    norv_spi_t spi_{};
+};
+
+struct transfer {
+    static constexpr auto name = "transfer";
+    static constexpr auto help = "Send bytes and show what came in meanwhile";
+
+    std::string device;
+    std::vector<std::string> words;
+    uint32_t read = 0;
+    norv_spi_config_t config{.mode = 0, .max_speed_hz = 1000000, .bits_per_word = 8, .lsb_first = 0};
+    report out;
+
+    void declare(CLI::App& command) {
+        command.add_option("DEVICE", device, "for instance /dev/spidev0.0")->required();
+        command.add_option("BYTE", words, "to send; may be repeated");
+        command.add_option("-r,--read", read,
+                           "send so many zeros behind them, and show only what came in then");
+        command.add_option("-s,--speed", config.max_speed_hz, "of the clock, in Hz")->capture_default_str();
+        command.add_option("-m,--mode", config.mode, "0 to 3: clock polarity (2) and phase (1)")
+            ->check(CLI::Range(0, 3))
+            ->capture_default_str();
+        command.add_option("-b,--bits", config.bits_per_word, "of a word")->capture_default_str();
+        command.add_flag("--lsb-first", config.lsb_first, "least significant bit first");
+        out.offer_json(command);
+    }
+
+    // One transfer for both parts: the slave stays selected.
+    void run() {
+        bytes sent = parse_bytes(words);
+        const auto skipped = static_cast<std::ptrdiff_t>(read == 0 ? 0 : sent.size());
+        sent.resize(sent.size() + read);
+        if (sent.empty()) {
+            throw usage_error{"nothing to send or to read"};
+        }
+        bytes received = slave{device, config}.transfer(sent);
+        received.erase(received.begin(), received.begin() + skipped);
+        out.show(hex(received), {{"device", device}, {"data", received}});
+    }
+};
+
+const group spi{"spi", "Slaves on an SPI bus", with_commands<transfer>};
+
+}  // namespace
+
+}  // namespace norv::tool

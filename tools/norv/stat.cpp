@@ -1,0 +1,177 @@
+// norv stat: how the board is doing.
+#include <unistd.h>
+
+#include <memory>
+
+#include "command.hpp"
+#include "failure.hpp"
+#include "interrupt.hpp"
+#include "norv_cpu_usage.h"
+#include "norv_net_usage.h"
+#include "norv_system_info.h"
+#include "norv_zynq.h"
+#include "report.hpp"
+#include "sysfs.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+class cpu {
+  public:
+    cpu() { must("/proc/stat", norv_cpu_usage_open(&usage_)); }
+    ~cpu() { norv_cpu_usage_close(&usage_); }
+    cpu(const cpu&) = delete;
+    cpu& operator=(const cpu&) = delete;
+
+    double percent() {
+        must("/proc/stat", norv_cpu_usage_update(&usage_));
+        return usage_.usage / 100.0;
+    }
+
+  private:
+    norv_cpu_usage_t usage_{};
+};
+
+class network {
+  public:
+    explicit network(const std::string& name) : name_{name} {
+        must(name_, norv_net_usage_open(&usage_, name_.c_str()),
+             {{NORV_STATUS_NOT_FOUND, "no such network interface"}});
+    }
+    ~network() { norv_net_usage_close(&usage_); }
+    network(const network&) = delete;
+    network& operator=(const network&) = delete;
+
+    // An interface that went away meanwhile shows its last rates.
+    void sample() { norv_net_usage_update(&usage_); }
+    const std::string& name() const { return name_; }
+    uint32_t received() const { return usage_.rx_rate; }
+    uint32_t sent() const { return usage_.tx_rate; }
+
+  private:
+    std::string name_;
+    norv_net_usage_t usage_{};
+};
+
+struct temperature {
+    const char* name;
+    double celsius;
+};
+
+// Those of the system monitor that this processor has; a board without one has none.
+std::vector<temperature> temperatures() {
+    struct source {
+        const char* name;
+        const char* raw;
+        uint32_t (*measure)(int32_t*);
+    };
+    const source sources[] = {{"PS", "in_temp0_ps_temp_raw", norv_zynqmp_get_ps_temperature},
+                              {"PL", "in_temp2_pl_temp_raw", norv_zynqmp_get_pl_temperature},
+                              {"chip", "in_temp0_raw", norv_zynq_get_temperature}};
+    std::vector<temperature> measured;
+    for (const source& one : sources) {
+        int32_t hundredths = 0;
+        if (attribute_if_there(std::string{"/sys/bus/iio/devices/iio:device0/"} + one.raw) &&
+            one.measure(&hundredths) == NORV_STATUS_OK) {
+            measured.push_back({one.name, hundredths / 100.0});
+        }
+    }
+    return measured;
+}
+
+struct stat_command {
+    std::vector<std::string> interfaces;
+    int interval = 1000;
+    bool watch = false;
+    report out;
+
+    void declare(CLI::App& command) {
+        command.add_option("-i,--interface", interfaces, "only these network interfaces; may be repeated")
+            ->type_name("NAME");
+        command.add_option("--interval", interval, "milliseconds over which CPU and network are measured")
+            ->check(CLI::Range(20, 3600000))
+            ->capture_default_str();
+        command.add_flag("-w,--watch", watch, "show it again and again, until Ctrl-C");
+        out.offer_json(command);
+    }
+
+    void run() {
+        cpu processor;
+        std::vector<std::unique_ptr<network>> networks;
+        for (const std::string& name : interfaces.empty() ? all_interfaces() : interfaces) {
+            networks.push_back(std::make_unique<network>(name));
+        }
+        while (sleep_for(interval)) {
+            const json now = sample(processor, networks);
+            out.show(clear_screen() + as_text(now), now);
+            if (!watch) {
+                return;
+            }
+        }
+    }
+
+  private:
+    static std::vector<std::string> all_interfaces() {
+        std::vector<std::string> names = names_in("/sys/class/net");
+        std::erase_if(names, [](const auto& name) {
+            return !attribute_if_there("/sys/class/net/" + name + "/ifindex");
+        });
+        return names;
+    }
+
+    // Only where somebody looks; a file keeps one sample behind the other.
+    std::string clear_screen() const { return watch && isatty(STDOUT_FILENO) != 0 ? "\033[H\033[J" : ""; }
+
+    static json sample(cpu& processor, std::vector<std::unique_ptr<network>>& networks) {
+        norv_mem_info_t memory{};
+        uint32_t seconds = 0;
+        must("/proc/meminfo", norv_get_mem_info(&memory));
+        must("uptime", norv_get_uptime(&seconds));
+        json document{{"cpu_percent", processor.percent()},
+                      {"memory_kib",
+                       {{"total", memory.total},
+                        {"available", memory.available},
+                        {"free", memory.free},
+                        {"buffers", memory.buffers},
+                        {"cached", memory.cached}}},
+                      {"uptime_s", seconds},
+                      {"network", json::array()},
+                      {"temperatures", json::array()}};
+        for (const auto& one : networks) {
+            one->sample();
+            document["network"].push_back(
+                {{"interface", one->name()}, {"rx_kbit_s", one->received()}, {"tx_kbit_s", one->sent()}});
+        }
+        for (const temperature& one : temperatures()) {
+            document["temperatures"].push_back({{"name", one.name}, {"celsius", one.celsius}});
+        }
+        return document;
+    }
+
+    static std::string as_text(const json& now) {
+        const uint32_t uptime = now["uptime_s"];
+        const json& memory = now["memory_kib"];
+        std::string lines = text("cpu      %6.2f %%\n", now["cpu_percent"].get<double>());
+        lines += text("memory   %d of %d kB available\n", memory["available"].get<int>(),
+                      memory["total"].get<int>());
+        lines += text("uptime   %u d %02u:%02u:%02u", uptime / 86400, uptime / 3600 % 24, uptime / 60 % 60,
+                      uptime % 60);
+        for (const json& one : now["network"]) {
+            lines += text("\n%-8s %u kbit/s in, %u kbit/s out", one["interface"].get<std::string>().c_str(),
+                          one["rx_kbit_s"].get<uint32_t>(), one["tx_kbit_s"].get<uint32_t>());
+        }
+        for (const json& one : now["temperatures"]) {
+            lines += text("\n%-8s %.2f degrees Celsius", one["name"].get<std::string>().c_str(),
+                          one["celsius"].get<double>());
+        }
+        return lines;
+    }
+};
+
+const group stat{"stat", "CPU, memory, network, uptime and temperatures", as_command<stat_command>};
+
+}  // namespace
+
+}  // namespace norv::tool

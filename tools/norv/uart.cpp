@@ -1,0 +1,346 @@
+// norv uart: serial ports.
+#include "norv_uart.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "bytes.hpp"
+#include "command.hpp"
+#include "failure.hpp"
+#include "interrupt.hpp"
+#include "report.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+constexpr uint32_t chunk_size = 4096;
+constexpr int look_for_interrupts_ms = 200;
+constexpr uint8_t ctrl_right_bracket = 0x1D;
+
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no such port"},
+    {status_of(ENOTTY), "not a serial port"},
+    {NORV_STATUS_INVALID_ARG, "the port cannot be set up so; is the speed a usual one?"},
+    {NORV_STATUS_DEVICE_ERROR, "the port does not answer; was it hung up, or is no chip there?"}};
+
+// The arguments that every command has: the port and how to program it.
+struct port_arguments {
+    std::string device;
+    norv_uart_settings_t settings{.baud = 115200,
+                                  .data_bits = 8,
+                                  .stop_bits = NORV_UART_STOP_BITS_1,
+                                  .parity = NORV_UART_PARITY_NONE,
+                                  .flow_control = NORV_UART_FLOW_CONTROL_NONE};
+
+    void declare(CLI::App& command) {
+        const std::map<std::string, uint32_t> stop_bits{{"1", NORV_UART_STOP_BITS_1},
+                                                        {"2", NORV_UART_STOP_BITS_2}};
+        const std::map<std::string, uint32_t> parities{{"none", NORV_UART_PARITY_NONE},
+                                                       {"odd", NORV_UART_PARITY_ODD},
+                                                       {"even", NORV_UART_PARITY_EVEN},
+                                                       {"mark", NORV_UART_PARITY_MARK},
+                                                       {"space", NORV_UART_PARITY_SPACE}};
+        const std::map<std::string, uint32_t> flow_controls{{"none", NORV_UART_FLOW_CONTROL_NONE},
+                                                            {"software", NORV_UART_FLOW_CONTROL_SOFTWARE},
+                                                            {"hardware", NORV_UART_FLOW_CONTROL_HARDWARE}};
+        command.add_option("DEVICE", device, "for instance /dev/ttyS1")->required();
+        command.add_option("-b,--baud", settings.baud, "bit/s")->capture_default_str();
+        command.add_option("--data-bits", settings.data_bits, "5 to 8")
+            ->check(CLI::Range(5, 8))
+            ->capture_default_str();
+        command.add_option("--stop-bits", settings.stop_bits, "1 or 2 [1]")
+            ->type_name("N")
+            ->transform(one_of(stop_bits));
+        command.add_option("--parity", settings.parity, "none, odd, even, mark or space [none]")
+            ->type_name("PARITY")
+            ->transform(one_of(parities));
+        command
+            .add_option("--flow", settings.flow_control,
+                        "none, software (XON/XOFF) or hardware (RTS/CTS) [none]")
+            ->type_name("CONTROL")
+            ->transform(one_of(flow_controls));
+    }
+};
+
+class port {
+  public:
+    explicit port(const port_arguments& arguments) : name_{"uart " + arguments.device} {
+        check(norv_uart_open(arguments.device.c_str(), &arguments.settings, &uart_));
+    }
+    ~port() { norv_uart_close(&uart_); }
+    port(const port&) = delete;
+    port& operator=(const port&) = delete;
+
+    int descriptor() { return norv_uart_get_fd(&uart_); }
+    norv_uart_t** get() { return &uart_; }
+    void check(uint32_t status, causes causes_here = usual) const { must(name_, status, causes_here); }
+
+    // Until the driver has all bytes, or Ctrl-C.
+    void send(const bytes& data) {
+        size_t sent = 0;
+        while (sent < data.size() && !is_interrupted()) {
+            auto length = static_cast<uint32_t>(data.size() - sent);
+            const uint32_t status =
+                norv_uart_send(&uart_, data.data() + sent, &length, look_for_interrupts_ms);
+            sent += length;
+            check(status == NORV_STATUS_TIMEOUT ? NORV_STATUS_OK : status);
+        }
+    }
+
+    // Closing puts the old settings back, which would spoil bytes that are still on their way.
+    void drain() {
+        if (is_interrupted() || tcdrain(descriptor()) != 0) {
+            tcflush(descriptor(), TCOFLUSH);
+        }
+    }
+
+    // What has arrived, up to a maximum; nothing after a hang-up.
+    bytes receive(uint32_t maximum) {
+        bytes data(maximum);
+        uint32_t length = maximum;
+        const uint32_t status = norv_uart_recv(&uart_, data.data(), &length, 0);
+        check(status == NORV_STATUS_AGAIN ? NORV_STATUS_OK : status);
+        data.resize(status == NORV_STATUS_OK ? length : 0);
+        return data;
+    }
+
+    [[noreturn]] void report_hang_up() const { throw failure{name_, "the port was hung up"}; }
+
+  private:
+    std::string name_;
+    norv_uart_t* uart_ = nullptr;
+};
+
+void print(const bytes& data) {
+    std::cout.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
+    std::cout.flush();
+}
+
+// The keyboard without echo and line editing, for as long as a console runs; does nothing to a pipe.
+class raw_terminal {
+  public:
+    raw_terminal() : terminal_{isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &before_) == 0} {
+        if (terminal_) {
+            termios raw = before_;
+            cfmakeraw(&raw);
+            raw.c_oflag = before_.c_oflag;
+            tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+        }
+    }
+    ~raw_terminal() {
+        if (terminal_) {
+            tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
+        }
+    }
+    raw_terminal(const raw_terminal&) = delete;
+    raw_terminal& operator=(const raw_terminal&) = delete;
+
+  private:
+    termios before_{};
+    bool terminal_;
+};
+
+struct console {
+    static constexpr auto name = "console";
+    static constexpr auto help = "Talk to what is at the port; Ctrl-] ends";
+
+    port_arguments to;
+
+    void declare(CLI::App& command) { to.declare(command); }
+
+    void run() {
+        port opened{to};
+        std::cerr << "Connected to " << to.device << "; Ctrl-] ends.\n";
+        const raw_terminal terminal;
+        pollfd keyboard{STDIN_FILENO, POLLIN, 0};
+        while (true) {
+            std::vector<pollfd> sources{{opened.descriptor(), POLLIN, 0}, keyboard};
+            if (wait_for(sources, -1) == wake::interrupted || !pass_on(opened, sources, keyboard)) {
+                return;
+            }
+        }
+    }
+
+  private:
+    // False once the user has had enough. A pipe that has ended is not asked any more.
+    static bool pass_on(port& opened, const std::vector<pollfd>& sources, pollfd& keyboard) {
+        if (sources[0].revents != 0) {
+            const bytes received = opened.receive(chunk_size);
+            if (received.empty() && (sources[0].revents & POLLHUP) != 0) {
+                opened.report_hang_up();
+            }
+            print(received);
+        }
+        if (sources[1].revents == 0) {
+            return true;
+        }
+        bytes typed(chunk_size);
+        const ssize_t count = read(STDIN_FILENO, typed.data(), typed.size());
+        keyboard.fd = count > 0 ? keyboard.fd : -1;
+        typed.resize(count > 0 ? static_cast<size_t>(count) : 0);
+        const auto end = std::find(typed.begin(), typed.end(), ctrl_right_bracket);
+        const bool go_on = end == typed.end();
+        typed.erase(end, typed.end());
+        opened.send(typed);
+        return go_on;
+    }
+};
+
+struct send {
+    static constexpr auto name = "send";
+    static constexpr auto help = "Send text, bytes or a file";
+
+    port_arguments to;
+    std::vector<std::string> words;
+    std::string file;
+    bool as_bytes = false;
+    bool newline = false;
+
+    void declare(CLI::App& command) {
+        to.declare(command);
+        command.add_option("TEXT", words, "words, joined by blanks; with --hex bytes");
+        command.add_option("-f,--file", file, "a file to send; - is standard input")->excludes("TEXT");
+        command.add_flag("-x,--hex", as_bytes, "TEXT is bytes like 0x0d 0x0a");
+        command.add_flag("-l,--line", newline, "send a newline behind it");
+    }
+
+    void run() {
+        bytes data = content();
+        if (newline) {
+            data.push_back('\n');
+        }
+        port opened{to};
+        opened.send(data);
+        opened.drain();
+    }
+
+  private:
+    bytes content() const {
+        if (!file.empty()) {
+            return load(file);
+        }
+        if (as_bytes) {
+            return parse_bytes(words);
+        }
+        const std::string joined = CLI::detail::join(words, " ");
+        return {joined.begin(), joined.end()};
+    }
+};
+
+struct recv {
+    static constexpr auto name = "recv";
+    static constexpr auto help = "Show what arrives, until Ctrl-C";
+
+    port_arguments from;
+    uint32_t count = 0;
+    int timeout = -1;
+    bool as_hex = false;
+    report out;
+
+    void declare(CLI::App& command) {
+        from.declare(command);
+        command.add_option("-n,--count", count, "end after so many bytes");
+        command.add_option("-t,--timeout", timeout,
+                           "end after so many milliseconds of silence; with --count this is a failure");
+        command.add_flag("-x,--hex", as_hex, "show the bytes in hexadecimal, at the end");
+        out.offer_json(command);
+    }
+
+    void run() {
+        port opened{from};
+        bytes all;
+        wake woken = wake::ready;
+        while (woken == wake::ready && (count == 0 || all.size() < count)) {
+            std::vector<pollfd> source{{opened.descriptor(), POLLIN, 0}};
+            woken = wait_for(source, timeout);
+            if (woken == wake::ready) {
+                take(opened, source[0], all);
+            }
+        }
+        show_all(all);
+        opened.check(woken == wake::timeout && count != 0 ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
+                     {{NORV_STATUS_TIMEOUT, "fewer bytes came; is the speed right, and is RX connected?"}});
+    }
+
+  private:
+    bool is_shown_at_once() const { return !as_hex && !out.is_json(); }
+
+    void take(port& opened, const pollfd& source, bytes& all) const {
+        const auto missing = static_cast<uint32_t>(count - all.size());
+        const bytes data = opened.receive(count == 0 ? chunk_size : std::min(chunk_size, missing));
+        if (data.empty() && (source.revents & POLLHUP) != 0) {
+            opened.report_hang_up();
+        }
+        if (is_shown_at_once()) {
+            print(data);
+        }
+        all.insert(all.end(), data.begin(), data.end());
+    }
+
+    void show_all(const bytes& all) const {
+        if (!is_shown_at_once()) {
+            out.show(hex(all),
+                     {{"device", from.device}, {"data", all}, {"text", std::string{all.begin(), all.end()}}});
+        }
+    }
+};
+
+struct modem_lines {
+    static constexpr auto name = "lines";
+    static constexpr auto help = "Show CTS and DSR, after setting RTS and DTR where that is asked for";
+
+    port_arguments of;
+    int rts = -1;
+    int dtr = -1;
+    bool watch = false;
+    report out;
+
+    void declare(CLI::App& command) {
+        of.declare(command);
+        command.add_option("--rts", rts, "1: raise RTS, 0: lower it")->check(CLI::Range(0, 1));
+        command.add_option("--dtr", dtr, "1: raise DTR, 0: lower it")->check(CLI::Range(0, 1));
+        command.add_flag("-w,--watch", watch, "show every change until Ctrl-C, and keep RTS and DTR as long");
+        out.offer_json(command);
+    }
+
+    void run() {
+        port opened{of};
+        if (rts >= 0) {
+            opened.check(norv_uart_set_rts(opened.get(), static_cast<uint32_t>(rts)), no_lines);
+        }
+        if (dtr >= 0) {
+            opened.check(norv_uart_set_dtr(opened.get(), static_cast<uint32_t>(dtr)), no_lines);
+        }
+        std::string shown;
+        do {
+            show_change(opened, shown);
+        } while (watch && sleep_for(look_for_interrupts_ms));
+    }
+
+  private:
+    static const causes no_lines;
+
+    void show_change(port& opened, std::string& shown) const {
+        uint8_t cts = 0;
+        uint8_t dsr = 0;
+        opened.check(norv_uart_get_cts(opened.get(), &cts), no_lines);
+        opened.check(norv_uart_get_dsr(opened.get(), &dsr), no_lines);
+        const std::string now = text("CTS %u  DSR %u", cts, dsr);
+        if (now != shown) {
+            out.show(now, {{"device", of.device}, {"cts", cts}, {"dsr", dsr}});
+            shown = now;
+        }
+    }
+};
+
+const causes modem_lines::no_lines{{status_of(ENOTTY), "the port has no modem lines"}};
+
+const group uart{"uart", "Serial ports", with_commands<console, send, recv, modem_lines>};
+
+}  // namespace
+
+}  // namespace norv::tool

@@ -1,0 +1,138 @@
+// norv uevent: the kernel's messages of devices that come, go and change.
+#include "norv_uevent.h"
+
+#include <algorithm>
+#include <iostream>
+#include <string_view>
+
+#include "command.hpp"
+#include "failure.hpp"
+#include "patience.hpp"
+#include "report.hpp"
+#include "text.hpp"
+
+namespace norv::tool {
+
+namespace {
+
+// Larger than any message of the kernel's.
+constexpr uint64_t buffer_size = 8192;
+
+class socket {
+  public:
+    socket() {
+        uevent_.buffer_size = buffer_size;
+        must("uevents", norv_uevent_open(&uevent_),
+             {{NORV_STATUS_NO_MEMORY, "no memory for messages"},
+              {status_of(EPROTONOSUPPORT), "the kernel has no uevents (CONFIG_NET)"}});
+    }
+    ~socket() { norv_uevent_close(&uevent_); }
+    socket(const socket&) = delete;
+    socket& operator=(const socket&) = delete;
+
+    int descriptor() const { return uevent_.fd; }
+
+    // What the kernel had to drop is no reason to miss the rest.
+    void poll(norv_uevent_handler handler, void* user) {
+        const uint32_t status = norv_uevent_poll(&uevent_, handler, user);
+        if (status == status_of(ENOBUFS)) {
+            std::cerr << "norv: uevents: messages came too fast, some are lost\n";
+            return;
+        }
+        must("uevents", status);
+    }
+
+  private:
+    norv_uevent_t uevent_{};
+};
+
+// "add@/devices/..." and texts KEY=value, each ended by a NUL.
+struct message {
+    std::string header;
+    json keys = json::object();
+
+    explicit message(std::string_view content) {
+        while (!content.empty()) {
+            take(content.substr(0, content.find('\0')));
+            content.remove_prefix(std::min(content.size(), content.find('\0') + 1));
+        }
+    }
+
+    std::string value(const char* key) const { return keys.value(key, ""); }
+
+  private:
+    void take(std::string_view part) {
+        const size_t equals = part.find('=');
+        if (header.empty()) {
+            header = part;
+        } else if (equals != std::string_view::npos) {
+            keys[std::string{part.substr(0, equals)}] = std::string{part.substr(equals + 1)};
+        }
+    }
+};
+
+struct uevent_command {
+    std::vector<std::string> subsystems;
+    bool with_keys = false;
+    uint32_t count = 0;
+    patience patient;
+    report out;
+
+    void declare(CLI::App& command) {
+        command.add_option("-s,--subsystem", subsystems, "only of this subsystem; may be repeated")
+            ->allow_extra_args(false);
+        command.add_flag("-k,--keys", with_keys, "show all keys of each message");
+        command.add_option("-n,--count", count, "end after so many messages");
+        patient.declare(command, "a message");
+        out.offer_json(command);
+    }
+
+    void run() {
+        socket opened;
+        while ((count == 0 || seen < count) && patient.wait("uevents", opened.descriptor(), POLLIN)) {
+            opened.poll(take, this);
+        }
+    }
+
+  private:
+    uint32_t seen = 0;
+
+    // The C library calls it: nothing may be thrown from here.
+    static void take(const uint8_t* content, int64_t length, void* user) noexcept {
+        auto& self = *static_cast<uevent_command*>(user);
+        const message taken{
+            std::string_view{reinterpret_cast<const char*>(content), static_cast<size_t>(length)}};
+        if (self.is_wanted(taken)) {
+            self.show(taken);
+            ++self.seen;
+            self.patient.restart();
+        }
+    }
+
+    // The messages of a udev daemon come over the same socket.
+    bool is_wanted(const message& taken) const {
+        const bool fits = subsystems.empty() || std::find(subsystems.begin(), subsystems.end(),
+                                                          taken.value("SUBSYSTEM")) != subsystems.end();
+        return fits && taken.header != "libudev" && (count == 0 || seen < count);
+    }
+
+    // The time is that of CLOCK_MONOTONIC after the message came.
+    void show(const message& taken) const {
+        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        std::string line = text("%14.6f  %-7s %-12s %s", now, taken.value("ACTION").c_str(),
+                                taken.value("SUBSYSTEM").c_str(), taken.value("DEVPATH").c_str());
+        if (with_keys) {
+            for (const auto& [key, value] : taken.keys.items()) {
+                line += "\n    " + key + "=" + value.get<std::string>();
+            }
+        }
+        out.show(line, {{"time", now}, {"keys", taken.keys}});
+    }
+};
+
+const group uevent{"uevent", "Show the kernel's messages of devices that come, go and change",
+                   as_command<uevent_command>};
+
+}  // namespace
+
+}  // namespace norv::tool
