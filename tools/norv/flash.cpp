@@ -365,10 +365,11 @@ struct write {
         transfer(opened, data, size);
     }
 
+    // Up to the border of a chunk, and a chunk at least: then the library adds nothing of its own.
     void add_what_is_behind(flash& opened, bytes& data) const {
         const uint64_t data_end = address + data.size();
-        uint64_t end = (data_end + emmc_chunk - 1) / emmc_chunk * emmc_chunk;
-        end = std::min(std::max(end, address + emmc_chunk), opened.info().size);
+        const uint64_t least = std::max(data_end, address + emmc_chunk);
+        const uint64_t end = std::min((least + emmc_chunk - 1) / emmc_chunk * emmc_chunk, opened.info().size);
         auto rest = static_cast<uint32_t>(end - data_end);
         if (rest > 0) {
             const size_t size = data.size();

@@ -76,12 +76,12 @@ load ../../../tests/norv/support
     fails "uart /dev/ttyS1: INVALID_ARG: the port cannot be set up so; is the speed a usual one?"
 }
 
-# The receiver in the background has the port ttySN, raw, when it reports nothing yet: what comes earlier would be lost.
+# The receiver in the background has programmed ttySN: what comes earlier would be discarded.
 wait_for_open_port() {
     local tries
     for ((tries = 0; tries < 600; ++tries)); do
-        ! grep --quiet "^$1: .*|CD\|^$1: .*RTS|.*DTR\|^$1: .*DTR" /proc/tty/driver/serial || break
+        ! stty --file="/dev/ttyS$1" --all | grep --quiet -- -icanon || return 0
         sleep 0.1
     done
-    sleep 0.5
+    fail "nobody has opened ttyS$1"
 }
