@@ -10,7 +10,7 @@ BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-check soak doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -21,7 +21,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage cross board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, other processors
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage cross board-arm64 board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, other processors
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -68,6 +68,10 @@ cross: setup-cross ## Build for 64-bit and 32-bit ARM, and run the unit tests in
 	@ctest --test-dir build/aarch64 --label-exclude board --output-on-failure -j $(JOBS)
 	@tools/build armhf
 	@ctest --test-dir build/armhf --output-on-failure -j $(JOBS)
+
+board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit ARM processor
+	@tools/build aarch64
+	@ctest --test-dir build/aarch64 --label-regex board --output-on-failure -j $(JOBS)
 
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
