@@ -3,16 +3,17 @@
 
 BUILD_PACKAGES = $(shell cat packaging/packages.build)
 CHECK_PACKAGES = $(shell cat packaging/packages.check)
+CROSS_PACKAGES = $(shell cat packaging/packages.cross)
 DEBIAN_PACKAGES = $(shell cat packaging/packages.debian)
 DOC_PACKAGES = $(shell cat packaging/packages.doc)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages board-check soak doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak doc build clean
 
 help: ## Show this list
-	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 demo: build ## Boot the virtual board and show the library at work on a real kernel
 	@tools/demo build/release
@@ -20,7 +21,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage cross board-arm64 board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, other processors
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -62,6 +63,16 @@ sanitizers: setup-check ## Run the unit tests under the address, undefined-behav
 	@tools/build tsan
 	@ctest --test-dir build/tsan --output-on-failure -j $(JOBS)
 
+cross: setup-cross ## Build for 64-bit and 32-bit ARM, and run the unit tests in an emulator
+	@tools/build aarch64
+	@ctest --test-dir build/aarch64 --label-exclude board --output-on-failure -j $(JOBS)
+	@tools/build armhf
+	@ctest --test-dir build/armhf --output-on-failure -j $(JOBS)
+
+board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit ARM processor
+	@tools/build aarch64
+	@ctest --test-dir build/aarch64 --label-regex board --output-on-failure -j $(JOBS)
+
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
 
@@ -87,8 +98,10 @@ build: setup ## Build the libraries, tests and examples
 clean: ## Remove everything that was built
 	rm -rf build
 
-.PHONY: setup setup-check
+.PHONY: setup setup-check setup-cross
 setup:
 	@tools/need-packages $(BUILD_PACKAGES)
 setup-check: setup
 	@tools/need-packages $(CHECK_PACKAGES)
+setup-cross: setup
+	@tools/need-packages $(CROSS_PACKAGES)

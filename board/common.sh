@@ -9,14 +9,25 @@ board_build=$project/build/board
 
 say() { printf 'board: %s\n' "$*" >&2; }
 
-# The kernel is the one whose headers are installed, the newest of them.
+# The board's processor: x86_64, this machine's own, or arm64. board/run sets it.
+architecture=${NORV_BOARD_ARCHITECTURE:-x86_64}
+
+# The kernel is the one whose headers are installed, the newest of them, or its build for the board's processor.
 kernel_version() {
-    local headers
+    local headers version
     headers=$(printf '%s\n' /usr/src/linux-headers-[0-9]*-amd64 |
         grep -v -e '-rt-amd64$' -e '-cloud-amd64$' | sort --version-sort | tail -n 1)
     [[ -d $headers ]] || return 1
-    printf '%s' "${headers#/usr/src/linux-headers-}"
+    version=${headers#/usr/src/linux-headers-}
+    [[ $architecture == x86_64 ]] || version=${version%amd64}$architecture
+    printf '%s' "$version"
 }
 
 # The directory that holds boot/ and lib/modules/ of the unpacked kernel package.
 kernel_directory() { printf '%s' "$board_build/kernel/$1"; }
+
+initramfs_file() { printf '%s' "$board_build/initramfs-$architecture.gz"; }
+
+# What the board has in place of the host's files where these are another processor's: a small Debian system, unpacked.
+# Empty where the board uses the host's.
+system_directory() { [[ $architecture == x86_64 ]] || printf '%s' "$board_build/system/$architecture"; }

@@ -5,6 +5,11 @@ add_library(norv_warnings INTERFACE)
 target_compile_options(norv_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
+# 64-bit file offsets and time on 32-bit processors too.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # norv_shared_library(NAME SOURCES...): a library with a C interface. It exports the names that its linker
 # map NAME.map lists, and needs nothing but the C library and what it links. Users know norv_NAME as norv::NAME.
 function(norv_shared_library name)
@@ -24,10 +29,6 @@ function(norv_shared_library name)
     target_compile_options(${name} PRIVATE
         -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
     target_compile_definitions(${name} PRIVATE _GNU_SOURCE)
-    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-        # 64-bit file offsets and time on 32-bit processors too.
-        target_compile_definitions(${name} PRIVATE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-    endif()
     target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,-z,relro,-z,now)
     if(NOT NORV_SANITIZE)
         target_link_options(${name} PRIVATE -Wl,-z,defs)

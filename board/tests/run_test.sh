@@ -231,6 +231,30 @@ AKilledRunnerLeavesNoEmulatorBehind() {
     expect 'emulators left' '' "$(grep -ls "[n]${name#n}" /proc/[0-9]*/cmdline)"
 }
 
+# ---- the board with another processor ----
+
+AnArm64BoardRunsProgramsOfItsProcessor() {
+    board --arch arm64 uname -m
+    expect 'standard output' aarch64 "$out"
+}
+
+AnArm64BoardShowsTheProjectAndTheCurrentDirectory() {
+    cd "$project/board/modules" || return
+    board --arch arm64 sh -c "pwd; ls gpio.c '$project/README.md'"
+    cd "$project" || return
+    expect 'standard output' "$project/board/modules"$'\n'"$project/README.md"$'\n'"gpio.c" "$out"
+}
+
+AnArm64BoardHasTheBoardsModules() {
+    board --arch arm64 --module norv_board_gpio cat /sys/class/gpio/gpiochip0/ngpio
+    expect 'standard output' 32 "$out"
+}
+
+OnAnArm64BoardTheSerialPortsHaveTheirNames() {
+    board --arch arm64 sh -c 'exec 3<>/dev/ttyS3 && stty -F /dev/ttyS3 raw -echo && echo word >&3 && head -n 1 <&3'
+    expect 'what arrives' word "$out"
+}
+
 # ---- the serial ports ----
 
 # Sends a word to one port and prints what comes out of another.

@@ -34,7 +34,7 @@ class formatted_path {
     bool valid_;
 };
 
-int64_t move(int32_t descriptor, void* buffer, uint64_t length, bool write) {
+int64_t move(int32_t descriptor, void* buffer, size_t length, bool write) {
     return write ? ::write(descriptor, buffer, length) : ::read(descriptor, buffer, length);
 }
 
@@ -73,15 +73,15 @@ class transfer {
         const uint32_t status = status_of(result);
         // An errno that maps to 0 moved nothing either.
         if (status == NORV_STATUS_OK && result > 0) {
-            done_ += static_cast<uint64_t>(result);
+            done_ += static_cast<size_t>(result);
         }
         return status;
     }
 
   private:
     char* buffer_;
-    uint64_t done_ = 0;
-    uint64_t total_;
+    size_t done_ = 0;
+    size_t total_;
     int32_t descriptor_;
     bool write_;
 };

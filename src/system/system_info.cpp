@@ -30,7 +30,7 @@ class short_text {
         return status;
     }
     bool is(const char* word) const { return strcasecmp(bytes_, word) == 0; }
-    int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
+    int32_t number() const { return static_cast<int32_t>(strtoll(bytes_, nullptr, 10)); }
 
   private:
     static constexpr uint32_t text_limit = 15;

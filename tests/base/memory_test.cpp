@@ -33,8 +33,8 @@ TEST(Memory, AllocatedMemoryHoldsWhatIsWritten) {
 }
 
 TEST(Memory, MemoryThatCannotBeHadIsNull) {
-    EXPECT_EQ(norv_malloc(PTRDIFF_MAX), nullptr);
-    EXPECT_EQ(norv_zalloc(PTRDIFF_MAX), nullptr);
+    EXPECT_EQ(norv_malloc(SIZE_MAX), nullptr);
+    EXPECT_EQ(norv_zalloc(SIZE_MAX), nullptr);
 }
 
 TEST(Memory, FreeingNullIsAllowed) {

@@ -2,16 +2,15 @@
 #pragma once
 
 #include <linux/fs.h>
-#include <sys/mman.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
 
+#include "flash/sparse_memory.hpp"
 #include "support/device.hpp"
 
 namespace norv::test {
@@ -19,10 +18,7 @@ namespace norv::test {
 class block_device : public device {
   public:
     explicit block_device(uint64_t device_size, int device_block_size = 512)
-        : block_size(device_block_size), size(device_size), medium(allocate(device_size)) {}
-    ~block_device() override { munmap(medium, size); }
-    block_device(const block_device&) = delete;
-    block_device& operator=(const block_device&) = delete;
+        : block_size(device_block_size), size(device_size) {}
 
     int block_size;
     uint64_t size;
@@ -32,16 +28,18 @@ class block_device : public device {
 
     // The medium itself.
     std::string content(uint64_t address, size_t count) const {
-        return {reinterpret_cast<const char*>(medium) + address, count};
+        std::string bytes(count, '\0');
+        medium.read(address, bytes.data(), count);
+        return bytes;
     }
-    std::string content() const { return content(0, size); }
+    std::string content() const { return content(0, static_cast<size_t>(size)); }
     void fill(uint64_t address, const std::string& bytes) {
-        memcpy(medium + address, bytes.data(), bytes.size());
+        medium.write(address, bytes.data(), bytes.size());
     }
 
     long read(void* buffer, size_t count, off_t offset) override {
         const size_t done = within(std::min(count, most_per_read), offset);
-        memcpy(buffer, medium + offset, done);
+        medium.read(static_cast<uint64_t>(offset), buffer, done);
         if (flipped && *flipped >= offset && *flipped < offset + static_cast<off_t>(done)) {
             static_cast<uint8_t*>(buffer)[*flipped - offset] ^= 1U;
         }
@@ -53,7 +51,7 @@ class block_device : public device {
             return -ENOSPC;
         }
         const size_t done = within(std::min(count, most_per_write), offset);
-        memcpy(medium + offset, buffer, done);
+        medium.write(static_cast<uint64_t>(offset), buffer, done);
         return static_cast<long>(done);
     }
 
@@ -71,23 +69,13 @@ class block_device : public device {
     }
 
   private:
-    // Zeros, of which only what is touched takes memory.
-    static uint8_t* allocate(uint64_t size) {
-        void* memory =
-            mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (memory == MAP_FAILED) {
-            std::abort();
-        }
-        return static_cast<uint8_t*>(memory);
-    }
-
     // How much of that many bytes lies on the device.
     size_t within(size_t count, off_t offset) const {
         const auto start = static_cast<uint64_t>(offset);
         return start < size ? static_cast<size_t>(std::min<uint64_t>(count, size - start)) : 0;
     }
 
-    uint8_t* medium;
+    sparse_memory medium;
 };
 
 }  // namespace norv::test

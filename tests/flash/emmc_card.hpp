@@ -62,7 +62,7 @@ class EmmcFlash : public testing::Test {
     void open(uint64_t size, int block_size = 512) {
         insert(size, block_size);
         if (size <= 1 * MiB) {
-            before = pattern(size);
+            before = pattern(static_cast<size_t>(size));
             card->fill(0, before);
         }
         ASSERT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);

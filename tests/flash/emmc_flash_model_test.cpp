@@ -44,7 +44,8 @@ struct plan {
 
 void put(std::string& medium, uint64_t address, const std::string& bytes) {
     if (address < medium.size()) {
-        medium.replace(address, bytes.size(), bytes.substr(0, medium.size() - address));
+        const auto start = static_cast<size_t>(address);
+        medium.replace(start, bytes.size(), bytes.substr(0, medium.size() - start));
     }
 }
 
@@ -136,7 +137,7 @@ class RandomOperations : public EmmcFlash {
         for (unsigned number = 0; number < cases && !HasFailure(); ++number) {
             const uint32_t block = 512U << random() % 4;
             insert((256 + random() % 512) * KiB, static_cast<int>(block));
-            before = pattern(card->size, number);
+            before = pattern(static_cast<size_t>(card->size), number);
             card->fill(0, before);
             ASSERT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);
             const plan given = invent(block, static_cast<uint32_t>(card->size));

@@ -29,7 +29,8 @@ files() {
         -e '^include/norv_[a-z0-9_]+\.h$' \
         -e "^$LIBDIR/libnorv_(base|io_linux)\.so(\.[0-9]+)+\$" \
         -e "^$LIBDIR/cmake/norv_io_linux/norv_io_linux-config[a-z-]*\.cmake\$" \
-        -e "^$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$") || return 0
+        -e "^$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$" \
+        -e '^share/(man/man3|doc/norv_io_linux)/') || return 0
     printf 'FAILED: these files have no business in the package:\n%s\n' "$strays"
     return 1
 }

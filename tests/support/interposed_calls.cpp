@@ -384,7 +384,8 @@ int access(const char* path, int mode) noexcept {
 
 int stat(const char* path, struct stat* found) noexcept {
     using stat_call = int (*)(const char*, struct stat*);
-    static const auto real_stat = reinterpret_cast<stat_call>(dlsym(RTLD_NEXT, "stat"));
+    static const auto real_stat =
+        reinterpret_cast<stat_call>(dlsym(RTLD_NEXT, norv::test::symbol_of("stat")));
     return pass_path("stat", path, -1, [&](const char* place) { return real_stat(place, found); });
 }
 

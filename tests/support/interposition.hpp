@@ -2,6 +2,7 @@
 // leave a trace in its journal.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
@@ -96,12 +97,19 @@ result pass_journalled(call made, result failure, passing through) {
     return returned;
 }
 
+// The real kernel's answer to a call on a descriptor. The kernel looks at the descriptor first; what emulates
+// another processor's programs looks at the request, which it may not know.
+template <typename passing>
+int real_answer(int descriptor, passing through) {
+    return REAL(fcntl)(descriptor, F_GETFD) < 0 ? -1 : through();
+}
+
 // A call on a descriptor, journalled: it fails, or the descriptor's model answers, or the real kernel.
 template <typename asking, typename passing>
 int ask(call made, int descriptor, asking ask_model, passing through) {
     kernel_double::state* kernel = active_kernel();
     if (kernel == nullptr) {
-        return through();
+        return real_answer(descriptor, through);
     }
     const std::lock_guard lock(kernel->mutex);
     open_file* file = kernel->find(descriptor);
@@ -112,7 +120,7 @@ int ask(call made, int descriptor, asking ask_model, passing through) {
         const outside_the_double guard;
         made.result = answer(ask_model(*file->model));
     } else {
-        made.result = through();
+        made.result = real_answer(descriptor, through);
     }
     kernel->record(made);
     return static_cast<int>(made.result);

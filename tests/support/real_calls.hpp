@@ -3,9 +3,12 @@
 
 #include <dlfcn.h>
 
+#include "support/symbol_names.hpp"
+
 // REAL(open)(path, flags): looked up once per place.
-#define REAL(name)                                                                                          \
-    ([]() {                                                                                                 \
-        static decltype(&::name) const real = reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, #name)); \
-        return real;                                                                                        \
+#define REAL(name)                                                                               \
+    ([]() {                                                                                      \
+        static decltype(&::name) const real =                                                    \
+            reinterpret_cast<decltype(&::name)>(dlsym(RTLD_NEXT, norv::test::symbol_of(#name))); \
+        return real;                                                                             \
     }())

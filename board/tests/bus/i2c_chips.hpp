@@ -1,4 +1,4 @@
-// The I2C buses of the virtual board: what board/modules/i2c.c brings, and the kernel's i2c-stub.
+// The I2C buses of the virtual board: what board/modules/i2c.c and board/modules/smbus.c bring.
 #pragma once
 
 #include <cerrno>
@@ -21,12 +21,12 @@ inline uint32_t errno_status(int error) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error));
 }
 
-// The bus that i2c-stub brings, an adapter that knows SMBus only; its number is the kernel's choice.
+// The bus of an adapter that knows SMBus only; its number is the kernel's choice.
 inline uint32_t smbus_number() {
     for (const auto& adapter : std::filesystem::directory_iterator("/sys/class/i2c-adapter")) {
         std::string name;
         std::getline(std::ifstream(adapter.path() / "name"), name);
-        if (name == "SMBus stub driver") {
+        if (name == "norv-board-smbus") {
             return static_cast<uint32_t>(std::stoul(adapter.path().filename().string().substr(4)));
         }
     }
