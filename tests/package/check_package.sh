@@ -30,6 +30,8 @@ files() {
         -e "^$LIBDIR/libnorv_(base|io_linux)\.so(\.[0-9]+)+\$" \
         -e "^$LIBDIR/cmake/norv_io_linux/norv_io_linux-config[a-z-]*\.cmake\$" \
         -e "^$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$" \
+        -e '^bin/norv$' -e '^share/man/man1/norv\.1$' \
+        -e '^share/(bash-completion/completions/norv|zsh/site-functions/_norv)$' \
         -e '^share/(man/man3|doc/norv_io_linux)/') || return 0
     printf 'FAILED: these files have no business in the package:\n%s\n' "$strays"
     return 1
