@@ -73,7 +73,7 @@ class can_socket : public device {
         return waiting.empty() ? 0 : POLLIN;
     }
 
-    void receive(const can_frame& frame) {
+    void take_in(const can_frame& frame) {
         const bool passes = std::any_of(filters.begin(), filters.end(), [&](const can_filter& filter) {
             return (frame.can_id & filter.can_mask) == (filter.can_id & filter.can_mask);
         });
@@ -125,7 +125,7 @@ class can_network {
     void deliver(int interface, const can_frame& frame, const can_socket* sender) {
         for (const auto& socket : sockets) {
             if (socket->interface == interface && socket.get() != sender) {
-                socket->receive(frame);
+                socket->take_in(frame);
             }
         }
     }
