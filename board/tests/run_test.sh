@@ -198,6 +198,21 @@ AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
     expect status 77 "$status"
 }
 
+ABoardThatStandsStillWhileItBootsIsStartedOnceMore() {
+    mkdir -p "$scratch/still"
+    cat >"$scratch/still/qemu-system-x86_64" <<END
+#!/bin/sh
+mkdir '$scratch/still/seen' 2>/dev/null && exec sleep 1000
+exec '$(command -v qemu-system-x86_64)' "\$@"
+END
+    chmod +x "$scratch/still/qemu-system-x86_64"
+    NORV_BOARD_ACCEL=tcg PATH="$scratch/still:$PATH" board sh -c 'echo moved'
+    expect status 0 "$status"
+    expect 'standard output' moved "$out"
+    [[ $err == *'starting it once more'* ]]
+    expect 'message' 0 $?
+}
+
 AModuleThatDoesNotBuildIsAFailureEverywhere() {
     mkdir -p "$scratch/copy/build/board"
     cp -r "$project/board" "$project/tools" "$scratch/copy/"
