@@ -272,6 +272,16 @@ TEST_F(NandMtd, TheCountMayBeLeftOut) {
     EXPECT_EQ(norv_linux_mtd_read(&partition, 0, 256, page.data(), nullptr), 0U);
 }
 
+TEST_F(NorMtd, ASingleByteIsCounted) {
+    uint8_t byte = 0x5A;
+    uint32_t count = 9;
+    EXPECT_EQ(norv_linux_mtd_write(&partition, 0xFFFF, 1, &byte, &count), 0U);
+    EXPECT_EQ(count, 1U);
+    count = 9;
+    EXPECT_EQ(norv_linux_mtd_read(&partition, 0xFFFF, 1, &byte, &count), 0U);
+    EXPECT_EQ(count, 1U);
+}
+
 TEST_F(NorMtd, ATransferPastTheEndIsCutByTheKernelAndToldByItsCount) {
     std::vector<uint8_t> bytes(16, 0x11);
     uint32_t count = 0;

@@ -62,6 +62,13 @@ TEST_F(ContinueRead, ReadsBlockByBlockAndReportsEach) {
                                              report{0, 0x2000, 0, 100}));
 }
 
+TEST_F(ContinueRead, ASingleByteBehindABorderIsRead) {
+    open_filled({small_nor});
+    EXPECT_EQ(read(0xFFE, 3), 0U);
+    EXPECT_EQ(found, partition(0).part(0xFFE, 3));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0xFFE, 1, 66}, report{0, 0x1000, 0, 100}));
+}
+
 TEST_F(ContinueRead, NothingIsReadForALengthOfZero) {
     open_filled({small_nor});
     EXPECT_EQ(read(0x100000, 0), 0U);
