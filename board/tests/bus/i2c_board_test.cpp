@@ -15,22 +15,22 @@
 
 namespace {
 
-using board::errno_status;
+using norv::board::errno_status;
 using testing::Each;
 using testing::ElementsAre;
 
 class I2cOnBoard : public testing::Test {
   protected:
-    I2cOnBoard() { EXPECT_EQ(norv_linux_i2c_open(board::bus_number, &bus), 0U); }
+    I2cOnBoard() { EXPECT_EQ(norv_linux_i2c_open(norv::board::bus_number, &bus), 0U); }
     ~I2cOnBoard() override { norv_linux_i2c_close(&bus); }
 
     // An EEPROM that stores does not answer; an empty write tells when it does again.
     void wait_until_stored() {
-        while (norv_linux_i2c_raw_write(&bus, board::eeprom, nullptr, 0) == errno_status(ENXIO)) {
+        while (norv_linux_i2c_raw_write(&bus, norv::board::eeprom, nullptr, 0) == errno_status(ENXIO)) {
         }
     }
     void write_eeprom(uint8_t offset, const void* bytes, int32_t length) {
-        EXPECT_EQ(norv_linux_i2c_write(&bus, board::eeprom, offset, bytes, length), 0U);
+        EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::eeprom, offset, bytes, length), 0U);
         wait_until_stored();
     }
 
@@ -43,12 +43,12 @@ TEST_F(I2cOnBoard, TheDescriptorIsClosedOnExec) {
 }
 
 TEST_F(I2cOnBoard, ClosingGivesTheDescriptorBack) {
-    const long before = board::open_descriptors();
+    const long before = norv::board::open_descriptors();
     int32_t second = -1;
-    EXPECT_EQ(norv_linux_i2c_open(board::bus_number, &second), 0U);
-    EXPECT_EQ(board::open_descriptors(), before + 1);
+    EXPECT_EQ(norv_linux_i2c_open(norv::board::bus_number, &second), 0U);
+    EXPECT_EQ(norv::board::open_descriptors(), before + 1);
     norv_linux_i2c_close(&second);
-    EXPECT_EQ(board::open_descriptors(), before);
+    EXPECT_EQ(norv::board::open_descriptors(), before);
 }
 
 TEST_F(I2cOnBoard, ABusThatIsNotThereIsNotFound) {
@@ -58,16 +58,16 @@ TEST_F(I2cOnBoard, ABusThatIsNotThereIsNotFound) {
 }
 
 TEST_F(I2cOnBoard, AnAdapterThatKnowsSmbusOnlyIsNotAvailable) {
-    const long before = board::open_descriptors();
+    const long before = norv::board::open_descriptors();
     int32_t smbus = -1;
-    EXPECT_EQ(norv_linux_i2c_open(board::smbus_number(), &smbus), NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_EQ(norv_linux_i2c_open(norv::board::smbus_number(), &smbus), NORV_STATUS_NOT_AVAILABLE);
     EXPECT_EQ(smbus, -1);
-    EXPECT_EQ(board::open_descriptors(), before);
+    EXPECT_EQ(norv::board::open_descriptors(), before);
 }
 
 TEST_F(I2cOnBoard, RegistersReadBackAsWritten) {
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::registers, 0x10, "\x01\x02\x03", 3), 0U);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::registers, 0x11, data.data(), 2), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x10, "\x01\x02\x03", 3), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0x11, data.data(), 2), 0U);
     EXPECT_THAT(data, ElementsAre(2, 3, 9, 9));
 }
 
@@ -75,31 +75,32 @@ TEST_F(I2cOnBoard, TheLongestRegisterWriteFillsAll256Registers) {
     std::array<uint8_t, 256> written;
     std::array<uint8_t, 256> found = {};
     std::iota(written.begin(), written.end(), uint8_t{7});
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::registers, 0x00, written.data(), 256), 0U);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::registers, 0x00, found.data(), 256), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x00, written.data(), 256), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0x00, found.data(), 256), 0U);
     EXPECT_EQ(found, written);
 }
 
 TEST_F(I2cOnBoard, ARawReadGoesOnWhereARawWriteHasStopped) {
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::registers, 0x22, "\xAB", 1), 0U);
-    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, board::registers, "\x20\x01\x02", 3), 0U);
-    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, board::registers, data.data(), 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x22, "\xAB", 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, "\x20\x01\x02", 3), 0U);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, data.data(), 1), 0U);
     EXPECT_THAT(data, ElementsAre(0xAB, 9, 9, 9));
 }
 
 TEST_F(I2cOnBoard, WriteThenReadDoesBoth) {
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::registers, 0x31, "\xCD", 1), 0U);
-    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, board::registers, "\x30\x01", 2, data.data(), 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x31, "\xCD", 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, norv::board::registers, "\x30\x01", 2, data.data(), 1),
+              0U);
     EXPECT_THAT(data, ElementsAre(0xCD, 9, 9, 9));
 }
 
 TEST_F(I2cOnBoard, WhereNobodyAnswersEveryTransferFails) {
     const uint32_t expected = errno_status(ENXIO);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::nobody, 0, data.data(), 1), expected);
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::nobody, 0, "x", 1), expected);
-    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, board::nobody, data.data(), 1), expected);
-    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, board::nobody, "x", 1), expected);
-    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, board::nobody, "x", 1, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::nobody, 0, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::nobody, 0, "x", 1), expected);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::nobody, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::nobody, "x", 1), expected);
+    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, norv::board::nobody, "x", 1, data.data(), 1), expected);
     EXPECT_THAT(data, Each(9));
 }
 
@@ -108,19 +109,22 @@ TEST_F(I2cOnBoard, AnAddressAbove7BitsIsRefusedByTheKernel) {
 }
 
 TEST_F(I2cOnBoard, AByteThatIsNotAcknowledgedEndsTheWrite) {
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::refusing_registers, 0x01, "\x11\x22\x33", 3),
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::refusing_registers, 0x01, "\x11\x22\x33", 3),
               errno_status(EREMOTEIO));
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::refusing_registers, 0x01, data.data(), 3), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::refusing_registers, 0x01, data.data(), 3), 0U);
     EXPECT_THAT(data, ElementsAre(0x11, 0, 0, 9));
 }
 
 TEST_F(I2cOnBoard, TheKernelTakesMessagesOf8192BytesAndNoMore) {
     std::vector<uint8_t> bytes(65535);
-    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, board::registers, bytes.data(), 8192), 0U);
-    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, board::registers, bytes.data(), 8192), 0U);
-    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, board::registers, bytes.data(), 8193), NORV_STATUS_INVALID_ARG);
-    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, board::registers, bytes.data(), 65535), NORV_STATUS_INVALID_ARG);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::registers, 0, bytes.data(), 65535), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), 8192), 0U);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, bytes.data(), 8192), 0U);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), 8193),
+              NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, bytes.data(), 65535),
+              NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, bytes.data(), 65535),
+              NORV_STATUS_INVALID_ARG);
 }
 
 TEST_F(I2cOnBoard, TheWholeEepromReadsBackAsWritten) {
@@ -130,7 +134,7 @@ TEST_F(I2cOnBoard, TheWholeEepromReadsBackAsWritten) {
     for (uint32_t page = 0; page < 256; page += 8) {
         write_eeprom(static_cast<uint8_t>(page), &written[page], 8);
     }
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::eeprom, 0, found.data(), 256), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::eeprom, 0, found.data(), 256), 0U);
     EXPECT_EQ(found, written);
 }
 
@@ -138,12 +142,13 @@ TEST_F(I2cOnBoard, AnEepromDoesNotAnswerWhileItStores) {
     // It stores for 5 ms only; a busy host may let these pass between two calls, but not every time.
     bool unanswered = false;
     for (int attempt = 0; attempt < 100 && !unanswered; ++attempt) {
-        EXPECT_EQ(norv_linux_i2c_write(&bus, board::eeprom, 0x40, "\x55", 1), 0U);
-        unanswered = norv_linux_i2c_read(&bus, board::eeprom, 0x40, data.data(), 1) == errno_status(ENXIO);
+        EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::eeprom, 0x40, "\x55", 1), 0U);
+        unanswered =
+            norv_linux_i2c_read(&bus, norv::board::eeprom, 0x40, data.data(), 1) == errno_status(ENXIO);
         wait_until_stored();
     }
     EXPECT_TRUE(unanswered);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::eeprom, 0x40, data.data(), 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::eeprom, 0x40, data.data(), 1), 0U);
     EXPECT_EQ(data[0], 0x55);
 }
 
@@ -152,14 +157,14 @@ TEST_F(I2cOnBoard, AWriteOverTheEndOfAPageGoesOnAtItsStart) {
     write_eeprom(0x88, "--------", 8);
     write_eeprom(0x86, "abc", 3);
     char found[16];
-    EXPECT_EQ(norv_linux_i2c_read(&bus, board::eeprom, 0x80, found, 16), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::eeprom, 0x80, found, 16), 0U);
     EXPECT_EQ(std::string(found, 16), "c-----ab--------");
 }
 
 TEST_F(I2cOnBoard, TenThousandTransactionsLoseNothing) {
     std::array<uint8_t, 256> expected = {};
     std::mt19937 random(1);
-    EXPECT_EQ(norv_linux_i2c_write(&bus, board::registers, 0, expected.data(), 256), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0, expected.data(), 256), 0U);
     for (int pair = 0; pair < 5000; ++pair) {
         const auto first = static_cast<uint8_t>(random());
         const auto length = static_cast<uint16_t>(1 + random() % (256U - first));
@@ -167,8 +172,8 @@ TEST_F(I2cOnBoard, TenThousandTransactionsLoseNothing) {
         for (uint32_t index = first; index < first + length; ++index) {
             expected[index] = static_cast<uint8_t>(random());
         }
-        ASSERT_EQ(norv_linux_i2c_write(&bus, board::registers, first, &expected[first], length), 0U);
-        ASSERT_EQ(norv_linux_i2c_read(&bus, board::registers, 0, found.data(), 256), 0U);
+        ASSERT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, first, &expected[first], length), 0U);
+        ASSERT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, found.data(), 256), 0U);
         ASSERT_EQ(found, expected) << "after " << pair << " pairs";
     }
 }
@@ -177,10 +182,10 @@ TEST_F(I2cOnBoard, TenThousandTransactionsLoseNothing) {
 // address and the data.
 void read_repeatedly(const int32_t* bus, uint8_t first_register) {
     const uint8_t written[] = {first_register, static_cast<uint8_t>(first_register + 1)};
-    EXPECT_EQ(norv_linux_i2c_write(bus, board::registers, first_register, written, 2), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(bus, norv::board::registers, first_register, written, 2), 0U);
     for (int read = 0; read < 2000; ++read) {
         uint8_t found[2] = {};
-        ASSERT_EQ(norv_linux_i2c_read(bus, board::registers, first_register, found, 2), 0U);
+        ASSERT_EQ(norv_linux_i2c_read(bus, norv::board::registers, first_register, found, 2), 0U);
         ASSERT_THAT(found, ElementsAre(written[0], written[1]));
     }
 }

@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
+#include "../support/attribute.hpp"
 #include "norv_base.h"
 
-namespace board {
+namespace norv::board {
 
 constexpr uint32_t bus_number = 1;
 constexpr uint8_t registers = 0x20;
@@ -24,9 +24,7 @@ inline uint32_t errno_status(int error) {
 // The bus of an adapter that knows SMBus only; its number is the kernel's choice.
 inline uint32_t smbus_number() {
     for (const auto& adapter : std::filesystem::directory_iterator("/sys/class/i2c-adapter")) {
-        std::string name;
-        std::getline(std::ifstream(adapter.path() / "name"), name);
-        if (name == "norv-board-smbus") {
+        if (attribute(adapter.path() / "name") == "norv-board-smbus") {
             return static_cast<uint32_t>(std::stoul(adapter.path().filename().string().substr(4)));
         }
     }
@@ -38,4 +36,4 @@ inline long open_descriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-}  // namespace board
+}  // namespace norv::board

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/attribute.hpp"
 #include "events/uevent_parse_model.hpp"
 #include "events/uevent_parse_recorder.hpp"
 #include "norv_base.h"
@@ -142,7 +143,7 @@ class UeventParseOnBoard : public testing::Test {
         return *reinterpret_cast<const norv_uevent_child_t*>(parent.children.next);
     }
 
-    board::usb_plug plug;
+    norv::board::usb_plug plug;
     eavesdropper ear;
     recorder parser;
     uevent_parse_model model{can_capture};
@@ -337,11 +338,11 @@ TEST_F(UeventParseOnBoard, ACameraKeepsItsCaptureNodeAndNotItsMetadataNode) {
     const std::string port = camera_port();
     open_without_hubs();
     {
-        const board::uvc_camera camera;
+        const norv::board::uvc_camera camera;
         settle("bind", {port});
         const norv_uevent_device_t* record = device(port);
         ASSERT_NE(record, nullptr);
-        EXPECT_STREQ(record->product_name, board::uvc_camera::product_name);
+        EXPECT_STREQ(record->product_name, norv::board::uvc_camera::product_name);
         ASSERT_EQ(record->child_count, 1U);
         const norv_uevent_child_t& picture = child_of(*record);
         EXPECT_STREQ(picture.subsystem, "video4linux");
@@ -467,9 +468,7 @@ TEST_F(UeventParseOnBoard, AConnectorThatChangedIsTold) {
 // The node of the video test driver with this name.
 std::string video_node(const std::string& name) {
     for (const auto& entry : fs::directory_iterator("/sys/class/video4linux")) {
-        std::string line;
-        std::getline(std::ifstream(entry.path() / "name"), line);
-        if (line == name) {
+        if (norv::board::attribute(entry.path() / "name") == name) {
             return "/dev/" + entry.path().filename().string();
         }
     }

@@ -8,7 +8,7 @@
 
 #include <string>
 
-namespace board {
+namespace norv::board {
 
 class usb_plug {
   public:
@@ -60,4 +60,4 @@ class usb_plug {
     const int port_ = open("/dev/vport0p4", O_RDWR | O_CLOEXEC);
 };
 
-}  // namespace board
+}  // namespace norv::board

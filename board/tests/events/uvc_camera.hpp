@@ -18,7 +18,7 @@
 #include <string>
 #include <thread>
 
-namespace board {
+namespace norv::board {
 
 // From its creation to its end the camera is plugged in. Needs usb_f_uvc and
 // norv_board_usb_gadget.
@@ -158,4 +158,4 @@ class uvc_camera {
     std::thread answering_;
 };
 
-}  // namespace board
+}  // namespace norv::board

@@ -10,29 +10,24 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../support/attribute.hpp"
+
 namespace {
 
 using testing::Each;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::SizeIs;
 
 constexpr uint64_t page = 4096;
 
-std::string content(const std::string& path) {
-    std::ostringstream content;
-    content << std::ifstream(path).rdbuf();
-    return content.str();
-}
-
 // What the driver saw.
 unsigned long seen(const std::string& name) {
-    return std::stoul(content("/sys/kernel/debug/norv_board_dma/" + name));
+    return std::stoul(norv::board::attribute("/sys/kernel/debug/norv_board_dma/" + name));
 }
 
 // An entry as this driver fills it.
@@ -58,7 +53,7 @@ class DmaOnBoard : public testing::Test {
     }
 
     std::string about_descriptor() {
-        return content("/proc/self/fdinfo/" + std::to_string(norv_linux_dma_get_fd(&buffer)));
+        return norv::board::attribute("/proc/self/fdinfo/" + std::to_string(norv_linux_dma_get_fd(&buffer)));
     }
     std::vector<entry> lock() {
         void* entries = nullptr;
@@ -109,9 +104,9 @@ class DmaKindOnBoard : public DmaOnBoard, public testing::WithParamInterface<kin
 TEST_P(DmaKindOnBoard, IsADmaBufOfThatKindAndSize) {
     ASSERT_EQ(GetParam().create(&manager, 3 * page, &buffer), 0U);
     EXPECT_EQ(seen("buffers"), buffers_before + 1);
-    EXPECT_THAT(about_descriptor(), HasSubstr(std::string("exp_name:\t") + GetParam().exporter + "\n"));
+    EXPECT_THAT(about_descriptor(), EndsWith(std::string("\nexp_name:\t") + GetParam().exporter));
     EXPECT_THAT(about_descriptor(), HasSubstr("size:\t12288\n"));
-    EXPECT_THAT(content("/sys/kernel/debug/dma_buf/bufinfo"), HasSubstr(GetParam().exporter));
+    EXPECT_THAT(norv::board::attribute("/sys/kernel/debug/dma_buf/bufinfo"), HasSubstr(GetParam().exporter));
 }
 
 TEST_P(DmaKindOnBoard, KeepsWhatIsWrittenIntoItsMapping) {
@@ -167,7 +162,7 @@ TEST_F(DmaOnBoard, MemoryOfTheProcessIsTheBuffersMemory) {
     const own_pages own(2 * page);
     memcpy(own.get() + page, "written before", 14);
     ASSERT_EQ(norv_linux_dma_create_by_user_ptr(&manager, own.get(), 2 * page, &buffer), 0U);
-    EXPECT_THAT(about_descriptor(), HasSubstr("exp_name:\tnorv_board_dma_user\n"));
+    EXPECT_THAT(about_descriptor(), EndsWith("\nexp_name:\tnorv_board_dma_user"));
     char* memory = map();
     EXPECT_EQ(std::string(memory + page, 14), "written before");
     memcpy(memory, "through the buffer", 18);

@@ -10,7 +10,7 @@
 
 namespace {
 
-using board::driver_register;
+using norv::board::driver_register;
 using testing::ElementsAre;
 
 class McbBusOnBoard : public testing::Test {
@@ -31,7 +31,7 @@ class McbBusOnBoard : public testing::Test {
 
 TEST_F(McbBusOnBoard, SingleRegistersReadBackAndReachTheDriver) {
     uint32_t identity = 0;
-    EXPECT_EQ(bus.read(&bus, board::reg_identity, &identity), 0U);
+    EXPECT_EQ(bus.read(&bus, norv::board::reg_identity, &identity), 0U);
     EXPECT_EQ(identity, 0x4E4F5256U);
     EXPECT_EQ(bus.write(&bus, 0x200, 5), 0U);
     EXPECT_EQ(bus.write_based(&bus, 0x204, 6), 0U);

@@ -16,10 +16,10 @@
 
 namespace {
 
-using board::debug_number;
-using board::driver_register;
-using board::interrupt_enabled;
-using board::raise_interrupts;
+using norv::board::debug_number;
+using norv::board::driver_register;
+using norv::board::interrupt_enabled;
+using norv::board::raise_interrupts;
 
 class UioOnBoard : public testing::Test {
   protected:
@@ -90,7 +90,7 @@ TEST_F(UioOnBoard, ItIsAPlatformDevice) {
 }
 
 TEST_F(UioOnBoard, TheProgramReadsWhatTheDriverWrites) {
-    EXPECT_EQ(norv_uio_read_32(&device, board::reg_identity), 0x4E4F5256U);
+    EXPECT_EQ(norv_uio_read_32(&device, norv::board::reg_identity), 0x4E4F5256U);
 }
 
 TEST_F(UioOnBoard, TheDriverReadsWhatTheProgramWrites) {
@@ -127,7 +127,7 @@ TEST_F(UioOnBoard, WithoutAnInterruptTheWaitTimesOut) {
 }
 
 TEST_F(UioOnBoard, AnInterruptIsDeliveredWhileTheProgramWaits) {
-    norv_uio_write_32(&device, board::reg_operand, 0x0F0F0F0F);
+    norv_uio_write_32(&device, norv::board::reg_operand, 0x0F0F0F0F);
     norv_uio_enable_irq(&device);
     std::thread raiser([] {
         usleep(20000);
@@ -135,7 +135,7 @@ TEST_F(UioOnBoard, AnInterruptIsDeliveredWhileTheProgramWaits) {
     });
     EXPECT_EQ(norv_uio_wait_irq(&device, 10000), 0U);
     raiser.join();
-    EXPECT_EQ(norv_uio_read_32(&device, board::reg_result), 0xF0F0F0F0U);
+    EXPECT_EQ(norv_uio_read_32(&device, norv::board::reg_result), 0xF0F0F0F0U);
     EXPECT_FALSE(interrupt_enabled());
     EXPECT_EQ(norv_uio_wait_irq(&device, 0), NORV_STATUS_TIMEOUT);
 }
@@ -181,14 +181,14 @@ TEST_F(UioOnBoard, TheEventLoopServesTheInterrupt) {
 
 TEST_F(UioOnBoard, OfAHundredThousandInterruptsNoneIsLost) {
     constexpr uint32_t interrupts = 100000;
-    const uint32_t before = norv_uio_read_32(&device, board::reg_count);
+    const uint32_t before = norv_uio_read_32(&device, norv::board::reg_count);
     raise_interrupts(interrupts);
     for (uint32_t number = 1; number <= interrupts; ++number) {
-        norv_uio_write_32(&device, board::reg_operand, number);
+        norv_uio_write_32(&device, norv::board::reg_operand, number);
         ASSERT_EQ(norv_uio_enable_irq(&device), 0U);
         ASSERT_EQ(norv_uio_wait_irq(&device, 10000), 0U) << number;
-        ASSERT_EQ(norv_uio_read_32(&device, board::reg_count), before + number);
-        ASSERT_EQ(norv_uio_read_32(&device, board::reg_result), ~number);
+        ASSERT_EQ(norv_uio_read_32(&device, norv::board::reg_count), before + number);
+        ASSERT_EQ(norv_uio_read_32(&device, norv::board::reg_result), ~number);
     }
     EXPECT_EQ(debug_number("pending"), 0U);
     EXPECT_EQ(norv_uio_wait_irq(&device, 0), NORV_STATUS_TIMEOUT);

@@ -1,12 +1,13 @@
 // What the driver norv_board_uio tells of its device, and lets tests do to it.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <fstream>
 #include <string>
 
-namespace board {
+#include "../support/attribute.hpp"
+
+namespace norv::board {
 
 constexpr uint32_t reg_identity = 0x00;
 constexpr uint32_t reg_count = 0x04;
@@ -19,26 +20,17 @@ inline void raise_interrupts(uint32_t count) {
     std::ofstream(uio_debug + "raise") << count << std::flush;
 }
 
-inline std::string line_of(const std::string& path) {
-    std::string line;
-    std::getline(std::ifstream(path), line);
-    return line;
-}
-
 inline uint32_t debug_number(const std::string& file) {
-    return static_cast<uint32_t>(std::stoul(line_of(uio_debug + file)));
+    return static_cast<uint32_t>(std::stoul(attribute(uio_debug + file)));
 }
 
 inline bool interrupt_enabled() {
-    return line_of(uio_debug + "enabled") == "Y";
+    return attribute(uio_debug + "enabled") == "Y";
 }
 
 // A register as the driver sees it.
 inline uint32_t driver_register(uint32_t offset) {
-    std::array<uint32_t, 1024> page = {};
-    std::ifstream(uio_debug + "registers", std::ios::binary)
-        .read(reinterpret_cast<char*>(page.data()), sizeof page);
-    return page[offset / 4];
+    return register_in(uio_debug + "registers", offset);
 }
 
-}  // namespace board
+}  // namespace norv::board

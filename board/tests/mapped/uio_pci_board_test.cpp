@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include "../support/attribute.hpp"
 #include "norv_base.h"
 #include "norv_uio.h"
 
@@ -27,11 +28,8 @@ constexpr uint32_t reg_acknowledge = 0x64;
 // Where the device sits, as sysfs tells it: its directory's name.
 std::string slot_name() {
     for (const auto& device : std::filesystem::directory_iterator("/sys/bus/pci/devices")) {
-        std::string found_vendor;
-        std::string found_device;
-        std::getline(std::ifstream(device.path() / "vendor"), found_vendor);
-        std::getline(std::ifstream(device.path() / "device"), found_device);
-        if (found_vendor == "0x1234" && found_device == "0x11e8") {
+        if (norv::board::attribute(device.path() / "vendor") == "0x1234" &&
+            norv::board::attribute(device.path() / "device") == "0x11e8") {
             return device.path().filename();
         }
     }

@@ -20,11 +20,11 @@
 
 namespace {
 
-using board::raise_source;
-using board::source_file;
-using board::umcb_driver_register;
-using board::umcb_flag;
-using board::umcb_number;
+using norv::board::raise_source;
+using norv::board::source_file;
+using norv::board::umcb_driver_register;
+using norv::board::umcb_flag;
+using norv::board::umcb_number;
 using testing::ElementsAre;
 
 constexpr uint32_t identity = 0x554D4342;
@@ -127,7 +127,7 @@ TEST_F(UmcbOnBoard, AModeThatTheDriverDoesNotHaveIsRefusedAndNothingStaysOpen) {
 
 TEST_F(UmcbOnBoard, TheProgramReadsWhatTheDriverWrites) {
     EXPECT_EQ(norv_umcb_read_32(&device, 0), identity);
-    EXPECT_EQ(norv_umcb_read_32(&device, board::reg_sources), 4U);
+    EXPECT_EQ(norv_umcb_read_32(&device, norv::board::reg_sources), 4U);
 }
 
 TEST_F(UmcbOnBoard, TheDriverReadsWhatTheProgramWrites) {
@@ -239,7 +239,7 @@ TEST_F(UmcbSourceOnBoard, AnEventThatWaitsIsClearedByTheWaitAndByNothingElse) {
 }
 
 TEST_F(UmcbSourceOnBoard, AnInterruptIsDeliveredWhileTheProgramWaits) {
-    const uint32_t before = norv_umcb_read_32(&device, board::reg_counts + 4);
+    const uint32_t before = norv_umcb_read_32(&device, norv::board::reg_counts + 4);
     EXPECT_EQ(norv_umcb_irq_enable(source), 0U);
     std::thread raiser([] {
         usleep(20000);
@@ -247,7 +247,7 @@ TEST_F(UmcbSourceOnBoard, AnInterruptIsDeliveredWhileTheProgramWaits) {
     });
     EXPECT_EQ(norv_umcb_irq_wait(source, 10000), 0U);
     raiser.join();
-    EXPECT_EQ(norv_umcb_read_32(&device, board::reg_counts + 4), before + 1);
+    EXPECT_EQ(norv_umcb_read_32(&device, norv::board::reg_counts + 4), before + 1);
 }
 
 TEST_F(UmcbSourceOnBoard, ADisabledSourceInterruptsOnlyWhenItIsEnabledAgain) {
@@ -309,16 +309,16 @@ TEST_F(UmcbSourceOnBoard, TheEventLoopServesASource) {
 
 // Takes interrupts one by one, and counts them in a register of the driver.
 void take_interrupts(norv_umcb_t** device, uint32_t number, int32_t source, uint32_t interrupts) {
-    const uint32_t before = norv_umcb_read_32(device, board::reg_counts + 4 * number);
+    const uint32_t before = norv_umcb_read_32(device, norv::board::reg_counts + 4 * number);
     const uint32_t cleared = umcb_number(source_file(number, "clears"));
     ASSERT_EQ(norv_umcb_irq_enable(source), 0U);
     raise_source(number, interrupts);
     for (uint32_t taken = 1; taken <= interrupts; ++taken) {
         ASSERT_EQ(norv_umcb_irq_wait(source, 10000), 0U) << taken;
-        ASSERT_GE(norv_umcb_read_32(device, board::reg_counts + 4 * number), before + taken);
+        ASSERT_GE(norv_umcb_read_32(device, norv::board::reg_counts + 4 * number), before + taken);
     }
     EXPECT_EQ(norv_umcb_irq_wait(source, 0), NORV_STATUS_TIMEOUT);
-    EXPECT_EQ(norv_umcb_read_32(device, board::reg_counts + 4 * number), before + interrupts);
+    EXPECT_EQ(norv_umcb_read_32(device, norv::board::reg_counts + 4 * number), before + interrupts);
     EXPECT_EQ(umcb_number(source_file(number, "clears")), cleared + interrupts);
     EXPECT_EQ(umcb_number(source_file(number, "pending")), 0U);
 }

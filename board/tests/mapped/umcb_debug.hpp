@@ -1,14 +1,13 @@
 // What the driver norv_board_umcb tells of its devices, and lets tests do to them.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <fstream>
 #include <string>
 
 #include "../support/attribute.hpp"
 
-namespace board {
+namespace norv::board {
 
 constexpr uint32_t reg_sources = 0x04;
 constexpr uint32_t reg_counts = 0x10;  // of source 0; those of the others follow
@@ -16,11 +15,11 @@ constexpr uint32_t reg_counts = 0x10;  // of source 0; those of the others follo
 inline const std::string umcb_debug = "/sys/kernel/debug/norv_board_umcb/";
 
 inline uint32_t umcb_number(const std::string& file) {
-    return static_cast<uint32_t>(std::stoul(norv::board::attribute(umcb_debug + file)));
+    return static_cast<uint32_t>(std::stoul(attribute(umcb_debug + file)));
 }
 
 inline bool umcb_flag(const std::string& file) {
-    return norv::board::attribute(umcb_debug + file) == "Y";
+    return attribute(umcb_debug + file) == "Y";
 }
 
 inline std::string source_file(uint32_t source, const std::string& file) {
@@ -33,10 +32,7 @@ inline void raise_source(uint32_t source, uint32_t count) {
 
 // A register as the driver sees it.
 inline uint32_t umcb_driver_register(uint32_t offset) {
-    std::array<uint32_t, 1024> page = {};
-    std::ifstream(umcb_debug + "registers", std::ios::binary)
-        .read(reinterpret_cast<char*>(page.data()), sizeof page);
-    return page[offset / 4];
+    return register_in(umcb_debug + "registers", offset);
 }
 
-}  // namespace board
+}  // namespace norv::board

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -17,6 +18,15 @@ inline std::string attribute(const std::string& path) {
     if (value.ends_with('\n')) {
         value.pop_back();
     }
+    return value;
+}
+
+// A 32-bit register of a page that a driver shows in this file, as the driver sees it.
+inline uint32_t register_in(const std::string& path, uint32_t offset) {
+    uint32_t value = 0;
+    std::ifstream page(path, std::ios::binary);
+    page.seekg(offset);
+    page.read(reinterpret_cast<char*>(&value), sizeof value);
     return value;
 }
 
