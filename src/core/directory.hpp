@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -13,8 +14,9 @@ namespace norv {
 // The entries of a directory in alphabetical order, released at the end of the scope.
 class directory_entries {
   public:
-    explicit directory_entries(const char* path)
-        : count_(scandir(path, &entries_, nullptr, alphasort)), status_(status_of(count_)) {}
+    // With a filter, only those for which it returns something else than 0.
+    explicit directory_entries(const char* path, int (*filter)(const dirent*) = nullptr)
+        : found_(scandir(path, &entries_, filter, alphasort)), status_(status_of(found_)) {}
     ~directory_entries() {
         for (const dirent* entry : *this) {
             // scandir(3) allocates them with the C library's malloc.
@@ -25,15 +27,16 @@ class directory_entries {
     directory_entries(const directory_entries&) = delete;
     directory_entries& operator=(const directory_entries&) = delete;
 
-    bool listed() const { return count_ >= 0; }
+    bool listed() const { return found_ >= 0; }
+    int count() const { return std::max(found_, 0); }
     // The errno status when the directory could not be listed.
     uint32_t status() const { return status_; }
     dirent* const* begin() const { return entries_; }
-    dirent* const* end() const { return entries_ + (listed() ? count_ : 0); }
+    dirent* const* end() const { return entries_ + count(); }
 
   private:
     dirent** entries_ = nullptr;
-    int count_;
+    int found_;  // negative when the directory could not be listed
     uint32_t status_;
 };
 

@@ -11,8 +11,10 @@
 #include <cstddef>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
+#include "core/list.hpp"
 #include "core/status.hpp"
 #include "core/transfer.hpp"
 #include "norv_base.h"
@@ -76,16 +78,12 @@ norv_linux_can_raw_t* channel_of(list_node* node) {
 }
 
 void link_first(norv_linux_can_t& can, norv_linux_can_raw_t& channel) {
-    list_node& head = can.channels;
-    channel.node = {head.next, &head};
-    head.next->prev = &channel.node;
-    head.next = &channel.node;
+    norv::insert_before(*can.channels.next, channel.node);
     channel.linked = 1;
 }
 
 void unlink(norv_linux_can_raw_t& channel) {
-    channel.node.prev->next = channel.node.next;
-    channel.node.next->prev = channel.node.prev;
+    norv::take_out(channel.node);
     channel.node = {nullptr, nullptr};
     channel.linked = 0;
 }
@@ -206,7 +204,7 @@ uint32_t add(norv_linux_can_t& can, const wanted_channel& wanted, norv_linux_can
 
 // Takes no lock, on purpose: callers keep adds apart from everything else.
 uint32_t find_or_add(norv_linux_can_t** can, const wanted_channel& wanted, norv_linux_can_raw_t** channel) {
-    if (can == nullptr || *can == nullptr) {
+    if (!norv::is_open(can)) {
         return NORV_STATUS_INVALID_ARG;
     }
     norv_linux_can_raw_t* found = find(**can, wanted.identifier);
@@ -241,7 +239,7 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
     }
     opened->owner = can;
     opened->interface_name = interface_name;  // the pointer, on purpose: callers may change the text
-    opened->channels = {&opened->channels, &opened->channels};
+    norv::make_empty(opened->channels);
     const uint32_t status = norv_mutex_init(&opened->lock);
     if (status != NORV_STATUS_OK) {
         norv_free(opened);
@@ -252,12 +250,12 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
 }
 
 void norv_linux_can_close(norv_linux_can_t** can) {
-    if (can == nullptr || *can == nullptr) {
+    norv_linux_can_t* context = norv::held(can);
+    if (context == nullptr) {
         return;
     }
-    norv_linux_can_t* context = *can;
     const uint32_t locked = norv_mutex_lock(&context->lock);
-    while (context->channels.next != &context->channels) {
+    while (!norv::is_empty(context->channels)) {
         norv_linux_can_raw_t* channel = channel_of(context->channels.next);
         unlink(*channel);
         release(channel);

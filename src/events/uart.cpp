@@ -8,6 +8,7 @@
 #include <cstddef>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/status.hpp"
 #include "core/transfer.hpp"
@@ -142,19 +143,14 @@ uint32_t open_port(norv_uart_t** uart, const char* path, const norv_uart_setting
     return status == NORV_STATUS_OK ? norv_uart_config(uart, settings) : status;
 }
 
-// The open port that a handle variable holds, null when it holds none.
-norv_uart_t* port_of(norv_uart_t** uart) {
-    return uart == nullptr ? nullptr : *uart;
-}
-
 uint32_t transfer(norv_uart_t** uart, void* buffer, uint32_t* length, int32_t timeout, bool write) {
-    const norv_uart_t* port = port_of(uart);
+    const norv_uart_t* port = norv::held(uart);
     return port == nullptr ? NORV_STATUS_INVALID_ARG
                            : norv::transfer_bytes(port->descriptor, buffer, length, timeout, write);
 }
 
 uint32_t set_modem_line(norv_uart_t** uart, int line, uint32_t high) {
-    const norv_uart_t* port = port_of(uart);
+    const norv_uart_t* port = norv::held(uart);
     if (port == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -163,7 +159,7 @@ uint32_t set_modem_line(norv_uart_t** uart, int line, uint32_t high) {
 }
 
 uint32_t get_modem_line(norv_uart_t** uart, int line, uint8_t* high) {
-    const norv_uart_t* port = port_of(uart);
+    const norv_uart_t* port = norv::held(uart);
     if (port == nullptr || high == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -198,7 +194,7 @@ uint32_t norv_uart_open(const char* path, const norv_uart_settings_t* settings, 
 }
 
 void norv_uart_close(norv_uart_t** uart) {
-    norv_uart_t* port = port_of(uart);
+    norv_uart_t* port = norv::held(uart);
     if (port == nullptr) {
         return;
     }
@@ -209,7 +205,7 @@ void norv_uart_close(norv_uart_t** uart) {
 }
 
 uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settings) {
-    norv_uart_t* port = port_of(uart);
+    norv_uart_t* port = norv::held(uart);
     if (port == nullptr || settings == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -228,7 +224,7 @@ uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settin
 }
 
 int32_t norv_uart_get_fd(norv_uart_t** uart) {
-    const norv_uart_t* port = port_of(uart);
+    const norv_uart_t* port = norv::held(uart);
     return port == nullptr ? -1 : port->descriptor;
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/status.hpp"
 #include "events/uevent_socket.hpp"
 #include "norv_uevent.h"
@@ -140,10 +141,6 @@ uint32_t prepare(norv_uevent_parse& parser, const norv_uevent_parse_settings_t& 
     return status;
 }
 
-norv_uevent_parse_t* parser_of(norv_uevent_parse_t** context) {
-    return context == nullptr ? nullptr : *context;
-}
-
 }  // namespace
 
 void parse_text(const char* text, parsed_event& event) {
@@ -199,7 +196,7 @@ uint32_t norv_uevent_parse_open(norv_uevent_parse_t** context, const norv_uevent
 }
 
 void norv_uevent_parse_close(norv_uevent_parse_t** context) {
-    norv_uevent_parse_t* parser = norv::parser_of(context);
+    norv_uevent_parse_t* parser = norv::held(context);
     if (parser == nullptr) {
         return;
     }
@@ -214,7 +211,7 @@ void norv_uevent_parse_close(norv_uevent_parse_t** context) {
 }
 
 uint32_t norv_uevent_parse_poll(norv_uevent_parse_t** context) {
-    norv_uevent_parse_t* parser = norv::parser_of(context);
+    norv_uevent_parse_t* parser = norv::held(context);
     if (parser == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -230,7 +227,7 @@ uint32_t norv_uevent_parse_poll(norv_uevent_parse_t** context) {
 }
 
 norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t** context, uint32_t filter) {
-    norv_uevent_parse_t* parser = norv::parser_of(context);
+    norv_uevent_parse_t* parser = norv::held(context);
     if (parser != nullptr) {
         __atomic_store_n(&parser->filter, filter, __ATOMIC_RELAXED);
     }
@@ -238,7 +235,7 @@ norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t** context,
 }
 
 uint32_t norv_uevent_parse_get_device(norv_uevent_parse_t** context, const norv_uevent_device_list_t** list) {
-    norv_uevent_parse_t* parser = norv::parser_of(context);
+    norv_uevent_parse_t* parser = norv::held(context);
     if (parser == nullptr || list == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -251,7 +248,7 @@ uint32_t norv_uevent_parse_get_device(norv_uevent_parse_t** context, const norv_
 }
 
 int32_t norv_uevent_parse_get_fd(norv_uevent_parse_t** context) {
-    const norv_uevent_parse_t* parser = norv::parser_of(context);
+    const norv_uevent_parse_t* parser = norv::held(context);
     return parser == nullptr ? -1 : parser->descriptor;
 }
 

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "core/layout.hpp"
+#include "core/list.hpp"
 #include "events/uevent_parse.hpp"
 
 static_assert(NORV_FOLLOWS(norv_uevent_link_t, next, prev) && offsetof(norv_uevent_link_t, next) == 0);
@@ -43,27 +44,6 @@ namespace {
 using text_field = char[NORV_UEVENT_TEXT_SIZE];
 
 constexpr size_t sys_length = 4;  // of "/sys"
-
-// ---- links
-
-void make_empty(norv_uevent_link_t& head) {
-    head = {&head, &head};
-}
-
-bool is_empty(const norv_uevent_link_t& head) {
-    return head.next == &head;
-}
-
-void append(norv_uevent_link_t& head, norv_uevent_link_t& link) {
-    link = {&head, head.prev};
-    head.prev->next = &link;
-    head.prev = &link;
-}
-
-void unlink(norv_uevent_link_t& link) {
-    link.prev->next = link.next;
-    link.next->prev = link.prev;
-}
 
 // ---- records
 
@@ -129,17 +109,17 @@ void append_child(norv_uevent_device_t& parent, const parsed_event& node) {
     join_text(child->devnode, "/dev/", node.devname);
     copy_text(child->parent_product_name, parent.product_name);
     copy_text(child->subsystem, node.subsystem);
-    append(parent.children, child->link);
+    insert_before(parent.children, child->link);
     ++parent.child_count;
 }
 
 void release_device(norv_uevent_device_t& device) {
     while (!is_empty(device.children)) {
         norv_uevent_link_t* child = device.children.next;
-        unlink(*child);
+        take_out(*child);
         norv_free(child);
     }
-    unlink(device.link);
+    take_out(device.link);
     norv_free(&device);
 }
 
@@ -174,7 +154,7 @@ bool append_device(norv_uevent_parse& parser, norv_uevent_device_t& device) {
     const list_lock lock(parser);
     if (lock.held()) {
         ++parser.list->count;
-        append(parser.list->devices, device.link);
+        insert_before(parser.list->devices, device.link);
     }
     return lock.held();
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
@@ -63,10 +64,6 @@ bool is_addressable(uint64_t address) {
 }
 
 // ---- the device
-
-bool is_closed(norv_emmc_flash_t* const* flash) {
-    return flash == nullptr || *flash == nullptr;
-}
 
 uint32_t find_geometry(norv_emmc_flash_t* flash) {
     int block_size = 0;
@@ -205,7 +202,7 @@ uint32_t norv_linux_emmc_flash_open(norv_emmc_flash_t** flash, const char* path)
 }
 
 void norv_linux_emmc_flash_close(norv_emmc_flash_t** flash) {
-    if (is_closed(flash)) {
+    if (!norv::is_open(flash)) {
         return;
     }
     norv_emmc_flash_t* closing = *flash;
@@ -215,7 +212,7 @@ void norv_linux_emmc_flash_close(norv_emmc_flash_t** flash) {
 }
 
 uint32_t norv_linux_emmc_flash_get_info(norv_emmc_flash_t** flash, norv_flash_info_t* info) {
-    if (is_closed(flash) || info == nullptr) {
+    if (!norv::is_open(flash) || info == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
     info->size = (*flash)->size;
@@ -226,7 +223,7 @@ uint32_t norv_linux_emmc_flash_get_info(norv_emmc_flash_t** flash, norv_flash_in
 
 uint32_t norv_linux_emmc_flash_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
                                     uint32_t* length) {
-    if (is_closed(flash) || buffer == nullptr || length == nullptr || *length == 0) {
+    if (!norv::is_open(flash) || buffer == nullptr || length == nullptr || *length == 0) {
         return NORV_STATUS_INVALID_ARG;
     }
     const ssize_t count = pread((*flash)->descriptor, buffer, *length, static_cast<off_t>(address));
@@ -239,7 +236,7 @@ uint32_t norv_linux_emmc_flash_read(norv_emmc_flash_t** flash, uint32_t address,
 
 uint32_t norv_linux_emmc_flash_write(norv_emmc_flash_t** flash, uint32_t address, const void* buffer,
                                      uint32_t* length) {
-    if (is_closed(flash) || buffer == nullptr || length == nullptr || *length == 0) {
+    if (!norv::is_open(flash) || buffer == nullptr || length == nullptr || *length == 0) {
         return NORV_STATUS_INVALID_ARG;
     }
     const ssize_t count = pwrite((*flash)->descriptor, buffer, *length, static_cast<off_t>(address));
@@ -256,7 +253,7 @@ uint32_t norv_linux_emmc_flash_erase_one_block(norv_emmc_flash_t** flash, uint32
 
 uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash, uint32_t address,
                                                        uint32_t* end) {
-    if (is_closed(flash)) {
+    if (!norv::is_open(flash)) {
         return NORV_STATUS_INVALID_ARG;
     }
     uint32_t status = check_area(*flash, address, end != nullptr ? *end : address);
@@ -277,7 +274,7 @@ uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash
 uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_t address, uint32_t length,
                                               norv_flash_cancel_fn cancel, norv_flash_progress_fn progress,
                                               void* user) {
-    if (is_closed(flash)) {
+    if (!norv::is_open(flash)) {
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t block = (*flash)->erase_block_size;
@@ -297,7 +294,7 @@ uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_
 uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
                                              uint32_t* length, norv_flash_cancel_fn cancel,
                                              norv_flash_progress_fn progress, void* user) {
-    if (is_closed(flash) || length == nullptr || (buffer == nullptr && *length != 0)) {
+    if (!norv::is_open(flash) || length == nullptr || (buffer == nullptr && *length != 0)) {
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t total = *length;
@@ -314,7 +311,7 @@ uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, 
                                                      uint32_t skip, const void* data, uint32_t* length,
                                                      norv_flash_cancel_fn cancel,
                                                      norv_flash_progress_fn progress, void* user) {
-    if (is_closed(flash) || length == nullptr || (data == nullptr && *length != 0)) {
+    if (!norv::is_open(flash) || length == nullptr || (data == nullptr && *length != 0)) {
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t unit = (*flash)->write_unit_size;

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "core/directory.hpp"
+#include "core/handle.hpp"
 #include "core/layout.hpp"
 #include "core/status.hpp"
 #include "flash/spi_flash.hpp"
@@ -24,33 +26,6 @@ namespace {
 int is_partition(const dirent* entry) {
     return fnmatch("mtd[0-9]", entry->d_name, 0) == 0 ? 1 : 0;
 }
-
-// The names of the partitions' nodes in /dev, sorted.
-class partition_names {
-  public:
-    partition_names() = default;
-    ~partition_names() {
-        for (int index = 0; index < count_; ++index) {
-            free(entries_[index]);
-        }
-        free(entries_);
-    }
-    partition_names(const partition_names&) = delete;
-    partition_names& operator=(const partition_names&) = delete;
-
-    uint32_t scan() {
-        const int found = scandir("/dev", &entries_, is_partition, alphasort);
-        count_ = std::max(found, 0);
-        return norv::status_of(found);
-    }
-
-    int count() const { return count_; }
-    const char* operator[](int index) const { return entries_[index]->d_name; }
-
-  private:
-    dirent** entries_ = nullptr;
-    int count_ = 0;
-};
 
 // Closes the first of the regions, and releases everything.
 void release(norv_spi_flash_t* flash, int32_t region_count) {
@@ -93,12 +68,14 @@ uint32_t append_region(norv_spi_flash_t* flash, const char* name) {
     return NORV_STATUS_OK;
 }
 
-uint32_t append_regions(norv_spi_flash_t* flash, const partition_names& names) {
-    uint32_t status = NORV_STATUS_OK;
-    for (int index = 0; index < names.count() && status == NORV_STATUS_OK; ++index) {
-        status = append_region(flash, names[index]);
+uint32_t append_regions(norv_spi_flash_t* flash, const norv::directory_entries& partitions) {
+    for (const dirent* partition : partitions) {
+        const uint32_t status = append_region(flash, partition->d_name);
+        if (status != NORV_STATUS_OK) {
+            return status;
+        }
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 // Moves bytes by one call of the MTD layer, up to the end of the region.
@@ -127,19 +104,18 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
         return NORV_STATUS_INVALID_ARG;
     }
     *flash = nullptr;
-    partition_names names;
-    uint32_t status = names.scan();
-    if (status != NORV_STATUS_OK) {
-        return status;
+    const norv::directory_entries partitions("/dev", is_partition);
+    if (partitions.status() != NORV_STATUS_OK) {
+        return partitions.status();
     }
-    norv_spi_flash_t* opened = allocate(names.count());
+    norv_spi_flash_t* opened = allocate(partitions.count());
     if (opened == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
-    status = append_regions(opened, names);
+    const uint32_t status = append_regions(opened, partitions);
     if (status != NORV_STATUS_OK) {
         // The regions that were never opened are zeros, which closing leaves alone.
-        release(opened, names.count());
+        release(opened, partitions.count());
         return status;
     }
     *flash = opened;
@@ -147,10 +123,10 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
 }
 
 void norv_linux_spi_flash_close(norv_spi_flash_t** flash) {
-    if (flash == nullptr || *flash == nullptr) {
+    norv_spi_flash_t* closed = norv::held(flash);
+    if (closed == nullptr) {
         return;
     }
-    norv_spi_flash_t* closed = *flash;
     *flash = nullptr;
     release(closed, closed->region_count);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "core/handle.hpp"
 #include "norv_linux_spi_flash.h"
 
 namespace norv {
@@ -62,8 +63,7 @@ inline uint32_t check_regions(const norv_spi_flash_t* flash, uint32_t status_of_
 }
 
 inline uint32_t check_open(norv_spi_flash_t* const* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {
-    const bool open = flash != nullptr && *flash != nullptr;
-    return open ? check_regions(*flash, status_of_none) : NORV_STATUS_INVALID_ARG;
+    return is_open(flash) ? check_regions(*flash, status_of_none) : NORV_STATUS_INVALID_ARG;
 }
 
 }  // namespace norv

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "mapped/class_device.hpp"
 #include "norv_base.h"
 
@@ -14,11 +16,6 @@ namespace norv {
 struct pci_configuration {
     int32_t descriptor;
 };
-
-template <typename device>
-bool is_open(device** handle) {
-    return handle != nullptr && *handle != nullptr;
-}
 
 template <typename device>
 uint32_t allocate_handle(uint32_t index, device** handle) {
@@ -61,6 +58,17 @@ void run_close_hook(device** handle) {
     if (operations != nullptr && operations->close != nullptr) {
         operations->close(handle);
     }
+}
+
+// Fills the identity of a PCI device from the "uevent" file of its class. The path has room for `path_size`
+// characters with its NUL: that of a number of 10 digits is cut, which is kept.
+template <size_t path_size, typename device>
+uint32_t read_pci_info(const char* device_class, device** handle, norv_uio_info_t* info) {
+    char path[path_size];
+    snprintf(path, sizeof path, "/sys/class/%s/%s%d/device/uevent", device_class, device_class,
+             static_cast<int32_t>((*handle)->node.index));
+    info->kind = (*handle)->kind;
+    return read_pci_identity(path, info);
 }
 
 // The last step of closing, when nothing is mapped any more.

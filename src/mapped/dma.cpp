@@ -8,10 +8,12 @@
 #include <cstddef>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
+#include "mapped/dma_driver.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 
@@ -31,62 +33,7 @@ static_assert(sizeof(void*) != 8 || sizeof(norv_linux_dma) == 48);
 
 namespace {
 
-// ---- the driver's interface; it has no header of its own
-
-enum allocation_type : uint32_t {
-    type_default = 0,
-    type_kmalloc = 1,
-    type_cma = 2,
-    type_user_pointer = 3,
-    type_reserved = 4,
-    type_adopted = 5,  // the library's own: the driver is not asked
-};
-
-struct create_request {
-    uint64_t size;
-    uint32_t type;
-    uint32_t reserved;
-    int32_t descriptor;
-    uint32_t padding;
-    uint64_t address;
-};
-
-struct lock_request {
-    int32_t descriptor;
-    uint32_t count;
-};
-
-struct entries_request {
-    int32_t descriptor;
-    uint32_t count;
-    uint64_t array;
-};
-
-struct sync_request {
-    int32_t descriptor;
-    uint32_t direction;
-    uint32_t value32;
-    uint32_t padding;
-    uint64_t value64;
-};
-
-static_assert(sizeof(create_request) == 32 && offsetof(create_request, type) == 8 &&
-              offsetof(create_request, reserved) == 12 && offsetof(create_request, descriptor) == 16 &&
-              offsetof(create_request, address) == 24);
-static_assert(sizeof(lock_request) == 8 && offsetof(lock_request, count) == 4);
-static_assert(sizeof(entries_request) == 16 && offsetof(entries_request, count) == 4 &&
-              offsetof(entries_request, array) == 8);
-static_assert(sizeof(sync_request) == 24 && offsetof(sync_request, direction) == 4 &&
-              offsetof(sync_request, value32) == 8 && offsetof(sync_request, value64) == 16);
-
-constexpr unsigned long request_create = _IOWR('U', 0, create_request);
-constexpr unsigned long request_lock = _IOWR('U', 1, lock_request);
-constexpr unsigned long request_unlock = _IOW('U', 2, int32_t);
-constexpr unsigned long request_entries = _IOWR('U', 3, entries_request);
-constexpr unsigned long request_sync = _IOW('U', 4, sync_request);
-
-static_assert(request_create == 0xC0205500 && request_lock == 0xC0085501 && request_unlock == 0x40045502 &&
-              request_entries == 0xC0105503 && request_sync == 0x40185504);
+using namespace norv::dma_driver;
 
 // Start goes with read and end with write on purpose; callers open and close every transfer like this.
 constexpr uint64_t start_of_transfer = DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ;
@@ -95,10 +42,6 @@ constexpr uint64_t end_of_transfer = DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE;
 static_assert(DMA_BUF_IOCTL_SYNC == 0x40086200 && start_of_transfer == 1 && end_of_transfer == 6);
 
 // ---- the buffer that a caller's variable holds
-
-norv_linux_dma* held(norv_linux_dma_t** buffer) {
-    return buffer != nullptr ? *buffer : nullptr;
-}
 
 void release_handle(norv_linux_dma_t** buffer) {
     norv_free(*buffer);
@@ -233,7 +176,7 @@ uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint6
 // Leaves the mapping and the entries alone on purpose: a mapping outlives its buffer, and callers unmap and
 // unlock first.
 void norv_linux_dma_destroy(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = held(buffer);
+    norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return;
     }
@@ -248,7 +191,7 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
         return NORV_STATUS_INVALID_ARG;
     }
     *memory = nullptr;
-    norv_linux_dma* const held_buffer = held(buffer);
+    norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -259,7 +202,7 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
 }
 
 uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = held(buffer);
+    norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -275,7 +218,7 @@ uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
 }
 
 uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint64_t* count) {
-    norv_linux_dma* const held_buffer = held(buffer);
+    norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr || entries == nullptr || count == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -296,7 +239,7 @@ uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint
 }
 
 uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = held(buffer);
+    norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -306,7 +249,7 @@ uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
 }
 
 uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end) {
-    const norv_linux_dma* const held_buffer = held(buffer);
+    const norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -316,7 +259,7 @@ uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end) {
 
 uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint64_t value64,
                                 uint32_t value32) {
-    const norv_linux_dma* const held_buffer = held(buffer);
+    const norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -325,6 +268,6 @@ uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint6
 }
 
 int32_t norv_linux_dma_get_fd(norv_linux_dma_t** buffer) {
-    const norv_linux_dma* const held_buffer = held(buffer);
+    const norv_linux_dma* const held_buffer = norv::held(buffer);
     return held_buffer != nullptr ? held_buffer->descriptor : -1;
 }

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "core/descriptor.hpp"
 #include "core/status.hpp"
@@ -78,11 +77,7 @@ uint32_t disable_irq(norv_uio_t** uio) {
 }
 
 uint32_t get_info(norv_uio_t** uio, norv_uio_info_t* info) {
-    char path[42];  // the path of a number of 10 digits is cut: kept
-    snprintf(path, sizeof path, "/sys/class/uio/uio%d/device/uevent",
-             static_cast<int32_t>((*uio)->node.index));
-    info->kind = (*uio)->kind;
-    return norv::read_pci_identity(path, info);
+    return norv::read_pci_info<42>(norv::uio_class, uio, info);
 }
 
 constexpr norv_uio_ops_t pci_ops = {open_configuration, close_configuration, map,     unmap,

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstdio>
 
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
@@ -57,11 +56,7 @@ constexpr char umcb_class[] = "umcb";
 // ---- the operations of PCI devices
 
 uint32_t get_pci_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
-    char path[44];  // the path of a number of 10 digits is cut: kept
-    snprintf(path, sizeof path, "/sys/class/umcb/umcb%d/device/uevent",
-             static_cast<int32_t>((*umcb)->node.index));
-    info->kind = (*umcb)->kind;
-    return norv::read_pci_identity(path, info);
+    return norv::read_pci_info<44>(umcb_class, umcb, info);
 }
 
 constexpr norv_umcb_ops_t pci_ops = {nullptr, nullptr, get_pci_info};
