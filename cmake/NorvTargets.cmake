@@ -43,6 +43,13 @@ function(norv_program name)
     target_link_libraries(${name} PRIVATE norv_io_linux norv_warnings)
 endfunction()
 
+# norv_test_program(NAME SOURCES...): a program of GoogleTest's. The library in it is optimised as ever; optimising the
+# tests themselves would only double the time that they take to compile.
+function(norv_test_program name)
+    norv_program(${name} ${ARGN})
+    target_compile_options(${name} PRIVATE -O0)
+endfunction()
+
 # norv_overlays(PROGRAM SOURCE.dts...): compiles device-tree overlays into the build directory, for a program.
 function(norv_overlays program)
     find_program(NORV_DTC dtc REQUIRED)
