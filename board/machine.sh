@@ -5,12 +5,12 @@
 # `machine_command ACCELERATOR REQUEST VERSION LOG` fills the array `machine` with the emulator's
 # command line. REQUEST is the directory of this run (see board/run), LOG takes the kernel's messages.
 machine_command() {
-    local accelerator=$1 request=$2 version=$3 log=$4 console
+    local accelerator=$1 request=$2 version=$3 log=$4 kernel_parameters
     "machine_of_$architecture" "$accelerator"
     machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -smp 2 -m 1024 -nic none)
     machine+=(-kernel "$(kernel_directory "$version")/boot/vmlinux" -initrd "$(initramfs_file)")
     # An oops ends the machine: nothing that a broken kernel says afterwards can be trusted.
-    machine+=(-append "console=$console oops=panic panic=-1")
+    machine+=(-append "$kernel_parameters oops=panic panic=-1")
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")" -serial chardev:console)
     machine_streams "$request"
     machine_shares "$request"
@@ -18,7 +18,7 @@ machine_command() {
 }
 
 machine_of_x86_64() {
-    console=ttyS0
+    kernel_parameters=console=ttyS0
     machine=(qemu-system-x86_64 -machine pc -accel "$1")
     case $1 in
         kvm) machine+=(-cpu host) ;;
@@ -27,9 +27,10 @@ machine_of_x86_64() {
 }
 
 # The core of a ZynqMP. The console is not a 16550 there: one that is wired to nothing takes the name ttyS0, so that the
-# others have the names that they have everywhere.
+# others have the names that they have everywhere. Of its buffer spidev, which is part of that kernel, takes 128 bytes
+# for the smallest of transfers.
 machine_of_arm64() {
-    console=ttyAMA0
+    kernel_parameters="console=ttyAMA0 spidev.bufsiz=65536"
     machine=(qemu-system-aarch64 -machine virt -accel "$1" -cpu cortex-a53)
     machine+=(-chardev null,id=unused -device pci-serial,chardev=unused)
 }

@@ -1,9 +1,9 @@
 /*
  * Writes an image into the flash of a board, over bad blocks, and verifies it.
  *
- *     flash_update [START END [IMAGE [STATE]]]      default: 0 0x200000 /proc/self/exe
- * /tmp/flash_update.state
+ *     flash_update [START END [IMAGE [STATE]]]
  *
+ * Without arguments: 0 0x200000 /proc/self/exe /tmp/flash_update.state.
  * START and END bound the area in bytes; START is a multiple of the erase block size. The image may be
  * smaller than the area, whose other good blocks take the place of bad ones. Ctrl-C stops the update, and so
  * may a power cut: the file STATE remembers the last block that was written and verified, and the same

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "../support/attribute.hpp"
+
 namespace {
 
 using namespace std::string_literals;
@@ -134,15 +136,17 @@ TEST_F(SpiOnBoard, WithoutAReceiveBufferTheBytesAreOnlySent) {
     EXPECT_EQ(seen(0, "wire"), "out");
 }
 
-TEST_F(SpiOnBoard, FourKilobytesAreTheMostThatOneMessageMoves) {
+TEST_F(SpiOnBoard, TheBufferOfSpidevIsTheMostThatOneMessageMoves) {
     open(0, eight_bits);
-    const std::string sent(4097, 'x');
-    std::string received(4097, '-');
-    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), 4097),
+    const size_t most = std::stoul(norv::board::attribute("/sys/module/spidev/parameters/bufsiz"));
+    const auto length = static_cast<uint32_t>(most);
+    const std::string sent(most + 1, 'x');
+    std::string received(most + 1, '-');
+    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), length + 1),
               NORV_STATUS_ERRNO_BASE + EMSGSIZE);
     EXPECT_EQ(selections_since_open(0), 0U);
-    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), 4096), 0U);
-    EXPECT_EQ(received, std::string(4096, 'x') + "-");
+    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), length), 0U);
+    EXPECT_EQ(received, std::string(most, 'x') + "-");
 }
 
 TEST_F(SpiOnBoard, AControllerWithSixteenBitsSendsTheHighByteFirst) {
