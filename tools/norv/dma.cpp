@@ -48,10 +48,13 @@ struct releaser {
 };
 using process_memory = std::unique_ptr<void, releaser>;
 
-// Whole pages, as drivers insist on them.
+// Whole pages, as drivers insist on them. Null when there is no such memory.
 process_memory pages(uint64_t size) {
-    const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    return process_memory{std::aligned_alloc(page, (size + page - 1) / page * page)};
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    if (size > SIZE_MAX - page) {
+        return nullptr;
+    }
+    return process_memory{std::aligned_alloc(page, (static_cast<size_t>(size) + page - 1) / page * page)};
 }
 
 class buffer {

@@ -206,7 +206,7 @@ struct read {
         operation reading{opened, "read", address, length};
         const uint32_t status = norv_linux_flash_continue_read(
             opened.get(), address, data.data(), &count, operation::is_cancelled, operation::step, &reading);
-        data.resize(reading.done());
+        data.resize(static_cast<size_t>(reading.done()));
         store(file, data, append);
         if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
             report_cancelled(
