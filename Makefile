@@ -21,7 +21,7 @@ demo: build ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak cross board-arm64 ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, ARM
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
