@@ -15,7 +15,8 @@ FUZZ_SECONDS ?= 30
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
-demo: build ## Boot the virtual board and show the library at work on a real kernel
+demo: setup ## Boot the virtual board and show the library at work on a real kernel
+	@tools/build release demo
 	@tools/demo build/release
 
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
