@@ -103,33 +103,6 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     cmp "$image" "$image.back"
 }
 
-@test "flash: CtrlCCancelsAnEraseAndTheCommandThatIsToldGoesOn" {
-    random 100000
-    norv flash write --yes --address 0x880000 "$image"
-    norv flash write --yes --address 0xF80000 "$image"
-    norv_in_background flash erase --yes --address 0x900000 --length 0x700000
-    appears "erase: 10 %"
-    interrupt_background
-    background_ends 1
-    appears "this goes on:"
-    go_on
-    norv flash read "$image.back" --address 0x900000 --length 0x700000
-    [[ -z $(tr -d '\377' <"$image.back") ]]
-    holds 0x880000 100000
-}
-
-@test "flash: CtrlCCancelsAWriteToAnEmmcAndTheCommandThatIsToldGoesOn" {
-    wait_for_card
-    random 12000000
-    norv_in_background flash write --yes --emmc $card --address 0x100000 "$image"
-    appears "write: 10 %"
-    interrupt_background
-    background_ends 1
-    appears "bytes are written and verified; this goes on:"
-    go_on
-    cmp --bytes 12000000 --ignore-initial 0x100000:0 $card "$image"
-}
-
 @test "flash: AnEmmcKeepsWhatIsBehindTheFile" {
     wait_for_card
     tr '\0' x </dev/zero | head -c 400000 | dd of=$card conv=fsync status=none
