@@ -38,7 +38,6 @@ class pseudo_terminal {
             grantpt(far_end_) == 0 && unlockpt(far_end_) == 0 && ptsname_r(far_end_, path, sizeof path) == 0,
             "posix_openpt");
         succeed(norv_uart_open(path, &settings, &port_));
-        descriptor_ = norv_uart_get_fd(&port_);
     }
     ~pseudo_terminal() {
         norv_uart_close(&port_);
@@ -48,7 +47,7 @@ class pseudo_terminal {
     pseudo_terminal& operator=(const pseudo_terminal&) = delete;
 
     norv_uart_t** port() { return &port_; }
-    int descriptor() const { return descriptor_; }
+    int descriptor() { return norv_uart_get_fd(&port_); }
 
     // The far end sends back what it gets.
     void echo() const {
@@ -60,7 +59,6 @@ class pseudo_terminal {
   private:
     int far_end_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     norv_uart_t* port_ = nullptr;
-    int descriptor_ = -1;
 };
 
 void bare_exchange(const pseudo_terminal& terminal, int descriptor) {
@@ -80,7 +78,7 @@ void exchange(const pseudo_terminal& terminal, norv_uart_t** port) {
 
 // The kernel's worker that carries the bytes over answers ten times faster in the first tenth of a second
 // than afterwards, which the contender that comes first would have to itself.
-void settle(const pseudo_terminal& terminal) {
+void settle(pseudo_terminal& terminal) {
     for (int round = 0; round < 5000; ++round) {
         bare_exchange(terminal, terminal.descriptor());
     }

@@ -200,13 +200,15 @@ class InterruptedEvent : public Event {
     }
     ~InterruptedEvent() override { sigaction(SIGUSR1, &previous, nullptr); }
 
-    // Until the thread goes to sleep again. One that was only about to sleep is not disturbed by a signal.
+    // Until the thread goes to sleep again. One that was only about to sleep is not disturbed by a signal;
+    // one whose wait has ended does not sleep any more, for which ten seconds are more than enough.
     static void interrupt(std::thread& thread) {
         const int waits = futex_waits;
-        while (futex_waits == waits) {
+        for (int tries = 0; futex_waits == waits && tries < 10000; ++tries) {
             pthread_kill(thread.native_handle(), SIGUSR1);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
+        EXPECT_GT(futex_waits, waits) << "the signal ended the wait";
         EXPECT_GT(signals, 0);
     }
 
