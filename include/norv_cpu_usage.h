@@ -54,8 +54,9 @@ NORV_API uint32_t norv_cpu_usage_open(norv_cpu_usage_t* cpu);
  *
  * @param cpu  not null
  * @return 0; NORV_STATUS_INVALID_ARG when `cpu` is null; NORV_STATUS_BAD_STATE when it is closed; the errno
- *         status of fflush(3), fseek(3) or fgets(3); NORV_STATUS_PARSE_ERROR when the line does not hold ten
- *         numbers; after a failure the record is as it was, and the next update counts from the sample before
+ *         status of fgets(3), not that of a failed fflush(3) or fseek(3); NORV_STATUS_PARSE_ERROR when the
+ *         line does not hold ten numbers; after a failure the record is as it was, and the next update counts
+ *         from the sample before
  *
  * Does not block.
  */

@@ -61,9 +61,9 @@ NORV_API uint32_t norv_net_usage_open(norv_net_usage_t* net, const char* ifname)
  *
  * @param net  not null
  * @return 0; NORV_STATUS_INVALID_ARG when `net` is null; NORV_STATUS_BAD_STATE when it is closed; the errno
- *         status of fflush(3), fseek(3) or fgets(3); NORV_STATUS_NOT_FOUND when no line has the name;
- *         NORV_STATUS_PARSE_ERROR when its line does not hold 16 numbers; after a failure the record is as it
- *         was, and the next update counts from the sample before
+ *         status of fgets(3), not that of a failed fflush(3) or fseek(3); NORV_STATUS_NOT_FOUND when no line
+ *         has the name; NORV_STATUS_PARSE_ERROR when its line does not hold 16 numbers; after a failure the
+ *         record is as it was, and the next update counts from the sample before
  *
  * Does not block.
  */

@@ -25,9 +25,10 @@ inline void close_stream(FILE*& stream) {
 }
 
 // Goes back to the start so that the kernel is asked anew: without the flush the C library would repeat what
-// it still has in its buffer.
-inline uint32_t rewind_stream(FILE* stream) {
-    return fflush(stream) == 0 && fseek(stream, 0, SEEK_SET) == 0 ? NORV_STATUS_OK : errno_status();
+// it still has in its buffer. A failure is not reported, on purpose: only that of the read that follows is.
+inline void rewind_stream(FILE* stream) {
+    fflush(stream);
+    fseek(stream, 0, SEEK_SET);
 }
 
 // Reads a line with its newline, cut after 255 characters. The line is empty at the end of the file, and

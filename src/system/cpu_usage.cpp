@@ -36,10 +36,8 @@ uint32_t busy_share(uint32_t idle, uint32_t total) {
 
 uint32_t read_times(FILE* file, uint32_t (&times)[time_count]) {
     char line[norv::line_size];
-    uint32_t status = norv::rewind_stream(file);
-    if (status == NORV_STATUS_OK) {
-        status = norv::read_line(file, line);
-    }
+    norv::rewind_stream(file);
+    const uint32_t status = norv::read_line(file, line);
     if (status != NORV_STATUS_OK) {
         return status;
     }

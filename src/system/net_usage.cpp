@@ -43,7 +43,8 @@ const char* counters_of(char* line, const char* ifname) {
 
 // Finds the interface's line; `counters` points into `line`.
 uint32_t find_interface(const norv_net_usage_t* net, char (&line)[norv::line_size], const char*& counters) {
-    uint32_t status = norv::rewind_stream(net->file);
+    uint32_t status = NORV_STATUS_OK;
+    norv::rewind_stream(net->file);
     while (status == NORV_STATUS_OK) {
         status = norv::read_line(net->file, line);
         if (status == NORV_STATUS_OK && line[0] == '\0') {
