@@ -45,7 +45,9 @@ typedef struct {
  * whatever it is: any speed that is neither "high-speed" nor "super-speed" is the state 1, "super-speed-plus"
  * too.
  *
- * @param name   the controller's directory below /sys/class/udc; not null
+ * @param name   the controller's directory below /sys/class/udc; not null. It becomes part of a path, which
+ *               is truncated after 255 characters: a name with "/" or ".." leads to another file, so do not
+ *               pass one from an untrusted source
  * @param state  receives NORV_USB_PERIPH_...; not null; untouched on failure
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the status of `norv_read_device`, for instance
  *         NORV_STATUS_NOT_FOUND: no such controller
@@ -80,8 +82,8 @@ NORV_API uint32_t norv_get_uptime(uint32_t* seconds);
 /**
  * Tells the size of an eMMC or SD card: reads /sys/class/block/mmcblkN/size, in sectors of 512 bytes.
  *
- * Of the text 15 bytes are read at most and the last one is cut, whatever it is; the number of sectors is
- * kept with 32 bits and sign, so cards end at 1 TiB.
+ * At most 15 bytes of the text are read and the last one is dropped, whatever it is; the number of sectors is
+ * kept as a signed 32-bit number, so the size of a card of 1 TiB or more is wrong.
  *
  * @param index      N; printed signed
  * @param megabytes  receives the size in units of 1000000 bytes, rounded down; not null; untouched on failure

@@ -4,7 +4,10 @@
  * disconnecting by software.
  *
  * The state is read through a descriptor that the caller keeps open, so that it can be asked again cheaply.
- * All other calls go by the controller's name and leave nothing open.
+ * All other calls take the controller's name and leave nothing open.
+ *
+ * The name becomes part of a path, which is truncated after 255 characters: a name with "/" or ".." leads to
+ * another file, which `norv_usb_gadget_connect` would write. Do not pass a name from an untrusted source.
  *
  *     int32_t gadget;
  *     uint32_t state;

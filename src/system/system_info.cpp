@@ -30,7 +30,7 @@ class short_text {
         return status;
     }
     bool is(const char* word) const { return strcasecmp(bytes_, word) == 0; }
-    int32_t number() const { return static_cast<int32_t>(strtoll(bytes_, nullptr, 10)); }
+    int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
 
   private:
     static constexpr uint32_t text_limit = 15;
@@ -87,6 +87,7 @@ uint32_t norv_get_usb_periph_state(const char* name, uint32_t* state) {
         return NORV_STATUS_INVALID_ARG;
     }
     short_text configuration;
+    // The name is not looked at, on purpose: one with "/" or ".." leads elsewhere.
     uint32_t status = configuration.read("/sys/class/udc/%s/state", name);
     if (status != NORV_STATUS_OK) {
         return status;
@@ -136,7 +137,8 @@ uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
     short_text sectors;
     const uint32_t status = sectors.read("/sys/class/block/mmcblk%d/size", index);
     if (status == NORV_STATUS_OK) {
-        // 32 bits with sign, on purpose: 2^31 sectors and more become negative.
+        // 32 bits with sign, on purpose: 2^31 sectors and more become negative, or 2^31 - 1 where a long has
+        // 32 bits too.
         *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
     }
     return status;

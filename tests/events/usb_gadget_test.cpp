@@ -68,6 +68,17 @@ TEST_F(UsbGadget, AControllerThatDoesNotExistIsNotFound) {
     EXPECT_EQ(descriptor, -1);
 }
 
+TEST_F(UsbGadget, ANameWithDotsLeadsToAnotherFile) {
+    kernel.add_file("/sys/class/leds/red/soft_connect");
+    EXPECT_EQ(norv_usb_gadget_connect("../leds/red", 1), 0U);
+    EXPECT_THAT(kernel.content("/sys/class/leds/red/soft_connect"), "connect");
+}
+
+TEST_F(UsbGadget, ALongNameTruncatesThePath) {
+    EXPECT_EQ(norv_usb_gadget_open(std::string(300, 'n').c_str(), &descriptor), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(kernel.calls("open").at(0).path, "/sys/class/udc/" + std::string(240, 'n'));
+}
+
 TEST_F(UsbGadget, ClosingADescriptorThatIsNotAbove0ClosesNothing) {
     norv_usb_gadget_close(0);
     norv_usb_gadget_close(-1);
