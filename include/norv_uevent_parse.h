@@ -90,9 +90,9 @@ typedef struct {
     norv_uevent_link_t link; /**< the place in the device's list: the record begins with it */
     uint32_t major;          /**< number of the device node; 0xFFFFFFFF where the kernel gave none */
     uint32_t minor;          /**< its second number, likewise */
-    char syspath[NORV_UEVENT_TEXT_SIZE];             /**< the directory in sysfs */
-    char subsystem[NORV_UEVENT_TEXT_SIZE];           /**< "input", "video4linux" or "sound" */
-    char devnode[NORV_UEVENT_TEXT_SIZE];             /**< "/dev/video0" */
+    char syspath[NORV_UEVENT_TEXT_SIZE];   /**< the directory in sysfs */
+    char subsystem[NORV_UEVENT_TEXT_SIZE]; /**< "input", "video4linux" or "sound"; empty for another node */
+    char devnode[NORV_UEVENT_TEXT_SIZE];   /**< "/dev/video0" */
     char parent_product_name[NORV_UEVENT_TEXT_SIZE]; /**< what the device calls itself */
 } norv_uevent_child_t;
 
@@ -128,9 +128,17 @@ typedef struct {
 
 /**
  * Opens the uevent socket, as `norv_uevent_open` does, and with NORV_UEVENT_FILTER_USB fills the list: reads
- * the "uevent" files below each root hub of /sys/bus/usb/devices, and tells the handler of each device and
+ * the "uevent" files below each root hub of /sys/bus/usb/devices, and calls the handler for each device and
  * node. What cannot be read is passed over. Directories are walked in the order in which the kernel lists
  * them, which decides the order of the list.
+ *
+ * Unlike a message, a file makes a child of any node. One with "input", "video" or "snd" in its name gets the
+ * subsystem "input", "video4linux" or "sound"; any other node (hidraw0, ttyUSB0, sda) is a child with an
+ * empty subsystem, and as a device keeps its first node only, it may take the place of a camera, input or
+ * sound node that is found later.
+ *
+ * A file that contains OF_NAME is not used: a device that the device tree describes, as it does the root hubs
+ * of on-chip controllers and hubs on the board, is not listed by open, but by an "add" message.
  *
  * @param context   receives the context before the handler is told of anything; not null; what it held is
  *                  overwritten; null after any failure, with everything released
@@ -156,11 +164,13 @@ NORV_API void norv_uevent_parse_close(norv_uevent_parse_t** context);
 /**
  * Applies every message that waits, and tells the handler what came of it.
  *
- * An "add" of a USB device appends a record; nothing checks whether there is one of that path already. An
- * "add" of an input, video4linux or sound node with a name appends a child, by the rules above; a video node
- * only if `_v4l2_check_valid` finds that it captures. A "remove" of a USB device releases the records that go
- * with it; that of a node changes nothing. With NORV_UEVENT_FILTER_DISPLAY a "change" of a "drm_minor" is
- * told. Everything else is ignored, and so is what there is no memory for.
+ * An "add" of a USB device appends a record; nothing checks whether there is one of that path already, so an
+ * "add" that was asked for (`udevadm trigger --action=add`, "add" written to a "uevent" file) lists a device
+ * twice: compare the paths. An "add" of an input, video4linux or sound node with a name appends a child, by
+ * the rules above; a video node only if `_v4l2_check_valid` finds that it captures. A "remove" of a USB
+ * device releases the records that go with it; that of a node changes nothing. With
+ * NORV_UEVENT_FILTER_DISPLAY a "change" of a "drm_minor" is reported. Everything else is ignored, and so is
+ * what there is no memory for.
  *
  * When messages come faster than they are polled, the kernel drops some. That is not reported; the poll ends,
  * and the descriptor is still readable if later messages wait. To get the list right again, close and open.

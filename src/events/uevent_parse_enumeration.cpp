@@ -57,15 +57,15 @@ void parse_lines(char* text, size_t size, parsed_event& event) {
     }
 }
 
-// The subsystem of a node by its name, null for one that is not tracked.
-const char* subsystem_of(const char* devname) {
-    if (norv_strstr(devname, "input") != nullptr) {
+// The subsystem of a node by its name. Any other node has what its file says: the kernel writes none there.
+const char* subsystem_of(const parsed_event& node) {
+    if (norv_strstr(node.devname, "input") != nullptr) {
         return "input";
     }
-    if (norv_strstr(devname, "video") != nullptr) {
+    if (norv_strstr(node.devname, "video") != nullptr) {
         return "video4linux";
     }
-    return norv_strstr(devname, "snd") != nullptr ? "sound" : nullptr;
+    return norv_strstr(node.devname, "snd") != nullptr ? "sound" : node.subsystem;
 }
 
 void add_found(norv_uevent_parse& parser, parsed_event& found) {
@@ -75,10 +75,9 @@ void add_found(norv_uevent_parse& parser, parsed_event& found) {
         add_device(parser, found);
         return;
     }
-    found.subsystem = subsystem_of(found.devname);
-    if (found.subsystem != nullptr) {
-        add_child(parser, found);
-    }
+    // A node of any kind, on purpose, where a message's node must be of a tracked subsystem.
+    found.subsystem = subsystem_of(found);
+    add_child(parser, found);
 }
 
 // Reads the "uevent" file of a directory into the receive buffer; tells whether it describes a node.

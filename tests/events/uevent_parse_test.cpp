@@ -461,6 +461,11 @@ TEST_F(OpenUeventParse, OnlyTheExactDeviceTypeIsADevice) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
+TEST_F(OpenUeventParse, AMessageAboutADeviceOfTheDeviceTreeListsIt) {
+    receive(uevent_message("add", "/devices/a", {"OF_NAME=hub", "DEVTYPE=usb_device"}));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
+}
+
 TEST_F(OpenUeventParse, TheSubsystemOfADeviceDoesNotMatter) {
     receive(uevent_message("add", "/devices/a", {"SUBSYSTEM=other", "DEVTYPE=usb_device"}));
     EXPECT_STREQ(device(0).subsystem, "other");
@@ -1070,12 +1075,48 @@ TEST_F(UeventParseFoundDevice, ANameWithVideoAndSndIsAVideoNode) {
     EXPECT_EQ(child_subsystem(), "video4linux");
 }
 
-TEST_F(UeventParseFoundDevice, ANodeOfAnotherKindIsNotTaken) {
-    bus.add_node("usb1/1-1/1-1:1.0/tty/ttyUSB0", "ttyUSB0");
-    bus.add_node("usb1/1-1/1-1:1.0/hidraw/hidraw0", "hidraw0");
+TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindBecomesItsChildWithoutASubsystem) {
+    bus.add_node("usb1/1-1/1-1:1.0/tty/ttyUSB0", "ttyUSB0", "188", "0");
     ASSERT_EQ(open(), 0U);
-    EXPECT_EQ(child_subsystem(), "none");
-    EXPECT_THAT(parser.calls, SizeIs(1));
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_EQ(child().major, 188U);
+    EXPECT_EQ(child().minor, 0U);
+    EXPECT_STREQ(child().syspath, "/sys/devices/pci0/usb1/1-1/1-1:1.0/tty/ttyUSB0");
+    EXPECT_STREQ(child().subsystem, "");
+    EXPECT_STREQ(child().devnode, "/dev/ttyUSB0");
+    EXPECT_THAT(parser.told(), ElementsAre("-1 /sys/devices/pci0/usb1/1-1", "-1 /sys/devices/pci0/usb1/1-1"));
+}
+
+TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindHasTheSubsystemOfItsFile) {
+    bus.add_uevent("usb1/1-1/1-1:1.0/tty/ttyUSB0", lines({"DEVNAME=ttyUSB0", "SUBSYSTEM=tty"}));
+    ASSERT_EQ(open(), 0U);
+    EXPECT_EQ(child_subsystem(), "tty");
+}
+
+TEST_F(UeventParseFoundDevice, ANodeThatItsFileCallsAVideoNodeMustCapture) {
+    kernel.add_device("/dev/camera0", std::make_shared<video_node>(false));
+    kernel.add_device("/dev/camera1", std::make_shared<video_node>(true));
+    bus.add_uevent("usb1/1-1/1-1:1.0/camera0", lines({"DEVNAME=camera0", "SUBSYSTEM=video4linux"}));
+    bus.add_uevent("usb1/1-1/1-1:1.0/camera1", lines({"DEVNAME=camera1", "SUBSYSTEM=video4linux"}));
+    ASSERT_EQ(open(), 0U);
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_STREQ(child().devnode, "/dev/camera1");
+}
+
+TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindThatComesFirstLeavesNoRoomForAnInput) {
+    bus.add_node("usb1/1-1/1-1:1.0/hidraw/hidraw0", "hidraw0");
+    bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
+    ASSERT_EQ(open(), 0U);
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_STREQ(child().devnode, "/dev/hidraw0");
+}
+
+TEST_F(UeventParseFoundDevice, AFileWithoutAValueOfItsNameIsANodeToo) {
+    bus.add_uevent("usb1/1-1/1-1:1.0/odd", lines({"XDEVNAME", "MAJOR=7"}));
+    ASSERT_EQ(open(), 0U);
+    ASSERT_EQ(device(0).child_count, 1U);
+    EXPECT_STREQ(child().devnode, "/dev/");
+    EXPECT_EQ(child().major, 7U);
 }
 
 TEST_F(UeventParse, ANodeThatIsFoundBeforeItsDeviceIsToldWithTheListsHead) {

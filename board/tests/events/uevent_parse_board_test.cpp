@@ -209,10 +209,8 @@ void take_uevent_file(const fs::path& file, uevent_parse_model& model) {
     const std::string& devname = found["DEVNAME"];
     if (found["DEVTYPE"] == "usb_device") {
         model.add(devpath);
-    } else if (devname.starts_with("input/") || devname.starts_with("snd/")) {
-        model.add_node(devpath, devname.starts_with("snd/") ? "sound" : "input", devname);
-    } else if (devname.starts_with("video")) {
-        model.add_node(devpath, "video4linux", devname);
+    } else if (!devname.empty()) {
+        model.add_node(devpath, devname.starts_with("video") ? "video4linux" : "", devname);
     }
 }
 
@@ -241,6 +239,12 @@ std::string camera_port() {
         }
     }
     return "no port";
+}
+
+// Makes the kernel announce a device once more.
+void announce(const std::string& action, const std::string& devpath) {
+    auto length = static_cast<uint32_t>(action.size());
+    ASSERT_EQ(norv_write_device(const_cast<char*>(action.data()), &length, "%s/uevent", devpath.c_str()), 0U);
 }
 
 std::vector<std::string> video_nodes_below(const std::string& syspath) {
@@ -285,6 +289,34 @@ TEST_F(UeventParseOnBoard, OpeningFindsNodesByTheRulesInTheOrderOfTheDirectories
     EXPECT_THAT(opened.describe(), Contains(HasSubstr(" /dev/")));
     plug_out("sound", "1-2");
     plug_out("keyboard", "1-1");
+}
+
+TEST_F(UeventParseOnBoard, OpeningTakesTheNodeOfASerialAdapterToo) {
+    ASSERT_EQ(parser.open(0, buffer_size), 0U);
+    plug.add_idle_line("line");
+    plug_in("usb-serial", "adapter", "1", "1-1", R"(,"chardev":"line","always-plugged":true)");
+    recorder opened;
+    ASSERT_EQ(opened.open(usb, buffer_size), 0U);
+    EXPECT_THAT(opened.describe(), Contains(EndsWith(" /dev/ttyUSB0")));
+    for (const norv_uevent_device_t* found : opened.devices()) {
+        if (found->child_count != 0) {
+            EXPECT_STREQ(child_of(*found).subsystem, "") << child_of(*found).devnode;
+        }
+    }
+    plug_out("adapter", "1-1");
+}
+
+TEST_F(UeventParseOnBoard, AnAddThatWasAskedForListsADeviceTwice) {
+    const std::string hub = fs::canonical("/sys/bus/usb/devices/usb1").string();
+    ASSERT_EQ(parser.open(usb, buffer_size), 0U);
+    announce("add", hub);
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    const auto twice = parser.syspaths();
+    EXPECT_EQ(std::count(twice.begin(), twice.end(), hub), 2);
+    announce("remove", hub);
+    EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
+    const auto none = parser.syspaths();
+    EXPECT_EQ(std::count(none.begin(), none.end(), hub), 0);
 }
 
 TEST_F(UeventParseOnBoard, AKeyboardComesWithItsInputAndGoes) {
@@ -418,12 +450,6 @@ TEST_F(UeventParseOnBoard, OfManyRealPlugsAndUnplugsEachChangesTheListAsTheRules
 }
 
 // ---- a slow reader
-
-// Makes the kernel announce a device once more.
-void announce(const std::string& action, const std::string& devpath) {
-    auto length = static_cast<uint32_t>(action.size());
-    ASSERT_EQ(norv_write_device(const_cast<char*>(action.data()), &length, "%s/uevent", devpath.c_str()), 0U);
-}
 
 TEST_F(UeventParseOnBoard, AStormThatOverrunsASlowReaderNeitherWedgesNorSpoilsTheList) {
     const std::string hub = "/sys/bus/usb/devices/usb1";

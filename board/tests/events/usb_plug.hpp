@@ -28,6 +28,12 @@ class usb_plug {
     }
     void out(const std::string& id) { ask(R"({"execute":"device_del","arguments":{"id":")" + id + "\"}}"); }
 
+    // A serial line at which nothing happens, for a device that needs one.
+    void add_idle_line(const std::string& id) {
+        ask(R"({"execute":"chardev-add","arguments":{"id":")" + id +
+            R"(","backend":{"type":"null","data":{}}}})");
+    }
+
   private:
     void ask(const std::string& command) {
         const std::string answer = tell(command);
