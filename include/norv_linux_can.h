@@ -12,6 +12,12 @@
  * no other add, no remove and no close of the same context may run meanwhile. On a channel one thread may
  * write while another reads.
  *
+ * When the interface goes down, a read on each channel reports ENETDOWN once, and the channel works again
+ * when the interface is up. When the interface is deleted, as that of a USB adapter is when it is unplugged,
+ * a read reports ENODEV once. The channel then receives nothing any more and a write reports ENXIO, even
+ * after an interface of that name has come back: remove the channel, then add it again (an add alone returns
+ * it as it is).
+ *
  *     norv_linux_can_t* can = NULL;
  *     norv_linux_can_raw_t* speed = NULL;
  *     struct can_frame frame;
@@ -75,8 +81,9 @@ NORV_API void norv_linux_can_close(norv_linux_can_t** can);
  * whose identifier ends in these bits; error frames do not. Local loop-back is off: what a channel sends
  * reaches the bus, but no other socket of this host on this interface.
  *
- * An add that fails behind the allocation still returns its channel, which belongs to no context: the caller
- * releases it with `norv_linux_can_remove`, even after the context was closed. It is good for nothing else.
+ * An add that fails after the allocation still returns its channel, which belongs to no context: the caller
+ * releases it with `norv_linux_can_remove`, even after the context was closed. Do not read or write it: a
+ * transfer without limit on a channel that has no socket never returns.
  *
  * @param can          not null, holds an open context
  * @param nonblocking  non-zero: reads and writes with time-out 0 do not wait; only the low 8 bits count: 256
@@ -152,7 +159,7 @@ NORV_API int32_t norv_linux_can_get_fd(norv_linux_can_raw_t* channel);
  *         NORV_STATUS_TIMEOUT when the time was up first (time-out above 0), with `length` 0;
  *         NORV_STATUS_INVALID_ARG for a null channel or length, and for EINVAL of write(2): the length is not
  *         that of one frame; the errno status of poll(2) or write(2), for instance that of ENOBUFS when the
- *         interface's queue is full, and of ENETDOWN when the interface is down
+ *         interface's queue is full, of ENETDOWN when the interface is down, and of ENXIO when it was deleted
  *
  * Blocks as `timeout` says; with time-out 0 on a channel that is not non-blocking, as long as write(2) does.
  * See `norv_iorw_nonblock`, `norv_iorw_block` and `norv_iorw_timeout` (norv_file.h).
@@ -172,7 +179,7 @@ NORV_API uint32_t norv_linux_can_write(norv_linux_can_raw_t* channel, const void
  * @return 0; NORV_STATUS_AGAIN when no frame is there (time-out 0, non-blocking channel); NORV_STATUS_TIMEOUT
  *         when the time was up first (time-out above 0): the frames up to `length` are in the buffer;
  *         NORV_STATUS_INVALID_ARG for a null channel or length; the errno status of poll(2) or read(2), for
- *         instance that of ENETDOWN when the interface went down
+ *         instance that of ENETDOWN or ENODEV when the interface went down or was deleted
  *
  * Blocks as `timeout` says; with time-out 0 on a channel that is not non-blocking, until a frame comes. See
  * `norv_iorw_nonblock`, `norv_iorw_block` and `norv_iorw_timeout` (norv_file.h).

@@ -399,6 +399,17 @@ TEST_F(OpenCan, AFailingSocketEndsTheAddOfABlockingChannel) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaitsForNothing) {
+    can_frame frame = {};
+    uint32_t length = sizeof frame;
+    kernel.fail("socket", EMFILE);
+    EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), errno_status(EMFILE));
+    EXPECT_EQ(norv_linux_can_read(channel, &frame, &length, 1), NORV_STATUS_TIMEOUT);
+    length = sizeof frame;
+    EXPECT_EQ(norv_linux_can_write(channel, &frame, &length, 1), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(norv_linux_can_remove(channel), 0U);
+}
+
 TEST_F(OpenCan, AFailingSocketOfANonBlockingChannelIsReportedByTheFcntlPairOnPurpose) {
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EBADF));

@@ -435,6 +435,65 @@ TEST(CanFailuresOnBoard, AnInterfaceThatGoesDownIsReportedByReadAndWrite) {
     EXPECT_EQ(norv_linux_can_write(channel, &frame, &length, 0), errno_status(ENETDOWN));
     ASSERT_EQ(norv::board::set_up("vxcan0"), 0);
     write(channel, frame);
+    context far("vxcan1");
+    write(far.add(0x001), frame_of(0x123, 9));
+    EXPECT_EQ(number_of(read(channel)), 9U);
+}
+
+TEST(CanFailuresOnBoard, AChannelOfAnInterfaceThatIsDownReportsItOnceAndWorksWhenItIsUp) {
+    ASSERT_EQ(norv::board::set_up("vxcan0", false), 0);
+    context near("vxcan0");
+    norv_linux_can_raw_t* channel = near.add(0x123);
+    EXPECT_EQ(read_status(channel, 0), errno_status(ENETDOWN));
+    EXPECT_EQ(read_status(channel, 0), NORV_STATUS_AGAIN);
+    ASSERT_EQ(norv::board::set_up("vxcan0"), 0);
+    context far("vxcan1");
+    write(far.add(0x001), frame_of(0x123, 9));
+    EXPECT_EQ(number_of(read(channel)), 9U);
+}
+
+// A pair of its own, which is deleted at the end.
+class DeletedCanInterface : public testing::Test {
+  protected:
+    DeletedCanInterface() { EXPECT_EQ(norv::board::add_vxcan_pair("vxcan2", "vxcan3"), 0); }
+    ~DeletedCanInterface() override { EXPECT_EQ(norv::board::delete_link("vxcan2"), 0); }
+
+    // Goes away and comes back.
+    static void replace_interface() {
+        ASSERT_EQ(norv::board::delete_link("vxcan2"), 0);
+        ASSERT_EQ(norv::board::add_vxcan_pair("vxcan2", "vxcan3"), 0);
+    }
+    static uint32_t write_status(norv_linux_can_raw_t* channel, int32_t timeout) {
+        const can_frame frame = frame_of(0x123);
+        uint32_t length = sizeof frame;
+        return norv_linux_can_write(channel, &frame, &length, timeout);
+    }
+
+    context near{"vxcan2"};
+};
+
+TEST_F(DeletedCanInterface, ItsChannelReportsEnodevOnceAndNoFrameAfterwards) {
+    norv_linux_can_raw_t* channel = near.add(0x123);
+    replace_interface();
+    context far("vxcan3");
+    write(far.add(0x001), frame_of(0x123, 9));
+    EXPECT_EQ(read_status(channel, plenty), errno_status(ENODEV));
+    EXPECT_EQ(read_status(channel, 0), NORV_STATUS_AGAIN);
+    EXPECT_EQ(read_status(channel, 20), NORV_STATUS_TIMEOUT);
+    for (const int32_t timeout : {0, -1, plenty}) {
+        EXPECT_EQ(write_status(channel, timeout), errno_status(ENXIO));
+    }
+}
+
+TEST_F(DeletedCanInterface, AddingReturnsTheDeadChannelUntilItIsRemoved) {
+    norv_linux_can_raw_t* dead = near.add(0x123);
+    replace_interface();
+    EXPECT_EQ(near.add(0x123), dead);
+    EXPECT_EQ(norv_linux_can_remove(dead), 0U);
+    context far("vxcan3");
+    norv_linux_can_raw_t* channel = near.add(0x123);
+    write(far.add(0x001), frame_of(0x123, 9));
+    EXPECT_EQ(number_of(read(channel)), 9U);
 }
 
 }  // namespace

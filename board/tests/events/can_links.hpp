@@ -16,13 +16,13 @@
 
 namespace norv::board {
 
-// One RTM_NEWLINK request, which makes or changes an interface.
+// One request that makes, changes or deletes an interface.
 class link_request {
   public:
     // `flags` beyond those of every request: NLM_F_CREATE | NLM_F_EXCL makes an interface.
-    explicit link_request(uint16_t flags) {
+    explicit link_request(uint16_t flags, uint16_t type = RTM_NEWLINK) {
         nlmsghdr header = {};
-        header.nlmsg_type = RTM_NEWLINK;
+        header.nlmsg_type = type;
         header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
         append(&header, sizeof header);
     }
@@ -96,6 +96,13 @@ inline int add_vxcan_pair(const std::string& first, const std::string& second) {
     }
     const int first_error = set_up(first);
     return first_error != 0 ? first_error : set_up(second);
+}
+
+// Deletes an interface; a vxcan interface takes its peer with it.
+inline int delete_link(const std::string& interface) {
+    link_request request(0, RTM_DELLINK);
+    request.add_interface(interface, false);
+    return request.send();
 }
 
 // Gives a CAN card its bit rate, and sets it up.
