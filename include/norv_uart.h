@@ -44,7 +44,7 @@ enum {
 /** The flow controls that `norv_uart_settings_t` knows. */
 enum {
     NORV_UART_FLOW_CONTROL_NONE = 0,
-    NORV_UART_FLOW_CONTROL_SOFTWARE = 1, /**< XON/XOFF */
+    NORV_UART_FLOW_CONTROL_SOFTWARE = 1, /**< XON/XOFF; without effect as it is, see norv_uart_config */
     NORV_UART_FLOW_CONTROL_HARDWARE = 2  /**< RTS/CTS */
 };
 
@@ -98,6 +98,16 @@ NORV_API void norv_uart_close(norv_uart_t** uart);
  * received bytes that were not read yet (tcflush(3), TCIFLUSH), and programs the port (tcsetattr(3),
  * TCSANOW). Output that is still on its way is kept. A driver takes the nearest speed that it can make, and
  * the call succeeds all the same. May be called again at any time.
+ *
+ * NORV_UART_FLOW_CONTROL_SOFTWARE sets IXON and IXOFF, but the start and stop characters are 0 like all
+ * control characters, which disables them: XON and XOFF are received as data and never sent. Use hardware
+ * flow control, or set the two characters after opening and after every `norv_uart_config`:
+ *
+ *     struct termios port;
+ *     tcgetattr(norv_uart_get_fd(&uart), &port);
+ *     port.c_cc[VSTART] = 0x11;
+ *     port.c_cc[VSTOP] = 0x13;
+ *     tcsetattr(norv_uart_get_fd(&uart), TCSANOW, &port);
  *
  * @param uart      not null, holds an open port
  * @param settings  how to program it; not null

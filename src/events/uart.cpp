@@ -99,7 +99,7 @@ const entry* find(const entry (&table)[size], uint32_t index) {
 }
 
 // Builds the port's settings; false when one is not supported. From zeros, so raw in every respect: no line
-// editing, no translation, no control character.
+// editing, no translation, no control character, not even those of software flow control, on purpose.
 bool build_raw(const norv_uart_settings_t& wanted, termios& built) {
     const line_speed* speed = find_speed(wanted.baud);
     // Only the low byte counts: callers pass numbers whose upper bits mean something to themselves.

@@ -221,6 +221,84 @@ TEST_F(UartOnBoard, AWaitWithoutLimitEndsWhenTheLastByteCame) {
     sender.join();
 }
 
+// ---- software flow control
+
+norv_uart_settings_t with_software_flow_control() {
+    norv_uart_settings_t settings = plain;
+    settings.flow_control = NORV_UART_FLOW_CONTROL_SOFTWARE;
+    return settings;
+}
+
+// What the library leaves to the caller.
+void set_flow_control_characters(norv_uart_t** uart) {
+    termios settings = settings_of(norv_uart_get_fd(uart));
+    settings.c_cc[VSTART] = 0x11;
+    settings.c_cc[VSTOP] = 0x13;
+    ASSERT_EQ(tcsetattr(norv_uart_get_fd(uart), TCSANOW, &settings), 0);
+}
+
+std::string receive_within(norv_uart_t** uart, size_t size, int32_t timeout) {
+    std::string text(size, '\0');
+    auto length = static_cast<uint32_t>(size);
+    norv_uart_recv(uart, text.data(), &length, timeout);
+    text.resize(length);
+    return text;
+}
+
+// The first port with software flow control; the second one, without, plays the device.
+class SoftwareFlowControlOnBoard : public UartOnBoard {
+  protected:
+    SoftwareFlowControlOnBoard() {
+        const norv_uart_settings_t settings = with_software_flow_control();
+        EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
+    }
+
+    // Sends more than the first port keeps for a reader that does not come.
+    std::string answer_to_a_flood(int32_t timeout) {
+        std::thread sender([&] { send(&second, std::string(8192, 'x')); });
+        await(&first, 4000);
+        const std::string answer = receive_within(&second, 1, timeout);
+        sender.join();
+        receive(&first, 8192);
+        return answer;
+    }
+};
+
+TEST_F(SoftwareFlowControlOnBoard, DoesNothingBecauseItsCharactersAreZero) {
+    send(&second, "\x13x");
+    EXPECT_EQ(receive(&first, 2), "\x13x");
+    send(&first, "not held");
+    EXPECT_EQ(receive(&second, 8), "not held");
+    EXPECT_EQ(answer_to_a_flood(100), "");
+}
+
+TEST_F(SoftwareFlowControlOnBoard, HoldsOutputOnceTheCallerHasSetItsCharacters) {
+    set_flow_control_characters(&first);
+    send(&second, "\x13x");
+    EXPECT_EQ(receive(&first, 1), "x");
+    send(&first, "held");
+    EXPECT_EQ(receive_within(&second, 4, 100), "");
+    send(&second, "\x11");
+    EXPECT_EQ(receive(&second, 4), "held");
+}
+
+TEST_F(SoftwareFlowControlOnBoard, StopsASenderOnceTheCallerHasSetItsCharacters) {
+    set_flow_control_characters(&first);
+    EXPECT_EQ(answer_to_a_flood(plenty), "\x13");
+}
+
+TEST_F(SoftwareFlowControlOnBoard, LosesItsCharactersWithTheNextConfiguration) {
+    const norv_uart_settings_t settings = with_software_flow_control();
+    set_flow_control_characters(&first);
+    EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
+    const termios taken = settings_of(norv_uart_get_fd(&first));
+    EXPECT_EQ(taken.c_iflag, static_cast<tcflag_t>(IXON | IXOFF));
+    EXPECT_EQ(taken.c_cc[VSTART], 0);
+    EXPECT_EQ(taken.c_cc[VSTOP], 0);
+}
+
+// ---- many bytes
+
 // A mebibyte takes minutes on an emulated port: `make soak` sends it, the daily run a part.
 size_t soak_size() {
     return std::getenv("NORV_LONG_SOAK") != nullptr ? 1 << 20 : 1 << 16;
@@ -444,6 +522,18 @@ TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteSent) {
     send(&uart, bytes);
     device.join();
     EXPECT_EQ(first_difference(bytes, received), bytes.size());
+}
+
+TEST_F(PseudoTerminal, HasSoftwareFlowControlOnceTheCallerHasSetItsCharacters) {
+    const norv_uart_settings_t settings = with_software_flow_control();
+    EXPECT_EQ(norv_uart_config(&uart, &settings), 0U);
+    ASSERT_EQ(write(far_end, "\x13x", 2), 2);
+    EXPECT_EQ(receive(&uart, 2), "\x13x");
+    set_flow_control_characters(&uart);
+    ASSERT_EQ(write(far_end, "\x13x", 2), 2);
+    EXPECT_EQ(receive(&uart, 1), "x");
+    uint32_t length = 4;
+    EXPECT_EQ(norv_uart_send(&uart, "held", &length, 0), NORV_STATUS_AGAIN);
 }
 
 TEST_F(PseudoTerminal, HasNoModemLines) {
