@@ -26,6 +26,10 @@ NORV_BEGIN_DECLS
  * enough for the whole output. If the text in the buffer, up to its first NUL or `size`, is 2 or more
  * characters long and ends with a newline, that newline is replaced with a NUL; a single newline stays.
  *
+ * A signal with a handler that was installed without SA_RESTART ends the piece that is being read: output
+ * that follows is stored from the start of the buffer on, and if the piece is still empty, the capture ends
+ * and the rest is lost. The status is 0 all the same: install handlers with SA_RESTART.
+ *
  * @param buffer   receives the output; left as it was when the command prints nothing; not null
  * @param size     bytes that may be written; nothing behind them is read or written
  * @param command  for the shell, which inherits standard input and standard error; not null. Never build one

@@ -17,7 +17,7 @@ bool capture(char* buffer, uint32_t size, FILE* stream) {
     bool any = false;
     do {
         // Each piece starts again at the start of the buffer, on purpose: callers know that a longer output
-        // leaves its last piece there.
+        // leaves its last piece there. A signal ends a piece as well, and an empty one ends the capture.
         count = fread(buffer, 1, size, stream);
         any = any || count != 0;
     } while (count != 0 && feof(stream) == 0);

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -126,6 +127,53 @@ TEST(Shell, ASizeOfZeroRunsTheCommandAndCapturesNothing) {
     sixteen_bytes output("before");
     EXPECT_EQ(output.run("true", 0), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "before");
+}
+
+// ---- signals during the capture
+
+// A handler of SIGUSR1 that does nothing, installed with these flags.
+class signal_handler {
+  public:
+    explicit signal_handler(int flags) {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = flags;
+        EXPECT_EQ(sigaction(SIGUSR1, &action, &before_), 0);
+    }
+    ~signal_handler() { sigaction(SIGUSR1, &before_, nullptr); }
+    signal_handler(const signal_handler&) = delete;
+    signal_handler& operator=(const signal_handler&) = delete;
+
+  private:
+    struct sigaction before_ = {};
+};
+
+// A command that prints, interrupts its caller once that waits for more, and prints again once it waits anew.
+std::string interrupting(const std::string& first, const std::string& second) {
+    const std::string until_the_caller_waits = "until grep -q 'State:.S' /proc/$PPID/status; do :; done; ";
+    return "printf '" + first + "'; " + until_the_caller_waits + "kill -USR1 $PPID; " +
+           until_the_caller_waits + "printf '" + second + "'";
+}
+
+TEST(ShellInterrupted, WhatComesAfterASignalIsStoredFromTheStartOnPurpose) {
+    const signal_handler handler(0);
+    sixteen_bytes output;
+    EXPECT_EQ(output.run(interrupting("abcd", "xy").c_str()), NORV_STATUS_OK);
+    EXPECT_STREQ(output.text(), "xycd");
+}
+
+TEST(ShellInterrupted, ASignalBeforeAnyOutputEndsTheCapture) {
+    const signal_handler handler(0);
+    sixteen_bytes output("before");
+    EXPECT_EQ(output.run(interrupting("", "late").c_str()), NORV_STATUS_OK);
+    EXPECT_STREQ(output.text(), "before");
+}
+
+TEST(ShellInterrupted, AHandlerThatRestartsLosesNothing) {
+    const signal_handler handler(SA_RESTART);
+    sixteen_bytes output;
+    EXPECT_EQ(output.run(interrupting("abcd", "xy").c_str()), NORV_STATUS_OK);
+    EXPECT_STREQ(output.text(), "abcdxy");
 }
 
 // ---- how the command ends
