@@ -100,11 +100,10 @@ uint32_t norv_linux_gpio_get_value(norv_linux_gpio_t* gpio, uint8_t* value) {
         return NORV_STATUS_INVALID_ARG;
     }
     char text[2] = {};
-    int64_t result = lseek(gpio->value_descriptor, 0, SEEK_SET);
-    if (result >= 0) {
-        result = read(gpio->value_descriptor, text, sizeof text);
+    uint32_t status = norv::status_of(lseek(gpio->value_descriptor, 0, SEEK_SET));
+    if (status == NORV_STATUS_OK) {
+        status = norv::status_of(read(gpio->value_descriptor, text, sizeof text));
     }
-    const uint32_t status = norv::status_of(result);
     if (status == NORV_STATUS_OK && value != nullptr) {
         *value = text[0] == '1' ? 1 : 0;
     }

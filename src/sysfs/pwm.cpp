@@ -69,12 +69,11 @@ uint32_t norv_linux_pwm_get_nchannel(uint32_t chip, uint32_t* count) {
         return opened;
     }
     char text[3] = {};
-    int64_t result = lseek(file, 0, SEEK_SET);
-    if (result >= 0) {
+    uint32_t status = norv::status_of(lseek(file, 0, SEEK_SET));
+    if (status == NORV_STATUS_OK) {
         // Two digits, on purpose: more channels than 99 are reported by the first two.
-        result = read(file, text, 2);
+        status = norv::status_of(read(file, text, 2));
     }
-    const uint32_t status = norv::status_of(result);
     if (status != NORV_STATUS_OK) {
         return status;  // the descriptor stays open, on purpose
     }

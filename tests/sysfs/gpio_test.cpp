@@ -126,6 +126,19 @@ TEST_F(Gpio, ClosingTwiceClosesNothingTheSecondTime) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+TEST_F(Gpio, ClosingARecordOfZerosUnexportsLine0) {
+    chip.export_line("0");
+    norv_linux_gpio_close(&line);
+    EXPECT_THAT(kernel.writes("/sys/class/gpio/unexport"), ElementsAre("0\0"s));
+    EXPECT_THAT(kernel.calls("close"), testing::SizeIs(1));  // of "unexport"
+}
+
+TEST_F(Gpio, AClosedHandleWaitsForItsWholeTimeOut) {
+    norv_linux_gpio_open(17, &line);
+    norv_linux_gpio_close(&line);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 5), NORV_STATUS_TIMEOUT);
+}
+
 TEST_F(Gpio, ANullHandleIsAnInvalidArgument) {
     norv_linux_gpio_close(nullptr);
     EXPECT_EQ(norv_linux_gpio_open(17, nullptr), NORV_STATUS_INVALID_ARG);
@@ -215,6 +228,29 @@ TEST_F(OpenGpio, AFailedSeekOrReadLeavesTheValueUntouched) {
         EXPECT_EQ(norv_linux_gpio_get_value(&line, &value), errno_status(EIO));
         EXPECT_EQ(value, 9);
     }
+}
+
+TEST_F(OpenGpio, AFailedSeekWhoseErrnoMapsToZeroIsFollowedByTheRead) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("lseek", EIO);
+    chip.value->level = '1';
+    uint8_t value = 9;
+    EXPECT_EQ(norv_linux_gpio_get_value(&line, &value), 0U);
+    EXPECT_EQ(value, 1);
+}
+
+TEST_F(OpenGpio, AFailedReadWhoseErrnoMapsToZeroCountsAsZero) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("read", EIO);
+    chip.value->level = '1';
+    uint8_t value = 9;
+    EXPECT_EQ(norv_linux_gpio_get_value(&line, &value), 0U);
+    EXPECT_EQ(value, 0);
+}
+
+TEST_F(OpenGpio, TheValueIsReadWithItsNewline) {
+    EXPECT_EQ(norv_linux_gpio_get_value(&line, nullptr), 0U);
+    EXPECT_EQ(kernel.calls("read").at(0).bytes, "0\n");
 }
 
 TEST_F(OpenGpio, SettingTheValueOfAnInputGivesTheErrnoStatus) {

@@ -138,6 +138,13 @@ TEST_F(OpenPwm, ClosingAChannelThatIsNoLongerExportedWritesNothing) {
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
 }
 
+TEST_F(Pwm, ClosingARecordOfZerosUnexportsChannel0OfChip0) {
+    kernel.add_file("/sys/class/pwm/pwmchip0/unexport");
+    kernel.add_directory("/sys/class/pwm/pwmchip0/pwm0");
+    norv_linux_pwm_close(&pwm);
+    EXPECT_THAT(kernel.writes("/sys/class/pwm/pwmchip0/unexport"), ElementsAre("0\0"s));
+}
+
 TEST_F(OpenPwm, ARefusedUnexportIsIgnored) {
     kernel.on_write(chip_unexport, [](std::string_view) { return EBUSY; });
     norv_linux_pwm_close(&pwm);
@@ -190,6 +197,14 @@ TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
     EXPECT_EQ(count, 99U);
     EXPECT_EQ(kernel.open_descriptors(), 2U);
     kernel.accept_leaked_descriptors(2);
+}
+
+TEST_F(Pwm, AFailedSeekOfTheCountWhoseErrnoMapsToZeroIsFollowedByTheRead) {
+    kernel.map_errno(EIO, 0);
+    kernel.fail("lseek", EIO);
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
+    EXPECT_EQ(count, 4U);
 }
 
 TEST_F(Pwm, AFailedReadOfTheCountWhoseErrnoMapsToZeroCountsAsZeroChannels) {
@@ -287,6 +302,13 @@ TEST_F(PwmCapture, ATextWithoutNumbersCountsAsSuccessAndGivesZeros) {
     EXPECT_EQ(result.status, 0U);
     EXPECT_EQ(result.period, 0U);
     EXPECT_EQ(result.duty, 0U);
+}
+
+TEST_F(PwmCapture, NumbersAreDecimalWhateverTheyBeginWith) {
+    const captured result = get("010 -020\n");
+    EXPECT_EQ(result.status, 0U);
+    EXPECT_EQ(result.period, 10U);
+    EXPECT_EQ(result.duty, static_cast<uint32_t>(-20));
 }
 
 TEST_F(PwmCapture, ATextWithOneNumberCountsAsSuccessAndGivesZeroForTheOther) {
