@@ -4,9 +4,13 @@
  * with or without a time limit, test a path, create and delete marker files.
  *
  * Nothing here keeps state: every function may be called from any thread at any time. Paths are formatted
- * like printf into 256 bytes; a path longer than 255 characters is cut silently. Every errno becomes a
+ * like printf into 256 bytes; a path longer than 255 characters is truncated silently. Every errno becomes a
  * status through `norv_get_status_by_errno` (norv_base.h), which may map one to 0; the call then counts as
  * successful.
+ *
+ * The transfers take the descriptor of an open file. That of a closed handle, -1, is an error (EBADF) for
+ * `norv_iorw_nonblock` alone: poll(2) ignores it, so `norv_iorw_timeout` waits until its time-out and
+ * `norv_iorw_block` forever.
  *
  *     uint32_t length = sizeof text - 1;
  *     uint32_t status = norv_read_device(text, &length, "/sys/class/net/%s/address", "eth0");
@@ -78,12 +82,15 @@ NORV_API uint32_t norv_write_device(const void* buffer, uint32_t* length, const 
 /**
  * Writes one formatted text, its terminating NUL included, with one write(2): "1" goes out as two bytes.
  *
+ * A text of up to 4095 characters, as many as an attribute takes, is formatted on the stack; a longer one in
+ * memory of its own size from `norv_zalloc`, so that a large maximum costs nothing.
+ *
  * @param descriptor  an open file
- * @param maximum     size in bytes of the text with its NUL at most; larger than the text; no more than 4096
- *                    are used, which is all that an attribute takes
+ * @param maximum     size in bytes of the text with its NUL at most: larger than the text is long
  * @param format      printf format of the text; not null
  * @return 0, also after a short write; NORV_STATUS_INVALID_ARG when the text could not be formatted or does
- *         not fit (nothing is written) or `format` is null; the errno status of write(2)
+ *         not fit (nothing is written) or `format` is null; NORV_STATUS_NO_MEMORY; the errno status of
+ *         write(2)
  *
  * Blocks as long as the file's write does. Any thread.
  */
@@ -122,7 +129,7 @@ NORV_API uint32_t norv_iorw_nonblock(int32_t descriptor, void* buffer, uint32_t*
  * Moves exactly *length bytes and waits as long as that takes.
  *
  * NORV_STATUS_AGAIN and NORV_STATUS_INTERRUPTED are tried again. The end of a file is not detected: a read
- * that keeps returning 0 bytes keeps the call polling for ever, so use it only on devices that deliver the
+ * that keeps returning 0 bytes keeps the call polling forever, so use it only on devices that deliver the
  * full amount.
  *
  * @param descriptor  an open file

@@ -5,10 +5,10 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 
 #include "core/descriptor.hpp"
+#include "core/memory.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
 
@@ -18,7 +18,7 @@ using norv::scoped_descriptor;
 using norv::status_of;
 
 constexpr uint32_t path_size = 256;
-constexpr uint32_t text_size = 4096;  // one page: no attribute takes more
+constexpr uint32_t page_size = 4096;  // no attribute takes more
 
 // A path in its buffer; cut silently when it is longer.
 class formatted_path {
@@ -49,6 +49,17 @@ uint32_t move_device(uint32_t flags, void* buffer, uint32_t* length, const char*
         return status;
     }
     return norv_iorw_nonblock(file.get(), buffer, length, (flags & O_ACCMODE) == O_WRONLY);
+}
+
+// Writes a text that is longer than a page, which may be more than a thread's stack has left.
+uint32_t write_long_text(int32_t descriptor, size_t size, const char* format, va_list values) {
+    const norv::scoped_memory memory(norv_zalloc(size));
+    auto* text = static_cast<char*>(memory.get());
+    if (text == nullptr) {
+        return NORV_STATUS_NO_MEMORY;
+    }
+    vsnprintf(text, size, format, values);
+    return status_of(write(descriptor, text, size));
 }
 
 // A buffer on its way through a descriptor.
@@ -131,17 +142,23 @@ uint32_t norv_write_device(const void* buffer, uint32_t* length, const char* for
 }
 
 uint32_t norv_write_string_va(int32_t descriptor, uint32_t maximum, const char* format, va_list values) {
-    char text[text_size];
-    const uint32_t capacity = std::min(maximum, text_size);
+    char text[page_size];
     if (format == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const int length = vsnprintf(text, capacity, format, values);
-    // A text that does not fit was cut; writing its whole length would send what lies behind the buffer.
-    if (length < 0 || static_cast<uint32_t>(length) >= capacity) {
-        return NORV_STATUS_INVALID_ARG;
+    va_list values_again;
+    va_copy(values_again, values);
+    const int length = vsnprintf(text, sizeof text, format, values);
+    uint32_t status = NORV_STATUS_INVALID_ARG;
+    // A text that does not fit the maximum is not written: its whole length would reach past a buffer of that
+    // size.
+    if (length >= 0 && static_cast<uint32_t>(length) < maximum) {
+        const size_t size = static_cast<size_t>(length) + 1;
+        status = size <= sizeof text ? status_of(write(descriptor, text, size))
+                                     : write_long_text(descriptor, size, format, values_again);
     }
-    return status_of(write(descriptor, text, static_cast<size_t>(length) + 1));
+    va_end(values_again);
+    return status;
 }
 
 uint32_t norv_write_string(int32_t descriptor, uint32_t maximum, const char* format, ...) {
@@ -186,13 +203,10 @@ uint32_t norv_iorw_timeout(int32_t descriptor, void* buffer, uint32_t* length, i
     const uint64_t start = norv_time_get_ms();
     transfer moving(descriptor, buffer, *length, write);
     uint32_t status = NORV_STATUS_OK;
-    // One budget for the whole call: each step gets what is left of it, the first one all.
-    int64_t left = timeout;
     while (!moving.complete() && !ends_transfer(status)) {
+        // One budget for the whole call: each step gets what is left of it.
+        const int64_t left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
         status = left < 1 ? NORV_STATUS_TIMEOUT : moving.step(static_cast<int32_t>(left));
-        if (!moving.complete()) {
-            left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
-        }
     }
     *length = moving.done();
     return status;

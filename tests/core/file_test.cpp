@@ -5,9 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -17,7 +20,25 @@
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/kernel_double.hpp"
+#include "support/real_calls.hpp"
 #include "support/status.hpp"
+
+namespace {
+
+// What the next readings of the clock return; then the real time.
+std::deque<uint64_t> clock_readings;
+
+}  // namespace
+
+// The library finds this one first.
+extern "C" uint64_t norv_time_get_ms() {
+    if (clock_readings.empty()) {
+        return REAL(norv_time_get_ms)();
+    }
+    const uint64_t reading = clock_readings.front();
+    clock_readings.pop_front();
+    return reading;
+}
 
 namespace {
 
@@ -247,8 +268,44 @@ TEST_F(Transfer, AShortWriteOfATextIsASuccess) {
 TEST_F(Transfer, ATextThatDoesNotFitIsRefusedAndNothingIsWritten) {
     EXPECT_EQ(norv_write_string(descriptor, 3, "%s", "abc"), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_write_string(descriptor, 0, "%s", ""), NORV_STATUS_INVALID_ARG);
-    EXPECT_EQ(norv_write_string(descriptor, UINT32_MAX, "%5000d", 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_string(descriptor, 5000, "%5000d", 1), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
+}
+
+TEST_F(Transfer, ATextLongerThanAPageIsWrittenInOneWrite) {
+    for (const int length : {4095, 4096, 5000, 100000}) {
+        kernel.forget_calls();
+        EXPECT_EQ(norv_write_string(descriptor, static_cast<uint32_t>(length) + 1, "%*s", length, "end"), 0U);
+        const std::string text = std::string(static_cast<size_t>(length) - 3, ' ') + "end\0"s;
+        EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre(text));
+    }
+}
+
+TEST_F(Transfer, ATextLongerThanAPageNeedsMemory) {
+    kernel.fail("norv_zalloc", ENOMEM);
+    EXPECT_EQ(norv_write_string(descriptor, 5000, "%4095d", 1), 0U);
+    kernel.forget_calls();
+    EXPECT_EQ(norv_write_string(descriptor, 5000, "%4096d", 1), NORV_STATUS_NO_MEMORY);
+    EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
+}
+
+// Runs on a thread with a stack of 256 KiB.
+void* write_with_huge_maximum(void* descriptor) {
+    const auto slow = *static_cast<const int32_t*>(descriptor);
+    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "1"), 0U);
+    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "%1000000d", 1), 0U);
+    return nullptr;
+}
+
+TEST_F(Transfer, AHugeMaximumTakesNoStack) {
+    pthread_attr_t small_stack;
+    pthread_t thread = {};
+    ASSERT_EQ(pthread_attr_init(&small_stack), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&small_stack, size_t{256} * 1024), 0);
+    ASSERT_EQ(pthread_create(&thread, &small_stack, write_with_huge_maximum, &descriptor), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&small_stack);
+    EXPECT_THAT(kernel.writes("/dev/slow"), SizeIs(2));
 }
 
 TEST_F(Transfer, ATextThatCannotBeFormattedIsAnInvalidArgument) {
@@ -384,6 +441,32 @@ TEST_F(Transfer, EachStepOfATimeLimitedTransferGetsWhatIsLeftOfTheLimit) {
                             std::pair<short, int>(POLLIN, 200)));
 }
 
+TEST_F(Transfer, TheFirstStepGetsWhatIsLeftOfTheLimitToo) {
+    clock_readings = {1000, 1003};
+    uint32_t length = 3;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_THAT(device_->polls, ElementsAre(std::pair<short, int>(POLLIN, 797)));
+    EXPECT_THAT(clock_readings, IsEmpty());
+}
+
+TEST_F(Transfer, TheLastMillisecondOfALimitIsStillWaitedFor) {
+    clock_readings = {1000, 1000};
+    uint32_t length = 3;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 1, false), 0U);
+    clock_readings = {1000, 1799};
+    length = 3;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLIN, 1)));
+}
+
+TEST_F(Transfer, ALimitThatIsUsedUpBeforeTheFirstStepIsATimeOut) {
+    clock_readings = {1000, 1800};
+    uint32_t length = 8;
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+    EXPECT_THAT(device_->polls, IsEmpty());
+}
+
 TEST_F(Transfer, ALimitThatIsUsedUpBetweenTwoStepsIsATimeOut) {
     long milliseconds = 0;
     kernel.set_clock(1, 0);
@@ -463,6 +546,35 @@ TEST_F(File, ALateWriterIsWaitedFor) {
     close(ends[1]);
 }
 
+// ---- a closed descriptor
+
+TEST_F(File, ATransferOnTheDescriptorOfAClosedHandleFailsOnlyIfItDoesNotWait) {
+    char byte = 0;
+    uint32_t length = 1;
+    EXPECT_EQ(norv_iorw_nonblock(-1, &byte, &length, false), errno_status(EBADF));
+    EXPECT_EQ(norv_iorw_timeout(-1, &byte, &length, 20, false), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(File, ABlockingTransferOnTheDescriptorOfAClosedHandleWaits) {
+    constexpr uint32_t ended_by_the_test = 77;
+    kernel.map_errno(EINTR, ended_by_the_test);
+    const auto previous = std::signal(SIGUSR1, [](int) {});
+    std::atomic<bool> returned = false;
+    std::thread waiter([&] {
+        char byte = 0;
+        uint32_t length = 1;
+        EXPECT_EQ(norv_iorw_block(-1, &byte, &length, false), ended_by_the_test);
+        returned = true;
+    });
+    while (!returned) {
+        pthread_kill(waiter.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    waiter.join();
+    std::signal(SIGUSR1, previous);
+}
+
 TEST_F(Transfer, ATransferWithoutALengthIsAnInvalidArgument) {
     EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, nullptr, false), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_iorw_block(descriptor, buffer, nullptr, false), NORV_STATUS_INVALID_ARG);
@@ -476,6 +588,12 @@ TEST_F(File, AccessTellsWhetherThePathExists) {
     EXPECT_TRUE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 0));
     EXPECT_FALSE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 1));
     EXPECT_FALSE(norv_file_access(F_OK, "/sys/%ls", unprintable));
+}
+
+TEST_F(File, AccessTellsWhetherTheModeIsAllowed) {
+    kernel.add_file("/sys/value");  // which nobody may execute, root neither
+    EXPECT_TRUE(norv_file_access(R_OK, "/sys/value"));
+    EXPECT_FALSE(norv_file_access(X_OK, "/sys/value"));
 }
 
 TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedAccessCountAsSuccess) {
