@@ -25,9 +25,11 @@ namespace {
 
 // ---- Event descriptors ----
 
-// A destroyed event has descriptor 0, which is somebody else's: nothing may be read from it or written to it.
+// A destroyed event has descriptor 0, which is somebody else's then: nothing may be read from it or written
+// to it. One that is registered may have got that number itself.
 int32_t event_descriptor(const norv_epoll_event_fd_t* event) {
-    return event->registration.descriptor > 0 ? event->registration.descriptor : -1;
+    const norv_epoll_fd_t& registration = event->registration;
+    return registration.descriptor != 0 || registration.loop != nullptr ? registration.descriptor : -1;
 }
 
 // Takes what was raised; false when nothing was.
@@ -87,6 +89,7 @@ uint32_t norv_epoll_event_fd_create(norv_epoll_t* loop, norv_epoll_event_fd_t* e
 }
 
 void norv_epoll_event_fd_destroy(norv_epoll_t* loop, norv_epoll_event_fd_t* event) {
+    // An event that got the descriptor 0 itself stays as well, on purpose: 0 counts as not open.
     if (event == nullptr || event->registration.descriptor <= 0) {
         return;
     }
@@ -124,6 +127,7 @@ void norv_epoll_timer_fd_destroy(norv_epoll_t* loop, norv_epoll_timer_fd_t* time
     if (timer == nullptr) {
         return;
     }
+    // A timer that got the descriptor 0 stays registered and open, on purpose, like such an event.
     if (loop != nullptr && loop->epoll_descriptor > 0 && timer->registration.descriptor > 0) {
         norv_epoll_fd_remove(loop, &timer->registration);
     }

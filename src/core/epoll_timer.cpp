@@ -30,8 +30,9 @@ namespace {
 
 // ---- The two orderings ----
 
-// How far `first` lies behind `second`. Both wrap at 32 bits: the difference stays right across the wrap, for
-// values less than 2^31 apart.
+// How far `first` is past `second`. Both wrap at 32 bits: the difference stays right across the wrap, for
+// values less than 2^31 apart. Farther apart it is wrong, on purpose: 64 bits would change when such timers
+// fire.
 int32_t distance(uint64_t first, uint64_t second) {
     return static_cast<int32_t>(static_cast<uint32_t>(first) - static_cast<uint32_t>(second));
 }

@@ -15,6 +15,7 @@
 #include "norv_epoll.h"
 #include "support/event_loop.hpp"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 
 namespace {
 
@@ -22,6 +23,7 @@ using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::loop_thread;
+using norv::test::no_standard_input;
 using norv::test::open_loop;
 using norv::test::source;
 using norv::test::timer;
@@ -303,6 +305,27 @@ TEST_F(EventDescriptor, DestroyingTwiceDoesNothingTheSecondTime) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+TEST_F(EventDescriptor, DestroyingAnEventThatWasNeverCreatedTouchesNothing) {
+    kernel_double kernel;
+    event raised;
+    kernel.fail("epoll_ctl", EINVAL);
+    destroy(raised);
+    EXPECT_FALSE(kernel.struck());
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(EventDescriptor, DestroyingRemovesTheRegistrationBeforeItClosesTheDescriptor) {
+    event raised;
+    create(raised);
+    activate(raised);
+    // Keeps the eventfd, and so a registration that was not removed, when the descriptor is closed.
+    const int copy = fcntl(raised.descriptor(), F_DUPFD_CLOEXEC, 0);
+    destroy(raised);
+    run_one_round();
+    EXPECT_EQ(loop.handle.ready_count, 0);
+    close(copy);
+}
+
 TEST_F(EventDescriptor, DestroyingDoesNothingWithANegativeDescriptor) {
     kernel_double kernel;
     event raised;
@@ -350,6 +373,95 @@ TEST_F(EventDescriptor, ADestroyedEventTouchesNobodyElsesDescriptorZero) {
     close(saved);
 }
 
+// ---- descriptor 0, which counts as none
+
+TEST_F(EventDescriptor, AnEventWithTheDescriptor0IsCalledBack) {
+    const no_standard_input closed;
+    event raised;
+    ASSERT_EQ(create(raised), NORV_STATUS_OK);
+    ASSERT_EQ(raised.descriptor(), 0);
+    EXPECT_EQ(activate(raised), NORV_STATUS_OK);
+    run_one_round();
+    run_one_round();
+    EXPECT_EQ(raised.calls, 1);
+    norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
+}
+
+TEST_F(EventDescriptor, AnEventWithTheDescriptor0CanBeDeactivated) {
+    const no_standard_input closed;
+    event raised;
+    create(raised);
+    activate(raised);
+    EXPECT_EQ(norv_epoll_event_fd_deactivate(&raised.record), NORV_STATUS_OK);
+    run_one_round();
+    EXPECT_EQ(loop.handle.ready_count, 0);
+    norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
+}
+
+TEST_F(EventDescriptor, DestroyingAnEventWithTheDescriptor0DoesNothingOnPurpose) {
+    const no_standard_input closed;
+    event raised;
+    create(raised);
+    destroy(raised);
+    EXPECT_TRUE(is_open(0));
+    EXPECT_EQ(activate(raised), NORV_STATUS_OK);
+    run_one_round();
+    EXPECT_EQ(raised.calls, 1);
+    norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
+}
+
+TEST_F(EventDescriptor, RemovingAndClosingEndsAnEventWithTheDescriptor0) {
+    const no_standard_input closed;
+    event raised;
+    create(raised);
+    activate(raised);
+    EXPECT_EQ(norv_epoll_fd_remove(&loop.handle, &raised.record.registration), NORV_STATUS_OK);
+    close(0);
+    EXPECT_EQ(activate(raised), norv_get_status_by_errno(EBADF));
+    run_one_round();
+    EXPECT_EQ(loop.handle.ready_count, 0);
+    EXPECT_EQ(raised.calls, 0);
+}
+
+TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor0NeitherRemovesNorClosesItOnPurpose) {
+    const no_standard_input closed;
+    timer_descriptor due;
+    create(due);
+    ASSERT_EQ(due.descriptor(), 0);
+    expire_at_once(due);
+    destroy(due);
+    EXPECT_TRUE(is_open(0));
+    run_one_round();
+    EXPECT_EQ(due.calls, 1);
+}
+
+TEST_F(TimerDescriptor, RemovingAndClosingEndsATimerWithTheDescriptor0) {
+    const no_standard_input closed;
+    timer_descriptor due;
+    create(due);
+    expire_at_once(due);
+    EXPECT_EQ(norv_epoll_fd_remove(&loop.handle, &due.record.registration), NORV_STATUS_OK);
+    close(0);
+    run_one_round();
+    EXPECT_EQ(loop.handle.ready_count, 0);
+    EXPECT_EQ(due.calls, 0);
+}
+
+TEST_F(EventDescriptor, WithDescriptor0TakenEventsAndTimersGetOthers) {
+    const no_standard_input closed;
+    ASSERT_EQ(open("/dev/null", O_RDWR), 0);
+    event raised;
+    timer_descriptor due;
+    create(raised);
+    create(due);
+    EXPECT_GT(raised.descriptor(), 0);
+    EXPECT_GT(due.descriptor(), 0);
+    destroy(raised);
+    destroy(due);
+}
+
+// ---- event descriptors: many threads
+
 TEST_F(EventDescriptor, ManyThreadsMayActivateWhileTheLoopCallsBack) {
     std::atomic<int> seen = 0;
     event raised([&] { ++seen; });
@@ -376,6 +488,24 @@ TEST_F(EventDescriptor, ManyThreadsMayActivateWhileTheLoopCallsBack) {
     }
     EXPECT_GE(seen, 1);
     EXPECT_LE(seen, 801);
+}
+
+TEST_F(EventDescriptor, SeveralThreadsMayEndTheLoopThroughAnEvent) {
+    event ending([this] { loop.exit(); });
+    create(ending);
+    for (int round = 0; round < 200; ++round) {
+        std::vector<std::thread> others;
+        for (int index = 0; index < 4; ++index) {
+            others.emplace_back([&] { EXPECT_EQ(activate(ending), NORV_STATUS_OK); });
+        }
+        loop.run();
+        for (std::thread& other : others) {
+            other.join();
+        }
+        norv_epoll_event_fd_deactivate(&ending.record);  // what came after the exit
+    }
+    EXPECT_EQ(ending.calls, 200);
+    destroy(ending);
 }
 
 // ---- timer descriptors
@@ -426,6 +556,21 @@ TEST_F(TimerDescriptor, APeriodCallsBackAgainAndAgain) {
     norv_linux_timer_set_alarm_time(&due.record.timer, 0, 2 * ticks_per_millisecond);
     loop.run();
     EXPECT_EQ(due.calls, 3);
+    destroy(due);
+}
+
+TEST_F(TimerDescriptor, AnAlarmMayBeFartherAheadThanATimerOfTheLoop) {
+    constexpr uint64_t day = 86400 * NORV_LINUX_TIMER_TICKS_PER_SECOND;
+    timer_descriptor due;
+    uint64_t now = 0;
+    create(due);
+    norv_linux_timer_get_time(&due.record.timer, &now);
+    EXPECT_EQ(norv_linux_timer_set_alarm_time(&due.record.timer, now + 100 * day, 0), NORV_STATUS_OK);
+    run_one_round();
+    EXPECT_EQ(due.calls, 0);
+    itimerspec setting = {};
+    timerfd_gettime(due.descriptor(), &setting);
+    EXPECT_EQ((setting.it_value.tv_sec + 43200) / 86400, 100) << "days, rounded";
     destroy(due);
 }
 
@@ -532,6 +677,26 @@ TEST(TimerDescriptorOfAClosedLoop, DestroyingAfterTheLoopWasClosedOnlyClosesTheT
     EXPECT_FALSE(kernel.struck());
     EXPECT_THAT(kernel.calls("close"), SizeIs(1));
     EXPECT_EQ(due.record.timer.descriptor, -1);
+}
+
+// Destroys a record, and tells whether that asked the kernel to end a registration.
+bool destroying_removes(norv_epoll_t* loop, norv_epoll_timer_fd_t* record) {
+    kernel_double kernel;
+    kernel.fail("epoll_ctl", EINVAL);
+    norv_epoll_timer_fd_destroy(loop, record);
+    return kernel.struck().has_value();
+}
+
+TEST(TimerDescriptorOfAClosedLoop, DestroyingRemovesOnlyWithBothDescriptorsAbove0) {
+    open_loop loop;
+    norv_epoll_t never_opened = {};
+    norv_epoll_timer_fd_t never_created = {};
+    EXPECT_FALSE(destroying_removes(&loop.handle, &never_created));
+    norv_epoll_timer_fd_t due = {};
+    norv_epoll_timer_fd_create(&loop.handle, &due);
+    EXPECT_FALSE(destroying_removes(&never_opened, &due));
+    norv_epoll_timer_fd_create(&loop.handle, &due);
+    EXPECT_TRUE(destroying_removes(&loop.handle, &due));
 }
 
 TEST(TimerDescriptorOfAClosedLoop, DestroyingWithoutALoopOnlyClosesTheTimer) {
