@@ -27,12 +27,20 @@ namespace {
 // What the end of a mutex returns.
 uint32_t mutex_end_status = NORV_STATUS_OK;
 
+// What was ended, in this order.
+std::vector<const void*> ended;
+
 }  // namespace
 
-// The library finds this one first.
+// The library finds these two first.
 extern "C" uint32_t norv_mutex_destroy(norv_mutex_t* mutex) {
+    ended.push_back(mutex);
     REAL(norv_mutex_destroy)(mutex);
     return mutex_end_status;
+}
+extern "C" uint32_t norv_event_deinit(norv_event_t* event) {
+    ended.push_back(event);
+    return REAL(norv_event_deinit)(event);
 }
 
 namespace {
@@ -160,6 +168,14 @@ TEST(EventLoopHandle, ClosingClosesTheWakeUpDescriptorBeforeTheEpollDescriptor) 
     EXPECT_EQ(closes[1].path, "epoll_create");
 }
 
+TEST(EventLoopHandle, ClosingEndsTheEventAndThenTheMutex) {
+    norv_epoll_t loop = {};
+    norv_epoll_open(&loop);
+    ended.clear();
+    norv_epoll_close(&loop);
+    EXPECT_THAT(ended, ElementsAre(&loop.call_done, &loop.call_mutex));
+}
+
 TEST(EventLoopHandle, ClosingReturnsTheResultOfTheLastCloseUnmapped) {
     kernel_double kernel;
     norv_epoll_t loop = {};
@@ -174,6 +190,8 @@ TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsClosesNothing) {
     norv_epoll_t loop = {};  // both descriptors are 0, which counts as not open
     EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    EXPECT_EQ(loop.epoll_descriptor, 0);
+    EXPECT_EQ(loop.call_descriptor, 0);
 }
 
 TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsReturnsTheStatusOfTheMutexsEnd) {
@@ -292,6 +310,17 @@ TEST_F(EventLoop, ModifyingChangesTheEventsAndKeepsTheRecordAsData) {
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].events, static_cast<uint32_t>(EPOLLPRI | EPOLLET | EPOLLERR | EPOLLHUP));
     EXPECT_EQ(found[0].data, word_of(&ready.record));
+}
+
+TEST_F(EventLoop, AddingAndModifyingRunOnTheCallingThread) {
+    kernel_double kernel;
+    source idle;
+    const loop_thread running(&loop.handle);
+    kernel.fail("eventfd_write", EIO);
+    EXPECT_EQ(norv_epoll_fd_add(&loop.handle, &idle.record, EPOLLIN), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_fd_modify(&loop.handle, &idle.record, EPOLLPRI), NORV_STATUS_OK);
+    EXPECT_FALSE(kernel.struck());
+    EXPECT_EQ(norv_epoll_fd_remove(&loop.handle, &idle.record), NORV_STATUS_WAKE_FAILED);
 }
 
 TEST_F(EventLoop, ModifyingADescriptorThatIsNotRegisteredReturnsTheErrnoStatus) {
@@ -534,6 +563,22 @@ TEST_F(EventLoop, AFailedRemovalLeavesThePendingEventToBeDelivered) {
     loop.run();
     EXPECT_EQ(removed.deliveries, 1);
     removed.record.descriptor = copy;
+}
+
+TEST_F(EventLoop, AfterAFailedRemovalIgnoringOnceLetsTheRecordBeFreed) {
+    auto removed = std::make_unique<source>();
+    source first([&](uint32_t) {
+        close(removed->record.descriptor);
+        EXPECT_EQ(norv_epoll_fd_remove(&loop.handle, &removed->record), errno_status(EBADF));
+        EXPECT_EQ(norv_epoll_fd_ignore_once(&loop.handle, &removed->record), NORV_STATUS_OK);
+        removed->record.descriptor = -1;
+        removed.reset();
+        exit_at_end_of_round();
+    });
+    add_ready({&first, removed.get()});
+    loop.run();
+    EXPECT_EQ(loop.handle.ready_count, 2);
+    EXPECT_EQ(loop.handle.ready[1].data.ptr, nullptr);
 }
 
 TEST_F(EventLoop, ARemovalWhoseErrnoMapsToZeroDropsThePendingEvent) {

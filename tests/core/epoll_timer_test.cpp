@@ -2,10 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "norv_epoll.h"
@@ -17,14 +20,26 @@ namespace {
 
 // Microseconds that both clocks show; 0: the real time.
 std::atomic<uint64_t> shown_time = 0;
+// How far this thread's clock is ahead of that.
+thread_local uint64_t ahead = 0;
 std::atomic<int> readings = 0;
+std::atomic<int> reports = 0;
+std::function<void()> on_report;
 
 uint64_t read_clock() {
     ++readings;
-    return shown_time;
+    return shown_time != 0 ? shown_time + ahead : 0;
 }
 
 }  // namespace
+
+extern "C" uint32_t norv_thread_keep_alive(void* handle) {
+    ++reports;
+    if (on_report) {
+        on_report();
+    }
+    return REAL(norv_thread_keep_alive)(handle);
+}
 
 // The libraries find the clock here first.
 extern "C" uint64_t norv_time_get_us() {
@@ -369,6 +384,91 @@ TEST_F(LoopTimer, TwoTimersMoreThan2To31MillisecondsApartAreTakenInTheOtherOrder
     norv_epoll_timer_cancel(&loop.handle, &near.record);
 }
 
+TEST_F(LoopTimer, TheTimeRunsFromTheClockOfTheSchedulingThread) {
+    timer due;
+    {
+        const loop_thread running(&loop.handle);
+        ahead = 7000000;
+        schedule(due, 60000);
+        ahead = 0;
+    }
+    EXPECT_EQ(due.record.expiry, 68000U);
+    norv_epoll_timer_cancel(&loop.handle, &due.record);
+}
+
+TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpose) {
+    timer far(note("far"));
+    timer near(note("near"));
+    schedule(near, 10);
+    set_ms(1011);  // near is 1 ms late
+    schedule(far, 0x7FFFFFFF);
+    run_one_round();
+    EXPECT_THAT(journal, IsEmpty());
+    norv_epoll_timer_cancel(&loop.handle, &far.record);
+    run_one_round();
+    EXPECT_THAT(journal, ElementsAre("near"));
+}
+
+TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsNeverLetsTheRoundEndOnPurpose) {
+    source ready;
+    timer due([&] {
+        if (due.expiries == 100) {
+            loop.exit();
+        }
+    });
+    ready.signal();
+    norv_epoll_fd_add(&loop.handle, &ready.record, EPOLLIN);
+    schedule(due, 0x80000000, true);
+    loop.run();
+    EXPECT_EQ(ready.deliveries, 0);
+    norv_epoll_timer_cancel(&loop.handle, &due.record);
+}
+
+// A time that is farther than a timer reaches, in steps of 2^30 ms.
+class far_timer {
+  public:
+    explicit far_timer(norv_epoll_t* loop) : loop_(loop) {}
+
+    void schedule(uint64_t ms) {
+        end_ = norv_time_get_ms() + ms;
+        take_step();
+    }
+    bool over() const { return over_; }
+    norv_epoll_timer_t& record() { return timer_.record; }
+
+  private:
+    void take_step() {
+        const uint64_t now = norv_time_get_ms();
+        const uint64_t left = end_ > now ? end_ - now : 0;
+        over_ = left == 0;
+        if (!over_) {
+            const auto step = static_cast<uint32_t>(std::min<uint64_t>(left, 0x40000000));
+            norv_epoll_timer_schedule(loop_, &timer_.record, step, false);
+        }
+    }
+
+    norv_epoll_t* loop_;
+    uint64_t end_ = 0;
+    bool over_ = false;
+    timer timer_{[this] { take_step(); }};
+};
+
+TEST_F(LoopTimer, ATimeBeyond2To31MillisecondsIsReachedInStepsOf2To30) {
+    constexpr uint64_t day = 86400000;
+    far_timer far(&loop.handle);
+    timer hourly;
+    far.schedule(100 * day);
+    schedule(hourly, 3600000, true);
+    for (uint64_t hour = 1; hour <= 2400; ++hour) {
+        set_ms(1000 + hour * 3600000);
+        ASSERT_FALSE(far.over()) << "hour " << hour;
+        run_one_round();
+    }
+    EXPECT_TRUE(far.over());
+    EXPECT_EQ(hourly.expiries, 2400);
+    norv_epoll_timer_cancel(&loop.handle, &hourly.record);
+}
+
 // ---- how long a round waits
 
 // The time-outs with which the loop waited, in one run of it.
@@ -430,6 +530,25 @@ TEST_F(LoopWait, ItStaysRightWhenTheMillisecondCountWrapsAt32Bits) {
     schedule(due, 32);
     run_one_round();
     EXPECT_THAT(waits(), ElementsAre(32));
+}
+
+TEST_F(LoopWait, ItLasts2To31MillisecondsLessOneAtMost) {
+    timer due;
+    schedule(due, 0x7FFFFFFF);
+    run_one_round();
+    EXPECT_THAT(waits(), ElementsAre(0x7FFFFFFF));
+    EXPECT_EQ(due.expiries, 0);
+    norv_epoll_timer_cancel(&loop.handle, &due.record);
+}
+
+TEST_F(LoopWait, ItIsZeroForATimerOf2To31MillisecondsOrMoreWhichFiresAtOnceOnPurpose) {
+    for (const uint32_t ms : {0x80000000U, 0xFFFFFFFEU}) {
+        timer due;
+        schedule(due, ms);
+        run_one_round();
+        EXPECT_EQ(due.expiries, 1);
+    }
+    EXPECT_THAT(waits(), ElementsAre(0, 0));
 }
 
 TEST_F(LoopWait, DelayedCallsQueuedWhileNoLoopRanDoNotShortenIt) {
@@ -585,6 +704,35 @@ TEST_F(DelayedCall, PrioritiesAreComparedByTheirWrappingDifferenceOnPurpose) {
     EXPECT_THAT(journal, ElementsAre("0xFFFFFFFF", "0"));
 }
 
+TEST_F(DelayedCall, PrioritiesLessThan2To31ApartKeepTheirOrder) {
+    const std::pair<uint32_t, uint32_t> ordered[] = {{0, 0x7FFFFFFF}, {0x80000001, 0}, {7, 0x80000006}};
+    for (const auto& [smaller, larger] : ordered) {
+        timer due;
+        delayed_call first(note("first"));
+        delayed_call second([&] {
+            journal.emplace_back("second");
+            loop.exit();
+        });
+        schedule(second, larger);
+        schedule(first, smaller);
+        schedule(due, 0);
+        loop.run();
+        norv_epoll_delayed_cancel(&loop.handle, &first.record);
+    }
+    EXPECT_THAT(journal, ElementsAre("first", "second", "first", "second", "first", "second"));
+}
+
+TEST_F(DelayedCall, ArrivalNumbersKeepTheirOrderWhenTheyWrapAt32Bits) {
+    delayed_call before(note("before the wrap"));
+    delayed_call after(note("after the wrap"));
+    loop.handle.delayed_sequence = 0xFFFFFFFF;
+    schedule(before, 5);
+    schedule(after, 5);
+    EXPECT_EQ(after.record.sequence, 0U);
+    run_one_round();
+    EXPECT_THAT(journal, ElementsAre("before the wrap", "after the wrap"));
+}
+
 TEST_F(DelayedCall, ACallScheduledFromACallRunsInTheSameRoundBeforeLessUrgentOnes) {
     delayed_call urgent(note("urgent"));
     delayed_call waiting(note("waiting"));
@@ -607,6 +755,17 @@ TEST_F(DelayedCall, SchedulingAQueuedCallKeepsItsPlaceAndItsPriority) {
     EXPECT_EQ(queued.record.priority, 5U);
     run_one_round();
     EXPECT_THAT(journal, ElementsAre("queued", "other"));
+}
+
+TEST_F(DelayedCall, ACallThatIsPendingOnAnotherLoopStaysThere) {
+    open_loop other;
+    delayed_call queued;
+    schedule(queued, 5);
+    EXPECT_EQ(norv_epoll_delayed_schedule(&other.handle, &queued.record, 1), NORV_STATUS_OK);
+    EXPECT_EQ(queued.record.loop, &loop.handle);
+    EXPECT_EQ(other.handle.delayed.top, nullptr);
+    run_one_round();
+    EXPECT_EQ(queued.runs, 1);
 }
 
 TEST_F(DelayedCall, ACallIsNoLongerPendingInItsCallbackAndMayScheduleItselfForTheSameRound) {
@@ -735,6 +894,39 @@ TEST_F(LoopWatchdog, IsKeptAliveOncePerPeriod) {
     norv_epoll_fd_add(&loop.handle, &busy.record, EPOLLIN);
     norv_epoll_loop_with_watchdog(&loop.handle, &watchdog, 40);
     EXPECT_THAT(journal, ElementsAre("alive", "alive", "alive", "alive"));
+}
+
+TEST_F(LoopWatchdog, IsFirstKeptAliveOnePeriodAfterTheStart) {
+    norv_thread_watchdog_t watchdog = {};
+    std::vector<int> counts;
+    reports = 0;
+    source busy([&](uint32_t) {
+        counts.push_back(reports);
+        advance_ms(20);
+        if (busy.deliveries == 4) {
+            loop.exit();
+        }
+    });
+    busy.signal();
+    norv_epoll_fd_add(&loop.handle, &busy.record, EPOLLIN);
+    norv_epoll_loop_with_watchdog(&loop.handle, &watchdog, 40);
+    EXPECT_THAT(counts, ElementsAre(0, 0, 1, 1));
+}
+
+TEST_F(LoopWatchdog, IsKeptAliveWithoutEndByAPeriodOf2To31MillisecondsOnPurpose) {
+    norv_thread_watchdog_t watchdog = {};
+    source ready;
+    ready.signal();
+    norv_epoll_fd_add(&loop.handle, &ready.record, EPOLLIN);
+    reports = 0;
+    on_report = [this] {
+        if (reports == 100) {
+            loop.exit();
+        }
+    };
+    norv_epoll_loop_with_watchdog(&loop.handle, &watchdog, 0x80000000);
+    on_report = nullptr;
+    EXPECT_EQ(ready.deliveries, 0);
 }
 
 TEST_F(LoopWatchdog, IsNotKeptAliveWhileAHandlerHangs) {

@@ -577,6 +577,17 @@ TEST_F(OpenUart, AFailedReceiveGivesTheErrnoStatusWithEveryTimeOut) {
     }
 }
 
+TEST_F(OpenUart, EveryNegativeTimeOutWaitsWithoutLimit) {
+    for (const int32_t timeout : {-1, -1000, INT32_MIN}) {
+        uint32_t length = 5;
+        EXPECT_EQ(norv_uart_send(&uart, "hello", &length, timeout), 0U);
+        port->arriving = {"hello"};
+        char buffer[5] = {};
+        EXPECT_EQ(norv_uart_recv(&uart, buffer, &length, timeout), 0U);
+    }
+    EXPECT_THAT(port->poll_waits, ElementsAre(-1, -1, -1, -1, -1, -1));
+}
+
 TEST_F(OpenUart, ATransferWithoutALengthIsAnInvalidArgument) {
     char buffer[5] = {};
     for (const int32_t timeout : {0, -1, 60000}) {
