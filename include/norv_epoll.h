@@ -4,15 +4,23 @@
  * on one thread.
  *
  * The thread that calls `norv_epoll_loop_with_watchdog` is the loop thread until `norv_epoll_exit`; every
- * handler and callback runs there. Any other thread may use every function below: what touches the loop's
- * own state travels to the loop thread (`norv_epoll_call_sync`), runs there between two handlers, and its
- * status comes back to the caller, who waits meanwhile. A handler must therefore never wait for a thread that
- * may be in such a call. While no loop runs, the same calls run directly on the calling thread, and one
- * thread at a time may then use the loop.
+ * handler and callback runs there. Any other thread may use every function below except open, run and close:
+ * what touches the loop's own state is passed to the loop thread (`norv_epoll_call_sync`) and runs there
+ * between two handlers, while the caller waits for its status. A handler must therefore never wait for a
+ * thread that may be in such a call. While no loop runs, the same calls run directly on the calling thread,
+ * and one thread at a time may then use the loop.
+ *
+ * A loop that other threads use is ended in this order: they are joined while it still runs, one thread calls
+ * `norv_epoll_exit`, once, the loop's thread is joined, and only then is the rest cancelled, removed and
+ * closed. In any other order a call may wait forever; see `norv_epoll_exit`.
  *
  * All records are the caller's and are linked in place: the loop allocates nothing. A record stays where it
  * is, and alive, from its add or schedule to its remove or cancel. A round of the loop runs the timers that
  * are due, then the handlers of ready descriptors, then all delayed calls.
+ *
+ * Descriptor 0 counts as not open. In a process without standard input an event or a timer descriptor may get
+ * it: it calls back all the same, but destroying it neither removes nor closes it. Keep descriptor 0 taken
+ * (open /dev/null), or end such a record with `norv_epoll_fd_remove` and close(2).
  *
  *     static norv_epoll_t loop;                      // zero-filled before open
  *     norv_epoll_fd_t line = {.descriptor = norv_linux_gpio_get_fd(&gpio), .handler = on_edge};
@@ -138,8 +146,8 @@ struct norv_epoll_timer_fd {
  * A program that this process executes does not inherit the eventfd, but does, on purpose, inherit the epoll
  * instance (epoll_create(2) sets no close-on-exec flag).
  *
- * @param loop  zero-filled by the caller (open does not do it), and his until it is closed; not null; closed
- *              again after a failure
+ * @param loop  zero-filled by the caller (open does not do it), who keeps it until it is closed; not null;
+ *              closed again after a failure
  * @return 0; NORV_STATUS_INVALID_ARG when `loop` is null; the errno status of epoll_create(2), eventfd(2)
  *         or epoll_ctl(2); the status of `norv_mutex_init` or `norv_event_init`
  *
@@ -171,7 +179,9 @@ NORV_API uint32_t norv_epoll_close(norv_epoll_t* loop);
  * @param loop      open, not running; null: returns at once
  * @param watchdog  kept alive with `norv_thread_keep_alive`; the owner keeps it until the loop has returned;
  *                  may be null
- * @param period    milliseconds between two reports to the watchdog; 0 or NORV_EPOLL_NEVER: none
+ * @param period    milliseconds between two reports to the watchdog, the first of which comes after one
+ *                  period; 0 or NORV_EPOLL_NEVER: none. Up to 2^30, as for `norv_epoll_timer_schedule`: with
+ *                  2^31 or more the loop reports endlessly and does nothing else
  *
  * Blocks until the loop was told to exit. One thread at a time.
  */
@@ -182,8 +192,12 @@ NORV_API void norv_epoll_loop_with_watchdog(norv_epoll_t* loop, void* watchdog, 
  * the loop returns to its caller. While no loop runs this does nothing: starting clears the request, so wait
  * with `norv_epoll_wait_loop_started` before ending a loop that another thread is about to run.
  *
- * This returns when the request is taken, which is before the loop has returned: join the loop's thread
- * before closing or freeing the loop.
+ * This returns before the loop has returned: join the loop's thread before closing or freeing the loop. Until
+ * then no other thread may make a call that waits for the loop thread, not even a second exit: a call that is
+ * posted as the loop leaves waits until the loop runs again, which may be never. So join the threads that use
+ * the loop first. Calls that do not wait are `norv_epoll_fd_add` and `_modify`, the creation of events and
+ * timer descriptors, activating and deactivating an event, and the pending queries. Where several threads, or
+ * a signal handler, may end the loop, let them activate an event whose callback calls this function.
  *
  * @param loop  open; not null
  * @return 0, or a status of `norv_epoll_call_sync`
@@ -198,7 +212,7 @@ NORV_API uint32_t norv_epoll_exit(norv_epoll_t* loop);
  * @param loop  open; it need not run yet; not null
  * @return 0, or a status of `norv_epoll_call_sync`
  *
- * Blocks without limit. Any thread but the loop thread, which would wait for itself for ever.
+ * Blocks without limit. Any thread except the loop thread, which would wait for itself forever.
  */
 NORV_API uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop);
 
@@ -253,9 +267,9 @@ NORV_API uint32_t norv_epoll_fd_modify(norv_epoll_t* loop, norv_epoll_fd_t* reco
 
 /**
  * Drops the event of this descriptor that the current round has fetched but not yet delivered; the
- * registration stays. Matched is, on purpose, the descriptor's number, not the record: of two records that
- * share a number (one was closed without being removed, and the number was given out again) the first pending
- * one loses its event. At most one event is dropped.
+ * registration stays. Events are matched, on purpose, by the descriptor's number, not by the record: of two
+ * records that share a number (one was closed without being removed, and the number was given out again) the
+ * first pending one loses its event. At most one event is dropped.
  *
  * @param loop    the one that the record was added to; not null
  * @param record  only its descriptor counts; not null
@@ -270,8 +284,10 @@ NORV_API uint32_t norv_epoll_fd_ignore_once(norv_epoll_t* loop, norv_epoll_fd_t*
  * `norv_epoll_fd_ignore_once`. Once it has returned 0 the handler is not called any more and the record may
  * be freed, from inside a handler (its own, too) as from any other thread.
  *
- * After a failure an event that was fetched already is still delivered. Remove first and close the descriptor
- * afterwards: the other way round the removal fails.
+ * Remove first and close the descriptor afterwards: the other way round the removal fails. After a failure an
+ * event that was fetched already is still delivered: call `norv_epoll_fd_ignore_once` as well before freeing
+ * the record. A copy of the descriptor (dup(2), fork(2)) keeps alive a registration that was not removed; the
+ * record must then stay.
  *
  * @param loop    the one that the record was added to; not null
  * @param record  added; not null; its loop is null afterwards, also after a failure
@@ -285,18 +301,26 @@ NORV_API uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* reco
 /* ---- Timers ------------------------------------------------------------------------------------------ */
 
 /**
- * Schedules a timer, or moves one that is pending.
+ * Schedules a timer, or moves one that is pending on this loop.
  *
  * A one-shot timer is no longer pending when its callback runs, which may schedule or free it. A periodic one
  * is pending again by then, armed, on purpose, from the time of the round in which it fired: a late round
  * shifts its phase, it does not catch up. Do not schedule a periodic timer of 0 ms: it stays due, and the
- * round never ends. Timers of one loop lie within 2^31 ms (24.8 days) of each other; timers that are due at
- * the same millisecond fire in any order.
+ * round never ends. Timers that are due at the same millisecond fire in any order.
+ *
+ * Expiries are compared, on purpose, as signed 32-bit milliseconds that wrap around. A timer of 2^31 ms (24.8
+ * days) or more fires at once, and a periodic one stays due. Just below that limit lateness counts: a timer
+ * of 2^31 - 1 ms is taken for earlier than one that is a millisecond late, which then waits for it. Up to
+ * 2^30 ms (0x40000000, 12.4 days) is safe. For a longer time keep the end in 64 bits of `norv_time_get_ms`
+ * and let the callback schedule what is left, 2^30 ms at most each time; or use a timer descriptor, whose
+ * alarm is an absolute time of 64 bits.
  *
  * @param loop    open; not null
- * @param timer   its callback is set by the caller, who leaves it where it is while it is pending; not null
- * @param ms      milliseconds from this call on, and the period; NORV_EPOLL_NEVER: the timer is taken off
- *                instead, and its loop is null
+ * @param timer   zero-filled before it is first scheduled, and not pending on another loop: cancel it there
+ *                first. Its callback is set by the caller, who leaves it where it is while it is pending; not
+ *                null
+ * @param ms      milliseconds from this call on, and the period; up to 2^30; NORV_EPOLL_NEVER: the timer is
+ *                taken off instead, and its loop is null
  * @param repeat  true: periodic
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -306,8 +330,8 @@ NORV_API uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer
                                             bool repeat);
 
 /**
- * `norv_epoll_timer_schedule` in microseconds, cut to whole milliseconds: less than 1000 is a timer of 0 ms.
- * Of the milliseconds the low 32 bits count.
+ * `norv_epoll_timer_schedule` in microseconds, truncated to whole milliseconds: less than 1000 is a timer of
+ * 0 ms. Only the low 32 bits of the milliseconds are used; the same limits hold.
  *
  * @param loop          open; not null
  * @param timer         as for `norv_epoll_timer_schedule`
@@ -323,7 +347,7 @@ NORV_API uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_ti
 /**
  * Takes a timer off the loop; harmless when it is not pending.
  *
- * @param loop   the one that it was scheduled on; not null
+ * @param loop   the one that it is pending on, if it is; not null
  * @param timer  zero-filled or scheduled before; not null; its loop is null afterwards
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -357,7 +381,8 @@ NORV_API uint8_t norv_epoll_timer_pending(const norv_epoll_timer_t* timer);
  * may run after one of the round.
  *
  * @param loop      open; not null
- * @param delayed   its callback is set by the caller, who leaves it where it is while it is pending; not null
+ * @param delayed   zero-filled before it is first scheduled; one that is pending on another loop stays there.
+ *                  Its callback is set by the caller, who leaves it where it is while it is pending; not null
  * @param priority  smaller runs first
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -369,7 +394,7 @@ NORV_API uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_del
 /**
  * Takes a delayed call off the loop; harmless when it is not scheduled.
  *
- * @param loop     the one that it was scheduled on; not null
+ * @param loop     the one that it is pending on, if it is; not null
  * @param delayed  zero-filled or scheduled before; not null; its loop is null afterwards
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; a status of `norv_epoll_call_sync`
  *
@@ -421,8 +446,8 @@ NORV_API void norv_epoll_event_fd_destroy(norv_epoll_t* loop, norv_epoll_event_f
  * Raises the event: eventfd_write(3) of 1.
  *
  * @param event  created; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `event` is null; the errno status of eventfd_write(3), that of
- * EBADF when the event was not created
+ * @return 0; NORV_STATUS_INVALID_ARG when `event` is null; the errno status of eventfd_write(3), for instance
+ *         EBADF when the event is not created, or destroyed again
  *
  * Does not block. Any thread, and a signal handler: it does not go through the loop thread.
  */

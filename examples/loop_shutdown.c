@@ -1,0 +1,138 @@
+/*
+ * Ends an event loop that other threads use, in the one order in which none of them can hang.
+ *
+ *     loop_shutdown [RUNS]      default: 100
+ *
+ * Needs no hardware. In each run a loop serves the calls of three worker threads until one of them, or
+ * several at once, want it to end.
+ */
+#include <pthread.h>
+#include <semaphore.h>
+#include <stdatomic.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "norv_base.h"
+#include "norv_epoll.h"
+
+#define WORKERS 3
+#define CALLS 20 /* after so many calls a worker wants the loop to end */
+
+typedef struct service service_t;
+
+typedef struct {
+    norv_epoll_timer_t timer; /* first, so that the callback reaches the whole record */
+    service_t* service;
+    pthread_t thread;
+    unsigned calls; /* made by the worker's thread */
+} worker_t;
+
+struct service {
+    norv_epoll_t loop;
+    pthread_t loop_thread;
+    worker_t workers[WORKERS];
+    sem_t end_wanted; /* raised by whoever wants the loop to end; a signal handler may raise it too */
+    atomic_bool stopping;
+    unsigned served; /* on the loop's thread */
+};
+
+/* Ends the program when a call failed. */
+static void must(const char* what, uint32_t status) {
+    if (status != NORV_STATUS_OK) {
+        fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
+        exit(EXIT_FAILURE);
+    }
+}
+
+static void start_thread(pthread_t* thread, void* (*function)(void*), void* argument) {
+    if (pthread_create(thread, NULL, function, argument) != 0) {
+        fprintf(stderr, "a thread cannot be started\n");
+        exit(EXIT_FAILURE);
+    }
+}
+
+/* Loop thread. */
+static void* run_loop(void* loop) {
+    norv_epoll_loop_with_watchdog(loop, NULL, 0);
+    return NULL;
+}
+
+/* Loop thread: what a worker has done here. */
+static uint32_t serve(norv_epoll_t* loop, uint64_t argument1, uint64_t argument2) {
+    service_t* service = (service_t*)(uintptr_t)argument1;
+    (void)loop;
+    (void)argument2;
+    ++service->served;
+    return NORV_STATUS_OK;
+}
+
+/* Loop thread: a worker's timer has come. */
+static void on_timer(norv_epoll_timer_t* timer) {
+    (void)timer;
+}
+
+/* Worker thread: uses the loop until it is told to stop. */
+static void* work(void* argument) {
+    worker_t* worker = argument;
+    norv_epoll_t* loop = &worker->service->loop;
+    while (!atomic_load(&worker->service->stopping)) {
+        must("schedule a timer", norv_epoll_timer_schedule(loop, &worker->timer, 1, true));
+        must("call the loop", norv_epoll_call_sync(loop, serve, (uintptr_t)worker->service, 0));
+        if (++worker->calls == CALLS) {
+            sem_post(&worker->service->end_wanted);
+        }
+    }
+    must("cancel the timer", norv_epoll_timer_cancel(loop, &worker->timer));
+    return NULL;
+}
+
+static void start(service_t* service) {
+    sem_init(&service->end_wanted, 0, 0);
+    must("open the loop", norv_epoll_open(&service->loop));
+    start_thread(&service->loop_thread, run_loop, &service->loop);
+    must("wait for the loop", norv_epoll_wait_loop_started(&service->loop));
+    for (unsigned index = 0; index < WORKERS; ++index) {
+        worker_t* worker = &service->workers[index];
+        worker->timer.callback = on_timer;
+        worker->service = service;
+        start_thread(&worker->thread, work, worker);
+    }
+}
+
+/* The thread that started the service ends it. */
+static void shut_down(service_t* service) {
+    /* First the threads that use the loop, while it still runs and serves what they are about to call. */
+    atomic_store(&service->stopping, true);
+    for (unsigned index = 0; index < WORKERS; ++index) {
+        pthread_join(service->workers[index].thread, NULL);
+    }
+    /* Then the loop: one exit, and no other call on the loop until its thread is joined. */
+    must("stop the loop", norv_epoll_exit(&service->loop));
+    pthread_join(service->loop_thread, NULL);
+    /* No other thread uses the loop now: this is where the rest is cancelled, removed and destroyed. */
+    norv_epoll_close(&service->loop);
+    sem_destroy(&service->end_wanted);
+}
+
+int main(int argc, char** argv) {
+    const unsigned long runs = argc > 1 ? strtoul(argv[1], NULL, 10) : 100;
+    unsigned long served = 0;
+
+    for (unsigned long run = 0; run < runs; ++run) {
+        service_t service = {.served = 0}; /* zero-filled, as the loop and the timers want it */
+        unsigned called = 0;
+        start(&service);
+        sem_wait(&service.end_wanted);
+        shut_down(&service);
+        for (unsigned index = 0; index < WORKERS; ++index) {
+            called += service.workers[index].calls;
+        }
+        if (service.served != called) {
+            fprintf(stderr, "%u calls were made, %u served\n", called, service.served);
+            return EXIT_FAILURE;
+        }
+        served += called;
+    }
+    printf("%lu runs of a loop with %d worker threads: %lu calls, all served\n", runs, WORKERS, served);
+    return EXIT_SUCCESS;
+}
