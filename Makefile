@@ -86,8 +86,9 @@ fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 	@tools/build fuzz
 	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
 
-scripts-check: setup-check ## Check the shell scripts
+scripts-check: setup-check ## Check the shell and Python scripts
 	@tools/scripts | xargs shellcheck --external-sources
+	@tools/scripts python3 | xargs pyflakes3
 
 doc: ## Make the reference of the headers below build/doc: HTML and man pages
 	@tools/need-packages $(DOC_PACKAGES)
