@@ -9,8 +9,10 @@ DOC_PACKAGES = $(shell cat packaging/packages.doc)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
+MUTANTS ?= 2000
+MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak mutation doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -86,9 +88,14 @@ fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 	@tools/build fuzz
 	@tools/fuzz build/fuzz $(FUZZ_SECONDS)
 
-scripts-check: setup-check ## Check the shell and Python scripts
+mutation: setup-check ## Change the libraries in MUTANTS (2000) small ways, and check that a unit test notices each; MUTANTS= tries all
+	@tools/build release
+	@tools/mutation --threshold $(MUTATION_THRESHOLD) $(if $(MUTANTS),--sample $(MUTANTS)) --jobs $(JOBS)
+
+scripts-check: setup-check ## Check the shell and Python scripts, and the mutation tool
 	@tools/scripts | xargs shellcheck --external-sources
 	@tools/scripts python3 | xargs pyflakes3
+	@tests/mutation/check_mutation.sh
 
 doc: ## Make the reference of the headers below build/doc: HTML and man pages
 	@tools/need-packages $(DOC_PACKAGES)

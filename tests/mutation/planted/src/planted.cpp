@@ -1,0 +1,48 @@
+#include "planted.hpp"
+
+#include <cstdio>
+
+#define PLANTED_READ 1
+#define PLANTED_WRITE 2
+#define PLANTED_TWICE(value) ((value) + (value))
+
+static_assert(sizeof(int) == 4 && 1 + 1 == 2, "nothing in here is a mutant, nor are its \"strings\"");
+
+int planted_sum(int first, int second) {
+    int sum = first;
+    sum += second;
+    return sum;
+}
+
+// No test calls it.
+int planted_untested(int value) {
+    return PLANTED_TWICE(value) - 7;
+}
+
+// Of an unsigned number, == 0 and <= 0 are the same.
+bool planted_is_small(unsigned value) {
+    if (value == 0) {
+        return false;
+    }
+    return value < 10;
+}
+
+unsigned planted_steps(unsigned left) {
+    volatile unsigned rest = left;
+    return count_down(rest);
+}
+
+int planted_flags(bool both) {
+    if (both) {
+        return PLANTED_READ | PLANTED_WRITE;
+    }
+    return PLANTED_READ;
+}
+
+void planted_text(char* buffer, unsigned number) {
+    char text[8] = {};
+    snprintf(text, sizeof text, "n=%u", number);
+    for (const char character : text) {
+        *buffer++ = character;
+    }
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+
+#include "steps.hpp"
+
+constexpr unsigned char planted_unused[2] = {5, 6};
+
+extern "C" {
+int planted_sum(int first, int second);
+int planted_untested(int value);
+bool planted_is_small(unsigned value);
+unsigned planted_steps(unsigned left);
+int planted_flags(bool both);
+void planted_text(char* buffer, unsigned number);
+}

@@ -1,0 +1,18 @@
+#include <cstring>
+
+#include "planted.hpp"
+
+static bool text_is_right() {
+    char text[8];
+    planted_text(text, 4000000000);
+    return strcmp(text, "n=40000") == 0;
+}
+
+int main() {
+    const bool sums = planted_sum(2, 3) == 5;
+    const bool sizes =
+        !planted_is_small(0) && planted_is_small(1) && planted_is_small(9) && !planted_is_small(10);
+    const bool steps = planted_steps(2) == 2 && planted_steps(9) == 3;
+    const bool flags = planted_flags(true) == 3 && planted_flags(false) == 1;
+    return sums && sizes && steps && flags && text_is_right() ? 0 : 1;
+}

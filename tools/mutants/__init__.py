@@ -1,0 +1,1 @@
+"""Mutation testing of the project's shared libraries; tools/mutation is the program."""
