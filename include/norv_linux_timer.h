@@ -8,8 +8,9 @@
  *
  *     norv_linux_timer_t timer;
  *     norv_linux_timer_open(&timer);
- *     norv_linux_timer_set_alarm_time(&timer, 0, NORV_LINUX_TIMER_TICKS_PER_SECOND); // every second from now
- * on poll(&(struct pollfd){timer.descriptor, POLLIN, 0}, 1, -1); norv_linux_timer_clear_event(&timer);
+ *     norv_linux_timer_set_alarm_time(&timer, 0, NORV_LINUX_TIMER_TICKS_PER_SECOND);  // every second
+ *     poll(&(struct pollfd){timer.descriptor, POLLIN, 0}, 1, -1);
+ *     norv_linux_timer_clear_event(&timer);
  *     norv_linux_timer_close(&timer);
  */
 #ifndef NORV_LINUX_TIMER_H
@@ -57,14 +58,15 @@ NORV_API uint32_t norv_linux_timer_open(norv_linux_timer_t* timer);
 /**
  * Closes a timer.
  *
- * @param timer  may be null; its descriptor is -1 afterwards, so that a second close closes nothing
+ * @param timer  may be null; its descriptor is -1 afterwards, so that a second close closes nothing. A
+ *               descriptor of 0 counts as not open and is not closed
  *
  * Does not block. Never fails.
  */
 NORV_API void norv_linux_timer_close(norv_linux_timer_t* timer);
 
 /**
- * Tells the time on the clock of the alarms: clock_gettime(2) of CLOCK_MONOTONIC.
+ * Reads the clock of the alarms: clock_gettime(2) of CLOCK_MONOTONIC.
  *
  * @param timer  not used; may be null
  * @param ticks  receives the time in ticks; may be null; untouched on failure
@@ -96,7 +98,7 @@ NORV_API uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uin
  *
  * @param timer  open
  * @return not a status but what read(2) returned: 8; -1 when the timer has not expired (errno is EAGAIN),
- * when it is not open, and when `timer` is null
+ *         when it is not open, and when `timer` is null
  *
  * Does not block.
  */
