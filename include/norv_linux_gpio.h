@@ -1,16 +1,22 @@
 /**
  * @file norv_linux_gpio.h
- * One GPIO line through the kernel's sysfs interface, /sys/class/gpio.
+ * One GPIO line through the kernel's sysfs interface, /sys/class/gpio. Kernel developers call that interface
+ * obsolete, and a kernel may be built without it (CONFIG_GPIO_SYSFS): opening then returns
+ * NORV_STATUS_NOT_FOUND.
  *
  * Opening a line exports it if it is not exported yet; its "value" file stays open for the life of the
  * handle, for fast access and for waiting. Closing always unexports the line, also one that somebody else
  * had exported; an output then returns to what the driver makes of a free line, so keep a handle open for
  * as long as the level has to stay. A handle is used by one thread at a time.
  *
+ * Edges are reported, not counted: those between two reads of the value are one report, and the level that is
+ * read is the one at the time of the read. Pulses that come faster than the program reads are lost.
+ *
  *     norv_linux_gpio_t button;
  *     norv_linux_gpio_open(17, &button);
  *     norv_linux_gpio_set_dir(&button, false);
  *     norv_linux_gpio_set_irq(&button, NORV_LINUX_GPIO_EDGE_RISING);
+ *     norv_linux_gpio_get_value(&button, &level);  // or the first wait returns at once
  *     if (norv_linux_gpio_wait_irq(&button, 1000) == NORV_STATUS_OK)
  *         norv_linux_gpio_get_value(&button, &level);
  *     norv_linux_gpio_close(&button);
@@ -45,8 +51,8 @@ enum {
  * @param number  the kernel's number of the line
  * @param gpio    filled; not null; after a failure its descriptor is -1
  * @return 0; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno status of writing "export" (for instance
- *         NORV_STATUS_INVALID_ARG: no such line) or of opening "value"; the line stays exported when only
- *         the latter failed
+ *         NORV_STATUS_INVALID_ARG: no such line; NORV_STATUS_NOT_FOUND: no /sys/class/gpio) or of opening
+ *         "value"; the line stays exported when only the latter failed
  *
  * Does not block. Any thread.
  */
@@ -55,14 +61,17 @@ NORV_API uint32_t norv_linux_gpio_open(uint32_t number, norv_linux_gpio_t* gpio)
 /**
  * Unexports the line if it is exported, whoever exported it, and closes its "value" file.
  *
- * @param gpio  may be null; its descriptor is -1 afterwards, so that a second close closes nothing
+ * @param gpio  opened; may be null. A record of zeros that was never opened stands for line 0, which is
+ *              unexported. The descriptor is -1 afterwards and the number stays: a second close closes
+ *              nothing, but unexports the line if it has been exported again. A descriptor of 0 counts as not
+ *              open and is not closed
  *
  * Does not block. Never fails; what the kernel says of "unexport" is ignored.
  */
 NORV_API void norv_linux_gpio_close(norv_linux_gpio_t* gpio);
 
 /**
- * Tells the descriptor of the "value" file, to be polled for `POLLPRI` or added to a loop for `EPOLLPRI`.
+ * Returns the descriptor of the "value" file, to be polled for `POLLPRI` or added to a loop for `EPOLLPRI`.
  *
  * @param gpio  not null
  * @return the descriptor, which stays the handle's; -1 when the handle is closed
@@ -75,7 +84,7 @@ NORV_API int32_t norv_linux_gpio_get_fd(const norv_linux_gpio_t* gpio);
  * @param gpio    not null
  * @param output  true: output, driven low at first; false: input
  * @return 0; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno status of opening or writing the
- * attribute
+ *         attribute
  *
  * Does not block.
  */
@@ -99,7 +108,7 @@ NORV_API uint32_t norv_linux_gpio_set_irq(norv_linux_gpio_t* gpio, uint32_t edge
  * @param gpio        not null
  * @param active_low  true: a low level counts as 1
  * @return 0; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno status of opening or writing the
- * attribute
+ *         attribute
  *
  * Does not block.
  */
@@ -118,11 +127,12 @@ NORV_API uint32_t norv_linux_gpio_set_active_low(norv_linux_gpio_t* gpio, bool a
 NORV_API uint32_t norv_linux_gpio_set_value(norv_linux_gpio_t* gpio, bool value);
 
 /**
- * Reads the level: seeks the open "value" file to its start, which re-arms the edge notification, and reads.
+ * Reads the level from the start of the open "value" file, which re-arms the edge notification.
  *
  * @param gpio   not null, open
  * @param value  receives 1 or 0; may be null, the file is read all the same; untouched on failure
- * @return 0; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno status of the seek or the read
+ * @return 0; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno status of the seek or the read, for
+ *         instance ENODEV: somebody else has unexported the line
  *
  * Does not block.
  */
@@ -135,7 +145,11 @@ NORV_API uint32_t norv_linux_gpio_get_value(norv_linux_gpio_t* gpio, uint8_t* va
  * that a signal interrupts starts again with the whole time-out. The kernel reports a value file that was
  * never read as ready at once, so read the value before the first wait.
  *
- * @param gpio     not null, open
+ * When somebody else unexports the line, every wait returns 0 at once, as poll(2) and an event loop report
+ * the descriptor ready (POLLERR): look at the status of `norv_linux_gpio_get_value`, and on ENODEV close the
+ * handle and open it again. A wait under way may last until its time-out before it returns 0.
+ *
+ * @param gpio     not null, open; on a closed handle the wait lasts for its whole time-out
  * @param timeout  milliseconds; 0xFFFFFFFF, and any other value of 2^31 or more, waits without limit
  * @return 0; NORV_STATUS_TIMEOUT when no edge came; NORV_STATUS_INVALID_ARG when `gpio` is null; the errno
  *         status of poll(2)

@@ -3,14 +3,17 @@
  * PWM channels through the kernel's sysfs interface, /sys/class/pwm.
  *
  * Opening a channel exports it if it is not exported yet, closing always unexports it, also one that somebody
- * else had exported. The handle holds two numbers and no descriptor: every call opens one attribute, uses it
- * once and closes it. All times are nanoseconds. A handle is used by one thread at a time.
+ * else had exported. A signal that runs may go on after that: stop it before closing. The handle holds two
+ * numbers and no descriptor: every call opens one attribute, uses it once and closes it. All times are
+ * nanoseconds. A handle is used by one thread at a time.
  *
  *     norv_linux_pwm_t fan;
  *     norv_linux_pwm_open(0, 2, &fan);
  *     norv_linux_pwm_set_period(&fan, 40000);
  *     norv_linux_pwm_set_duty(&fan, 10000);
  *     norv_linux_pwm_enable(&fan, true);
+ *     sleep(10);
+ *     norv_linux_pwm_enable(&fan, false);
  *     norv_linux_pwm_close(&fan);
  */
 #ifndef NORV_LINUX_PWM_H
@@ -40,26 +43,28 @@ typedef struct {
  * @param pwm      filled, also when the call fails; not null
  * @return 0; NORV_STATUS_INVALID_ARG when `pwm` is null; the errno status of opening or writing "export", for
  *         instance NORV_STATUS_NOT_FOUND: no such chip, ENODEV: no such channel, EBUSY: a kernel driver has
- * it
+ *         it
  *
  * Does not block. Any thread.
  */
 NORV_API uint32_t norv_linux_pwm_open(uint32_t chip, uint32_t channel, norv_linux_pwm_t* pwm);
 
 /**
- * Unexports the channel if it is exported, whoever exported it. The kernel then lets it go; most drivers stop
- * its signal.
+ * Unexports the channel if it is exported, whoever exported it. The kernel does not stop its signal, and a
+ * driver need not: call `norv_linux_pwm_enable` with false first, unless the signal is to go on.
  *
- * @param pwm  may be null; left as it is, and may be used again once it is opened again
+ * @param pwm  opened; may be null. A record of zeros that was never opened stands for channel 0 of chip 0,
+ *             which is unexported. It is left as it is: a second close unexports the channel if it has been
+ *             exported again
  *
  * Does not block. Never fails; what the kernel says of "unexport" is ignored.
  */
 NORV_API void norv_linux_pwm_close(norv_linux_pwm_t* pwm);
 
 /**
- * Tells how many channels a chip has: reads two characters of pwmchipN/npwm.
+ * Reads how many channels a chip has: two characters of pwmchipN/npwm.
  *
- * Of a chip with 100 channels or more only the first two digits are seen: 128 is reported as 12. When the
+ * A chip with 100 channels or more is reported by the first two digits of their number: 128 as 12. When the
  * seek or the read fails, which the kernel's attribute never does, the descriptor stays open.
  *
  * @param chip   N of /sys/class/pwm/pwmchipN
@@ -132,8 +137,7 @@ NORV_API uint32_t norv_linux_pwm_set_polarity(norv_linux_pwm_t* pwm, bool invers
  * @param period  receives the length of a cycle in nanoseconds; may be null; untouched on failure
  * @param duty    receives the high part of it in nanoseconds; may be null; untouched on failure
  * @return 0; NORV_STATUS_INVALID_ARG when `pwm` is null; the errno status of opening or reading the
- *         attribute, for instance that of ENOSYS: the driver cannot capture, or NORV_STATUS_TIMEOUT: no
- * signal
+ *         attribute, for instance ENOSYS: the driver cannot capture, or NORV_STATUS_TIMEOUT: no signal
  *
  * Blocks until the driver has measured one cycle, for one second at most.
  */

@@ -4,7 +4,7 @@
 // pair measures the signal of the other, and times out when that is stopped. The second has 128 channels.
 //
 // As with real controllers, the polarity of a channel cannot be changed while it runs, a cycle is 10 ns long
-// at least, and a channel that is let go stops.
+// at least, and a channel that runs goes on after it was unexported: nothing in the kernel stops it.
 
 #include <linux/device.h>
 #include <linux/module.h>
@@ -41,15 +41,10 @@ static int board_pwm_capture(struct pwm_chip* chip, struct pwm_device* pwm, stru
     return 0;
 }
 
-static void board_pwm_free(struct pwm_chip* chip, struct pwm_device* pwm) {
-    pwm->state.enabled = false;
-}
-
 static const struct pwm_ops ops = {
     .owner = THIS_MODULE,
     .apply = board_pwm_apply,
     .capture = board_pwm_capture,
-    .free = board_pwm_free,
 };
 
 static struct pwm_chip paired = {.ops = &ops, .npwm = 4};

@@ -61,7 +61,8 @@ void norv_linux_gpio_close(norv_linux_gpio_t* gpio) {
     if (gpio == nullptr) {
         return;
     }
-    // Also a line that somebody else had exported: callers rely on a closed line being free.
+    // Also a line that somebody else had exported: callers rely on a closed line being free. A record of
+    // zeros stands for line 0, and a closed one for its line, on purpose.
     if (is_exported(gpio->number)) {
         write_global("unexport", gpio->number);
     }

@@ -52,7 +52,8 @@ uint32_t norv_linux_pwm_open(uint32_t chip, uint32_t channel, norv_linux_pwm_t* 
 }
 
 void norv_linux_pwm_close(norv_linux_pwm_t* pwm) {
-    // Also a channel that somebody else had exported: callers rely on a closed channel being free.
+    // Also a channel that somebody else had exported: callers rely on a closed channel being free. A record
+    // of zeros stands for channel 0 of chip 0, and the signal goes on, on purpose.
     if (pwm != nullptr && is_exported(pwm)) {
         write_chip(pwm, "unexport");
     }

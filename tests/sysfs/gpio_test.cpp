@@ -72,6 +72,12 @@ TEST_F(Gpio, ALineThatDoesNotExistCannotBeOpened) {
     EXPECT_EQ(line.value_descriptor, -1);
 }
 
+TEST_F(Gpio, WithoutTheSysfsInterfaceALineIsNotFound) {
+    kernel.remove("/sys/class/gpio");
+    EXPECT_EQ(norv_linux_gpio_open(17, &line), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(line.value_descriptor, -1);
+}
+
 TEST_F(Gpio, TheNumberIsPrintedSigned) {
     kernel.on_write("/sys/class/gpio/export", [](std::string_view) { return EINVAL; });
     EXPECT_EQ(norv_linux_gpio_open(0x80000000U, &line), NORV_STATUS_INVALID_ARG);

@@ -6,16 +6,26 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <string>
 #include <thread>
 
 #include "norv_base.h"
+#include "norv_file.h"
 
 namespace {
 
 bool is_exported(int line) {
     struct stat found {};
     return stat(("/sys/class/gpio/gpio" + std::to_string(line)).c_str(), &found) == 0;
+}
+
+// As another program would.
+void write_attribute(const char* path, const char* text) {
+    auto length = static_cast<uint32_t>(strlen(text));
+    EXPECT_EQ(norv_write_device(text, &length, "%s", path), 0U);
 }
 
 class GpioOnBoard : public testing::Test {
@@ -140,6 +150,62 @@ TEST_F(GpioOnBoard, OneThousandEdgesAreSeenOneByOne) {
         ASSERT_EQ(level(), 1);
         drive(false);
     }
+}
+
+TEST_F(GpioOnBoard, EdgesBetweenTwoReadsAreReportedOnce) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    for (int pulse = 0; pulse < 100; ++pulse) {
+        drive(true);
+        drive(false);
+    }
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U);
+    EXPECT_EQ(level(), 0);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 50), NORV_STATUS_TIMEOUT);
+}
+
+TEST_F(GpioOnBoard, OnlyReadingTheValueEndsTheReportOfAnEdge) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    drive(true);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 5000), 0U);
+    EXPECT_EQ(lseek(norv_linux_gpio_get_fd(&input), 0, SEEK_SET), 0);
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 0), 0U);
+    level();
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 0), NORV_STATUS_TIMEOUT);
+}
+
+// The unexport does not wake the wait; its time-out does, or a signal.
+TEST_F(GpioOnBoard, AWaitDuringWhichTheLineIsUnexportedReturns0WithoutAnEdge) {
+    drive(false);
+    arm(NORV_LINUX_GPIO_EDGE_RISING);
+    std::thread other([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        write_attribute("/sys/class/gpio/unexport", "17");
+    });
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 500), 0U);
+    other.join();
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, nullptr), NORV_STATUS_ERRNO_BASE + ENODEV);
+}
+
+TEST_F(GpioOnBoard, AHandleWhoseLineWasUnexportedHasToBeOpenedAgain) {
+    write_attribute("/sys/class/gpio/unexport", "17");
+    for (int wait = 0; wait < 3; ++wait) {
+        EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 10000), 0U);
+    }
+    EXPECT_EQ(norv_linux_gpio_set_dir(&input, false), NORV_STATUS_NOT_FOUND);
+    write_attribute("/sys/class/gpio/export", "17");
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, nullptr), NORV_STATUS_ERRNO_BASE + ENODEV);
+    norv_linux_gpio_close(&input);
+    EXPECT_EQ(norv_linux_gpio_open(17, &input), 0U);
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, nullptr), 0U);
+}
+
+TEST_F(GpioOnBoard, ASecondCloseUnexportsALineThatWasExportedMeanwhile) {
+    norv_linux_gpio_close(&input);
+    write_attribute("/sys/class/gpio/export", "17");
+    norv_linux_gpio_close(&input);
+    EXPECT_FALSE(is_exported(17));
 }
 
 TEST(GpioOnBoardRefusals, ALineThatTheKernelDoesNotHaveCannotBeOpened) {

@@ -111,6 +111,24 @@ TEST_F(PwmOnBoard, WithoutASignalACaptureTimesOut) {
     EXPECT_EQ(measure().status, NORV_STATUS_TIMEOUT);
 }
 
+TEST_F(PwmOnBoard, ASignalGoesOnAfterItsChannelWasClosed) {
+    generate(20000, 5000);
+    norv_linux_pwm_close(&output);
+    const measured afterwards = measure();
+    EXPECT_EQ(afterwards.status, 0U);
+    EXPECT_EQ(afterwards.duty, 5000U);
+    EXPECT_EQ(norv_linux_pwm_open(0, 2, &output), 0U);
+    EXPECT_EQ(attribute(channel_path(output, "enable")), "1");
+}
+
+TEST_F(PwmOnBoard, ASignalThatIsStoppedBeforeItsChannelIsClosedIsGone) {
+    generate(20000, 5000);
+    EXPECT_EQ(norv_linux_pwm_enable(&output, false), 0U);
+    norv_linux_pwm_close(&output);
+    EXPECT_EQ(measure().status, NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(norv_linux_pwm_open(0, 2, &output), 0U);
+}
+
 TEST_F(PwmOnBoard, ADutyBeyondThePeriodIsRefused) {
     generate(20000, 5000);
     EXPECT_EQ(norv_linux_pwm_set_duty(&output, 20001), NORV_STATUS_INVALID_ARG);
