@@ -410,7 +410,7 @@ TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpo
 }
 
 TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsNeverLetsTheRoundEndOnPurpose) {
-    source ready;
+    source ready([this](uint32_t) { loop.exit(); });
     timer due([&] {
         if (due.expiries == 100) {
             loop.exit();
@@ -915,7 +915,7 @@ TEST_F(LoopWatchdog, IsFirstKeptAliveOnePeriodAfterTheStart) {
 
 TEST_F(LoopWatchdog, IsKeptAliveWithoutEndByAPeriodOf2To31MillisecondsOnPurpose) {
     norv_thread_watchdog_t watchdog = {};
-    source ready;
+    source ready([this](uint32_t) { loop.exit(); });
     ready.signal();
     norv_epoll_fd_add(&loop.handle, &ready.record, EPOLLIN);
     reports = 0;
