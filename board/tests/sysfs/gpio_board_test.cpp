@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +27,17 @@ bool is_exported(int line) {
 void write_attribute(const char* path, const char* text) {
     auto length = static_cast<uint32_t>(strlen(text));
     EXPECT_EQ(norv_write_device(text, &length, "%s", path), 0U);
+}
+
+// What an epoll instance says of a descriptor that is waited for like a line.
+uint32_t reported_by_epoll(int descriptor) {
+    const int instance = epoll_create1(EPOLL_CLOEXEC);
+    epoll_event event = {};
+    event.events = EPOLLPRI;
+    EXPECT_EQ(epoll_ctl(instance, EPOLL_CTL_ADD, descriptor, &event), 0);
+    const int ready = epoll_wait(instance, &event, 1, 10000);
+    close(instance);
+    return ready == 1 ? event.events : 0;
 }
 
 class GpioOnBoard : public testing::Test {
@@ -192,6 +204,7 @@ TEST_F(GpioOnBoard, AHandleWhoseLineWasUnexportedHasToBeOpenedAgain) {
     write_attribute("/sys/class/gpio/unexport", "17");
     for (int wait = 0; wait < 3; ++wait) {
         EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 10000), 0U);
+        EXPECT_EQ(reported_by_epoll(norv_linux_gpio_get_fd(&input)), uint32_t{EPOLLPRI | EPOLLERR});
     }
     EXPECT_EQ(norv_linux_gpio_set_dir(&input, false), NORV_STATUS_NOT_FOUND);
     write_attribute("/sys/class/gpio/export", "17");
