@@ -16,7 +16,8 @@
  *     }
  *
  * The kernel's own limit for one message is 8192 bytes (i2c-dev), or less where the adapter's driver says so;
- * it refuses a longer one.
+ * it refuses a longer one. It does not check addresses: one above 0x7F goes to the adapter's driver, and most
+ * drivers put its low 7 bits on the bus, where another device may answer.
  */
 #ifndef NORV_LINUX_I2C_H
 #define NORV_LINUX_I2C_H

@@ -10,7 +10,8 @@
 //   0x50  an EEPROM like a 24C02, erased (0xFF) at load: a write stays within its page of 8 bytes, and for
 //         5 ms after one the chip does not answer
 //
-// Nobody answers at any other address (-ENXIO). Addresses of more than 7 bits are not possible (-EINVAL).
+// No chip answers at any other address (-ENXIO). The kernel passes addresses above 0x7F on to its adapters;
+// like most of them, this one puts their low 7 bits on the bus. It cannot do 10-bit addressing (-EOPNOTSUPP).
 
 #include <linux/i2c.h>
 #include <linux/kmod.h>
@@ -92,10 +93,10 @@ static int write_cells(struct chip* chip, const struct i2c_msg* message) {
 static int transfer_message(struct i2c_msg* message) {
     struct chip* chip;
 
-    if (message->flags & I2C_M_TEN || message->addr > 0x7F) {
-        return -EINVAL;
+    if (message->flags & I2C_M_TEN) {
+        return -EOPNOTSUPP;
     }
-    chip = answering_chip(message->addr);
+    chip = answering_chip(i2c_8bit_addr_from_msg(message) >> 1);
     if (!chip) {
         return -ENXIO;
     }

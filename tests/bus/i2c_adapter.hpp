@@ -59,7 +59,7 @@ class i2c_adapter : public device {
             const i2c_msg& message = request.msgs[index];
             if (message.addr != 0x50) {
                 transactions.back().push_back({message.addr, message.flags, ""});
-                return message.addr > 0x7F ? -EINVAL : -ENXIO;
+                return -ENXIO;
             }
             if ((message.flags & I2C_M_RD) != 0) {
                 deliver(message);
