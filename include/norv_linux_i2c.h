@@ -28,7 +28,7 @@
 
 NORV_BEGIN_DECLS
 
-/** The lengths up to which a transfer is passed to the kernel, in bytes. */
+/** The greatest lengths that are passed to the kernel, in bytes. */
 enum {
     NORV_LINUX_I2C_MAX_WRITE = 256, /**< data of `norv_linux_i2c_write`, without the register */
     NORV_LINUX_I2C_MAX_RAW = 65535  /**< `norv_linux_i2c_raw_read` and `norv_linux_i2c_raw_write` */
@@ -85,7 +85,7 @@ NORV_API uint32_t norv_linux_i2c_read(const int32_t* descriptor, uint8_t address
  * @param data        the bytes; owned by the caller; null only when `length` is 0
  * @param length      bytes, 0 to 256; 0 sends the register address alone
  * @return 0; NORV_STATUS_INVALID_ARG for any other length and when a pointer is null, with nothing sent; the
- *         errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; some bytes may then have been taken
+ *         errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; the device may then have taken some bytes
  *
  * Blocks for the length of the transaction.
  */
@@ -99,9 +99,10 @@ NORV_API uint32_t norv_linux_i2c_write(const int32_t* descriptor, uint8_t addres
  * @param address     slave address, 7 bits, not shifted; passed on as it is
  * @param data        receives `length` bytes; owned by the caller; null only when `length` is 0; left as it
  *                    was on failure
- * @param length      bytes, 0 to 65535
- * @return 0; NORV_STATUS_INVALID_ARG for any other length and when a pointer is null, with nothing sent; the
- *         errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`
+ * @param length      bytes, 0 to 65535. A negative length is not refused: its low 16 bits are the length of
+ *                    the message, so that -1 reads 65535 bytes and -65534 reads 2
+ * @return 0; NORV_STATUS_INVALID_ARG for a length above 65535 and when a pointer is null, with nothing sent;
+ *         the errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`
  *
  * Blocks for the length of the transaction.
  */
@@ -114,9 +115,11 @@ NORV_API uint32_t norv_linux_i2c_raw_read(const int32_t* descriptor, uint8_t add
  * @param descriptor  of an open adapter; not null
  * @param address     slave address, 7 bits, not shifted; passed on as it is
  * @param data        the bytes; owned by the caller; null only when `length` is 0
- * @param length      bytes, 0 to 65535
- * @return 0; NORV_STATUS_INVALID_ARG for any other length and when a pointer is null, with nothing sent; the
- *         errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; some bytes may then have been taken
+ * @param length      bytes, 0 to 65535. A negative length is not refused: its low 16 bits are the length of
+ *                    the message, so that -1 sends 65535 bytes and -65534 sends 2
+ * @return 0; NORV_STATUS_INVALID_ARG for a length above 65535 and when a pointer is null, with nothing sent;
+ *         the errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; the device may then have taken some
+ *         bytes
  *
  * Blocks for the length of the transaction.
  */

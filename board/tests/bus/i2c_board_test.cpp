@@ -112,6 +112,16 @@ TEST_F(I2cOnBoard, AnAddressAbove7BitsIsNotRefusedByTheKernel) {
     EXPECT_THAT(data, ElementsAre(0x42, 9, 9, 9));
 }
 
+TEST_F(I2cOnBoard, ANegativeRawLengthIsItsLow16Bits) {
+    std::vector<uint8_t> bytes(65535);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, "\x10\x43", -65534), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0x10, data.data(), 1), 0U);
+    EXPECT_THAT(data, ElementsAre(0x43, 9, 9, 9));
+    // 65535 bytes are more than the kernel takes in one message.
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), -1),
+              NORV_STATUS_INVALID_ARG);
+}
+
 TEST_F(I2cOnBoard, AByteThatIsNotAcknowledgedEndsTheWrite) {
     EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::refusing_registers, 0x01, "\x11\x22\x33", 3),
               errno_status(EREMOTEIO));
