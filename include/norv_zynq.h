@@ -8,8 +8,9 @@
  * single-precision arithmetic and rounded to the nearest integer.
  *
  * There is no handle and nothing to close. Any thread may call at any time. Attributes are read up to 15
- * bytes, the last of which is taken for the newline. Scales are read as the program's locale writes
- * fractions: keep LC_NUMERIC at "C", as it is at a program's start.
+ * bytes, the last of which is taken for the newline. Rates and Zynq readings are read as a long: where that
+ * has 32 bits, as on a Zynq-7000, larger numbers become 2147483647. Scales are read as the program's locale
+ * writes fractions: keep LC_NUMERIC at "C", as it is at a program's start.
  *
  *     int32_t temperature;
  *     uint32_t rate = 100000000;
@@ -37,8 +38,8 @@ NORV_BEGIN_DECLS
  *               has now, or the one asked for when that could not be read back; untouched on failure;
  *               not null
  * @return 0 once the rate was written, whatever became of reading it back; NORV_STATUS_INVALID_ARG when
- * `rate` is null or the driver refuses it; the errno status of opening or writing the attribute, for instance
- *         NORV_STATUS_NOT_FOUND: no such clock
+ *         `rate` is null or the driver refuses it; the errno status of opening or writing the attribute, for
+ *         instance NORV_STATUS_NOT_FOUND: no such clock
  *
  * Blocks while the driver sets the clock. Any thread.
  */
@@ -50,7 +51,7 @@ NORV_API uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate);
  * @param index  number of the clock; printed signed
  * @param rate   receives Hz; untouched on failure; not null
  * @return 0; NORV_STATUS_INVALID_ARG when `rate` is null; the errno status of opening or reading the
- * attribute
+ *         attribute
  *
  * Does not block. Any thread.
  */
@@ -85,7 +86,7 @@ NORV_API uint32_t norv_zynq_get_temperature(int32_t* temperature);
  * Measures a voltage: in_NAME_raw of iio:device0, a 12-bit reading.
  *
  * @param channel    name of the channel as the system monitor has it, for instance "voltage0_vccint"; not
- * null
+ *                   null
  * @param low_range  true: full scale is 1 V, as for the external inputs; false: 3 V, as for the supplies
  * @param voltage    receives millivolts; untouched on failure; not null
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; the errno status of opening or reading the
@@ -104,7 +105,7 @@ NORV_API uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int
  * @param index  number of the clock; printed signed
  * @param rate   receives Hz; untouched on failure; not null
  * @return 0; NORV_STATUS_INVALID_ARG when `rate` is null; the errno status of opening or reading the
- * attribute
+ *         attribute
  *
  * Does not block. Any thread.
  */

@@ -36,10 +36,10 @@ int32_t index_of(const char* name) {
     return static_cast<int32_t>(index);
 }
 
-// What stands behind the third character, read as a C literal: a leading zero makes it octal, and whatever is
-// no number is 0. Callers rely on both.
+// The text after the third character, read as a C literal: a leading zero makes it octal, and text without a
+// number is 0. Callers rely on both.
 uint32_t literal_index_of(const char* name) {
-    return static_cast<uint32_t>(strtoll(name + std::min<size_t>(strlen(name), prefix_length), nullptr, 0));
+    return static_cast<uint32_t>(strtol(name + std::min<size_t>(strlen(name), prefix_length), nullptr, 0));
 }
 
 template <typename condition>
@@ -64,7 +64,7 @@ bool has_id(const char* device_class, const char* entry, const char* attribute_n
     char text[16];
     return read_text(text, "/sys/class/%s/%s/device/%s", device_class, entry, attribute_name) ==
                NORV_STATUS_OK &&
-           static_cast<uint16_t>(strtoll(text, nullptr, 0)) == id;
+           static_cast<uint16_t>(strtol(text, nullptr, 0)) == id;
 }
 
 void parse_uevent_line(const char* line, norv_uio_info_t* info) {

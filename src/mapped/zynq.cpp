@@ -20,13 +20,14 @@ constexpr const char* sensor_scale = "/sys/bus/iio/devices/iio:device0/in_%s_sca
 
 constexpr float per_step = 0.000244140625F;  // 1/4096: readings have 12 bits
 
-// Base 0, on purpose: a leading zero makes a number octal, a leading 0x hexadecimal.
-int64_t number_in(const char* text) {
-    return strtoll(text, nullptr, 0);
+// Base 0, on purpose: a leading zero makes a number octal, a leading 0x hexadecimal. What a long cannot hold
+// becomes the nearest value that it can.
+long number_in(const char* text) {
+    return strtol(text, nullptr, 0);
 }
 
 template <typename key>
-uint32_t read_number(const char* path_format, key name, int64_t* number) {
+uint32_t read_number(const char* path_format, key name, long* number) {
     char text[text_size];
     const uint32_t status = norv::read_text(text, path_format, name);
     if (status == NORV_STATUS_OK) {
@@ -49,7 +50,7 @@ uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
     if (rate == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    int64_t number = 0;
+    long number = 0;
     const uint32_t status = read_number(path_format, index, &number);
     if (status == NORV_STATUS_OK) {
         *rate = static_cast<uint32_t>(number);
@@ -122,7 +123,7 @@ uint32_t norv_zynq_get_temperature(int32_t* temperature) {
     if (temperature == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    int64_t raw = 0;
+    long raw = 0;
     const uint32_t status = read_number(sensor_raw, "temp0", &raw);
     if (status == NORV_STATUS_OK) {
         *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
@@ -134,7 +135,7 @@ uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int32_t* vol
     if (channel == nullptr || voltage == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    int64_t raw = 0;
+    long raw = 0;
     const uint32_t status = read_number(sensor_raw, channel, &raw);
     if (status == NORV_STATUS_OK) {
         *voltage = rounded(static_cast<float>(raw) * (low_range ? 1000.0F : 3000.0F) * per_step);

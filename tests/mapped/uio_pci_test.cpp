@@ -133,6 +133,14 @@ TEST_F(UioPci, TheLow16BitsOfWhatTheAttributesHoldCount) {
     norv_uio_close(&device);
 }
 
+TEST_F(UioPci, AnIdentityIsReadAsALong) {
+    add_pci_uio(kernel, "uio2", "0x300001234", "0x11e8");
+    // Where a long has 32 bits, the vendor is that of 0x7FFFFFFF.
+    const uint16_t vendor = sizeof(long) == 8 ? 0x1234 : 0xFFFF;
+    EXPECT_EQ(norv_uio_open_by_pci_id(vendor, 0x11E8, &device), 0U);
+    norv_uio_close(&device);
+}
+
 TEST_F(UioPci, OfAnIdentityAttribute15CharactersAreReadAndTheLastIsDropped) {
     add_pci_uio(kernel, "uio2", "0x0000000012345", "0x11e8");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);

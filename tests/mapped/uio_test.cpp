@@ -352,6 +352,18 @@ TEST_F(Uio, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio8/name");
 }
 
+TEST_F(Uio, AnEntrysNumberIsReadAsALong) {
+    add_uio(kernel, "uio3000000000", "large");
+    EXPECT_EQ(norv_uio_open_by_name("large", &device), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(kernel.calls("open").back().path,
+              sizeof(long) == 8 ? "/sys/class/uio/uio-1294967296/name" : "/sys/class/uio/uio2147483647/name");
+    // More than any long can hold: the largest, of which 32 bits count.
+    add_uio(kernel, "uio9223372036854775808", "larger");
+    EXPECT_EQ(norv_uio_open_by_name("larger", &device), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(kernel.calls("open").back().path,
+              sizeof(long) == 8 ? "/sys/class/uio/uio-1/name" : "/sys/class/uio/uio2147483647/name");
+}
+
 TEST_F(Uio, WhatStandsBehindTheThirdCharacterIsTheNumberWhateverTheEntryIsCalled) {
     add_uio(kernel, "abc0x1f", "strange");
     EXPECT_EQ(norv_uio_open_by_name("strange", &device), NORV_STATUS_NOT_FOUND);
