@@ -214,10 +214,26 @@ TEST_F(OpenI2cBus, AWriteListWritesEachPairInOrderInATransactionOfItsOwn) {
 }
 
 TEST_F(OpenI2cBus, AListOfTheLongestCountOf16BitsIsWalkedToItsEnd) {
-    const std::vector<uint8_t> list(65535, 0x01);
+    std::vector<uint8_t> list(65535, 0x01);
     std::vector<uint8_t> values(65535);
+    list.back() = 0x02;
+    adapter->registers[0x02] = 0x22;
+    kernel.fail("ioctl", EREMOTEIO, 65536);  // ends a walk that would begin again
     EXPECT_EQ(bus.read_reg_list(&bus, 0x50, list.data(), values.data(), 65535), 0U);
     EXPECT_EQ(adapter->transactions.size(), 65535U);
+    EXPECT_EQ(values.back(), 0x22);
+}
+
+TEST_F(OpenI2cBus, AWriteListOfMoreThan256PairsIsWalkedToItsEnd) {
+    std::vector<norv_i2c_reg_value_t> list(300, {0x01, 0x11});
+    list[256] = {0x02, 0x22};
+    list[299] = {0x03, 0x33};
+    kernel.fail("ioctl", EREMOTEIO, 301);  // ends a walk that would begin again
+    EXPECT_EQ(bus.write_reg_list(&bus, 0x50, list.data(), 300), 0U);
+    ASSERT_EQ(adapter->transactions.size(), 300U);
+    EXPECT_EQ(adapter->transactions[255], i2c_transaction{sent(0x50, "\x01\x11")});
+    EXPECT_EQ(adapter->transactions[256], i2c_transaction{sent(0x50, "\x02\x22")});
+    EXPECT_EQ(adapter->transactions[299], i2c_transaction{sent(0x50, "\x03\x33")});
 }
 
 TEST_F(OpenI2cBus, ListsOfNothingSendNothing) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <numeric>
@@ -12,6 +13,7 @@
 #include "bus/i2c_adapter.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -127,6 +129,25 @@ TEST_F(I2c, ClosingADescriptorOfZeroOrLessDoesNothing) {
         norv_linux_i2c_close(&closed);
     }
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
+}
+
+TEST(I2cWithoutStandardInput, AnAdapterWithTheDescriptor0IsNotClosed) {
+    const norv::test::no_standard_input guard;
+    kernel_double kernel;
+    const auto adapter = std::make_shared<i2c_adapter>();
+    kernel.add_device("/dev/i2c-1", adapter);
+    int32_t bus = -1;
+    EXPECT_EQ(norv_linux_i2c_open(1, &bus), 0U);
+    EXPECT_EQ(bus, 0);
+    norv_linux_i2c_close(&bus);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    close(0);
+    kernel.forget_calls();
+    adapter->functions = 0;
+    EXPECT_EQ(norv_linux_i2c_open(1, &bus), NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_EQ(bus, -1);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    close(0);
 }
 
 TEST_F(I2c, ANullDescriptorIsAnInvalidArgument) {

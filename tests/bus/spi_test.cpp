@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <memory>
@@ -14,6 +15,7 @@
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/kernel_double.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -131,6 +133,19 @@ TEST_F(Spi, OnlyADescriptorAboveZeroIsClosed) {
         norv_linux_spi_close(&spi);
     }
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
+}
+
+TEST(SpiWithoutStandardInput, ASlaveWithTheDescriptor0IsNotClosed) {
+    const norv::test::no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/spidev1.0", std::make_shared<spi_device>());
+    norv_spi_t spi = {};
+    EXPECT_EQ(norv_linux_spi_open("/dev/spidev1.0", &eight_bits, &spi), 0U);
+    EXPECT_EQ(norv_linux_spi_get_fd(&spi), 0);
+    norv_linux_spi_close(&spi);
+    EXPECT_EQ(norv_linux_spi_get_fd(&spi), -1);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    close(0);
 }
 
 TEST_F(Spi, ANullPointerIsAnInvalidArgument) {
@@ -255,6 +270,15 @@ TEST_F(EightBitSpi, AFailureThatMapsToZeroCountsAsSuccess) {
     }
 }
 
+TEST_F(EightBitSpi, ARefusedRetryWithEightBitsThatMapsToZeroCountsAsSuccess) {
+    slave->refuses_16_bits = true;
+    kernel.map_errno(EPERM, 0);
+    kernel.fail("ioctl", EPERM, 3);
+    EXPECT_EQ(norv_linux_spi_config(&spi, &sixteen_bits), 0U);
+    EXPECT_EQ(spi.swap16, 1);
+    EXPECT_THAT(requests(), SizeIs(5));
+}
+
 TEST_F(EightBitSpi, RefusedSixteenBitsWhoseErrnoMapsToZeroAreNotEmulated) {
     slave->refuses_16_bits = true;
     kernel.map_errno(EINVAL, 0);
@@ -307,6 +331,19 @@ TEST_F(EightBitSpi, ADuplexTransferWithoutSwappingAllocatesNothing) {
     EXPECT_FALSE(kernel.struck());
 }
 
+TEST_F(EightBitSpi, LengthsHave32Bits) {
+    const std::string sent(65538, 's');
+    std::string received(65538, '-');
+    const norv_spi_transfer_t transfer = {sent.data(), received.data(), 65538, 0};
+    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), 65538), 0U);
+    EXPECT_EQ(norv_linux_spi_write_then_read(&spi, sent.data(), 65537, 0, received.data(), 65538), 0U);
+    EXPECT_EQ(norv_linux_spi_xfer(&spi, &transfer, 1), 0U);
+    EXPECT_EQ(slave->messages[0][0].given.len, 65538U);
+    EXPECT_EQ(slave->messages[1][0].given.len, 65537U);
+    EXPECT_EQ(slave->messages[1][1].given.len, 65538U);
+    EXPECT_EQ(slave->messages[2][0].given.len, 65538U);
+}
+
 TEST_F(EightBitSpi, AFailedDuplexTransferGivesTheErrnoStatus) {
     kernel.fail("ioctl", EMSGSIZE);
     EXPECT_EQ(norv_linux_spi_dplx(&spi, "12", nullptr, 2), errno_status(EMSGSIZE));
@@ -324,6 +361,15 @@ TEST_F(SwappingSpi, AWordGoesOutHighByteFirst) {
     const uint16_t words[] = {0x1234, 0xABCD};
     EXPECT_EQ(norv_linux_spi_dplx(&spi, words, nullptr, sizeof words), 0U);
     EXPECT_EQ(slave->messages[0][0].sent, "\x12\x34\xAB\xCD");
+}
+
+TEST_F(SwappingSpi, ALongTransferIsSwappedToItsEnd) {
+    const std::string sent = std::string(65534, '-') + "1234";
+    std::string received(65538, '-');
+    slave->incoming = sent;
+    EXPECT_EQ(norv_linux_spi_dplx(&spi, sent.data(), received.data(), 65538), 0U);
+    EXPECT_EQ(slave->messages[0][0].sent.substr(65534), "2143");
+    EXPECT_EQ(received.substr(65534), "2143");
 }
 
 TEST_F(SwappingSpi, FewerThanTwoBytesAreNotSwapped) {
@@ -534,6 +580,19 @@ TEST_F(EightBitSpi, TheRequestFor512TransfersHasTheSizeZeroAndTheKernelRunsNothi
     EXPECT_THAT(requests(), ElementsAre(0x40006b00));
     EXPECT_THAT(slave->messages, IsEmpty());
 }
+
+// Counts whose size, truncated to the 14 bits of a request or to 16 bits, would name another number.
+class LongListSpi : public EightBitSpi, public testing::WithParamInterface<uint32_t> {};
+
+TEST_P(LongListSpi, TheRequestHasTheSizeZeroWhateverTheCount) {
+    const std::vector<norv_spi_transfer_t> transfers(GetParam(), {"1", nullptr, 1, 0});
+    EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), GetParam()), 0U);
+    EXPECT_THAT(requests(), ElementsAre(0x40006b00));
+    EXPECT_THAT(slave->messages, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, LongListSpi,
+                         testing::Values(513, 1023, 1025, 2048, 2049, 4096, 4097, 65536, 65537));
 
 TEST_F(EightBitSpi, AKernelThatRefusesTheRequestOfSizeZeroGivesItsErrnoStatus) {
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});

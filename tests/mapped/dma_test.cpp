@@ -319,6 +319,20 @@ TEST_F(Dma, AnAdoptedDescriptorIsMappedInTheGivenSize) {
     close(adopted);
 }
 
+TEST_F(Dma, ALargeBufferIsMappedAndUnmappedWhole) {
+    const auto of_camera = std::make_shared<dma_buffer>();
+    const int adopted = kernel.hand_out("of a camera", of_camera);
+    const uint64_t size = 0x180001000;
+    const size_t mapped = sizeof(size_t) == 8 ? static_cast<size_t>(size) : SIZE_MAX;
+    void* memory = nullptr;
+    norv_linux_dma_create_by_fd(&manager, adopted, size, &buffer);
+    EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &memory), 0U);
+    EXPECT_EQ(of_camera->mapped.at(0).size, mapped);
+    EXPECT_EQ(norv_linux_dma_unmap_mem(&buffer), 0U);
+    EXPECT_EQ(kernel.calls("munmap").at(0).request, mapped);
+    close(adopted);
+}
+
 TEST_F(DmaBuffer, AFailedMappingGivesNullAndTheErrnoStatus) {
     kernel.fail("mmap", EACCES);
     memory = this;
@@ -429,6 +443,12 @@ TEST_F(DmaBuffer, ABufferWithoutEntriesIsLockedAllTheSame) {
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
     EXPECT_EQ(count, 0U);
     EXPECT_THAT(requests(), ElementsAre(lock_request, entries_request));
+}
+
+TEST_F(DmaBuffer, All64BitsOfTheCountAreWritten) {
+    count = UINT64_MAX;
+    EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
+    EXPECT_EQ(count, 2U);
 }
 
 TEST_F(DmaBuffer, LockingDoesNotMap) {

@@ -4,13 +4,16 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "norv_uio.h"
 #include "support/kernel_double.hpp"
+#include "support/standard_input.hpp"
 
 namespace norv::test {
 
@@ -67,6 +70,36 @@ class uio_node : public polled_device {
         return reinterpret_cast<intptr_t>(registers.data());
     }
 };
+
+// A model that gets the descriptor 0: the process loses its standard input just before.
+template <typename model>
+class at_descriptor_0 : public model {
+  public:
+    using model::model;
+
+    long open(int /*flags*/) override {
+        without_input_.emplace();
+        return 0;
+    }
+
+  private:
+    std::optional<no_standard_input> without_input_;
+};
+
+// The beginning of a device's record, for tests that give it another table of operations.
+template <typename operations>
+struct device_record {
+    uint32_t index;
+    int32_t descriptor;
+    void* map;
+    uint64_t map_size;
+    uint32_t kind;
+    const operations* ops;
+};
+
+// A size that an unsigned long of 64 bits can hold; of 32 bits it becomes the largest.
+constexpr char large_size[] = "0x8000000000001000";
+constexpr size_t large_size_read = sizeof(long) == 8 ? static_cast<size_t>(0x8000000000001000) : ULONG_MAX;
 
 // Shows a node as an entry of a class, for instance "uio0" of "uio".
 inline void add_mapped_device(kernel_double& kernel, const std::string& device_class,

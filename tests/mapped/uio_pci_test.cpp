@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@ namespace {
 
 using norv::test::add_pci_uio;
 using norv::test::add_uio;
+using norv::test::at_descriptor_0;
 using norv::test::configuration_space;
 using norv::test::ends_uevent_file;
 using norv::test::errno_status;
@@ -238,6 +240,17 @@ TEST_F(OpenUioPci, ClosingEndsTheConfigurationSpaceFirstAndTheNodeLast) {
         steps.push_back(made.name + " " + made.path);
     }
     EXPECT_THAT(steps, ElementsAre(std::string("close ") + configuration, "munmap ", "close /dev/uio2"));
+}
+
+TEST_F(UioPci, AConfigurationSpaceWithTheDescriptor0IsNotClosed) {
+    add_pci_uio(kernel, "uio2");
+    kernel.add_device(configuration, std::make_shared<at_descriptor_0<norv::test::device>>());
+    EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
+    kernel.forget_calls();
+    norv_uio_close(&device);
+    ASSERT_THAT(kernel.calls("close"), testing::SizeIs(1));
+    EXPECT_EQ(kernel.calls("close")[0].path, "/dev/uio2");
+    close(0);
 }
 
 TEST_F(UioPci, AConfigurationSpaceThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -17,8 +18,10 @@
 
 namespace {
 
+using norv::test::add_mapped_device;
 using norv::test::add_pci_uio;
 using norv::test::add_uio;
+using norv::test::at_descriptor_0;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
@@ -61,6 +64,13 @@ TEST_F(Uio, TheHighestIndexIsTheLargestNumberWhateverTheOrderOfTheNames) {
     EXPECT_EQ(norv_uio_get_max_idx(&index), 0U);
     EXPECT_EQ(index, 12);
     EXPECT_THAT(kernel.calls("scandir"), ElementsAre(Field(&norv::test::call::path, "/sys/class/uio")));
+}
+
+TEST_F(Uio, TheOnlyDeviceMayHaveTheIndex0) {
+    kernel.add_directory("/sys/class/uio/uio0");
+    int32_t index = 7;
+    EXPECT_EQ(norv_uio_get_max_idx(&index), 0U);
+    EXPECT_EQ(index, 0);
 }
 
 TEST_F(Uio, AnEntryNeedNotBeALinkToCountForTheHighestIndex) {
@@ -148,6 +158,15 @@ TEST_F(Uio, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
         norv_uio_close(&device);
         EXPECT_EQ(kernel.calls("munmap").back().request, 0x2000U);
     }
+}
+
+TEST_F(Uio, ALargeMapIsMappedAndUnmappedWhole) {
+    const auto node = add_uio(kernel, "uio3", "fpga-regs");
+    kernel.add_file("/sys/class/uio/uio3/maps/map0/size", std::string(norv::test::large_size) + "\n");
+    EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
+    EXPECT_EQ(node->mapped_size, norv::test::large_size_read);
+    norv_uio_close(&device);
+    EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
 }
 
 TEST_F(Uio, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
@@ -411,6 +430,17 @@ TEST_F(OpenUio, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     EXPECT_THAT(kernel.calls("munmap"), ElementsAre(Field(&norv::test::call::request, 0x1000U)));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
+}
+
+TEST_F(Uio, ANodeWithTheDescriptor0IsNotClosed) {
+    add_mapped_device(kernel, "uio", "uio3", "fpga-regs", std::make_shared<at_descriptor_0<uio_node>>());
+    EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
+    ASSERT_EQ(norv_uio_get_fd(&device), 0);
+    kernel.forget_calls();
+    norv_uio_close(&device);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    close(0);
 }
 
 TEST_F(OpenUio, ClosingTwiceClosesNothingTheSecondTime) {

@@ -20,8 +20,10 @@
 
 namespace {
 
+using norv::test::add_mapped_device;
 using norv::test::add_pci_umcb;
 using norv::test::add_umcb;
+using norv::test::at_descriptor_0;
 using norv::test::ends_uevent_file;
 using norv::test::errno_status;
 using norv::test::fault;
@@ -147,6 +149,15 @@ TEST_F(Umcb, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
         norv_umcb_close(&device);
         EXPECT_EQ(kernel.calls("munmap").back().request, 0x2000U);
     }
+}
+
+TEST_F(Umcb, ALargeMapIsMappedAndUnmappedWhole) {
+    const auto node = add_umcb(kernel, "umcb3", "control");
+    kernel.add_file("/sys/class/umcb/umcb3/maps/map0/size", std::string(norv::test::large_size) + "\n");
+    EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
+    EXPECT_EQ(node->mapped_size, norv::test::large_size_read);
+    norv_umcb_close(&device);
+    EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
 }
 
 TEST_F(Umcb, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
@@ -496,6 +507,18 @@ TEST_F(OpenUmcb, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     EXPECT_THAT(kernel.calls("munmap"), ElementsAre(Field(&norv::test::call::request, 0x1000U)));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
+}
+
+TEST_F(Umcb, ANodeWithTheDescriptor0IsNotClosed) {
+    const auto node = std::make_shared<at_descriptor_0<umcb_node>>(kernel);
+    add_mapped_device(kernel, "umcb", "umcb3", "control", node);
+    EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
+    kernel.forget_calls();
+    norv_umcb_close(&device);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
 }
 
 TEST_F(OpenUmcb, ClosingTwiceClosesNothingTheSecondTime) {

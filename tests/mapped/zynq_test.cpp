@@ -107,6 +107,15 @@ class Zynq : public testing::Test {
         return voltage;
     }
 
+    // The attributes that were read, in their order.
+    std::vector<std::string> attributes_read() const {
+        std::vector<std::string> paths;
+        for (const auto& made : kernel.calls("read")) {
+            paths.push_back(made.path);
+        }
+        return paths;
+    }
+
     kernel_double kernel;
 };
 
@@ -340,6 +349,28 @@ TEST_F(Zynq, ReadingsAreReadUpTo15Bytes) {
     EXPECT_EQ(zynqmp_voltage_of("1\n", "000000000000123456\n"), 12);
 }
 
+TEST_F(Zynq, OfEveryAttribute15BytesAreRead) {
+    int32_t value = 0;
+    uint32_t rate = 0;
+    kernel.add_file(zynq_rate, std::string(40, '1'));
+    kernel.add_file(zynqmp_rate, std::string(40, '1'));
+    for (const char* channel : {"temp0", "temp0_ps_temp", "temp2_pl_temp", "voltage1"}) {
+        for (const char* part : {"_raw", "_offset", "_scale"}) {
+            set_sensor(std::string(channel) + part, std::string(40, '1'));
+        }
+    }
+    EXPECT_EQ(norv_zynq_get_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(norv_zynqmp_get_fclk_freq(0, &rate), 0U);
+    EXPECT_EQ(norv_zynq_get_temperature(&value), 0U);
+    EXPECT_EQ(norv_zynq_get_voltage("voltage1", false, &value), 0U);
+    EXPECT_EQ(norv_zynqmp_get_ps_temperature(&value), 0U);
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(&value), 0U);
+    EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &value), 0U);
+    EXPECT_THAT(attributes_read(), testing::SizeIs(12));
+    EXPECT_THAT(kernel.calls("read"),
+                testing::Each(testing::Field(&norv::test::call::bytes, std::string(15, '1'))));
+}
+
 TEST_F(Zynq, AVoltageIsOneOf3VoltsOrInTheLowRangeOf1Volt) {
     EXPECT_EQ(zynq_voltage_of("1365\n", false), 1000);
     EXPECT_EQ(zynq_voltage_of("1365\n", true), 333);
@@ -399,6 +430,20 @@ TEST_F(Zynq, ThePlTemperatureHasAChannelOfItsOwn) {
     EXPECT_EQ(temperature, 3841);
 }
 
+TEST_F(Zynq, ATemperatureReadsOffsetScaleAndRawValueInThisOrder) {
+    for (const char* channel : {"temp0_ps_temp", "temp2_pl_temp"}) {
+        for (const char* part : {"_raw", "_offset", "_scale"}) {
+            set_sensor(std::string(channel) + part, "2\n");
+        }
+    }
+    int32_t temperature = 0;
+    EXPECT_EQ(norv_zynqmp_get_ps_temperature(&temperature), 0U);
+    EXPECT_EQ(norv_zynqmp_get_pl_temperature(&temperature), 0U);
+    EXPECT_THAT(attributes_read(), ElementsAre(sensor("temp0_ps_temp_offset"), sensor("temp0_ps_temp_scale"),
+                                               sensor("temp0_ps_temp_raw"), sensor("temp2_pl_temp_offset"),
+                                               sensor("temp2_pl_temp_scale"), sensor("temp2_pl_temp_raw")));
+}
+
 TEST_F(Zynq, AMissingOffsetCountsAsZero) {
     set_sensor("temp0_ps_temp_raw", "41000\n");
     set_sensor("temp0_ps_temp_scale", "7.771514892\n");
@@ -427,6 +472,11 @@ TEST_F(Zynq, ATemperatureWithoutRawValueGivesTheStatusAndLeavesTheAnswerUntouche
 TEST_F(Zynq, AZynqMpVoltageIsRawTimesScale) {
     EXPECT_EQ(zynqmp_voltage_of("18000\n", "0.045776367\n"), 824);
     EXPECT_EQ(zynqmp_voltage_of("-18000\n", "0.045776367\n"), -824);
+}
+
+TEST_F(Zynq, AZynqMpVoltageReadsTheRawValueBeforeTheScale) {
+    zynqmp_voltage_of("18000\n", "0.045776367\n");
+    EXPECT_THAT(attributes_read(), ElementsAre(sensor("voltage1_raw"), sensor("voltage1_scale")));
 }
 
 TEST_F(Zynq, AZynqMpVoltageIsComputedInSinglePrecision) {
