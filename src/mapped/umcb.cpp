@@ -163,8 +163,9 @@ uint32_t norv_umcb_get_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
     if (!norv::is_open(umcb) || info == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    if ((*umcb)->ops != nullptr) {
-        return (*umcb)->ops->get_info(umcb, info);
+    const norv_umcb_ops_t* operations = (*umcb)->ops;
+    if (operations != nullptr && operations->get_info != nullptr) {
+        return operations->get_info(umcb, info);
     }
     info->kind = (*umcb)->kind;
     return NORV_STATUS_OK;

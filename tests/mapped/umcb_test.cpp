@@ -488,6 +488,37 @@ TEST_F(OpenUmcbPci, TheTableHasNoHooksAndTellsTheIdentity) {
     EXPECT_EQ(norv_umcb_get_pci_ops(), operations);
 }
 
+// Gives an open device another table of operations.
+void set_operations(norv_umcb_t* device, const norv_umcb_ops_t* operations) {
+    reinterpret_cast<norv::test::device_record<norv_umcb_ops_t>*>(device)->ops = operations;
+}
+
+TEST_F(OpenUmcbPci, ATableWithoutGetInfoFillsTheKindAlone) {
+    static constexpr norv_umcb_ops_t empty_table = {nullptr, nullptr, nullptr};
+    set_operations(device, &empty_table);
+    EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
+    EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(OpenUmcb, TheGetInfoOfItsTableAnswersWhateverTheKind) {
+    static constexpr norv_umcb_ops_t refusing_table = {nullptr, nullptr,
+                                                       [](norv_umcb_t**, norv_uio_info_t*) { return 77U; }};
+    set_operations(device, &refusing_table);
+    EXPECT_EQ(norv_umcb_get_info(&device, &info), 77U);
+    EXPECT_THAT(words_of(info), ElementsAre(9, 9, 9, 9, 9, 9, 9));
+}
+
+TEST_F(OpenUmcb, TheCloseHookOfItsTableRunsFirst) {
+    static void* mapped_in_hook = nullptr;
+    constexpr norv_umcb_ops_t table = {
+        nullptr, [](norv_umcb_t** closing) { mapped_in_hook = norv_umcb_get_map(closing); }, nullptr};
+    set_operations(device, &table);
+    norv_umcb_close(&device);
+    EXPECT_EQ(mapped_in_hook, node->registers.data());
+    EXPECT_EQ(device, nullptr);
+}
+
 TEST_F(Umcb, TheConfigurationSpaceIsNotTouched) {
     add_pci_umcb(kernel, "umcb2");
     kernel.add_file("/sys/class/umcb/umcb2/device/config", "untouched");
