@@ -191,9 +191,13 @@ NORV_API uint32_t norv_uio_get_info(norv_uio_t** uio, norv_uio_info_t* info);
  *
  * @param uio  holds an open device
  * @return 0; NORV_STATUS_INVALID_ARG for a null pointer or handle; NORV_STATUS_DEVICE_ERROR when the driver
- *         took fewer than 4 bytes; the errno status of write(2), pread(2) or pwrite(2)
+ *         took fewer than 4 bytes, or when the configuration space ends before its byte 5 (nothing is written
+ *         then) or does not take it; the errno status of write(2), pread(2) or pwrite(2), for instance that
+ *         of EIO (NORV_STATUS_DEVICE_ERROR too) from a platform device without an interrupt, and that of
+ *         ENOSYS from one whose driver cannot control it
  *
- * Does not block. A byte that cannot be read, with an errno that the base library maps to 0, counts as 0.
+ * Does not block. When pread(2) fails with an errno that the base library maps to 0, the call carries on with
+ * a byte of 0.
  */
 NORV_API uint32_t norv_uio_enable_irq(norv_uio_t** uio);
 

