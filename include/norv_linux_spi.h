@@ -3,10 +3,12 @@
  * One SPI slave through the kernel's spidev character device, /dev/spidevBUS.SELECT.
  *
  * Opening configures the slave: clock mode, word size, clock and bit order. The settings belong to the device
- * node, not to the handle: they stay after a close, and whoever else has the node open works with them too.
- * Every transfer call is one message, one ioctl, which the kernel runs without anything in between. It moves
- * 4096 bytes in each direction at most, unless spidev was loaded with a larger "bufsiz". A handle is used by
- * one thread at a time; threads that share one must not configure it while transfers run.
+ * node, not to the handle: every other handle on the node works with them too. Mode, word size and bit order
+ * stay after a close; the clock goes back to that of the slave's description (its device-tree node) when the
+ * last descriptor of the node is closed. Every transfer call is one message, one ioctl, which the kernel runs
+ * without anything in between. It moves 4096 bytes in each direction at most, unless spidev was loaded with a
+ * larger "bufsiz". A handle is used by one thread at a time; threads that share one must not configure it
+ * while transfers run.
  *
  * Words of 16 bits are two bytes in memory, in the processor's order. Where a controller refuses 16 bits per
  * word, the slave is run with 8 and the library exchanges the two bytes of every word itself, so that a
@@ -108,7 +110,7 @@ NORV_API uint32_t norv_linux_spi_config(norv_spi_t* spi, const norv_spi_config_t
  * @param spi        not null, open
  * @param tx_buffer  `length` bytes to send, never changed; null: zeros are sent
  * @param rx_buffer  receives `length` bytes; may be `tx_buffer`; null: what comes in is dropped; not
- * exchanged when the call fails
+ *                   exchanged when the call fails
  * @param length     in bytes
  * @return 0; NORV_STATUS_INVALID_ARG when `spi` is null; NORV_STATUS_NO_MEMORY when there is none for the
  *         copy, with nothing sent; the errno status of the request, for instance that of EMSGSIZE when

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
@@ -110,6 +111,44 @@ TEST_F(SpiOnBoard, ClosingGivesTheDescriptorBack) {
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
     norv_linux_spi_close(&spi);
     EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+}
+
+// What the node's settings are, asked through a descriptor that has not configured it.
+struct node_settings {
+    uint8_t mode = 0;
+    uint8_t bits_per_word = 0;
+    uint32_t speed_hz = 0;
+};
+
+node_settings settings_of(const char* path) {
+    node_settings found;
+    const int descriptor = ::open(path, O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(ioctl(descriptor, SPI_IOC_RD_MODE, &found.mode), 0);
+    EXPECT_EQ(ioctl(descriptor, SPI_IOC_RD_BITS_PER_WORD, &found.bits_per_word), 0);
+    EXPECT_EQ(ioctl(descriptor, SPI_IOC_RD_MAX_SPEED_HZ, &found.speed_hz), 0);
+    ::close(descriptor);
+    return found;
+}
+
+TEST_F(SpiOnBoard, ModeWordSizeAndBitOrderOutliveTheHandleAndTheClockDoesNot) {
+    open(0, {3, 2'000'000, 16, 1});
+    EXPECT_EQ(settings_of("/dev/spidev0.0").speed_hz, 2'000'000U);
+    norv_linux_spi_close(&spi);
+    const node_settings left = settings_of("/dev/spidev0.0");
+    EXPECT_EQ(left.mode, SPI_MODE_3 | SPI_LSB_FIRST);
+    EXPECT_EQ(left.bits_per_word, 16);
+    EXPECT_EQ(left.speed_hz, 10'000'000U);  // that of the slave's description
+}
+
+TEST_F(SpiOnBoard, ASecondHandleChangesTheSettingsOfTheFirst) {
+    open(0, {0, 2'000'000, 8, 0});
+    norv_spi_t second;
+    const norv_spi_config_t config = {3, 500'000, 8, 0};
+    EXPECT_EQ(norv_linux_spi_open("/dev/spidev0.0", &config, &second), 0U);
+    norv_linux_spi_close(&second);
+    EXPECT_EQ(norv_linux_spi_dplx(&spi, "1", nullptr, 1), 0U);
+    EXPECT_EQ(seen_number(0, "mode"), 3U);
+    EXPECT_EQ(seen_number(0, "speed_hz"), 500'000U);
 }
 
 // ---- full duplex
