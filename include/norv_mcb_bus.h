@@ -7,7 +7,8 @@
  * device, `norv_umcb_open_mcb_bus` (norv_umcb.h) with those of a UMCB device. Addresses are byte offsets into
  * that region, multiples of 4, and are not checked; neither are any other arguments. The record does not own
  * the device: close the record first, then the device. Operations are plain loads and stores, one after
- * another: threads that share a record take turns.
+ * another: threads that share a record take turns, and before an operation that starts a transfer of ordinary
+ * memory (DMA) there has to be a barrier (norv_uio.h).
  *
  *     norv_mcb_bus_t bus;
  *     norv_uio_open_mcb_bus(&device, &bus);

@@ -9,6 +9,16 @@
  * devices: their driver masks the interrupt. A handle is used by one thread at a time, except that one thread
  * may wait for the interrupt while another accesses registers.
  *
+ * A region begins at a page. Where the registers do not, the kernel gives their distance from its start in
+ * /sys/class/uio/uioN/maps/map0/offset: add it to the offset of each register, as nothing here does.
+ *
+ * Register accesses are plain volatile loads and stores: they stay in order among themselves, but stores to
+ * ordinary memory, such as a DMA buffer, may become visible to the device after a later register write, and
+ * loads from it may be made before an earlier register read. ARM processors do this, x86 ones do not. Put a
+ * barrier before the register write that starts a transfer, and one after the register read that reports its
+ * end: `__asm__ volatile("dsb sy" ::: "memory")` on ARM, `__atomic_thread_fence(__ATOMIC_SEQ_CST)` elsewhere.
+ * On ARM that fence is `dmb ish`: it orders what processors see, not necessarily what a device sees.
+ *
  *     norv_uio_t* device = NULL;
  *     norv_uio_open_by_name("fpga-regs", &device);
  *     norv_uio_write_32(&device, CONTROL, START);
@@ -76,8 +86,9 @@ typedef struct {
  *
  * @param index  receives N, or -1 when there is no such entry; untouched when the directory cannot be read;
  *               not null
- * @return 0; NORV_STATUS_NOT_FOUND when there is no such entry; NORV_STATUS_INVALID_ARG when `index` is null;
- *         the errno status of scandir(3)
+ * @return 0; NORV_STATUS_NOT_FOUND when there is no such entry (`index` is -1 then); NORV_STATUS_INVALID_ARG
+ *         when `index` is null; the errno status of scandir(3), which is NORV_STATUS_NOT_FOUND too when there
+ *         is no such directory, because the kernel's module uio is not loaded (`index` is untouched then)
  *
  * Does not block. Any thread.
  */
@@ -103,8 +114,7 @@ NORV_API uint32_t norv_uio_open_by_idx(uint32_t index, norv_uio_t** uio);
  * Opens the device whose "name" attribute is the given one.
  *
  * The symbolic links in /sys/class/uio are looked at in alphabetical order, and the first match counts. Its
- * number is what stands behind the third character of the entry's name, read as a C literal: "010" would be
- * 8.
+ * number is the text after the third character of the entry's name, read as a C literal: "010" would be 8.
  *
  * @param name  the whole name; not null
  * @param uio   as for `norv_uio_open_by_idx`; left as it is when no device was found
@@ -145,7 +155,7 @@ NORV_API int32_t norv_uio_get_fd(norv_uio_t** uio);
 NORV_API void* norv_uio_get_map(norv_uio_t** uio);
 
 /**
- * Writes one register: a single aligned 32-bit store.
+ * Writes one register: a single aligned 32-bit store. It is not a barrier: see the top of this file.
  *
  * @param uio     holds an open device; not checked
  * @param offset  bytes from the start of region 0; a multiple of 4; not checked against its size
@@ -215,13 +225,14 @@ NORV_API uint32_t norv_uio_disable_irq(norv_uio_t** uio);
  * Waits for the interrupt and takes it: poll(2), then a read(2) of the interrupt count, which is discarded.
  *
  * The interrupt is not enabled again. A wait that a signal interrupts starts again with the whole time-out.
- * An error condition of the descriptor ends the wait too, and the read tells which one.
+ * An error condition of the descriptor ends the wait too, and the call returns the errno status of the read.
  *
  * @param uio      holds an open device
  * @param timeout  milliseconds; 0 only looks; 0xFFFFFFFF, and any other value of 2^31 or more, waits without
  *                 limit
  * @return 0; NORV_STATUS_TIMEOUT when no interrupt came; NORV_STATUS_INVALID_ARG for a null pointer or
- *         handle; the errno status of poll(2) or read(2)
+ *         handle; the errno status of poll(2) or read(2), for instance that of EIO, at once, when the device
+ *         has no interrupt
  *
  * Blocks for `timeout` at most, longer only when signals interrupt it.
  */

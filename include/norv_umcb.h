@@ -7,6 +7,9 @@
  * the device takes the address of that variable. A device whose "name" attribute is exactly "umcb_pci_mmap"
  * is a PCI device and tells its PCI identity. A handle is used by one thread at a time.
  *
+ * Register accesses are plain volatile loads and stores, not barriers for ordinary memory such as DMA
+ * buffers: norv_uio.h says what to put between.
+ *
  * Each interrupt source is registered once and has a descriptor of its own from then on, which is the
  * caller's. One thread can wait for each source while others access registers.
  *
@@ -62,8 +65,9 @@ typedef struct {
  *
  * @param index  receives N, or -1 when there is no such entry; untouched when the directory cannot be read;
  *               not null
- * @return 0; NORV_STATUS_NOT_FOUND when there is no such entry; NORV_STATUS_INVALID_ARG when `index` is null;
- *         the errno status of scandir(3)
+ * @return 0; NORV_STATUS_NOT_FOUND when there is no such entry (`index` is -1 then); NORV_STATUS_INVALID_ARG
+ *         when `index` is null; the errno status of scandir(3), which is NORV_STATUS_NOT_FOUND too when there
+ *         is no such directory (`index` is untouched then)
  *
  * Does not block. Any thread.
  */
@@ -91,8 +95,8 @@ NORV_API uint32_t norv_umcb_open_by_idx(uint32_t index, int32_t mode, norv_umcb_
  * Opens a device if one has the given "name" attribute: but not that one.
  *
  * The symbolic links in /sys/class/umcb are looked at in alphabetical order, and the first match counts. Its
- * number is what stands behind the third character of the entry's name, read as a C literal: "b2" of the
- * entry umcb2 is 0, and umcb0 is opened. Callers rely on it. Where there are several devices, open by index.
+ * number is the text after the third character of the entry's name, read as a C literal: "b2" of the entry
+ * umcb2 is 0, and umcb0 is opened. Callers rely on it. Where there are several devices, open by index.
  *
  * @param name  the whole name; not null
  * @param mode  as for `norv_umcb_open_by_idx`

@@ -5,6 +5,9 @@
 //   norv-board-regs    one page of registers, and an interrupt
 //   norv-board-memory  two pages of registers, no interrupt
 //
+// The registers of norv-board-memory begin 0x800 bytes after the start of its region, as the attribute
+// maps/map0/offset says, like those of a device that does not begin at a page. The first one is the identity.
+//
 // Registers of norv-board-regs, in the processor's byte order; all others are plain memory:
 //
 //   0x00  identity, 0x4E4F5256
@@ -25,6 +28,7 @@
 #include <linux/uio_driver.h>
 
 #define IDENTITY 0x4E4F5256
+#define MEMORY_OFFSET 0x800
 
 enum { REG_IDENTITY, REG_COUNT, REG_OPERAND, REG_RESULT };
 
@@ -161,6 +165,8 @@ static int __init board_uio_init(void) {
     if (!error) {
         registers = (u32*)(unsigned long)regs.mem[0].addr;
         registers[REG_IDENTITY] = IDENTITY;
+        memory.mem[0].offs = MEMORY_OFFSET;
+        *(u32*)(unsigned long)(memory.mem[0].addr + MEMORY_OFFSET) = IDENTITY;
         hrtimer_init(&timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
         timer.function = interrupt;
         regs.irqcontrol = control_interrupt;

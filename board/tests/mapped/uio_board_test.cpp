@@ -63,6 +63,17 @@ TEST_F(UioOnBoard, BothDevicesOpenByIndexWithTheSizeThatTheKernelTells) {
     norv_uio_close(&memory);
 }
 
+TEST_F(UioOnBoard, RegistersThatBeginWithinAPageAreReachedThroughTheirOffset) {
+    norv_uio_t* memory = nullptr;
+    ASSERT_EQ(norv_uio_open_by_name("norv-board-memory", &memory), 0U);
+    const auto offset = static_cast<uint32_t>(
+        std::stoul(norv::board::attribute("/sys/class/uio/uio1/maps/map0/offset"), nullptr, 0));
+    EXPECT_GT(offset, 0U);
+    EXPECT_EQ(norv_uio_read_32(&memory, offset), 0x4E4F5256U);
+    EXPECT_NE(norv_uio_read_32(&memory, 0), 0x4E4F5256U);
+    norv_uio_close(&memory);
+}
+
 TEST_F(UioOnBoard, ADeviceThatIsNotThereIsNotFound) {
     norv_uio_t* missing = nullptr;
     EXPECT_EQ(norv_uio_open_by_idx(7, &missing), NORV_STATUS_NOT_FOUND);
