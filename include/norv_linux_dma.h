@@ -45,8 +45,8 @@ enum { NORV_LINUX_DMA_SG_ENTRY_SIZE = 16 };
  * Opens the manager: open(2) of /dev/uio-dma with `O_RDONLY | O_CLOEXEC`.
  *
  * @param manager  receives the descriptor, -1 after a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `manager` is null; the errno status of open(2),
- * NORV_STATUS_NOT_FOUND where there is no such driver
+ * @return 0; NORV_STATUS_INVALID_ARG when `manager` is null; the errno status of open(2):
+ *         NORV_STATUS_NOT_FOUND where there is no such driver
  *
  * Does not block. Any thread.
  */
@@ -164,7 +164,8 @@ NORV_API void norv_linux_dma_destroy(norv_linux_dma_t** buffer);
 /**
  * Maps the buffer into the process: mmap(2) of the whole size from offset 0, readable, writable, shared.
  *
- * A buffer that is mapped already gives the mapping that it has, and nothing is asked of the kernel.
+ * A buffer that is mapped already gives the mapping that it has, and nothing is asked of the kernel: a handle
+ * has one mapping, and one `norv_linux_dma_unmap_mem` takes it away, however often it was asked for.
  *
  * @param buffer  not null, holds a buffer
  * @param memory  receives the address, null after a failure; the memory stays the buffer's, to be unmapped by
@@ -182,7 +183,7 @@ NORV_API uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memor
  *
  * @param buffer  not null, holds a buffer
  * @return 0, also when nothing was mapped; NORV_STATUS_INVALID_ARG when the pointer or the handle is null;
- * the errno status of munmap(2): the buffer is still mapped, and the call may be tried again
+ *         the errno status of munmap(2): the buffer is still mapped, and the call may be tried again
  *
  * Does not block.
  */
@@ -192,8 +193,10 @@ NORV_API uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer);
  * Locks the buffer's memory in place and tells where it is: ioctl `_IOWR('U', 1, 8)` on the manager for the
  * number of scatter-gather entries, then `_IOWR('U', 3, 16)` for the entries.
  *
- * Where the driver allows it, a buffer that is locked may be locked again: the entries of the lock before are
- * released once the new ones are there.
+ * A buffer that is locked already is locked again: the driver is asked once more and may refuse, and it
+ * decides how many times such a buffer is to be unlocked. Once the new entries are there those of the lock
+ * before are released: the array that the earlier call returned must not be used any more. A second lock that
+ * fails leaves it.
  *
  * @param buffer   not null, holds a buffer
  * @param entries  receives the array, `*count` times NORV_LINUX_DMA_SG_ENTRY_SIZE bytes as the driver filled
@@ -229,7 +232,8 @@ NORV_API uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer);
  *
  * @param buffer  not null, holds a buffer
  * @param end     false: what the device wrote becomes visible to the processor; true: what the processor
- *                wrote becomes visible to the device
+ *                wrote becomes visible to the device. Not a barrier between the memory and the registers of
+ *                the device: norv_uio.h says what to put before the register write that starts it
  * @return 0; NORV_STATUS_INVALID_ARG when the pointer or the handle is null; the errno status of the request,
  *         NORV_STATUS_INTERRUPTED or NORV_STATUS_AGAIN when it is to be tried again
  *
