@@ -6,7 +6,10 @@
  * An overlay has a name, that of its directory in configfs, which is made when it is loaded and removed when
  * it is unloaded; in between the kernel keeps it, also beyond the end of the program. There is no handle;
  * any thread may call at any time, but one name is used by one thread at a time. A name has at most
- * 208 characters: longer ones make paths of more than 255, which are cut silently.
+ * 208 characters: longer ones make paths of more than 255, which are truncated silently.
+ *
+ * A name becomes part of the paths unchanged: with a `/` or `..` in it, directories elsewhere are created and
+ * removed. Do not pass on a name from an untrusted source.
  *
  *     norv_dt_load_overlay("camera", "/lib/firmware/camera.dtbo");
  *     ...
@@ -35,8 +38,8 @@ NORV_BEGIN_DECLS
  *         status is another one; NORV_STATUS_INVALID_ARG when a pointer is null or the name could not be
  *         formatted, with nothing made; NORV_STATUS_NO_MEMORY for the file's content; the errno status of
  *         mkdir(2), for instance that of EEXIST: the name is in use, with nothing written; the errno status
- * of opening, asking the size of or reading the file; that of opening or writing NAME/dtbo; that of opening
- * or reading NAME/status
+ *         of opening the file, of fstat(2) or of reading it; that of opening or writing NAME/dtbo; that of
+ *         opening or reading NAME/status
  *
  * Blocks while the file is read and while drivers are bound to the new hardware. Any thread.
  */
@@ -47,8 +50,8 @@ NORV_API uint32_t norv_dt_load_overlay(const char* name, const char* path);
  *
  * @param name     the overlay's name; not null
  * @param applied  receives true exactly when NAME/status reads "applied"; false in every other case, also
- * when there is no such overlay or its status cannot be read; not null. The last byte that was read is taken
- * for the newline, whatever it is
+ *                 when there is no such overlay or its status cannot be read; not null. The last byte that
+ *                 was read is taken for the newline, whatever it is
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null
  *
  * Does not block. Any thread.

@@ -28,7 +28,9 @@ NORV_BEGIN_DECLS
  * write returns.
  *
  * @param index     number of the FPGA; printed signed, so 2^31 and more name no FPGA
- * @param firmware  the file's name below the firmware search path; not null
+ * @param firmware  the file's name below the firmware search path; not null. It is a path to the kernel: with
+ *                  `..` in it, older kernels leave the search path and newer ones refuse it
+ *                  (NORV_STATUS_INVALID_ARG). Do not pass on a name from an untrusted source
  * @return 0, also after a short write; NORV_STATUS_INVALID_ARG when `firmware` is null; the errno status of
  *         opening or writing the attribute, for instance NORV_STATUS_NOT_FOUND: no such FPGA or no such
  *         firmware; NORV_STATUS_TIMEOUT: the FPGA did not finish

@@ -241,6 +241,14 @@ TEST_F(Overlay, APathMayBeLongerThan255Characters) {
     EXPECT_EQ(norv_dt_load_overlay("camera", path.c_str()), 0U);
 }
 
+TEST_F(Overlay, ANameWithDotsLeadsToADirectoryElsewhere) {
+    const std::string elsewhere = "/sys/kernel/config/elsewhere";
+    EXPECT_EQ(norv_dt_load_overlay("../../elsewhere", overlay_configfs::file), errno_status(ENOENT));
+    EXPECT_TRUE(kernel.exists(elsewhere));
+    EXPECT_EQ(norv_dt_unload_overlay("../../elsewhere"), 0U);
+    EXPECT_FALSE(kernel.exists(elsewhere));
+}
+
 // ---- asking
 
 TEST_F(Overlay, AnAppliedOverlayIsThere) {
