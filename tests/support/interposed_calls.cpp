@@ -460,12 +460,20 @@ uint32_t norv_mutex_init(norv_mutex_t* mutex) {
 }
 
 uint32_t norv_mutex_lock(norv_mutex_t* mutex) {
-    return pass("norv_mutex_lock", NORV_STATUS_BAD_STATE, [&] { return REAL(norv_mutex_lock)(mutex); });
+    const uint32_t status =
+        pass("norv_mutex_lock", NORV_STATUS_BAD_STATE, [&] { return REAL(norv_mutex_lock)(mutex); });
+    if (const kernel_state* kernel = active_kernel(); kernel != nullptr && status == NORV_STATUS_OK) {
+        kernel->on_lock(true);
+    }
+    return status;
 }
 
 // A failing unlock has still unlocked. It fails only for a test that names it: most callers have nobody to
 // tell.
 uint32_t norv_mutex_unlock(norv_mutex_t* mutex) {
+    if (const kernel_state* kernel = active_kernel()) {
+        kernel->on_lock(false);
+    }
     const uint32_t status = REAL(norv_mutex_unlock)(mutex);
     kernel_state* kernel = active_kernel();
     if (kernel == nullptr) {

@@ -185,6 +185,10 @@ void kernel_double::on_make_directory(const std::string& parent, directory_react
     state_->directory_reactions[parent] = std::move(reaction);
 }
 
+void kernel_double::on_lock(lock_reaction reaction) {
+    state_->on_lock = std::move(reaction);
+}
+
 std::string kernel_double::content(const std::string& path) const {
     const outside_the_double guard;
     std::ostringstream content;

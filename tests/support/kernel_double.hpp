@@ -78,6 +78,11 @@ class kernel_double {
     using directory_reaction = std::function<void(const std::string& path)>;
     void on_make_directory(const std::string& parent, directory_reaction reaction);
 
+    // Runs whenever a mutex of the base library was taken (true), and before one is given back (false): both
+    // times on the thread that has it.
+    using lock_reaction = std::function<void(bool taken)>;
+    void on_lock(lock_reaction reaction);
+
     // What stands in a file, and whether a path exists.
     std::string content(const std::string& path) const;
     bool exists(const std::string& path) const;

@@ -316,6 +316,22 @@ TEST(KernelDouble, AnUnlockFailsOnlyForATestThatNamesItAndStillUnlocks) {
     norv_mutex_destroy(&mutex);
 }
 
+TEST(KernelDouble, TheTestIsToldOfEveryLockThatWasTakenAndIsGivenBack) {
+    kernel_double kernel;
+    norv_mutex_t mutex;
+    std::vector<bool> told;
+    kernel.on_lock([&](bool taken) { told.push_back(taken); });
+    norv_mutex_init(&mutex);
+    norv_mutex_lock(&mutex);
+    EXPECT_THAT(told, ElementsAre(true));
+    norv_mutex_unlock(&mutex);
+    EXPECT_THAT(told, ElementsAre(true, false));
+    kernel.fail("norv_mutex_lock", EINVAL);
+    norv_mutex_lock(&mutex);
+    EXPECT_THAT(told, ElementsAre(true, false));
+    norv_mutex_destroy(&mutex);
+}
+
 std::vector<std::string> entries_of(const char* path) {
     std::vector<std::string> names;
     DIR* directory = opendir(path);

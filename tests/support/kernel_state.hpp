@@ -35,6 +35,7 @@ struct kernel_double::state {
     std::map<std::string, write_reaction> reactions;
     std::map<int, socket_factory> socket_families;
     std::map<std::string, directory_reaction> directory_reactions;  // by the parent's path
+    lock_reaction on_lock = [](bool) {};
     std::map<int, open_file> descriptors;
     std::map<std::string, size_t> making_order;  // the paths that the test made, and the how many-th each was
     std::map<DIR*, listing> listings;
