@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "events/can_network.hpp"
+#include "events/mutex_ends.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/standard_input.hpp"
@@ -162,6 +163,26 @@ TEST_F(OpenCan, ClosingTakesTheLockAndReleasesEverythingEvenWithoutIt) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
+TEST_F(OpenCan, ClosingReleasesEveryChannelWithTheLock) {
+    add(0x100);
+    add(0x200);
+    std::vector<size_t> open;
+    std::vector<size_t> allocated;
+    kernel.on_lock([&](bool) {
+        open.push_back(kernel.open_descriptors());
+        allocated.push_back(kernel.allocations());
+    });
+    norv_linux_can_close(&can);
+    EXPECT_THAT(open, ElementsAre(2, 0));
+    EXPECT_THAT(allocated, ElementsAre(3, 1)) << "the context and its channels; the context";
+}
+
+TEST_F(OpenCan, ClosingDestroysTheLock) {
+    norv::test::mutex_ends = 0;
+    norv_linux_can_close(&can);
+    EXPECT_EQ(norv::test::mutex_ends, 1);
+}
+
 TEST_F(OpenCan, ClosingUnlocks) {
     kernel.fail("norv_mutex_unlock", EINVAL);
     norv_linux_can_close(&can);
@@ -169,19 +190,42 @@ TEST_F(OpenCan, ClosingUnlocks) {
     EXPECT_EQ(can, nullptr);
 }
 
-TEST(CanWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
-    const no_standard_input guard;
-    can_network network;
-    kernel_double kernel;
-    network.add_to(kernel);
-    norv_linux_can_t* can = nullptr;
+// A channel with the descriptor 0.
+class CanWithoutStandardInput : public Can {
+  protected:
+    CanWithoutStandardInput() {
+        EXPECT_EQ(norv_linux_can_open("can0", &can), 0U);
+        EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), 0U);
+        EXPECT_EQ(norv_linux_can_get_fd(channel), 0);
+    }
+    ~CanWithoutStandardInput() override {
+        EXPECT_EQ(kernel.open_descriptors(), 1U);
+        close(0);
+        norv_linux_can_close(&can);
+    }
+
     norv_linux_can_raw_t* channel = nullptr;
-    ASSERT_EQ(norv_linux_can_open("can0", &can), 0U);
-    ASSERT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), 0U);
-    ASSERT_EQ(norv_linux_can_get_fd(channel), 0);
+
+  private:
+    const no_standard_input guard_;
+};
+
+TEST_F(CanWithoutStandardInput, RemovingDoesNotCloseTheDescriptor0) {
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
-    EXPECT_EQ(kernel.open_descriptors(), 1U);
+}
+
+TEST_F(CanWithoutStandardInput, ASocketWhoseFlagsCannotBeReadEndsTheAdd) {
+    EXPECT_EQ(norv_linux_can_remove(channel), 0U);
     close(0);
+    kernel.forget_calls();
+    kernel.fail("fcntl", EIO);
+    EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), NORV_STATUS_DEVICE_ERROR);
+    EXPECT_EQ(norv_linux_can_get_fd(channel), 0);
+    EXPECT_THAT(names_of_calls(), ElementsAre("socket", "fcntl"));
+    EXPECT_EQ(norv_linux_can_remove(channel), 0U);
+}
+
+TEST_F(CanWithoutStandardInput, ClosingDoesNotCloseTheDescriptor0) {
     norv_linux_can_close(&can);
 }
 
@@ -528,6 +572,20 @@ TEST_F(OpenCan, RemovingTakesTheLockAndLeavesTheChannelInPlaceWithoutIt) {
     EXPECT_EQ(add(0x123), channel);
 }
 
+TEST_F(OpenCan, RemovingUnlinksAndReleasesWithTheLock) {
+    channel = add(0x123);
+    std::vector<norv_linux_can_raw_t*> found;
+    kernel.on_lock([&](bool taken) {
+        // Adding takes no lock. While the channel is in the list, it is the one that is returned.
+        found.push_back(taken ? add(0x123) : nullptr);
+        EXPECT_EQ(kernel.open_descriptors(), taken ? 1U : 0U);
+        EXPECT_EQ(kernel.allocations(), taken ? 2U : 1U) << "the context, and the channel";
+    });
+    EXPECT_EQ(norv_linux_can_remove(channel), 0U);
+    kernel.on_lock([](bool) {});
+    EXPECT_THAT(found, ElementsAre(channel, nullptr));
+}
+
 TEST_F(OpenCan, RemovingReturnsTheStatusOfTheUnlock) {
     channel = add(0x123);
     kernel.fail("norv_mutex_unlock", EINVAL);
@@ -618,14 +676,20 @@ TEST_F(CanTransfer, WritingWithTimeOut0DoesNotPoll) {
     EXPECT_THAT(names_of_calls(), ElementsAre("write"));
 }
 
-TEST_F(CanTransfer, WritingWithANegativeTimeOutPollsWithoutLimit) {
-    EXPECT_EQ(write(-7), 0U);
-    EXPECT_THAT(socket(0).poll_waits, ElementsAre(-1));
+TEST_F(CanTransfer, WritingWithAnyNegativeTimeOutPollsWithoutLimit) {
+    for (const int32_t timeout : {-1, -7, -1000, INT32_MIN}) {
+        socket(0).poll_waits.clear();
+        EXPECT_EQ(write(timeout), 0U);
+        EXPECT_THAT(socket(0).poll_waits, ElementsAre(-1)) << timeout;
+    }
 }
 
 TEST_F(CanTransfer, WritingWithAPositiveTimeOutPollsForThatLong) {
-    EXPECT_EQ(write(1234), 0U);
-    EXPECT_THAT(socket(0).poll_waits, ElementsAre(1234));
+    for (const int32_t timeout : {1, 1234, INT32_MAX}) {
+        socket(0).poll_waits.clear();
+        EXPECT_EQ(write(timeout), 0U);
+        EXPECT_THAT(socket(0).poll_waits, ElementsAre(timeout));
+    }
 }
 
 TEST_F(CanTransfer, AFailedWriteReturnsTheErrnoStatus) {
@@ -671,17 +735,24 @@ TEST_F(CanTransfer, ReadingWithTimeOut0DoesNotWaitForAFrame) {
     EXPECT_THAT(names_of_calls(), ElementsAre("read"));
 }
 
-TEST_F(CanTransfer, ReadingWithANegativeTimeOutWaitsWithoutLimit) {
-    socket(0).arriving = {frame_of(0x123, "late")};
-    EXPECT_EQ(read(-1), 0U);
-    EXPECT_EQ(text_of(frame), "late");
-    EXPECT_THAT(socket(0).poll_waits, ElementsAre(-1));
+TEST_F(CanTransfer, ReadingWithAnyNegativeTimeOutWaitsWithoutLimit) {
+    for (const int32_t timeout : {-1, -7, -1000, INT32_MIN}) {
+        socket(0).poll_waits.clear();
+        socket(0).arriving = {frame_of(0x123, "late")};
+        EXPECT_EQ(read(timeout), 0U);
+        EXPECT_EQ(text_of(frame), "late");
+        EXPECT_THAT(socket(0).poll_waits, ElementsAre(-1)) << timeout;
+    }
 }
 
 TEST_F(CanTransfer, ReadingWithAPositiveTimeOutEndsWhenItIsUp) {
-    EXPECT_EQ(read(50), NORV_STATUS_TIMEOUT);
-    EXPECT_EQ(length, 0U);
-    EXPECT_THAT(socket(0).poll_waits, ElementsAre(50));
+    for (const int32_t timeout : {1, 50, INT32_MAX}) {
+        socket(0).poll_waits.clear();
+        length = sizeof frame;
+        EXPECT_EQ(read(timeout), NORV_STATUS_TIMEOUT);
+        EXPECT_EQ(length, 0U);
+        EXPECT_THAT(socket(0).poll_waits, ElementsAre(timeout));
+    }
 }
 
 TEST_F(CanTransfer, ABufferOfSeveralFramesIsFilledByOneReadEach) {

@@ -489,13 +489,27 @@ TEST_F(OpenUart, SendingWithoutWaitingIntoAFullPortSaysTryAgain) {
     EXPECT_EQ(length, 5U);
 }
 
-TEST_F(OpenUart, SendingWithANegativeTimeOutSendsEverythingWithoutLimit) {
+TEST_F(OpenUart, SendingWithAnyNegativeTimeOutSendsEverythingWithoutLimit) {
     port->room = 2;
-    uint32_t length = 5;
-    EXPECT_EQ(norv_uart_send(&uart, "hello", &length, -5), 0U);
-    EXPECT_EQ(length, 5U);
-    EXPECT_EQ(port->sent, "hello");
-    EXPECT_THAT(port->poll_waits, ElementsAre(-1, -1, -1));
+    for (const int32_t timeout : {-1, -5, -1000, INT32_MIN}) {
+        port->sent.clear();
+        port->poll_waits.clear();
+        uint32_t length = 5;
+        EXPECT_EQ(norv_uart_send(&uart, "hello", &length, timeout), 0U);
+        EXPECT_EQ(length, 5U);
+        EXPECT_EQ(port->sent, "hello");
+        EXPECT_THAT(port->poll_waits, ElementsAre(-1, -1, -1)) << timeout;
+    }
+}
+
+TEST_F(OpenUart, AMillisecondIsATimeOutToo) {
+    char byte = 0;
+    uint32_t length = 1;
+    EXPECT_EQ(norv_uart_recv(&uart, &byte, &length, 1), NORV_STATUS_TIMEOUT);
+    port->room = 0;
+    length = 1;
+    EXPECT_EQ(norv_uart_send(&uart, "x", &length, 1), NORV_STATUS_TIMEOUT);
+    EXPECT_THAT(port->poll_waits, ElementsAre(1, 1));
 }
 
 TEST_F(OpenUart, SendingWithATimeOutSendsEverythingWithinIt) {
@@ -541,13 +555,16 @@ TEST_F(OpenUart, ReceivingWithoutWaitingFromAnIdlePortReturnsAtOnceWithWhatTheRe
     EXPECT_THAT(port->poll_waits, IsEmpty());
 }
 
-TEST_F(OpenUart, ReceivingWithANegativeTimeOutWaitsForEveryByteWithoutLimit) {
-    port->arriving = {"he", "l", "lo"};
-    char buffer[5] = {};
-    uint32_t length = sizeof buffer;
-    EXPECT_EQ(norv_uart_recv(&uart, buffer, &length, -1), 0U);
-    EXPECT_EQ(std::string(buffer, length), "hello");
-    EXPECT_THAT(port->poll_waits, ElementsAre(-1, -1, -1));
+TEST_F(OpenUart, ReceivingWithAnyNegativeTimeOutWaitsForEveryByteWithoutLimit) {
+    for (const int32_t timeout : {-1, -5, -1000, INT32_MIN}) {
+        port->poll_waits.clear();
+        port->arriving = {"he", "l", "lo"};
+        char buffer[5] = {};
+        uint32_t length = sizeof buffer;
+        EXPECT_EQ(norv_uart_recv(&uart, buffer, &length, timeout), 0U);
+        EXPECT_EQ(std::string(buffer, length), "hello");
+        EXPECT_THAT(port->poll_waits, ElementsAre(-1, -1, -1)) << timeout;
+    }
 }
 
 TEST_F(OpenUart, ReceivingWithATimeOutWaitsForEveryByteWithinIt) {

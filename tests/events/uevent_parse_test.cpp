@@ -18,12 +18,14 @@
 #include <thread>
 #include <vector>
 
+#include "events/mutex_ends.hpp"
 #include "events/uevent_parse_recorder.hpp"
 #include "events/uevent_socket.hpp"
 #include "events/usb_bus.hpp"
 #include "norv_base.h"
 #include "norv_uevent.h"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -33,15 +35,19 @@ using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::lines;
+using norv::test::no_standard_input;
 using norv::test::recorder;
 using norv::test::uevent_message;
 using norv::test::uevent_socket;
 using norv::test::usb_bus;
 using norv::test::video_node;
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
+using testing::StartsWith;
 
 constexpr uint32_t usb = NORV_UEVENT_FILTER_USB;
 constexpr uint32_t display = NORV_UEVENT_FILTER_DISPLAY;
@@ -205,6 +211,18 @@ TEST_F(OpenUeventParse, ClosingClosesTheSocketReleasesEverythingAndMakesTheVaria
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
     EXPECT_THAT(parser.calls, SizeIs(told));
+}
+
+TEST(UeventParseWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    const uevent_socket socket(kernel);
+    recorder parser;
+    ASSERT_EQ(parser.open(0, 64), 0U);
+    ASSERT_EQ(norv_uevent_parse_get_fd(&parser.context), 0);
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
 }
 
 TEST_F(OpenUeventParse, ASecondCloseDoesNothing) {
@@ -495,6 +513,14 @@ TEST_F(OpenUeventParse, TheProductNameOfALongPathIsRead) {
     kernel.add_file("/sys" + path + "/product", "Webcam\n");
     receive(device_message("add", path));
     EXPECT_STREQ(device(0).product_name, "Webcam");
+}
+
+TEST_F(OpenUeventParse, AProductNameIsReadThroughTheDescriptor0Too) {
+    const no_standard_input guard;
+    kernel.add_file("/sys/devices/a/product", "Webcam\n");
+    receive(device_message("add", "/devices/a"));
+    EXPECT_STREQ(device(0).product_name, "Webcam");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
 TEST_F(OpenUeventParse, AProductNameThatCannotBeReadIsEmpty) {
@@ -848,6 +874,106 @@ TEST_F(OpenUeventParse, AnotherThreadMayReplaceTheFilterAndAskForTheListDuringAP
     EXPECT_THAT(parser.calls, SizeIs(1000));
 }
 
+// Follows the lock of the list: whatever changes must change while the list is locked.
+class LockedUeventParse : public OpenUeventParse {
+  protected:
+    LockedUeventParse() {
+        kernel.add_device("/dev/video0", std::make_shared<video_node>(false));
+        receive(device_message("add", "/devices/a"));
+        kept = snapshot();
+        kernel.on_lock([this](bool taken) {
+            locked = taken;
+            if (taken) {
+                EXPECT_EQ(snapshot(), kept) << "changed before it was locked";
+            }
+            kept = snapshot();
+        });
+        parser.on_change = [this](const norv_uevent_device_t*) { calls_with_the_lock.push_back(locked); };
+    }
+    ~LockedUeventParse() override {
+        kernel.on_lock([](bool) {});
+        parser.on_change = [](const norv_uevent_device_t*) {};
+    }
+
+    // What the list is after one message.
+    std::vector<std::string> list_after(const std::string& message) {
+        receive(message);
+        EXPECT_FALSE(locked);
+        EXPECT_EQ(snapshot(), kept) << "changed after it was unlocked";
+        return kept;
+    }
+
+    bool locked = false;
+    std::vector<std::string> kept;
+    std::vector<bool> calls_with_the_lock;
+
+  private:
+    std::vector<std::string> snapshot() {
+        std::vector<std::string> found = parser.describe();
+        found.push_back(std::to_string(parser.list()->count));
+        return found;
+    }
+};
+
+TEST_F(LockedUeventParse, ADeviceIsAppendedWithTheLockAndToldWithoutIt) {
+    EXPECT_THAT(list_after(device_message("add", "/devices/b")),
+                ElementsAre("/sys/devices/a", "/sys/devices/b", "2"));
+    EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
+}
+
+TEST_F(LockedUeventParse, ANodeIsAppendedWithTheLockAndToldWithoutIt) {
+    EXPECT_THAT(list_after(node_message("add", "/devices/a/event0", "input", "input/event0")),
+                ElementsAre("/sys/devices/a /dev/input/event0", "1"));
+    EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
+}
+
+TEST_F(LockedUeventParse, ANodeThatIsNotAppendedIsToldWithoutTheLock) {
+    EXPECT_THAT(list_after(node_message("add", "/devices/a/video0", "video4linux", "video0")),
+                ElementsAre("/sys/devices/a", "1"));
+    EXPECT_THAT(list_after(node_message("add", "/devices/b/event0", "input", "input/event0")),
+                ElementsAre("/sys/devices/a", "1"));
+    EXPECT_THAT(calls_with_the_lock, ElementsAre(false, false));
+}
+
+TEST_F(LockedUeventParse, ADeviceIsRemovedAndToldWithTheLock) {
+    EXPECT_THAT(list_after(device_message("remove", "/devices/a")), ElementsAre("0"));
+    EXPECT_THAT(calls_with_the_lock, ElementsAre(true));
+}
+
+TEST_F(LockedUeventParse, AConnectorIsToldWithoutTheLock) {
+    norv_uevent_parse_set_filter(&parser.context, display);
+    list_after(uevent_message("change", "/devices/card0", {"DEVTYPE=drm_minor"}));
+    EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
+}
+
+TEST_F(OpenUeventParse, TheListIsGivenOutWithTheLock) {
+    const norv_uevent_device_list_t* list = nullptr;
+    std::vector<bool> given;
+    kernel.on_lock([&](bool) { given.push_back(list != nullptr); });
+    EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, &list), 0U);
+    kernel.on_lock([](bool) {});
+    EXPECT_THAT(given, ElementsAre(false, true));
+}
+
+TEST_F(OpenUeventParse, ClosingReleasesTheListWithTheLock) {
+    receive(device_message("add", "/devices/a"));
+    receive(node_message("add", "/devices/a/event0", "input", "input/event0"));
+    std::vector<size_t> allocations;
+    kernel.on_lock([&](bool) { allocations.push_back(kernel.allocations()); });
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_THAT(allocations, ElementsAre(4, 1)) << "context, list, device and node; the context";
+}
+
+TEST_F(UeventParse, ClosingDestroysTheLockThatOpeningPrepared) {
+    kernel.fail("norv_malloc", ENOMEM);
+    norv::test::mutex_ends = 0;
+    EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
+    EXPECT_EQ(norv::test::mutex_ends, 0);
+    ASSERT_EQ(open(), 0U);
+    norv_uevent_parse_close(&parser.context);
+    EXPECT_EQ(norv::test::mutex_ends, 1);
+}
+
 // ---- filter and display connectors
 
 std::string connector_message() {
@@ -1153,6 +1279,17 @@ TEST_F(UeventParse, AnEntryThatLeadsNowhereIsPassedOver) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
 }
 
+TEST_F(UeventParse, AnEntryMayLeadALongWay) {
+    std::string way;
+    while (way.size() < 1000) {
+        way += "usb/../";
+    }
+    kernel.add_link("/sys/bus/usb/devices/usb1", "../../../bus/" + way + "../devices/pci0/usb1");
+    bus.add_device("usb1", "001", "Host Controller");
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
+}
+
 TEST_F(UeventParse, AnEntryThatIsNoLinkLeadsToTheBusItself) {
     kernel.add_file("/sys/bus/usb/devices/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
     ASSERT_EQ(open(), 0U);
@@ -1297,26 +1434,67 @@ TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsPassedOver) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
 }
 
-TEST_F(UeventParse, APathThatWouldBeTooLongIsLeftAlone) {
-    bus.add_root_hub();
-    std::string path = bus.place("usb1");
-    const std::string step(200, 'd');
-    // Deeper than the library's paths reach, step by step: the whole path is too long for the kernel as well.
-    const int top = ::open(path.c_str(), O_DIRECTORY | O_CLOEXEC);
-    std::vector<int> levels = {top};
-    for (int level = 0; level < 22; ++level) {
-        ASSERT_EQ(mkdirat(levels.back(), step.c_str(), 0700), 0);
-        levels.push_back(openat(levels.back(), step.c_str(), O_DIRECTORY | O_CLOEXEC));
-    }
-    ASSERT_EQ(open(), 0U);
-    EXPECT_THAT(syspaths(), SizeIs(1));
-    while (!levels.empty()) {
-        close(levels.back());
-        levels.pop_back();
-        if (!levels.empty()) {
-            unlinkat(levels.back(), step.c_str(), AT_REMOVEDIR);
+// A directory of sysfs whose path has this many characters, made step by step: the path of its place in the
+// scratch tree may be longer than the kernel takes.
+class deep_directory {
+  public:
+    deep_directory(const std::string& top, size_t size) : path_(top) {
+        levels_.push_back({top, ::open(top.c_str(), O_DIRECTORY | O_CLOEXEC)});
+        while (path_.size() < size) {
+            const size_t left = size - path_.size() - 1;
+            // Not so that one character is left, which is no name.
+            enter(std::string(left > 201 ? 200 : left, 'd'));
         }
     }
+    ~deep_directory() {
+        while (!levels_.empty()) {
+            const level last = levels_.back();
+            levels_.pop_back();
+            close(last.descriptor);
+            if (!levels_.empty()) {
+                unlinkat(levels_.back().descriptor, last.name.c_str(), AT_REMOVEDIR);
+            }
+        }
+    }
+    deep_directory(const deep_directory&) = delete;
+    deep_directory& operator=(const deep_directory&) = delete;
+
+    const std::string& path() const { return path_; }
+    int descriptor() const { return levels_.back().descriptor; }
+
+  private:
+    struct level {
+        std::string name;
+        int descriptor;
+    };
+
+    void enter(const std::string& name) {
+        EXPECT_EQ(mkdirat(descriptor(), name.c_str(), 0700), 0);
+        levels_.push_back({name, openat(descriptor(), name.c_str(), O_DIRECTORY | O_CLOEXEC)});
+        path_ += "/" + name;
+    }
+
+    std::string path_;
+    std::vector<level> levels_;
+};
+
+TEST_F(UeventParse, APathIsWalkedUpTo4095CharactersAndALongerOneIsLeftAlone) {
+    bus.add_root_hub();
+    const deep_directory deep(bus.place("usb1"), 3900);
+    const std::string fits(194, 'f');
+    const std::string longer(195, 'l');
+    ASSERT_EQ(mkdirat(deep.descriptor(), fits.c_str(), 0700), 0);
+    ASSERT_EQ(mkdirat(deep.descriptor(), longer.c_str(), 0700), 0);
+    ASSERT_EQ(open(), 0U);
+    EXPECT_THAT(syspaths(), SizeIs(1));
+    std::vector<std::string> walked;
+    for (const auto& call : kernel.calls("opendir")) {
+        walked.push_back(call.path);
+    }
+    EXPECT_THAT(walked, Contains(deep.path() + "/" + fits));
+    EXPECT_THAT(walked, Not(Contains(StartsWith(deep.path() + "/l")))) << "truncated or not";
+    unlinkat(deep.descriptor(), fits.c_str(), AT_REMOVEDIR);
+    unlinkat(deep.descriptor(), longer.c_str(), AT_REMOVEDIR);
 }
 
 // ---- video nodes
@@ -1365,6 +1543,12 @@ TEST_F(V4l2, ANodeThatCannotBeOpenedIsADeviceError) {
     EXPECT_EQ(_v4l2_check_valid("/dev/video9"), NORV_STATUS_DEVICE_ERROR);
     kernel.fail("open", EBUSY);
     EXPECT_EQ(check(true), NORV_STATUS_DEVICE_ERROR);
+}
+
+TEST_F(V4l2, ANodeWithTheDescriptor0IsAskedAndClosed) {
+    const no_standard_input guard;
+    EXPECT_EQ(check(true), 0U);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
 TEST_F(V4l2, ANullPathIsAnInvalidArgument) {

@@ -246,6 +246,18 @@ TEST(UeventWithoutStandardInput, ASocketWithTheDescriptor0ThatCannotBeBoundIsClo
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+TEST(UeventWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    const uevent_socket socket(kernel);
+    norv_uevent_t uevent = {64, 0, nullptr};
+    ASSERT_EQ(norv_uevent_open(&uevent), 0U);
+    ASSERT_EQ(uevent.fd, 0);
+    norv_uevent_close(&uevent);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
+}
+
 // ---- poll
 
 TEST_F(OpenUevent, WithNothingWaitingThePollIsASuccessAndCallsNobody) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -19,6 +20,7 @@ using namespace std::string_literals;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::no_standard_input;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -70,8 +72,11 @@ TEST_F(UsbGadget, AControllerThatDoesNotExistIsNotFound) {
 
 TEST_F(UsbGadget, ANameWithDotsLeadsToAnotherFile) {
     kernel.add_file("/sys/class/leds/red/soft_connect");
+    kernel.add_file("/sys/class/leds/red/state");
     EXPECT_EQ(norv_usb_gadget_connect("../leds/red", 1), 0U);
-    EXPECT_THAT(kernel.content("/sys/class/leds/red/soft_connect"), "connect");
+    EXPECT_EQ(kernel.content("/sys/class/leds/red/soft_connect"), "connect");
+    EXPECT_EQ(norv_usb_gadget_open("../leds/red", &descriptor), 0U);
+    norv_usb_gadget_close(descriptor);
 }
 
 TEST_F(UsbGadget, ALongNameTruncatesThePath) {
@@ -225,6 +230,17 @@ TEST_F(HostWin, AControllerWithoutTheAttributeIsNotFoundAndTheByteUntouched) {
     uint8_t byte = 77;
     EXPECT_EQ(norv_usb_gadget_is_host_win("20980000.usb", &byte), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(byte, 77);
+}
+
+TEST(HostWinWithoutStandardInput, AnAttributeWithTheDescriptor0IsReadAndNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_file(win_file, "1\n");
+    uint8_t byte = 77;
+    EXPECT_EQ(norv_usb_gadget_is_host_win("20980000.usb", &byte), 0U);
+    EXPECT_EQ(byte, 1);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
 }
 
 // ---- null

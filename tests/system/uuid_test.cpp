@@ -4,18 +4,21 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
 
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 
 namespace {
 
 using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::no_standard_input;
 using testing::ElementsAre;
 using testing::MatchesRegex;
 
@@ -95,6 +98,16 @@ TEST(Uuid, AFailedOpenWhoseErrnoMapsToZeroIsAShortRead) {
     kernel.map_errno(ENOENT, 0);
     uuid_buffer uuid;
     EXPECT_EQ(uuid.generate(), NORV_STATUS_SHORT_READ);
+}
+
+TEST(UuidWithoutStandardInput, AFileWithTheDescriptor0IsReadAndNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_file(uuid_file, some_uuid);
+    uuid_buffer uuid;
+    EXPECT_EQ(uuid.generate(), NORV_STATUS_OK);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
 }
 
 TEST(Uuid, ANullBufferIsAnInvalidArgument) {
