@@ -192,10 +192,10 @@ TEST_F(SpiFlash, ANullOrClosedFlashIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-using SpiFlashDeathTest = SpiFlash;
-
-TEST_F(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
+// Without a kernel double: its scratch tree would outlive the process that dies.
+TEST(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    norv_spi_flash_t* flash = nullptr;
     uint8_t byte = 0;
     uint32_t length = 1;
     uint32_t end = 0x1000;
