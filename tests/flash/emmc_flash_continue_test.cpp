@@ -36,6 +36,11 @@ TEST_F(SmallCard, Erasing1000BytesWritesOneChunkOf16384Zeros) {
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 0, 100}));
 }
 
+TEST_F(SmallCard, ErasingOneByteWritesOneChunk) {
+    EXPECT_EQ(erase(512, 1), 0U);
+    EXPECT_EQ(card->content(), before_with(512, zeros(16384)));
+}
+
 TEST_F(SmallCard, AnErasedLengthBetween16And128KiBIsOneChunkOfItsBlocks) {
     EXPECT_EQ(erase(1024, 20001), 0U);
     EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{1024, 20480}));
@@ -92,6 +97,13 @@ TEST_F(SmallCard, AChunkThatTheDeviceTakesInPartCountsAsErased) {
     card->most_per_write = 1000;
     EXPECT_EQ(erase(0, 262144), 0U);
     EXPECT_EQ(card->content(), before_with(0, zeros(1000)).replace(131072, 1000, zeros(1000)));
+    EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 131072, 50}, report{0, 131072, 0, 100}));
+}
+
+TEST_F(SmallCard, AChunkThatTheDeviceDoesNotTakeCountsAsErased) {
+    card->most_per_write = 0;
+    EXPECT_EQ(erase(0, 262144), 0U);
+    EXPECT_EQ(card->content(), before);
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 131072, 50}, report{0, 131072, 0, 100}));
 }
 
@@ -411,6 +423,15 @@ TEST_F(SmallCard, MoreReadBackThanWasWrittenIsAFailedVerification) {
     EXPECT_EQ(length, 0U);
 }
 
+TEST_F(SmallCard, AWriteThatMovesNothingFailsTheVerification) {
+    card->most_per_write = 0;
+    const std::string image = pattern(16384, 2);
+    card->fill(0, image);
+    uint32_t length = 16384;
+    EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0U);
+}
+
 TEST_F(SmallCard, AShortReadBackThatAgreesIsGoneOnFrom) {
     card->most_per_read = 12000;
     const std::string image = pattern(16384, 2);
@@ -493,6 +514,16 @@ TEST_F(EmmcFlash, ABlockSizeOfZeroAllowsOnlyAddress0AndDividesByNothing) {
     EXPECT_EQ(card->content(), before);
     EXPECT_EQ(write(0, 0, "0123456789", length), 0U);
     EXPECT_EQ(card->content(), before_with(0, "0123456789" + ones(16374)));
+}
+
+TEST_F(EmmcFlash, ASkipBelowAUnitThatIsNotAPowerOfTwoSkipsNothing) {
+    // 0x200 passes the mask of 0x600, but is less than a unit; 0x800 is one unit and a part.
+    open(1 * MiB, 1536);
+    uint32_t length = 10;
+    EXPECT_EQ(write(0, 0x200, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(), before_with(0, "0123456789" + ones(16374)));
+    EXPECT_EQ(write(0x8000, 0x800, "0123456789", length), 0U);
+    EXPECT_EQ(card->content(0x8000 + 0x600, 10), "0123456789");
 }
 
 TEST_F(EmmcFlash, ABlockSizeThatIsNoPowerOfTwoKeepsItsFormulas) {

@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
 
 #include "flash/emmc_card.hpp"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -21,6 +23,7 @@ using norv::test::fault;
 using norv::test::GiB;
 using norv::test::kernel_double;
 using norv::test::MiB;
+using norv::test::no_standard_input;
 using norv::test::ones;
 using norv::test::pattern;
 using norv::test::SmallCard;
@@ -143,6 +146,37 @@ TEST_F(SmallCard, ClosingReleasesTheHandleAndASecondCloseDoesNothing) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+TEST(EmmcFlashWithoutStandardInput, ADeviceWithTheDescriptor0WorksAndIsNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/mmcblk0", std::make_shared<block_device>(1 * MiB));
+    norv_emmc_flash_t* flash = nullptr;
+    char byte = '-';
+    uint32_t length = 1;
+    ASSERT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);
+    EXPECT_EQ(norv_linux_emmc_flash_write(&flash, 0, "x", &length), 0U);
+    EXPECT_EQ(norv_linux_emmc_flash_read(&flash, 0, &byte, &length), 0U);
+    EXPECT_EQ(byte, 'x');
+    norv_linux_emmc_flash_close(&flash);
+    EXPECT_EQ(flash, nullptr);
+    EXPECT_THAT(kernel.calls("close"), IsEmpty());
+    EXPECT_EQ(kernel.allocations(), 0U);
+    ASSERT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
+}
+
+TEST(EmmcFlashWithoutStandardInput, AFailedOpenDoesNotCloseTheDescriptor0) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/null", std::make_shared<norv::test::device>());
+    norv_emmc_flash_t* flash = nullptr;
+    EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/null"), errno_status(ENOTTY));
+    EXPECT_EQ(flash, nullptr);
+    EXPECT_EQ(kernel.allocations(), 0U);
+    ASSERT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
+}
+
 TEST_F(EmmcFlash, WithoutAnOpenDeviceEveryCallIsAnInvalidArgument) {
     char byte = 0;
     norv_flash_info_t info = {};
@@ -255,6 +289,18 @@ TEST_F(SmallCard, AWriteAcrossTheEndTellsHowMuchWasTaken) {
     uint32_t length = 100;
     EXPECT_EQ(norv_linux_emmc_flash_write(&flash, 1 * MiB - 40, bytes.data(), &length), 0U);
     EXPECT_EQ(length, 40U);
+}
+
+TEST_F(SmallCard, AWriteThatMovesNothingSucceedsWithALengthOf0) {
+    char byte = 0;
+    uint32_t length = 1;
+    card->most_per_write = 0;
+    EXPECT_EQ(norv_linux_emmc_flash_write(&flash, 0, &byte, &length), 0U);
+    EXPECT_EQ(length, 0U);
+    uint32_t end = 2048;
+    EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1024, &end), 0U);
+    EXPECT_EQ(end, 1024U);
+    EXPECT_EQ(card->content(), before);
 }
 
 TEST_F(SmallCard, AFailedTransferGivesTheErrnoStatusAndLeavesTheLength) {

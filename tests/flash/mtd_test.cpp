@@ -11,6 +11,7 @@
 
 #include "flash/mtd_device.hpp"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 #include "support/status.hpp"
 
 namespace {
@@ -22,6 +23,7 @@ using norv::test::flash_step;
 using norv::test::kernel_double;
 using norv::test::mtd_device;
 using norv::test::nand;
+using norv::test::no_standard_input;
 using norv::test::nor;
 using testing::Each;
 using testing::ElementsAre;
@@ -92,8 +94,10 @@ TEST_F(Mtd, ADeviceThatIsNoFlashIsClosedAgain) {
 TEST_F(Mtd, AGeometryWhoseFailureMapsToZeroGivesAnOpenPartitionOfNoSize) {
     kernel.add_device("/dev/mtd0", std::make_shared<norv::test::device>());
     kernel.map_errno(ENOTTY, 0);
+    partition.info.size = 0x1000;
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &partition), 0U);
     EXPECT_GT(partition.descriptor, 0);
+    EXPECT_EQ(partition.info.size, 0U);
     EXPECT_EQ(norv_linux_mtd_erase(&partition, 0, 0), NORV_STATUS_INVALID_ARG);
 }
 
@@ -110,6 +114,33 @@ TEST_F(Mtd, ARecordOfZerosIsNotClosedAndStaysAsItIs) {
     norv_linux_mtd_close(&partition);
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
     EXPECT_EQ(partition.descriptor, 0);
+}
+
+TEST(MtdWithoutStandardInput, APartitionWithTheDescriptor0WorksAndIsNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/mtd0", std::make_shared<mtd_device>(nor(0x1000, 0x1000)));
+    norv_mtd_t partition;
+    char byte = 0;
+    ASSERT_EQ(norv_linux_mtd_open("/dev/mtd0", &partition), 0U);
+    ASSERT_EQ(partition.descriptor, 0);
+    EXPECT_EQ(norv_linux_mtd_erase(&partition, 0, 0x1000), 0U);
+    EXPECT_EQ(norv_linux_mtd_read(&partition, 0, 1, &byte, nullptr), 0U);
+    norv_linux_mtd_close(&partition);
+    EXPECT_EQ(partition.descriptor, 0);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
+}
+
+TEST(MtdWithoutStandardInput, AFailedOpenDoesNotCloseTheDescriptor0) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/mtd0", std::make_shared<norv::test::device>());
+    norv_mtd_t partition;
+    EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &partition), errno_status(ENOTTY));
+    EXPECT_EQ(partition.descriptor, 0);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
 }
 
 TEST_F(Mtd, ANullPointerIsAnInvalidArgumentAndCloseAcceptsIt) {

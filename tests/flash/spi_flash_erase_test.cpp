@@ -1,4 +1,5 @@
 // The joined flash: erasing.
+#include "flash/huge_partition.hpp"
 #include "flash/joined_flash.hpp"
 
 namespace {
@@ -6,6 +7,7 @@ namespace {
 using norv::test::errno_status;
 using norv::test::flash_geometry;
 using norv::test::flash_step;
+using norv::test::huge_partition;
 using norv::test::joined_flash;
 using norv::test::nand;
 using norv::test::nor;
@@ -481,6 +483,49 @@ TEST_F(ContinueErase, AnAlignedAddressThatStartsNoBlockOfItsPartitionIsRefusedAn
     EXPECT_EQ(erase(0x2000, 0x2000), NORV_STATUS_RANGE);
     EXPECT_EQ(norv_linux_spi_flash_erase_first_valid_block(&flash, 0x2000, &end), NORV_STATUS_RANGE);
     EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(ContinueErase, ABlockAtAnUnalignedAddressIsErasedOnlyAlone) {
+    open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
+    for (const uint32_t wanted : {0x3000U, 0x9000U}) {
+        end = 0x8000;
+        EXPECT_EQ(erase(0x1000, wanted), NORV_STATUS_RANGE);
+        EXPECT_EQ(norv_linux_spi_flash_erase_first_valid_block(&flash, 0x1000, &end), NORV_STATUS_RANGE);
+        EXPECT_EQ(end, 0x8000U);
+    }
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+    EXPECT_EQ(norv_linux_spi_flash_erase_one_block(&flash, 0x1000), 0U);
+    EXPECT_THAT(partition(1).steps_of("erase"), ElementsAre(flash_step{"erase", 0, 0x2000}));
+}
+
+TEST_F(ContinueErase, ARunStopsAtAPartitionWithAnUnalignedBase) {
+    open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
+    end = 0x8000;
+    EXPECT_EQ(erase(0, 0x3000), NORV_STATUS_RANGE);
+    EXPECT_EQ(end, 0x8000U);
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0, 0x2000, 33}));
+    EXPECT_THAT(partition(1).steps, IsEmpty());
+}
+
+TEST_F(ContinueErase, AnUnalignedEndIsRefusedEvenAtTheEndOfABlock) {
+    open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
+    end = 0x3000;
+    EXPECT_EQ(erase(0, 0x1000), NORV_STATUS_RANGE);
+    EXPECT_THAT(kernel.calls(), IsEmpty());
+}
+
+TEST_F(ContinueErase, PercentagesOfGibibytesAreExact) {
+    kernel.add_device("/dev/mtd0", std::make_shared<huge_partition>(0x80000000));
+    open({});
+    // One byte more than 100 times 16 MiB: after each 16 MiB the exact quotient is just below a whole number.
+    constexpr uint64_t total = 100 * uint64_t{0x1000000} + 1;
+    end = 0x80000000;
+    EXPECT_EQ(erase(0, total), 0U);
+    ASSERT_EQ(watcher.reports.size(), total / huge_partition::block + 1);
+    for (const report& told : watcher.reports) {
+        const uint64_t done = total - told.remaining;
+        ASSERT_EQ(told.percentage, done * 100 / total) << done;
+    }
 }
 
 TEST_F(ContinueErase, TheCallbacksMayBeLeftOut) {

@@ -3,19 +3,21 @@
 
 #include <fcntl.h>
 
-#include <cstring>
-
+#include "flash/huge_partition.hpp"
 #include "flash/joined_flash.hpp"
 #include "support/failure_sweep.hpp"
+#include "support/standard_input.hpp"
 
 namespace {
 
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::flash_step;
+using norv::test::huge_partition;
 using norv::test::kernel_double;
 using norv::test::mtd_device;
 using norv::test::nand;
+using norv::test::no_standard_input;
 using norv::test::nor;
 using norv::test::pattern;
 using testing::Each;
@@ -176,6 +178,23 @@ TEST_F(SpiFlash, ClosingClosesEveryPartitionAndForgetsTheFlash) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+TEST(SpiFlashWithoutStandardInput, APartitionWithTheDescriptor0WorksAndIsNotClosed) {
+    const no_standard_input guard;
+    kernel_double kernel;
+    kernel.add_device("/dev/mtd0", std::make_shared<mtd_device>(nor(0x1000, 0x1000)));
+    norv_spi_flash_t* flash = nullptr;
+    uint8_t byte = 0;
+    uint32_t length = 1;
+    ASSERT_EQ(norv_linux_spi_flash_open(&flash), 0U);
+    ASSERT_EQ(flash->regions[0].device.descriptor, 0);
+    EXPECT_EQ(norv_linux_spi_flash_read(&flash, 0, &byte, &length), 0U);
+    EXPECT_EQ(byte, 0xFF);
+    norv_linux_spi_flash_close(&flash);
+    EXPECT_EQ(flash, nullptr);
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    close(0);
+}
+
 TEST_F(SpiFlash, ANullOrClosedFlashIsAnInvalidArgument) {
     norv_flash_info_t info = {};
     uint8_t byte = 0;
@@ -325,27 +344,6 @@ TEST_F(SpiFlash, PlainReadsAndWritesDoNotAskForBadBlocks) {
 
 // ---- the end of 32-bit addresses
 
-// A partition that is too large for the test's memory: tells its size, and where it is read.
-class huge_partition : public norv::test::device {
-  public:
-    explicit huge_partition(uint32_t size) : size_(size) {}
-
-    std::vector<off_t> reads;
-
-    long read(void* buffer, size_t size, off_t offset) override {
-        reads.push_back(offset);
-        memset(buffer, 0xFF, size);
-        return static_cast<long>(size);
-    }
-    long ioctl(unsigned long, void* argument) override {
-        *static_cast<mtd_info_user*>(argument) = {MTD_NORFLASH, 0, size_, 0x10000, 1, 0, 0};
-        return 0;
-    }
-
-  private:
-    uint32_t size_;
-};
-
 TEST_F(SpiFlash, AddressesReachUpTo4Gibibytes) {
     const auto upper = std::make_shared<huge_partition>(0x40000000);
     kernel.add_device("/dev/mtd0", std::make_shared<huge_partition>(0xC0000000));
@@ -366,12 +364,20 @@ TEST_F(SpiFlash, TheSizeCountsModulo4Gibibytes) {
     EXPECT_EQ(flash->regions[1].base, 0xC0000000U);
 }
 
-TEST_F(SpiFlash, AReadThatReaches4GibibytesDoesNotGoOnAtZero) {
-    const auto lower = std::make_shared<huge_partition>(0xC0000000);
-    const auto upper = std::make_shared<huge_partition>(0x40000000);
-    kernel.add_device("/dev/mtd0", lower);
-    kernel.add_device("/dev/mtd1", upper);
-    open({});
+// A flash of 4 GiB, whose end is no 32-bit address.
+class SpiFlashOf4Gibibytes : public SpiFlash {
+  protected:
+    SpiFlashOf4Gibibytes() {
+        kernel.add_device("/dev/mtd0", lower);
+        kernel.add_device("/dev/mtd1", upper);
+        open({});
+    }
+
+    std::shared_ptr<huge_partition> lower = std::make_shared<huge_partition>(0xC0000000);
+    std::shared_ptr<huge_partition> upper = std::make_shared<huge_partition>(0x40000000);
+};
+
+TEST_F(SpiFlashOf4Gibibytes, AReadThatReachesTheEndDoesNotContinueAtZero) {
     std::vector<uint8_t> found(16);
     uint32_t length = 16;
     EXPECT_EQ(norv_linux_spi_flash_continue_read(&flash, 0xFFFFFFFE, found.data(), &length, nullptr, nullptr,
@@ -380,6 +386,49 @@ TEST_F(SpiFlash, AReadThatReaches4GibibytesDoesNotGoOnAtZero) {
     EXPECT_EQ(length, 16U);
     EXPECT_THAT(upper->reads, ElementsAre(0x3FFFFFFE));
     EXPECT_THAT(lower->reads, IsEmpty());
+}
+
+TEST_F(SpiFlashOf4Gibibytes, AWriteThatReachesTheEndDoesNotContinueAtZero) {
+    const std::vector<uint8_t> data(huge_partition::block + 1, 0xFF);
+    auto length = static_cast<uint32_t>(data.size());
+    uint32_t end = 0xFFFFFFFF;
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0xFFFF0000, 0, data.data(), &length, &end,
+                                                         nullptr, nullptr, nullptr),
+              NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(end, 0xFFFFFFFF);
+    EXPECT_THAT(upper->writes, ElementsAre(0x3FFF0000));
+    EXPECT_THAT(lower->writes, IsEmpty());
+}
+
+TEST_F(SpiFlashOf4Gibibytes, AnEndOfZeroLiesBeforeEveryAddress) {
+    uint8_t byte = 0xFF;
+    uint32_t length = 1;
+    uint32_t end = 0;
+    EXPECT_EQ(
+        norv_linux_spi_flash_continue_erase(&flash, 0xFFFF0000, 0x10000, &end, nullptr, nullptr, nullptr),
+        0U);
+    EXPECT_EQ(norv_linux_spi_flash_erase_first_valid_block(&flash, 0xFFFF0000, &end), NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0xFFFF0000, 0, &byte, &length, &end, nullptr,
+                                                         nullptr, nullptr),
+              NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(end, 0U);
+    EXPECT_THAT(upper->erased, IsEmpty());
+    EXPECT_THAT(upper->writes, IsEmpty());
+}
+
+TEST_F(SpiFlashOf4Gibibytes, TheLastBlockIsErasedAndWrittenByThePlainCalls) {
+    uint8_t byte = 0xFF;
+    uint32_t length = 1;
+    EXPECT_EQ(norv_linux_spi_flash_erase_one_block(&flash, 0xFFFF0000), 0U);
+    EXPECT_EQ(norv_linux_spi_flash_write(&flash, 0xFFFF0000, &byte, &length), 0U);
+    EXPECT_THAT(upper->erased, ElementsAre(0x3FFF0000));
+    EXPECT_THAT(upper->writes, ElementsAre(0x3FFF0000));
+}
+
+TEST_F(SpiFlashOf4Gibibytes, TheGeometryHasASizeOfZero) {
+    norv_flash_info_t info = {};
+    EXPECT_EQ(norv_linux_spi_flash_get_info(&flash, &info), 0U);
+    EXPECT_EQ(info.size, 0U);
 }
 
 // ---- failure sweep

@@ -4,6 +4,7 @@
 namespace {
 
 using norv::test::errno_status;
+using norv::test::fault;
 using norv::test::flash_geometry;
 using norv::test::flash_step;
 using norv::test::joined_flash;
@@ -296,6 +297,15 @@ TEST_F(ContinueWrite, TheSkipLeavesOutPagesOfGoodBlocks) {
     EXPECT_EQ(end, 0x3000U);
 }
 
+TEST_F(ContinueWrite, ASkipOfOneByteLeavesOutOneByte) {
+    open({small_nor});
+    const bytes data = pattern(0x10);
+    EXPECT_EQ(write(0x100, data, 1), 0U);
+    EXPECT_EQ(partition(0).part(0x101, 0x10), data);
+    EXPECT_THAT(partition(0).part(0, 0x101), Each(0xFF));
+    EXPECT_EQ(watcher.questions, 2U);
+}
+
 TEST_F(ContinueWrite, TheCallerIsAskedAtEachSkippedPageAndEachBadBlock) {
     open({small_nand});
     partition(0).bad_blocks = {0};
@@ -398,6 +408,16 @@ TEST_F(ContinueWrite, AShortReadBackIsAFailedVerification) {
     open({small_nor});
     partition(0).most_bytes = 15;
     EXPECT_EQ(write(0, pattern(16)), NORV_STATUS_VERIFY_FAILED);
+}
+
+TEST_F(ContinueWrite, AShortReadBackAfterAnIdenticalBlockFailsTheVerification) {
+    open({small_nor});
+    // What the read of the first block left behind makes up for what the second one lacks.
+    const bytes data(0x2000, 0x55);
+    kernel.fail({"read", 2, 0, fault::kind::short_count, ""});
+    EXPECT_EQ(write(0, data), NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, 0x1000U);
+    EXPECT_TRUE(kernel.struck());
 }
 
 TEST_F(ContinueWrite, AShortWriteIsAFailedVerification) {
