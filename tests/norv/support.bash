@@ -44,15 +44,21 @@ norv_in_background() {
     background=$!
 }
 
-# appears TEXT: waits until the tool in the background has printed TEXT.
-appears() {
+# wait_until COMMAND...: waits until the command succeeds.
+wait_until() {
     local tries
     for ((tries = 0; tries < 600; ++tries)); do
-        ! grep --quiet --fixed-strings -- "$1" "$BATS_TEST_TMPDIR/background" || return 0
+        ! "$@" 2>/dev/null || return 0
         sleep 0.1
     done
-    fail "no $1 in: $(<"$BATS_TEST_TMPDIR/background")"
+    return 1
 }
+
+# file_has FILE TEXT: waits until TEXT is in the file.
+file_has() { wait_until grep --quiet --text --fixed-strings -- "$2" "$1" || fail "no $2 in: $(<"$1")"; }
+
+# appears TEXT: waits until the tool in the background has printed TEXT.
+appears() { file_has "$BATS_TEST_TMPDIR/background" "$1"; }
 
 # background_ends [STATUS]: waits for the end of the tool in the background.
 background_ends() {

@@ -9,11 +9,10 @@ load support
 }
 
 @test "CtrlCEndsItInGoodOrder" {
-    "$NORV" uevent --subsystem no-such-subsystem &
-    local listener=$!
-    until grep --quiet "^SigCgt:.*[2367abef]$" "/proc/$listener/status"; do sleep 0.1; done
-    kill -INT "$listener"
-    wait "$listener"
+    norv_in_background uevent --subsystem no-such-subsystem
+    wait_until has_socket "$background" || fail "it does not listen"
+    interrupt_background
+    background_ends
 }
 
 @test "ATimeoutIsANumber" {
@@ -25,3 +24,8 @@ load support
     norv uevent --subsystem net usb
     is_wrong_usage "usb"
 }
+
+teardown() { [[ -z ${background:-} ]] || kill -KILL "$background" 2>/dev/null || true; }
+
+# Ctrl-C is caught before the socket is opened.
+has_socket() { find "/proc/$1/fd" -lname 'socket:*' | grep --quiet .; }

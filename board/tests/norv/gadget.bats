@@ -12,9 +12,7 @@ setup() {
     until_state configured
 }
 
-until_state() {
-    until [[ $(</sys/class/udc/$controller/state) == "$1" ]]; do sleep 0.1; done
-}
+until_state() { wait_until grep --quiet --line-regexp "$1" "/sys/class/udc/$controller/state"; }
 
 @test "gadget: AConfiguredControllerIsListed" {
     norv gadget list

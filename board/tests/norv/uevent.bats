@@ -4,11 +4,16 @@
 load ../../../tests/norv/support
 
 # Announces the loop-back network device until a message arrives: the tool may not listen yet.
-announce_until_gone() {
-    while kill -0 "$1" 2>/dev/null; do
-        echo "$2" >/sys/class/net/lo/uevent
-        sleep 0.2
-    done
+announce_until_gone() { wait_until gone_after_message "$@" || kill "$1"; }
+
+gone_after_message() {
+    echo "$2" >/sys/class/net/lo/uevent
+    ! kill -0 "$1"
+}
+
+announced_and_shown() {
+    echo change >/sys/class/net/lo/uevent
+    [[ -s $BATS_TEST_TMPDIR/output ]]
 }
 
 # listen OPTION...: the tool in the background, its output in a file; $! is its process.
@@ -47,10 +52,7 @@ listen() { "$NORV" uevent --subsystem net --count 1 --timeout 60000 "$@" >"$BATS
 @test "uevent: CtrlCEndsItInGoodOrder" {
     "$NORV" uevent --subsystem net >"$BATS_TEST_TMPDIR/output" &
     local listener=$!
-    until [[ -s $BATS_TEST_TMPDIR/output ]]; do
-        echo change >/sys/class/net/lo/uevent
-        sleep 0.2
-    done
+    wait_until announced_and_shown
     kill -INT "$listener"
     wait "$listener"
 }

@@ -79,7 +79,7 @@ setup_file() { norv_uio_is_bound || "$NORV" uio bind "$pci_device"; }
 
 @test "uio: CtrlCEndsAWaitAndTheInterruptIsDisabledAgain" {
     "$NORV" uio wait --count 0 norv-board-regs &
-    until [[ $(<"$debug/enabled") == Y ]]; do sleep 0.1; done
+    wait_until grep --quiet Y "$debug/enabled"
     kill -INT $!
     wait $!
     [[ $(<"$debug/enabled") == N ]]

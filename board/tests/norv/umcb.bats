@@ -52,7 +52,7 @@ pci_device=1234:11e8
 
 @test "umcb: ASourceIsOneProgramsAtATime" {
     "$NORV" umcb wait 0 3 &
-    until [[ $(<"$debug/source3/enabled") == Y ]]; do sleep 0.1; done
+    wait_until grep --quiet Y "$debug/source3/enabled"
     norv umcb wait 0 3
     fails "umcb 0 source 3: EBUSY: another program has the source"
     kill -INT $!

@@ -12,9 +12,7 @@ setup() {
     until_state configured
 }
 
-until_state() {
-    until [[ $(<"$state") == "$1" ]]; do sleep 0.1; done
-}
+until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
 
 @test "usb: DevicesAreListed" {
     norv usb list
