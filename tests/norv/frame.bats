@@ -47,6 +47,14 @@ load support
     is_wrong_usage "Try: norv gpio --help"
 }
 
+@test "PositionalsHavePlainNames" {
+    "$NORV" --describe | jq --exit-status '[.. | .positional? // empty | select(. != "")] | length > 0 and all(test("^[A-Z]+$"))'
+}
+
+@test "DefaultsArePrintable" {
+    "$NORV" --describe | jq --exit-status '[.. | .default? // empty] | length > 0 and all(test("^[ -~]*$"))'
+}
+
 setup() {
     mapfile -t groups < <("$NORV" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z0-9]*\) .*/\1/p')
     [[ ${#groups[@]} -gt 1 ]]

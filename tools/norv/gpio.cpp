@@ -130,8 +130,9 @@ struct set {
     bool active_low = false;
 
     void declare(CLI::App& command) {
-        command.add_option("LINE=VALUE", settings, "a line and its level, 0 or 1; may be repeated")
-            ->required();
+        command.add_option("SETTING", settings, "a line and its level, 0 or 1; may be repeated")
+            ->required()
+            ->type_name("LINE=VALUE");
         command.add_option("--hold", hold, "give the lines back after so many milliseconds, or at Ctrl-C");
         command.add_flag("-l,--active-low", active_low, "1 drives the line low");
     }

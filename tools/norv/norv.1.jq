@@ -4,7 +4,8 @@ def commands($path): ($path + .name) as $here | {path: $here, command: .}, (.com
 def argument: if .repeated then .positional + "..." else .positional end | if . == "" then empty else . end;
 def synopsis: [.options[] | if .required then argument else argument | "[" + . + "]" end] | join(" ");
 def value: if .value == "" then "" else " \\fI" + (.value | roff) + "\\fR" end;
-def title: if .positional != "" then "\\fI" + (.positional | roff) + "\\fR" else ([.names[] | "\\fB" + roff + "\\fR"] | join(", ")) + value end;
+def form: if .value | test("^(TEXT|U?INT|FLOAT)\\b") or (test("[=:]") | not) then "" else value end;
+def title: if .positional != "" then "\\fI" + (.positional | roff) + "\\fR" + form else ([.names[] | "\\fB" + roff + "\\fR"] | join(", ")) + value end;
 def explained: .help + (if .default != "" then " [" + .default + "]" else "" end) | roff;
 def ordered: [.[] | select(.positional != "")] + [.[] | select(.positional == "" and (.names | index("--help") | not))];
 

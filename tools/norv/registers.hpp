@@ -110,7 +110,9 @@ struct bind_devices {
     std::string identity;
 
     void declare(CLI::App& command) {
-        command.add_option("VENDOR:DEVICE", identity, "hexadecimal, as lspci -n prints it")->required();
+        command.add_option("IDENTITY", identity, "hexadecimal, as lspci -n prints it")
+            ->required()
+            ->type_name("VENDOR:DEVICE");
     }
 
     void run() {

@@ -64,7 +64,9 @@ struct transfer {
         command.add_option("-m,--mode", config.mode, "0 to 3: clock polarity (2) and phase (1)")
             ->check(CLI::Range(0, 3))
             ->capture_default_str();
-        command.add_option("-b,--bits", config.bits_per_word, "of a word")->capture_default_str();
+        // A byte's own default would be printed as a character.
+        command.add_option("-b,--bits", config.bits_per_word, "of a word")
+            ->default_str(std::to_string(config.bits_per_word));
         command.add_flag("--lsb-first", config.lsb_first, "least significant bit first");
         out.offer_json(command);
     }
