@@ -34,23 +34,33 @@ generated=$project/tools/norv/generated
     zsh_completes norv gpio watch 17 '' | grep --quiet '^--edge:'
 }
 
-# The words that bash offers in place of the last one.
+# The words, and the complaints, that bash offers in place of the last one. The file is installed as it is for users, and
+# loaded by bash-completion at the first completion, in a function.
 bash_completes() {
-    # shellcheck source=/dev/null
-    source "$generated/norv.bash"
-    COMP_WORDS=("$@")
-    COMP_CWORD=$(($# - 1))
-    _norv
-    ((${#COMPREPLY[@]} == 0)) || printf '%s\n' "${COMPREPLY[@]}"
+    local directory=$BATS_TEST_TMPDIR/data/bash-completion/completions
+    mkdir -p "$directory"
+    cp "$generated/norv.bash" "$directory/norv"
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    env --unset=BASH_COMPLETION_USER_DIR XDG_DATA_HOME="$BATS_TEST_TMPDIR/data" bash --norc -c '
+        source /usr/share/bash-completion/bash_completion
+        function_of() { sed "s/.* -F \([^ ]*\).*/\1/" <<<"$1"; }
+        "$(function_of "$(complete -p -D)")" norv "" ""
+        COMP_WORDS=("$@")
+        COMP_CWORD=$(($# - 1))
+        "$(function_of "$(complete -p norv)")" norv "${!#}" "${@: -2:1}"
+        ((${#COMPREPLY[@]} == 0)) || printf "%s\n" "${COMPREPLY[@]}"' bash "$@" 2>&1
 }
 
-# The choices that zsh describes in place of the last word.
+# The choices that zsh describes in place of the last word. The file is found and loaded by zsh itself.
 zsh_completes() {
+    # shellcheck disable=SC2016 # expanded by the inner shell
     zsh -f -c '
-        generated=$1
+        fpath=($1 $fpath)
         shift
+        autoload -Uz compinit
+        compinit -D -u
         words=("$@")
         CURRENT=$#
         _describe() { print -rl -- "${(@P)2}" }
-        source $generated/_norv' zsh "$generated" "$@"
+        $_comps[norv]' zsh "$generated" "$@"
 }

@@ -8,7 +8,6 @@ def words: [(.commands[] | described(.name; .help)), (.options[] | .help as $hel
 # Completion of norv for zsh. Made by tools/norv/generate: change that.
 
 _norv() {
-    local -A words_behind
     local -a choices
     local command_path=norv word
     for word in ${words[2,CURRENT-1]}; do

@@ -1,11 +1,11 @@
 # Completion for bash: each command with the words that may follow it.
 def commands($path): ($path + .name) as $here | {path: $here, command: .}, (.commands[] | commands($here + " "));
 def words: [.commands[].name] + [.options[].names[]] | join(" ");
-def files: if any(.options[]; .positional == "FILE") then "yes" else "" end;
 
 "# Completion of norv for bash. Made by tools/norv/generate: change that.
 
-declare -A _norv_words=(",
+# Sourced by a function of bash-completion: without -g it would be gone when that returns.
+declare -gA _norv_words=(",
 (commands("") | "    [\"\(.path)\"]=\"\(.command | words)\""),
 ")
 

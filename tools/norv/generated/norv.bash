@@ -1,6 +1,7 @@
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
-declare -A _norv_words=(
+# Sourced by a function of bash-completion: without -g it would be gone when that returns.
+declare -gA _norv_words=(
     ["norv"]="can clock dma flash fpga gadget gpio i2c led mtd overlay pwm sensors spi stat uart uevent uio umcb usb uuid -h --help --version"
     ["norv can"]="dump send -h --help"
     ["norv can dump"]="-h --help -n --count -t --timeout --json"
