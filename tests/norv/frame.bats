@@ -47,6 +47,41 @@ load support
     is_wrong_usage "Try: norv gpio --help"
 }
 
+@test "AFailedWriteOfTheOutputIsAFailure" {
+    local command
+    local -a words
+    for command in uuid --help --version --describe "gpio --help" "led list --json" "stat --interval 20" "usb list"; do
+        read -r -a words <<<"$command"
+        norv_into /dev/full "${words[@]}"
+        fails "standard output: EXHAUSTED: no space is left there"
+    done
+}
+
+@test "AWatchWhoseOutputCannotBeWrittenEnds" {
+    norv_into /dev/full stat --watch --interval 20
+    fails "standard output: EXHAUSTED: no space is left there"
+}
+
+@test "AClosedOutputIsAFailure" {
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    run --separate-stderr bash -c 'exec "$NORV" uuid <&- >&-'
+    fails "standard output: EBADF: it is closed"
+}
+
+@test "AReaderThatGoesAwayEndsItWithoutAMessage" {
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    run --separate-stderr bash -c '"$NORV" stat --watch --interval 20 | head -n 1; exit "${PIPESTATUS[0]}"'
+    expect_status 141
+    [[ -z $stderr ]] || fail "standard error: $stderr"
+}
+
+@test "ControlCharactersInAnErrorAreEscaped" {
+    norv overlay status $'\e[31m\xc2\x9b\xffü'
+    fails 'overlay \x1b[31m\xc2\x9b\xffü: NOT_FOUND: no such overlay; norv overlay status shows those there are'
+    norv uuid $'\e[31m'
+    is_wrong_usage 'uuid: The following argument was not expected: \x1b[31m'
+}
+
 @test "PositionalsHavePlainNames" {
     "$NORV" --describe | jq --exit-status '[.. | .positional? // empty | select(. != "")] | length > 0 and all(test("^[A-Z]+$"))'
 }

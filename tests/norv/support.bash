@@ -70,6 +70,12 @@ background_ends() {
 
 interrupt_background() { kill -INT "$background"; }
 
+# norv_into FILE ARGUMENT...: as `norv`, with standard output going to the file.
+norv_into() {
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    run --separate-stderr bash -c 'file=$1; shift; exec "$NORV" "$@" >"$file"' bash "$@"
+}
+
 expect_status() {
     # shellcheck disable=SC2154 # set by run
     [[ $status -eq $1 ]] || fail "exit status $status; standard error: $stderr"

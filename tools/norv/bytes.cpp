@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "failure.hpp"
+#include "output.hpp"
 #include "text.hpp"
 
 namespace norv::tool {
@@ -18,13 +19,8 @@ struct file_closer {
 };
 using file = std::unique_ptr<std::FILE, file_closer>;
 
-// A stream of its own also for "-", so that closing it tells whether everything was written.
 file open_file(const std::string& path, const char* mode) {
-    const char* name = path.c_str();
-    if (path == "-") {
-        name = *mode == 'r' ? "/dev/stdin" : "/dev/stdout";
-    }
-    file opened{std::fopen(name, mode)};
+    file opened{std::fopen(path.c_str(), mode)};
     if (!opened) {
         throw failure{path, status_of(errno)};
     }
@@ -89,7 +85,7 @@ bytes parse_hex_digits(const std::string& digits) {
 }
 
 bytes load(const std::string& path) {
-    const file source = open_file(path, "rb");
+    const file source = open_file(path == "-" ? "/dev/stdin" : path, "rb");
     bytes result;
     uint8_t chunk[65536];
     size_t count = 0;
@@ -103,6 +99,10 @@ bytes load(const std::string& path) {
 }
 
 void store(const std::string& path, std::span<const uint8_t> data, bool append) {
+    if (path == "-") {
+        print({reinterpret_cast<const char*>(data.data()), data.size()});
+        return;
+    }
     file target = open_file(path, append ? "ab" : "wb");
     const bool written = std::fwrite(data.data(), 1, data.size(), target.get()) == data.size();
     if (std::fclose(target.release()) != 0 || !written) {

@@ -25,7 +25,7 @@ bytes parse_hex_digits(const std::string& digits);
 // A whole file; "-" is standard input. Throws a failure that names it.
 bytes load(const std::string& path);
 
-// Writes a file, from its start or behind its end; "-" is standard output. Throws a failure that names it.
+// Writes a file, from its start or after its end; "-" is standard output. Throws a failure that names it.
 void store(const std::string& path, std::span<const uint8_t> data, bool append = false);
 
 }  // namespace norv::tool

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "failure.hpp"
+#include "text.hpp"
 
 namespace norv::tool {
 
@@ -13,7 +14,7 @@ void confirmation::offer_yes(CLI::App& command) {
 }
 
 void confirmation::ask(const std::string& plan) const {
-    std::cerr << "This will " << plan << ".\n";
+    std::cerr << "This will " << printable_lines(plan) << ".\n";
     if (yes_) {
         return;
     }

@@ -12,9 +12,11 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <exception>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "norv_base.h"
 #include "norv_status.h"
@@ -55,5 +57,32 @@ inline void must(const std::string& thing, uint32_t status, causes usual = {}) {
         throw failure{thing, status, usual};
     }
 }
+
+// Carries what is thrown in a callback past the library, which is C and must not see it.
+class callback_failure {
+  public:
+    // In the callback: does the work, but no more of it once something was thrown.
+    template <typename Work>
+    void keep_from(Work work) noexcept {
+        if (thrown_) {
+            return;
+        }
+        try {
+            work();
+        } catch (...) {
+            thrown_ = std::current_exception();
+        }
+    }
+
+    // After the library has returned.
+    void rethrow() {
+        if (thrown_) {
+            std::rethrow_exception(std::exchange(thrown_, nullptr));
+        }
+    }
+
+  private:
+    std::exception_ptr thrown_;
+};
 
 }  // namespace norv::tool

@@ -3,11 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <sstream>
 
 #include "command.hpp"
 #include "describe.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
+#include "output.hpp"
+#include "text.hpp"
 
 namespace {
 
@@ -32,31 +35,44 @@ std::string furthest_command(const CLI::App* command) {
 // CLI11's own statuses are many; help and version are no mistakes.
 int report_parse_end(const CLI::App& tool, const CLI::ParseError& end) {
     if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-        return tool.exit(end);
+        std::ostringstream shown;
+        tool.exit(end, shown, shown);
+        print(shown.str());
+        return exit_success;
     }
     const std::string command = furthest_command(&tool);
-    std::cerr << command << ": " << end.what() << "\nTry: " << command << " --help\n";
+    std::cerr << command << ": " << printable_lines(end.what()) << "\nTry: " << command << " --help\n";
     return exit_usage;
 }
 
 int report_end(const std::exception& end, int status) {
-    std::cerr << "norv: " << end.what() << '\n';
+    std::cerr << "norv: " << printable_lines(end.what()) << '\n';
     return status;
 }
 
-int run(CLI::App& tool, int argc, char** argv) {
+int parse(CLI::App& tool, int argc, char** argv) {
     try {
-        catch_interrupts();
-        group::add_all(tool);
-        // No command of its own, and for no user: the completions and the man page are made from it.
-        if (argc == 2 && std::string_view{argv[1]} == "--describe") {
-            std::cout << describe(tool) << '\n';
-            return exit_success;
-        }
         tool.parse(argc, argv);
         return exit_success;
     } catch (const CLI::ParseError& end) {
         return report_parse_end(tool, end);
+    }
+}
+
+int run(CLI::App& tool, int argc, char** argv) {
+    try {
+        prepare_output();
+        catch_interrupts();
+        group::add_all(tool);
+        // No command of its own, and for no user: the completions and the man page are made from it.
+        if (argc == 2 && std::string_view{argv[1]} == "--describe") {
+            print(describe(tool).dump() + '\n');
+            return exit_success;
+        }
+        return parse(tool, argc, argv);
+    } catch (const reader_gone& end) {
+        end_without_reader();
+        return report_end(end, exit_failure);
     } catch (const usage_error& end) {
         return report_end(end, exit_usage);
     } catch (const std::exception& end) {

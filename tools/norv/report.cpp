@@ -1,6 +1,7 @@
 #include "report.hpp"
 
-#include <iostream>
+#include "output.hpp"
+#include "text.hpp"
 
 namespace norv::tool {
 
@@ -10,9 +11,11 @@ void report::offer_json(CLI::App& command) {
 
 void report::show(const std::string& text, const json& document) const {
     // Bytes that are no UTF-8, from a file or a device, must not end the program.
-    const std::string line = json_ ? document.dump(-1, ' ', false, json::error_handler_t::replace) : text;
+    const std::string line =
+        json_ ? printable_json(document.dump(-1, ' ', false, json::error_handler_t::replace))
+              : printable_lines(text);
     if (!line.empty()) {
-        std::cout << line << std::endl;
+        print(line + '\n');
     }
 }
 

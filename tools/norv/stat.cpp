@@ -10,6 +10,7 @@
 #include "norv_net_usage.h"
 #include "norv_system_info.h"
 #include "norv_zynq.h"
+#include "output.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -105,7 +106,10 @@ struct stat_command {
         }
         while (sleep_for(interval)) {
             const json now = sample(processor, networks);
-            out.show(clear_screen() + as_text(now), now);
+            if (is_drawn_again()) {
+                print("\033[H\033[J");
+            }
+            out.show(as_text(now), now);
             if (!watch) {
                 return;
             }
@@ -121,8 +125,8 @@ struct stat_command {
         return names;
     }
 
-    // Only where somebody looks; a file keeps one sample behind the other.
-    std::string clear_screen() const { return watch && isatty(STDOUT_FILENO) != 0 ? "\033[H\033[J" : ""; }
+    // Only where somebody looks; a file keeps one sample after the other.
+    bool is_drawn_again() const { return watch && !out.is_json() && isatty(STDOUT_FILENO) != 0; }
 
     static json sample(cpu& processor, std::vector<std::unique_ptr<network>>& networks) {
         norv_mem_info_t memory{};

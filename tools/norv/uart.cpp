@@ -10,6 +10,7 @@
 #include "command.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
+#include "output.hpp"
 #include "report.hpp"
 #include "text.hpp"
 
@@ -115,9 +116,8 @@ class port {
     norv_uart_t* uart_ = nullptr;
 };
 
-void print(const bytes& data) {
-    std::cout.write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-    std::cout.flush();
+void print_raw(const bytes& data) {
+    print({reinterpret_cast<const char*>(data.data()), data.size()});
 }
 
 // The keyboard without echo and line editing, for as long as a console runs; does nothing to a pipe.
@@ -154,7 +154,7 @@ struct console {
 
     void run() {
         port opened{to};
-        std::cerr << "Connected to " << to.device << "; Ctrl-] ends.\n";
+        std::cerr << "Connected to " << printable(to.device) << "; Ctrl-] ends.\n";
         const raw_terminal terminal;
         pollfd keyboard{STDIN_FILENO, POLLIN, 0};
         while (true) {
@@ -173,7 +173,7 @@ struct console {
             if (received.empty() && (sources[0].revents & POLLHUP) != 0) {
                 opened.report_hang_up();
             }
-            print(received);
+            print_raw(received);
         }
         if (sources[1].revents == 0) {
             return true;
@@ -276,7 +276,7 @@ struct recv {
             opened.report_hang_up();
         }
         if (is_shown_at_once()) {
-            print(data);
+            print_raw(data);
         }
         all.insert(all.end(), data.begin(), data.end());
     }

@@ -59,6 +59,7 @@ struct message {
     }
 
     std::string value(const char* key) const { return keys.value(key, ""); }
+    std::string shown(const char* key) const { return printable(value(key)); }
 
   private:
     void take(std::string_view part) {
@@ -91,21 +92,27 @@ struct uevent_command {
         socket opened;
         while ((count == 0 || seen < count) && patient.wait("uevents", opened.descriptor(), POLLIN)) {
             opened.poll(take, this);
+            failed.rethrow();
         }
     }
 
   private:
     uint32_t seen = 0;
+    callback_failure failed;
 
-    // The C library calls it: nothing may be thrown from here.
     static void take(const uint8_t* content, int64_t length, void* user) noexcept {
         auto& self = *static_cast<uevent_command*>(user);
-        const message taken{
-            std::string_view{reinterpret_cast<const char*>(content), static_cast<size_t>(length)}};
-        if (self.is_wanted(taken)) {
-            self.show(taken);
-            ++self.seen;
-            self.patient.restart();
+        self.failed.keep_from([&] {
+            self.take(message{
+                std::string_view{reinterpret_cast<const char*>(content), static_cast<size_t>(length)}});
+        });
+    }
+
+    void take(const message& taken) {
+        if (is_wanted(taken)) {
+            show(taken);
+            ++seen;
+            patient.restart();
         }
     }
 
@@ -119,11 +126,11 @@ struct uevent_command {
     // The time is that of CLOCK_MONOTONIC after the message came.
     void show(const message& taken) const {
         const double now = static_cast<double>(norv_time_get_us()) / 1e6;
-        std::string line = text("%14.6f  %-7s %-12s %s", now, taken.value("ACTION").c_str(),
-                                taken.value("SUBSYSTEM").c_str(), taken.value("DEVPATH").c_str());
+        std::string line = text("%14.6f  %-7s %-12s %s", now, taken.shown("ACTION").c_str(),
+                                taken.shown("SUBSYSTEM").c_str(), taken.shown("DEVPATH").c_str());
         if (with_keys) {
             for (const auto& [key, value] : taken.keys.items()) {
-                line += "\n    " + key + "=" + value.get<std::string>();
+                line += "\n    " + printable(key) + "=" + printable(value.get<std::string>());
             }
         }
         out.show(line, {{"time", now}, {"keys", taken.keys}});

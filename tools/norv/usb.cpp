@@ -15,11 +15,12 @@ namespace {
 const causes usual{{NORV_STATUS_NO_MEMORY, "no memory for the list of devices"}};
 
 std::string node_words(const norv_uevent_child_t& node) {
-    return text("%s %s", node.subsystem, node.devnode);
+    return printable(node.subsystem) + " " + printable(node.devnode);
 }
 
 std::string words(const norv_uevent_device_t& device) {
-    std::string line = text("%-20s %-14s %s", device.devnode, device.product, device.product_name);
+    std::string line = text("%-20s %-14s %s", printable(device.devnode).c_str(),
+                            printable(device.product).c_str(), printable(device.product_name).c_str());
     for (const auto* link = device.children.next; link != &device.children; link = link->next) {
         line += "  " + node_words(*reinterpret_cast<const norv_uevent_child_t*>(link));
     }
@@ -110,6 +111,7 @@ struct watch {
         followed.each([&](const norv_uevent_device_t& device) { show("present", device); });
         while (is_wanted() && patient.wait("usb", followed.descriptor(), POLLIN)) {
             followed.poll();
+            failed.rethrow();
         }
     }
 
@@ -117,15 +119,17 @@ struct watch {
     device_list* devices = nullptr;               // null while it is filled: `run` shows what was found then
     std::map<std::string, uint32_t> known_nodes;  // of each device that was shown
     uint32_t seen = 0;
+    callback_failure failed;
 
     bool is_wanted() const { return count == 0 || seen < count; }
 
-    // The library calls it: nothing may be thrown from here.
     static void on_change(const norv_uevent_device_t* device, void* user) noexcept {
         auto& self = *static_cast<watch*>(user);
-        if (self.devices != nullptr && self.devices->holds(device) && self.is_wanted()) {
-            self.take(*device);
-        }
+        self.failed.keep_from([&] {
+            if (self.devices != nullptr && self.devices->holds(device) && self.is_wanted()) {
+                self.take(*device);
+            }
+        });
     }
 
     // A device is told again with each node, also with those that it does not get.

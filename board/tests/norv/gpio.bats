@@ -57,6 +57,16 @@ load ../../../tests/norv/support
     appears '"line":17,"event":"edge","value":0'
 }
 
+@test "gpio: AWatchWhoseReaderGoesAwayGivesItsLineBack" {
+    norv gpio set 16=0
+    mkfifo "$BATS_TEST_TMPDIR/pipe"
+    "$NORV" gpio watch 17 >"$BATS_TEST_TMPDIR/pipe" 3>&- &
+    # The start is read, and the next edge finds nobody.
+    head -n 1 "$BATS_TEST_TMPDIR/pipe"
+    "$NORV" gpio set 16=1
+    wait_until test ! -e /sys/class/gpio/gpio17
+}
+
 @test "gpio: AWatchEndsWithAFailureWhenNoEdgeCame" {
     norv gpio watch --timeout 1 17
     fails "gpio watch: TIMEOUT: no edge came in time"

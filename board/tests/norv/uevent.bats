@@ -44,6 +44,15 @@ listen() { "$NORV" uevent --subsystem net --count 1 --timeout 60000 "$@" >"$BATS
         "$BATS_TEST_TMPDIR/output"
 }
 
+@test "uevent: AMessageThatCannotBeWrittenEndsIt" {
+    "$NORV" uevent --subsystem net --timeout 60000 >/dev/full 2>"$BATS_TEST_TMPDIR/errors" &
+    local listener=$! status=0
+    announce_until_gone "$listener" change
+    wait "$listener" || status=$?
+    [[ $status -eq 1 ]]
+    [[ $(<"$BATS_TEST_TMPDIR/errors") == "norv: standard output: EXHAUSTED: no space is left there" ]]
+}
+
 @test "uevent: MessagesOfOtherSubsystemsAreNotWaitedFor" {
     norv uevent --subsystem no-such-subsystem --timeout 10
     fails "uevents: TIMEOUT: nothing came in time"

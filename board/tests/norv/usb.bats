@@ -12,6 +12,15 @@ setup() {
     until_state configured
 }
 
+# The board's host reads the name when the gadget is plugged in.
+product_is() {
+    local gadget=/sys/kernel/config/usb_gadget/demo
+    echo >"$gadget/UDC"
+    echo "$1" >"$gadget/strings/0x409/product"
+    echo dummy_udc.0 >"$gadget/UDC"
+    until_state configured
+}
+
 until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
 
 @test "usb: DevicesAreListed" {
@@ -24,6 +33,16 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
 @test "usb: DevicesAsJson" {
     norv usb list --json
     prints_json 'any((.product | startswith("1d6b/104/")) and (.node | startswith("/dev/bus/usb/")) and .nodes == [])'
+}
+
+@test "usb: ControlCharactersInANameAreEscaped" {
+    product_is $'red\e[31m\xc2\x9b1m\xc3\xbc'
+    norv usb list
+    succeeds
+    [[ $output == *'red\x1b[31m\xc2\x9b1m'$'\xc3\xbc'* ]] || fail "printed: $output"
+    norv usb list --json
+    [[ $output == *'"red\u001b[31m\u009b1m'$'\xc3\xbc"'* ]] || fail "printed: $output"
+    product_is ""
 }
 
 @test "usb: AWatchShowsWhatIsThereAndThenWhatGoesAndComes" {
