@@ -1,211 +1,101 @@
 /*
- * Updates firmware: erases an area of a flash, writes a file into it, verifies it, and reads it back.
+ * Updates firmware on either kind of flash: erases an area, writes a file there and verifies it, and reads
+ * the whole back.
  *
- *     emmc_update DEVICE ADDRESS FILE JOURNAL
+ *     emmc_update DEVICE ADDRESS FILE JOURNAL [END]
  *
  * DEVICE is the block device of an eMMC or SD card, or "spi" for the SPI flash. Ctrl-C stops the update, and
- * so may a power cut: JOURNAL, a file on some other medium, keeps how far it is, and the same command goes on
- * there.
+ * a power cut may: JOURNAL, a file on another medium, keeps the progress, and the same command resumes the
+ * update.
  *
- * The image is filled up with 0xFF to whole chunks, so that nothing behind it is touched; ADDRESS should be a
- * multiple of 128 KiB (0x20000).
+ * The file is padded with 0xFF to whole chunks of 128 KiB (0x20000), and ADDRESS must be a multiple of a
+ * chunk, so that nothing after the area is touched. END is where the area ends, by default at the end of the
+ * padded file. A larger area lets the SPI flash use its other good blocks in place of bad ones.
  *
  * On the virtual board /dev/mmcblk0 is an SD card, with the modules sdhci-pci and mmc_block.
  */
-#include <signal.h>
-#include <stdbool.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
+#include "update.h"
 
-#include "norv_base.h"
 #include "norv_linux_flash.h"
 
 #define CHUNK 0x20000u
 
-static volatile sig_atomic_t interrupted;
+/* ---- the flash and the area ---- */
 
-/* One update, on its way. */
-struct update {
-    norv_flash_t flash;
-    uint32_t address;
-    uint32_t area_end;
-    uint8_t* image;
-    uint32_t size;
-    uint32_t written; /* so much of the image is on the flash, verified */
-    const char* journal;
-    const char* doing;
-};
-
-static void interrupt(int number) {
-    (void)number;
-    interrupted = 1;
+static void open_flash(norv_flash_t* flash, const char* device) {
+    const bool is_spi = strcmp(device, "spi") == 0;
+    const norv_flash_config_t config = {.kind = is_spi ? NORV_FLASH_KIND_SPI : NORV_FLASH_KIND_EMMC,
+                                        .emmc_path = device};
+    must(device, norv_linux_flash_open(&config, flash));
 }
 
-static void fail(const char* what, uint32_t status) {
-    fprintf(stderr, "\n%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
-    exit(EXIT_FAILURE);
-}
-
-/* Ends the program when a call failed, and in peace when it was interrupted. */
-static void must(const char* what, uint32_t status) {
-    if (status == NORV_STATUS_TIMEOUT && interrupted) {
-        printf("\nstopped; the same command goes on from here\n");
-        exit(EXIT_SUCCESS);
+/* Refuses an area that the flash does not have before anything is written. */
+static void check_area(norv_flash_t* flash, const update_t* update, const char* device) {
+    norv_flash_info_t info;
+    must(device, norv_linux_flash_get_info(flash, &info));
+    printf("%s: %llu KiB, erase block %u, write unit %u\n", device, (unsigned long long)(info.size / 1024),
+           info.erase_block_size, info.write_unit_size);
+    if (update->start % CHUNK != 0) {
+        fail(device, "the address is not a multiple of 128 KiB");
     }
-    if (status != NORV_STATUS_OK) {
-        fail(what, status);
+    if (update->end < update->start || update->end - update->start < update->size ||
+        update->end > info.size) {
+        fail(device, "the image does not fit into the area, or the area into the flash");
     }
-}
-
-/* ---- the journal: a number in a file ---- */
-
-static uint32_t read_journal(const char* path) {
-    unsigned written = 0;
-    FILE* file = fopen(path, "r");
-    if (file != NULL) {
-        if (fscanf(file, "%u", &written) != 1) {
-            written = 0;
-        }
-        fclose(file);
-    }
-    return written;
-}
-
-static void write_journal(const struct update* update) {
-    FILE* file = fopen(update->journal, "w");
-    if (file == NULL || fprintf(file, "%u\n", update->written) < 0 || fflush(file) != 0 ||
-        fsync(fileno(file)) != 0 || fclose(file) != 0) {
-        perror(update->journal);
-        exit(EXIT_FAILURE);
-    }
-}
-
-/* ---- the image ---- */
-
-static void read_image(struct update* update, const char* path) {
-    FILE* file = fopen(path, "rb");
-    long length;
-    if (file == NULL || fseek(file, 0, SEEK_END) != 0 || (length = ftell(file)) <= 0 ||
-        fseek(file, 0, SEEK_SET) != 0) {
-        perror(path);
-        exit(EXIT_FAILURE);
-    }
-    update->size = ((uint32_t)length + CHUNK - 1) / CHUNK * CHUNK;
-    update->image = malloc(update->size);
-    if (update->image == NULL) {
-        fail(path, NORV_STATUS_NO_MEMORY);
-    }
-    memset(update->image, 0xFF, update->size);
-    if (fread(update->image, 1, (size_t)length, file) != (size_t)length) {
-        perror(path);
-        exit(EXIT_FAILURE);
-    }
-    fclose(file);
-}
-
-/* ---- callbacks of the three operations ---- */
-
-static bool stop(void* user) {
-    (void)user;
-    return interrupted;
-}
-
-static void show(void* user, uint32_t status, uint32_t address, uint32_t remaining, uint32_t percentage) {
-    static const char bar[] = "########################################";
-    const struct update* update = user;
-    (void)status;
-    (void)remaining;
-    printf("\r%-8s [%-40.*s] %3u %%  0x%08x", update->doing, (int)(percentage * 40 / 100), bar, percentage,
-           address);
-    fflush(stdout);
-}
-
-static void note_and_show(void* user, uint32_t status, uint32_t address, uint32_t remaining,
-                          uint32_t percentage) {
-    struct update* update = user;
-    update->written = update->size - remaining;
-    write_journal(update);
-    show(user, status, address, remaining, percentage);
 }
 
 /* ---- the update ---- */
 
-static void open_flash(struct update* update, const char* device) {
-    const bool is_spi = strcmp(device, "spi") == 0;
-    const norv_flash_config_t config = {.kind = is_spi ? NORV_FLASH_KIND_SPI : NORV_FLASH_KIND_EMMC,
-                                        .emmc_path = device};
-    norv_flash_info_t info;
-    must(device, norv_linux_flash_open(&config, &update->flash));
-    must(device, norv_linux_flash_get_info(&update->flash, &info));
-    printf("%s: %llu KiB, erase block %u, write unit %u\n", device, (unsigned long long)(info.size / 1024),
-           info.erase_block_size, info.write_unit_size);
-    /* The SPI flash may use good blocks up to its end in place of bad ones. */
-    update->area_end = info.size < 0xFFFE0000u ? (uint32_t)info.size : 0xFFFE0000u;
-}
-
-static void erase_area(struct update* update) {
-    uint32_t end = update->area_end;
+/* What an interrupted run has begun and not noted is erased again; nothing before the cursor is touched. */
+static void write_rest(norv_flash_t* flash, update_t* update) {
+    const uint8_t* rest = update->image + update->done;
+    uint32_t length = update->size - update->done;
+    uint32_t end = update->end;
+    if (length == 0) {
+        return;
+    }
     update->doing = "erasing";
-    must("erasing", norv_linux_flash_continue_erase(&update->flash, update->address, update->size, &end, stop,
-                                                    show, update));
-    printf("\n");
-}
-
-/* Goes on behind what an earlier run has written. */
-static void write_image(struct update* update) {
-    uint32_t end = update->area_end;
-    uint32_t length = update->size - update->written;
-    const uint32_t written = update->written;
+    must("erasing",
+         norv_linux_flash_continue_erase(flash, update->cursor, length, &end, is_interrupted, show, update));
     update->doing = "writing";
-    must("writing", norv_linux_flash_continue_write_verify(&update->flash, update->address, written,
-                                                           update->image + written, &length, &end, stop,
-                                                           note_and_show, update));
-    printf("\n");
+    must("writing", norv_linux_flash_continue_write_verify(flash, update->cursor, 0, rest, &length, &end,
+                                                           is_interrupted, note, update));
 }
 
-static void compare_image(struct update* update) {
+static void compare_image(norv_flash_t* flash, update_t* update) {
     uint32_t length = update->size;
     uint8_t* found = malloc(length);
     if (found == NULL) {
-        fail("reading", NORV_STATUS_NO_MEMORY);
+        fail("reading", "out of memory");
     }
     update->doing = "reading";
     must("reading",
-         norv_linux_flash_continue_read(&update->flash, update->address, found, &length, stop, show, update));
-    printf("\n");
-    if (memcmp(found, update->image, length) != 0) {
-        fail("reading back", NORV_STATUS_VERIFY_FAILED);
-    }
+         norv_linux_flash_continue_read(flash, update->start, found, &length, is_interrupted, show, update));
+    close_journal(update, found);
     free(found);
 }
 
 int main(int count, char** arguments) {
-    struct update update = {0};
-    struct sigaction action = {.sa_handler = interrupt};
-    if (count != 5) {
-        fprintf(stderr, "usage: emmc_update DEVICE|spi ADDRESS FILE JOURNAL\n");
+    static update_t update;
+    norv_flash_t flash;
+    if (count != 5 && count != 6) {
+        fprintf(stderr, "usage: emmc_update DEVICE|spi ADDRESS FILE JOURNAL [END]\n");
         return 2;
     }
-    sigaction(SIGINT, &action, NULL);
-    update.address = (uint32_t)strtoul(arguments[2], NULL, 0);
+    signal(SIGINT, interrupt);
+    load_image(&update, arguments[3], CHUNK);
+    update.start = number(arguments[2]);
+    update.end = count == 6 ? number(arguments[5]) : update.start + update.size;
     update.journal = arguments[4];
-    read_image(&update, arguments[3]);
-    open_flash(&update, arguments[1]);
 
-    update.written = read_journal(update.journal);
-    if (update.written == 0) {
-        erase_area(&update);
-    } else {
-        printf("going on behind %u of %u bytes\n", update.written, update.size);
-    }
-    write_image(&update);
-    compare_image(&update);
-
-    norv_linux_flash_close(&update.flash);
-    remove(update.journal);
+    open_flash(&flash, arguments[1]);
+    check_area(&flash, &update, arguments[1]);
+    open_journal(&update, arguments[1]);
+    write_rest(&flash, &update);
+    compare_image(&flash, &update);
+    norv_linux_flash_close(&flash);
     free(update.image);
-    printf("%s: %u bytes at 0x%x are as they should be\n", arguments[1], update.size, update.address);
+    printf("%s: %" PRIu32 " bytes at 0x%" PRIx32 " written and verified\n", arguments[1], update.size,
+           update.start);
     return EXIT_SUCCESS;
 }

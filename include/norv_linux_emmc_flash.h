@@ -1,7 +1,7 @@
 /**
  * @file norv_linux_emmc_flash.h
  * An eMMC, SD card or any other block device as a flash: erase, read, and write with verification, all of
- * which can be cancelled, report their progress and can be resumed.
+ * which can be cancelled, report their progress and can be resumed (norv_flash_types.h describes how).
  *
  * The device is opened by its path, for instance "/dev/mmcblk0boot0", and accessed by positioned reads and
  * writes; there are no bad blocks, and erasing means writing zeros. Erase block and write unit are the
@@ -143,9 +143,6 @@ NORV_API uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_
  * chunk of which the device takes only a part, as at its end, counts as erased. A chunk has to end below 4
  * GiB.
  *
- * To resume, call again with the address of the last progress report and what was still to do before it, or
- * with all of it: erasing twice does no harm.
- *
  * @param flash     not null, holds an open device
  * @param address   in bytes; a multiple of the erase block size
  * @param length    in bytes; 0: nothing is done
@@ -192,8 +189,6 @@ NORV_API uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash,
  * length of this last write a whole chunk, beyond the border too. Only the data is read back and compared.
  * (With a chunk that is no power of two, which lengths between 16 KiB and 128 KiB may give, the length of the
  * last write comes from the same bit mask, and is between the data's and nearly a chunk more.)
- *
- * To resume, call again with address and data moved on by what is done.
  *
  * @param flash     not null, holds an open device
  * @param address   in bytes; a multiple of the write unit size

@@ -10,24 +10,22 @@
  * An update of firmware works the same on both:
  *
  * 1. `norv_linux_flash_get_info` tells the geometry. An erase starts at a multiple of the erase block size, a
- *    write at one of the write unit size, and so does the skip of a write.
- * 2. `norv_linux_flash_continue_erase` erases the area. The SPI flash takes where the area ends, and tells in
- *    the same word the first address after the erased blocks.
+ *    write at one of the write unit size, which the skip of a write is a multiple of, too.
+ * 2. `norv_linux_flash_continue_erase` erases the area. For the SPI flash `end` is where the area ends, and
+ *    becomes the first address after the erased blocks.
  * 3. `norv_linux_flash_continue_write_verify` writes from the same start, and reads back and compares every
- *    chunk. The length word tells after a failure how much was written and verified.
- * 4. `norv_linux_flash_continue_read` reads it back. The length word tells after a failure how much was read.
+ *    chunk. When a step fails, the length becomes what was written and verified.
+ * 4. `norv_linux_flash_continue_read` reads it back. When a step fails, the length becomes what was read.
  *
- * A write that was cut off goes on with the same address, what is done as the skip, and the data behind it:
- * the SPI flash counts only the units of good blocks. A cancel callback that returns true ends any of the
- * three with NORV_STATUS_TIMEOUT. Progress is reported for every erase block of the SPI flash, and for every
- * chunk of 16 KiB to 128 KiB of an eMMC.
+ * How an update that was interrupted is continued, on both, is described in norv_flash_types.h. A cancel
+ * callback that returns true ends any of the three with NORV_STATUS_TIMEOUT. Progress is reported for every
+ * erase block of the SPI flash, and for every chunk of 16 KiB to 128 KiB of an eMMC.
  *
  *     const norv_flash_config_t config = {.kind = NORV_FLASH_KIND_EMMC, .emmc_path = "/dev/mmcblk0boot0"};
  *     norv_flash_t flash;
  *     uint32_t end = 0x100000, length = image_size;
  *     norv_linux_flash_open(&config, &flash);
  *     norv_linux_flash_continue_erase(&flash, 0, image_size, &end, NULL, NULL, NULL);
- *     end = 0x100000;
  *     norv_linux_flash_continue_write_verify(&flash, 0, 0, image, &length, &end, NULL, NULL, NULL);
  *     norv_linux_flash_close(&flash);
  */
@@ -165,7 +163,8 @@ NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t 
  * @param flash     not null
  * @param address   in bytes
  * @param buffer    receives the bytes; not null
- * @param length    in: bytes wanted; out, after a failure other than a cancellation: bytes read; not null
+ * @param length    in: bytes wanted; out, after a step that failed: bytes read; unchanged when cancelled; not
+ *                  null
  * @param cancel    asked before every step; may be null
  * @param progress  told after every step; may be null
  * @param user      passed to both; may be null
@@ -181,11 +180,12 @@ NORV_API uint32_t norv_linux_flash_continue_read(norv_flash_t* flash, uint32_t a
  *
  * @param flash     not null
  * @param address   in bytes; a multiple of the write unit size
- * @param skip      bytes behind the address that are left out before the first byte is written; a multiple of
+ * @param skip      bytes after the address that are left out before the first byte is written; a multiple of
  *                  the write unit size
  * @param data      only read; not null
- * @param length    in: bytes to write; out, after a failure other than a cancellation: bytes written and
- *                  verified; not null
+ * @param length    in: bytes to write; out, after a step that failed: bytes written and verified; unchanged
+ *                  when cancelled, when the good blocks before the end are too few, and when nothing was
+ *                  begun; not null
  * @param end       in: where the area ends, in bytes; out: where the next write goes on; for the SPI flash
  *                  alone: neither read nor written for an eMMC, for which it may be null
  * @param cancel    asked before every step; may be null

@@ -7,15 +7,15 @@
  * geometry of its own, and may be NOR or NAND; erase sizes are taken to be powers of two. Only NAND blocks
  * are asked whether they are bad.
  *
- * The three "continue" operations work through many blocks: they leave out bad ones, tell their progress, can
- * be stopped between two steps, and leave a cursor from which the caller goes on. They keep nothing between
- * two calls. Nothing is locked: a flash is used by one thread at a time, and callbacks run on that thread.
+ * The three "continue" operations work through many blocks: they leave out bad ones, report their progress,
+ * can be stopped between two steps, and leave a cursor from which the caller continues. They keep nothing
+ * between two calls. Nothing is locked: a flash is used by one thread at a time, and callbacks run on that
+ * thread. How an update that was interrupted is continued is described in norv_flash_types.h.
  *
  *     norv_spi_flash_t* flash;
  *     uint32_t end = area_end, length = image_size;
  *     norv_linux_spi_flash_open(&flash);
  *     norv_linux_spi_flash_continue_erase(&flash, start, area_end - start, &end, NULL, NULL, NULL);
- *     end = area_end;
  *     norv_linux_spi_flash_continue_write_verify(&flash, start, 0, image, &length, &end, NULL, NULL, NULL);
  *     norv_linux_spi_flash_close(&flash);
  */
@@ -211,7 +211,7 @@ NORV_API uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, u
 
 /**
  * Writes data into the good blocks from an address on, and reads back and compares each block. Erase the area
- * first, with the same end.
+ * first; the end may be the one that `norv_linux_spi_flash_continue_erase` has left, or that of the area.
  *
  * The last write unit is filled with 0xFF. The end is looked at once for each block: a block that starts
  * before it is written up to its own end.

@@ -34,7 +34,7 @@ check_page() {
             fi
         elif [[ $line == '```c' ]]; then
             in_block=true block='' blocks=$((blocks + 1))
-        elif [[ $line =~ .*\]\((\.\./)+(examples/[a-z0-9_]+\.c)\) ]]; then
+        elif [[ $line =~ .*\]\((\.\./)+(examples/[a-z0-9_]+\.[ch])\) ]]; then
             example=${BASH_REMATCH[2]}
         fi
     done

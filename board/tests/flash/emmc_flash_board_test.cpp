@@ -3,15 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
 
-#include <atomic>
-#include <iostream>
-#include <memory>
-#include <new>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -224,110 +216,5 @@ TEST(EmmcFlashOnBoard, ADeviceOf5GiBIsReachedUpTo4GiBAndNoOperationGoesOnAtItsSt
               NORV_STATUS_RANGE);
     EXPECT_TRUE(disk.on.content(0, chunk) == start);
 }
-
-// ---- a firmware update that is killed and goes on
-
-// What an updater has left to do; in memory that outlives it, as a file on another medium would.
-struct journal {
-    std::atomic<uint32_t> erased;
-    std::atomic<uint32_t> written;
-
-    uint32_t done() const { return erased + written; }
-};
-
-class FirmwareUpdate : public testing::TestWithParam<const char*> {
-  protected:
-    static constexpr uint32_t area = 6 * MiB;
-    static constexpr uint32_t size = 2 * MiB;
-    static constexpr uint32_t margin = 256 * KiB;
-
-    FirmwareUpdate() {
-        if (GetParam() != std::string(sd_card)) {
-            loop = std::make_unique<loop_device>(16 * MiB);
-            path = loop->path();
-        }
-        void* memory =
-            mmap(nullptr, sizeof(journal), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        noted = new (memory) journal();
-    }
-    ~FirmwareUpdate() override { munmap(noted, sizeof(journal)); }
-
-    // The updater's whole life: goes on where the journal ends.
-    [[noreturn]] void update(const std::string& image) const {
-        norv_emmc_flash_t* flash = nullptr;
-        uint32_t status = norv_linux_emmc_flash_open(&flash, path.c_str());
-        const uint32_t erased = noted->erased;
-        if (status == 0) {
-            status = norv_linux_emmc_flash_continue_erase(
-                &flash, area + erased, size - erased, nullptr,
-                [](void* user, uint32_t, uint32_t, uint32_t remaining, uint32_t) {
-                    static_cast<journal*>(user)->erased = size - remaining;
-                },
-                noted);
-        }
-        const uint32_t written = noted->written;
-        uint32_t length = size - written;
-        if (status == 0) {
-            status = norv_linux_emmc_flash_continue_write_verify(
-                &flash, area, written, image.data() + written, &length, nullptr,
-                [](void* user, uint32_t, uint32_t, uint32_t remaining, uint32_t) {
-                    static_cast<journal*>(user)->written = size - remaining;
-                },
-                noted);
-        }
-        norv_linux_emmc_flash_close(&flash);
-        _exit(status == 0 ? 0 : 1);
-    }
-
-    // Runs the updater, and kills it a random time after it has got that far. Tells whether it came to its
-    // end.
-    bool run_until(uint32_t position, const std::string& image) {
-        const pid_t updater = fork();
-        if (updater == 0) {
-            update(image);
-        }
-        int status = 0;
-        while (noted->done() < position && waitpid(updater, &status, WNOHANG) == 0) {
-            usleep(50);
-        }
-        usleep(static_cast<useconds_t>(random() % 3000));
-        kill(updater, SIGKILL);
-        waitpid(updater, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0);
-        interrupted += WIFSIGNALED(status) ? 1 : 0;
-        return noted->done() == 2 * size;
-    }
-
-    std::unique_ptr<loop_device> loop;
-    std::string path = sd_card;
-    journal* noted = nullptr;
-    uint32_t interrupted = 0;
-    const unsigned seed = std::random_device()();
-    std::minstd_rand random{seed};
-};
-
-TEST_P(FirmwareUpdate, SurvivesBeingKilledAtRandomMoments20Times) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    medium device(path);
-    ASSERT_TRUE(device.is_there());
-    for (unsigned round = 0; round < 20 && !HasFailure(); ++round) {
-        const std::string around = pattern(size + 2 * margin, 2 * round + 1);
-        const std::string image = pattern(size, 2 * round + 2);
-        device.fill(area - margin, around);
-        noted->erased = 0;
-        noted->written = 0;
-        while (!run_until(noted->done() + static_cast<uint32_t>(random()) % size, image)) {
-        }
-        EXPECT_TRUE(device.content(area - margin, size + 2 * margin) ==
-                    std::string(around).replace(margin, size, image))
-            << "round " << round;
-    }
-    EXPECT_GT(interrupted, 0U);
-    std::cout << "killed " << interrupted << " times in 20 updates\n";
-}
-
-INSTANTIATE_TEST_SUITE_P(, FirmwareUpdate, testing::Values(sd_card, "loop device"), [](const auto& device) {
-    return device.param == std::string(sd_card) ? "SdCard" : "LoopDevice";
-});
 
 }  // namespace

@@ -1,0 +1,213 @@
+// Flash that outlives the process that uses it, as a chip does: its cells are in memory that processes share.
+// The process can be killed in the middle of any call, which leaves the call half done.
+#pragma once
+
+#include <linux/fs.h>
+#include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <random>
+#include <vector>
+
+#include "flash/mtd_device.hpp"
+#include "support/device.hpp"
+
+namespace norv::test {
+
+// An array that a process and its children share.
+template <typename element>
+class shared_array {
+  public:
+    explicit shared_array(size_t size)
+        : size_(size),
+          elements_(static_cast<element*>(mmap(nullptr, size * sizeof(element), PROT_READ | PROT_WRITE,
+                                               MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+    ~shared_array() { munmap(elements_, size_ * sizeof(element)); }
+    shared_array(const shared_array&) = delete;
+    shared_array& operator=(const shared_array&) = delete;
+
+    element& operator[](size_t index) { return elements_[index]; }
+    element* begin() { return elements_; }
+    element* end() { return elements_ + size_; }
+
+  private:
+    size_t size_;
+    element* elements_;
+};
+
+// The power supply of the flash: it fails during the call that uses up the last of `calls`.
+class power_supply {
+  public:
+    uint32_t calls = UINT32_MAX;
+    std::minstd_rand random;
+
+    // Called as a call begins. True when the power fails during it: the device does a part of the call, and
+    // cuts.
+    bool fails() { return --calls == 0; }
+    size_t part(size_t whole) { return random() % (whole + 1); }
+    static void cut() { kill(getpid(), SIGKILL); }
+    // A call that changes nothing.
+    void pass() {
+        if (fails()) {
+            cut();
+        }
+    }
+};
+
+// A partition. NAND takes one program per page and erase: a second one leaves a wrong bit in the page.
+class lasting_partition : public device {
+  public:
+    lasting_partition(const flash_geometry& geometry, power_supply& power)
+        : bytes(geometry.size),
+          bad(geometry.size / geometry.erase_size),
+          geometry_(geometry),
+          power_(power),
+          programmed_(geometry.size / geometry.write_size) {
+        fill(bytes.begin(), geometry.size);
+        std::fill(programmed_.begin(), programmed_.end(), true);
+    }
+
+    shared_array<uint8_t> bytes;
+    shared_array<bool> bad;                // by the block's number
+    std::vector<uint32_t> does_not_erase;  // blocks, by their numbers
+
+    const flash_geometry& geometry() const { return geometry_; }
+    bool is_nand() const { return geometry_.type == MTD_NANDFLASH; }
+
+    void close() override { power_.pass(); }
+
+    long read(void* buffer, size_t size, off_t offset) override {
+        power_.pass();
+        memcpy(buffer, bytes.begin() + offset, size);
+        return static_cast<long>(size);
+    }
+
+    long write(const void* buffer, size_t size, off_t offset) override {
+        const bool cut = power_.fails();
+        const auto* data = static_cast<const uint8_t*>(buffer);
+        const size_t start = static_cast<size_t>(offset);
+        const size_t done = cut ? power_.part(size) : size;
+        for (size_t index = 0; index < done; ++index) {
+            bytes[start + index] &= data[index];
+        }
+        for (size_t page = start / geometry_.write_size; page * geometry_.write_size < start + done; ++page) {
+            program(page);
+        }
+        if (cut) {
+            power_supply::cut();
+        }
+        return static_cast<long>(size);
+    }
+
+    long ioctl(unsigned long request, void* argument) override {
+        switch (request) {
+            case MEMGETINFO:
+                *static_cast<mtd_info_user*>(argument) = {geometry_.type,
+                                                          MTD_WRITEABLE,
+                                                          geometry_.size,
+                                                          geometry_.erase_size,
+                                                          geometry_.write_size,
+                                                          geometry_.oob_size,
+                                                          0};
+                return 0;
+            case MEMERASE:
+                return erase(static_cast<const erase_info_user*>(argument)->start);
+            case MEMGETBADBLOCK:
+                return bad[block_of(argument)] ? 1 : 0;
+            case MEMSETBADBLOCK:
+                bad[block_of(argument)] = true;
+                return 0;
+            default:
+                return -ENOTTY;
+        }
+    }
+
+  private:
+    size_t block_of(const void* position) const {
+        return static_cast<size_t>(*static_cast<const loff_t*>(position)) / geometry_.erase_size;
+    }
+
+    void fill(uint8_t* start, size_t size) {
+        std::generate_n(start, size, [this] { return static_cast<uint8_t>(power_.random() >> 8U); });
+    }
+
+    void program(size_t page) {
+        if (is_nand() && programmed_[page]) {
+            bytes[page * geometry_.write_size] ^= 1U;
+        }
+        programmed_[page] = true;
+    }
+
+    // An erase that is cut off leaves anything in the block.
+    long erase(uint32_t start) {
+        const bool cut = power_.fails();
+        const uint32_t block = start / geometry_.erase_size;
+        if (cut) {
+            fill(bytes.begin() + start, geometry_.erase_size);
+            power_supply::cut();
+        }
+        if (std::count(does_not_erase.begin(), does_not_erase.end(), block) > 0) {
+            return -EIO;
+        }
+        std::fill_n(bytes.begin() + start, geometry_.erase_size, uint8_t{0xFF});
+        std::fill_n(programmed_.begin() + start / geometry_.write_size,
+                    geometry_.erase_size / geometry_.write_size, false);
+        return 0;
+    }
+
+    flash_geometry geometry_;
+    power_supply& power_;
+    shared_array<bool> programmed_;
+};
+
+// A card in blocks of 512 bytes, which are written whole or not at all.
+class lasting_card : public device {
+  public:
+    lasting_card(size_t size, power_supply& power) : bytes(size), size_(size), power_(power) {
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(power.random() >> 8U); });
+    }
+
+    shared_array<uint8_t> bytes;
+
+    void close() override { power_.pass(); }
+
+    long read(void* buffer, size_t size, off_t offset) override {
+        power_.pass();
+        memcpy(buffer, bytes.begin() + offset, size);
+        return static_cast<long>(size);
+    }
+
+    long write(const void* buffer, size_t size, off_t offset) override {
+        const bool cut = power_.fails();
+        const size_t done = cut ? power_.part(size) / 512 * 512 : size;
+        memcpy(bytes.begin() + offset, buffer, done);
+        if (cut) {
+            power_supply::cut();
+        }
+        return static_cast<long>(size);
+    }
+
+    long ioctl(unsigned long request, void* argument) override {
+        if (request == BLKBSZGET) {
+            const int block_size = 512;
+            memcpy(argument, &block_size, sizeof block_size);
+        } else {
+            memcpy(argument, &size_, sizeof size_);
+        }
+        return 0;
+    }
+
+  private:
+    uint64_t size_;
+    power_supply& power_;
+};
+
+}  // namespace norv::test
