@@ -136,6 +136,11 @@ NORV_API uint32_t norv_linux_mtd_write_oob(const norv_mtd_t* device, uint32_t st
  * Reads: lseek(2) to the offset, then one read(2).
  *
  * A range that runs past the end of the partition is not refused: the kernel cuts it, and `count` tells. When
+ * Errors that the error correction of NAND cannot correct do not make read(2) fail: the kernel returns
+ * damaged bytes and only counts the errors of each partition. Check the data against a checksum, or compare
+ * the count before and after the reads: the field `failed` of `struct mtd_ecc_stats`, which the request
+ * `ECCGETSTATS` on `device->descriptor` fills.
+ *
  * the seek fails the read is made all the same, wherever the file position stands; the call then returns the
  * status of the seek.
  *

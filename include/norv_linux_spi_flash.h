@@ -12,6 +12,9 @@
  * between two calls. Nothing is locked: a flash is used by one thread at a time, and callbacks run on that
  * thread. How an update that was interrupted is continued is described in norv_flash_types.h.
  *
+ * Errors that the error correction of NAND cannot correct do not make a read fail, see `norv_linux_mtd_read`;
+ * a write with verification finds them, since it compares the bytes.
+ *
  *     norv_spi_flash_t* flash;
  *     uint32_t end = area_end, length = image_size;
  *     norv_linux_spi_flash_open(&flash);

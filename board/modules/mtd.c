@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 // Raw flash, as the kernel's mtdram and nandsim have it, for kernels that are built without them: memory in
 // blocks of 128 KiB, and 16 MiB of NAND in blocks of 16 KiB and pages of 512 + 16 bytes, in three partitions.
-// Of the NAND's blocks 3, 4, 255, 256 and 300 are bad, and block 7 does not erase.
+// Of the NAND's blocks 3, 4, 255, 256 and 300 are bad, and block 7 does not erase. Page 32000 loses what is
+// written to it, and so does every page that is programmed twice without an erase in between: their errors
+// cannot be corrected.
 #include <linux/bitmap.h>
 #include <linux/module.h>
 #include <linux/mtd/mtd.h>
@@ -16,7 +18,9 @@
 #define NAND_SPARE 16
 #define NAND_BLOCKS (NAND_SIZE / NAND_BLOCK)
 #define PAGES_PER_BLOCK (NAND_BLOCK / NAND_PAGE)
+#define NAND_PAGES (NAND_SIZE / NAND_PAGE)
 #define WORN_OUT_BLOCK 7
+#define GRAVE_PAGE 32000
 
 static unsigned int ram_kib = 8192;
 module_param(ram_kib, uint, 0444);
@@ -30,6 +34,8 @@ static u8* ram_cells;
 static u8* nand_cells;
 static u8* nand_spare;
 static DECLARE_BITMAP(bad_blocks, NAND_BLOCKS);
+static DECLARE_BITMAP(programmed_pages, NAND_PAGES);
+static DECLARE_BITMAP(damaged_pages, NAND_PAGES);
 static const unsigned int bad_from_the_start[] = {3, 4, 255, 256, 300};
 
 // ---- memory ----
@@ -72,6 +78,8 @@ static struct mtd_info ram = {
 static void erase_block(unsigned int block) {
     memset(nand_cells + block * NAND_BLOCK, 0xFF, NAND_BLOCK);
     memset(nand_spare + block * PAGES_PER_BLOCK * NAND_SPARE, 0xFF, PAGES_PER_BLOCK * NAND_SPARE);
+    bitmap_clear(programmed_pages, block * PAGES_PER_BLOCK, PAGES_PER_BLOCK);
+    bitmap_clear(damaged_pages, block * PAGES_PER_BLOCK, PAGES_PER_BLOCK);
 }
 
 static int nand_erase(struct mtd_info* mtd, struct erase_info* erase) {
@@ -96,16 +104,40 @@ static u8* spare_of(loff_t address, const struct mtd_oob_ops* ops) {
     return nand_spare + (size_t)address / NAND_PAGE * NAND_SPARE + ops->ooboffs;
 }
 
+// The damaged pages of a range that was read have half of their bytes inverted, and are counted.
+static int damage(struct mtd_info* mtd, u8* bytes, loff_t from, size_t length) {
+    unsigned int page;
+    int result = 0;
+
+    for (page = (size_t)from / NAND_PAGE; (size_t)page * NAND_PAGE < from + length; page++) {
+        size_t byte;
+
+        if (!test_bit(page, damaged_pages)) {
+            continue;
+        }
+        for (byte = max_t(size_t, from, (size_t)page * NAND_PAGE);
+             byte < min_t(size_t, from + length, (size_t)(page + 1) * NAND_PAGE); byte += 2) {
+            bytes[byte - from] ^= 0xFF;
+        }
+        mtd->ecc_stats.failed++;
+        result = -EBADMSG;
+    }
+    return result;
+}
+
 static int nand_read(struct mtd_info* mtd, loff_t from, struct mtd_oob_ops* ops) {
+    int result = 0;
+
     if (ops->datbuf) {
         memcpy(ops->datbuf, nand_cells + from, ops->len);
         ops->retlen = ops->len;
+        result = damage(mtd, ops->datbuf, from, ops->len);
     }
     if (ops->oobbuf) {
         memcpy(ops->oobbuf, spare_of(from, ops), ops->ooblen);
         ops->oobretlen = ops->ooblen;
     }
-    return 0;
+    return result;
 }
 
 // Programming only ever clears bits.
@@ -117,12 +149,23 @@ static void program(u8* cells, const u8* bytes, size_t length) {
     }
 }
 
+static void program_pages(loff_t to, const u8* bytes, size_t length) {
+    unsigned int page;
+
+    program(nand_cells + to, bytes, length);
+    for (page = (size_t)to / NAND_PAGE; (size_t)page * NAND_PAGE < to + length; page++) {
+        if (test_and_set_bit(page, programmed_pages) || page == GRAVE_PAGE) {
+            set_bit(page, damaged_pages);
+        }
+    }
+}
+
 static int nand_write(struct mtd_info* mtd, loff_t to, struct mtd_oob_ops* ops) {
     if (ops->datbuf && (((size_t)to | ops->len) & (NAND_PAGE - 1))) {
         return -EINVAL;
     }
     if (ops->datbuf) {
-        program(nand_cells + to, ops->datbuf, ops->len);
+        program_pages(to, ops->datbuf, ops->len);
         ops->retlen = ops->len;
     }
     if (ops->oobbuf) {

@@ -1,11 +1,12 @@
 // Raw flash of a real kernel: /dev/mtd0 is 8 MiB of memory behind the MTD layer, erased in blocks of 128 KiB;
-// /dev/mtd1 is 4 MiB of simulated NAND in blocks of 16 KiB and pages of 512 bytes, whose block 3 is bad from
-// the start, and whose block 7 never erases.
+// /dev/mtd1 to /dev/mtd3 are a simulated NAND chip in blocks of 16 KiB and pages of 512 bytes: block 3 of
+// /dev/mtd1 is bad from the start, and its block 7 never erases.
 #include "norv_linux_mtd.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 
 #include <cerrno>
 #include <string>
@@ -131,6 +132,41 @@ TEST_F(MtdOnBoard, ABlockThatIsMarkedIsBadFromThenOn) {
 
 TEST_F(MtdOnBoard, AWornOutBlockDoesNotErase) {
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 7 * nand_block, nand_block), NORV_STATUS_DEVICE_ERROR);
+}
+
+// ---- data that the error correction cannot restore
+
+// Page 32000 of the chip, the first of block 232 of its last partition, loses what is written to it.
+class DamagedPageOnBoard : public testing::Test {
+  protected:
+    static constexpr uint32_t block = 232 * nand_block;
+
+    DamagedPageOnBoard() { EXPECT_EQ(norv_linux_mtd_open("/dev/mtd3", &nand), 0U); }
+    ~DamagedPageOnBoard() override { norv_linux_mtd_close(&nand); }
+
+    uint32_t uncorrected() const {
+        mtd_ecc_stats statistics = {};
+        EXPECT_EQ(ioctl(nand.descriptor, ECCGETSTATS, &statistics), 0);
+        return statistics.failed;
+    }
+
+    norv_mtd_t nand = {};
+};
+
+TEST_F(DamagedPageOnBoard, IsReadWithoutAFailureAndCountedByTheKernel) {
+    const std::vector<uint8_t> written(nand_block, 0x5A);
+    std::vector<uint8_t> found(nand_block);
+    uint32_t count = 0;
+    EXPECT_EQ(norv_linux_mtd_erase(&nand, block, nand_block), 0U);
+    EXPECT_EQ(norv_linux_mtd_write(&nand, block, nand_block, written.data(), nullptr), 0U);
+    const uint32_t before = uncorrected();
+    EXPECT_EQ(norv_linux_mtd_read(&nand, block + nand_page, nand_block - nand_page, found.data(), &count),
+              0U);
+    EXPECT_EQ(uncorrected(), before);
+    EXPECT_EQ(norv_linux_mtd_read(&nand, block, nand_block, found.data(), &count), 0U);
+    EXPECT_EQ(count, nand_block);
+    EXPECT_NE(found, written);
+    EXPECT_GT(uncorrected(), before);
 }
 
 TEST_F(MtdOnBoard, FlashWithoutBadBlocksCallsEveryBlockGoodAndMarksNone) {

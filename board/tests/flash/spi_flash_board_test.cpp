@@ -149,4 +149,26 @@ TEST_F(SpiFlashOnBoard, AWriteToAFlashThatWasNotErasedFailsTheVerification) {
     EXPECT_EQ(length, 0U);
 }
 
+// Page 32000 of the NAND loses what is written to it.
+TEST_F(SpiFlashOnBoard, ADamagedPageFailsTheVerificationButNotARead) {
+    const uint32_t address = nand_1 + 1000 * nand_block;
+    const bytes data = pattern(3 * nand_block, 2);
+    uint32_t end = address + 2 * nand_block;
+    uint32_t length = 3 * nand_block;
+    EXPECT_EQ(norv_linux_spi_flash_continue_erase(&flash, address - nand_block, length, &end, nullptr,
+                                                  nullptr, nullptr),
+              0U);
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, address - nand_block, 0, data.data(),
+                                                         &length, &end, nullptr, nullptr, nullptr),
+              NORV_STATUS_VERIFY_FAILED);
+    EXPECT_EQ(length, nand_block);
+    bytes found(nand_block);
+    length = nand_block;
+    EXPECT_EQ(
+        norv_linux_spi_flash_continue_read(&flash, address, found.data(), &length, nullptr, nullptr, nullptr),
+        0U);
+    EXPECT_EQ(length, nand_block);
+    EXPECT_NE(found, bytes(data.begin() + nand_block, data.begin() + 2 * nand_block));
+}
+
 }  // namespace
