@@ -2,7 +2,10 @@
 // command that goes on from there is told.
 #include "norv_linux_flash.h"
 
+#include <sys/ioctl.h>
+
 #include <algorithm>
+#include <filesystem>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -51,15 +54,47 @@ class flash {
 
     // Where the erase block of an address ends.
     uint64_t block_end(uint64_t address) const {
-        uint64_t base = 0;
-        uint64_t block = info_.erase_block_size;
+        const uint64_t base = is_emmc() ? 0 : region_of(address).base;
+        const uint64_t block = is_emmc() ? info_.erase_block_size : region_of(address).device.info.erasesize;
+        return base + ((address - base) / block + 1) * block;
+    }
+
+    // How many bytes there are in the good blocks of the SPI flash between two addresses.
+    uint64_t good_space(uint64_t address, uint64_t end) const {
+        uint64_t space = 0;
+        for (uint64_t next = address; address < std::min(end, info_.size); address = next) {
+            next = block_end(address);
+            space += is_bad(address) ? 0 : next - address;
+        }
+        return space;
+    }
+
+    // How many errors the error correction of each partition has not corrected so far, as the kernel counts.
+    std::vector<uint32_t> uncorrected_errors() const {
+        std::vector<uint32_t> counts;
         for (int32_t index = 0; !is_emmc() && index < spi().region_count; ++index) {
-            if (address >= spi().regions[index].base) {
-                base = spi().regions[index].base;
-                block = spi().regions[index].device.info.erasesize;
+            mtd_ecc_stats statistics{};
+            ioctl(spi().regions[index].device.descriptor, ECCGETSTATS, &statistics);
+            counts.push_back(statistics.failed);
+        }
+        return counts;
+    }
+
+    // Fails where there are more of them than before: the kernel does not fail the reads that met them.
+    void check_errors_since(const std::vector<uint32_t>& before) const {
+        const std::vector<uint32_t> now = uncorrected_errors();
+        std::string where;
+        for (size_t index = 0; index < now.size(); ++index) {
+            if (now[index] != before[index]) {
+                where += text("%s%s: %u", where.empty() ? "" : ", ", partition_name(index).c_str(),
+                              now[index] - before[index]);
             }
         }
-        return base + ((address - base) / block + 1) * block;
+        if (!where.empty()) {
+            const std::string explanation =
+                "uncorrectable errors (" + where + "); the data that was read is damaged";
+            throw failure{name_, status_of(EBADMSG), {{status_of(EBADMSG), explanation.c_str()}}};
+        }
     }
 
     // Refuses what does not lie in the flash.
@@ -72,6 +107,31 @@ class flash {
     }
 
   private:
+    // The partition of an address of the SPI flash; after its end, the last one.
+    const norv_spi_flash_region_t& region_of(uint64_t address) const {
+        const norv_spi_flash_region_t* region = spi().regions + spi().region_count - 1;
+        while (region != spi().regions && address < region->base) {
+            --region;
+        }
+        return *region;
+    }
+
+    bool is_bad(uint64_t address) const {
+        const norv_spi_flash_region_t& region = region_of(address);
+        uint8_t bad = 0;
+        if (norv_linux_mtd_type_is_nand(&region.device)) {
+            must(name_, norv_linux_mtd_block_isbad(&region.device,
+                                                   static_cast<uint32_t>(address - region.base), &bad));
+        }
+        return bad != 0;
+    }
+
+    // The library does not keep the names: they are those of the open nodes.
+    std::string partition_name(size_t region) const {
+        const int descriptor = spi().regions[region].device.descriptor;
+        return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).filename();
+    }
+
     std::string name_;
     norv_flash_t flash_{};
     norv_flash_info_t info_{};
@@ -204,10 +264,12 @@ struct read {
         bytes data(length);
         uint32_t count = length;
         operation reading{opened, "read", address, length};
+        const std::vector<uint32_t> errors = opened.uncorrected_errors();
         const uint32_t status = norv_linux_flash_continue_read(
             opened.get(), address, data.data(), &count, operation::is_cancelled, operation::step, &reading);
         data.resize(static_cast<size_t>(reading.done()));
         store(file, data, append);
+        opened.check_errors_since(errors);
         if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
             report_cancelled(
                 text("%llu of %u bytes are read", static_cast<unsigned long long>(reading.done()), length),
@@ -341,6 +403,7 @@ struct write {
         if (area_end == 0) {
             area_end = static_cast<uint32_t>(opened.block_end(address + data.size() - 1));
         }
+        check_space(opened, data.size());
         confirm.ask(text(
             "erase 0x%x to 0x%x of the SPI flash, as far as %zu bytes of %s need it, and write them there",
             address, area_end, data.size(), file.c_str()));
@@ -354,6 +417,18 @@ struct write {
                   nullptr);
         }
         transfer(opened, data, size);
+    }
+
+    // Before anything is erased.
+    void check_space(const flash& opened, size_t size) const {
+        const uint64_t space = opened.good_space(address, area_end);
+        if (space < size) {
+            const std::string explanation = text(
+                "the good blocks from 0x%x to 0x%x hold only %llu of %zu bytes; --end makes the area longer",
+                address, area_end, static_cast<unsigned long long>(space), size);
+            throw failure{
+                opened.name(), NORV_STATUS_EXHAUSTED, {{NORV_STATUS_EXHAUSTED, explanation.c_str()}}};
+        }
     }
 
     // An eMMC needs no erasing. The library writes whole chunks: what is behind the data is written back as

@@ -1,7 +1,7 @@
 #!/usr/bin/env bats
 # norv flash on the virtual board: 4 MiB like NOR at 0, 4 MiB NAND at 0x400000 with its blocks 3, 4 and 255 bad, 8 MiB NAND
-# at 0x800000 with its blocks 0 and 44 bad; a card as eMMC. The NAND takes milliseconds for a page, so that Ctrl-C finds
-# an operation under way.
+# at 0x800000 with its blocks 0 and 44 bad, 4 MiB NAND at 0x1000000 whose page at 0x13a0000 loses its data; a card as eMMC.
+# The NAND takes milliseconds for a page, so that Ctrl-C finds an operation under way.
 
 load ../../../tests/norv/support
 
@@ -73,11 +73,29 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     holds 0x408000 49152
 }
 
-@test "flash: BadBlocksLeaveTooLittleSpace" {
-    random 49152
+@test "flash: AFileThatTheGoodBlocksCannotHoldIsRefusedBeforeAnythingIsErased" {
+    random 16384
     norv flash write --yes --address 0x408000 "$image"
+    head -c 49152 /dev/urandom >"$image.larger"
+    norv flash write --yes --address 0x408000 "$image.larger"
+    fails "SPI flash: EXHAUSTED: the good blocks from 0x408000 to 0x414000 hold only 16384 of 49152 bytes; --end makes the area longer"
+    norv flash write --yes --address 0x408000 --end 0x418000 "$image.larger"
+    fails "SPI flash: EXHAUSTED: the good blocks from 0x408000 to 0x418000 hold only 32768 of 49152 bytes; --end makes the area longer"
+    holds 0x408000 16384
+}
+
+@test "flash: AReadWithUncorrectableErrorsFailsAndNamesThePartition" {
+    random 32768
+    norv flash write --yes --address 0x139c000 "$image"
     expect_status 1
-    [[ $stderr == *"SPI flash: EXHAUSTED: too few good blocks before the end of the area; --end makes it longer" ]]
+    [[ $stderr == *"SPI flash: VERIFY_FAILED: what was read back differs; is the flash worn out or write-protected?" ]]
+    norv flash read "$image.back" --address 0x139c000 --length 32768
+    expect_status 1
+    [[ ${stderr##*$'\n'} == "norv: SPI flash: EBADMSG: uncorrectable errors (mtd3: 2); the data that was read is damaged" ]]
+    [[ $(stat --format %s "$image.back") -eq 32768 ]]
+    cmp --bytes 16384 "$image" "$image.back"
+    norv flash read "$image.back" --address 0x139c000 --length 16384
+    expect_status 0
 }
 
 @test "flash: CtrlCCancelsAWriteAndTheCommandThatIsToldGoesOn" {
