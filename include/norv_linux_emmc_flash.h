@@ -5,18 +5,29 @@
  *
  * The device is opened by its path, for instance "/dev/mmcblk0boot0", and accessed by positioned reads and
  * writes; there are no bad blocks, and erasing means writing zeros. Erase block and write unit are the
- * device's block size, a power of two. Addresses have 32 bits: what lies beyond 4 GiB can not be reached, and
- * no operation goes on at address 0 behind it. A handle is used by one thread at a time.
+ * device's block size, a power of two. Addresses have 32 bits: what lies beyond 4 GiB cannot be reached, and
+ * no operation continues at address 0 after it. A handle is used by one thread at a time.
  *
- * The continue operations work in chunks of 16 KiB to 128 KiB: the length rounded down to blocks, but no less
- * and no more than that. With a length of 128 KiB or more a chunk is 128 KiB. Whole chunks are written:
+ * The continue operations work in chunks of 16 KiB to 128 KiB: the length rounded down to blocks (for an
+ * erase rounded up), but no less and no more than that. With a length of 128 KiB or more a chunk is 128 KiB.
+ * Whole chunks are written:
  *
  * - `norv_linux_emmc_flash_continue_erase` zeroes whole chunks, the last one too, which may run past the
- * area;
+ *   area;
  * - `norv_linux_emmc_flash_continue_write_verify` fills its last write with 0xFF, which may run past the
- * data.
+ *   data.
  *
  * Nothing beyond the area is touched when address and length are multiples of 128 KiB.
+ *
+ * Where the device ends within a chunk, the part before its end is written or read, and counts. The next
+ * chunk fails: a write or an erase with the errno status of pwrite(2) (ENOSPC), a read with
+ * NORV_STATUS_RANGE. An erase whose last chunk runs past the end of the device succeeds.
+ *
+ * A verification reads back from the kernel's page cache, as a rule without reading a byte from the device.
+ * It shows that the device has accepted the data, not that the medium returns it. To check the medium itself,
+ * make the kernel discard what it holds, then read with `norv_linux_emmc_flash_continue_read` and compare:
+ * close the device and open it again while nothing else has it open, or write 1 to /proc/sys/vm/drop_caches
+ * (root). A device with a cache of its own may still answer from there until it is power-cycled.
  *
  *     norv_emmc_flash_t* flash = NULL;
  *     uint32_t length = image_size;
@@ -139,9 +150,9 @@ NORV_API uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_
  * Erases an area by writing zeros, chunk by chunk, one pwrite(2) each.
  *
  * A chunk is the length rounded up to blocks, but 16 KiB to 128 KiB. The last chunk is written whole as well:
- * where the length is no multiple of the chunk, up to a chunk less one byte beyond the area is zeroed. A
- * chunk of which the device takes only a part, as at its end, counts as erased. A chunk has to end below 4
- * GiB.
+ * where the length is not a multiple of the chunk, up to a chunk less one byte beyond the area is zeroed. A
+ * chunk of which the device takes only a part, as at its end, or nothing, counts as erased. A chunk has to
+ * end below 4 GiB.
  *
  * @param flash     not null, holds an open device
  * @param address   in bytes; a multiple of the erase block size
@@ -183,7 +194,7 @@ NORV_API uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash,
 
 /**
  * Writes an area, chunk by chunk, up to the next chunk border: one pwrite(2), one pread(2), and a comparison
- * each. It need not be erased before.
+ * each (with the page cache). The area need not be erased before.
  *
  * Where the data ends before the chunk border, bytes of 0xFF are written behind it: as many as make the
  * length of this last write a whole chunk, beyond the border too. Only the data is read back and compared.

@@ -36,9 +36,10 @@ typedef struct {
  *
  * @param path    the device node, used as a printf format without values: a `%` in the path is written `%%`;
  *                cut silently after 255 characters; not null
- * @param device  filled; not null; after a failure it is closed and its descriptor is -1
+ * @param device  filled; not null; after a failure it is closed and its descriptor is -1 (a node that got the
+ *                descriptor 0, in a program without standard input, is not closed)
  * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null, with nothing opened; the errno status of
- *         open(2), for instance that of EACCES for a partition that can not be written, or of the request
+ *         open(2), for instance EACCES for a partition that cannot be written, or of the request
  *
  * Does not block. Any thread.
  */
@@ -135,12 +136,12 @@ NORV_API uint32_t norv_linux_mtd_write_oob(const norv_mtd_t* device, uint32_t st
 /**
  * Reads: lseek(2) to the offset, then one read(2).
  *
- * A range that runs past the end of the partition is not refused: the kernel cuts it, and `count` tells. When
  * Errors that the error correction of NAND cannot correct do not make read(2) fail: the kernel returns
  * damaged bytes and only counts the errors of each partition. Check the data against a checksum, or compare
  * the count before and after the reads: the field `failed` of `struct mtd_ecc_stats`, which the request
  * `ECCGETSTATS` on `device->descriptor` fills.
  *
+ * A range that runs past the end of the partition is not refused: the kernel cuts it, and `count` tells. When
  * the seek fails the read is made all the same, wherever the file position stands; the call then returns the
  * status of the seek.
  *

@@ -12,6 +12,14 @@
  * between two calls. Nothing is locked: a flash is used by one thread at a time, and callbacks run on that
  * thread. How an update that was interrupted is continued is described in norv_flash_types.h.
  *
+ * Where the base of a partition is not a multiple of its erase size, only
+ * `norv_linux_spi_flash_erase_one_block` erases there: the other two erases return NORV_STATUS_RANGE at each
+ * of its addresses, also when they reach it from the partition before.
+ *
+ * The size of a flash of exactly 4 GiB is reported as 0. Its end is 0, too, which as the end of an operation
+ * lies before every address, so that nothing is erased or written. The last erase block is reached only by
+ * the calls that take no end.
+ *
  * Errors that the error correction of NAND cannot correct do not make a read fail, see `norv_linux_mtd_read`;
  * a write with verification finds them, since it compares the bytes.
  *

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -180,6 +181,69 @@ TEST(EmmcFlashOnBoard, TheDeviceIsOpenedSynchronousAndCloseOnExecAndGivenBack) {
     EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_ACCMODE, O_RDWR);
     norv_linux_emmc_flash_close(&card.flash);
     EXPECT_EQ(synchronous_descriptor(), -1);
+}
+
+// ---- what a verification sees
+
+// How much was ever read from the card itself, past the kernel's page cache.
+uint64_t bytes_read_from_card() {
+    uint64_t requests = 0;
+    uint64_t merged = 0;
+    uint64_t sectors = 0;
+    std::ifstream("/sys/block/mmcblk0/stat") >> requests >> merged >> sectors;
+    EXPECT_GT(sectors, 0U);
+    return sectors * 512;
+}
+
+class VerificationOnBoard : public testing::Test {
+  protected:
+    VerificationOnBoard() {
+        EXPECT_TRUE(medium(sd_card).is_there());
+        EXPECT_EQ(norv_linux_emmc_flash_open(&flash, sd_card), 0U);
+        uint32_t length = 1 * MiB;
+        before = bytes_read_from_card();
+        EXPECT_EQ(norv_linux_emmc_flash_continue_write_verify(&flash, 9 * MiB, 0, image.data(), &length,
+                                                              nullptr, nullptr, nullptr),
+                  0U);
+    }
+    ~VerificationOnBoard() override { norv_linux_emmc_flash_close(&flash); }
+
+    void expect_image() {
+        std::string bytes(1 * MiB, '-');
+        uint32_t length = 1 * MiB;
+        EXPECT_EQ(norv_linux_emmc_flash_continue_read(&flash, 9 * MiB, bytes.data(), &length, nullptr,
+                                                      nullptr, nullptr),
+                  0U);
+        EXPECT_TRUE(bytes == image);
+    }
+
+    norv_emmc_flash_t* flash = nullptr;
+    const std::string image = pattern(1 * MiB, 10);
+    uint64_t before = 0;
+};
+
+TEST_F(VerificationOnBoard, ReadsThePageCacheAndNothingFromTheCard) {
+    EXPECT_EQ(bytes_read_from_card(), before);
+    expect_image();
+    EXPECT_EQ(bytes_read_from_card(), before);
+}
+
+TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterTheDeviceWasReopened) {
+    norv_linux_emmc_flash_close(&flash);
+    EXPECT_EQ(norv_linux_emmc_flash_open(&flash, sd_card), 0U);
+    expect_image();
+    EXPECT_GE(bytes_read_from_card(), before + 1 * MiB);
+}
+
+TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterTheCachesWereDropped) {
+    medium another_opener(sd_card);
+    norv_linux_emmc_flash_close(&flash);
+    EXPECT_EQ(norv_linux_emmc_flash_open(&flash, sd_card), 0U);
+    expect_image();
+    EXPECT_EQ(bytes_read_from_card(), before);
+    std::ofstream("/proc/sys/vm/drop_caches") << "1\n";
+    expect_image();
+    EXPECT_GE(bytes_read_from_card(), before + 1 * MiB);
 }
 
 // ---- loop devices
