@@ -10,22 +10,35 @@ load support
 
 @test "AFrameHasAnIdentifierAndAHash" {
     norv can send can99 123
-    is_wrong_usage '"123" is no frame like 123#DEADBEEF, 12345678#00 or 123#R'
+    is_wrong_usage '"123" is not a frame like 123#DEADBEEF, 12345678#00 or 123#R'
+}
+
+@test "ANameThatTheLibraryWouldTruncateIsWrongUsage" {
+    norv can dump sixteen-letters0
+    is_wrong_usage '"sixteen-letters0" is not the name of a network interface'
+    norv can send sixteen-letters0 123#
+    is_wrong_usage '"sixteen-letters0" is not the name of a network interface'
 }
 
 @test "AnIdentifierHasThreeOrEightDigits" {
     norv can send can99 1234#00
-    is_wrong_usage '"1234#00" is no frame'
+    is_wrong_usage '"1234#00" is not a frame'
+    norv can send can99 +12#00
+    is_wrong_usage '"+12#00" is not a frame'
+    norv can send can99 0x123456#00
+    is_wrong_usage '"0x123456#00" is not a frame'
 }
 
 @test "AStandardIdentifierHasElevenBits" {
     norv can send can99 800#00
-    is_wrong_usage '"800#00" is no frame'
+    is_wrong_usage '"800#00" is not a frame'
 }
 
 @test "BytesOfAFrameHaveTwoDigits" {
     norv can send can99 123#123
     is_wrong_usage '"123" ends in the middle of a byte'
+    norv can send can99 123#+1
+    is_wrong_usage '"+1" is not a byte'
 }
 
 @test "AFrameHasEightBytesAtMost" {
@@ -35,5 +48,7 @@ load support
 
 @test "AnIdentifierToLookForIsHexadecimal" {
     norv can dump can99 xyz
-    is_wrong_usage '"xyz" is no identifier'
+    is_wrong_usage '"xyz" is not an identifier'
+    norv can dump can99 +1
+    is_wrong_usage '"+1" is not an identifier'
 }

@@ -31,9 +31,15 @@ no_fpga=2000000000
     is_wrong_usage "copy /tmp/design.bin there and give its name"
     norv fpga program --yes ./design.bin
     is_wrong_usage "the kernel takes firmware from /lib/firmware/ only"
+    norv fpga program --yes /lib/firmware/
+    is_wrong_usage "the kernel takes firmware from /lib/firmware/ only"
+    norv fpga program --yes designs/../../../tmp/design.bin
+    is_wrong_usage "the kernel takes firmware from /lib/firmware/ only"
+    norv fpga program --yes /lib/firmware/../../tmp/design.bin
+    is_wrong_usage "the kernel takes firmware from /lib/firmware/ only"
 }
 
 @test "AnFpgaHasANumber" {
     norv fpga status -- -1
-    is_wrong_usage FPGA
+    is_wrong_usage "FPGA: Value -1 not in range 0 to 2147483647"
 }

@@ -14,6 +14,13 @@ cause="no such USB device controller; is its driver loaded?"
     fails "gadget no-such-controller: NOT_FOUND: $cause"
 }
 
+@test "ANameLeadsToNoFileElsewhere" {
+    norv gadget connect ../udc/dummy_udc.0
+    is_wrong_usage '"../udc/dummy_udc.0" is not the name of a controller'
+    norv gadget watch "$(padded 240 ../../.. /etc/passwd)"
+    is_wrong_usage '/etc/passwd" is not the name of a controller'
+}
+
 @test "ABoardWithoutControllersIsToldSo" {
     [[ ! -d /sys/class/udc || -z $(ls /sys/class/udc) ]] || skip "this machine has a controller"
     norv gadget connect

@@ -22,7 +22,9 @@ no_bus=99
 
 @test "AValueIsAByte" {
     norv i2c set "$no_bus" 0x50 0 256
-    is_wrong_usage '"256" is no byte'
+    is_wrong_usage '"256" is not a byte'
+    norv i2c set "$no_bus" 0x50 0 +1
+    is_wrong_usage '"+1" is not a byte'
 }
 
 @test "TheFirstMessageOfATransferNeedsAnAddress" {
@@ -42,5 +44,9 @@ no_bus=99
 
 @test "AMessageIsWrittenAsForI2ctransfer" {
     norv i2c transfer "$no_bus" x2@0x50
-    is_wrong_usage '"x2@0x50" is no message like w2@0x50 or r16'
+    is_wrong_usage '"x2@0x50" is not a message like w2@0x50 or r16'
+    norv i2c transfer "$no_bus" ""
+    is_wrong_usage '"" is not a message like w2@0x50 or r16'
+    norv i2c transfer "$no_bus" @0x50
+    is_wrong_usage '"@0x50" is not a message like w2@0x50 or r16'
 }

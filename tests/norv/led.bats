@@ -13,9 +13,29 @@ load support
     is_wrong_usage BRIGHTNESS
 }
 
+@test "ATimeToBlinkIsAtLeastAMillisecond" {
+    norv led blink --on 0 no:such:led
+    is_wrong_usage '--on: Value 0 not in range 1 to 2147483647'
+}
+
 @test "TheTriggersOfAnLedThatIsNotThere" {
     norv led trigger no:such:led
     fails "led no:such:led: NOT_FOUND: no such LED; norv led list shows those that there are"
+}
+
+@test "ANameLeadsToNoFileElsewhere" {
+    local name
+    echo "not a trigger" >"$BATS_TEST_TMPDIR/victim"
+    name=$(padded 239 ../../.. "$BATS_TEST_TMPDIR/victim")
+    norv led trigger "$name" none
+    is_wrong_usage 'victim" is not the name of an LED'
+    norv led set "$name" 1
+    is_wrong_usage 'victim" is not the name of an LED'
+    norv led blink "$name"
+    is_wrong_usage 'victim" is not the name of an LED'
+    norv led shot ..
+    is_wrong_usage '".." is not the name of an LED'
+    [[ $(<"$BATS_TEST_TMPDIR/victim") == "not a trigger" ]]
 }
 
 @test "AListAsJsonIsAnArray" {

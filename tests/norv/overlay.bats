@@ -19,15 +19,19 @@ load support
     [[ ! -e /sys/kernel/config/device-tree/overlays ]] || skip "this machine's kernel has overlays"
     norv overlay load --yes "$BATS_TEST_FILENAME"
     fails "overlay overlay: NOT_FOUND: configfs has no overlays; is it mounted, and does the kernel have them?"
+    norv overlay load --yes "$(padded 260 "$BATS_TEST_DIRNAME" overlay.bats)"
+    fails "overlay overlay: NOT_FOUND: configfs has no overlays; is it mounted, and does the kernel have them?"
 }
 
 @test "ANameIsThatOfOneDirectory" {
     norv overlay load --yes --name ../escape "$BATS_TEST_FILENAME"
-    is_wrong_usage '"../escape" is no name of an overlay'
+    is_wrong_usage '"../escape" is not the name of an overlay'
+    norv overlay load --yes /tmp/.dtbo
+    is_wrong_usage '".dtbo" is not the name of an overlay'
     norv overlay unload --yes up/down
-    is_wrong_usage '"up/down" is no name of an overlay'
+    is_wrong_usage '"up/down" is not the name of an overlay'
     norv overlay unload --yes "$(printf 'n%.0s' {1..209})"
-    is_wrong_usage 'is no name of an overlay'
+    is_wrong_usage 'is not the name of an overlay'
 }
 
 @test "AListHasAHeadingAlsoWhereThereAreNoOverlays" {

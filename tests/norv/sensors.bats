@@ -12,6 +12,11 @@ load support
     fails "sensor humidity0: NOT_FOUND: no such channel; is the system monitor's driver loaded?"
 }
 
+@test "ANameLeadsToNoFileElsewhere" {
+    norv sensors voltage0 voltage/../../../../../etc/passwd
+    is_wrong_usage 'passwd" is not the name of a channel'
+}
+
 @test "AMissingSystemMonitorIsNamedAsTheCause" {
     [[ ! -e /sys/bus/iio/devices/iio:device0 ]] || skip "this machine has sensors"
     norv sensors

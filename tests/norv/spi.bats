@@ -14,6 +14,11 @@ load support
     fails "spi /dev/null: ENOTTY: not a spidev device"
 }
 
+@test "APathThatTheLibraryWouldTruncateIsWrongUsage" {
+    norv spi transfer "$(padded 256 /dev nullx)" 1
+    is_wrong_usage 'nullx" has more than 255 characters'
+}
+
 @test "APercentSignInAPathIsOnlyAPercentSign" {
     norv spi transfer /dev/%s 1
     fails "spi /dev/%s: NOT_FOUND: no such slave; are the controller's driver and spidev loaded?"
@@ -31,5 +36,5 @@ load support
 
 @test "WhatIsSentIsBytes" {
     norv spi transfer /dev/spidev99.0 0x1ff
-    is_wrong_usage '"0x1ff" is no byte'
+    is_wrong_usage '"0x1ff" is not a byte'
 }

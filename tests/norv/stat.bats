@@ -24,6 +24,13 @@ load support
 @test "AnInterfaceThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv stat --interface no-such-if
     fails "no-such-if: NOT_FOUND: no such network interface"
+    norv stat --interface an-interface-with-a-long-long-name
+    fails "an-interface-with-a-long-long-name: EXHAUSTED: no network interface has so long a name"
+}
+
+@test "AnInterfaceHasAName" {
+    norv stat --interface ""
+    is_wrong_usage "a network interface has a name"
 }
 
 @test "AWatchShowsOneSampleBehindTheOtherUntilCtrlC" {

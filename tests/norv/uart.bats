@@ -32,9 +32,19 @@ teardown() { [[ -z ${line:-} ]] || kill "$line"; }
     is_wrong_usage "excludes"
 }
 
+@test "NothingToSendIsWrongUsage" {
+    norv uart send /dev/null
+    is_wrong_usage "nothing to send"
+}
+
 @test "BytesToSendAreBytes" {
     norv uart send --hex /dev/null 0x0d newline
-    is_wrong_usage '"newline" is no byte'
+    is_wrong_usage '"newline" is not a byte'
+}
+
+@test "APathThatTheLibraryWouldTruncateIsWrongUsage" {
+    norv uart lines "$(padded 256 /dev nullx)"
+    is_wrong_usage 'nullx" has more than 255 characters'
 }
 
 @test "AFileThatIsNotThereIsNamed" {

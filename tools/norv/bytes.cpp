@@ -1,6 +1,7 @@
 #include "bytes.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -27,12 +28,14 @@ file open_file(const std::string& path, const char* mode) {
     return opened;
 }
 
+// strtoul(3) would also take a sign, blanks and 0x before the digits.
 uint8_t parse_byte(const std::string& word, int base) {
     char* end = nullptr;
     errno = 0;
     const unsigned long value = std::strtoul(word.c_str(), &end, base);
-    if (word.empty() || word[0] == '-' || *end != '\0' || errno != 0 || value > 0xFF) {
-        throw usage_error{"\"" + word + "\" is no byte"};
+    const bool begins_well = base == 16 ? is_hexadecimal(word) : !word.empty() && std::isdigit(word[0]) != 0;
+    if (!begins_well || *end != '\0' || errno != 0 || value > 0xFF) {
+        throw usage_error{"\"" + word + "\" is not a byte"};
     }
     return static_cast<uint8_t>(value);
 }
@@ -63,6 +66,11 @@ std::string hex_dump(std::span<const uint8_t> data) {
                        characters(row).c_str());
     }
     return result;
+}
+
+bool is_hexadecimal(const std::string& word) {
+    return !word.empty() && std::all_of(word.begin(), word.end(),
+                                        [](unsigned char digit) { return std::isxdigit(digit) != 0; });
 }
 
 bytes parse_bytes(const std::vector<std::string>& words) {

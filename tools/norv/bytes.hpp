@@ -16,6 +16,9 @@ std::string hex(std::span<const uint8_t> data);
 // Rows of 16 bytes, with their offsets and their characters.
 std::string hex_dump(std::span<const uint8_t> data);
 
+// Whether a word consists of hexadecimal digits, and has one.
+bool is_hexadecimal(const std::string& word);
+
 // The bytes of words like 0x9f, 159 and 0237, one each; throws usage_error for what is none.
 bytes parse_bytes(const std::vector<std::string>& words);
 

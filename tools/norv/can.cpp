@@ -2,6 +2,7 @@
 #include "norv_linux_can.h"
 
 #include <linux/can.h>
+#include <net/if.h>
 
 #include <cstring>
 
@@ -9,6 +10,7 @@
 #include "command.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
+#include "names.hpp"
 #include "report.hpp"
 #include "text.hpp"
 
@@ -78,16 +80,20 @@ std::string upper(std::string word) {
     return word;
 }
 
+// Without the 0x that may come first.
+std::string digits_of(const std::string& word) {
+    return word.starts_with("0x") || word.starts_with("0X") ? word.substr(2) : word;
+}
+
 // ID#DATA as cansend takes it: three digits are a standard identifier, eight an extended one.
 can_frame parse_frame(const std::string& word) {
     const size_t hash = word.find('#');
     const std::string digits = word.substr(0, hash);
-    char* end = nullptr;
-    const unsigned long identifier = std::strtoul(digits.c_str(), &end, 16);
+    const unsigned long identifier = std::strtoul(digits.c_str(), nullptr, 16);
     const bool extended = digits.size() == 8;
-    if (hash == std::string::npos || *end != '\0' || (digits.size() != 3 && !extended) ||
+    if (hash == std::string::npos || !is_hexadecimal(digits) || (digits.size() != 3 && !extended) ||
         identifier > (extended ? CAN_EFF_MASK : CAN_SFF_MASK)) {
-        throw usage_error{"\"" + word + "\" is no frame like 123#DEADBEEF, 12345678#00 or 123#R"};
+        throw usage_error{"\"" + word + "\" is not a frame like 123#DEADBEEF, 12345678#00 or 123#R"};
     }
     can_frame frame{};
     frame.can_id = static_cast<canid_t>(identifier) | (extended ? CAN_EFF_FLAG : 0);
@@ -105,6 +111,13 @@ can_frame parse_frame(const std::string& word) {
     return frame;
 }
 
+// A longer name would be truncated to that of another interface.
+void add_interface(CLI::App& command, std::string& name) {
+    command.add_option("INTERFACE", name, "for instance can0")
+        ->required()
+        ->check(name_of("a network interface", IFNAMSIZ - 1));
+}
+
 struct dump {
     static constexpr auto name = "dump";
     static constexpr auto help = "Show the frames that arrive, until Ctrl-C";
@@ -116,7 +129,7 @@ struct dump {
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("INTERFACE", on, "for instance can0")->required();
+        add_interface(command, on);
         command.add_option(
             "ID", identifiers,
             "hexadecimal; only frames whose identifier ends in these 11 bits; may be repeated");
@@ -153,10 +166,9 @@ struct dump {
         }
         std::vector<norv_linux_can_raw_t*> channels;
         for (const std::string& word : identifiers) {
-            char* end = nullptr;
-            const unsigned long identifier = std::strtoul(word.c_str(), &end, 16);
-            if (*end != '\0' || word.empty() || identifier > CAN_EFF_MASK) {
-                throw usage_error{"\"" + word + "\" is no identifier"};
+            const unsigned long identifier = std::strtoul(word.c_str(), nullptr, 16);
+            if (!is_hexadecimal(digits_of(word)) || identifier > CAN_EFF_MASK) {
+                throw usage_error{"\"" + word + "\" is not an identifier"};
             }
             channels.push_back(
                 opened.add(static_cast<uint32_t>(identifier), static_cast<uint32_t>(identifier)));
@@ -200,7 +212,7 @@ struct send {
     std::vector<std::string> words;
 
     void declare(CLI::App& command) {
-        command.add_option("INTERFACE", on, "for instance can0")->required();
+        add_interface(command, on);
         command
             .add_option("FRAME", words, "identifier, # and up to 8 bytes, in hexadecimal; may be repeated")
             ->required();

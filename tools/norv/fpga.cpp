@@ -4,6 +4,7 @@
 #include "command.hpp"
 #include "confirm.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -45,7 +46,7 @@ struct status {
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("FPGA", number, "N of fpgaN")->check(CLI::NonNegativeNumber);
+        command.add_option("FPGA", number, "N of fpgaN")->check(CLI::Range(0, INT32_MAX).description(""));
         out.offer_json(command);
     }
 
@@ -105,14 +106,13 @@ struct program {
   private:
     // The kernel takes a name below its directory, people have its path at hand.
     std::string file_name() const {
-        if (firmware.starts_with(firmware_directory)) {
-            return firmware.substr(firmware_directory.size());
-        }
-        if (firmware.starts_with("/") || firmware.starts_with(".")) {
+        const std::string file =
+            firmware.starts_with(firmware_directory) ? firmware.substr(firmware_directory.size()) : firmware;
+        if (file.empty() || file.starts_with("/") || file.starts_with(".") || leads_upwards(file)) {
             throw usage_error{"the kernel takes firmware from " + firmware_directory + " only; copy " +
                               firmware + " there and give its name"};
         }
-        return firmware;
+        return file;
     }
 };
 

@@ -1,6 +1,7 @@
 // norv gadget: the board as a USB device, by the state of its USB device controller.
 #include "command.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "norv_usb_gadget.h"
 #include "patience.hpp"
 #include "report.hpp"
@@ -54,7 +55,8 @@ struct target {
     std::string controller;
 
     void declare(CLI::App& command) {
-        command.add_option("CONTROLLER", controller, "a name in /sys/class/udc; default: the only one");
+        command.add_option("CONTROLLER", controller, "a name in /sys/class/udc; default: the only one")
+            ->check(name_of("a controller"));
     }
 
     std::string name() const {

@@ -194,16 +194,17 @@ struct message {
 };
 
 message parse_message(const std::string& word) {
-    message parsed{.read = word[0] == 'r'};
+    const bool is_read = word.starts_with('r');
+    message parsed{.read = is_read};
     uint32_t length = 0;
     uint32_t address = 0;
     const size_t at = word.find('@');
     const bool has_address = at != std::string::npos;
-    const std::string digits = word.substr(1, has_address ? at - 1 : std::string::npos);
-    if ((word[0] != 'r' && word[0] != 'w') || !CLI::detail::lexical_cast(digits, length) || length == 0 ||
+    const std::string digits = word.empty() ? "" : word.substr(1, has_address ? at - 1 : std::string::npos);
+    if ((!is_read && !word.starts_with('w')) || !CLI::detail::lexical_cast(digits, length) || length == 0 ||
         length > 8192 ||
         (has_address && (!CLI::detail::lexical_cast(word.substr(at + 1), address) || address > 0x7F))) {
-        throw usage_error{"\"" + word + "\" is no message like w2@0x50 or r16"};
+        throw usage_error{"\"" + word + "\" is not a message like w2@0x50 or r16"};
     }
     parsed.length = static_cast<uint16_t>(length);
     parsed.address = has_address ? static_cast<int>(address) : -1;

@@ -1,8 +1,11 @@
 // norv led: LEDs of the LED class, by the names of their directories.
 #include "norv_linux_led.h"
 
+#include <cstdint>
+
 #include "command.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -49,7 +52,9 @@ void set_trigger(const std::string& name, const std::string& trigger) {
 }
 
 void add_name(CLI::App& command, std::string& name) {
-    command.add_option("LED", name, "name of its directory in /sys/class/leds")->required();
+    command.add_option("LED", name, "name of its directory in /sys/class/leds")
+        ->required()
+        ->check(name_of("an LED"));
 }
 
 struct list {
@@ -133,10 +138,10 @@ struct blink {
 
     void declare(CLI::App& command) {
         add_name(command, led);
-        command.add_option("--on", on, "milliseconds lit")->check(CLI::PositiveNumber)->capture_default_str();
-        command.add_option("--off", off, "milliseconds dark")
-            ->check(CLI::PositiveNumber)
-            ->capture_default_str();
+        // CLI::PositiveNumber names the largest of all numbers in its message.
+        const auto positive = CLI::Range(1, INT32_MAX).description("");
+        command.add_option("--on", on, "milliseconds lit")->check(positive)->capture_default_str();
+        command.add_option("--off", off, "milliseconds dark")->check(positive)->capture_default_str();
     }
 
     void run() {

@@ -1,9 +1,12 @@
 // norv overlay: device-tree overlays, which tell the kernel what hardware there is.
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "command.hpp"
 #include "confirm.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "norv_dt.h"
 #include "norv_file.h"
 #include "report.hpp"
@@ -16,14 +19,13 @@ namespace {
 
 const std::string overlays = "/sys/kernel/config/device-tree/overlays/";
 
-// Of paths that the library makes of it: longer ones are cut.
-constexpr size_t longest_name = 208;
-
 const causes usual{
     {NORV_STATUS_NOT_FOUND, "configfs has no overlays; is it mounted, and does the kernel have them?"},
     {NORV_STATUS_NOT_APPLIED, "the kernel refused it; does it fit the board's device tree? See dmesg"},
     {status_of(EEXIST), "the name is in use; unload it first"},
     {status_of(EFAULT), "the file is empty"}};
+
+const CLI::Validator valid_name = name_of("an overlay");
 
 std::string title(const std::string& name) {
     return "overlay " + name;
@@ -39,15 +41,7 @@ bool is_applied(const std::string& name) {
     return applied;
 }
 
-// A name is that of one directory.
-void must_be_name(const std::string& name) {
-    if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos || name.size() > longest_name) {
-        throw usage_error{"\"" + name + "\" is no name of an overlay"};
-    }
-}
-
 void must_be_there(const std::string& name) {
-    must_be_name(name);
     if (!is_there(name)) {
         throw failure{
             title(name),
@@ -66,7 +60,8 @@ struct load_overlay {
 
     void declare(CLI::App& command) {
         command.add_option("FILE", file, "a .dtbo file")->required();
-        command.add_option("-n,--name", called, "what to call it; default: the file's name without .dtbo");
+        command.add_option("-n,--name", called, "what to call it; default: the file's name without .dtbo")
+            ->check(valid_name);
         confirm.offer_yes(command);
     }
 
@@ -74,7 +69,10 @@ struct load_overlay {
         if (called.empty()) {
             called = std::filesystem::path{file}.stem().string();
         }
-        must_be_name(called);
+        const std::string fault = valid_name(called);
+        if (!fault.empty()) {
+            throw usage_error{fault};
+        }
         must_be_readable();
         must(title(called), is_there("") ? NORV_STATUS_OK : NORV_STATUS_NOT_FOUND, usual);
         must(title(called), is_there(called) ? status_of(EEXIST) : NORV_STATUS_OK, usual);
@@ -85,7 +83,7 @@ struct load_overlay {
 
   private:
     void must_be_readable() const {
-        must(file, norv_file_access(R_OK, "%s", file.c_str()) ? NORV_STATUS_OK : status_of(errno));
+        must(file, access(file.c_str(), R_OK) == 0 ? NORV_STATUS_OK : status_of(errno));
     }
 
     void load() const {
@@ -106,7 +104,7 @@ struct status {
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("NAME", which, "an overlay");
+        command.add_option("NAME", which, "an overlay")->check(valid_name);
         out.offer_json(command);
     }
 
@@ -139,7 +137,7 @@ struct unload {
     confirmation confirm;
 
     void declare(CLI::App& command) {
-        command.add_option("NAME", which, "an overlay")->required();
+        command.add_option("NAME", which, "an overlay")->required()->check(valid_name);
         confirm.offer_yes(command);
     }
 

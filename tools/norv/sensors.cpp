@@ -1,6 +1,7 @@
 // norv sensors: temperatures and supply voltages from the system monitor of Zynq and ZynqMP devices.
 #include "command.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "norv_file.h"
 #include "norv_zynq.h"
 #include "report.hpp"
@@ -99,8 +100,10 @@ struct sensors_command {
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("CHANNEL", channels,
-                           "as the system monitor has it, like temp0 or voltage0_vccint; default: all");
+        command
+            .add_option("CHANNEL", channels,
+                        "as the system monitor has it, like temp0 or voltage0_vccint; default: all")
+            ->check(name_of("a channel"));
         family.declare(command);
         out.offer_json(command);
     }

@@ -4,6 +4,7 @@
 #include "bytes.hpp"
 #include "command.hpp"
 #include "failure.hpp"
+#include "names.hpp"
 #include "report.hpp"
 #include "text.hpp"
 
@@ -56,7 +57,7 @@ struct transfer {
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("DEVICE", device, "for instance /dev/spidev0.0")->required();
+        command.add_option("DEVICE", device, "for instance /dev/spidev0.0")->required()->check(whole_path());
         command.add_option("BYTE", words, "to send; may be repeated");
         command.add_option("-r,--read", read,
                            "send so many zeros behind them, and show only what came in then");

@@ -38,8 +38,12 @@ class cpu {
 class network {
   public:
     explicit network(const std::string& name) : name_{name} {
+        if (name.empty()) {
+            throw usage_error{"a network interface has a name"};  // an empty one is part of every name
+        }
         must(name_, norv_net_usage_open(&usage_, name_.c_str()),
-             {{NORV_STATUS_NOT_FOUND, "no such network interface"}});
+             {{NORV_STATUS_NOT_FOUND, "no such network interface"},
+              {NORV_STATUS_EXHAUSTED, "no network interface has so long a name"}});
     }
     ~network() { norv_net_usage_close(&usage_); }
     network(const network&) = delete;

@@ -10,6 +10,7 @@
 #include "command.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
+#include "names.hpp"
 #include "output.hpp"
 #include "report.hpp"
 #include "text.hpp"
@@ -48,7 +49,7 @@ struct port_arguments {
         const std::map<std::string, uint32_t> flow_controls{{"none", NORV_UART_FLOW_CONTROL_NONE},
                                                             {"software", NORV_UART_FLOW_CONTROL_SOFTWARE},
                                                             {"hardware", NORV_UART_FLOW_CONTROL_HARDWARE}};
-        command.add_option("DEVICE", device, "for instance /dev/ttyS1")->required();
+        command.add_option("DEVICE", device, "for instance /dev/ttyS1")->required()->check(whole_path());
         command.add_option("-b,--baud", settings.baud, "bit/s")->capture_default_str();
         command.add_option("--data-bits", settings.data_bits, "5 to 8")
             ->check(CLI::Range(5, 8))
@@ -209,6 +210,9 @@ struct send {
     }
 
     void run() {
+        if (words.empty() && file.empty() && !newline) {
+            throw usage_error{"nothing to send"};
+        }
         bytes data = content();
         if (newline) {
             data.push_back('\n');
