@@ -1,6 +1,7 @@
 // norv uart: serial ports.
 #include "norv_uart.h"
 
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -21,7 +22,10 @@ namespace {
 
 constexpr uint32_t chunk_size = 4096;
 constexpr int look_for_interrupts_ms = 200;
+constexpr int look_for_sent_ms = 20;
 constexpr uint8_t ctrl_right_bracket = 0x1D;
+constexpr cc_t xon = 0x11;
+constexpr cc_t xoff = 0x13;
 
 const causes usual{
     {NORV_STATUS_NOT_FOUND, "no such port"},
@@ -72,6 +76,11 @@ class port {
   public:
     explicit port(const port_arguments& arguments) : name_{"uart " + arguments.device} {
         check(norv_uart_open(arguments.device.c_str(), &arguments.settings, &uart_));
+        if (arguments.settings.flow_control == NORV_UART_FLOW_CONTROL_SOFTWARE && !set_flow_characters()) {
+            const uint32_t status = status_of(errno);
+            norv_uart_close(&uart_);
+            check(status);
+        }
     }
     ~port() { norv_uart_close(&uart_); }
     port(const port&) = delete;
@@ -93,12 +102,28 @@ class port {
         }
     }
 
+    // What the driver takes without waiting leaves `data`.
+    void send_some(bytes& data) {
+        auto length = static_cast<uint32_t>(data.size());
+        const uint32_t status = norv_uart_send(&uart_, data.data(), &length, 0);
+        check(status == NORV_STATUS_AGAIN ? NORV_STATUS_OK : status);
+        data.erase(data.begin(), data.begin() + (status == NORV_STATUS_OK ? length : 0));
+    }
+
+    // Whether the driver has no bytes left, where it says so.
+    bool has_sent_all() {
+        int left = 0;
+        return ioctl(descriptor(), TIOCOUTQ, &left) != 0 || left == 0;
+    }
+
     // Closing puts the old settings back, which would spoil bytes that are still on their way.
     void drain() {
         if (is_interrupted() || tcdrain(descriptor()) != 0) {
-            tcflush(descriptor(), TCOFLUSH);
+            discard_output();
         }
     }
+
+    void discard_output() { tcflush(descriptor(), TCOFLUSH); }
 
     // What has arrived, up to a maximum; nothing after a hang-up.
     bytes receive(uint32_t maximum) {
@@ -113,6 +138,17 @@ class port {
     [[noreturn]] void report_hang_up() const { throw failure{name_, "the port was hung up"}; }
 
   private:
+    // The library programs a port without control characters, and nothing stops or starts one without them.
+    bool set_flow_characters() {
+        termios settings{};
+        if (tcgetattr(descriptor(), &settings) != 0) {
+            return false;
+        }
+        settings.c_cc[VSTART] = xon;
+        settings.c_cc[VSTOP] = xoff;
+        return tcsetattr(descriptor(), TCSANOW, &settings) == 0;
+    }
+
     std::string name_;
     norv_uart_t* uart_ = nullptr;
 };
@@ -145,49 +181,149 @@ class raw_terminal {
     bool terminal_;
 };
 
+// What is typed goes to the port, and what arrives to the screen, until Ctrl-] or the end of standard input.
+class conversation {
+  public:
+    // `silence` in milliseconds is what ends it after the end of standard input.
+    conversation(port& with, int silence) : port_{with}, silence_{static_cast<uint64_t>(silence)} {}
+
+    void run() {
+        while (!is_over()) {
+            std::vector<pollfd> sources{{port_.descriptor(), port_events(), 0}, {keyboard(), POLLIN, 0}};
+            if (wait_for(sources, time_left()) == wake::interrupted) {
+                break;
+            }
+            take_received(sources[0].revents);
+            take_typed(sources[1].revents);
+            send();
+        }
+        if (is_sent()) {
+            port_.drain();
+        } else {
+            port_.discard_output();
+        }
+    }
+
+  private:
+    // Ctrl-] is looked for as long as there is less: what comes from a file waits for the port, and a person
+    // does not type so much.
+    static constexpr size_t most_unsent = 16 * chunk_size;
+
+    // How long Ctrl-] waits for what was typed before it: flow control may have stopped the port.
+    static constexpr uint64_t longest_leave_ms = 1000;
+
+    enum class state { talking, input_ended, leaving };
+
+    bool is_sent() { return unsent_.empty() && port_.has_sent_all(); }
+
+    uint64_t waited() const { return norv_time_get_ms() - since_; }
+
+    bool is_over() {
+        if (state_ == state::talking) {
+            return false;
+        }
+        const bool sent = is_sent();
+        if (state_ == state::leaving) {
+            return sent || waited() >= longest_leave_ms;
+        }
+        if (!sent) {
+            since_ = norv_time_get_ms();
+        }
+        return waited() >= silence_;
+    }
+
+    // The driver does not wake anybody when its last byte goes out.
+    int time_left() {
+        if (state_ == state::talking) {
+            return -1;
+        }
+        const uint64_t passed = waited();
+        return is_sent() && passed < silence_ ? static_cast<int>(silence_ - passed) : look_for_sent_ms;
+    }
+
+    short port_events() const { return static_cast<short>(unsent_.empty() ? POLLIN : POLLIN | POLLOUT); }
+
+    int keyboard() const {
+        return state_ == state::talking && unsent_.size() < most_unsent ? STDIN_FILENO : -1;
+    }
+
+    void enter(state next) {
+        state_ = next;
+        since_ = norv_time_get_ms();
+    }
+
+    void take_received(short events) {
+        if ((events & ~POLLOUT) == 0) {
+            return;
+        }
+        const bytes received = port_.receive(chunk_size);
+        if (received.empty() && (events & POLLHUP) != 0) {
+            port_.report_hang_up();
+        }
+        print_raw(received);
+        if (state_ == state::input_ended) {
+            since_ = norv_time_get_ms();
+        }
+    }
+
+    void take_typed(short events) {
+        if (events == 0) {
+            return;
+        }
+        bytes typed(chunk_size);
+        const ssize_t count = read(STDIN_FILENO, typed.data(), typed.size());
+        if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+            return;
+        }
+        if (count <= 0) {
+            enter(state::input_ended);
+            return;
+        }
+        typed.resize(static_cast<size_t>(count));
+        const auto end = std::find(typed.begin(), typed.end(), ctrl_right_bracket);
+        if (end != typed.end()) {
+            enter(state::leaving);
+        }
+        unsent_.insert(unsent_.end(), typed.begin(), end);
+    }
+
+    void send() {
+        if (!unsent_.empty()) {
+            port_.send_some(unsent_);
+        }
+    }
+
+    port& port_;
+    uint64_t silence_;
+    state state_ = state::talking;
+    uint64_t since_ = 0;  // Ctrl-], or the last sign of life after the end of standard input
+    bytes unsent_;
+};
+
 struct console {
     static constexpr auto name = "console";
-    static constexpr auto help = "Talk to what is at the port; Ctrl-] ends";
+    static constexpr auto help = "Talk to what is at the port, until Ctrl-] or the end of standard input";
 
     port_arguments to;
+    int silence = 1000;
 
-    void declare(CLI::App& command) { to.declare(command); }
+    void declare(CLI::App& command) {
+        to.declare(command);
+        command
+            .add_option(
+                "-t,--timeout", silence,
+                "after the end of standard input, exit when everything is sent and nothing has arrived "
+                "for this many milliseconds")
+            ->type_name("MS")
+            ->check(CLI::Range(0, 3600000).description(""))
+            ->capture_default_str();
+    }
 
     void run() {
         port opened{to};
         std::cerr << "Connected to " << printable(to.device) << "; Ctrl-] ends.\n";
         const raw_terminal terminal;
-        pollfd keyboard{STDIN_FILENO, POLLIN, 0};
-        while (true) {
-            std::vector<pollfd> sources{{opened.descriptor(), POLLIN, 0}, keyboard};
-            if (wait_for(sources, -1) == wake::interrupted || !pass_on(opened, sources, keyboard)) {
-                return;
-            }
-        }
-    }
-
-  private:
-    // False once the user has had enough. A pipe that has ended is not asked any more.
-    static bool pass_on(port& opened, const std::vector<pollfd>& sources, pollfd& keyboard) {
-        if (sources[0].revents != 0) {
-            const bytes received = opened.receive(chunk_size);
-            if (received.empty() && (sources[0].revents & POLLHUP) != 0) {
-                opened.report_hang_up();
-            }
-            print_raw(received);
-        }
-        if (sources[1].revents == 0) {
-            return true;
-        }
-        bytes typed(chunk_size);
-        const ssize_t count = read(STDIN_FILENO, typed.data(), typed.size());
-        keyboard.fd = count > 0 ? keyboard.fd : -1;
-        typed.resize(count > 0 ? static_cast<size_t>(count) : 0);
-        const auto end = std::find(typed.begin(), typed.end(), ctrl_right_bracket);
-        const bool go_on = end == typed.end();
-        typed.erase(end, typed.end());
-        opened.send(typed);
-        return go_on;
+        conversation{opened, silence}.run();
     }
 };
 
@@ -256,36 +392,39 @@ struct recv {
 
     void run() {
         port opened{from};
-        bytes all;
         wake woken = wake::ready;
-        while (woken == wake::ready && (count == 0 || all.size() < count)) {
+        while (woken == wake::ready && (count == 0 || received < count)) {
             std::vector<pollfd> source{{opened.descriptor(), POLLIN, 0}};
             woken = wait_for(source, timeout);
             if (woken == wake::ready) {
-                take(opened, source[0], all);
+                take(opened, source[0]);
             }
         }
-        show_all(all);
+        show_all();
         opened.check(woken == wake::timeout && count != 0 ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
                      {{NORV_STATUS_TIMEOUT, "fewer bytes came; is the speed right, and is RX connected?"}});
     }
 
   private:
+    uint32_t received = 0;
+    bytes all;  // unless it is shown at once
+
     bool is_shown_at_once() const { return !as_hex && !out.is_json(); }
 
-    void take(port& opened, const pollfd& source, bytes& all) const {
-        const auto missing = static_cast<uint32_t>(count - all.size());
-        const bytes data = opened.receive(count == 0 ? chunk_size : std::min(chunk_size, missing));
+    void take(port& opened, const pollfd& source) {
+        const bytes data = opened.receive(count == 0 ? chunk_size : std::min(chunk_size, count - received));
         if (data.empty() && (source.revents & POLLHUP) != 0) {
             opened.report_hang_up();
         }
+        received += static_cast<uint32_t>(data.size());
         if (is_shown_at_once()) {
             print_raw(data);
+        } else {
+            all.insert(all.end(), data.begin(), data.end());
         }
-        all.insert(all.end(), data.begin(), data.end());
     }
 
-    void show_all(const bytes& all) const {
+    void show_all() const {
         if (!is_shown_at_once()) {
             out.show(hex(all),
                      {{"device", from.device}, {"data", all}, {"text", std::string{all.begin(), all.end()}}});

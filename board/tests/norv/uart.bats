@@ -50,11 +50,10 @@ load ../../../tests/norv/support
     exec {keyboard}>&-
 }
 
-@test "uart: AConsoleGoesOnWhenItsPipeHasEndedUntilCtrlC" {
-    norv_in_background uart console /dev/ttyS3 <<<"last words"
-    appears "last words"
-    interrupt_background
-    background_ends
+@test "uart: AConsoleEndsAfterTheAnswerToItsLastInput" {
+    norv uart console --timeout 5000 /dev/ttyS3 <<<"last words"
+    expect_status 0
+    [[ $output == "last words" ]]
 }
 
 @test "uart: TheModemLinesAreShown" {
