@@ -2,6 +2,7 @@
 #include "norv_linux_led.h"
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "command.hpp"
 #include "failure.hpp"
@@ -16,11 +17,21 @@ namespace {
 
 const std::string leds = "/sys/class/leds";
 
-const causes usual{{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
-                   {NORV_STATUS_INVALID_ARG, "the kernel refuses it"}};
+const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
+    {NORV_STATUS_INVALID_ARG, "the kernel refuses it"},
+    {status_of(EACCES),
+     "no permission; are you root? The kernel creates delay_on, delay_off and shot for root when the trigger "
+     "is set"}};
 
-std::string number_if_there(const std::string& name, const char* attribute_name) {
-    return attribute_if_there(leds + "/" + name + "/" + attribute_name).value_or("?");
+// Null when the attribute cannot be read, as of an LED that goes away.
+json number_if_there(const std::string& name, const char* attribute_name) {
+    const auto content = attribute_if_there(leds + "/" + name + "/" + attribute_name);
+    return content ? json(std::strtol(content->c_str(), nullptr, 10)) : json();
+}
+
+std::string words(const json& number) {
+    return number.is_null() ? "?" : number.dump();
 }
 
 // The triggers in the kernel's list "none [timer] oneshot"; the one in brackets drives the LED.
@@ -43,12 +54,25 @@ struct triggers {
     static triggers of(const std::string& name) {
         return triggers{attribute("led " + name, leds + "/" + name + "/trigger", usual)};
     }
+
+    // None where the kernel has no triggers.
+    static triggers if_there(const std::string& name) {
+        return triggers{attribute_if_there(leds + "/" + name + "/trigger").value_or("")};
+    }
 };
 
 void set_trigger(const std::string& name, const std::string& trigger) {
     must("led " + name, norv_linux_led_set_trigger(name.c_str(), trigger.c_str()),
          {{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
           {NORV_STATUS_INVALID_ARG, "no such trigger; is its module (ledtrig-...) loaded?"}});
+}
+
+// Setting a trigger anew would make the kernel create its attributes anew, and take away the permissions that
+// somebody has set on them.
+void need_trigger(const std::string& name, const std::string& trigger) {
+    if (triggers::of(name).current != trigger) {
+        set_trigger(name, trigger);
+    }
 }
 
 void add_name(CLI::App& command, std::string& name) {
@@ -69,14 +93,14 @@ struct list {
         std::string lines;
         json document = json::array();
         for (const std::string& led : names_in(leds)) {
-            const std::string brightness = number_if_there(led, "brightness");
-            const std::string greatest = number_if_there(led, "max_brightness");
-            const std::string trigger = triggers::of(led).current;
+            const json brightness = number_if_there(led, "brightness");
+            const json greatest = number_if_there(led, "max_brightness");
+            const std::string trigger = triggers::if_there(led).current;
             lines += text("%s%-24s %4s of %-4s %s", lines.empty() ? "" : "\n", led.c_str(),
-                          brightness.c_str(), greatest.c_str(), trigger.c_str());
+                          words(brightness).c_str(), words(greatest).c_str(), trigger.c_str());
             document.push_back({{"led", led},
-                                {"brightness", std::stoi(brightness)},
-                                {"max_brightness", std::stoi(greatest)},
+                                {"brightness", brightness},
+                                {"max_brightness", greatest},
                                 {"trigger", trigger}});
         }
         out.show(lines, document);
@@ -145,7 +169,7 @@ struct blink {
     }
 
     void run() {
-        set_trigger(led, "timer");
+        need_trigger(led, "timer");
         must("led " + led, norv_linux_led_set_delay(led.c_str(), on, off), usual);
     }
 };
@@ -159,9 +183,7 @@ struct flash_once {
     void declare(CLI::App& command) { add_name(command, led); }
 
     void run() {
-        if (triggers::of(led).current != "oneshot") {
-            set_trigger(led, "oneshot");
-        }
+        need_trigger(led, "oneshot");
         must("led " + led, norv_linux_led_trigger_shot(led.c_str()), usual);
     }
 };
