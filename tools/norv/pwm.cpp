@@ -177,7 +177,7 @@ struct stop {
 
 struct free_channel {
     static constexpr auto name = "free";
-    static constexpr auto help = "Give a channel back to the kernel; most drivers stop its signal";
+    static constexpr auto help = "Give a channel back to the kernel; its signal may continue";
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
