@@ -11,16 +11,16 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/norv_io_linux-confi
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/norv_io_linux-config-version.cmake
     DESTINATION ${norv_package_directory})
 
-# norv_pkg_config(NAME): NAME.pc names the prefix, which `cmake --install --prefix` may still change: it is written
-# while installing.
+# norv_pkg_config(NAME): NAME.pc.
 function(norv_pkg_config name)
-    set(template ${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in)
     set(file ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc)
     install(CODE "
         set(PROJECT_VERSION ${PROJECT_VERSION})
         set(CMAKE_INSTALL_LIBDIR ${CMAKE_INSTALL_LIBDIR})
         set(CMAKE_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
-        configure_file(${template} ${file} @ONLY)")
+        set(template ${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in)
+        set(file ${file})
+        include(${PROJECT_SOURCE_DIR}/cmake/write_pkg_config.cmake)")
     install(FILES ${file} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 

@@ -5,66 +5,120 @@ set -euo pipefail
 
 check=$1
 build=$2
-consumer=$(cd "$(dirname "$0")/consumer" && pwd -P)
-root=$build/package-root
-prefix=$root/opt/norv
-libraries=$prefix/$LIBDIR
+source=$(cd "$(dirname "$0")/../.." && pwd -P)
+consumer=$source/tests/package/consumer
+work=$build/package
+moved=$work/moved  # a tree of a prefix of one's own, which is no longer where it was installed
+root=$work/root    # a board's file system, with the package below /usr
+libraries=$moved/$LIBDIR
+# A linker that records the libraries that a program calls, and no others, is the default of several distributions.
+strict=-Wl,--as-needed
 read -r -a emulator <<<"${EMULATOR:-}"
 
-# A staged installation into an empty root, for another prefix than the one that was configured.
 install() {
-    rm -rf "$root"
-    DESTDIR=$root cmake --install "$build" --prefix /opt/norv >"$build/package-install.log"
+    rm -rf "$work"
+    mkdir -p "$work/first"
+    {
+        (cd "$work/first" && cmake --install "$build" --prefix build/norv)
+        DESTDIR=$root cmake --install "$build" --prefix /usr --strip
+    } >"$build/package-install.log"
+    mv "$work/first/build/norv" "$moved"
 }
 
+# Nothing tells the loader where the libraries are: programs find them by themselves.
 run() {
-    LD_LIBRARY_PATH=$libraries "${emulator[@]}" "$@"
+    env --unset=LD_LIBRARY_PATH "${emulator[@]}" "$@"
 }
 
 # The files that belong to the package, and nothing else of the project.
 files() {
     local installed strays
-    installed=$(find "$prefix" -type f -printf '%P\n')
+    installed=$(find "$root" -type f -printf '%P\n')
     strays=$(grep -vE <<<"$installed" \
-        -e '^include/norv_[a-z0-9_]+\.h$' \
-        -e "^$LIBDIR/libnorv_(base|io_linux)\.so(\.[0-9]+)+\$" \
-        -e "^$LIBDIR/cmake/norv_io_linux/norv_io_linux-config[a-z-]*\.cmake\$" \
-        -e "^$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$" \
-        -e '^bin/norv$' -e '^share/man/man1/norv\.1$' \
-        -e '^share/(bash-completion/completions/norv|zsh/site-functions/_norv)$' \
-        -e '^share/(man/man3|doc/norv_io_linux)/') || return 0
+        -e '^usr/include/norv_[a-z0-9_]+\.h$' \
+        -e "^usr/$LIBDIR/libnorv_(base|io_linux)\.so(\.[0-9]+)+\$" \
+        -e "^usr/$LIBDIR/cmake/norv_io_linux/norv_io_linux-config[a-z-]*\.cmake\$" \
+        -e "^usr/$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$" \
+        -e '^usr/bin/norv$' -e '^usr/share/man/man1/norv\.1$' \
+        -e '^usr/share/(bash-completion/completions/norv|zsh/site-functions/_norv)$' \
+        -e '^usr/share/(man/man3|doc/norv_io_linux)/') || return 0
     printf 'FAILED: these files have no business in the package:\n%s\n' "$strays"
     return 1
 }
 
-flags() {
-    PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$libraries/pkgconfig pkg-config --cflags --libs "$1"
+# What is installed does not tell where it was built, and what is built there does not become longer with its path: two
+# builds in different directories are the same.
+paths() {
+    local file path
+    if grep -rlF -e "$source" -e "$build" "$root"; then
+        echo 'FAILED: these files have a path of the build in them'
+        return 1
+    fi
+    for file in "$build/src/libnorv_io_linux.so" "$build/base/libnorv_base.so" "$build/tools/norv/norv"; do
+        [[ -e $file ]] || continue
+        path=$(readelf --wide --dynamic "$file" | sed -nE 's/.*\(R(UN)?PATH\).*\[(.*)\]/\2/p')
+        [[ $path != *"$build"* ]] || { echo "FAILED: $file has the search path $path" && return 1; }
+    done
 }
 
-# build_with_pkg_config COMPILER SOURCE MODULE
+# build_with_pkg_config COMPILER SOURCE MODULE [OPTION...], with pkg-config's environment as it is.
 build_with_pkg_config() {
-    local compiler=$1 source=$2 program
+    local compiler=$1 source=$2 flags
     local -a compile options
-    program=$build/package-$(basename "$source")
+    program=$work/$check
+    flags=$(pkg-config --cflags --libs "$3")
     read -r -a compile <<<"$compiler"
-    read -r -a options <<<"$(flags "$3")"
-    "${compile[@]}" -Wall -Wextra -Werror "$consumer/$source" -o "$program" "${options[@]}"
+    read -r -a options <<<"$flags"
+    "${compile[@]}" -Wall -Wextra -Werror "$strict" "$consumer/$source" -o "$program" "${options[@]}" "${@:4}"
+}
+
+# What pkg-config says of the moved tree suffices.
+pkg_config() {
+    PKG_CONFIG_LIBDIR=$libraries/pkgconfig build_with_pkg_config "$@" -Wl,-rpath,"$libraries"
     run "$program"
 }
 
-pkg_config_c() { build_with_pkg_config "$CC" consumer.c norv_io_linux; }
-pkg_config_cpp() { build_with_pkg_config "$CXX" consumer.cpp norv_io_linux; }
-pkg_config_base() { build_with_pkg_config "$CC" consumer_base.c norv_base; }
+pkg_config_c() { pkg_config "$CC" consumer.c norv_io_linux; }
+pkg_config_cpp() { pkg_config "$CXX" consumer.cpp norv_io_linux; }
+pkg_config_base() { pkg_config "$CC" consumer_base.c norv_base; }
+pkg_config_hardware() { pkg_config "$CC" consumer_hardware.c norv_io_linux; }
+
+# A program for a board, built against a copy of the board's file system.
+pkg_config_sysroot() {
+    local -x PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$root/usr/$LIBDIR/pkgconfig
+    grep -qxF prefix=/usr "$PKG_CONFIG_LIBDIR/norv_io_linux.pc" ||
+        { echo "FAILED: norv_io_linux.pc does not name the prefix /usr" && return 1; }
+    build_with_pkg_config "$CC" consumer.c norv_io_linux
+}
 
 cmake_package() {
-    local work=$build/package-cmake program
-    rm -rf "$work"
-    cmake -S "$consumer" -B "$work" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
-        -DCMAKE_PREFIX_PATH="$prefix" >"$work.log"
-    cmake --build "$work" >>"$work.log"
-    for program in consumer_c consumer_cpp consumer_base; do
-        run "$work/$program"
+    local tree=$work/cmake program
+    rm -rf "$tree"
+    cmake -S "$consumer" -B "$tree" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
+        -DCMAKE_PREFIX_PATH="$moved" -DCMAKE_EXE_LINKER_FLAGS="$strict" >"$tree.log"
+    cmake --build "$tree" >>"$tree.log"
+    for program in consumer_c consumer_cpp consumer_base consumer_hardware; do
+        run "$tree/$program"
     done
+}
+
+# The command by which docs/first-program.md compiles its program, with a program that needs no board.
+first_program() {
+    local command
+    command=$(sed -n '/^    cc first\.c /,/[^\]$/p' "$source/docs/first-program.md")
+    [[ -n $command ]] || { echo 'FAILED: the page has no command that compiles first.c' && return 1; }
+    cd "$work/first"
+    printf '#!/bin/sh\nexec %s %s "$@"\n' "$CC" "$strict" >cc
+    chmod +x cc
+    ln -sfn "$moved" build/norv
+    cp "$consumer/consumer_hardware.c" first.c
+    PATH=$PWD:$PATH bash -c "${command//norv\/lib/norv/$LIBDIR}"
+    run build/first
+}
+
+# The tool finds the libraries that it was installed with.
+tool() {
+    run "$moved/bin/norv" --version
 }
 
 "$check"
