@@ -1,6 +1,8 @@
 # How this project's targets are built: one set of warnings for everything, and the two shared libraries
 # without exceptions, run-time type information or the C++ runtime.
 
+include(cmake/NorvHardening.cmake)
+
 add_library(norv_warnings INTERFACE)
 target_compile_options(norv_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
@@ -29,25 +31,33 @@ function(norv_shared_library name)
     target_compile_options(${name} PRIVATE
         -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-asynchronous-unwind-tables)
     target_compile_definitions(${name} PRIVATE _GNU_SOURCE)
-    target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,-z,relro,-z,now)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${map})
     if(NOT NORV_SANITIZE)
         target_link_options(${name} PRIVATE -Wl,-z,defs)
     endif()
     target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:norv_warnings>)
+    norv_harden(${name})
 endfunction()
 
-# norv_program(NAME SOURCES...): a test, tool, example or benchmark over the shared library.
-function(norv_program name)
+# norv_bare_program(NAME SOURCES...): a program over the shared library, with the build type's flags.
+function(norv_bare_program name)
     add_executable(${name} ${ARGN})
     target_compile_features(${name} PRIVATE cxx_std_20 c_std_11)
     target_link_libraries(${name} PRIVATE norv_io_linux norv_warnings)
 endfunction()
 
-# norv_test_program(NAME SOURCES...): a program of GoogleTest's. The library in it is optimised as ever; optimising the
-# tests themselves would only double the time that they take to compile.
+# norv_program(NAME SOURCES...): the tool, an example or a benchmark, as programs are shipped.
+function(norv_program name)
+    norv_bare_program(${name} ${ARGN})
+    norv_harden(${name})
+endfunction()
+
+# norv_test_program(NAME SOURCES...): a GoogleTest program. The library in it is optimised as ever; optimising the tests
+# themselves would only double the time that they take to compile. Without optimisation the C library refuses
+# _FORTIFY_SOURCE, which a distribution's flags may bring.
 function(norv_test_program name)
-    norv_program(${name} ${ARGN})
-    target_compile_options(${name} PRIVATE -O0)
+    norv_bare_program(${name} ${ARGN})
+    target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
 endfunction()
 
 # norv_overlays(PROGRAM SOURCE.dts...): compiles device-tree overlays into the build directory, for a program.

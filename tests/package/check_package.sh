@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Tries out what `cmake --install` makes, as its users do: check_package.sh CHECK BUILD, where CHECK is one of the
-# functions below. The compilers come from CC and CXX; EMULATOR runs the programs, where they are of another processor.
+# functions below. The compilers come from CC and CXX; EMULATOR runs the programs, where they are of another processor;
+# OPTIMISED is 1 for a build type with an optimising compiler.
 set -euo pipefail
 
 check=$1
@@ -59,6 +60,32 @@ paths() {
         path=$(readelf --wide --dynamic "$file" | sed -nE 's/.*\(R(UN)?PATH\).*\[(.*)\]/\2/p')
         [[ $path != *"$build"* ]] || { echo "FAILED: $file has the search path $path" && return 1; }
     done
+}
+
+# expect FILE WHAT PATTERN: what readelf shows of the file has it.
+expect() {
+    grep -qE -- "$3" <<<"$elf" || { echo "FAILED: $1 has no $2" && failed=1; }
+}
+
+# The libraries and the tool are built with the compiler's and the linker's protections.
+protections() {
+    local file elf failed=0
+    for file in "$root/usr/$LIBDIR"/libnorv_*.so.*.* "$root"/usr/bin/*; do
+        [[ -e $file ]] || continue
+        elf=$(readelf --wide --file-header --program-headers --dynamic --dyn-syms "$file")
+        expect "$file" 'relocations that become read-only' '^ +GNU_RELRO '
+        expect "$file" 'binding at load time' '\(FLAGS(_1)?\).* (BIND_)?NOW'
+        expect "$file" 'stack without execution' '^ +GNU_STACK .* RW +0x'
+        expect "$file" 'place-independent code' '^ +Type: +DYN '
+        expect "$file" 'stack protector' ' __stack_chk_fail(@|$)'
+        # The base library calls nothing that the C library could check.
+        [[ $file == *libnorv_base* || $OPTIMISED -eq 0 ]] || expect "$file" 'checked buffers' ' __[a-z]+_chk(@|$)'
+        if grep -q '^ *Machine: .*X86-64' <<<"$elf"; then
+            elf=$(objdump --disassemble --section=.text "$file")
+            expect "$file" 'marks where indirect calls may lead' '\<endbr64'
+        fi
+    done
+    return "$failed"
 }
 
 # build_with_pkg_config COMPILER SOURCE MODULE [OPTION...], with pkg-config's environment as it is.

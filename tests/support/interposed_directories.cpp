@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 
+#include "support/fortified_calls.hpp"
 #include "support/interposition.hpp"
 #include "support/kernel_state.hpp"
 #include "support/real_calls.hpp"
@@ -67,6 +68,18 @@ listing list_entries(const kernel_state& kernel, const std::string& path, DIR* d
     return found;
 }
 
+// Everybody formats: it fails only for a test that names it.
+int format_text(char* text, size_t size, const char* format, va_list values) {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        if (kernel->planned && kernel->planned->name == "snprintf" && kernel->strikes("snprintf")) {
+            return -1;
+        }
+    }
+    return vsnprintf(text, size, format, values);
+}
+
 }  // namespace
 
 extern "C" {
@@ -107,18 +120,21 @@ int fstat(int descriptor, struct stat* found) noexcept {
     return REAL(fstat)(descriptor, found);
 }
 
-// Everybody formats: it fails only for a test that names it.
 int snprintf(char* text, size_t size, const char* format, ...) noexcept {
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
-        const std::lock_guard lock(kernel->mutex);
-        if (kernel->planned && kernel->planned->name == "snprintf" && kernel->strikes("snprintf")) {
-            return -1;
-        }
+    va_list values;
+    va_start(values, format);
+    const int length = format_text(text, size, format, values);
+    va_end(values);
+    return length;
+}
+
+int __snprintf_chk(char* text, size_t size, int, size_t room, const char* format, ...) {
+    if (size > room) {
+        __chk_fail();
     }
     va_list values;
     va_start(values, format);
-    const int length = vsnprintf(text, size, format, values);
+    const int length = format_text(text, size, format, values);
     va_end(values);
     return length;
 }
