@@ -3,9 +3,10 @@
 
 include(cmake/NorvHardening.cmake)
 
+# Errors are for the project's own builds, the presets: a later compiler that warns about more does not stop a packager.
 add_library(norv_warnings INTERFACE)
 target_compile_options(norv_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${NORV_WARNINGS_AS_ERRORS}>:-Werror>)
 
 # 64-bit file offsets and time on 32-bit processors too.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)

@@ -88,6 +88,14 @@ protections() {
     return "$failed"
 }
 
+# A warning of a compiler that the project does not know yet is no error where its users build the libraries.
+warnings() {
+    local tree=$work/libraries
+    env --unset=CC --unset=CXX cmake --preset libraries -S "$source" -B "$tree" >"$tree.log"
+    grep -q -- ' -Wall ' "$tree/compile_commands.json"
+    ! grep -q -- ' -Werror' "$tree/compile_commands.json" || { echo 'FAILED: the preset libraries has -Werror' && return 1; }
+}
+
 # build_with_pkg_config COMPILER SOURCE MODULE [OPTION...], with pkg-config's environment as it is.
 build_with_pkg_config() {
     local compiler=$1 source=$2 flags
