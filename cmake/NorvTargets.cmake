@@ -54,11 +54,11 @@ function(norv_program name)
 endfunction()
 
 # norv_test_program(NAME SOURCES...): a GoogleTest program. The library in it is optimised as ever; optimising the tests
-# themselves would only double the time that they take to compile. Without optimisation the C library refuses
-# _FORTIFY_SOURCE, which a distribution's flags may bring.
+# themselves, or describing their variables to a debugger, would only add to the time that they take to compile. Without
+# optimisation the C library refuses _FORTIFY_SOURCE, which a distribution's flags may bring.
 function(norv_test_program name)
     norv_bare_program(${name} ${ARGN})
-    target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
+    target_compile_options(${name} PRIVATE -O0 $<$<NOT:$<CONFIG:Debug>>:-g1> -U_FORTIFY_SOURCE)
 endfunction()
 
 # norv_overlays(PROGRAM SOURCE.dts...): compiles device-tree overlays into the build directory, for a program.
