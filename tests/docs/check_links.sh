@@ -21,9 +21,10 @@ check_link() {
     anchors "$file" | grep -qxF -- "$anchor" || { echo "FAILED: $1 links to $2, and there is no such heading" && failed=1; }
 }
 
+pages=$(git ls-files --cached --others --exclude-standard -- '*.md')
 while IFS= read -r page; do
     while IFS= read -r target; do
         check_link "$page" "$target"
     done < <(grep -oE '\]\([^)]+\)' "$page" | sed -E 's/^\]\(|\)$//g' | grep -vE '^[a-z]+:|\.html$')
-done < <(git ls-files --cached --others --exclude-standard -- '*.md')
+done <<<"$pages"
 exit "$failed"
