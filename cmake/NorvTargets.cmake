@@ -40,25 +40,12 @@ function(norv_shared_library name)
     norv_harden(${name})
 endfunction()
 
-# norv_bare_program(NAME SOURCES...): a program over the shared library, with the build type's flags.
-function(norv_bare_program name)
+# norv_program(NAME SOURCES...): the tool, an example or a benchmark over the shared library, as programs are shipped.
+function(norv_program name)
     add_executable(${name} ${ARGN})
     target_compile_features(${name} PRIVATE cxx_std_20 c_std_11)
     target_link_libraries(${name} PRIVATE norv_io_linux norv_warnings)
-endfunction()
-
-# norv_program(NAME SOURCES...): the tool, an example or a benchmark, as programs are shipped.
-function(norv_program name)
-    norv_bare_program(${name} ${ARGN})
     norv_harden(${name})
-endfunction()
-
-# norv_test_program(NAME SOURCES...): a GoogleTest program. The library in it is optimised as ever; optimising the tests
-# themselves, or describing their variables to a debugger, would only add to the time that they take to compile. Without
-# optimisation the C library refuses _FORTIFY_SOURCE, which a distribution's flags may bring.
-function(norv_test_program name)
-    norv_bare_program(${name} ${ARGN})
-    target_compile_options(${name} PRIVATE -O0 $<$<NOT:$<CONFIG:Debug>>:-g1> -U_FORTIFY_SOURCE)
 endfunction()
 
 # norv_overlays(PROGRAM SOURCE.dts...): compiles device-tree overlays into the build directory, for a program.
