@@ -30,9 +30,9 @@ bench: ## Time the library beside the bare system calls and beside other event l
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
 	@bench/run
 
-coverage: setup-check ## Run all tests and insist on covered lines and branches
+coverage: setup-check ## Run the unit tests and insist on covered lines and branches
 	@tools/build coverage
-	@tools/run-tests build/coverage
+	@ctest --test-dir build/coverage --output-on-failure -j $(JOBS)
 	@tools/coverage build/coverage
 
 format: setup-check ## Lay out all sources
