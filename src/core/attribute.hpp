@@ -34,6 +34,10 @@ class attribute {
     uint32_t status_ = NORV_STATUS_OK;
 };
 
+// Compiled once, in attribute.cpp.
+extern template uint32_t attribute::write(uint32_t maximum, const char* format, const char* text) const;
+extern template uint32_t attribute::write(uint32_t maximum, const char* format, uint32_t number) const;
+
 // Reads an attribute's text, at most one byte less than there is room for, and cuts its last byte: the
 // newline.
 template <uint32_t room, typename... values>

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 # Sources that share the tests and the page of the family behind the colon.
-parts=(epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
+parts=(attribute:file epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
     class_device:uio uevent_parse_devices:uevent_parse uevent_parse_enumeration:uevent_parse)
 
 # What every page has; sections of its own may stand between.
