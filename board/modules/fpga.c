@@ -16,6 +16,8 @@
 #include <linux/module.h>
 #include <linux/mutex.h>
 
+#include "kernel_versions.h"
+
 #define SYNC_WINDOW 256
 #define SHORTEST_DESIGN 64
 #define DEFECTIVE_FPGA 1
@@ -175,7 +177,7 @@ static void remove_fpgas(int count) {
 static int __init board_fpga_init(void) {
     int index;
 
-    fpga_class = class_create(THIS_MODULE, "fpga_manager");
+    fpga_class = board_class_create("fpga_manager");
     if (IS_ERR(fpga_class)) {
         return PTR_ERR(fpga_class);
     }

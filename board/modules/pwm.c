@@ -10,6 +10,8 @@
 #include <linux/module.h>
 #include <linux/pwm.h>
 
+#include "kernel_versions.h"
+
 #define SHORTEST_PERIOD 10
 
 static struct device* parent;
@@ -42,13 +44,33 @@ static int board_pwm_capture(struct pwm_chip* chip, struct pwm_device* pwm, stru
 }
 
 static const struct pwm_ops ops = {
-    .owner = THIS_MODULE,
-    .apply = board_pwm_apply,
+    BOARD_PWM_OWNER.apply = board_pwm_apply,
     .capture = board_pwm_capture,
 };
 
-static struct pwm_chip paired = {.ops = &ops, .npwm = 4};
-static struct pwm_chip large = {.ops = &ops, .npwm = 128};
+static struct pwm_chip* paired;
+static struct pwm_chip* large;
+
+static struct pwm_chip* add_chip(unsigned int channels) {
+    struct pwm_chip* chip = board_pwmchip_alloc(parent, channels);
+    int error;
+
+    if (IS_ERR(chip)) {
+        return chip;
+    }
+    chip->ops = &ops;
+    error = pwmchip_add(chip);
+    if (error) {
+        board_pwmchip_put(chip);
+        return ERR_PTR(error);
+    }
+    return chip;
+}
+
+static void remove_chip(struct pwm_chip* chip) {
+    pwmchip_remove(chip);
+    board_pwmchip_put(chip);
+}
 
 static int __init board_pwm_init(void) {
     int error;
@@ -57,28 +79,28 @@ static int __init board_pwm_init(void) {
     if (IS_ERR(parent)) {
         return PTR_ERR(parent);
     }
-    paired.dev = parent;
-    large.dev = parent;
-    error = pwmchip_add(&paired);
+    paired = add_chip(4);
+    error = PTR_ERR_OR_ZERO(paired);
     if (error) {
         goto no_paired;
     }
-    error = pwmchip_add(&large);
+    large = add_chip(128);
+    error = PTR_ERR_OR_ZERO(large);
     if (error) {
         goto no_large;
     }
     return 0;
 
 no_large:
-    pwmchip_remove(&paired);
+    remove_chip(paired);
 no_paired:
     root_device_unregister(parent);
     return error;
 }
 
 static void __exit board_pwm_exit(void) {
-    pwmchip_remove(&large);
-    pwmchip_remove(&paired);
+    remove_chip(large);
+    remove_chip(paired);
     root_device_unregister(parent);
 }
 

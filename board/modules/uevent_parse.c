@@ -8,6 +8,8 @@
 #include <linux/fs.h>
 #include <linux/module.h>
 
+#include "kernel_versions.h"
+
 static dev_t number;
 static struct class* display_class;
 static struct device* card;
@@ -62,7 +64,7 @@ static int __init display_init(void) {
 
     if (error)
         return error;
-    display_class = class_create(THIS_MODULE, "norv_board_display");
+    display_class = board_class_create("norv_board_display");
     error = PTR_ERR_OR_ZERO(display_class);
     if (error)
         goto free_number;

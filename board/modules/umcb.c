@@ -39,6 +39,8 @@
 #include <linux/spinlock.h>
 #include <linux/uaccess.h>
 
+#include "kernel_versions.h"
+
 #define IDENTITY 0x554D4342
 #define MOST_DEVICES 8
 #define SOURCES 4
@@ -538,7 +540,7 @@ static int create_class(void) {
     if (error) {
         return error;
     }
-    umcb_class = class_create(THIS_MODULE, "umcb");
+    umcb_class = board_class_create("umcb");
     if (IS_ERR(umcb_class)) {
         unregister_chrdev_region(first_number, MOST_DEVICES);
         return PTR_ERR(umcb_class);

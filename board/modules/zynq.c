@@ -16,6 +16,8 @@
 #include <linux/module.h>
 #include <linux/platform_device.h>
 
+#include "kernel_versions.h"
+
 // ---- fabric clocks
 
 #define CLOCK_COUNT 4
@@ -224,7 +226,7 @@ static int add_monitor(void) {
 static int __init board_zynq_init(void) {
     int error;
 
-    clock_class = class_create(THIS_MODULE, "fclkcfg");
+    clock_class = board_class_create("fclkcfg");
     if (IS_ERR(clock_class)) {
         return PTR_ERR(clock_class);
     }
