@@ -9,6 +9,13 @@ board_build=$project/build/board
 
 say() { printf 'board: %s\n' "$*" >&2; }
 
+# Every CI service sets CI; most, but not all, to "true".
+in_continuous_integration() {
+    case ${CI:-} in
+        '' | 0 | false) return 1 ;;
+    esac
+}
+
 # The board's processor: x86_64, this machine's own, or arm64. board/run sets it.
 architecture=${NORV_BOARD_ARCHITECTURE:-x86_64}
 
@@ -27,6 +34,9 @@ kernel_version() {
 kernel_directory() { printf '%s' "$board_build/kernel/$1"; }
 
 initramfs_file() { printf '%s' "$board_build/initramfs-$architecture.gz"; }
+
+# Exists when such a board has booted on this machine.
+boot_mark() { printf '%s' "$board_build/booted-$architecture"; }
 
 # What the board has in place of the host's files where these are another processor's: a small Debian system, unpacked.
 # Empty where the board uses the host's.

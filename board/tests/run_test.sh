@@ -178,19 +178,71 @@ TheKernelLoadsProtocolModulesByItself() {
     expect 'standard output' CAN "$out"
 }
 
-AMachineThatDoesNotStartIsASkipAtHomeAndAFailureInContinuousIntegration() {
-    CI='' NORV_BOARD_ACCEL=tcg board --qemu-arg -no-such-option true
-    expect status 77 "$status"
-    CI=true NORV_BOARD_ACCEL=tcg board --qemu-arg -no-such-option true
-    expect 'status where CI=true' 1 "$status"
-}
+# What board/run remembers of a boot.
+forget_boots() { rm -f "$project"/build/board/booted-*; }
 
-# In a copy of the scripts: the tree itself stays as it is.
-# Its output ends with it: what reads the output must not wait for ever.
-AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
+# Puts an emulator that ends at once into $scratch/broken.
+broken_emulator() {
     mkdir -p "$scratch/broken"
     printf '#!/bin/sh\nexit 1\n' >"$scratch/broken/qemu-system-x86_64"
     chmod +x "$scratch/broken/qemu-system-x86_64"
+}
+
+# The status of a board that cannot be started, with CI set to this value.
+unstartable_status() {
+    CI=$1 NORV_BOARD_ACCEL=tcg board --qemu-arg -no-such-option true
+    echo "$status"
+}
+
+ABoardThatCannotBeStartedIsASkipWhereNoneHasBooted() {
+    local value
+    forget_boots
+    for value in '' 0 false; do
+        expect "status where CI='$value'" 77 "$(unstartable_status "$value")"
+    done
+}
+
+ABoardThatCannotBeStartedIsAFailureInContinuousIntegration() {
+    local value
+    forget_boots
+    for value in true 1 yes woodpecker; do
+        expect "status where CI='$value'" 1 "$(unstartable_status "$value")"
+    done
+}
+
+TheTestRunFailsWithoutABoardInContinuousIntegration() {
+    forget_boots
+    broken_emulator
+    status=0
+    CI=1 NORV_BOARD_ACCEL=tcg PATH="$scratch/broken:$PATH" tools/run-tests build/release >"$scratch/out" 2>&1 || status=$?
+    expect status 1 "$status"
+    expect 'words about tests that run all the same' '' "$(grep 'NO VIRTUAL BOARD' "$scratch/out")"
+}
+
+ABoardThatCannotBeStartedIsAFailureWhereOneHasBooted() {
+    forget_boots
+    CI='' board true
+    expect 'status' 1 "$(unstartable_status '')"
+    [[ $(<"$scratch/err") == *'a board has booted on this machine before'* ]]
+    expect 'message' 0 $?
+}
+
+AMissingKernelIsAFailureWhereABoardHasBooted() {
+    mkdir -p "$scratch/nowhere/build/board"
+    cp -r "$project/board" "$project/tools" "$scratch/nowhere/"
+    # shellcheck disable=SC2016  # expanded by the script
+    sed -i 's/^main "\$@"$/exit 77/' "$scratch/nowhere/board/prepare"
+    CI='' run=$scratch/nowhere/board/run board true
+    expect 'status' 77 "$status"
+    cp "$project"/build/board/booted-* "$scratch/nowhere/build/board/"
+    CI='' run=$scratch/nowhere/board/run board true
+    expect 'status where one has booted' 1 "$status"
+}
+
+# Its output ends with it: what reads the output must not wait forever.
+AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
+    broken_emulator
+    forget_boots
     status=0
     # shellcheck disable=SC2016  # expanded by the inner shell
     env --unset=CI NORV_BOARD_ACCEL=tcg PATH="$scratch/broken:$PATH" \
@@ -198,19 +250,84 @@ AnEmulatorThatEndsAtOnceLeavesNothingBehind() {
     expect status 77 "$status"
 }
 
-ABoardThatStandsStillWhileItBootsIsStartedOnceMore() {
-    mkdir -p "$scratch/still"
-    cat >"$scratch/still/qemu-system-x86_64" <<END
+# first_boot NAME COMMAND: puts an emulator in the way that runs COMMAND, in the words of a shell, in place of its first boot.
+# `emulator` is then its directory, and $emulator/boots has a line for each.
+first_boot() {
+    emulator=$scratch/$1
+    mkdir "$emulator"
+    cat >"$emulator/qemu-system-x86_64" <<END
 #!/bin/sh
-mkdir '$scratch/still/seen' 2>/dev/null && exec sleep 1000
-exec '$(command -v qemu-system-x86_64)' "\$@"
+echo boot >>'$emulator/boots'
+real='$(command -v qemu-system-x86_64)'
+[ "\$(wc -l <'$emulator/boots')" -gt 1 ] || { $2; }
+exec "\$real" "\$@"
 END
-    chmod +x "$scratch/still/qemu-system-x86_64"
-    NORV_BOARD_ACCEL=tcg PATH="$scratch/still:$PATH" board sh -c 'echo moved'
+    chmod +x "$emulator/qemu-system-x86_64"
+}
+
+ABoardThatHangsDuringBootIsStartedOnceMore() {
+    first_boot hang 'exec sleep 1000'
+    NORV_BOARD_ACCEL=tcg PATH="$emulator:$PATH" board sh -c 'echo moved'
     expect status 0 "$status"
     expect 'standard output' moved "$out"
-    [[ $err == *'starting it once more'* ]]
+    [[ $err == *'hung during boot, retrying'* ]]
     expect 'message' 0 $?
+}
+
+# A kernel with these parameters does not find its first process.
+panicking='console=ttyS0 panic=-1 rdinit=/nowhere'
+
+ABoardThatPanicsDuringBootIsStartedOnceMore() {
+    first_boot panic "exec \"\$real\" \"\$@\" -append '$panicking'"
+    NORV_BOARD_ACCEL=tcg PATH="$emulator:$PATH" board sh -c 'echo moved'
+    expect status 0 "$status"
+    expect 'standard output' moved "$out"
+    [[ $err == *'crashed during boot, retrying'* ]]
+    expect 'message' 0 $?
+}
+
+ABoardThatPanicsDuringEachBootIsAFailureWhereOneHasBooted() {
+    CI='' NORV_BOARD_ACCEL=tcg board --qemu-arg -append --qemu-arg "$panicking" true
+    expect status 1 "$status"
+    [[ $err == *'crashed during boot, retrying'*'Kernel panic'*'does not boot'* ]]
+    expect 'messages' 0 $?
+}
+
+# Its own message is all there is to learn: a second try would end the same way.
+AnEmulatorThatDoesNotStartTheKernelIsNotStartedOnceMore() {
+    first_boot mute 'echo "no such machine"; exit 1'
+    NORV_BOARD_ACCEL=tcg PATH="$emulator:$PATH" board true
+    expect status 1 "$status"
+    expect 'starts' boot "$(<"$emulator/boots")"
+}
+
+# As on a host that has other things to do: early on, the emulator runs for two milliseconds in a hundred. A kernel that tests
+# its timer meanwhile says "MP-BIOS bug" on its way to a panic.
+AKernelThatIsStarvedEarlyOnDoesNotTestItsTimer() {
+    mkdir "$scratch/starved"
+    cat >"$scratch/starved/qemu-system-x86_64" <<END
+#!/usr/bin/perl
+my (\$log) = map { /^file,id=console,.*path=(.*)/ } @ARGV;
+my \$emulator = fork // die;
+\$emulator or exec 'setpriv', '--pdeathsig', 'KILL', '--', '$(command -v qemu-system-x86_64)', @ARGV or die;
+sub starve {
+    my (\$stopped, \$running) = @_;
+    kill STOP => \$emulator;
+    select undef, undef, undef, \$stopped;
+    kill CONT => \$emulator;
+    select undef, undef, undef, \$running;
+    waitpid(\$emulator, 1) == 0 or exit;
+}
+sub shown { open my \$file, '<', \$log or die; join '', <\$file> }
+starve(0.02, 0.02) until -s \$log;
+starve(0.1, 0.002) until shown =~ /tsc: Detected|Kernel panic/;
+waitpid \$emulator, 0;
+END
+    chmod +x "$scratch/starved/qemu-system-x86_64"
+    NORV_BOARD_ACCEL=tcg PATH="$scratch/starved:$PATH" board dmesg
+    expect status 0 "$status"
+    [[ $err != *retrying* && $out == *'TIMER: vector'* && $out != *'MP-BIOS bug'* ]]
+    expect 'a boot without a test of the timer' 0 $?
 }
 
 AModuleThatDoesNotBuildIsAFailureEverywhere() {
