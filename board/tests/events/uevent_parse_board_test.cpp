@@ -76,6 +76,10 @@ class eavesdropper {
     static void keep(const uint8_t* message, int64_t length, void* user) {
         texts found;
         const char* text = reinterpret_cast<const char*>(message);
+        // A udev daemon repeats each message of the kernel to all that listen. The parser ignores those.
+        if (strcmp(text, "libudev") == 0) {
+            return;
+        }
         for (const char* end = text + length; text < end; text += strlen(text) + 1) {
             const char* separator = strchr(text, '=');
             if (separator != nullptr) {

@@ -1,0 +1,7 @@
+#!/usr/bin/env bats
+# The hot-plug parser's board test beside a udev daemon, which repeats every message of the kernel to all that listen.
+
+@test "hotplug: ADaemonsMessagesDoNotChangeTheList" {
+    modprobe --all uvcvideo usb_f_uvc norv_board_usb_gadget
+    "$NORV_PROGRAMS/uevent_parse_board_test" --gtest_filter='*ACameraKeeps*'
+}
