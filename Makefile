@@ -6,13 +6,14 @@ CHECK_PACKAGES = $(shell cat packaging/packages.check)
 CROSS_PACKAGES = $(shell cat packaging/packages.cross)
 DEBIAN_PACKAGES = $(shell cat packaging/packages.debian)
 DOC_PACKAGES = $(shell cat packaging/packages.doc)
+HOSTS_PACKAGES = $(shell cat packaging/packages.hosts)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 MUTANTS ?= 2000
 MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak mutation doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak mutation hosts doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -91,6 +92,10 @@ fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 mutation: setup-check ## Change the libraries in MUTANTS (2000) small ways, and check that a unit test notices each; MUTANTS= tries all
 	@tools/build release
 	@tools/mutation --threshold $(MUTATION_THRESHOLD) $(if $(MUTANTS),--sample $(MUTANTS)) --jobs $(JOBS)
+
+hosts: ## Try the README's commands on fresh Debian 12 and 13 systems; needs root, takes an hour and a half
+	@tools/need-packages $(HOSTS_PACKAGES)
+	@tools/hosts
 
 scripts-check: setup-check ## Check the shell and Python scripts, and the mutation tool
 	@tools/scripts | xargs shellcheck --external-sources
