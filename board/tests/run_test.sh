@@ -363,6 +363,61 @@ AKilledRunnerLeavesNoEmulatorBehind() {
     expect 'emulators left' '' "$(grep -ls "[n]${name#n}" /proc/[0-9]*/cmdline)"
 }
 
+# ---- families ----
+
+# An executable script, from standard input.
+program() {
+    { echo '#!/bin/sh'; cat; } >"$scratch/$1"
+    chmod +x "$scratch/$1"
+}
+
+FamiliesRunOneAfterTheOtherWhateverBecomesOfThem() {
+    local results
+    program passes <<<'ls -d /sys/module/norv_board_*'
+    program fails <<<'ls -d /sys/module/norv_board_*; exit 3'
+    program hangs <<<'trap "" TERM; while :; do sleep 1000; done'
+    cat >"$scratch/families" <<END
+limit=5
+family first '$scratch/passes' norv_board_led 'mtdram total_size=256' nandsim
+family second '$scratch/fails' norv_board_gpio
+family third '$scratch/hangs'
+family fourth '$scratch/passes' no-such-module
+family fifth '$scratch/passes' norv_board_led 'mtdram total_size=128'
+END
+    board board/tests/run-families "$scratch/families"
+    expect status 1 "$status"
+    results=$(grep -E '^(passed|FAILED|/sys)' <<<"$out" | sed 's/, [0-9]* s//')
+    expect results "/sys/module/norv_board_led
+/sys/module/norv_board_gpio
+/sys/module/norv_board_led
+passed  first
+FAILED  second: status 3
+FAILED  third: killed; the limit is 5 s
+FAILED  fourth: the kernel refused the module no-such-module
+passed  fifth" "$results"
+}
+
+AFamilyThatHoldsItsModuleFails() {
+    program holds <<<'setsid sleep 1000 </dev/mtdblock0 & sleep 1'
+    echo "family holder '$scratch/holds' mtdblock 'mtdram total_size=256'" >"$scratch/families"
+    board board/tests/run-families "$scratch/families"
+    expect status 1 "$status"
+    [[ $out == *'FAILED  holder'*'the module mtdram does not unload'* ]]
+    expect 'reason' 0 $?
+}
+
+OneFamilyRunsAlone() {
+    program says <<<'echo this one'
+    program fails <<<'exit 3'
+    printf "family %s '$scratch/%s'\n" first fails second says third fails >"$scratch/families"
+    board board/tests/run-families "$scratch/families" second
+    expect status 0 "$status"
+    [[ $out == *'this one'*'passed  second'* && $out != *first* ]]
+    expect 'results' 0 $?
+    board board/tests/run-families "$scratch/families" fourth
+    expect 'status of one that is not there' 1 "$status"
+}
+
 # ---- the board with another processor ----
 
 AnArm64BoardRunsProgramsOfItsProcessor() {
