@@ -274,6 +274,17 @@ ABoardThatHangsDuringBootIsStartedOnceMore() {
     expect 'message' 0 $?
 }
 
+# As on a host that has other things to do: more than a minute passes, and the console says something now and then.
+ABoardThatIsSlowToBootIsLeftAlone() {
+    # shellcheck disable=SC2016  # expanded by the emulator
+    first_boot slow 'log=$(printf "%s\n" "$@" | sed -n "s/^file,id=console,.*path=//p")
+        for part in 1 2; do sleep 35; echo "part $part" >>"$log"; done'
+    NORV_BOARD_ACCEL=tcg PATH="$emulator:$PATH" board sh -c 'echo moved'
+    expect status 0 "$status"
+    expect 'standard output' moved "$out"
+    expect 'starts' boot "$(<"$emulator/boots")"
+}
+
 # A kernel with these parameters does not find its first process.
 panicking='console=ttyS0 panic=-1 rdinit=/nowhere'
 
