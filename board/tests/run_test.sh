@@ -168,7 +168,7 @@ AnUnknownModuleIsRefused() {
 }
 
 AStockModuleIsLoadedWithItsParameters() {
-    board --module 'i2c-stub chip_addr=0x50' cat /sys/class/i2c-adapter/i2c-0/name
+    board --module 'i2c-stub chip_addr=0x50' cat /sys/bus/i2c/devices/i2c-0/name
     expect 'standard output' 'SMBus stub driver' "$out"
 }
 

@@ -23,9 +23,11 @@ inline uint32_t errno_status(int error) {
 
 // The bus of an adapter that knows SMBus only; its number is the kernel's choice.
 inline uint32_t smbus_number() {
-    for (const auto& adapter : std::filesystem::directory_iterator("/sys/class/i2c-adapter")) {
-        if (attribute(adapter.path() / "name") == "norv-board-smbus") {
-            return static_cast<uint32_t>(std::stoul(adapter.path().filename().string().substr(4)));
+    // Devices of the bus are there as well, named after bus and address.
+    for (const auto& entry : std::filesystem::directory_iterator("/sys/bus/i2c/devices")) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with("i2c-") && attribute(entry.path() / "name") == "norv-board-smbus") {
+            return static_cast<uint32_t>(std::stoul(name.substr(4)));
         }
     }
     return UINT32_MAX;
