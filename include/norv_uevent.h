@@ -33,7 +33,7 @@ NORV_BEGIN_DECLS
 
 /** The receiving end of uevent messages; the storage is the caller's. */
 typedef struct {
-    uint64_t buffer_size; /**< set before open: bytes of the largest message that is taken whole; 8192 do */
+    uint64_t buffer_size; /**< set before open: bytes of the longest message; the kernel's fit in 8192 */
     int32_t fd;           /**< the socket; -1 when opening it failed, 0 after a close */
     uint8_t* buffer;      /**< private: takes one message after the other, allocated by open */
 } norv_uevent_t;
@@ -78,7 +78,8 @@ extern NORV_API const char* p_uevent_key[NORV_UEVENT_KEY_COUNT];
 NORV_API uint32_t norv_uevent_open(norv_uevent_t* uevent);
 
 /**
- * Closes the socket and releases the buffer with free(3).
+ * Closes the socket and releases the buffer with free(3). Descriptor 0, which the socket may get in a process
+ * without standard input, counts as not open and is not closed.
  *
  * @param uevent  `fd` becomes 0 if it was above 0, and stays as it is otherwise; `buffer` becomes null. May
  *                be null, closed already, zero-filled, or one whose open failed: then nothing happens

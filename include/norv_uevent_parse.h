@@ -153,7 +153,9 @@ NORV_API uint32_t norv_uevent_parse_open(norv_uevent_parse_t** context,
                                          const norv_uevent_parse_settings_t* settings);
 
 /**
- * Closes the socket, and releases the list with all its records, and the context. The handler is not told.
+ * Closes the socket, and releases the list with all its records, and the context. The handler is not called.
+ * Descriptor 0, which the socket may get in a process without standard input, counts as not open and is not
+ * closed.
  *
  * @param context  becomes null; may be null or hold null, which does nothing
  *

@@ -85,7 +85,8 @@ NORV_API uint32_t norv_usb_gadget_connect(const char* name, uint32_t connect);
 
 /**
  * Reads the attribute "is_host_win", which drivers of some controllers add: /sys/class/udc/NAME/is_host_win.
- * What it means is the driver's.
+ * What it means is the driver's. Descriptor 0, which the file may get in a process without standard
+ * input, counts as not open: the file is read but not closed.
  *
  * @param name         the controller's directory; not null
  * @param is_host_win  receives 1 when the text begins with "1", 0 when it does not or could not be read; not

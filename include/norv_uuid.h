@@ -18,7 +18,9 @@ NORV_BEGIN_DECLS
 #define NORV_UUID_LENGTH 36
 
 /**
- * Generates a UUID: 36 characters of /proc/sys/kernel/random/uuid, another one with every read.
+ * Generates a UUID: 36 characters of /proc/sys/kernel/random/uuid, another one with every read. Descriptor 0,
+ * which the file may get in a process without standard input, counts as not open: the file is read but not
+ * closed.
  *
  * @param buffer  receives 36 characters and no terminating NUL; owned by the caller; not null; a failure may
  *                leave some of the characters in it

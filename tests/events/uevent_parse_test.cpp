@@ -1292,8 +1292,17 @@ TEST_F(UeventParse, AnEntryMayLeadALongWay) {
 
 TEST_F(UeventParse, AnEntryThatIsNoLinkLeadsToTheBusItself) {
     kernel.add_file("/sys/bus/usb/devices/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
+    kernel.add_file("/sys/bus/usb/devices/1-1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=y"}));
     ASSERT_EQ(open(), 0U);
-    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/usb1"));
+    EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/usb1", "/sys/devices/1-1"));
+}
+
+TEST_F(UeventParse, AnEntryWhoseTargetCannotBeReadLeadsToTheBusItself) {
+    bus.add_root_hub();
+    kernel.fail("readlink", EIO);
+    ASSERT_EQ(open(), 0U);
+    EXPECT_TRUE(kernel.struck());
+    EXPECT_THAT(syspaths(), IsEmpty()) << "the bus holds links, which are not followed";
 }
 
 TEST_F(UeventParse, ADirectoryOutsideTheDevicesIsPassedOver) {

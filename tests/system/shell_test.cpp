@@ -237,6 +237,14 @@ TEST(ShellFormat, TheValuesAreFormattedIntoTheCommand) {
     EXPECT_STREQ(output.text(), "42%, percent");
 }
 
+TEST(ShellFormat, AnEmptyCommandRunsAndPrintsNothing) {
+    const kernel_double kernel;
+    sixteen_bytes output("before");
+    EXPECT_EQ(norv_shell_format_result(output.bytes.data(), 15, "%s", ""), NORV_STATUS_OK);
+    EXPECT_THAT(kernel.calls("popen"), SizeIs(1));
+    EXPECT_STREQ(output.text(), "before");
+}
+
 TEST(ShellFormat, ACommandOf4095CharactersRunsWhole) {
     const kernel_double kernel;
     sixteen_bytes output;
