@@ -62,25 +62,14 @@ class power_supply {
     }
 };
 
-// A partition. NAND takes one program per page and erase: a second one leaves a wrong bit in the page.
-class lasting_partition : public device {
+// Cells that last, in a device that can lose its power.
+class lasting_device : public device {
   public:
-    lasting_partition(const flash_geometry& geometry, power_supply& power)
-        : bytes(geometry.size),
-          bad(geometry.size / geometry.erase_size),
-          geometry_(geometry),
-          power_(power),
-          programmed_(geometry.size / geometry.write_size) {
-        fill(bytes.begin(), geometry.size);
-        std::fill(programmed_.begin(), programmed_.end(), true);
+    lasting_device(size_t size, power_supply& power) : bytes(size), power_(power) {
+        fill(bytes.begin(), size);
     }
 
     shared_array<uint8_t> bytes;
-    shared_array<bool> bad;                // by the block's number
-    std::vector<uint32_t> does_not_erase;  // blocks, by their numbers
-
-    const flash_geometry& geometry() const { return geometry_; }
-    bool is_nand() const { return geometry_.type == MTD_NANDFLASH; }
 
     void close() override { power_.pass(); }
 
@@ -89,6 +78,28 @@ class lasting_partition : public device {
         memcpy(buffer, bytes.begin() + offset, size);
         return static_cast<long>(size);
     }
+
+  protected:
+    void fill(uint8_t* start, size_t size) {
+        std::generate_n(start, size, [this] { return static_cast<uint8_t>(power_.random() >> 8U); });
+    }
+
+    power_supply& power_;
+};
+
+// A partition. NAND takes one program per page and erase: a second one leaves a wrong bit in the page.
+class lasting_partition : public lasting_device {
+  public:
+    lasting_partition(const flash_geometry& geometry, power_supply& power)
+        : lasting_device(geometry.size, power),
+          bad(geometry.size / geometry.erase_size),
+          geometry_(geometry),
+          programmed_(geometry.size / geometry.write_size) {
+        std::fill(programmed_.begin(), programmed_.end(), true);
+    }
+
+    shared_array<bool> bad;                // by the block's number
+    std::vector<uint32_t> does_not_erase;  // blocks, by their numbers
 
     long write(const void* buffer, size_t size, off_t offset) override {
         const bool cut = power_.fails();
@@ -110,13 +121,7 @@ class lasting_partition : public device {
     long ioctl(unsigned long request, void* argument) override {
         switch (request) {
             case MEMGETINFO:
-                *static_cast<mtd_info_user*>(argument) = {geometry_.type,
-                                                          MTD_WRITEABLE,
-                                                          geometry_.size,
-                                                          geometry_.erase_size,
-                                                          geometry_.write_size,
-                                                          geometry_.oob_size,
-                                                          0};
+                *static_cast<mtd_info_user*>(argument) = info_of(geometry_);
                 return 0;
             case MEMERASE:
                 return erase(static_cast<const erase_info_user*>(argument)->start);
@@ -135,12 +140,8 @@ class lasting_partition : public device {
         return static_cast<size_t>(*static_cast<const loff_t*>(position)) / geometry_.erase_size;
     }
 
-    void fill(uint8_t* start, size_t size) {
-        std::generate_n(start, size, [this] { return static_cast<uint8_t>(power_.random() >> 8U); });
-    }
-
     void program(size_t page) {
-        if (is_nand() && programmed_[page]) {
+        if (geometry_.type == MTD_NANDFLASH && programmed_[page]) {
             bytes[page * geometry_.write_size] ^= 1U;
         }
         programmed_[page] = true;
@@ -164,26 +165,13 @@ class lasting_partition : public device {
     }
 
     flash_geometry geometry_;
-    power_supply& power_;
     shared_array<bool> programmed_;
 };
 
 // A card in blocks of 512 bytes, which are written whole or not at all.
-class lasting_card : public device {
+class lasting_card : public lasting_device {
   public:
-    lasting_card(size_t size, power_supply& power) : bytes(size), size_(size), power_(power) {
-        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(power.random() >> 8U); });
-    }
-
-    shared_array<uint8_t> bytes;
-
-    void close() override { power_.pass(); }
-
-    long read(void* buffer, size_t size, off_t offset) override {
-        power_.pass();
-        memcpy(buffer, bytes.begin() + offset, size);
-        return static_cast<long>(size);
-    }
+    lasting_card(size_t size, power_supply& power) : lasting_device(size, power), size_(size) {}
 
     long write(const void* buffer, size_t size, off_t offset) override {
         const bool cut = power_.fails();
@@ -207,7 +195,6 @@ class lasting_card : public device {
 
   private:
     uint64_t size_;
-    power_supply& power_;
 };
 
 }  // namespace norv::test

@@ -37,6 +37,17 @@ constexpr flash_geometry nand(uint32_t size, uint32_t erase_size, uint32_t write
     return {MTD_NANDFLASH, size, erase_size, write_size, 16};
 }
 
+// As the kernel tells it.
+constexpr mtd_info_user info_of(const flash_geometry& geometry) {
+    return {geometry.type,
+            MTD_WRITEABLE,
+            geometry.size,
+            geometry.erase_size,
+            geometry.write_size,
+            geometry.oob_size,
+            0};
+}
+
 // One thing that was done to the medium.
 struct flash_step {
     std::string what;  // "erase", "query", "mark", "read" or "write"
@@ -111,7 +122,8 @@ class mtd_device : public device {
     long ioctl(unsigned long request, void* argument) override {
         switch (request) {
             case MEMGETINFO:
-                return tell(static_cast<mtd_info_user*>(argument));
+                *static_cast<mtd_info_user*>(argument) = info_of(geometry_);
+                return 0;
             case MEMERASE:
                 return erase(*static_cast<const erase_info_user*>(argument));
             case MEMGETBADBLOCK:
@@ -132,17 +144,6 @@ class mtd_device : public device {
     static long failure(const std::map<uint32_t, int>& errors, uint32_t block) {
         const auto found = errors.find(block);
         return found == errors.end() ? 0 : -found->second;
-    }
-
-    long tell(mtd_info_user* info) const {
-        *info = {geometry_.type,
-                 MTD_WRITEABLE,
-                 geometry_.size,
-                 geometry_.erase_size,
-                 geometry_.write_size,
-                 geometry_.oob_size,
-                 0};
-        return 0;
     }
 
     long erase(const erase_info_user& area) {
