@@ -2,6 +2,8 @@
 
 import re
 
+from .syntax import INVISIBLE
+
 RELATIONAL = {
     "<": ["<=", ">="],
     "<=": ["<", ">"],
@@ -59,6 +61,9 @@ DELETABLE = {
     "BreakStmt", "ContinueStmt",
 }  # fmt: skip
 TAKERS = {"CallExpr", "CXXMemberCallExpr", "CXXConstructExpr", "CXXTemporaryObjectExpr", "InitListExpr"}
+CHOICES = {"std::min", "std::max"}
+# Asked only whether two texts are the same, which is the same in either order.
+COMPARISONS = {"strcmp", "strncmp", "strcasecmp", "memcmp", "norv_strncmp", "norv_memcmp"}
 LOOPS = {"ForStmt", "WhileStmt", "DoStmt"}
 COMMENTS = re.compile(rb"//[^\n]*|/\*.*?\*/", re.DOTALL)
 TYPE_NAME = re.compile(rb"\b(?:std::)?(" + "|".join(NARROWER).encode() + rb")\b")
@@ -290,7 +295,8 @@ def initial(node):
     if value is None:
         return
     if value.text == b"{}":
-        yield whole(value, b"{1}")
+        # In a text the digit, where the number would often read like the end of the text.
+        yield whole(value, b"{'1'}" if node.type.startswith("char[") else b"{1}")
     elif value.bare().kind not in LITERALS:
         yield from other_values(value)
         if is_boolean(value):
@@ -402,11 +408,32 @@ def arguments_of(node):
     return [argument for argument in arguments if argument is not None]
 
 
+def shown_parent(node):
+    parent = node.parent
+    while parent is not None and parent.kind in INVISIBLE:
+        parent = parent.parent
+    return parent
+
+
+def is_symmetric(call):
+    """Whether the first two arguments mean the same in either order."""
+    if call.kind != "CallExpr":
+        return False
+    name = call.slots[0].text.split(b"<")[0].decode()
+    if name in CHOICES:
+        return True
+    parent = shown_parent(call)
+    is_comparison = parent is not None and parent.kind == "BinaryOperator" and parent.opcode in ("==", "!=")
+    return name in COMPARISONS and is_comparison and parent.children[1].text == b"0"
+
+
 def argument(node):
     """Neighbours of the same type change places: a call's arguments, and what a list initialises fields with."""
     if node.kind not in TAKERS:
         return
     arguments = arguments_of(node)
+    if is_symmetric(node):
+        arguments = arguments[1:]
     for first, second in zip(arguments, arguments[1:]):
         is_alike = first.type == second.type and "dependent" not in first.type and first.text != second.text
         is_row = first.visible().kind == "InitListExpr"

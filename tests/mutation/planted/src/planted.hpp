@@ -13,4 +13,7 @@ bool planted_is_small(unsigned value);
 unsigned planted_steps(unsigned left);
 int planted_flags(bool both);
 void planted_text(char* buffer, unsigned number);
+bool planted_is_same(const char* first, const char* second);
+int planted_smaller(int first, int second);
+bool planted_is_before(const char* first, const char* second);
 }

@@ -14,5 +14,8 @@ int main() {
         !planted_is_small(0) && planted_is_small(1) && planted_is_small(9) && !planted_is_small(10);
     const bool steps = planted_steps(2) == 2 && planted_steps(9) == 3;
     const bool flags = planted_flags(true) == 3 && planted_flags(false) == 1;
-    return sums && sizes && steps && flags && text_is_right() ? 0 : 1;
+    const bool words = planted_is_same("a", "a") && !planted_is_same("a", "b") &&
+                       planted_is_before("a", "b") && !planted_is_before("b", "a") &&
+                       !planted_is_before("a", "a") && planted_smaller(3, 2) == 2;
+    return sums && sizes && steps && flags && words && text_is_right() ? 0 : 1;
 }
