@@ -6,7 +6,7 @@
 namespace {
 
 timespec now() {
-    timespec time{};
+    timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
     return time;
 }
@@ -15,10 +15,10 @@ timespec now() {
 
 uint64_t norv_time_get_ms() {
     const timespec time = now();
-    return static_cast<uint64_t>(time.tv_sec) * 1000 + static_cast<uint64_t>(time.tv_nsec) / 1000000;
+    return static_cast<uint64_t>(int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000);
 }
 
 uint64_t norv_time_get_us() {
     const timespec time = now();
-    return static_cast<uint64_t>(time.tv_sec) * 1000000 + static_cast<uint64_t>(time.tv_nsec) / 1000;
+    return static_cast<uint64_t>(int64_t{time.tv_sec} * 1000000 + time.tv_nsec / 1000);
 }

@@ -39,12 +39,11 @@ long futex(uint32_t* word, int operation, uint32_t value, const futex_time* dead
 }
 
 futex_time deadline_after(uint32_t milliseconds) {
-    constexpr uint64_t second = 1000000000;
-    timespec now{};
+    constexpr int64_t second = 1000000000;
+    timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    const uint64_t nanoseconds =
-        static_cast<uint64_t>(now.tv_nsec) + static_cast<uint64_t>(milliseconds) * 1000000;
-    futex_time deadline{};
+    const int64_t nanoseconds = int64_t{milliseconds} * 1000000 + now.tv_nsec;
+    futex_time deadline;
     deadline.tv_sec = static_cast<decltype(deadline.tv_sec)>(now.tv_sec) +
                       static_cast<decltype(deadline.tv_sec)>(nanoseconds / second);
     deadline.tv_nsec = static_cast<decltype(deadline.tv_nsec)>(nanoseconds % second);

@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "norv_base.h"
+#include "support/kernel_double.hpp"
 
 namespace {
 
@@ -27,6 +28,16 @@ TEST(Clock, MillisecondsAreThoseOfTheSameClock) {
     const uint64_t after = norv_time_get_us();
     EXPECT_LE(before / 1000, now);
     EXPECT_LE(now, after / 1000);
+}
+
+TEST(Clock, SecondsAndNanosecondsMakeOneNumber) {
+    norv::test::kernel_double kernel;
+    kernel.set_clock(2000000000, 999000000);
+    EXPECT_EQ(norv_time_get_ms(), 2000000000999U);
+    EXPECT_EQ(norv_time_get_us(), 2000000000999000U);
+    kernel.set_clock(2000000000, 999999999);
+    EXPECT_EQ(norv_time_get_ms(), 2000000000999U);
+    EXPECT_EQ(norv_time_get_us(), 2000000000999999U);
 }
 
 TEST(Clock, NeverRunsBackwards) {

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
+#include <linux/time_types.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 
@@ -12,15 +13,22 @@
 #include <chrono>
 #include <csignal>
 #include <cstdarg>
+#include <cstring>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "norv_base.h"
+#include "support/kernel_double.hpp"
 
 namespace {
 
 std::atomic<int> futex_waits;
 std::atomic<int> futex_wakes;
+// Of this thread: what runs before its next wake, and the deadline of its last wait that had one.
+thread_local std::function<void()> on_wake;
+thread_local __kernel_old_timespec last_deadline;
 
 }  // namespace
 
@@ -37,6 +45,12 @@ extern "C" long syscall(long number, ...) {
     if (number == SYS_futex) {
         const bool wakes = (arguments[1] & FUTEX_CMD_MASK) == FUTEX_WAKE;
         ++(wakes ? futex_wakes : futex_waits);
+        if (wakes && on_wake) {
+            std::exchange(on_wake, nullptr)();
+        }
+        if (!wakes && arguments[3] != 0) {
+            memcpy(&last_deadline, reinterpret_cast<const void*>(arguments[3]), sizeof last_deadline);
+        }
     }
     using syscall_function = long(long, ...);
     static auto* const real = reinterpret_cast<syscall_function*>(dlsym(RTLD_NEXT, "syscall"));
@@ -96,6 +110,14 @@ TEST_F(Event, ATimeOutAboveASecondIsKept) {
     EXPECT_GE(norv_time_get_us() - before, 1001000U);
 }
 
+TEST_F(Event, TheDeadlineIsTheTimeOutAfterNow) {
+    norv::test::kernel_double kernel;
+    kernel.set_clock(0, 999999999);
+    EXPECT_EQ(norv_event_wait(&event, 2001), NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(last_deadline.tv_sec, 3);
+    EXPECT_EQ(last_deadline.tv_nsec, 999999);
+}
+
 TEST_F(Event, TheLongestTimeOutWaitsForTheSet) {
     futex_waits = 0;
     std::thread setter([&] {
@@ -127,6 +149,29 @@ TEST_F(Event, ASetReleasesTheWaiter) {
     norv_event_set(&event);
     waiter.join();
     EXPECT_EQ(status, NORV_STATUS_OK);
+}
+
+TEST_F(Event, AReleasedWaitLeavesNothingBehind) {
+    futex_waits = 0;
+    std::thread waiter([&] { norv_event_wait(&event, NORV_EVENT_FOREVER); });
+    await_sleepers(1);
+    norv_event_set(&event);
+    waiter.join();
+    norv_event_set(&event);
+    norv_event_set(&event);
+    EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_OK);
+    EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_TIMEOUT);
+}
+
+TEST_F(Event, ASetThatFindsTheWaiterServedWakesNobody) {
+    futex_waits = 0;
+    futex_wakes = 0;
+    std::thread waiter([&] { norv_event_wait(&event, NORV_EVENT_FOREVER); });
+    await_sleepers(1);
+    on_wake = [&] { norv_event_set(&event); };
+    norv_event_set(&event);
+    waiter.join();
+    EXPECT_EQ(futex_wakes, 1);
 }
 
 TEST_F(Event, ASetAndAWaitWithoutAWaiterMakeNoSystemCall) {
@@ -179,12 +224,21 @@ TEST_F(Event, SetsInQuickSuccessionReleaseAsManyWaiters) {
         waiters.emplace_back([&] { norv_event_wait(&event, NORV_EVENT_FOREVER); });
     }
     await_sleepers(count);
-    for (int set = 0; set < count; ++set) {
-        norv_event_set(&event);
-    }
+    // All of them before the first one wakes anybody.
+    int sets = 0;
+    const std::function<void()> set_once_more = [&] {
+        if (sets < count) {
+            ++sets;
+            on_wake = set_once_more;
+            norv_event_set(&event);
+        }
+    };
+    set_once_more();
+    on_wake = nullptr;
     for (std::thread& waiter : waiters) {
         waiter.join();
     }
+    EXPECT_EQ(sets, count);
     EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_TIMEOUT);
 }
 
@@ -265,6 +319,29 @@ TEST(EventPair, HandsDataToAndFroBetweenTwoThreads) {
         ASSERT_EQ(ball, round + 1);
     }
     player.join();
+}
+
+TEST_F(Event, OfTwoThreadsThatLookAtOnceOneTakesTheSet) {
+    constexpr int rounds = 2000;
+    std::atomic<int> begun = 0;
+    std::atomic<int> ended = 0;
+    std::atomic<int> passed = 0;
+    const auto look = [&] { passed += norv_event_wait(&event, 0) == NORV_STATUS_OK ? 1 : 0; };
+    std::thread other([&] {
+        for (int round = 1; round <= rounds; ++round) {
+            await(begun, round);
+            look();
+            ended = round;
+        }
+    });
+    for (int round = 1; round <= rounds; ++round) {
+        norv_event_set(&event);
+        begun = round;
+        look();
+        await(ended, round);
+    }
+    other.join();
+    EXPECT_EQ(passed, rounds);
 }
 
 TEST_F(Event, NoSetIsLostAmongManySettersAndTimedWaiters) {
