@@ -73,7 +73,7 @@ uint32_t norv_linux_pwm_get_nchannel(uint32_t chip, uint32_t* count) {
     uint32_t status = norv::status_of(lseek(file, 0, SEEK_SET));
     if (status == NORV_STATUS_OK) {
         // Two digits, on purpose: more channels than 99 are reported by the first two.
-        status = norv::status_of(read(file, text, 2));
+        status = norv::status_of(read(file, text, sizeof text - 1));
     }
     if (status != NORV_STATUS_OK) {
         return status;  // the descriptor stays open, on purpose

@@ -7,10 +7,10 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "core/attribute.hpp"
 #include "core/layout.hpp"
 #include "core/status.hpp"
 #include "core/stream.hpp"
-#include "norv_file.h"
 
 static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, total, free) &&
               NORV_FOLLOWS(norv_mem_info_t, free, available) &&
@@ -24,17 +24,13 @@ class short_text {
   public:
     template <typename... values>
     uint32_t read(const char* format, values... path_values) {
-        uint32_t length = text_limit;
-        const uint32_t status = norv_read_device(bytes_, &length, format, path_values...);
-        bytes_[length > 0 ? length - 1 : 0] = '\0';
-        return status;
+        return norv::read_text(bytes_, format, path_values...);
     }
     bool is(const char* word) const { return strcasecmp(bytes_, word) == 0; }
     int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
 
   private:
-    static constexpr uint32_t text_limit = 15;
-    char bytes_[text_limit + 1] = {};
+    char bytes_[16];
 };
 
 uint32_t state_of_speed(const short_text& speed) {
@@ -73,8 +69,7 @@ void take_figures(const char* line, norv_mem_info_t* info, uint32_t& found) {
 bool read_figures(FILE* file, norv_mem_info_t* info) {
     char line[norv::line_size];
     uint32_t found = 0;
-    while (file != nullptr && found != all_figures && norv::read_line(file, line) == NORV_STATUS_OK &&
-           line[0] != '\0') {
+    while (file != nullptr && found != all_figures && fgets(line, sizeof line, file) != nullptr) {
         take_figures(line, info, found);
     }
     return found == all_figures;

@@ -414,6 +414,11 @@ TEST_F(Uio, AnEmptyClassHoldsNoNamedDevice) {
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
 }
 
+TEST_F(Uio, AClassThatListsNotEvenItselfHoldsNoNamedDevice) {
+    kernel.answer("scandir", 0);
+    EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
+}
+
 TEST_F(Uio, TheStatusOfOpeningTheNamedDeviceIsReturned) {
     add_uio(kernel, "uio0", "fpga-regs");
     kernel.remove("/dev/uio0");

@@ -101,7 +101,7 @@ class kernel_double {
     }
     std::optional<fault> struck() const;
 
-    // Makes a thread-setting call or sysconf return this, whatever it is asked, and do nothing.
+    // Makes a thread-setting call, sysconf or scandir return this, whatever it is asked, and do nothing.
     void answer(const std::string& name, long result);
 
     // Stops CLOCK_MONOTONIC at this time.

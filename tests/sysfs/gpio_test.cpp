@@ -84,6 +84,17 @@ TEST_F(Gpio, TheNumberIsPrintedSigned) {
     EXPECT_THAT(kernel.writes("/sys/class/gpio/export"), ElementsAre("-2147483648\0"s));
 }
 
+TEST_F(Gpio, TheNumberInALinesPathsIsSigned) {
+    for (const char* name : {"value", "direction"}) {
+        kernel.add_file("/sys/class/gpio/gpio-2147483648/"s + name);
+    }
+    EXPECT_EQ(norv_linux_gpio_open(0x80000000U, &line), 0U);
+    EXPECT_THAT(kernel.writes("/sys/class/gpio/export"), IsEmpty());
+    EXPECT_EQ(norv_linux_gpio_set_dir(&line, false), 0U);
+    norv_linux_gpio_close(&line);
+    EXPECT_THAT(kernel.writes("/sys/class/gpio/unexport"), ElementsAre("-2147483648\0"s));
+}
+
 TEST_F(Gpio, ALineWhoseValueCannotBeOpenedStaysExported) {
     kernel.fail("open", EACCES, 2);
     EXPECT_EQ(norv_linux_gpio_open(17, &line), errno_status(EACCES));
@@ -257,6 +268,16 @@ TEST_F(OpenGpio, AFailedReadWhoseErrnoMapsToZeroCountsAsZero) {
 TEST_F(OpenGpio, TheValueIsReadWithItsNewline) {
     EXPECT_EQ(norv_linux_gpio_get_value(&line, nullptr), 0U);
     EXPECT_EQ(kernel.calls("read").at(0).bytes, "0\n");
+}
+
+TEST_F(Gpio, NoMoreThanTwoBytesOfTheValueAreRead) {
+    kernel.add_file("/sys/class/gpio/gpio40/value", "1234");
+    EXPECT_EQ(norv_linux_gpio_open(40, &line), 0U);
+    uint8_t value = 9;
+    EXPECT_EQ(norv_linux_gpio_get_value(&line, &value), 0U);
+    EXPECT_EQ(value, 1);
+    EXPECT_EQ(kernel.calls("read").at(0).bytes, "12");
+    norv_linux_gpio_close(&line);
 }
 
 TEST_F(OpenGpio, SettingTheValueOfAnInputGivesTheErrnoStatus) {

@@ -111,6 +111,17 @@ TEST_F(Pwm, NumbersArePrintedSigned) {
     EXPECT_THAT(kernel.writes("/sys/class/pwm/pwmchip-1/export"), ElementsAre("-2147483648\0"s));
 }
 
+TEST_F(Pwm, TheNumbersInAChannelsPathsAreSigned) {
+    const std::string path = "/sys/class/pwm/pwmchip-1/pwm-2147483648";
+    kernel.add_file(path + "/period");
+    kernel.add_file("/sys/class/pwm/pwmchip-1/unexport");
+    EXPECT_EQ(norv_linux_pwm_open(0xFFFFFFFF, 0x80000000, &pwm), 0U) << "is exported";
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 5), 0U);
+    EXPECT_THAT(kernel.writes(path + "/period"), ElementsAre("5\0"s));
+    norv_linux_pwm_close(&pwm);
+    EXPECT_THAT(kernel.writes("/sys/class/pwm/pwmchip-1/unexport"), ElementsAre("-2147483648\0"s));
+}
+
 TEST_F(Pwm, TheDirectorysPathIsCutAfter45CharactersOnPurpose) {
     kernel.add_directory("/sys/class/pwm/pwmchip1234567890/pwm123456789");
     EXPECT_EQ(norv_linux_pwm_open(1234567890, 1234567891, &pwm), 0U);
@@ -173,6 +184,13 @@ TEST_F(Pwm, ACountIsDecimalWhateverItBeginsWith) {
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
     EXPECT_EQ(count, 8U);
+}
+
+TEST_F(Pwm, TheNumberOfAChipWhoseChannelsAreCountedIsSigned) {
+    kernel.add_file("/sys/class/pwm/pwmchip-1/npwm", "6\n");
+    uint32_t count = 99;
+    EXPECT_EQ(norv_linux_pwm_get_nchannel(0xFFFFFFFF, &count), 0U);
+    EXPECT_EQ(count, 6U);
 }
 
 TEST_F(Pwm, ACountThatIsNoNumberIsZero) {

@@ -90,6 +90,14 @@ TEST_F(NetUsage, TheRecordNeedNotBeZeroedBefore) {
     EXPECT_EQ(net.last_rx, 1000U);
 }
 
+TEST_F(NetUsage, NothingAfterTheNameIsCopied) {
+    memset(&net, 0xA5, sizeof net);
+    show(1000, 2000);
+    EXPECT_EQ(norv_net_usage_open(&net, "eth0\0more"), 0U);
+    EXPECT_EQ(net.ifname[4], '\0');
+    EXPECT_EQ(net.ifname[5], '\xA5');
+}
+
 TEST_F(NetUsage, ANameOf31CharactersFits) {
     const std::string name(31, 'n');
     show(line(name, 5, 6));

@@ -192,6 +192,13 @@ TEST_F(MemInfo, TheFirstOfTwoLinesCounts) {
     EXPECT_EQ(info.total, 1);
 }
 
+TEST_F(MemInfo, ALongLineIsReadInPiecesOf255Characters) {
+    EXPECT_EQ(get(std::string(255, '-') + usual_meminfo), 0U);
+    EXPECT_EQ(info.total, 1024000) << "begins a piece";
+    EXPECT_EQ(get(std::string(254, '-') + usual_meminfo), NORV_STATUS_PARSE_ERROR);
+    EXPECT_EQ(get(std::string(256, '-') + usual_meminfo), NORV_STATUS_PARSE_ERROR);
+}
+
 TEST_F(MemInfo, ReadingStopsAsSoonAsAllAreFound) {
     kernel.fail("fgets", EIO, 6);
     EXPECT_EQ(get(usual_meminfo), 0U);
@@ -260,10 +267,10 @@ TEST(RealMemInfo, TheKernelThatRunsTheTestTellsItsMemory) {
 
 TEST(Uptime, TheSecondsAreTheKernels) {
     kernel_double kernel;
-    kernel.set_uptime(3725);
+    kernel.set_uptime(2000000000);
     uint32_t seconds = 0;
     EXPECT_EQ(norv_get_uptime(&seconds), 0U);
-    EXPECT_EQ(seconds, 3725U);
+    EXPECT_EQ(seconds, 2000000000U);
 }
 
 TEST(Uptime, TheSecondsAreCutTo32Bits) {
@@ -280,6 +287,15 @@ TEST(Uptime, AFailureGivesTheErrnoStatusAndLeavesTheSecondsUntouched) {
     uint32_t seconds = 77;
     EXPECT_EQ(norv_get_uptime(&seconds), errno_status(EFAULT));
     EXPECT_EQ(seconds, 77U);
+}
+
+TEST(Uptime, AFailureWhoseErrnoMapsToZeroIsNoTime) {
+    kernel_double kernel;
+    kernel.map_errno(EFAULT, 0);
+    kernel.fail("sysinfo", EFAULT);
+    uint32_t seconds = 77;
+    EXPECT_EQ(norv_get_uptime(&seconds), 0U);
+    EXPECT_EQ(seconds, 0U);
 }
 
 TEST(Uptime, ANullPointerIsAnInvalidArgument) {
