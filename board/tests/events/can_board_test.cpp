@@ -8,6 +8,7 @@
 #include <linux/can.h>
 #include <linux/can/raw.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -363,6 +364,24 @@ TEST_P(CanOnBoard, TheEventLoopServesAChannel) {
 
 // ---- many frames
 
+// Keeps the calling thread on the processor that it runs on.
+class pinned_thread {
+  public:
+    pinned_thread() {
+        cpu_set_t here;
+        CPU_ZERO(&here);
+        CPU_SET(static_cast<size_t>(sched_getcpu()), &here);
+        EXPECT_EQ(sched_getaffinity(0, sizeof before_, &before_), 0);
+        EXPECT_EQ(sched_setaffinity(0, sizeof here, &here), 0);
+    }
+    ~pinned_thread() { EXPECT_EQ(sched_setaffinity(0, sizeof before_, &before_), 0); }
+    pinned_thread(const pinned_thread&) = delete;
+    pinned_thread& operator=(const pinned_thread&) = delete;
+
+  private:
+    cpu_set_t before_;
+};
+
 // Sends numbered frames from one thread, never more than `window` ahead of the reader on another, and counts
 // those that come in their place.
 uint64_t frames_in_place(norv_linux_can_raw_t* sender, norv_linux_can_raw_t* receiver, uint64_t count,
@@ -376,6 +395,9 @@ uint64_t frames_in_place(norv_linux_can_raw_t* sender, norv_linux_can_raw_t* rec
             received += lost ? 0 : 1;
         }
     });
+    // A frame waits in a queue of the processor that sent it: frames sent on two processors may overtake each
+    // other.
+    const pinned_thread one_queue;
     for (uint64_t number = 0; number < count && !lost; ++number) {
         while (number >= received + window && !lost) {
             std::this_thread::yield();
