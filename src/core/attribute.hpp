@@ -45,7 +45,7 @@ uint32_t read_text(char (&text)[room], const char* path_format, values... path_v
     // Cleared, because a failure whose errno maps to 0 counts as a read of the whole length.
     memset(text, 0, room);
     const uint32_t status = norv_read_device(text, &length, path_format, path_values...);
-    if (status == NORV_STATUS_OK && length > 0) {
+    if (length > 0) {
         text[length - 1] = '\0';
     }
     return status;

@@ -131,7 +131,7 @@ uint32_t open_parts(norv_epoll_t* loop) {
 }  // namespace
 
 void norv::serve_posted_call(norv_epoll_t* loop) {
-    eventfd_t posts = 0;
+    eventfd_t posts;
     while (eventfd_read(loop->call_descriptor, &posts) == 0) {
     }
     const norv_epoll_call_fn function = __atomic_load_n(&loop->call_function, __ATOMIC_ACQUIRE);
@@ -166,11 +166,12 @@ uint32_t norv_epoll_close(norv_epoll_t* loop) {
 }
 
 uint32_t norv_epoll_exit(norv_epoll_t* loop) {
-    return norv_epoll_call_sync(loop, request_exit, 0, 0);
+    return norv_epoll_call_sync(loop, request_exit, norv::no_argument, norv::no_argument);
 }
 
 uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop) {
-    return loop != nullptr ? post(loop, do_nothing, 0, 0) : NORV_STATUS_INVALID_ARG;
+    return loop != nullptr ? post(loop, do_nothing, norv::no_argument, norv::no_argument)
+                           : NORV_STATUS_INVALID_ARG;
 }
 
 uint32_t norv_epoll_call_sync(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1,
@@ -201,7 +202,8 @@ uint32_t norv_epoll_fd_ignore_once(norv_epoll_t* loop, norv_epoll_fd_t* record) 
     if (record == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    return norv_epoll_call_sync(loop, ignore_pending_event, static_cast<uint32_t>(record->descriptor), 0);
+    return norv_epoll_call_sync(loop, ignore_pending_event, static_cast<uint32_t>(record->descriptor),
+                                norv::no_argument);
 }
 
 uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* record) {

@@ -7,6 +7,9 @@
 
 namespace norv {
 
+// Of a call that takes fewer than two.
+constexpr uint64_t no_argument = 0;
+
 // Atomic because a thread that finds no loop running may set the flag while another one starts the loop.
 inline void set_exit(norv_epoll_t* loop, bool requested) {
     __atomic_store_n(&loop->exit, static_cast<uint8_t>(requested), __ATOMIC_RELAXED);

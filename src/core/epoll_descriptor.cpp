@@ -34,7 +34,7 @@ int32_t event_descriptor(const norv_epoll_event_fd_t* event) {
 
 // Takes what was raised; false when nothing was.
 bool take(const norv_epoll_event_fd_t* event) {
-    eventfd_t count = 0;
+    eventfd_t count;
     return eventfd_read(event_descriptor(event), &count) == 0;
 }
 

@@ -179,7 +179,7 @@ uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer_t* timer
     }
     // On the calling thread: the way to the loop thread does not make the timer later.
     const timer_request request = {timer, ms + norv_time_get_ms(), ms, repeat};
-    return norv_epoll_call_sync(loop, schedule_timer, argument_of(&request), 0);
+    return norv_epoll_call_sync(loop, schedule_timer, argument_of(&request), norv::no_argument);
 }
 
 uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint64_t microseconds,
@@ -189,7 +189,7 @@ uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* ti
 }
 
 uint32_t norv_epoll_timer_cancel(norv_epoll_t* loop, norv_epoll_timer_t* timer) {
-    return timer != nullptr ? norv_epoll_call_sync(loop, cancel_timer, argument_of(timer), 0)
+    return timer != nullptr ? norv_epoll_call_sync(loop, cancel_timer, argument_of(timer), norv::no_argument)
                             : NORV_STATUS_INVALID_ARG;
 }
 
@@ -203,8 +203,9 @@ uint32_t norv_epoll_delayed_schedule(norv_epoll_t* loop, norv_epoll_delayed_t* d
 }
 
 uint32_t norv_epoll_delayed_cancel(norv_epoll_t* loop, norv_epoll_delayed_t* delayed) {
-    return delayed != nullptr ? norv_epoll_call_sync(loop, cancel_delayed, argument_of(delayed), 0)
-                              : NORV_STATUS_INVALID_ARG;
+    return delayed != nullptr
+               ? norv_epoll_call_sync(loop, cancel_delayed, argument_of(delayed), norv::no_argument)
+               : NORV_STATUS_INVALID_ARG;
 }
 
 uint8_t norv_epoll_delayed_pending(const norv_epoll_delayed_t* delayed) {

@@ -30,10 +30,9 @@ uint64_t ticks_of(const timespec& time) {
 }
 
 timespec time_of(uint64_t ticks) {
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(ticks / ticks_per_second);
-    time.tv_nsec = static_cast<decltype(time.tv_nsec)>(ticks % ticks_per_second * nanoseconds_per_tick);
-    return time;
+    return {
+        .tv_sec = static_cast<time_t>(ticks / ticks_per_second),
+        .tv_nsec = static_cast<decltype(timespec::tv_nsec)>(ticks % ticks_per_second * nanoseconds_per_tick)};
 }
 
 // ---- The manager record's operations ----

@@ -177,6 +177,17 @@ TEST_F(EventDescriptor, AnActivationCallsBackOnce) {
     destroy(raised);
 }
 
+TEST_F(EventDescriptor, AnEventThatIsNotRegisteredIsRaised) {
+    event raised;
+    create(raised);
+    norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
+    EXPECT_EQ(activate(raised), NORV_STATUS_OK);
+    norv_epoll_fd_add(&loop.handle, &raised.record.registration, EPOLLIN);
+    run_one_round();
+    EXPECT_EQ(raised.calls, 1);
+    destroy(raised);
+}
+
 TEST_F(EventDescriptor, ThreeActivationsBeforeTheLoopRunsYieldOneCallback) {
     event raised;
     create(raised);

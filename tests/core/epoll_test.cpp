@@ -595,6 +595,17 @@ TEST_F(EventLoop, ARemovalWhoseErrnoMapsToZeroDropsThePendingEvent) {
     EXPECT_EQ(second.deliveries, 0);
 }
 
+TEST_F(EventLoop, DescriptorsAreComparedWithAllTheirBits) {
+    norv_epoll_fd_t high = {&loop.handle, 0x10005, nullptr};
+    norv_epoll_fd_t low = {&loop.handle, 5, nullptr};
+    loop.handle.ready_count = 2;
+    loop.handle.ready[0].data.ptr = &low;
+    loop.handle.ready[1].data.ptr = &high;
+    EXPECT_EQ(norv_epoll_fd_ignore_once(&loop.handle, &high), NORV_STATUS_OK);
+    EXPECT_EQ(loop.handle.ready[0].data.ptr, &low);
+    EXPECT_EQ(loop.handle.ready[1].data.ptr, nullptr);
+}
+
 TEST_F(EventLoop, IgnoringOnceNeverDropsAPostedCall) {
     // The handle, taken for a descriptor's record, would show the number of the epoll descriptor.
     norv_epoll_fd_t lookalike = {&loop.handle, loop.handle.epoll_descriptor, nullptr};

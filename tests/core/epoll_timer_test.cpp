@@ -746,6 +746,23 @@ TEST_F(DelayedCall, ACallScheduledFromACallRunsInTheSameRoundBeforeLessUrgentOne
     EXPECT_THAT(journal, ElementsAre("first", "urgent", "waiting"));
 }
 
+TEST_F(DelayedCall, ACallOfTheRoundComesBeforeCallsLeftFromBefore) {
+    delayed_call late(note("late"));
+    delayed_call first([&] {
+        journal.emplace_back("first");
+        schedule(late, 5);
+    });
+    delayed_call second(note("second"));
+    delayed_call third(note("third"));
+    schedule(first, 5);
+    schedule(second, 5);
+    schedule(third, 5);
+    run_one_round();
+    // The round began to count at 0, and had one call of its own already.
+    EXPECT_THAT(journal, testing::AnyOf(ElementsAre("first", "late", "second", "third"),
+                                        ElementsAre("first", "second", "late", "third")));
+}
+
 TEST_F(DelayedCall, SchedulingAQueuedCallKeepsItsPlaceAndItsPriority) {
     delayed_call queued(note("queued"));
     delayed_call other(note("other"));

@@ -142,6 +142,12 @@ TEST_F(File, AFailedOpenStoresTheNegativeResultAndGivesTheErrnoStatus) {
     EXPECT_EQ(descriptor, -1);
 }
 
+TEST_F(File, AnEmptyPathIsNotFound) {
+    int32_t descriptor = 5;
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "%s", ""), NORV_STATUS_NOT_FOUND);
+    EXPECT_EQ(descriptor, -1);
+}
+
 TEST_F(File, APathThatCannotBeFormattedIsAnInvalidArgument) {
     int32_t descriptor = 5;
     EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/%ls", unprintable), NORV_STATUS_INVALID_ARG);
@@ -269,6 +275,7 @@ TEST_F(Transfer, ATextThatDoesNotFitIsRefusedAndNothingIsWritten) {
     EXPECT_EQ(norv_write_string(descriptor, 3, "%s", "abc"), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_write_string(descriptor, 0, "%s", ""), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_write_string(descriptor, 5000, "%5000d", 1), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_write_string(descriptor, 5000, "%65537d", 1), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
 }
 

@@ -112,6 +112,13 @@ TEST(ThreadAffinityMask, AnEmptyMaskGoesToTheKernelWhichRefusesIt) {
     EXPECT_THAT(asked_processors(kernel), IsEmpty());
 }
 
+TEST(ThreadAffinityMask, OneProcessorIsACountToo) {
+    kernel_double kernel;
+    build_machine(kernel, 1);
+    EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_OK);
+    EXPECT_THAT(asked_processors(kernel), ElementsAre(0));
+}
+
 TEST(ThreadAffinityMask, AFailureToCountTheProcessorsIsReported) {
     kernel_double kernel;
     kernel.fail("sysconf", EIO);

@@ -85,7 +85,11 @@ long sysconf(int name) noexcept {
     }
     call made;
     made.name = "sysconf";
-    return pass_journalled(made, -1L, [&] { return REAL(sysconf)(name); });
+    const long result = pass_journalled(made, -1L, [&] { return REAL(sysconf)(name); });
+    if (result > 0 && active_kernel() != nullptr) {
+        errno = EBUSY;  // a success may leave anything there
+    }
+    return result;
 }
 
 // The journal keeps the thread as the flags, the set's size as the request, and the set's bytes.
