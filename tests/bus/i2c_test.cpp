@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -122,6 +123,15 @@ TEST_F(I2c, ClosingClosesTheDescriptorAndLeavesTheStoredValueAsItIs) {
     norv_linux_i2c_close(&bus);
     EXPECT_EQ(bus, opened);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(I2c, ClosingLooksAtAllBitsOfTheDescriptor) {
+    norv_linux_i2c_open(1, &bus);
+    const int32_t other = bus + 0x10000;
+    // It is not open, which the kernel double reports.
+    EXPECT_NONFATAL_FAILURE(norv_linux_i2c_close(&other), "was closed, but is not open");
+    EXPECT_EQ(kernel.open_descriptors(), 1U);
+    norv_linux_i2c_close(&bus);
 }
 
 TEST_F(I2c, ClosingADescriptorOfZeroOrLessDoesNothing) {

@@ -166,6 +166,7 @@ TEST_F(Spi, OpeningWithoutAConfigurationOpensNothingAndLeavesAClosedHandle) {
     spi = {77, 1};
     EXPECT_EQ(norv_linux_spi_open("/dev/spidev1.0", nullptr, &spi), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(spi.descriptor, -1);
+    EXPECT_EQ(spi.swap16, 0);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 

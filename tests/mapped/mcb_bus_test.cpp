@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "mapped/uio_devices.hpp"
 #include "support/failure_sweep.hpp"
@@ -127,6 +128,46 @@ TEST_F(McbBus, ACountOf0DoesNothing) {
     EXPECT_EQ(bus.write_burst(&bus, 0, nullptr, 0, 0), 0U);
     EXPECT_EQ(bus.read_list_based(&bus, 0, nullptr, nullptr, 0), 0U);
     EXPECT_EQ(bus.write_list_based(&bus, 0, nullptr, 0), 0U);
+}
+
+TEST_F(McbBus, CountsHave32Bits) {
+    constexpr uint32_t count = 65537;
+    std::vector<uint32_t> addresses(count, 0x10);
+    std::vector<uint32_t> many(count);
+    addresses.back() = 0x20;
+    EXPECT_EQ(bus.read_list(&bus, addresses.data(), many.data(), count), 0U);
+    EXPECT_EQ(many.back(), 1008U);
+    EXPECT_EQ(bus.read_burst(&bus, 0x30, many.data(), count, NORV_MCB_BURST_FIXED), 0U);
+    EXPECT_EQ(many.back(), 1012U);
+    many.back() = 5;
+    EXPECT_EQ(bus.write_burst(&bus, 0x30, many.data(), count, NORV_MCB_BURST_FIXED), 0U);
+    EXPECT_EQ(node->registers[0x30 / 4], 5U);
+    std::vector<norv_mcb_reg_value_t> list(count, {0x40, 6});
+    list.back().value = 7;
+    EXPECT_EQ(bus.write_list(&bus, list.data(), count), 0U);
+    EXPECT_EQ(node->registers[0x40 / 4], 7U);
+}
+
+// A node with more than 64 KiB of registers.
+class large_node : public uio_node {
+  public:
+    std::vector<uint32_t> many = std::vector<uint32_t>(0x10010 / 4);
+
+    intptr_t map(size_t, int, int, off_t) override { return reinterpret_cast<intptr_t>(many.data()); }
+};
+
+TEST_F(McbBus, AddressesHave32Bits) {
+    const auto large = std::make_shared<large_node>();
+    norv::test::add_mapped_device(kernel, "uio", "uio1", "large", large);
+    norv_uio_close(&device);
+    EXPECT_EQ(norv_uio_open_by_idx(1, &device), 0U);
+    large->many[0x10000 / 4] = 7;
+    large->many[0x10004 / 4] = 8;
+    EXPECT_EQ(bus.read_burst(&bus, 0x10000, values.data(), 2, NORV_MCB_BURST_UP), 0U);
+    EXPECT_THAT(values, ElementsAre(7, 8, 9, 9));
+    EXPECT_EQ(bus.write_burst(&bus, 0x10008, values.data(), 2, NORV_MCB_BURST_DOWN), 0U);
+    EXPECT_EQ(large->many[0x10008 / 4], 7U);
+    EXPECT_EQ(large->many[0x10004 / 4], 8U);
 }
 
 TEST_F(McbBus, TheBasedSinglesAndBurstsAreTheSameOperations) {

@@ -435,6 +435,15 @@ TEST_F(OpenUioPci, AMissingUeventFileWhoseErrnoMapsToZeroIsASuccessWithTheKindAl
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
+TEST_F(UioPci, TheSignedIndexNamesTheConfigurationSpaceAndTheUeventFile) {
+    add_pci_uio(kernel, "uio-65537");
+    EXPECT_EQ(norv_uio_open_by_idx(static_cast<uint32_t>(-65537), &device), 0U);
+    norv_uio_info_t info = {};
+    EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
+    EXPECT_EQ(info.vendor, 0x1234U);
+    norv_uio_close(&device);
+}
+
 TEST_F(UioPci, ThePathOfTheUeventFileHas41CharactersAtMost) {
     add_pci_uio(kernel, "uio999999999");
     add_pci_uio(kernel, "uio1234567890");

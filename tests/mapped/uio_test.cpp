@@ -195,6 +195,13 @@ TEST_F(Uio, TheIndexIsPrintedSigned) {
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio-1/name");
 }
 
+TEST_F(Uio, TheSignedIndexNamesEveryFileOfTheDevice) {
+    add_uio(kernel, "uio-2147483648", "fpga-regs");
+    EXPECT_EQ(norv_uio_open_by_idx(0x80000000, &device), 0U);
+    EXPECT_EQ(opened_node(kernel), "/dev/uio-2147483648");
+    norv_uio_close(&device);
+}
+
 TEST_F(Uio, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(device, nullptr);

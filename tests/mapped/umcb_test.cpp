@@ -225,6 +225,14 @@ TEST_F(Umcb, TheIndexIsPrintedSigned) {
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/umcb/umcb-1/name");
 }
 
+TEST_F(Umcb, TheSignedIndexNamesEveryFileOfTheDevice) {
+    add_pci_umcb(kernel, "umcb-65537");
+    EXPECT_EQ(norv_umcb_open_by_idx(static_cast<uint32_t>(-65537), 0, &device), 0U);
+    EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
+    EXPECT_EQ(info.vendor, 0x1234U);
+    norv_umcb_close(&device);
+}
+
 TEST_F(Umcb, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
     EXPECT_EQ(norv_umcb_open_by_idx(3, 0, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(device, nullptr);
