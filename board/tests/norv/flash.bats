@@ -110,15 +110,17 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
 }
 
 @test "flash: CtrlCCancelsAReadAndTheCommandThatIsToldGoesOn" {
+    # The read goes on after the image, for long enough that a busy host interrupts it in time.
     random 1048576
     norv flash write --yes --address 0x800000 --end 0x920000 "$image"
-    norv_in_background flash read "$image.back" --address 0x800000 --length 1048576
+    norv_in_background flash read "$image.back" --address 0x800000 --length 3145728
     appears "read: 10 %"
     interrupt_background
     background_ends 1
-    [[ $(stat --format %s "$image.back") -lt 1048576 ]]
+    [[ $(stat --format %s "$image.back") -lt 3145728 ]]
     go_on
-    cmp "$image" "$image.back"
+    [[ $(stat --format %s "$image.back") -eq 3145728 ]]
+    cmp --bytes=1048576 "$image" "$image.back"
 }
 
 @test "flash: AnEmmcKeepsWhatIsBehindTheFile" {
