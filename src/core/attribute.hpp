@@ -15,8 +15,9 @@ namespace norv {
 class attribute {
   public:
     template <typename... values>
-    attribute(uint32_t flags, const char* path_format, values... path_values)
-        : file_(), status_(norv_open_device(flags | O_CLOEXEC, file_.out(), path_format, path_values...)) {}
+    attribute(uint32_t flags, const char* path_format, values... path_values) {
+        status_ = norv_open_device(flags | O_CLOEXEC, file_.out(), path_format, path_values...);
+    }
 
     // Writes a text with its NUL: the status of the open if that failed, else of the write.
     template <typename... values>
@@ -29,8 +30,8 @@ class attribute {
     int32_t descriptor() const { return file_.get(); }
 
   private:
-    scoped_descriptor file_;  // before the status: opened by its initialiser
-    uint32_t status_;
+    scoped_descriptor file_;
+    uint32_t status_;  // set by the constructor
 };
 
 // Compiled once, in attribute.cpp.
