@@ -61,6 +61,7 @@ DELETABLE = {
     "BreakStmt", "ContinueStmt",
 }  # fmt: skip
 TAKERS = {"CallExpr", "CXXMemberCallExpr", "CXXConstructExpr", "CXXTemporaryObjectExpr", "InitListExpr"}
+ALLOCATORS = {"malloc", "calloc", "norv_malloc", "norv_zalloc"}
 CHOICES = {"std::min", "std::max"}
 # Asked only whether two texts are the same, which is the same in either order.
 COMPARISONS = {"strcmp", "strncmp", "strcasecmp", "memcmp", "norv_strncmp", "norv_memcmp"}
@@ -86,6 +87,13 @@ def is_pointer(node):
 
 def whole(node, text):
     return node.begin, node.end, text
+
+
+def shown_parent(node):
+    parent = node.parent
+    while parent is not None and parent.kind in INVISIBLE:
+        parent = parent.parent
+    return parent
 
 
 def negated(node):
@@ -240,6 +248,12 @@ def named_constants(node):
                 yield whole(argument, b"0")
 
 
+def is_allocated(size):
+    """Whether so much memory is asked for: a byte more is never looked at."""
+    call = shown_parent(size)
+    return call is not None and call.kind == "CallExpr" and call.slots[0].text.decode() in ALLOCATORS
+
+
 def constant(node):
     if node.kind == "IntegerLiteral":
         yield from integer_constants(node)
@@ -249,7 +263,8 @@ def constant(node):
         yield whole(node, b"0.0")
         yield whole(node, b"(" + node.text + b" + 1)")
     elif node.kind == "UnaryExprOrTypeTraitExpr" and node.text.startswith(b"sizeof"):
-        yield whole(node, b"(" + node.text + b" + 1)")
+        if not is_allocated(node):
+            yield whole(node, b"(" + node.text + b" + 1)")
         yield whole(node, b"(" + node.text + b" - 1)")
     elif node.kind in ("VarDecl", "FieldDecl"):
         yield from array_sizes(node)
@@ -406,13 +421,6 @@ def increment(node):
 def arguments_of(node):
     arguments = node.slots[1:] if node.kind in ("CallExpr", "CXXMemberCallExpr") else node.slots
     return [argument for argument in arguments if argument is not None]
-
-
-def shown_parent(node):
-    parent = node.parent
-    while parent is not None and parent.kind in INVISIBLE:
-        parent = parent.parent
-    return parent
 
 
 def is_symmetric(call):

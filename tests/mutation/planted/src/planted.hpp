@@ -16,4 +16,5 @@ void planted_text(char* buffer, unsigned number);
 bool planted_is_same(const char* first, const char* second);
 int planted_smaller(int first, int second);
 bool planted_is_before(const char* first, const char* second);
+void* planted_word(const char* word);
 }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "planted.hpp"
@@ -14,4 +15,11 @@ int planted_smaller(int first, int second) {
 
 bool planted_is_before(const char* first, const char* second) {
     return strcmp(first, second) < 0;
+}
+
+// A byte more makes no difference.
+void* planted_word(const char* word) {
+    void* copy = malloc(sizeof(long));
+    memcpy(copy, word, sizeof(long));
+    return copy;
 }
