@@ -19,7 +19,7 @@ ARITHMETIC = {
     "/": ["*", "%"],
     "%": ["/", "*"],
     "&": ["|", "^"],
-    "|": ["&", "^"],
+    "|": ["&"],  # what is joined are separate bits, for which ^ does the same
     "^": ["&", "|"],
     "<<": [">>"],
     ">>": ["<<"],
@@ -62,7 +62,7 @@ DELETABLE = {
 }  # fmt: skip
 TAKERS = {"CallExpr", "CXXMemberCallExpr", "CXXConstructExpr", "CXXTemporaryObjectExpr", "InitListExpr"}
 ALLOCATORS = {"malloc", "calloc", "norv_malloc", "norv_zalloc"}
-CHOICES = {"std::min", "std::max"}
+CHOICES = {"std::min", "std::max", "calloc"}
 # Asked only whether two texts are the same, which is the same in either order.
 COMPARISONS = {"strcmp", "strncmp", "strcasecmp", "memcmp", "norv_strncmp", "norv_memcmp"}
 LOOPS = {"ForStmt", "WhileStmt", "DoStmt"}
@@ -249,14 +249,15 @@ def named_constants(node):
 
 
 def is_allocated(size):
-    """Whether so much memory is asked for: a byte more is never looked at."""
+    """Whether so much memory is asked for: a byte more is never looked at, and malloc(3) rounds up what is a byte less."""
     call = shown_parent(size)
     return call is not None and call.kind == "CallExpr" and call.slots[0].text.decode() in ALLOCATORS
 
 
 def constant(node):
     if node.kind == "IntegerLiteral":
-        yield from integer_constants(node)
+        if not is_allocated(node):
+            yield from integer_constants(node)
     elif node.kind == "CharacterLiteral":
         yield from character_constants(node)
     elif node.kind == "FloatingLiteral" and re.fullmatch(rb"[0-9.]+[fF]?", node.text):
@@ -265,7 +266,7 @@ def constant(node):
     elif node.kind == "UnaryExprOrTypeTraitExpr" and node.text.startswith(b"sizeof"):
         if not is_allocated(node):
             yield whole(node, b"(" + node.text + b" + 1)")
-        yield whole(node, b"(" + node.text + b" - 1)")
+            yield whole(node, b"(" + node.text + b" - 1)")
     elif node.kind in ("VarDecl", "FieldDecl"):
         yield from array_sizes(node)
     yield from named_constants(node)
