@@ -14,7 +14,7 @@ template <size_t path_size = 256, typename... values>
 bool is_directory(const char* format, values... path_values) {
     char path[path_size];
     snprintf(path, sizeof path, format, path_values...);
-    struct stat found {};
+    struct stat found;
     return stat(path, &found) == 0 && S_ISDIR(found.st_mode);
 }
 

@@ -163,9 +163,9 @@ uint32_t bind_to_interface(norv_linux_can_raw_t& channel) {
     channel.address.can_ifindex = channel.request.ifr_ifindex;
     const int result =
         bind(channel.descriptor, reinterpret_cast<const sockaddr*>(&channel.address), sizeof channel.address);
-    // Not errno but the negated result, 1, on purpose: every cause is reported as EPERM, and callers know it
-    // by that.
-    return result < 0 ? norv_get_status_by_errno(static_cast<uint32_t>(-result)) : NORV_STATUS_OK;
+    // Of a failure not errno but the negated result, 1, on purpose: every cause is reported as EPERM, and
+    // callers know it by that.
+    return norv_get_status_by_errno(static_cast<uint32_t>(-result));
 }
 
 // Makes the socket of a channel. What a step that failed had opened stays open until the channel is removed.

@@ -265,6 +265,6 @@ uint32_t _v4l2_check_valid(const char* path) {
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     const int result = ioctl(descriptor, VIDIOC_ENUM_FMT, &format);
     close(descriptor);
-    // The status of the result, not of errno: callers know a node that cannot capture by it.
-    return result < 0 ? norv_get_status_by_errno(static_cast<uint32_t>(result)) : NORV_STATUS_OK;
+    // Of a failure the status of the result, not of errno: callers know a node that cannot capture by it.
+    return norv_get_status_by_errno(static_cast<uint32_t>(result));
 }

@@ -94,7 +94,7 @@ bool read_uevent_file(norv_uevent_parse& parser, const char* path, size_t& size)
 }
 
 bool is_regular_file(const char* path) {
-    struct stat found = {};
+    struct stat found;
     return lstat(path, &found) == 0 && S_ISREG(found.st_mode);
 }
 

@@ -70,7 +70,7 @@ bool has_id(const char* device_class, const char* entry, const char* attribute_n
 void parse_uevent_line(const char* line, norv_uio_info_t* info) {
     if (strstr(line, "PCI_ID") != nullptr) {
         sscanf(line, "PCI_ID=%04X:%04X", &info->vendor, &info->device);
-    } else if (strstr(line, "PCI_SLOT_NAME") != nullptr) {
+    } else {  // a line of another key matches nothing
         sscanf(line, "PCI_SLOT_NAME=%04x:%02x:%02x.%d", &info->domain, &info->bus, &info->slot,
                reinterpret_cast<int32_t*>(&info->function));
     }

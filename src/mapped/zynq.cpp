@@ -95,7 +95,7 @@ uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate) {
     if (rate == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    char text[text_size] = {};
+    char text[text_size];
     // Printed signed, on purpose: 2^31 Hz and more become negative.
     snprintf(text, sizeof text, "%d", *rate);
     const uint32_t status = norv::write_text(text, zynq_rate, index);

@@ -26,6 +26,7 @@ namespace {
 
 std::atomic<int> futex_waits;
 std::atomic<int> futex_wakes;
+std::atomic<int> shared_futexes;
 // Of this thread: what runs before its next wake, and the deadline of its last wait that had one.
 thread_local std::function<void()> on_wake;
 thread_local __kernel_old_timespec last_deadline;
@@ -45,6 +46,7 @@ extern "C" long syscall(long number, ...) {
     if (number == SYS_futex) {
         const bool wakes = (arguments[1] & FUTEX_CMD_MASK) == FUTEX_WAKE;
         ++(wakes ? futex_wakes : futex_waits);
+        shared_futexes += (arguments[1] & FUTEX_PRIVATE_FLAG) == 0 ? 1 : 0;
         if (wakes && on_wake) {
             std::exchange(on_wake, nullptr)();
         }
@@ -149,6 +151,7 @@ TEST_F(Event, ASetReleasesTheWaiter) {
     norv_event_set(&event);
     waiter.join();
     EXPECT_EQ(status, NORV_STATUS_OK);
+    EXPECT_EQ(shared_futexes, 0) << "an event is of one process";
 }
 
 TEST_F(Event, AReleasedWaitLeavesNothingBehind) {

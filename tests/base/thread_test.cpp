@@ -1,5 +1,6 @@
 // Thread identity and the thread watchdog, whose clock these tests hold in their hands.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <set>
@@ -40,6 +41,7 @@ class Watchdog : public testing::Test {
 TEST(ThreadIdentity, IsNeverZeroAndStaysTheSame) {
     EXPECT_NE(norv_get_curr_pthread_id(), 0U);
     EXPECT_EQ(norv_get_curr_pthread_id(), norv_get_curr_pthread_id());
+    EXPECT_EQ(norv_get_curr_pthread_id(), static_cast<uint64_t>(pthread_self()));
 }
 
 TEST(ThreadIdentity, ThreadsThatLiveAtTheSameTimeDiffer) {

@@ -434,6 +434,14 @@ TEST_F(EventDescriptor, RemovingAndClosingEndsAnEventWithTheDescriptor0) {
     EXPECT_EQ(raised.calls, 0);
 }
 
+TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor1TakesItOffTheLoop) {
+    timer_descriptor armed;
+    armed.record.registration = {&loop.handle, 1, nullptr};
+    armed.record.timer.descriptor = -1;  // standard output stays open
+    destroy(armed);
+    EXPECT_EQ(armed.record.registration.loop, nullptr);
+}
+
 TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor0NeitherRemovesNorClosesItOnPurpose) {
     const no_standard_input closed;
     timer_descriptor due;

@@ -606,6 +606,18 @@ TEST_F(EventLoop, DescriptorsAreComparedWithAllTheirBits) {
     EXPECT_EQ(loop.handle.ready[1].data.ptr, nullptr);
 }
 
+TEST_F(EventLoop, IgnoringOnceLeavesEventsThatWereDelivered) {
+    norv_epoll_fd_t delivered = {&loop.handle, 5, nullptr};
+    norv_epoll_fd_t pending = {&loop.handle, 5, nullptr};
+    loop.handle.ready_count = 2;
+    loop.handle.dispatch_index = 1;
+    loop.handle.ready[0].data.ptr = &delivered;
+    loop.handle.ready[1].data.ptr = &pending;
+    EXPECT_EQ(norv_epoll_fd_ignore_once(&loop.handle, &pending), NORV_STATUS_OK);
+    EXPECT_EQ(loop.handle.ready[0].data.ptr, &delivered);
+    EXPECT_EQ(loop.handle.ready[1].data.ptr, nullptr);
+}
+
 TEST_F(EventLoop, IgnoringOnceNeverDropsAPostedCall) {
     // The handle, taken for a descriptor's record, would show the number of the epoll descriptor.
     norv_epoll_fd_t lookalike = {&loop.handle, loop.handle.epoll_descriptor, nullptr};

@@ -157,6 +157,9 @@ TEST_F(LoopTimer, MicrosecondsAreCutToWholeMilliseconds) {
     EXPECT_EQ(due.record.expiry, 1002U);
     EXPECT_EQ(due.record.repeat, 1U);
     norv_epoll_timer_cancel(&loop.handle, &due.record);
+    EXPECT_EQ(norv_epoll_timer_schedule_us(&loop.handle, &due.record, 70000999, true), NORV_STATUS_OK);
+    EXPECT_EQ(due.record.period, 70000U);
+    norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
 TEST_F(LoopTimer, LessThan1000MicrosecondsAreATimerOfZeroMilliseconds) {
@@ -288,6 +291,16 @@ TEST_F(LoopTimer, DueTimersFireInTheOrderOfTheirExpiry) {
     set_ms(1100);
     run_one_round();
     EXPECT_THAT(journal, ElementsAre("first", "second", "third"));
+}
+
+TEST_F(LoopTimer, OneMillisecondDecidesTheOrder) {
+    timer second(note("second"));
+    timer first(note("first"));
+    schedule(second, 11);
+    schedule(first, 10);
+    set_ms(1100);
+    run_one_round();
+    EXPECT_THAT(journal, ElementsAre("first", "second"));
 }
 
 TEST_F(LoopTimer, OneTimeHoldsForTheWholeRound) {

@@ -191,6 +191,14 @@ TEST_F(File, ReadsOnceAndTellsTheCount) {
     EXPECT_THAT(kernel.calls("read"), SizeIs(1));
 }
 
+TEST_F(File, CountsHave32Bits) {
+    kernel.add_file("/dev/long", std::string(65537, 'x'));
+    std::string text(70000, '-');
+    auto length = static_cast<uint32_t>(text.size());
+    EXPECT_EQ(norv_read_device(text.data(), &length, "/dev/long"), 0U);
+    EXPECT_EQ(length, 65537U);
+}
+
 TEST_F(File, AShortReadIsASuccess) {
     kernel.add_device("/dev/slow", std::make_shared<slow_device>());
     char text[16] = {};
@@ -264,6 +272,11 @@ TEST_F(Transfer, AOneIsWrittenAsTwoBytes) {
 TEST_F(Transfer, FormattedTextIsWrittenWithItsNulInOneWrite) {
     EXPECT_EQ(norv_write_string(descriptor, 12, "%s%d", "a", 7), 0U);
     EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("a7\0"s));
+}
+
+TEST_F(Transfer, AnEmptyTextIsItsNul) {
+    EXPECT_EQ(norv_write_string(descriptor, 1, "%s", ""), 0U);
+    EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("\0"s));
 }
 
 TEST_F(Transfer, AShortWriteOfATextIsASuccess) {

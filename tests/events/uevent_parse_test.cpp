@@ -530,6 +530,13 @@ TEST_F(OpenUeventParse, AProductNameThatCannotBeReadIsEmpty) {
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
+TEST_F(OpenUeventParse, AnUnknownKeyTellsNothing) {
+    receive(
+        uevent_message("add", "/devices/a",
+                       {"SUBSYSTEM=usb", "DEVTYPE=usb_device", "AAA=remove", "MMM=remove", "ZZZ=remove"}));
+    EXPECT_EQ(device(0).action, NORV_UEVENT_ACTION_ADD);
+}
+
 TEST_F(OpenUeventParse, EveryTextIsCutAt511Characters) {
     const std::string text(600, 't');
     receive(
@@ -676,6 +683,11 @@ TEST_F(WebcamOnOpenParser, ANodeWithoutANameIsNotTaken) {
     receive(uevent_message("add", path + "/1-1:1.0/input/input3", {"SUBSYSTEM=input", "DEVNAME="}));
     EXPECT_THAT(parser.calls, IsEmpty());
     EXPECT_EQ(device(0).child_count, 0U);
+}
+
+TEST_F(WebcamOnOpenParser, ANameMayBeginWithAnyByte) {
+    receive(uevent_message("add", path + "/event0", {"SUBSYSTEM=input", "DEVNAME=\xC3\xA9vent0"}));
+    EXPECT_EQ(child().devnode, std::string("/dev/\xC3\xA9vent0"));
 }
 
 TEST_F(WebcamOnOpenParser, ANodeWithoutNumbersHasAllBitsSetInThem) {

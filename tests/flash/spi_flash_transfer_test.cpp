@@ -242,6 +242,13 @@ TEST_F(ContinueWrite, ALengthOfZeroOnlyMovesTheEndToTheAddress) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+TEST_F(ContinueWrite, TheCursorHas32Bits) {
+    open({nor(0x20000, 0x1000)});
+    end = 0x20000;
+    EXPECT_EQ(write(0x11000, pattern(0x1000)), 0U);
+    EXPECT_EQ(end, 0x12000U);
+}
+
 TEST_F(ContinueWrite, GoesOverTheBorderOfPartitionsWithDifferentBlocks) {
     open({nor(0x4000, 0x1000), nand(0x8000, 0x4000)});
     const bytes data = pattern(0x5200);

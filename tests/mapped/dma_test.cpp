@@ -162,6 +162,7 @@ TEST_P(DmaKind, AsksTheManagerForThatTypeOfMemoryAndSize) {
     EXPECT_EQ(field<uint32_t>(record(), 8), GetParam().type);
     EXPECT_EQ(field<uint32_t>(record(), 12), 0U);
     EXPECT_EQ(field<int32_t>(record(), 16), -1);
+    EXPECT_EQ(field<uint32_t>(record(), 20), 0U);
     EXPECT_EQ(field<uint64_t>(record(), 24), 0U);
 }
 
@@ -195,6 +196,7 @@ TEST_F(Dma, MemoryOfTheProcessIsNamedByItsAddress) {
     EXPECT_EQ(field<uint32_t>(record(), 8), 3U);
     EXPECT_EQ(field<uint32_t>(record(), 12), 0U);
     EXPECT_EQ(field<int32_t>(record(), 16), -1);
+    EXPECT_EQ(field<uint32_t>(record(), 20), 0U);
     EXPECT_EQ(field<uint64_t>(record(), 24), reinterpret_cast<uintptr_t>(own));
     EXPECT_EQ(norv_linux_dma_get_fd(&buffer), driver->descriptor);
 }
@@ -579,6 +581,7 @@ TEST_F(DmaBuffer, AFailedSyncWhoseErrnoMapsToZeroCountsAsSuccess) {
 TEST_F(DmaBuffer, AScatterGatherSyncPassesTheCallersValuesUnchanged) {
     EXPECT_EQ(norv_linux_dma_sg_sync(&buffer, true, 0xFEDCBA9876543210, 0x89ABCDEF), 0U);
     EXPECT_THAT(requests(), ElementsAre(sg_sync_request));
+    EXPECT_EQ(field<uint32_t>(record(), 12), 0U);
     EXPECT_EQ(field<int32_t>(record(), 0), driver->descriptor);
     EXPECT_EQ(field<uint32_t>(record(), 4), 1U);
     EXPECT_EQ(field<uint32_t>(record(), 8), 0x89ABCDEFU);

@@ -422,6 +422,7 @@ TEST_F(Uio, AnEmptyClassHoldsNoNamedDevice) {
 }
 
 TEST_F(Uio, AClassThatListsNotEvenItselfHoldsNoNamedDevice) {
+    add_uio(kernel, "uio0", "another");
     kernel.answer("scandir", 0);
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
 }

@@ -307,6 +307,18 @@ TEST_F(OpenGpio, WithoutAnEdgeTheWaitTimesOut) {
     EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 5), NORV_STATUS_TIMEOUT);
 }
 
+TEST_F(OpenGpio, AStaleErrnoDoesNotRestartAWaitThatTimedOut) {
+    errno = EINTR;
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 5), NORV_STATUS_TIMEOUT);
+    EXPECT_THAT(chip.value->poll_timeouts, ElementsAre(5));
+}
+
+TEST_F(OpenGpio, ATimeOutHas32Bits) {
+    chip.value->edge = true;
+    EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 65537), 0U);
+    EXPECT_THAT(chip.value->poll_timeouts, ElementsAre(65537));
+}
+
 TEST_F(OpenGpio, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
     chip.value->edge = true;
     chip.value->interruptions = 2;

@@ -113,6 +113,12 @@ TEST_F(NetUsage, ANameOf32CharactersIsTooLongAndTheRecordIsClosed) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+TEST_F(NetUsage, AMuchLongerNameIsTooLongAsWell) {
+    const std::string name(60, 'n');
+    show(line(name, 5, 6));
+    EXPECT_EQ(norv_net_usage_open(&net, name.c_str()), NORV_STATUS_EXHAUSTED);
+}
+
 TEST_F(NetUsage, WithoutTheFileTheRecordIsClosed) {
     net.started = 1;
     EXPECT_EQ(norv_net_usage_open(&net, "eth0"), NORV_STATUS_NOT_FOUND);
