@@ -29,6 +29,8 @@
 #include <linux/slab.h>
 #include <linux/uaccess.h>
 
+#include "kernel_versions.h"
+
 #define RESERVED_SIZE (256 * 1024)
 #define LARGEST_BUFFER (64 * 1024 * 1024)
 #define DEVICE_MEMORY (64 * 1024)
@@ -629,6 +631,6 @@ static void __exit board_dma_exit(void) {
 
 module_init(board_dma_init);
 module_exit(board_dma_exit);
-MODULE_IMPORT_NS(DMA_BUF);
+BOARD_IMPORT_DMA_BUF;
 MODULE_LICENSE("GPL");
 MODULE_DESCRIPTION("The /dev/uio-dma driver of the virtual board");

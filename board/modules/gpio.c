@@ -12,6 +12,8 @@
 #include <linux/module.h>
 #include <linux/spinlock.h>
 
+#include "kernel_versions.h"
+
 #define LINE_COUNT 32
 #define INPUT_ONLY_LINE 29
 #define RESERVED_LINE 31
@@ -49,7 +51,7 @@ static void raise_interrupts(u32 lines) {
     unsigned int line;
 
     for_each_set_bit(line, &pending, LINE_COUNT) {
-        generic_handle_domain_irq_safe(chip.irq.domain, line);
+        board_handle_domain_irq(chip.irq.domain, line);
     }
 }
 
@@ -89,7 +91,7 @@ static int gpio_get(struct gpio_chip* gc, unsigned int line) {
     return !!(wires & wire_of(line));
 }
 
-static void gpio_set(struct gpio_chip* gc, unsigned int line, int value) {
+static board_gpio_set_result gpio_set(struct gpio_chip* gc, unsigned int line, int value) {
     unsigned long flags;
     u32 interrupting;
 
@@ -97,6 +99,7 @@ static void gpio_set(struct gpio_chip* gc, unsigned int line, int value) {
     interrupting = drive_wire(line, value);
     raw_spin_unlock_irqrestore(&lock, flags);
     raise_interrupts(interrupting);
+    return BOARD_GPIO_SET_DONE;
 }
 
 static void gpio_irq_mask(struct irq_data* data) {
@@ -105,13 +108,13 @@ static void gpio_irq_mask(struct irq_data* data) {
     raw_spin_lock_irqsave(&lock, flags);
     unmasked &= ~BIT(irqd_to_hwirq(data));
     raw_spin_unlock_irqrestore(&lock, flags);
-    gpiochip_disable_irq(&chip, irqd_to_hwirq(data));
+    board_disable_line_irq(&chip, irqd_to_hwirq(data));
 }
 
 static void gpio_irq_unmask(struct irq_data* data) {
     unsigned long flags;
 
-    gpiochip_enable_irq(&chip, irqd_to_hwirq(data));
+    board_enable_line_irq(&chip, irqd_to_hwirq(data));
     raw_spin_lock_irqsave(&lock, flags);
     unmasked |= BIT(irqd_to_hwirq(data));
     raw_spin_unlock_irqrestore(&lock, flags);
@@ -131,13 +134,12 @@ static int gpio_irq_set_type(struct irq_data* data, unsigned int type) {
     return 0;
 }
 
-static const struct irq_chip irq_chip = {
+BOARD_IRQ_CHIP irq_chip = {
     .name = "norv-board-gpio",
     .irq_mask = gpio_irq_mask,
     .irq_unmask = gpio_irq_unmask,
     .irq_set_type = gpio_irq_set_type,
-    .flags = IRQCHIP_IMMUTABLE,
-    GPIOCHIP_IRQ_RESOURCE_HELPERS,
+    BOARD_IMMUTABLE_IRQ_CHIP
 };
 
 static struct gpio_chip chip = {
@@ -153,7 +155,7 @@ static struct gpio_chip chip = {
 };
 
 static int __init board_gpio_init(void) {
-    gpio_irq_chip_set_chip(&chip.irq, &irq_chip);
+    board_set_irq_chip(&chip.irq, &irq_chip);
     chip.irq.handler = handle_simple_irq;
     chip.irq.default_type = IRQ_TYPE_NONE;
     chip.base = base;

@@ -8,6 +8,10 @@
 
 #include <linux/device/class.h>
 #include <linux/err.h>
+#include <linux/gpio/driver.h>
+#include <linux/hrtimer.h>
+#include <linux/irq.h>
+#include <linux/irqdomain.h>
 #include <linux/pwm.h>
 #include <linux/slab.h>
 #include <linux/version.h>
@@ -44,6 +48,76 @@ static inline void board_pwmchip_put(struct pwm_chip* chip) {
 #else
 #define board_pwmchip_alloc(parent, channels) pwmchip_alloc(parent, channels, 0)
 #define board_pwmchip_put(chip) pwmchip_put(chip)
+#endif
+
+/* Since Linux 6.13 a timer's function is an argument. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 13, 0)
+static inline void board_timer_init(struct hrtimer* timer, enum hrtimer_restart (*function)(struct hrtimer*)) {
+    hrtimer_init(timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
+    timer->function = function;
+}
+#else
+#define board_timer_init(timer, function) hrtimer_setup(timer, function, CLOCK_MONOTONIC, HRTIMER_MODE_REL)
+#endif
+
+/* Since Linux 6.13 a namespace is a text. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 13, 0)
+#define BOARD_IMPORT_DMA_BUF MODULE_IMPORT_NS(DMA_BUF)
+#else
+#define BOARD_IMPORT_DMA_BUF MODULE_IMPORT_NS("DMA_BUF")
+#endif
+
+/* Since Linux 6.14 the match of a device leaves what it is compared with alone. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 14, 0)
+#define BOARD_MATCH_CONST
+#else
+#define BOARD_MATCH_CONST const
+#endif
+
+/* Since Linux 6.17 setting a line can fail. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 17, 0)
+typedef void board_gpio_set_result;
+#define BOARD_GPIO_SET_DONE
+#else
+typedef int board_gpio_set_result;
+#define BOARD_GPIO_SET_DONE 0
+#endif
+
+/* Since Linux 6.0 an interrupt chip is constant, and enables and disables its chip's lines itself. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 0, 0)
+#define BOARD_IRQ_CHIP static struct irq_chip
+#define BOARD_IMMUTABLE_IRQ_CHIP
+#define board_set_irq_chip(irq, irq_chip) ((irq)->chip = (irq_chip))
+#define board_enable_line_irq(chip, line)
+#define board_disable_line_irq(chip, line)
+static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned int line) {
+    unsigned long flags;
+
+    local_irq_save(flags);
+    generic_handle_irq(irq_find_mapping(domain, line));
+    local_irq_restore(flags);
+}
+#else
+#define BOARD_IRQ_CHIP static const struct irq_chip
+#define BOARD_IMMUTABLE_IRQ_CHIP .flags = IRQCHIP_IMMUTABLE, GPIOCHIP_IRQ_RESOURCE_HELPERS,
+#define board_set_irq_chip(irq, irq_chip) gpio_irq_chip_set_chip(irq, irq_chip)
+#define board_enable_line_irq(chip, line) gpiochip_enable_irq(chip, line)
+#define board_disable_line_irq(chip, line) gpiochip_disable_irq(chip, line)
+#define board_handle_domain_irq(domain, line) generic_handle_domain_irq_safe(domain, line)
+#endif
+
+/* Linux 6.6 gave the function a new name. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 6, 0)
+#define board_spi_alloc(parent, size) spi_alloc_master(parent, size)
+#else
+#define board_spi_alloc(parent, size) spi_alloc_host(parent, size)
+#endif
+
+/* Before Linux 5.14 a gadget's callbacks came without being asked for. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 14, 0)
+#define board_gadget_callbacks(gadget, on) ((void)(gadget))
+#else
+#define board_gadget_callbacks(gadget, on) (gadget)->ops->udc_async_callbacks(gadget, on)
 #endif
 
 #endif

@@ -16,6 +16,8 @@
 #include <linux/platform_device.h>
 #include <linux/spi/spi.h>
 
+#include "kernel_versions.h"
+
 #define CONTROLLER_COUNT 2
 #define WIRE_SIZE 8192
 
@@ -127,7 +129,7 @@ static int add_controller(int bus) {
         parents[bus] = NULL;
         return error;
     }
-    controller = spi_alloc_master(&parents[bus]->dev, sizeof(struct slave));
+    controller = board_spi_alloc(&parents[bus]->dev, sizeof(struct slave));
     if (!controller)
         return -ENOMEM;
     controller->bus_num = bus;

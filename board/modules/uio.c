@@ -27,6 +27,8 @@
 #include <linux/spinlock.h>
 #include <linux/uio_driver.h>
 
+#include "kernel_versions.h"
+
 #define IDENTITY 0x4E4F5256
 #define MEMORY_OFFSET 0x800
 
@@ -167,8 +169,7 @@ static int __init board_uio_init(void) {
         registers[REG_IDENTITY] = IDENTITY;
         memory.mem[0].offs = MEMORY_OFFSET;
         *(u32*)(unsigned long)(memory.mem[0].addr + MEMORY_OFFSET) = IDENTITY;
-        hrtimer_init(&timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
-        timer.function = interrupt;
+        board_timer_init(&timer, interrupt);
         regs.irqcontrol = control_interrupt;
         error = add_devices();
     }

@@ -499,8 +499,7 @@ static void set_up_sources(void) {
     for (number = 0; number < SOURCES; number++) {
         sources[number].number = number;
         init_waitqueue_head(&sources[number].wait);
-        hrtimer_init(&sources[number].timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
-        sources[number].timer.function = interrupt;
+        board_timer_init(&sources[number].timer, interrupt);
     }
 }
 

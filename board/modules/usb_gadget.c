@@ -17,6 +17,8 @@
 #include <linux/platform_device.h>
 #include <linux/usb/gadget.h>
 
+#include "kernel_versions.h"
+
 static bool host_win;
 module_param(host_win, bool, 0644);
 MODULE_PARM_DESC(host_win, "what is_host_win shows (default 0)");
@@ -28,16 +30,16 @@ static ssize_t is_host_win_show(struct device* device, struct device_attribute* 
 }
 static DEVICE_ATTR_RO(is_host_win);
 
-static int is_controller(struct device* device, void* unused) {
+static int is_controller(struct device* device, BOARD_MATCH_CONST void* unused) {
     return device->class && !strcmp(device->class->name, "udc");
 }
 
-static int is_gadget(struct device* device, void* unused) {
+static int is_gadget(struct device* device, BOARD_MATCH_CONST void* unused) {
     return strstarts(dev_name(device), "gadget.");
 }
 
 // A part of dummy_hcd's device side. The caller gives the reference back.
-static struct device* find_part(int (*is_it)(struct device* device, void* unused)) {
+static struct device* find_part(int (*is_it)(struct device* device, BOARD_MATCH_CONST void* unused)) {
     struct device* parent = bus_find_device_by_name(&platform_bus_type, NULL, "dummy_udc.0");
     struct device* found;
 
@@ -92,7 +94,7 @@ static int on_started(struct kretprobe_instance* instance, struct pt_regs* regis
     struct usb_gadget* gadget = ((struct starting*)instance->data)->gadget;
 
     if (regs_return_value(registers) == 0) {
-        gadget->ops->udc_async_callbacks(gadget, true);
+        board_gadget_callbacks(gadget, true);
     }
     return 0;
 }

@@ -72,6 +72,7 @@ class uvc_camera {
         make("configs/c.1");
         make(std::string(control) + "header/h");
         link(std::string(control) + "header/h", std::string(control) + "class/fs/h");
+        link(std::string(control) + "header/h", std::string(control) + "class/ss/h");
         const std::string format = std::string(streaming) + "uncompressed/u";
         const std::string frame = format + "/small";
         make(frame);
@@ -85,6 +86,8 @@ class uvc_camera {
         link(format, header + "/u");
         link(header, std::string(streaming) + "class/fs/h");
         link(header, std::string(streaming) + "class/hs/h");
+        // Some kernels refuse a camera that is not described for all speeds.
+        link(header, std::string(streaming) + "class/ss/h");
         link("functions/uvc.0", "configs/c.1/uvc.0");
     }
 
@@ -92,8 +95,9 @@ class uvc_camera {
         const std::string format = std::string(streaming) + "uncompressed/u";
         const std::string header = std::string(streaming) + "header/h";
         for (const std::string& path :
-             {std::string("configs/c.1/uvc.0"), std::string(streaming) + "class/hs/h",
-              std::string(streaming) + "class/fs/h", header + "/u", header, format + "/small", format,
+             {std::string("configs/c.1/uvc.0"), std::string(streaming) + "class/ss/h",
+              std::string(streaming) + "class/hs/h", std::string(streaming) + "class/fs/h", header + "/u",
+              header, format + "/small", format, std::string(control) + "class/ss/h",
               std::string(control) + "class/fs/h", std::string(control) + "header/h",
               std::string("functions/uvc.0"), std::string("configs/c.1"), std::string("strings/0x409"),
               std::string("")}) {
