@@ -19,7 +19,7 @@ namespace {
 
 const causes usual{{NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"},
                    {NORV_STATUS_NOT_FOUND,
-                    "no GPIO lines in sysfs; is the gpiochip driver loaded, and CONFIG_GPIO_SYSFS on?"},
+                    "no /sys/class/gpio; was the kernel built without CONFIG_GPIO_SYSFS?"},
                    {status_of(EBUSY), "a kernel driver or another program has the line"},
                    {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
 
