@@ -13,7 +13,7 @@ FUZZ_SECONDS ?= 30
 MUTANTS ?= 2000
 MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check soak mutation hosts doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check board-kernels soak mutation hosts doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -79,6 +79,9 @@ board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit
 
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
+
+board-kernels: build ## Run the board tests on Linux 5.10, 6.1, 6.12 and the newest, and print a table
+	@tools/board-kernels build/release
 
 soak: build ## Move a mebibyte through an emulated serial port, and plug 200 emulated USB devices in and out
 	@NORV_LONG_SOAK=1 board/run --time-limit 900 -- build/release/board/tests/uart_board_test --gtest_filter='*NothingIsLost*'

@@ -7,6 +7,11 @@ project=$(dirname "$board_source")
 project_build=$project/build
 board_build=$project/build/board
 
+# What is fetched and built for boards is the same for every checkout, and kept where a user's caches are.
+board_cache=${XDG_CACHE_HOME:-${HOME:+$HOME/.cache}}
+board_cache=${board_cache:+$board_cache/norv-board}
+[[ -n $board_cache ]] && mkdir -p "$board_cache" 2>/dev/null || board_cache=$board_build/cache
+
 say() { printf 'board: %s\n' "$*" >&2; }
 
 # Every CI service sets CI; most, but not all, to "true".
@@ -19,25 +24,9 @@ in_continuous_integration() {
 # The board's processor: x86_64, this machine's own, or arm64. board/run sets it.
 architecture=${NORV_BOARD_ARCHITECTURE:-x86_64}
 
-# The kernel is the one whose headers are installed, the newest of them, or its build for the board's processor.
-kernel_version() {
-    local headers version
-    headers=$(printf '%s\n' /usr/src/linux-headers-[0-9]*-amd64 |
-        grep -v -e '-rt-amd64$' -e '-cloud-amd64$' | sort --version-sort | tail -n 1)
-    [[ -d $headers ]] || return 1
-    version=${headers#/usr/src/linux-headers-}
-    [[ $architecture == x86_64 ]] || version=${version%amd64}$architecture
-    printf '%s' "$version"
-}
-
-# The directory that holds boot/ and lib/modules/ of the unpacked kernel package.
-kernel_directory() { printf '%s' "$board_build/kernel/$1"; }
-
-initramfs_file() { printf '%s' "$board_build/initramfs-$architecture.gz"; }
+# The board's kernel: a series like 6.1, "newest", or a version; empty for the one of this machine's release.
+# shellcheck disable=SC2034
+kernel_name=${NORV_BOARD_KERNEL:-}
 
 # Exists when such a board has booted on this machine.
 boot_mark() { printf '%s' "$board_build/booted-$architecture"; }
-
-# What the board has in place of the host's files where these are another processor's: a small Debian system, unpacked.
-# Empty where the board uses the host's.
-system_directory() { [[ $architecture == x86_64 ]] || printf '%s' "$board_build/system/$architecture"; }

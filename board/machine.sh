@@ -2,17 +2,18 @@
 # to machine_devices, with a comment that names the family.
 # shellcheck shell=bash
 
-# `machine_command ACCELERATOR REQUEST VERSION LOG` fills the array `machine` with the emulator's
-# command line. REQUEST is the directory of this run (see board/run), LOG takes the kernel's messages.
+# `machine_command ACCELERATOR REQUEST BOARD LOG` fills the array `machine` with the emulator's command line. REQUEST is
+# the directory of this run (see board/run), BOARD what is booted (see board/prepare), LOG takes the kernel's messages.
 machine_command() {
-    local accelerator=$1 request=$2 version=$3 log=$4 kernel_parameters
+    local accelerator=$1 request=$2 board=$3 log=$4 kernel_parameters
     "machine_of_$architecture" "$accelerator"
     machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -smp 2 -m 1024 -nic none)
-    machine+=(-kernel "$(kernel_directory "$version")/boot/vmlinux" -initrd "$(initramfs_file)")
+    machine+=(-kernel "$board/vmlinux" -initrd "$board/initramfs.gz")
     # An oops ends the machine: nothing that a broken kernel says afterwards can be trusted.
     machine+=(-append "$kernel_parameters oops=panic panic=-1")
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")" -serial chardev:console)
     machine_streams "$request"
+    machine_input "$request"
     machine_shares "$request"
     machine_devices "$request"
 }
@@ -49,6 +50,16 @@ machine_streams() {
         machine+=(-chardev "file,id=$stream,path=$(qemu_path "$1/$stream")"
             -device "virtserialport,chardev=$stream,nr=$port")
     done
+}
+
+# The emulator's own standard input: the command's, or, as its terminal, /dev/hvc0.
+machine_input() {
+    machine+=(-chardev stdio,id=input,signal=off)
+    if [[ -e $1/terminal ]]; then
+        machine+=(-device "virtconsole,chardev=input,nr=5")
+    else
+        machine+=(-device "virtserialport,chardev=input,nr=5")
+    fi
 }
 
 machine_shares() {
