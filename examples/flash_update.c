@@ -8,7 +8,7 @@
  * cut may: JOURNAL, a file on another medium, keeps the progress, and the same command resumes the update.
  *
  * On the virtual board:
- *     board/run --module 'mtdram total_size=8192 erase_size=128' -- build/release/examples/flash_update \
+ *     board/run --module 'norv_board_mtd nand=0' -- build/release/examples/flash_update \
  *         0 0x200000 build/release/src/libnorv_io_linux.so.0 /tmp/journal
  */
 #include "update.h"

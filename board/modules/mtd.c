@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0
-// Raw flash, as the kernel's mtdram and nandsim have it, for kernels that are built without them: memory in
-// blocks of 128 KiB, and 16 MiB of NAND in blocks of 16 KiB and pages of 512 + 16 bytes, in three partitions.
-// Of the NAND's blocks 3, 4, 255, 256 and 300 are bad, and block 7 does not erase. Page 32000 loses what is
-// written to it, and so does every page that is programmed twice without an erase in between: their errors
-// cannot be corrected.
+// Raw flash: NOR in blocks of 128 KiB, and 16 MiB of NAND in blocks of 16 KiB and pages of 512 + 16 bytes, in
+// three partitions; the NAND is for kernels that are built without nandsim.
+//
+// Programming clears bits, and only an erase sets them again. NOR programs any number of bytes, and reports
+// no failure when a bit that should become 1 stays 0: the kernel's drivers do not compare either. Of the
+// NAND's blocks 3, 4, 255, 256 and 300 are bad, and block 7 does not erase. Page 32000 loses what is written
+// to it, and so does every page that is programmed twice without an erase in between: their errors cannot be
+// corrected.
 #include <linux/bitmap.h>
 #include <linux/module.h>
 #include <linux/mtd/mtd.h>
@@ -11,7 +14,8 @@
 #include <linux/sizes.h>
 #include <linux/vmalloc.h>
 
-#define RAM_BLOCK SZ_128K
+#define NOR_BLOCK SZ_128K
+#define NOR_PAGE 256
 #define NAND_SIZE SZ_16M
 #define NAND_BLOCK SZ_16K
 #define NAND_PAGE 512
@@ -22,15 +26,15 @@
 #define WORN_OUT_BLOCK 7
 #define GRAVE_PAGE 32000
 
-static unsigned int ram_kib = 8192;
-module_param(ram_kib, uint, 0444);
-MODULE_PARM_DESC(ram_kib, "Size of the memory in KiB");
+static unsigned int nor_kib = 8192;
+module_param(nor_kib, uint, 0444);
+MODULE_PARM_DESC(nor_kib, "Size of the NOR in KiB (default 8192)");
 
 static bool nand = true;
 module_param(nand, bool, 0444);
-MODULE_PARM_DESC(nand, "Whether there is NAND");
+MODULE_PARM_DESC(nand, "Whether there is NAND (default Y)");
 
-static u8* ram_cells;
+static u8* nor_cells;
 static u8* nand_cells;
 static u8* nand_spare;
 static DECLARE_BITMAP(bad_blocks, NAND_BLOCKS);
@@ -38,39 +42,48 @@ static DECLARE_BITMAP(programmed_pages, NAND_PAGES);
 static DECLARE_BITMAP(damaged_pages, NAND_PAGES);
 static const unsigned int bad_from_the_start[] = {3, 4, 255, 256, 300};
 
-// ---- memory ----
+// Programming only ever clears bits.
+static void program(u8* cells, const u8* bytes, size_t length) {
+    size_t i;
 
-static int ram_erase(struct mtd_info* mtd, struct erase_info* erase) {
-    if ((erase->addr | erase->len) & (RAM_BLOCK - 1)) {
+    for (i = 0; i < length; i++) {
+        cells[i] &= bytes[i];
+    }
+}
+
+// ---- NOR ----
+
+static int nor_erase(struct mtd_info* mtd, struct erase_info* erase) {
+    if ((erase->addr | erase->len) & (NOR_BLOCK - 1)) {
         return -EINVAL;
     }
-    memset(ram_cells + erase->addr, 0xFF, erase->len);
+    memset(nor_cells + erase->addr, 0xFF, erase->len);
     return 0;
 }
 
-static int ram_read(struct mtd_info* mtd, loff_t from, size_t length, size_t* done, u_char* buffer) {
-    memcpy(buffer, ram_cells + from, length);
+static int nor_read(struct mtd_info* mtd, loff_t from, size_t length, size_t* done, u_char* buffer) {
+    memcpy(buffer, nor_cells + from, length);
     *done = length;
     return 0;
 }
 
-static int ram_write(struct mtd_info* mtd, loff_t to, size_t length, size_t* done, const u_char* buffer) {
-    memcpy(ram_cells + to, buffer, length);
+static int nor_write(struct mtd_info* mtd, loff_t to, size_t length, size_t* done, const u_char* buffer) {
+    program(nor_cells + to, buffer, length);
     *done = length;
     return 0;
 }
 
-static struct mtd_info ram = {
-    .name = "norv-board-ram",
+static struct mtd_info nor = {
+    .name = "norv-board-nor",
     .owner = THIS_MODULE,
-    .type = MTD_RAM,
-    .flags = MTD_CAP_RAM,
-    .erasesize = RAM_BLOCK,
+    .type = MTD_NORFLASH,
+    .flags = MTD_CAP_NORFLASH,
+    .erasesize = NOR_BLOCK,
     .writesize = 1,
-    .writebufsize = 64,
-    ._erase = ram_erase,
-    ._read = ram_read,
-    ._write = ram_write,
+    .writebufsize = NOR_PAGE,
+    ._erase = nor_erase,
+    ._read = nor_read,
+    ._write = nor_write,
 };
 
 // ---- NAND ----
@@ -140,15 +153,6 @@ static int nand_read(struct mtd_info* mtd, loff_t from, struct mtd_oob_ops* ops)
     return result;
 }
 
-// Programming only ever clears bits.
-static void program(u8* cells, const u8* bytes, size_t length) {
-    size_t i;
-
-    for (i = 0; i < length; i++) {
-        cells[i] &= bytes[i];
-    }
-}
-
 static void program_pages(loff_t to, const u8* bytes, size_t length) {
     unsigned int page;
 
@@ -209,14 +213,14 @@ static const struct mtd_partition partitions[] = {
 
 // ---- both ----
 
-static int add_ram(void) {
-    ram.size = (u64)ram_kib * SZ_1K;
-    ram_cells = vmalloc(ram.size);
-    if (!ram_cells) {
+static int add_nor(void) {
+    nor.size = (u64)nor_kib * SZ_1K;
+    nor_cells = vmalloc(nor.size);
+    if (!nor_cells) {
         return -ENOMEM;
     }
-    memset(ram_cells, 0xFF, ram.size);
-    return mtd_device_register(&ram, NULL, 0);
+    memset(nor_cells, 0xFF, nor.size);
+    return mtd_device_register(&nor, NULL, 0);
 }
 
 static int add_nand(void) {
@@ -237,13 +241,13 @@ static int add_nand(void) {
 }
 
 static void release_cells(void) {
-    vfree(ram_cells);
+    vfree(nor_cells);
     vfree(nand_cells);
     vfree(nand_spare);
 }
 
 static int __init board_mtd_init(void) {
-    int error = add_ram();
+    int error = add_nor();
 
     if (error) {
         release_cells();
@@ -251,7 +255,7 @@ static int __init board_mtd_init(void) {
     }
     error = nand ? add_nand() : 0;
     if (error) {
-        mtd_device_unregister(&ram);
+        mtd_device_unregister(&nor);
         release_cells();
     }
     return error;
@@ -261,7 +265,7 @@ static void __exit board_mtd_exit(void) {
     if (nand) {
         mtd_device_unregister(&chip);
     }
-    mtd_device_unregister(&ram);
+    mtd_device_unregister(&nor);
     release_cells();
 }
 

@@ -1,4 +1,4 @@
-// The flash front on both kinds of flash of a real kernel: an MTD partition in memory, and an SD card.
+// The flash front on both kinds of flash of a real kernel: NOR below the MTD layer, and an SD card.
 #include "norv_linux_flash.h"
 
 #include <gmock/gmock.h>

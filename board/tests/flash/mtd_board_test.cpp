@@ -1,4 +1,4 @@
-// Raw flash of a real kernel: /dev/mtd0 is 8 MiB of memory behind the MTD layer, erased in blocks of 128 KiB;
+// Raw flash of a real kernel: /dev/mtd0 is 8 MiB of NOR below the MTD layer, erased in blocks of 128 KiB;
 // /dev/mtd1 to /dev/mtd3 are a simulated NAND chip in blocks of 16 KiB and pages of 512 bytes: block 3 of
 // /dev/mtd1 is bad from the start, and its block 7 never erases.
 #include "norv_linux_mtd.h"
@@ -18,16 +18,16 @@ using testing::Each;
 
 constexpr uint32_t nand_block = 0x4000;
 constexpr uint32_t nand_page = 512;
-constexpr uint32_t ram_block = 0x20000;
+constexpr uint32_t nor_block = 0x20000;
 
 class MtdOnBoard : public testing::Test {
   protected:
     MtdOnBoard() {
-        EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &ram), 0U);
+        EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &nor), 0U);
         EXPECT_EQ(norv_linux_mtd_open("/dev/mtd1", &nand), 0U);
     }
     ~MtdOnBoard() override {
-        norv_linux_mtd_close(&ram);
+        norv_linux_mtd_close(&nor);
         norv_linux_mtd_close(&nand);
     }
 
@@ -45,15 +45,15 @@ class MtdOnBoard : public testing::Test {
         EXPECT_EQ(count, length);
     }
 
-    norv_mtd_t ram = {};
+    norv_mtd_t nor = {};
     norv_mtd_t nand = {};
 };
 
 TEST_F(MtdOnBoard, OpeningTellsTheGeometry) {
-    EXPECT_FALSE(norv_linux_mtd_type_is_nand(&ram));
-    EXPECT_EQ(ram.info.size, 0x800000U);
-    EXPECT_EQ(ram.info.erasesize, ram_block);
-    EXPECT_EQ(ram.info.writesize, 1U);
+    EXPECT_FALSE(norv_linux_mtd_type_is_nand(&nor));
+    EXPECT_EQ(nor.info.size, 0x800000U);
+    EXPECT_EQ(nor.info.erasesize, nor_block);
+    EXPECT_EQ(nor.info.writesize, 1U);
     EXPECT_TRUE(norv_linux_mtd_type_is_nand(&nand));
     EXPECT_EQ(nand.info.size, 0x400000U);
     EXPECT_EQ(nand.info.erasesize, nand_block);
@@ -74,14 +74,14 @@ TEST_F(MtdOnBoard, ANodeThatIsNoFlashCannotBeOpened) {
 }
 
 TEST_F(MtdOnBoard, ClosingGivesTheDescriptorBack) {
-    const int32_t descriptor = ram.descriptor;
+    const int32_t descriptor = nor.descriptor;
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
-    norv_linux_mtd_close(&ram);
+    norv_linux_mtd_close(&nor);
     EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
 }
 
 TEST_F(MtdOnBoard, WhatIsWrittenIsReadBackAndErased) {
-    for (const norv_mtd_t* device : {&ram, &nand}) {
+    for (const norv_mtd_t* device : {&nor, &nand}) {
         const uint32_t block = device->info.erasesize;
         const std::vector<uint8_t> data(2 * nand_page, 0x5A);
         EXPECT_EQ(norv_linux_mtd_erase(device, block, block), 0U);
@@ -92,12 +92,21 @@ TEST_F(MtdOnBoard, WhatIsWrittenIsReadBackAndErased) {
     }
 }
 
+TEST_F(MtdOnBoard, WritingNorWithoutAnEraseOnlyClearsBitsAndIsASuccess) {
+    EXPECT_EQ(norv_linux_mtd_erase(&nor, 0, nor_block), 0U);
+    write(nor, 0, {0xF0, 0x0F});
+    write(nor, 0, {0x3C, 0xFF});
+    EXPECT_EQ(read(nor, 0, 3), (std::vector<uint8_t>{0x30, 0x0F, 0xFF}));
+    EXPECT_EQ(norv_linux_mtd_erase(&nor, 0, nor_block), 0U);
+    EXPECT_THAT(read(nor, 0, nor_block), Each(0xFF));
+}
+
 TEST_F(MtdOnBoard, AReadPastTheEndIsCut) {
     std::vector<uint8_t> bytes(64);
     uint32_t count = 0;
-    EXPECT_EQ(norv_linux_mtd_read(&ram, 0x7FFFF0, 64, bytes.data(), &count), 0U);
+    EXPECT_EQ(norv_linux_mtd_read(&nor, 0x7FFFF0, 64, bytes.data(), &count), 0U);
     EXPECT_EQ(count, 16U);
-    EXPECT_EQ(norv_linux_mtd_read(&ram, 0x800000, 64, bytes.data(), &count), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_read(&nor, 0x800000, 64, bytes.data(), &count), NORV_STATUS_INVALID_ARG);
 }
 
 TEST_F(MtdOnBoard, NandRefusesPartsOfAPage) {
@@ -109,7 +118,7 @@ TEST_F(MtdOnBoard, NandRefusesPartsOfAPage) {
 TEST_F(MtdOnBoard, AnEraseThatIsNotAlignedOrRunsPastTheEndIsRefused) {
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 100, nand_block), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 0x400000 - nand_block, nand_block + 1), NORV_STATUS_INVALID_ARG);
-    EXPECT_EQ(norv_linux_mtd_erase(&ram, 0x800000 - ram_block, ram_block), 0U);
+    EXPECT_EQ(norv_linux_mtd_erase(&nor, 0x800000 - nor_block, nor_block), 0U);
 }
 
 TEST_F(MtdOnBoard, ABadBlockIsToldAndNotErased) {
@@ -171,9 +180,9 @@ TEST_F(DamagedPageOnBoard, IsReadWithoutAFailureAndCountedByTheKernel) {
 
 TEST_F(MtdOnBoard, FlashWithoutBadBlocksCallsEveryBlockGoodAndMarksNone) {
     uint8_t bad = 9;
-    EXPECT_EQ(norv_linux_mtd_block_isbad(&ram, 0, &bad), 0U);
+    EXPECT_EQ(norv_linux_mtd_block_isbad(&nor, 0, &bad), 0U);
     EXPECT_EQ(bad, 0);
-    EXPECT_EQ(norv_linux_mtd_block_markbad(&ram, 0), NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_EQ(norv_linux_mtd_block_markbad(&nor, 0), NORV_STATUS_NOT_AVAILABLE);
 }
 
 TEST_F(MtdOnBoard, OutOfBandBytesStandBesideTheirPage) {
@@ -190,8 +199,8 @@ TEST_F(MtdOnBoard, OutOfBandBytesStandBesideTheirPage) {
 
 TEST_F(MtdOnBoard, FlashWithoutOutOfBandBytesSaysSo) {
     char byte = 0;
-    EXPECT_EQ(norv_linux_mtd_read_oob(&ram, 0, 1, &byte), NORV_STATUS_INVALID_ARG);
-    EXPECT_EQ(norv_linux_mtd_write_oob(&ram, 0, 1, &byte), NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_EQ(norv_linux_mtd_read_oob(&nor, 0, 1, &byte), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(norv_linux_mtd_write_oob(&nor, 0, 1, &byte), NORV_STATUS_NOT_AVAILABLE);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The joined flash on a real kernel: 8 MiB of memory behind the MTD layer in blocks of 128 KiB, and 16 MiB of
+// The joined flash on a real kernel: 8 MiB of NOR below the MTD layer in blocks of 128 KiB, and 16 MiB of
 // simulated NAND in blocks of 16 KiB, divided into three partitions. Bad blocks stand at the borders and in
 // runs; one block never erases.
 #include "norv_linux_spi_flash.h"
@@ -18,7 +18,7 @@ using bytes = std::vector<uint8_t>;
 constexpr uint32_t KiB = 1024;
 constexpr uint32_t MiB = 1024 * KiB;
 constexpr uint32_t nand_block = 16 * KiB;
-constexpr uint32_t ram_block = 128 * KiB;
+constexpr uint32_t nor_block = 128 * KiB;
 
 // Where the partitions start.
 constexpr uint32_t nand_1 = 8 * MiB;
@@ -71,12 +71,12 @@ TEST_F(SpiFlashOnBoard, ThePartitionsAreJoined) {
     norv_flash_info_t info = {};
     EXPECT_EQ(norv_linux_spi_flash_get_info(&flash, &info), 0U);
     EXPECT_EQ(info.size, flash_end);
-    EXPECT_EQ(info.erase_block_size, ram_block);
+    EXPECT_EQ(info.erase_block_size, nor_block);
     EXPECT_EQ(info.write_unit_size, 1U);
 }
 
 TEST_F(SpiFlashOnBoard, OneBlockIsErasedWrittenAndRead) {
-    for (const uint32_t address : {ram_block, nand_2 + 8 * nand_block}) {
+    for (const uint32_t address : {nor_block, nand_2 + 8 * nand_block}) {
         const bytes data = pattern(1024, address);
         bytes found(1024);
         uint32_t length = 1024;
@@ -113,7 +113,7 @@ TEST_F(SpiFlashOnBoard, ABadBlockIsNotErasedAndTheFirstGoodOneBehindItIs) {
 
 TEST_F(SpiFlashOnBoard, AnAreaOverBorderAndBadBlocksIsErasedWrittenAndRead) {
     const bytes data = pattern(700 * KiB, 1);
-    const uint32_t start = nand_1 - 2 * ram_block;
+    const uint32_t start = nand_1 - 2 * nor_block;
     uint32_t end = nand_1 + MiB;
     uint32_t length = 700 * KiB;
     EXPECT_EQ(norv_linux_spi_flash_continue_erase(&flash, start, MiB, &end, nullptr, nullptr, nullptr), 0U);
@@ -135,18 +135,20 @@ TEST_F(SpiFlashOnBoard, AWornOutBlockIsMarkedBadAndLeftOut) {
 }
 
 TEST_F(SpiFlashOnBoard, AWriteToAFlashThatWasNotErasedFailsTheVerification) {
-    const uint32_t address = nand_3 + 8 * nand_block;
-    const bytes zeros(nand_block, 0);
-    const bytes ones(nand_block, 0x5A);
-    uint32_t end = address + nand_block;
-    uint32_t length = nand_block;
-    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, address, 0, zeros.data(), &length, &end,
-                                                         nullptr, nullptr, nullptr),
-              0U);
-    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, address, 0, ones.data(), &length, &end,
-                                                         nullptr, nullptr, nullptr),
-              NORV_STATUS_VERIFY_FAILED);
-    EXPECT_EQ(length, 0U);
+    for (const uint32_t address : {2 * nor_block, nand_3 + 8 * nand_block}) {
+        SCOPED_TRACE(address);
+        const bytes zeros(nand_block, 0);
+        const bytes ones(nand_block, 0x5A);
+        uint32_t end = address + nand_block;
+        uint32_t length = nand_block;
+        EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, address, 0, zeros.data(), &length, &end,
+                                                             nullptr, nullptr, nullptr),
+                  0U);
+        EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, address, 0, ones.data(), &length, &end,
+                                                             nullptr, nullptr, nullptr),
+                  NORV_STATUS_VERIFY_FAILED);
+        EXPECT_EQ(length, 0U);
+    }
 }
 
 // Page 32000 of the NAND loses what is written to it.

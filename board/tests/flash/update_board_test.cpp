@@ -28,7 +28,7 @@ using norv::board::pattern;
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 
-// The partitions: 8 MiB of memory in blocks of 128 KiB, then NAND in blocks of 16 KiB, the first 4 MiB of it
+// The partitions: 8 MiB of NOR in blocks of 128 KiB, then NAND in blocks of 16 KiB, the first 4 MiB of it
 // in a partition of its own. There are bad blocks within both areas of the SPI flash below, and on both sides
 // of the border in the second.
 constexpr uint32_t nand_1 = 8 * MiB;
