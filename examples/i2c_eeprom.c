@@ -31,14 +31,18 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-/* While an EEPROM stores a page it does not answer; an empty write tells when it does again. */
+/*
+ * While an EEPROM stores a page it does not answer. A write of the address alone stores nothing, and shows
+ * when it answers again. An empty write would, too, where the adapter can send one.
+ */
 static void wait_until_stored(const eeprom_t* eeprom) {
     const uint64_t start = norv_time_get_ms();
+    const uint8_t first = 0;
     uint32_t status;
     bool last;
     do {
         last = norv_time_get_ms() - start >= WRITE_CYCLE_LIMIT_MS;
-        status = norv_linux_i2c_raw_write(&eeprom->bus, eeprom->address, NULL, 0);
+        status = norv_linux_i2c_raw_write(&eeprom->bus, eeprom->address, &first, sizeof first);
     } while (status != NORV_STATUS_OK && !last);
     must("wait for the write cycle", status);
 }
@@ -57,7 +61,7 @@ static void write_eeprom(const eeprom_t* eeprom, uint8_t offset, const char* dat
     }
 }
 
-/* Any length at once: the EEPROM counts on by itself. */
+/* The EEPROM counts on by itself. Some adapters read at most 255 bytes at once, more than there are here. */
 static void read_eeprom(const eeprom_t* eeprom, uint8_t offset, char* data, size_t length) {
     must("read", norv_linux_i2c_read(&eeprom->bus, eeprom->address, offset, data, (uint16_t)length));
 }

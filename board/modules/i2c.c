@@ -6,12 +6,16 @@
 //
 //   0x20  registers, 0 at load
 //   0x21  registers, 0 at load; register 2 refuses to be written (-EREMOTEIO), as a chip does that does not
-//         acknowledge a byte
+//         acknowledge a byte, and at register 0x10 the chip holds the clock low, so that a transfer which
+//         reaches it ends by the adapter's time-out (-ETIMEDOUT)
 //   0x50  an EEPROM like a 24C02, erased (0xFF) at load: a write stays within its page of 8 bytes, and for
 //         5 ms after one the chip does not answer
 //
 // No chip answers at any other address (-ENXIO). The kernel passes addresses above 0x7F on to its adapters;
 // like most of them, this one puts their low 7 bits on the bus. It cannot do 10-bit addressing (-EOPNOTSUPP).
+//
+// Its limits are those that adapters have: a message is at most 255 bytes long (i2c-mt65xx; i2c-xiic when it
+// reads) and never empty (i2c-mt65xx), others are refused with -EOPNOTSUPP. Parameters lift the limits.
 
 #include <linux/i2c.h>
 #include <linux/kmod.h>
@@ -24,10 +28,22 @@ static int bus = 1;
 module_param(bus, int, 0444);
 MODULE_PARM_DESC(bus, "number of the bus (default 1)");
 
+// The longest messages; 0 is no limit.
+static struct i2c_adapter_quirks quirks = {.max_read_len = 255, .max_write_len = 255};
+module_param_named(max_read_length, quirks.max_read_len, ushort, 0644);
+MODULE_PARM_DESC(max_read_length, "longest message that is read (default 255; 0: no limit)");
+module_param_named(max_write_length, quirks.max_write_len, ushort, 0644);
+MODULE_PARM_DESC(max_write_length, "longest message that is written (default 255; 0: no limit)");
+
+static bool empty_messages;
+module_param(empty_messages, bool, 0644);
+MODULE_PARM_DESC(empty_messages, "whether messages without data are possible (default N)");
+
 struct chip {
     u16 address;
     u8 page_size_less_one;  // a write stays within its page
     int refusing_cell;      // -1: none
+    int stretching_cell;    // -1: none
     unsigned int store_ms;  // how long the chip stores what was written
     u8 cells[CELL_COUNT];
     u8 chosen;
@@ -36,14 +52,17 @@ struct chip {
 };
 
 static struct chip chips[] = {
-    {.address = 0x20, .page_size_less_one = 255, .refusing_cell = -1},
-    {.address = 0x21, .page_size_less_one = 255, .refusing_cell = 2},
+    {.address = 0x20, .page_size_less_one = 255, .refusing_cell = -1, .stretching_cell = -1},
+    {.address = 0x21, .page_size_less_one = 255, .refusing_cell = 2, .stretching_cell = 0x10},
     {.address = 0x50,
      .page_size_less_one = 7,
      .refusing_cell = -1,
+     .stretching_cell = -1,
      .store_ms = 5,
      .cells = {[0 ... CELL_COUNT - 1] = 0xFF}},
 };
+
+static struct i2c_adapter adapter;
 
 // The chip that acknowledges the address, or null.
 static struct chip* answering_chip(u16 address) {
@@ -57,12 +76,22 @@ static struct chip* answering_chip(u16 address) {
     return NULL;
 }
 
-static void read_cells(struct chip* chip, struct i2c_msg* message) {
+// The clock stays low for longer than the adapter waits.
+static int stretch_clock(void) {
+    schedule_timeout_uninterruptible(adapter.timeout);
+    return -ETIMEDOUT;
+}
+
+static int read_cells(struct chip* chip, struct i2c_msg* message) {
     unsigned int i;
 
     for (i = 0; i < message->len; i++) {
+        if (chip->chosen == chip->stretching_cell) {
+            return stretch_clock();
+        }
         message->buf[i] = chip->cells[chip->chosen++];
     }
+    return 0;
 }
 
 static int write_cell(struct chip* chip, u8 value) {
@@ -70,6 +99,9 @@ static int write_cell(struct chip* chip, u8 value) {
 
     if (chip->chosen == chip->refusing_cell) {
         return -EREMOTEIO;
+    }
+    if (chip->chosen == chip->stretching_cell) {
+        return stretch_clock();
     }
     chip->cells[chip->chosen] = value;
     chip->chosen = (chip->chosen & ~in_page) | ((chip->chosen + 1) & in_page);
@@ -93,7 +125,7 @@ static int write_cells(struct chip* chip, const struct i2c_msg* message) {
 static int transfer_message(struct i2c_msg* message) {
     struct chip* chip;
 
-    if (message->flags & I2C_M_TEN) {
+    if (message->flags & I2C_M_TEN || (message->len == 0 && !empty_messages)) {
         return -EOPNOTSUPP;
     }
     chip = answering_chip(i2c_8bit_addr_from_msg(message) >> 1);
@@ -103,8 +135,7 @@ static int transfer_message(struct i2c_msg* message) {
     if (!(message->flags & I2C_M_RD)) {
         return write_cells(chip, message);
     }
-    read_cells(chip, message);
-    return 0;
+    return read_cells(chip, message);
 }
 
 // The end of a transaction: what was written begins to be stored.
@@ -132,7 +163,8 @@ static int i2c_transfer_messages(struct i2c_adapter* adapter, struct i2c_msg* me
 }
 
 static u32 i2c_functionality(struct i2c_adapter* adapter) {
-    return I2C_FUNC_I2C | I2C_FUNC_SMBUS_EMUL;
+    return I2C_FUNC_I2C |
+           (empty_messages ? I2C_FUNC_SMBUS_EMUL : I2C_FUNC_SMBUS_EMUL & ~I2C_FUNC_SMBUS_QUICK);
 }
 
 static const struct i2c_algorithm algorithm = {
@@ -144,6 +176,8 @@ static struct i2c_adapter adapter = {
     .owner = THIS_MODULE,
     .name = "norv-board-i2c",
     .algo = &algorithm,
+    .quirks = &quirks,
+    .timeout = HZ,
 };
 
 static int __init board_i2c_init(void) {

@@ -24,9 +24,9 @@ class I2cOnBoard : public testing::Test {
     I2cOnBoard() { EXPECT_EQ(norv_linux_i2c_open(norv::board::bus_number, &bus), 0U); }
     ~I2cOnBoard() override { norv_linux_i2c_close(&bus); }
 
-    // An EEPROM that stores does not answer; an empty write tells when it does again.
+    // An EEPROM that stores does not answer; a write that only chooses a byte shows when it does again.
     void wait_until_stored() {
-        while (norv_linux_i2c_raw_write(&bus, norv::board::eeprom, nullptr, 0) == errno_status(ENXIO)) {
+        while (norv_linux_i2c_raw_write(&bus, norv::board::eeprom, "", 1) == errno_status(ENXIO)) {
         }
     }
     void write_eeprom(uint8_t offset, const void* bytes, int32_t length) {
@@ -71,7 +71,37 @@ TEST_F(I2cOnBoard, RegistersReadBackAsWritten) {
     EXPECT_THAT(data, ElementsAre(2, 3, 9, 9));
 }
 
+TEST_F(I2cOnBoard, AMessageLongerThanTheAdapterTakesIsNotAvailable) {
+    std::array<uint8_t, norv::board::longest_message + 1> bytes = {};
+    constexpr auto length = norv::board::longest_message;
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, bytes.data(), length), 0U);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, bytes.data(), length + 1),
+              NORV_STATUS_NOT_AVAILABLE);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), length + 1),
+              NORV_STATUS_NOT_AVAILABLE);
+    // The register's address is the first byte of the message.
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0, bytes.data(), length - 1), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0, bytes.data(), length),
+              NORV_STATUS_NOT_AVAILABLE);
+}
+
+TEST_F(I2cOnBoard, AnAdapterWithoutEmptyMessagesRefusesAnEmptyWrite) {
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, nullptr, 0), NORV_STATUS_NOT_AVAILABLE);
+    const norv::board::adapter_without_limits unlimited;
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, nullptr, 0), 0U);
+}
+
+TEST_F(I2cOnBoard, AClockThatAChipHoldsLowEndsTheTransferByTheAdaptersTimeout) {
+    constexpr uint8_t chip = norv::board::refusing_registers;
+    EXPECT_EQ(norv_linux_i2c_read(&bus, chip, norv::board::stretching_register, data.data(), 1),
+              NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, chip, norv::board::stretching_register, "x", 1),
+              NORV_STATUS_TIMEOUT);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, data.data(), 1), 0U);
+}
+
 TEST_F(I2cOnBoard, TheLongestRegisterWriteFillsAll256Registers) {
+    const norv::board::adapter_without_limits unlimited;
     std::array<uint8_t, 256> written;
     std::array<uint8_t, 256> found = {};
     std::iota(written.begin(), written.end(), uint8_t{7});
@@ -130,6 +160,7 @@ TEST_F(I2cOnBoard, AByteThatIsNotAcknowledgedEndsTheWrite) {
 }
 
 TEST_F(I2cOnBoard, TheKernelTakesMessagesOf8192BytesAndNoMore) {
+    const norv::board::adapter_without_limits unlimited;
     std::vector<uint8_t> bytes(65535);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), 8192), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, bytes.data(), 8192), 0U);
@@ -148,7 +179,9 @@ TEST_F(I2cOnBoard, TheWholeEepromReadsBackAsWritten) {
     for (uint32_t page = 0; page < 256; page += 8) {
         write_eeprom(static_cast<uint8_t>(page), &written[page], 8);
     }
-    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::eeprom, 0, found.data(), 256), 0U);
+    for (const uint8_t half : {uint8_t{0}, uint8_t{128}}) {
+        EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::eeprom, half, &found[half], 128), 0U);
+    }
     EXPECT_EQ(found, written);
 }
 
@@ -176,18 +209,19 @@ TEST_F(I2cOnBoard, AWriteOverTheEndOfAPageGoesOnAtItsStart) {
 }
 
 TEST_F(I2cOnBoard, TenThousandTransactionsLoseNothing) {
-    std::array<uint8_t, 256> expected = {};
+    constexpr uint16_t count = norv::board::longest_message - 1;  // and the register's address
+    std::array<uint8_t, count> expected = {};
     std::mt19937 random(1);
-    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0, expected.data(), 256), 0U);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0, expected.data(), count), 0U);
     for (int pair = 0; pair < 5000; ++pair) {
-        const auto first = static_cast<uint8_t>(random());
-        const auto length = static_cast<uint16_t>(1 + random() % (256U - first));
-        std::array<uint8_t, 256> found = {};
+        const auto first = static_cast<uint8_t>(random() % count);
+        const auto length = static_cast<uint16_t>(1 + random() % (count - first));
+        std::array<uint8_t, count> found = {};
         for (uint32_t index = first; index < first + length; ++index) {
             expected[index] = static_cast<uint8_t>(random());
         }
         ASSERT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, first, &expected[first], length), 0U);
-        ASSERT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, found.data(), 256), 0U);
+        ASSERT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, found.data(), count), 0U);
         ASSERT_EQ(found, expected) << "after " << pair << " pairs";
     }
 }

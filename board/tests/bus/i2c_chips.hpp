@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "../support/attribute.hpp"
@@ -13,7 +14,9 @@ namespace norv::board {
 
 constexpr uint32_t bus_number = 1;
 constexpr uint8_t registers = 0x20;
-constexpr uint8_t refusing_registers = 0x21;  // register 2 takes no data
+constexpr uint8_t refusing_registers = 0x21;   // register 2 takes no data
+constexpr uint8_t stretching_register = 0x10;  // of the same chip: holds the clock low
+constexpr uint16_t longest_message = 255;      // as the adapter is by default
 constexpr uint8_t eeprom = 0x50;
 constexpr uint8_t nobody = 0x30;
 
@@ -32,6 +35,23 @@ inline uint32_t smbus_number() {
     }
     return UINT32_MAX;
 }
+
+// An adapter that takes what the kernel takes, for as long as this lives.
+class adapter_without_limits {
+  public:
+    adapter_without_limits() { set("0", "Y"); }
+    ~adapter_without_limits() { set(std::to_string(longest_message), "N"); }
+    adapter_without_limits(const adapter_without_limits&) = delete;
+    adapter_without_limits& operator=(const adapter_without_limits&) = delete;
+
+  private:
+    static void set(const std::string& length, const std::string& empty_messages) {
+        const std::string parameters = "/sys/module/norv_board_i2c/parameters/";
+        std::ofstream(parameters + "max_read_length") << length;
+        std::ofstream(parameters + "max_write_length") << length;
+        std::ofstream(parameters + "empty_messages") << empty_messages;
+    }
+};
 
 // How many descriptors this process has open.
 inline long open_descriptors() {
