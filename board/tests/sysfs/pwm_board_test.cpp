@@ -84,7 +84,16 @@ TEST_F(PwmOnBoard, TheOtherEndMeasuresTheSignal) {
     const measured second = measure();
     EXPECT_EQ(second.status, 0U);
     EXPECT_EQ(second.period, 1000000000U);
-    EXPECT_EQ(second.duty, 999999999U);
+    EXPECT_EQ(second.duty, 999999990U);
+}
+
+TEST_F(PwmOnBoard, TheSignalHasWholeTicksOf10NanosecondsAndTheAttributesDoNotShowThat) {
+    generate(20009, 5004);
+    const measured signal = measure();
+    EXPECT_EQ(signal.period, 20000U);
+    EXPECT_EQ(signal.duty, 5000U);
+    EXPECT_EQ(attribute(channel_path(output, "period")), "20009");
+    EXPECT_EQ(attribute(channel_path(output, "duty_cycle")), "5004");
 }
 
 TEST_F(PwmOnBoard, AnInversedSignalIsLowForItsDuty) {
@@ -143,7 +152,7 @@ TEST_F(PwmOnBoard, APeriodOf2To31NanosecondsIsRefusedByTheKernel) {
 
 TEST_F(PwmOnBoard, APeriodThatTheDriverCannotMakeIsRefused) {
     generate(20000, 0);
-    EXPECT_EQ(norv_linux_pwm_set_period(&output, 9), NORV_STATUS_RANGE);
+    EXPECT_EQ(norv_linux_pwm_set_period(&output, 19), NORV_STATUS_RANGE);
 }
 
 TEST(PwmChipsOnBoard, TheNumberOfChannelsIsTheChips) {
@@ -163,6 +172,15 @@ TEST(PwmChipsOnBoard, AChannelOrChipThatTheKernelDoesNotHaveCannotBeOpened) {
     norv_linux_pwm_t pwm;
     EXPECT_EQ(norv_linux_pwm_open(0, 4, &pwm), NORV_STATUS_ERRNO_BASE + ENODEV);
     EXPECT_EQ(norv_linux_pwm_open(77, 0, &pwm), NORV_STATUS_NOT_FOUND);
+}
+
+TEST(PwmChipsOnBoard, APolarityThatTheDriverCannotMakeIsRefused) {
+    norv_linux_pwm_t pwm;
+    ASSERT_EQ(norv_linux_pwm_open(4, 5, &pwm), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 20000), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_polarity(&pwm, true), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(attribute(channel_path(pwm, "polarity")), "normal");
+    norv_linux_pwm_close(&pwm);
 }
 
 TEST(PwmChipsOnBoard, AChannelWithoutAPeriodCannotBeStarted) {
