@@ -6,6 +6,9 @@
 #ifndef NORV_BOARD_KERNEL_VERSIONS_H
 #define NORV_BOARD_KERNEL_VERSIONS_H
 
+#ifdef CONFIG_X86
+#include <asm/set_memory.h>
+#endif
 #include <linux/device/class.h>
 #include <linux/err.h>
 #include <linux/gpio/driver.h>
@@ -119,5 +122,19 @@ static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned i
 #else
 #define board_gadget_callbacks(gadget, on) (gadget)->ops->udc_async_callbacks(gadget, on)
 #endif
+
+/* A PC keeps one memory type for each page, and maps memory as cached unless its pages say otherwise. */
+static inline int board_set_memory_uc(void* pages, int count) {
+#ifdef CONFIG_X86
+    return set_memory_uc((unsigned long)pages, count);
+#else
+    return 0;
+#endif
+}
+static inline void board_set_memory_wb(void* pages, int count) {
+#ifdef CONFIG_X86
+    set_memory_wb((unsigned long)pages, count);
+#endif
+}
 
 #endif

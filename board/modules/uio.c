@@ -3,10 +3,15 @@
 // The UIO devices of the virtual board, both platform devices:
 //
 //   norv-board-regs    one page of registers, and an interrupt
-//   norv-board-memory  two pages of registers, no interrupt
+//   norv-board-memory  two regions of registers, of two pages and of one, no interrupt
 //
-// The registers of norv-board-memory begin 0x800 bytes after the start of its region, as the attribute
-// maps/map0/offset says, like those of a device that does not begin at a page. The first one is the identity.
+// The registers of norv-board-memory begin 0x800 bytes after the start of its first region and 0x40 bytes
+// after that of its second, as the attributes maps/map0/offset and maps/map1/offset say, like those of a
+// device that does not begin at a page. The first one is the identity, in the second region its complement.
+//
+// All are mapped as the registers of a device are: uncached, and not as memory of the process, so that the
+// kernel refuses to read or write them on its behalf, in O_DIRECT and process_vm_readv(2) for example
+// (EFAULT).
 //
 // Registers of norv-board-regs, in the processor's byte order; all others are plain memory:
 //
@@ -22,6 +27,8 @@
 
 #include <linux/debugfs.h>
 #include <linux/hrtimer.h>
+#include <linux/io.h>
+#include <linux/mm.h>
 #include <linux/module.h>
 #include <linux/platform_device.h>
 #include <linux/spinlock.h>
@@ -30,13 +37,16 @@
 #include "kernel_versions.h"
 
 #define IDENTITY 0x4E4F5256
-#define MEMORY_OFFSET 0x800
+#define FIRST_OFFSET 0x800
+#define SECOND_OFFSET 0x40
 
 enum { REG_IDENTITY, REG_COUNT, REG_OPERAND, REG_RESULT };
 
 static struct uio_info regs = {.name = "norv-board-regs", .version = "1", .irq = UIO_IRQ_CUSTOM};
 static struct uio_info memory = {.name = "norv-board-memory", .version = "1", .irq = UIO_IRQ_NONE};
 static struct platform_device* parents[2];
+static void* regs_page;
+static void* memory_pages[2];
 static u32* registers;
 
 static DEFINE_SPINLOCK(lock);
@@ -101,17 +111,42 @@ static int raise_interrupts(void* data, u64 count) {
 }
 DEFINE_DEBUGFS_ATTRIBUTE(raise_operations, NULL, raise_interrupts, "%llu\n");
 
-static int allocate_registers(struct uio_info* info, size_t size) {
-    info->mem[0].addr = (phys_addr_t)(unsigned long)alloc_pages_exact(size, GFP_KERNEL | __GFP_ZERO);
-    info->mem[0].size = size;
-    info->mem[0].memtype = UIO_MEM_LOGICAL;
-    return info->mem[0].addr ? 0 : -ENOMEM;
+// Pages that stand for registers: whoever maps them maps them as uncached, the driver as well.
+static void* allocate_registers(struct uio_mem* region, const char* name, size_t size) {
+    void* pages = alloc_pages_exact(size, GFP_KERNEL | __GFP_ZERO);
+
+    if (!pages) {
+        return NULL;
+    }
+    if (board_set_memory_uc(pages, size / PAGE_SIZE)) {
+        free_pages_exact(pages, size);
+        return NULL;
+    }
+    region->name = name;
+    region->addr = virt_to_phys(pages);
+    region->size = size;
+    region->memtype = UIO_MEM_PHYS;
+    return pages;
 }
 
-static void free_registers(struct uio_info* info) {
-    if (info->mem[0].addr) {
-        free_pages_exact((void*)(unsigned long)info->mem[0].addr, info->mem[0].size);
+static void free_registers(const struct uio_mem* region, void* pages) {
+    if (pages) {
+        board_set_memory_wb(pages, region->size / PAGE_SIZE);
+        free_pages_exact(pages, region->size);
     }
+}
+
+static void free_all_registers(void) {
+    free_registers(&regs.mem[0], regs_page);
+    free_registers(&memory.mem[0], memory_pages[0]);
+    free_registers(&memory.mem[1], memory_pages[1]);
+}
+
+static int allocate_all_registers(void) {
+    regs_page = allocate_registers(&regs.mem[0], "registers", PAGE_SIZE);
+    memory_pages[0] = allocate_registers(&memory.mem[0], "first", 2 * PAGE_SIZE);
+    memory_pages[1] = allocate_registers(&memory.mem[1], "second", PAGE_SIZE);
+    return regs_page && memory_pages[0] && memory_pages[1] ? 0 : -ENOMEM;
 }
 
 static int add_device(struct uio_info* info, struct platform_device** parent) {
@@ -159,23 +194,21 @@ static int add_devices(void) {
 }
 
 static int __init board_uio_init(void) {
-    int error = allocate_registers(&regs, PAGE_SIZE);
+    int error = allocate_all_registers();
 
     if (!error) {
-        error = allocate_registers(&memory, 2 * PAGE_SIZE);
-    }
-    if (!error) {
-        registers = (u32*)(unsigned long)regs.mem[0].addr;
+        registers = regs_page;
         registers[REG_IDENTITY] = IDENTITY;
-        memory.mem[0].offs = MEMORY_OFFSET;
-        *(u32*)(unsigned long)(memory.mem[0].addr + MEMORY_OFFSET) = IDENTITY;
+        memory.mem[0].offs = FIRST_OFFSET;
+        memory.mem[1].offs = SECOND_OFFSET;
+        *(u32*)(memory_pages[0] + FIRST_OFFSET) = IDENTITY;
+        *(u32*)(memory_pages[1] + SECOND_OFFSET) = ~IDENTITY;
         board_timer_init(&timer, interrupt);
         regs.irqcontrol = control_interrupt;
         error = add_devices();
     }
     if (error) {
-        free_registers(&regs);
-        free_registers(&memory);
+        free_all_registers();
         return error;
     }
     add_debug_files();
@@ -187,8 +220,7 @@ static void __exit board_uio_exit(void) {
     remove_device(&memory, parents[1]);
     remove_device(&regs, parents[0]);
     hrtimer_cancel(&timer);
-    free_registers(&memory);
-    free_registers(&regs);
+    free_all_registers();
 }
 
 module_init(board_uio_init);

@@ -5,7 +5,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/mman.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -72,6 +76,31 @@ TEST_F(UioOnBoard, RegistersThatBeginWithinAPageAreReachedThroughTheirOffset) {
     EXPECT_EQ(norv_uio_read_32(&memory, offset), 0x4E4F5256U);
     EXPECT_NE(norv_uio_read_32(&memory, 0), 0x4E4F5256U);
     norv_uio_close(&memory);
+}
+
+// The library maps the first region; a program reaches the others through the descriptor, N pages into the
+// node.
+TEST_F(UioOnBoard, ASecondRegionIsMappedThroughTheDescriptor) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    norv_uio_t* memory = nullptr;
+    ASSERT_EQ(norv_uio_open_by_name("norv-board-memory", &memory), 0U);
+    const std::string region = "/sys/class/uio/uio1/maps/map1/";
+    EXPECT_EQ(norv::board::attribute(region + "size"), "0x0000000000001000");
+    const auto offset = std::stoul(norv::board::attribute(region + "offset"), nullptr, 0);
+    void* second = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_SHARED, norv_uio_get_fd(&memory),
+                        static_cast<off_t>(page));
+    ASSERT_NE(second, MAP_FAILED);
+    EXPECT_EQ(static_cast<volatile uint32_t*>(second)[offset / sizeof(uint32_t)], ~0x4E4F5256U);
+    EXPECT_EQ(munmap(second, page), 0);
+    norv_uio_close(&memory);
+}
+
+TEST_F(UioOnBoard, TheKernelDoesNotReadRegistersOnBehalfOfAProcess) {
+    uint32_t identity = 0;
+    const iovec here = {&identity, sizeof identity};
+    const iovec registers = {norv_uio_get_map(&device), sizeof identity};
+    EXPECT_EQ(process_vm_readv(getpid(), &here, 1, &registers, 1, 0), -1);
+    EXPECT_EQ(errno, EFAULT);
 }
 
 TEST_F(UioOnBoard, ADeviceThatIsNotThereIsNotFound) {
