@@ -7,9 +7,12 @@
 // the same clocks. A rate that a clock cannot make becomes the nearest divider's. fclk3 is in use: it cannot
 // be set.
 //
-// The system monitor is an IIO device, iio:device0 where there is no other. A reading can be set by writing
-// to its raw attribute. voltage9 has no scale, voltage10 no reading, and of voltage11 each conversion fails.
+// The system monitor is an IIO device, iio:device0 where there is no other. Its attributes take no writes
+// (-EINVAL), like those of xilinx-ams; a number written to a file of /sys/kernel/debug/norv_board_zynq/ is
+// what the channel of that name measures from then on. voltage9 has no scale, voltage10 no reading, and of
+// voltage11 each conversion fails.
 
+#include <linux/debugfs.h>
 #include <linux/device.h>
 #include <linux/iio/iio.h>
 #include <linux/kdev_t.h>
@@ -127,7 +130,8 @@ static int add_clocks(void) {
 // ---- system monitor
 
 struct sensor {
-    int raw;
+    const char* name;  // null: has no reading
+    u32 raw;
     int offset;
     int scale;       // milli-units per step
     int scale_nano;  // and their fraction
@@ -158,18 +162,19 @@ static const struct iio_chan_spec channels[] = {
 
 // What stands in the same place above: a Zynq at 34.45 degrees, a ZynqMP at 38.41 and 37.25 degrees.
 static struct sensor sensors[ARRAY_SIZE(channels)] = {
-    {.raw = 2500, .offset = -2219, .scale = 123, .scale_nano = 40771484},
-    {.raw = 41000, .offset = -36058, .scale = 7, .scale_nano = 771514892},
-    {.raw = 40851, .offset = -36058, .scale = 7, .scale_nano = 771514892},
-    {.raw = 1365, .scale_nano = 732421875},
-    {.raw = 18568, .scale_nano = 45776367},
-    {.raw = 1365, .scale_nano = 244140625},
-    {.raw = 100},
+    {.name = "temp0", .raw = 2500, .offset = -2219, .scale = 123, .scale_nano = 40771484},
+    {.name = "temp0_ps_temp", .raw = 41000, .offset = -36058, .scale = 7, .scale_nano = 771514892},
+    {.name = "temp2_pl_temp", .raw = 40851, .offset = -36058, .scale = 7, .scale_nano = 771514892},
+    {.name = "voltage0_vccint", .raw = 1365, .scale_nano = 732421875},
+    {.name = "voltage1_vcc_psintlp", .raw = 18568, .scale_nano = 45776367},
+    {.name = "voltage8", .raw = 1365, .scale_nano = 244140625},
+    {.name = "voltage9", .raw = 100},
     {.scale = 1},
     {.scale = 1, .fails = true},
 };
 
 static struct iio_dev* monitor;
+static struct dentry* directory;
 
 static struct sensor* sensor_of(const struct iio_chan_spec* channel) {
     return &sensors[channel - monitor->channels];
@@ -181,7 +186,7 @@ static int monitor_read(struct iio_dev* device, const struct iio_chan_spec* chan
 
     switch (part) {
         case IIO_CHAN_INFO_RAW:
-            *value = sensor->raw;
+            *value = (int)READ_ONCE(sensor->raw);
             return sensor->fails ? -EIO : IIO_VAL_INT;
         case IIO_CHAN_INFO_OFFSET:
             *value = sensor->offset;
@@ -193,16 +198,18 @@ static int monitor_read(struct iio_dev* device, const struct iio_chan_spec* chan
     }
 }
 
-static int monitor_write(struct iio_dev* device, const struct iio_chan_spec* channel, int value, int fraction,
-                         long part) {
-    if (part != IIO_CHAN_INFO_RAW) {
-        return -EINVAL;
-    }
-    sensor_of(channel)->raw = value;
-    return 0;
-}
+static const struct iio_info monitor_info = {.read_raw = monitor_read};
 
-static const struct iio_info monitor_info = {.read_raw = monitor_read, .write_raw = monitor_write};
+static void add_readings(void) {
+    int index;
+
+    directory = debugfs_create_dir("norv_board_zynq", NULL);
+    for (index = 0; index < ARRAY_SIZE(sensors); index++) {
+        if (sensors[index].name) {
+            debugfs_create_u32(sensors[index].name, 0600, directory, &sensors[index].raw);
+        }
+    }
+}
 
 static int add_monitor(void) {
     int error;
@@ -239,11 +246,14 @@ static int __init board_zynq_init(void) {
     }
     if (error) {
         class_destroy(clock_class);
+        return error;
     }
-    return error;
+    add_readings();
+    return 0;
 }
 
 static void __exit board_zynq_exit(void) {
+    debugfs_remove_recursive(directory);
     iio_device_unregister(monitor);
     iio_device_free(monitor);
     remove_clocks(CLOCK_COUNT);

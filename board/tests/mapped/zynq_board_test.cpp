@@ -10,6 +10,7 @@
 
 #include "../support/attribute.hpp"
 #include "norv_base.h"
+#include "norv_file.h"
 
 namespace {
 
@@ -19,7 +20,7 @@ const std::string monitor = "/sys/bus/iio/devices/iio:device0/";
 
 // What a sensor measures from now on.
 void set_reading(const std::string& channel, int raw) {
-    std::ofstream(monitor + "in_" + channel + "_raw") << raw;
+    std::ofstream("/sys/kernel/debug/norv_board_zynq/" + channel) << raw;
     ASSERT_EQ(attribute(monitor + "in_" + channel + "_raw"), std::to_string(raw));
 }
 
@@ -102,6 +103,14 @@ TEST(ZynqSensorOnBoard, ATemperatureFollowsItsReading) {
     set_reading("temp0", 2330);
     EXPECT_EQ(norv_zynq_get_temperature(&temperature), 0U);
     EXPECT_EQ(temperature, 1354);
+}
+
+TEST(ZynqSensorOnBoard, AReadingCannotBeWritten) {
+    set_reading("temp0", 2500);
+    const std::string path = monitor + "in_temp0_raw";
+    uint32_t length = 4;
+    EXPECT_EQ(norv_write_device("2330", &length, "%s", path.c_str()), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(attribute(path), "2500");
 }
 
 TEST(ZynqSensorOnBoard, AVoltageIsReadInBothRanges) {
