@@ -6,12 +6,18 @@
 // Writing the name of a firmware file to "firmware" programs an FPGA: the file is looked up where the kernel
 // looks for firmware, and "state" goes through the words of the kernel's FPGA framework, to "operating" or to
 // that of the step that failed. An image is what has the sync word aa 99 55 66 within its first 256 bytes;
-// one that ends within 64 bytes behind it never raises DONE. What is in the fabric is told by "image" (the
+// one that ends within 64 bytes after it never raises DONE. What is in the fabric is shown by "image" (the
 // name), "image_size" and "image_sum" (the sum of its bytes); a failed attempt leaves the fabric empty.
+//
+// A manager has one user at a time, as the kernel's framework has it: while an image is written, and while
+// /sys/kernel/debug/norv_board_fpga/fpgaN is Y, as if a driver of the kernel had the manager, "firmware"
+// refuses to be written (-EBUSY), and nothing changes.
 
+#include <linux/debugfs.h>
 #include <linux/delay.h>
 #include <linux/device.h>
 #include <linux/firmware.h>
+#include <linux/jiffies.h>
 #include <linux/kdev_t.h>
 #include <linux/module.h>
 #include <linux/mutex.h>
@@ -29,6 +35,7 @@ MODULE_PARM_DESC(write_ms, "time that writing an image takes (default 20 ms)");
 struct fpga {
     struct device* device;
     struct mutex lock;  // one image at a time
+    bool claimed;       // by somebody else
     const char* state;
     char image[NAME_MAX + 1];
     size_t image_size;
@@ -37,6 +44,7 @@ struct fpga {
 
 static struct fpga fpgas[2];
 static struct class* fpga_class;
+static struct dentry* directory;
 
 // Returns what follows the sync word, null when there is none.
 static const u8* find_design(const struct firmware* firmware) {
@@ -62,6 +70,15 @@ static int fail(struct fpga* fpga, const char* state, int error) {
     return error;
 }
 
+// For as long as the parameter says, which may change meanwhile.
+static void take_time(void) {
+    unsigned long start = jiffies;
+
+    while (time_before(jiffies, start + msecs_to_jiffies(READ_ONCE(write_ms)))) {
+        msleep(min(READ_ONCE(write_ms), 10U));
+    }
+}
+
 static int write_image(struct fpga* fpga, const struct firmware* firmware) {
     const u8* design = find_design(firmware);
     size_t at;
@@ -71,7 +88,7 @@ static int write_image(struct fpga* fpga, const struct firmware* firmware) {
         return fail(fpga, "write init error", -EINVAL);
     }
     fpga->state = "write";
-    msleep(write_ms);
+    take_time();
     if (fpga == &fpgas[DEFECTIVE_FPGA]) {
         return fail(fpga, "write error", -EIO);
     }
@@ -115,7 +132,9 @@ static ssize_t firmware_store(struct device* device, struct device_attribute* at
         return -EINVAL;
     }
     name[strcspn(name, "\n")] = '\0';
-    mutex_lock(&fpga->lock);
+    if (READ_ONCE(fpga->claimed) || !mutex_trylock(&fpga->lock)) {
+        return -EBUSY;
+    }
     error = program(fpga, name);
     mutex_unlock(&fpga->lock);
     return error ? error : count;
@@ -193,10 +212,15 @@ static int __init board_fpga_init(void) {
             return PTR_ERR(fpga->device);
         }
     }
+    directory = debugfs_create_dir("norv_board_fpga", NULL);
+    for (index = 0; index < ARRAY_SIZE(fpgas); index++) {
+        debugfs_create_bool(dev_name(fpgas[index].device), 0600, directory, &fpgas[index].claimed);
+    }
     return 0;
 }
 
 static void __exit board_fpga_exit(void) {
+    debugfs_remove_recursive(directory);
     remove_fpgas(ARRAY_SIZE(fpgas));
 }
 

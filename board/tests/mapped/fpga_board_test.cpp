@@ -49,10 +49,18 @@ class FpgaOnBoard : public testing::Test {
         store_firmware("good.bin", good);
         EXPECT_EQ(norv_fpga_program(0, "good.bin"), 0U);
     }
-    ~FpgaOnBoard() override { set_write_time(20); }
+    ~FpgaOnBoard() override {
+        set_write_time(20);
+        claim(false);
+    }
+
+    // Whether a driver of the kernel has the manager.
+    static void claim(bool claimed) {
+        std::ofstream("/sys/kernel/debug/norv_board_fpga/fpga0") << (claimed ? "Y" : "N");
+    }
 
     static void set_write_time(int milliseconds) {
-        std::ofstream("/sys/module/norv_board_fpga/parameters/write_ms") << milliseconds;
+        std::ofstream("/sys/module/norv_board_fpga/parameters/write_ms") << milliseconds << std::flush;
     }
 
     const std::string good = "header" + sync_word + std::string(100000, 'd');
@@ -79,6 +87,27 @@ TEST_F(FpgaOnBoard, AnFpgaIsNotDoneWhileItIsProgrammed) {
     EXPECT_TRUE(comes_true([] { return !is_done(0); }));
     programming.join();
     EXPECT_TRUE(is_done(0));
+}
+
+TEST_F(FpgaOnBoard, AnFpgaThatIsBeingProgrammedIsBusyAndItsImageIsWrittenToTheEnd) {
+    store_firmware("other.bin", sync_word + std::string(70, 'o'));
+    set_write_time(600000);
+    std::thread programming([] { EXPECT_EQ(norv_fpga_program(0, "good.bin"), 0U); });
+    EXPECT_TRUE(comes_true([] { return !is_done(0); }));
+    EXPECT_EQ(norv_fpga_program(0, "other.bin"), norv_get_status_by_errno(EBUSY));
+    set_write_time(0);
+    programming.join();
+    EXPECT_EQ(fpga_attribute(0, "image"), "good.bin");
+}
+
+TEST_F(FpgaOnBoard, AnFpgaThatADriverOfTheKernelHasIsBusy) {
+    store_firmware("other.bin", sync_word + std::string(70, 'o'));
+    claim(true);
+    EXPECT_EQ(norv_fpga_program(0, "other.bin"), norv_get_status_by_errno(EBUSY));
+    EXPECT_TRUE(is_done(0));
+    EXPECT_EQ(fpga_attribute(0, "image"), "good.bin");
+    claim(false);
+    EXPECT_EQ(norv_fpga_program(0, "other.bin"), 0U);
 }
 
 TEST_F(FpgaOnBoard, FirmwareThatDoesNotExistIsNotFoundAndTheFpgaIsNotDone) {
