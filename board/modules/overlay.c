@@ -3,10 +3,17 @@
 // Device-tree overlays of the virtual board: the configfs directory device-tree/overlays, in which every
 // directory that is made is an overlay with the attributes "dtbo" and "status".
 //
-// The board's tree has the nodes / and /axi. A compiled overlay that is written to "dtbo" is applied when all
-// its fragments name one of them as their target-path; then "status" reads "applied", and "unapplied" in any
-// other case. As with every binary attribute of configfs, the file is looked at when it is closed, so a write
-// never fails for what is in it. An overlay can be written once.
+// The board's tree has the nodes /, /axi and /interrupt-controller, the latter two with the labels `amba` and
+// `gic`. A compiled overlay that is written to "dtbo" is applied when all its fragments are for one of these
+// nodes, by path or by label, and all labels that it refers to are known; the kernel's log says why one is
+// not. Then "status" reads "applied", and "unapplied" in any other case. As with every binary attribute of
+// configfs, the file is looked at when it is closed, so a write never fails for what is in it. An overlay can
+// be written once.
+//
+// The nodes / and /axi are buses: a node that an overlay adds to one of them becomes a platform device,
+// unless its "status" is another than "okay", as the kernel's own overlays have it; it goes away with the
+// overlay. The name is made of the node's: serial@a0000000 becomes a0000000.serial. The device has no
+// resources and finds no driver: that would take a kernel that is built with device trees (CONFIG_OF).
 //
 // /sys/kernel/debug/norv_board_overlay/nodes lists the nodes that the applied overlays have added.
 
@@ -15,12 +22,15 @@
 #include <linux/list.h>
 #include <linux/module.h>
 #include <linux/mutex.h>
+#include <linux/platform_device.h>
 #include <linux/seq_file.h>
 #include <linux/sizes.h>
 #include <linux/slab.h>
 
 #define LARGEST_OVERLAY SZ_1M
-#define NODES_SIZE 1024
+#define MOST_NODES 16
+#define MOST_FRAGMENTS 16
+#define LONGEST_NAME 64
 #define DEEPEST_NODE 16
 
 // The format of a flattened device tree; all its words are big-endian.
@@ -44,12 +54,35 @@ struct fdt_header {
     __be32 structure_size;
 };
 
+// A node of the board's tree.
+struct base_node {
+    const char* path;
+    const char* label;               // null: none
+    const char* bus;                 // what the names of its devices begin with; null: it is not a bus
+    struct platform_device* device;  // of the bus itself, where it has one
+};
+
+static struct base_node base_nodes[] = {
+    {.path = "/", .bus = ""},
+    {.path = "/axi", .label = "amba", .bus = "axi:"},
+    {.path = "/interrupt-controller", .label = "gic"},
+};
+
+// A node that an overlay adds.
+struct added_node {
+    const struct base_node* target;
+    char name[LONGEST_NAME];
+    bool is_available;
+    struct platform_device* device;  // null: none
+};
+
 struct overlay {
     struct config_item item;
     struct list_head entry;
     bool written;
     bool applied;
-    char nodes[NODES_SIZE];  // one line each
+    int node_count;
+    struct added_node nodes[MOST_NODES];
 };
 
 static DEFINE_MUTEX(lock);
@@ -62,15 +95,25 @@ static struct overlay* overlay_of(struct config_item* item) {
 
 // ---- reading a flattened tree
 
+struct fragment {
+    const char* name;
+    size_t name_length;
+    const struct base_node* target;
+};
+
 struct reader {
+    const char* overlay;  // its name
     const u8* at;
     const u8* end;
     const char* strings;
     const char* strings_end;
     int depth;
     const char* names[DEEPEST_NODE];
-    const char* target;  // of the fragment that is being read
-    int fragments;
+    // Fragments whose target is a label: they are listed after the nodes.
+    struct fragment fragments[MOST_FRAGMENTS];
+    int fragment_count;
+    const struct base_node* target;  // of the fragment that is being read
+    int applied_fragments;
 };
 
 static bool read_word(struct reader* reader, u32* word) {
@@ -82,7 +125,7 @@ static bool read_word(struct reader* reader, u32* word) {
     return true;
 }
 
-// Takes so many bytes and what fills them up to a whole word.
+// Takes the given number of bytes, and those that fill them up to a whole word.
 static const u8* take(struct reader* reader, u32 size) {
     const u8* taken = reader->at;
 
@@ -93,42 +136,163 @@ static const u8* take(struct reader* reader, u32 size) {
     return taken;
 }
 
-static bool is_target(const char* path) {
-    return strcmp(path, "/") == 0 || strcmp(path, "/axi") == 0;
+static const struct base_node* node_with_path(const char* path) {
+    int index;
+
+    for (index = 0; index < ARRAY_SIZE(base_nodes); index++) {
+        if (strcmp(base_nodes[index].path, path) == 0) {
+            return &base_nodes[index];
+        }
+    }
+    return NULL;
+}
+
+static const struct base_node* node_with_label(const char* label) {
+    int index;
+
+    for (index = 0; index < ARRAY_SIZE(base_nodes); index++) {
+        if (base_nodes[index].label && strcmp(base_nodes[index].label, label) == 0) {
+            return &base_nodes[index];
+        }
+    }
+    return NULL;
+}
+
+// What is read of a tree: first the labels that it refers to, then its nodes.
+struct pass {
+    bool (*begin_node)(struct overlay* overlay, struct reader* reader, const char* name);
+    bool (*property)(struct overlay* overlay, struct reader* reader, const char* name, const char* value,
+                     u32 length);
+};
+
+// ---- the labels: properties of /__fixups__, each with the places that refer to it, "/PATH:PROPERTY:OFFSET"
+
+static bool note_node(struct overlay* overlay, struct reader* reader, const char* name) {
+    return true;
+}
+
+// Of the places only the target of a fragment matters here: "/fragment@0:target:0".
+static bool note_place(struct reader* reader, const char* place, const struct base_node* node) {
+    const char* colon = strchr(place, ':');
+    struct fragment* fragment = &reader->fragments[reader->fragment_count];
+
+    if (place[0] != '/' || !colon) {
+        return false;
+    }
+    if (strcmp(colon, ":target:0") != 0 || memchr(place + 1, '/', colon - place - 1)) {
+        return true;
+    }
+    if (reader->fragment_count == MOST_FRAGMENTS) {
+        return false;
+    }
+    fragment->name = place + 1;
+    fragment->name_length = colon - fragment->name;
+    fragment->target = node;
+    reader->fragment_count++;
+    return true;
+}
+
+static bool note_label(struct overlay* overlay, struct reader* reader, const char* name, const char* value,
+                       u32 length) {
+    const struct base_node* node;
+    const char* place;
+
+    if (reader->depth != 2 || strcmp(reader->names[1], "__fixups__") != 0) {
+        return true;
+    }
+    node = node_with_label(name);
+    if (!node) {
+        pr_err("norv_board_overlay: %s: the tree has no label %s\n", reader->overlay, name);
+        return false;
+    }
+    if (length == 0 || value[length - 1] != '\0') {
+        return false;
+    }
+    for (place = value; place < value + length; place += strlen(place) + 1) {
+        if (!note_place(reader, place, node)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// ---- the nodes
+
+static const struct base_node* target_by_label(const struct reader* reader, const char* name) {
+    const struct fragment* fragment;
+
+    for (fragment = reader->fragments; fragment < reader->fragments + reader->fragment_count; fragment++) {
+        if (strlen(name) == fragment->name_length &&
+            memcmp(name, fragment->name, fragment->name_length) == 0) {
+            return fragment->target;
+        }
+    }
+    return NULL;
+}
+
+static bool is_added_node(const struct reader* reader) {
+    return reader->depth >= 3 && strcmp(reader->names[2], "__overlay__") == 0;
+}
+
+static bool add_node(struct overlay* overlay, struct reader* reader, const char* name) {
+    struct added_node* node = &overlay->nodes[overlay->node_count];
+
+    if (overlay->node_count == MOST_NODES || strscpy(node->name, name, sizeof(node->name)) < 0) {
+        return false;
+    }
+    node->target = reader->target;
+    node->is_available = true;
+    overlay->node_count++;
+    return true;
 }
 
 // The children of an __overlay__ are what an overlay adds.
-static void add_node(struct overlay* overlay, const struct reader* reader, const char* name) {
-    size_t length = strlen(overlay->nodes);
-
-    if (reader->depth == 3 && strcmp(reader->names[2], "__overlay__") == 0) {
-        scnprintf(overlay->nodes + length, NODES_SIZE - length, "%s/%s\n",
-                  strcmp(reader->target, "/") == 0 ? "" : reader->target, name);
+static bool begin_added_node(struct overlay* overlay, struct reader* reader, const char* name) {
+    if (reader->depth == 1) {
+        reader->target = target_by_label(reader, name);
     }
+    if (reader->depth == 2 && strcmp(name, "__overlay__") == 0) {
+        if (!reader->target) {
+            pr_err("norv_board_overlay: %s: the tree has no node for %s\n", reader->overlay,
+                   reader->names[1]);
+            return false;
+        }
+        reader->applied_fragments++;
+    }
+    return reader->depth != 3 || !is_added_node(reader) || add_node(overlay, reader, name);
 }
 
-static bool begin_node(struct overlay* overlay, struct reader* reader) {
+static bool read_property_of_node(struct overlay* overlay, struct reader* reader, const char* name,
+                                  const char* value, u32 length) {
+    if (reader->depth == 2 && strcmp(name, "target-path") == 0) {
+        if (length == 0 || value[length - 1] != '\0') {
+            return false;
+        }
+        reader->target = node_with_path(value);
+    }
+    if (reader->depth == 4 && is_added_node(reader) && strcmp(name, "status") == 0) {
+        overlay->nodes[overlay->node_count - 1].is_available =
+            (length == 5 && memcmp(value, "okay", 5) == 0) || (length == 3 && memcmp(value, "ok", 3) == 0);
+    }
+    return true;
+}
+
+static const struct pass labels_pass = {.begin_node = note_node, .property = note_label};
+static const struct pass nodes_pass = {.begin_node = begin_added_node, .property = read_property_of_node};
+
+static bool begin_node(struct overlay* overlay, struct reader* reader, const struct pass* pass) {
     const char* name = (const char*)reader->at;
     size_t length = strnlen(name, reader->end - reader->at);
 
-    if (!take(reader, length + 1) || reader->depth == DEEPEST_NODE) {
+    if (!take(reader, length + 1) || reader->depth == DEEPEST_NODE ||
+        !pass->begin_node(overlay, reader, name)) {
         return false;
     }
-    if (reader->depth == 1) {
-        reader->target = NULL;
-    }
-    if (reader->depth == 2 && strcmp(name, "__overlay__") == 0) {
-        if (!reader->target || !is_target(reader->target)) {
-            return false;
-        }
-        reader->fragments++;
-    }
-    add_node(overlay, reader, name);
     reader->names[reader->depth++] = name;
     return true;
 }
 
-static bool read_property(struct reader* reader) {
+static bool read_property(struct overlay* overlay, struct reader* reader, const struct pass* pass) {
     u32 length, name_offset;
     const char *name, *value;
 
@@ -136,20 +300,17 @@ static bool read_property(struct reader* reader) {
         return false;
     }
     value = (const char*)take(reader, length);
-    name = reader->strings + name_offset;
     if (!value || name_offset >= reader->strings_end - reader->strings) {
         return false;
     }
-    if (reader->depth == 2 && strncmp(name, "target-path", reader->strings_end - name) == 0) {
-        if (length == 0 || value[length - 1] != '\0') {
-            return false;
-        }
-        reader->target = value;
+    name = reader->strings + name_offset;
+    if (strnlen(name, reader->strings_end - name) == reader->strings_end - name) {
+        return false;
     }
-    return true;
+    return pass->property(overlay, reader, name, value, length);
 }
 
-static bool read_tree(struct overlay* overlay, struct reader* reader) {
+static bool read_tree(struct overlay* overlay, struct reader* reader, const struct pass* pass) {
     u32 token;
 
     while (read_word(reader, &token)) {
@@ -157,18 +318,18 @@ static bool read_tree(struct overlay* overlay, struct reader* reader) {
 
         switch (token) {
             case FDT_BEGIN_NODE:
-                understood = begin_node(overlay, reader);
+                understood = begin_node(overlay, reader, pass);
                 break;
             case FDT_END_NODE:
                 understood = reader->depth-- > 0;
                 break;
             case FDT_PROP:
-                understood = read_property(reader);
+                understood = read_property(overlay, reader, pass);
                 break;
             case FDT_NOP:
                 break;
             case FDT_END:
-                return reader->depth == 0 && reader->fragments > 0;
+                return reader->depth == 0;
             default:
                 understood = false;
         }
@@ -183,9 +344,9 @@ static bool lies_within(u32 offset, u32 size, size_t total) {
     return offset <= total && size <= total - offset && IS_ALIGNED(offset, sizeof(u32));
 }
 
-static bool apply(struct overlay* overlay, const void* bytes, size_t size) {
+static bool read_overlay(struct overlay* overlay, const void* bytes, size_t size) {
     const struct fdt_header* header = bytes;
-    struct reader reader = {};
+    struct reader reader = {.overlay = overlay->item.ci_name};
     u32 structure, structure_size, strings, strings_size;
 
     if (size < sizeof(*header) || be32_to_cpu(header->magic) != FDT_MAGIC ||
@@ -199,11 +360,64 @@ static bool apply(struct overlay* overlay, const void* bytes, size_t size) {
     if (!lies_within(structure, structure_size, size) || !lies_within(strings, strings_size, size)) {
         return false;
     }
-    reader.at = bytes + structure;
-    reader.end = reader.at + structure_size;
+    reader.end = bytes + structure + structure_size;
     reader.strings = bytes + strings;
     reader.strings_end = reader.strings + strings_size;
-    return read_tree(overlay, &reader);
+    reader.at = bytes + structure;
+    if (!read_tree(overlay, &reader, &labels_pass)) {
+        return false;
+    }
+    reader.at = bytes + structure;
+    return read_tree(overlay, &reader, &nodes_pass) && reader.applied_fragments > 0;
+}
+
+// ---- the devices
+
+// ADDRESS.NAME for NAME@ADDRESS, and BUS:NAME for a node without an address.
+static void name_device(const struct added_node* node, char* name, size_t size) {
+    const char* at = strchr(node->name, '@');
+
+    if (at) {
+        snprintf(name, size, "%s.%.*s", at + 1, (int)(at - node->name), node->name);
+    } else {
+        snprintf(name, size, "%s%s", node->target->bus, node->name);
+    }
+}
+
+// As in the kernel, a device that cannot be made is no reason not to apply the overlay.
+static void add_device(struct added_node* node) {
+    struct platform_device_info info = {.id = PLATFORM_DEVID_NONE};
+    char name[2 * LONGEST_NAME];
+
+    if (!node->target->bus || !node->is_available) {
+        return;
+    }
+    name_device(node, name, sizeof(name));
+    info.name = name;
+    info.parent = node->target->device ? &node->target->device->dev : NULL;
+    node->device = platform_device_register_full(&info);
+    if (IS_ERR(node->device)) {
+        pr_err("norv_board_overlay: the device %s cannot be made (%ld)\n", name, PTR_ERR(node->device));
+        node->device = NULL;
+    }
+}
+
+static bool apply(struct overlay* overlay, const void* bytes, size_t size) {
+    int index;
+
+    if (!read_overlay(overlay, bytes, size)) {
+        return false;
+    }
+    for (index = 0; index < overlay->node_count; index++) {
+        add_device(&overlay->nodes[index]);
+    }
+    return true;
+}
+
+static void take_back(struct overlay* overlay) {
+    while (overlay->node_count > 0) {
+        platform_device_unregister(overlay->nodes[--overlay->node_count].device);
+    }
 }
 
 // ---- configfs
@@ -237,6 +451,7 @@ static void overlay_release(struct config_item* item) {
     mutex_lock(&lock);
     list_del(&overlay->entry);
     mutex_unlock(&lock);
+    take_back(overlay);
     kfree(overlay);
 }
 
@@ -280,11 +495,14 @@ static struct configfs_subsystem tree = {
 
 static int nodes_show(struct seq_file* file, void* unused) {
     const struct overlay* overlay;
+    int index;
 
     mutex_lock(&lock);
     list_for_each_entry(overlay, &overlays, entry) {
-        if (overlay->applied) {
-            seq_puts(file, overlay->nodes);
+        for (index = 0; overlay->applied && index < overlay->node_count; index++) {
+            const struct added_node* node = &overlay->nodes[index];
+
+            seq_printf(file, "%s/%s\n", node->target->path[1] ? node->target->path : "", node->name);
         }
     }
     mutex_unlock(&lock);
@@ -292,14 +510,21 @@ static int nodes_show(struct seq_file* file, void* unused) {
 }
 DEFINE_SHOW_ATTRIBUTE(nodes);
 
+static struct base_node* axi_bus = &base_nodes[1];
+
 static int __init board_overlay_init(void) {
     int error;
 
+    axi_bus->device = platform_device_register_simple("axi", PLATFORM_DEVID_NONE, NULL, 0);
+    if (IS_ERR(axi_bus->device)) {
+        return PTR_ERR(axi_bus->device);
+    }
     config_group_init(&tree.su_group);
     config_group_init_type_name(&overlays_group, "overlays", &overlays_type);
     configfs_add_default_group(&overlays_group, &tree.su_group);
     error = configfs_register_subsystem(&tree);
     if (error) {
+        platform_device_unregister(axi_bus->device);
         return error;
     }
     directory = debugfs_create_dir("norv_board_overlay", NULL);
@@ -310,6 +535,7 @@ static int __init board_overlay_init(void) {
 static void __exit board_overlay_exit(void) {
     debugfs_remove(directory);
     configfs_unregister_subsystem(&tree);
+    platform_device_unregister(axi_bus->device);
 }
 
 module_init(board_overlay_init);

@@ -19,6 +19,8 @@ using norv::board::attribute;
 const std::string axi_uart = NORV_BOARD_OVERLAYS "/axi_uart.dtbo";
 const std::string root_leds = NORV_BOARD_OVERLAYS "/root_leds.dtbo";
 const std::string nowhere = NORV_BOARD_OVERLAYS "/nowhere.dtbo";
+const std::string labels = NORV_BOARD_OVERLAYS "/labels.dtbo";
+const std::string unknown_label = NORV_BOARD_OVERLAYS "/unknown_label.dtbo";
 
 bool exists(const std::string& name) {
     struct stat found {};
@@ -34,6 +36,11 @@ bool has(const char* name) {
 // The nodes that overlays have added to the board's tree.
 std::string nodes() {
     return attribute("/sys/kernel/debug/norv_board_overlay/nodes");
+}
+
+bool is_device(const std::string& path) {
+    struct stat found {};
+    return stat(("/sys/devices/platform/" + path).c_str(), &found) == 0;
 }
 
 class OverlayOnBoard : public testing::Test {
@@ -57,6 +64,30 @@ TEST_F(OverlayOnBoard, LoadingAddsTheOverlaysNodesAndUnloadingTakesThemAway) {
     EXPECT_FALSE(has("uart"));
     EXPECT_FALSE(exists("uart"));
     EXPECT_EQ(nodes(), "");
+}
+
+TEST_F(OverlayOnBoard, ANodeOnABusBecomesADeviceUntilTheOverlayIsUnloaded) {
+    EXPECT_FALSE(is_device("axi/a0000000.serial"));
+    EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
+    EXPECT_EQ(norv_dt_load_overlay("leds", root_leds.c_str()), 0U);
+    EXPECT_TRUE(is_device("axi/a0000000.serial"));
+    EXPECT_TRUE(is_device("first-leds"));
+    EXPECT_EQ(norv_dt_unload_overlay("uart"), 0U);
+    EXPECT_FALSE(is_device("axi/a0000000.serial"));
+    EXPECT_TRUE(is_device("first-leds"));
+}
+
+TEST_F(OverlayOnBoard, LabelsOfTheTreeAreFoundAndADisabledNodeIsNoDevice) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", labels.c_str()), 0U);
+    EXPECT_EQ(nodes(), "/axi/timer@a0010000\n/axi/dma@a0020000");
+    EXPECT_TRUE(is_device("axi/a0010000.timer"));
+    EXPECT_FALSE(is_device("axi/a0020000.dma"));
+}
+
+TEST_F(OverlayOnBoard, AnOverlayWithALabelThatTheTreeDoesNotHaveIsNotApplied) {
+    EXPECT_EQ(norv_dt_load_overlay("uart", unknown_label.c_str()), NORV_STATUS_NOT_APPLIED);
+    EXPECT_EQ(nodes(), "");
+    EXPECT_FALSE(is_device("axi/axi:gpio-keys"));
 }
 
 TEST_F(OverlayOnBoard, TwoOverlaysAreKeptApart) {
