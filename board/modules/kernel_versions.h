@@ -80,10 +80,10 @@ static inline void board_timer_init(struct hrtimer* timer, enum hrtimer_restart 
 /* Since Linux 6.17 setting a line can fail. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 17, 0)
 typedef void board_gpio_set_result;
-#define BOARD_GPIO_SET_DONE
+#define BOARD_GPIO_SET_RESULT(error)
 #else
 typedef int board_gpio_set_result;
-#define BOARD_GPIO_SET_DONE 0
+#define BOARD_GPIO_SET_RESULT(error) (error)
 #endif
 
 /* Since Linux 6.0 an interrupt chip is constant, and enables and disables its chip's lines itself. */

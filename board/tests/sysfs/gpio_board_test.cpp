@@ -221,6 +221,62 @@ TEST_F(GpioOnBoard, ASecondCloseUnexportsALineThatWasExportedMeanwhile) {
     EXPECT_FALSE(is_exported(17));
 }
 
+// Lines 32 and 33, wired to each other, of a port expander that is reached over a bus.
+class ExpanderOnBoard : public testing::Test {
+  protected:
+    ExpanderOnBoard() {
+        EXPECT_EQ(norv_linux_gpio_open(32, &output), 0U);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&output, true), 0U);
+        EXPECT_EQ(norv_linux_gpio_open(33, &input), 0U);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&input, false), 0U);
+    }
+    ~ExpanderOnBoard() override {
+        break_bus(false);
+        norv_linux_gpio_close(&input);
+        norv_linux_gpio_close(&output);
+    }
+
+    static void break_bus(bool broken) {
+        write_attribute("/sys/kernel/debug/norv_board_gpio/expander_fails", broken ? "Y" : "N");
+    }
+
+    norv_linux_gpio_t output = {};
+    norv_linux_gpio_t input = {};
+};
+
+TEST_F(ExpanderOnBoard, TheInputFollowsTheOutput) {
+    for (const bool value : {true, false, true}) {
+        uint8_t level = 9;
+        EXPECT_EQ(norv_linux_gpio_set_value(&output, value), 0U);
+        EXPECT_EQ(norv_linux_gpio_get_value(&input, &level), 0U);
+        EXPECT_EQ(level, value ? 1 : 0);
+    }
+}
+
+TEST_F(ExpanderOnBoard, AReadThatFailsGivesTheDriversStatus) {
+    uint8_t level = 9;
+    break_bus(true);
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, &level), NORV_STATUS_DEVICE_ERROR);
+    EXPECT_EQ(level, 9);
+    EXPECT_EQ(norv_linux_gpio_set_dir(&input, true), NORV_STATUS_DEVICE_ERROR);
+    break_bus(false);
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, &level), 0U);
+}
+
+TEST_F(ExpanderOnBoard, AWriteThatFailsIsReportedAsASuccess) {
+    uint8_t level = 9;
+    EXPECT_EQ(norv_linux_gpio_set_value(&output, true), 0U);
+    break_bus(true);
+    EXPECT_EQ(norv_linux_gpio_set_value(&output, false), 0U);
+    break_bus(false);
+    EXPECT_EQ(norv_linux_gpio_get_value(&input, &level), 0U);
+    EXPECT_EQ(level, 1);
+}
+
+TEST_F(ExpanderOnBoard, ALineThatDoesNotInterruptTakesNoEdge) {
+    EXPECT_EQ(norv_linux_gpio_set_irq(&input, NORV_LINUX_GPIO_EDGE_RISING), NORV_STATUS_NOT_FOUND);
+}
+
 TEST(GpioOnBoardRefusals, ALineThatTheKernelDoesNotHaveCannotBeOpened) {
     norv_linux_gpio_t line;
     EXPECT_EQ(norv_linux_gpio_open(100000, &line), NORV_STATUS_INVALID_ARG);
