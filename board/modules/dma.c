@@ -11,8 +11,21 @@
 // the manager is closed. An entry of the list is the address and the length in bytes of one piece of memory,
 // 64 bits each.
 //
+// The device does not see the processor's cache: it works on a copy of the buffer, as if that were the memory
+// below the cache, which is brought up to date where a driver on such a processor does it. Locking, and the
+// end of an access for writing (DMA_BUF_IOCTL_SYNC) bring what was written to the device; unlocking, and the
+// begin of an access for reading bring what the device has written to the process, and what the process has
+// written since then without a sync is lost. An access is synchronised only while the buffer is locked, as
+// locking does it anyway. With the parameter coherent=Y there is no copy, and a forgotten sync makes no
+// difference.
+//
 // A scatter-gather sync moves bytes of a locked buffer, from the offset in the 64-bit value and as many as
-// the 32-bit value says: direction 0 into the device's own 64 KiB, direction 1 from there into the buffer.
+// the 32-bit value says: direction 0 into the device's own 64 KiB, direction 1 from there into the buffer. It
+// synchronises these bytes, and no others.
+//
+// The device is started without any sync by writing "ADDRESS LENGTH" to /sys/kernel/debug/norv_board_dma/take
+// or put: it takes that many bytes at an address from the entries of a locked buffer into its own memory, or
+// puts them there from its memory, which the file `memory` shows. At another address it fails (-EFAULT).
 //
 // /sys/kernel/debug/norv_board_dma/ tells what the driver saw: `buffers` and `locks` that there are now, how
 // often access by the processor began and ended (`begins`, `ends`) and its direction the last time (1:
@@ -22,12 +35,14 @@
 #include <linux/dma-buf.h>
 #include <linux/dma-mapping.h>
 #include <linux/genalloc.h>
+#include <linux/highmem.h>
 #include <linux/miscdevice.h>
 #include <linux/mm.h>
 #include <linux/module.h>
 #include <linux/platform_device.h>
 #include <linux/slab.h>
 #include <linux/uaccess.h>
+#include <linux/vmalloc.h>
 
 #include "kernel_versions.h"
 
@@ -81,8 +96,14 @@ struct entry {
 #define REQUEST_ENTRIES _IOWR('U', 3, struct entries_request)
 #define REQUEST_SYNC _IOW('U', 4, struct sync_request)
 
+static bool coherent;
+module_param(coherent, bool, 0444);
+MODULE_PARM_DESC(coherent, "whether the device sees the processor's cache (default N)");
+
 struct buffer {
     u32 type;
+    u8* below_cache;        // what the device sees; null where it sees the pages
+    atomic_t mapped;        // how many times it is mapped for a device
     size_t size;            // in bytes, whole pages
     unsigned int pages;     // that the buffer has so far
     struct page** page;     // in their order
@@ -91,7 +112,8 @@ struct buffer {
 };
 
 struct lock {
-    struct list_head list;
+    struct list_head list;  // of its manager
+    struct list_head all;
     struct dma_buf* dmabuf;
     struct dma_buf_attachment* attachment;
     struct sg_table* table;
@@ -107,7 +129,9 @@ static struct platform_device* device;
 static void* reserved_memory;
 static struct gen_pool* reserved_pool;
 static u8* device_memory;
-static DEFINE_MUTEX(device_mutex);
+static DEFINE_MUTEX(device_mutex);  // whatever moves data, and the list of all locks
+static LIST_HEAD(all_locks);
+static struct debugfs_blob_wrapper memory_blob;
 static struct dentry* directory;
 
 static struct {
@@ -212,8 +236,53 @@ static void free_buffer(struct buffer* buffer) {
     for (index = 0; buffer->type == MEMORY_DEFAULT && index < buffer->pages; index++)
         __free_page(buffer->page[index]);
     free_contiguous(buffer);
+    vfree(buffer->below_cache);
     kvfree(buffer->page);
     kfree(buffer);
+}
+
+// ---- the cache
+
+// Copies bytes between the pages and what the device sees.
+static void copy_through(struct buffer* buffer, bool to_device, size_t offset, size_t length) {
+    while (buffer->below_cache && length > 0) {
+        size_t in_page = offset % PAGE_SIZE;
+        size_t part = min_t(size_t, length, PAGE_SIZE - in_page);
+        u8* page = kmap_local_page(buffer->page[offset / PAGE_SIZE]);
+
+        if (to_device)
+            memcpy(buffer->below_cache + offset, page + in_page, part);
+        else
+            memcpy(page + in_page, buffer->below_cache + offset, part);
+        kunmap_local(page);
+        offset += part;
+        length -= part;
+    }
+}
+
+// To the device: cleans the cache; from it: invalidates the cache.
+static void synchronise(struct buffer* buffer, bool to_device) {
+    mutex_lock(&device_mutex);
+    copy_through(buffer, to_device, 0, buffer->size);
+    mutex_unlock(&device_mutex);
+}
+
+// Moves bytes between the device's own memory and what it sees of a buffer.
+static void move_bytes(struct buffer* buffer, bool from_device, size_t offset, size_t length) {
+    u8* memory = device_memory;
+
+    while (length > 0) {
+        size_t in_page = offset % PAGE_SIZE;
+        size_t part = min_t(size_t, length, PAGE_SIZE - in_page);
+        u8* page = kmap_local_page(buffer->page[offset / PAGE_SIZE]);
+        u8* bytes = buffer->below_cache ? buffer->below_cache + offset : page + in_page;
+
+        memcpy(from_device ? bytes : memory, from_device ? memory : bytes, part);
+        kunmap_local(page);
+        memory += part;
+        offset += part;
+        length -= part;
+    }
 }
 
 // ---- a buffer as a dma-buf
@@ -235,16 +304,19 @@ static int list_pieces(struct buffer* buffer, struct sg_table* table) {
 static struct sg_table* map_for_device(struct dma_buf_attachment* attachment,
                                        enum dma_data_direction direction) {
     struct sg_table* table = kzalloc(sizeof(*table), GFP_KERNEL);
+    struct buffer* buffer = attachment->dmabuf->priv;
     int error;
 
     if (!table)
         return ERR_PTR(-ENOMEM);
-    error = list_pieces(attachment->dmabuf->priv, table);
+    error = list_pieces(buffer, table);
     if (error)
         goto free_table;
     error = dma_map_sgtable(attachment->dev, table, direction, 0);
     if (error)
         goto free_pieces;
+    atomic_inc(&buffer->mapped);
+    synchronise(buffer, true);
     return table;
 
 free_pieces:
@@ -256,6 +328,10 @@ free_table:
 
 static void unmap_for_device(struct dma_buf_attachment* attachment, struct sg_table* table,
                              enum dma_data_direction direction) {
+    struct buffer* buffer = attachment->dmabuf->priv;
+
+    synchronise(buffer, false);
+    atomic_dec(&buffer->mapped);
     dma_unmap_sgtable(attachment->dev, table, direction, 0);
     sg_free_table(table);
     kfree(table);
@@ -274,14 +350,22 @@ static int map_into_process(struct dma_buf* dmabuf, struct vm_area_struct* area)
 }
 
 static int begin_access(struct dma_buf* dmabuf, enum dma_data_direction direction) {
+    struct buffer* buffer = dmabuf->priv;
+
     atomic_inc(&seen.begins);
     seen.begin_direction = direction;
+    if (atomic_read(&buffer->mapped) && direction != DMA_TO_DEVICE)
+        synchronise(buffer, false);
     return 0;
 }
 
 static int end_access(struct dma_buf* dmabuf, enum dma_data_direction direction) {
+    struct buffer* buffer = dmabuf->priv;
+
     atomic_inc(&seen.ends);
     seen.end_direction = direction;
+    if (atomic_read(&buffer->mapped) && direction != DMA_FROM_DEVICE)
+        synchronise(buffer, true);
     return 0;
 }
 
@@ -310,6 +394,10 @@ static struct buffer* new_buffer(const struct create_request* request) {
     buffer->type = request->type;
     buffer->size = PAGE_ALIGN(request->size);
     error = obtain_memory(buffer, request->address);
+    if (!error && !coherent) {
+        buffer->below_cache = vzalloc(buffer->size);
+        error = buffer->below_cache ? 0 : -ENOMEM;
+    }
     if (!error)
         return buffer;
     free_buffer(buffer);
@@ -382,6 +470,9 @@ static struct lock* new_lock(struct dma_buf* dmabuf) {
     error = PTR_ERR_OR_ZERO(lock->table);
     if (error)
         goto detach;
+    mutex_lock(&device_mutex);
+    list_add(&lock->all, &all_locks);
+    mutex_unlock(&device_mutex);
     atomic_inc(&seen.locks);
     return lock;
 
@@ -394,6 +485,9 @@ free_lock:
 
 static void end_lock(struct lock* lock) {
     list_del(&lock->list);
+    mutex_lock(&device_mutex);
+    list_del(&lock->all);
+    mutex_unlock(&device_mutex);
     dma_buf_unmap_attachment(lock->attachment, lock->table, DMA_BIDIRECTIONAL);
     dma_buf_detach(lock->dmabuf, lock->attachment);
     dma_buf_put(lock->dmabuf);
@@ -459,17 +553,71 @@ static int copy_entries(struct manager* manager, const struct entries_request* r
 
 // ---- the device
 
-static void move_data(struct sg_table* table, const struct sync_request* request) {
+static void sync_and_move(struct buffer* buffer, const struct sync_request* request) {
     mutex_lock(&device_mutex);
-    if (request->direction) {
-        sg_pcopy_from_buffer(table->sgl, table->orig_nents, device_memory, request->length, request->offset);
-        dma_sync_sgtable_for_cpu(&device->dev, table, DMA_BIDIRECTIONAL);
-    } else {
-        dma_sync_sgtable_for_device(&device->dev, table, DMA_BIDIRECTIONAL);
-        sg_pcopy_to_buffer(table->sgl, table->orig_nents, device_memory, request->length, request->offset);
-    }
+    if (!request->direction)
+        copy_through(buffer, true, request->offset, request->length);
+    move_bytes(buffer, request->direction, request->offset, request->length);
+    if (request->direction)
+        copy_through(buffer, false, request->offset, request->length);
     mutex_unlock(&device_mutex);
 }
+
+// Whether the address is in a piece of the locked buffer, followed by that many bytes; then its offset.
+static bool find_in_lock(const struct lock* lock, u64 address, size_t length, size_t* offset) {
+    struct scatterlist* piece;
+    int index;
+
+    *offset = 0;
+    for_each_sgtable_dma_sg(lock->table, piece, index) {
+        u64 start = sg_dma_address(piece);
+
+        if (address >= start && address - start < sg_dma_len(piece)) {
+            *offset += address - start;
+            return length <= sg_dma_len(piece) - (address - start);
+        }
+        *offset += sg_dma_len(piece);
+    }
+    return false;
+}
+
+static int run_device(bool put, u64 address, size_t length) {
+    const struct lock* lock;
+    int result = -EFAULT;
+
+    mutex_lock(&device_mutex);
+    list_for_each_entry(lock, &all_locks, all) {
+        size_t offset;
+
+        if (find_in_lock(lock, address, length, &offset)) {
+            move_bytes(lock->dmabuf->priv, put, offset, length);
+            result = 0;
+            break;
+        }
+    }
+    mutex_unlock(&device_mutex);
+    return result;
+}
+
+static ssize_t start_device(struct file* file, const char __user* text, size_t size, loff_t* offset) {
+    bool put = file_inode(file)->i_private;  // only that file has the device's memory with it
+    char words[64];
+    unsigned long long address;
+    unsigned int length;
+    int error;
+
+    if (size >= sizeof(words))
+        return -EINVAL;
+    if (copy_from_user(words, text, size))
+        return -EFAULT;
+    words[size] = '\0';
+    if (sscanf(words, "%lli %u", &address, &length) != 2 || length > DEVICE_MEMORY)
+        return -EINVAL;
+    error = run_device(put, address, length);
+    return error ? error : size;
+}
+
+static const struct file_operations start_operations = {.owner = THIS_MODULE, .write = start_device};
 
 static int sync_pieces(struct manager* manager, const struct sync_request* request) {
     struct lock* lock = lock_of(manager, request->fd);
@@ -482,7 +630,7 @@ static int sync_pieces(struct manager* manager, const struct sync_request* reque
     if (request->direction > 1 || request->length > DEVICE_MEMORY || request->offset > lock->dmabuf->size ||
         request->length > lock->dmabuf->size - request->offset)
         return -EINVAL;
-    move_data(lock->table, request);
+    sync_and_move(lock->dmabuf->priv, request);
     return 0;
 }
 
@@ -589,6 +737,11 @@ static int set_memory_aside(void) {
 
 static void show_what_was_seen(void) {
     directory = debugfs_create_dir("norv_board_dma", NULL);
+    memory_blob.data = device_memory;
+    memory_blob.size = DEVICE_MEMORY;
+    debugfs_create_blob("memory", 0400, directory, &memory_blob);
+    debugfs_create_file("take", 0200, directory, NULL, &start_operations);
+    debugfs_create_file("put", 0200, directory, device_memory, &start_operations);
     debugfs_create_atomic_t("buffers", 0444, directory, &seen.buffers);
     debugfs_create_atomic_t("locks", 0444, directory, &seen.locks);
     debugfs_create_atomic_t("begins", 0444, directory, &seen.begins);

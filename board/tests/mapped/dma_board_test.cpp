@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -314,6 +315,57 @@ TEST_F(DmaOnBoard, TheDeviceTakesDataFromABufferAndPutsItIntoAnother) {
     EXPECT_EQ(norv_linux_dma_unlock_mem(&other), 0U);
     EXPECT_EQ(norv_linux_dma_unmap_mem(&other), 0U);
     norv_linux_dma_destroy(&other);
+}
+
+// Starts the device, which sees what was synchronised and no more.
+class StartedDeviceOnBoard : public DmaOnBoard {
+  protected:
+    StartedDeviceOnBoard() {
+        EXPECT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
+        memory = map();
+        address = lock().at(0).address;
+        EXPECT_EQ(norv_linux_dma_sync(&buffer, false), 0U);
+        memcpy(memory, "old", 3);
+        EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
+    }
+
+    // `operation` is "take" or "put".
+    bool start(const std::string& operation, uint64_t at) const {
+        std::ofstream file("/sys/kernel/debug/norv_board_dma/" + operation);
+        file << at << " 3" << std::flush;
+        return file.good();
+    }
+    std::string taken() const {
+        EXPECT_TRUE(start("take", address));
+        return norv::board::attribute("/sys/kernel/debug/norv_board_dma/memory").substr(0, 3);
+    }
+
+    char* memory = nullptr;
+    uint64_t address = 0;
+};
+
+TEST_F(StartedDeviceOnBoard, TakesWhatWasWrittenBeforeTheLastEndOfATransfer) {
+    memcpy(memory, "new", 3);
+    EXPECT_EQ(taken(), "old");
+    EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
+    EXPECT_EQ(taken(), "new");
+}
+
+TEST_F(StartedDeviceOnBoard, PutsWhatTheProcessSeesAfterTheNextStartOfATransfer) {
+    EXPECT_EQ(taken(), "old");
+    memcpy(memory, "new", 3);
+    EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
+    EXPECT_TRUE(start("put", address));
+    EXPECT_EQ(std::string(memory, 3), "new");
+    EXPECT_EQ(norv_linux_dma_sync(&buffer, false), 0U);
+    EXPECT_EQ(std::string(memory, 3), "old");
+}
+
+TEST_F(StartedDeviceOnBoard, ReachesNoBufferThatIsNotLocked) {
+    EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), 0U);
+    EXPECT_FALSE(start("take", address));
+    lock();
+    EXPECT_TRUE(start("take", address));
 }
 
 TEST_F(DmaOnBoard, TheCallersValuesReachTheDriverInFullWidth) {
