@@ -123,6 +123,11 @@ static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned i
 #define board_gadget_callbacks(gadget, on) (gadget)->ops->udc_async_callbacks(gadget, on)
 #endif
 
+/* Linux 6.1 lets a controller drop frames in listen-only mode, too. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 1, 0)
+#define can_dev_dropped_skb(device, packet) can_dropped_invalid_skb(device, packet)
+#endif
+
 /* A PC keeps one memory type for each page, and maps memory as cached unless its pages say otherwise. */
 static inline int board_set_memory_uc(void* pages, int count) {
 #ifdef CONFIG_X86

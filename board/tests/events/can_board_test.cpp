@@ -1,11 +1,13 @@
-// CAN channels of a real kernel: on a vxcan pair (vxcan0 and vxcan1 on one wire), and on two emulated cards
-// (can0 and can1) on one bus.
+// CAN channels of a real kernel: on a vxcan pair (vxcan0 and vxcan1 on one wire), on two emulated cards (can0
+// and can1) on one bus, and on two controllers (can2 and can3) on a bus that wants acknowledgements and one
+// bit rate.
 #include "norv_linux_can.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/can.h>
+#include <linux/can/error.h>
 #include <linux/can/raw.h>
 #include <poll.h>
 #include <sched.h>
@@ -20,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "../support/attribute.hpp"
 #include "can_links.hpp"
 #include "norv_base.h"
 #include "norv_epoll.h"
@@ -55,6 +58,8 @@ class CanInterfaces : public testing::Environment {
         ASSERT_EQ(norv::board::add_vxcan_pair("vxcan0", "vxcan1"), 0);
         ASSERT_EQ(norv::board::start_card("can0", 500000), 0);
         ASSERT_EQ(norv::board::start_card("can1", 500000), 0);
+        ASSERT_EQ(norv::board::start_card("can2", 500000), 0);
+        ASSERT_EQ(norv::board::start_card("can3", 500000), 0);
     }
 };
 
@@ -170,8 +175,8 @@ class CanOnBoard : public testing::TestWithParam<wire> {
 };
 
 INSTANTIATE_TEST_SUITE_P(On, CanOnBoard,
-                         testing::Values(wire{"VxcanPair", "vxcan0", "vxcan1"},
-                                         wire{"Cards", "can0", "can1"}),
+                         testing::Values(wire{"VxcanPair", "vxcan0", "vxcan1"}, wire{"Cards", "can0", "can1"},
+                                         wire{"Controllers", "can2", "can3"}),
                          [](const auto& test) { return test.param.name; });
 
 // ---- transfers
@@ -418,6 +423,104 @@ TEST(ManyCanFramesOnBoard, ThousandsBetweenTwoCardsArriveInOrderWithoutLoss) {
     context near("can0");
     context far("can1");
     EXPECT_EQ(frames_in_place(near.add(0x001), far.add(0x123), 5000, 4), 5000U);
+}
+
+// ---- the rules of a bus
+
+// Receives the error frames of an interface.
+class error_listener {
+  public:
+    explicit error_listener(const char* interface)
+        : descriptor_(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW)) {
+        const can_err_mask_t errors = CAN_ERR_MASK;
+        EXPECT_EQ(setsockopt(descriptor_, SOL_CAN_RAW, CAN_RAW_FILTER, nullptr, 0), 0);
+        EXPECT_EQ(setsockopt(descriptor_, SOL_CAN_RAW, CAN_RAW_ERR_FILTER, &errors, sizeof errors), 0);
+        sockaddr_can address = {};
+        address.can_family = AF_CAN;
+        address.can_ifindex = static_cast<int>(if_nametoindex(interface));
+        EXPECT_EQ(bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    }
+    ~error_listener() { close(descriptor_); }
+    error_listener(const error_listener&) = delete;
+    error_listener& operator=(const error_listener&) = delete;
+
+    // Waits for an error frame that has one of these flags: of its identifier, or of its second byte.
+    bool hears(canid_t kind, uint8_t detail) const {
+        pollfd request = {descriptor_, POLLIN, 0};
+        can_frame frame = {};
+        while (poll(&request, 1, plenty) == 1 && ::read(descriptor_, &frame, sizeof frame) > 0) {
+            if ((frame.can_id & kind) != 0 && (detail == 0 || (frame.data[1] & detail) != 0)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+  private:
+    int descriptor_;
+};
+
+class CanBusOnBoard : public testing::Test {
+  protected:
+    ~CanBusOnBoard() override {
+        for (const char* interface : {"can2", "can3"}) {
+            restart(interface, 500000);
+        }
+    }
+
+    static void restart(const char* interface, uint32_t bits_per_second) {
+        EXPECT_EQ(norv::board::set_up(interface, false), 0);
+        EXPECT_EQ(norv::board::start_card(interface, bits_per_second), 0);
+    }
+    static std::string sent_frames() {
+        return norv::board::attribute("/sys/class/net/can2/statistics/tx_packets");
+    }
+    static uint32_t write_status(norv_linux_can_raw_t* channel) {
+        const can_frame frame = frame_of(0x123);
+        uint32_t length = sizeof frame;
+        return norv_linux_can_write(channel, &frame, &length, 0);
+    }
+};
+
+TEST_F(CanBusOnBoard, AFrameOfANodeThatIsAloneIsNotSentUntilAnotherAcknowledgesIt) {
+    const error_listener errors("can2");
+    ASSERT_EQ(norv::board::set_up("can3", false), 0);
+    const std::string sent_before = sent_frames();
+    context near("can2");
+    write(near.add(0x001), frame_of(0x123, 7));
+    EXPECT_TRUE(errors.hears(CAN_ERR_CRTL, CAN_ERR_CRTL_TX_PASSIVE));
+    EXPECT_EQ(sent_frames(), sent_before);
+    context far("can3");
+    norv_linux_can_raw_t* receiver = far.add(0x123);
+    EXPECT_EQ(read_status(receiver, 0), errno_status(ENETDOWN));
+    ASSERT_EQ(norv::board::start_card("can3", 500000), 0);
+    EXPECT_EQ(number_of(read(receiver)), 7U);
+    EXPECT_NE(sent_frames(), sent_before);
+}
+
+TEST_F(CanBusOnBoard, FramesThatNobodyAcknowledgesFillTheQueue) {
+    ASSERT_EQ(norv::board::set_up("can3", false), 0);
+    context near("can2");
+    norv_linux_can_raw_t* channel = near.add(0x001);
+    uint32_t status = 0;
+    for (int frame = 0; frame < 1000 && status == 0; ++frame) {
+        status = write_status(channel);
+    }
+    EXPECT_EQ(status, errno_status(ENOBUFS));
+}
+
+TEST_F(CanBusOnBoard, ANodeOfAnotherBitRateTakesTheSenderOffTheBus) {
+    const error_listener errors("can2");
+    restart("can3", 250000);
+    const std::string sent_before = sent_frames();
+    context near("can2");
+    context far("can3");
+    norv_linux_can_raw_t* receiver = far.add(0x123);
+    write(near.add(0x001), frame_of(0x123));
+    EXPECT_TRUE(errors.hears(CAN_ERR_BUSOFF, 0));
+    EXPECT_EQ(sent_frames(), sent_before);
+    EXPECT_EQ(read_status(receiver, 0), NORV_STATUS_AGAIN);
+    EXPECT_EQ(norv::board::attribute("/sys/class/net/can2/carrier"), "0");
 }
 
 // ---- failures
