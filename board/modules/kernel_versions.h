@@ -16,7 +16,9 @@
 #include <linux/irq.h>
 #include <linux/irqdomain.h>
 #include <linux/pwm.h>
+#include <linux/serial_core.h>
 #include <linux/slab.h>
+#include <linux/timer.h>
 #include <linux/version.h>
 
 /* Linux 6.4 dropped the owner. */
@@ -126,6 +128,45 @@ static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned i
 /* Linux 6.1 lets a controller drop frames in listen-only mode, too. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 1, 0)
 #define can_dev_dropped_skb(device, packet) can_dropped_invalid_skb(device, packet)
+#endif
+
+/* Linux 6.1 made the settings before const. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 1, 0)
+#define board_old_termios struct ktermios
+#else
+#define board_old_termios const struct ktermios
+#endif
+
+/* Linux 6.2 renamed it. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 2, 0)
+#define board_timer_delete_sync(timer) del_timer_sync(timer)
+#else
+#define board_timer_delete_sync(timer) timer_delete_sync(timer)
+#endif
+
+/* What a serial port has to send: a ring until Linux 6.9, a kfifo since. The port is locked. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(6, 10, 0)
+static inline bool board_uart_has_bytes(struct uart_port* port) {
+    return !uart_circ_empty(&port->state->xmit);
+}
+static inline unsigned int board_uart_take(struct uart_port* port, u8* bytes, unsigned int most) {
+    struct circ_buf* ring = &port->state->xmit;
+    unsigned int count = 0;
+
+    while (count < most && !uart_circ_empty(ring)) {
+        bytes[count++] = ring->buf[ring->tail];
+        ring->tail = (ring->tail + 1) & (UART_XMIT_SIZE - 1);
+        port->icount.tx++;
+    }
+    return count;
+}
+#else
+static inline bool board_uart_has_bytes(struct uart_port* port) {
+    return !kfifo_is_empty(&port->state->port.xmit_fifo);
+}
+static inline unsigned int board_uart_take(struct uart_port* port, u8* bytes, unsigned int most) {
+    return uart_fifo_out(port, bytes, most);
+}
 #endif
 
 /* A PC keeps one memory type for each page, and maps memory as cached unless its pages say otherwise. */

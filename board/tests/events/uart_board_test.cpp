@@ -103,20 +103,43 @@ size_t first_difference(const std::string& left, const std::string& right) {
     return static_cast<size_t>(at - left.begin());
 }
 
-// Both ends of the wire, open.
-class UartOnBoard : public testing::Test {
+// Both ends of a wire, open.
+class ConnectedPorts : public testing::Test {
   protected:
-    UartOnBoard() {
-        EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &first), 0U);
-        EXPECT_EQ(norv_uart_open("/dev/ttyS2", &plain, &second), 0U);
+    ConnectedPorts(const char* first_path, const char* second_path) {
+        EXPECT_EQ(norv_uart_open(first_path, &plain, &first), 0U);
+        EXPECT_EQ(norv_uart_open(second_path, &plain, &second), 0U);
     }
-    ~UartOnBoard() override {
+    ~ConnectedPorts() override {
         norv_uart_close(&first);
         norv_uart_close(&second);
     }
 
+    void configure_both(const norv_uart_settings_t& settings) {
+        EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
+        EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
+    }
+    void expect_text_in_both_directions() {
+        send(&first, "from the first port\n");
+        EXPECT_EQ(receive(&second, 20), "from the first port\n");
+        send(&second, "and back\r\n\x03\x04\x11\x13");
+        EXPECT_EQ(receive(&first, 14), "and back\r\n\x03\x04\x11\x13");
+    }
+    void expect_nothing_lost_of(size_t size) {
+        const std::string bytes = many_bytes(size);
+        std::thread sender([&] { send(&first, bytes); });
+        const std::string received = receive_in_small_pieces(&second, bytes.size());
+        sender.join();
+        EXPECT_EQ(first_difference(bytes, received), bytes.size());
+    }
+
     norv_uart_t* first = nullptr;
     norv_uart_t* second = nullptr;
+};
+
+class UartOnBoard : public ConnectedPorts {
+  protected:
+    UartOnBoard() : ConnectedPorts("/dev/ttyS1", "/dev/ttyS2") {}
 };
 
 // ---- text on the wire
@@ -127,15 +150,10 @@ TEST_F(UartOnBoard, TextGoesInBothDirectionsAtSeveralSpeeds) {
     for (const auto& [baud, code] :
          {std::pair{2400U, B2400}, {9600U, B9600}, {38400U, B38400}, {57600U, B57600}, {115200U, B115200}}) {
         SCOPED_TRACE(baud);
-        const norv_uart_settings_t settings = at_speed(baud);
-        EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
-        EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
+        configure_both(at_speed(baud));
         const termios taken = settings_of(norv_uart_get_fd(&first));
         EXPECT_EQ(cfgetospeed(&taken), static_cast<speed_t>(code));
-        send(&first, "from the first port\n");
-        EXPECT_EQ(receive(&second, 20), "from the first port\n");
-        send(&second, "and back\r\n\x03\x04\x11\x13");
-        EXPECT_EQ(receive(&first, 14), "and back\r\n\x03\x04\x11\x13");
+        expect_text_in_both_directions();
     }
 }
 
@@ -305,11 +323,7 @@ size_t soak_size() {
 }
 
 TEST_F(UartOnBoard, NothingIsLostOfManyBytesReadBySmallPieces) {
-    const std::string bytes = many_bytes(soak_size());
-    std::thread sender([&] { send(&first, bytes); });
-    const std::string received = receive_in_small_pieces(&second, bytes.size());
-    sender.join();
-    EXPECT_EQ(first_difference(bytes, received), bytes.size());
+    expect_nothing_lost_of(soak_size());
 }
 
 TEST_F(UartOnBoard, OneThreadSendsWhileAnotherReceives) {
@@ -395,6 +409,71 @@ TEST_F(UartOnBoard, SpeedZeroHangsUpAndAnotherSpeedComesBack) {
     EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), 0);
     EXPECT_EQ(norv_uart_config(&first, &plain), 0U);
     EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), TIOCM_RTS | TIOCM_DTR);
+}
+
+// ---- a cable with all wires
+
+// /dev/ttyNORV0 and /dev/ttyNORV1: what one drives, the other sees, and both have to be set alike.
+class UartCableOnBoard : public ConnectedPorts {
+  protected:
+    UartCableOnBoard() : ConnectedPorts("/dev/ttyNORV0", "/dev/ttyNORV1") {}
+
+    // What the second port receives of a text, whatever becomes of it on the way.
+    std::string sent_to_second(const std::string& text) {
+        send(&first, text);
+        return receive(&second, text.size());
+    }
+};
+
+TEST_F(UartCableOnBoard, TextGoesInBothDirectionsAtSeveralSpeeds) {
+    for (const uint32_t baud : {2400U, 9600U, 115200U, 921600U}) {
+        configure_both(at_speed(baud));
+        expect_text_in_both_directions();
+    }
+}
+
+TEST_F(UartCableOnBoard, NothingIsLostOfManyBytesReadBySmallPieces) {
+    configure_both(at_speed(921600));
+    expect_nothing_lost_of(32768);
+}
+
+TEST_F(UartCableOnBoard, AtAnotherSpeedOtherBytesArrive) {
+    const norv_uart_settings_t settings = at_speed(9600);
+    EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
+    EXPECT_NE(sent_to_second("hello"), "hello");
+}
+
+TEST_F(UartCableOnBoard, WithAnotherFramingOtherBytesArrive) {
+    norv_uart_settings_t settings = plain;
+    settings.data_bits = 7;
+    EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
+    EXPECT_NE(sent_to_second("hello"), "hello");
+}
+
+TEST_F(UartCableOnBoard, RtsIsTheOtherSidesCtsAndDtrItsDsr) {
+    for (const bool rts : {true, false, true}) {
+        for (const bool dtr : {false, true}) {
+            EXPECT_EQ(norv_uart_set_rts(&first, rts ? 1 : 0), 0U);
+            EXPECT_EQ(norv_uart_set_dtr(&first, dtr ? 1 : 0), 0U);
+            uint8_t cts = 9;
+            uint8_t dsr = 9;
+            EXPECT_EQ(norv_uart_get_cts(&second, &cts), 0U);
+            EXPECT_EQ(norv_uart_get_dsr(&second, &dsr), 0U);
+            EXPECT_EQ(cts, rts ? 1 : 0);
+            EXPECT_EQ(dsr, dtr ? 1 : 0);
+        }
+    }
+}
+
+TEST_F(UartCableOnBoard, HardwareFlowControlHoldsOutputUntilTheOtherSideIsReady) {
+    norv_uart_settings_t settings = plain;
+    settings.flow_control = NORV_UART_FLOW_CONTROL_HARDWARE;
+    EXPECT_EQ(norv_uart_set_rts(&second, 0), 0U);
+    EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
+    send(&first, "held");
+    EXPECT_EQ(receive_within(&second, 4, 100), "");
+    EXPECT_EQ(norv_uart_set_rts(&second, 1), 0U);
+    EXPECT_EQ(receive(&second, 4), "held");
 }
 
 // ---- open and close
