@@ -31,10 +31,9 @@ machine_of_x86_64() {
 }
 
 # The core of a ZynqMP. The console is not a 16550 there: one that is wired to nothing takes the name ttyS0, so that the
-# others have the names that they have everywhere. Of its buffer spidev, which is part of that kernel, takes 128 bytes
-# for the smallest of transfers.
+# others have the names that they have everywhere.
 machine_of_arm64() {
-    kernel_parameters="console=ttyAMA0 spidev.bufsiz=65536"
+    kernel_parameters="console=ttyAMA0"
     machine=(qemu-system-aarch64 -machine virt -accel "$1" -cpu cortex-a53)
     machine+=(-chardev null,id=unused -device pci-serial,chardev=unused)
 }
