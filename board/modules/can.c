@@ -144,10 +144,10 @@ static void receive_frame(struct can_node* node, const struct can_frame* sent) {
         return;
     }
     frame->can_id = sent->can_id;
-    frame->len = sent->len;
+    board_can_length(frame) = board_can_length(sent);
     if (!(sent->can_id & CAN_RTR_FLAG)) {
-        memcpy(frame->data, sent->data, sent->len);
-        node->device->stats.rx_bytes += sent->len;
+        memcpy(frame->data, sent->data, board_can_length(sent));
+        node->device->stats.rx_bytes += board_can_length(sent);
     }
     node->device->stats.rx_packets++;
     netif_rx(packet);
@@ -186,7 +186,7 @@ static bool try_to_send(struct can_node* node) {
     }
     count_success(node, &node->transmit_errors);
     node->device->stats.tx_packets++;
-    node->device->stats.tx_bytes += can_get_echo_skb(node->device, 0, NULL);
+    node->device->stats.tx_bytes += board_can_get_echo(node->device);
     netif_wake_queue(node->device);
     return false;
 }
@@ -211,7 +211,7 @@ static netdev_tx_t start_transmission(struct sk_buff* packet, struct net_device*
     }
     netif_stop_queue(device);
     node->frame = *(const struct can_frame*)packet->data;
-    can_put_echo_skb(packet, device, 0, 0);
+    board_can_put_echo(packet, device);
     schedule_delayed_work(&node->sending, 0);
     return NETDEV_TX_OK;
 }
@@ -272,7 +272,7 @@ static const struct net_device_ops device_operations = {
     .ndo_open = open_node,
     .ndo_stop = stop_node,
     .ndo_start_xmit = start_transmission,
-    .ndo_change_mtu = can_change_mtu,
+    BOARD_CAN_CHANGE_MTU
 };
 
 static int allocate_node(int index) {

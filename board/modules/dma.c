@@ -248,13 +248,13 @@ static void copy_through(struct buffer* buffer, bool to_device, size_t offset, s
     while (buffer->below_cache && length > 0) {
         size_t in_page = offset % PAGE_SIZE;
         size_t part = min_t(size_t, length, PAGE_SIZE - in_page);
-        u8* page = kmap_local_page(buffer->page[offset / PAGE_SIZE]);
+        u8* page = board_map_page(buffer->page[offset / PAGE_SIZE]);
 
         if (to_device)
             memcpy(buffer->below_cache + offset, page + in_page, part);
         else
             memcpy(page + in_page, buffer->below_cache + offset, part);
-        kunmap_local(page);
+        board_unmap_page(page);
         offset += part;
         length -= part;
     }
@@ -274,11 +274,11 @@ static void move_bytes(struct buffer* buffer, bool from_device, size_t offset, s
     while (length > 0) {
         size_t in_page = offset % PAGE_SIZE;
         size_t part = min_t(size_t, length, PAGE_SIZE - in_page);
-        u8* page = kmap_local_page(buffer->page[offset / PAGE_SIZE]);
+        u8* page = board_map_page(buffer->page[offset / PAGE_SIZE]);
         u8* bytes = buffer->below_cache ? buffer->below_cache + offset : page + in_page;
 
         memcpy(from_device ? bytes : memory, from_device ? memory : bytes, part);
-        kunmap_local(page);
+        board_unmap_page(page);
         memory += part;
         offset += part;
         length -= part;

@@ -125,6 +125,36 @@ static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned i
 #define board_gadget_callbacks(gadget, on) (gadget)->ops->udc_async_callbacks(gadget, on)
 #endif
 
+/* Linux 5.11 gave the field a new name, and Linux 5.12 the functions an argument. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 11, 0)
+#define board_can_length(frame) ((frame)->can_dlc)
+#else
+#define board_can_length(frame) ((frame)->len)
+#endif
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 12, 0)
+#define board_can_put_echo(packet, device) can_put_echo_skb(packet, device, 0)
+#define board_can_get_echo(device) can_get_echo_skb(device, 0)
+#else
+#define board_can_put_echo(packet, device) can_put_echo_skb(packet, device, 0, 0)
+#define board_can_get_echo(device) can_get_echo_skb(device, 0, NULL)
+#endif
+
+/* Linux 7 changes the MTU of an interface without asking its driver. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(7, 0, 0)
+#define BOARD_CAN_CHANGE_MTU .ndo_change_mtu = can_change_mtu,
+#else
+#define BOARD_CAN_CHANGE_MTU
+#endif
+
+/* Since Linux 5.11 a page can be mapped for the thread alone. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 11, 0)
+#define board_map_page(page) kmap_atomic(page)
+#define board_unmap_page(address) kunmap_atomic(address)
+#else
+#define board_map_page(page) kmap_local_page(page)
+#define board_unmap_page(address) kunmap_local(address)
+#endif
+
 /* Linux 6.1 lets a controller drop frames in listen-only mode, too. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 1, 0)
 #define can_dev_dropped_skb(device, packet) can_dropped_invalid_skb(device, packet)
