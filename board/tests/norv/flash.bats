@@ -100,7 +100,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
 
 @test "flash: CtrlCCancelsAWriteAndTheCommandThatIsToldGoesOn" {
     random 1048576
-    norv_in_background flash write --yes --address 0x800000 --end 0x920000 "$image"
+    norv_behind flash write --yes --address 0x800000 --end 0x920000 "$image"
     appears "write: 10 %"
     interrupt_background
     background_ends 1
@@ -110,10 +110,10 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
 }
 
 @test "flash: CtrlCCancelsAReadAndTheCommandThatIsToldGoesOn" {
-    # The read goes on after the image, for long enough that a busy host interrupts it in time.
+    # The read goes on after the image, for longer than the test takes from one look to the next.
     random 1048576
     norv flash write --yes --address 0x800000 --end 0x920000 "$image"
-    norv_in_background flash read "$image.back" --address 0x800000 --length 3145728
+    norv_behind flash read "$image.back" --address 0x800000 --length 3145728
     appears "read: 10 %"
     interrupt_background
     background_ends 1
