@@ -18,13 +18,15 @@ fi
 update_own_lists() {
     mkdir -p "$own_lists/state/partial" "$own_lists/cache/archives/partial"
     : >"$own_lists/nothing-installed"
-    apt-get "${apt_options[@]}" "${own_releases[@]}" update >&2
+    # A list that cannot be had just now may be one that nothing is taken from.
+    apt-get "${apt_options[@]}" "${own_releases[@]}" update >&2 || true
 }
 
 fetch_package() {
     local package=$1 target=$2
     (cd "$target" && apt-get "${apt_options[@]}" "${machine_releases[@]}" download "$package" >&2) 2>/dev/null && return
-    update_own_lists && (cd "$target" && apt-get "${apt_options[@]}" "${own_releases[@]}" download "$package" >&2)
+    update_own_lists
+    (cd "$target" && apt-get "${apt_options[@]}" "${own_releases[@]}" download "$package" >&2)
 }
 
 # Unpacks a package of the machine's releases below a directory.

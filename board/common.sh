@@ -30,3 +30,20 @@ kernel_name=${NORV_BOARD_KERNEL:-}
 
 # Exists when such a board has booted on this machine.
 boot_mark() { printf '%s' "$board_build/booted-$architecture"; }
+
+# Held while anything is prepared.
+lock_file() { printf '%s' "$board_cache/lock"; }
+
+# Empty for the virtual board proper. board/run sets it.
+machine_name=${NORV_BOARD_MACHINE:-}
+
+known_machines() { (cd "$board_source/machines" && printf '%s\n' *.sh) | sed 's/\.sh$//' | paste --serial --delimiters=' '; }
+
+# Takes a machine of board/machines/ in place of the virtual board.
+select_machine() {
+    machine_name=$1
+    # shellcheck disable=SC1090  # one of those in board/machines/
+    source "$board_source/machines/$machine_name.sh"
+}
+
+[[ -z $machine_name ]] || select_machine "$machine_name"

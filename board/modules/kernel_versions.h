@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Where the kernel's own interfaces differ between the versions that the virtual board runs. Every module
- * that meets one of these differences takes it from here.
+ * Where the kernel's own interfaces differ between the versions and processors of the virtual board. Every
+ * module that meets one of these differences takes it from here.
  */
 #ifndef NORV_BOARD_KERNEL_VERSIONS_H
 #define NORV_BOARD_KERNEL_VERSIONS_H
@@ -20,6 +20,13 @@
 #include <linux/slab.h>
 #include <linux/timer.h>
 #include <linux/version.h>
+
+/* 32-bit ARM has no function for it; the first four arguments are in registers. */
+#ifdef CONFIG_ARM
+#define board_kernel_argument(registers, number) ((registers)->uregs[number])
+#else
+#define board_kernel_argument(registers, number) regs_get_kernel_argument(registers, number)
+#endif
 
 /* Linux 6.4 dropped the owner. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 4, 0)

@@ -68,8 +68,8 @@ static void allow_isochronous(bool allowed) {
 
 // Called before dummy_pullup(gadget, is_on).
 static int on_pullup(struct kprobe* probe, struct pt_regs* registers) {
-    struct usb_gadget* gadget = (struct usb_gadget*)regs_get_kernel_argument(registers, 0);
-    bool is_on = (int)regs_get_kernel_argument(registers, 1);
+    struct usb_gadget* gadget = (struct usb_gadget*)board_kernel_argument(registers, 0);
+    bool is_on = (int)board_kernel_argument(registers, 1);
 
     if (!is_on) {
         usb_gadget_set_state(gadget, USB_STATE_NOTATTACHED);
@@ -85,7 +85,7 @@ struct starting {
 
 // Called before dummy_udc_start(gadget, driver).
 static int on_start(struct kretprobe_instance* instance, struct pt_regs* registers) {
-    ((struct starting*)instance->data)->gadget = (struct usb_gadget*)regs_get_kernel_argument(registers, 0);
+    ((struct starting*)instance->data)->gadget = (struct usb_gadget*)board_kernel_argument(registers, 0);
     return 0;
 }
 

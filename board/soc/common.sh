@@ -1,0 +1,17 @@
+# Sourced by the description of an SoC machine, board/machines/NAME.sh: what these machines have in common, in place of what
+# board/common.sh says of the others.
+# shellcheck shell=bash
+# shellcheck disable=SC2034,SC2154  # shared with the scripts that source this file
+
+soc_source=$board_source/soc
+
+# The sources of the kernel, which both machines are built of.
+soc_kernel_source() { printf '%s' "$board_cache/linux"; }
+soc_kernel_objects() { printf '%s' "$board_cache/linux-$machine_name"; }
+
+# The kernel's configuration.
+soc_fragments=("$soc_source/kernel.config" "$soc_source/kernel-$machine_name.config")
+
+# One for each machine: a kernel takes minutes.
+lock_file() { printf '%s' "$board_cache/lock-$machine_name"; }
+boot_mark() { printf '%s' "$board_build/booted-$machine_name"; }
