@@ -13,7 +13,7 @@ FUZZ_SECONDS ?= 30
 MUTANTS ?= 2000
 MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-check board-kernels soak mutation hosts doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-zynq board-check board-kernels soak mutation hosts doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -76,6 +76,10 @@ cross: setup-cross ## Build for 64-bit and 32-bit ARM, and run the unit tests in
 board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit ARM processor
 	@tools/build aarch64
 	@ctest --test-dir build/aarch64 --label-regex board --output-on-failure -j $(JOBS)
+
+board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zynq-7000, whose kernel is built first
+	@tools/build zynq
+	@ctest --test-dir build/zynq -C soc -R '^board\.zynq' --output-on-failure
 
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh

@@ -1,20 +1,30 @@
 // Sets up the virtual board's CAN interfaces for a program that comes after: vxcan0 and vxcan1 on one wire,
-// and, where kvaser_pci is loaded, the cards can0 and can1 at 500 kbit/s.
+// and, where the board has them, the cards can0 and can1 at 500 kbit/s. What is set up already stays as it
+// is.
 #include "can_links.hpp"
 
 #include <cstdio>
 
 namespace {
 
-// Whether the interface is there and could be set up, or is not there.
+// Whether the interface is there and could be set up, or is up already, or is not there.
 bool start_card_if_there(const char* interface) {
-    return if_nametoindex(interface) == 0 || norv::board::start_card(interface, 500000) == 0;
+    if (if_nametoindex(interface) == 0) {
+        return true;
+    }
+    const int error = norv::board::start_card(interface, 500000);
+    return error == 0 || error == EBUSY;
+}
+
+bool add_pair_if_missing(const char* first, const char* second) {
+    const int error = norv::board::add_vxcan_pair(first, second);
+    return error == 0 || error == EEXIST;
 }
 
 }  // namespace
 
 int main() {
-    if (norv::board::add_vxcan_pair("vxcan0", "vxcan1") != 0 || !start_card_if_there("can0") ||
+    if (!add_pair_if_missing("vxcan0", "vxcan1") || !start_card_if_there("can0") ||
         !start_card_if_there("can1")) {
         std::fprintf(stderr, "can_links: the CAN interfaces could not be set up\n");
         return 1;

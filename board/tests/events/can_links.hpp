@@ -61,8 +61,9 @@ class link_request {
             nlmsgerr outcome;
             char request[1024];  // comes back behind the outcome
         } answer = {};
-        const bool answered = ::send(descriptor, bytes_.data(), bytes_.size(), 0) == size &&
-                              recv(descriptor, &answer, sizeof answer, 0) > 0;
+        const bool answered =
+            ::send(descriptor, bytes_.data(), bytes_.size(), 0) == static_cast<ssize_t>(bytes_.size()) &&
+            recv(descriptor, &answer, sizeof answer, 0) > 0;
         const int error = answered ? -answer.outcome.error : errno;
         close(descriptor);
         return error;

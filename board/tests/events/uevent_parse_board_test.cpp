@@ -35,6 +35,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using norv::board::attribute;
 using norv::test::errno_status;
 using norv::test::recorder;
 using norv::test::uevent_parse_model;
@@ -312,11 +313,13 @@ TEST_F(UeventParseOnBoard, OpeningTakesTheNodeOfASerialAdapterToo) {
 
 TEST_F(UeventParseOnBoard, AnAddThatWasAskedForListsADeviceTwice) {
     const std::string hub = fs::canonical("/sys/bus/usb/devices/usb1").string();
+    // Opening leaves out what is a node of the device tree.
+    const bool is_found = attribute(hub + "/uevent").find("OF_NAME") == std::string::npos;
     ASSERT_EQ(parser.open(usb, buffer_size), 0U);
     announce("add", hub);
     EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
     const auto twice = parser.syspaths();
-    EXPECT_EQ(std::count(twice.begin(), twice.end(), hub), 2);
+    EXPECT_EQ(std::count(twice.begin(), twice.end(), hub), is_found ? 2 : 1);
     announce("remove", hub);
     EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
     const auto none = parser.syspaths();

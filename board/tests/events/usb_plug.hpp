@@ -15,6 +15,10 @@ class usb_plug {
     usb_plug() {
         EXPECT_GT(port_, 0) << "/dev/vport0p4";
         tell(R"({"execute":"qmp_capabilities"})");  // refused, and not needed, if somebody did it before
+        if (tell(R"({"execute":"qom-list","arguments":{"path":"usb.0"}})").find("\"return\":") ==
+            std::string::npos) {
+            bus_ = "usb-bus.0";  // as the emulator calls the bus of a controller that has no name
+        }
     }
     ~usb_plug() { close(port_); }
     usb_plug(const usb_plug&) = delete;
@@ -23,8 +27,8 @@ class usb_plug {
     // Plugs a device, "usb-kbd", into a port, "1" or "2.1" behind a hub. It is known as `id` afterwards.
     void in(const std::string& driver, const std::string& id, const std::string& port,
             const std::string& more = "") {
-        ask(R"({"execute":"device_add","arguments":{"bus":"usb.0","driver":")" + driver + R"(","id":")" + id +
-            R"(","port":")" + port + "\"" + more + "}}");
+        ask(R"({"execute":"device_add","arguments":{"bus":")" + bus_ + R"(","driver":")" + driver +
+            R"(","id":")" + id + R"(","port":")" + port + "\"" + more + "}}");
     }
     void out(const std::string& id) { ask(R"({"execute":"device_del","arguments":{"id":")" + id + "\"}}"); }
 
@@ -63,6 +67,7 @@ class usb_plug {
         return line;
     }
 
+    std::string bus_ = "usb.0";
     const int port_ = open("/dev/vport0p4", O_RDWR | O_CLOEXEC);
 };
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/attribute.hpp"
 #include "media.hpp"
 #include "norv_linux_flash.h"
 
@@ -50,7 +51,7 @@ void PrintTo(const target& on, std::ostream* out) {
     *out << on.name;
 }
 
-const target targets[] = {
+const std::vector<target> memory_and_nand = {
     {"SdCard", {NORV_FLASH_KIND_EMMC, "/dev/mmcblk0"}, NORV_EMMC_UPDATE, 6 * MiB, 6 * MiB + 384 * KiB, 100},
     {"NorAndNand",
      {NORV_FLASH_KIND_SPI, nullptr},
@@ -65,6 +66,21 @@ const target targets[] = {
      nand_2 + 384 * KiB,
      20},
 };
+
+// Where NOR chips at an SPI controller are the partitions, the area is on both sides of the border between
+// two.
+target nor_chips(uint32_t border) {
+    const norv_flash_config_t spi = {NORV_FLASH_KIND_SPI, nullptr};
+    return {"TwoNorChips", spi, NORV_FLASH_UPDATE, border - 256 * KiB, border + 384 * KiB, 20};
+}
+
+std::vector<target> targets_here() {
+    const std::string first = "/sys/class/mtd/mtd0/";
+    if (norv::board::attribute(first + "type") != "nor") {
+        return memory_and_nand;
+    }
+    return {nor_chips(static_cast<uint32_t>(std::stoul(norv::board::attribute(first + "size"))))};
+}
 
 std::string number(uint32_t value) {
     return std::to_string(value);
@@ -274,7 +290,7 @@ TEST_P(UpdateOnBoard, AFileThatIsNotAJournalIsRefusedAndKept) {
     EXPECT_TRUE(read_around() == around);
 }
 
-INSTANTIATE_TEST_SUITE_P(, UpdateOnBoard, testing::ValuesIn(targets),
+INSTANTIATE_TEST_SUITE_P(, UpdateOnBoard, testing::ValuesIn(targets_here()),
                          [](const auto& one) { return one.param.name; });
 
 }  // namespace

@@ -27,8 +27,8 @@ using testing::SizeIs;
 constexpr uint64_t page = 4096;
 
 // What the driver saw.
-unsigned long seen(const std::string& name) {
-    return std::stoul(norv::board::attribute("/sys/kernel/debug/norv_board_dma/" + name));
+uint64_t seen(const std::string& name) {
+    return std::stoull(norv::board::attribute("/sys/kernel/debug/norv_board_dma/" + name));
 }
 
 // An entry as this driver fills it.
@@ -69,7 +69,7 @@ class DmaOnBoard : public testing::Test {
         return static_cast<char*>(memory);
     }
 
-    unsigned long buffers_before = 0;
+    uint64_t buffers_before = 0;
     int32_t manager = -1;
     norv_linux_dma_t* buffer = nullptr;
 };
@@ -145,7 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
 // Memory of this process, in whole pages.
 class own_pages {
   public:
-    explicit own_pages(uint64_t size)
+    explicit own_pages(size_t size)
         : size_(size),
           address_(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
     ~own_pages() { munmap(address_, size_); }
@@ -155,7 +155,7 @@ class own_pages {
     char* get() const { return static_cast<char*>(address_); }
 
   private:
-    uint64_t size_;
+    size_t size_;
     void* address_;
 };
 
@@ -279,11 +279,11 @@ TEST_F(DmaOnBoard, ABufferCanBeLockedAgainAfterItWasUnlocked) {
 // ---- synchronise
 
 TEST_F(DmaOnBoard, ATransferIsOpenedForReadingAndClosedForWriting) {
-    constexpr unsigned long to_device = 1;
-    constexpr unsigned long from_device = 2;
+    constexpr uint64_t to_device = 1;
+    constexpr uint64_t from_device = 2;
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
-    const unsigned long begins = seen("begins");
-    const unsigned long ends = seen("ends");
+    const uint64_t begins = seen("begins");
+    const uint64_t ends = seen("ends");
     EXPECT_EQ(norv_linux_dma_sync(&buffer, false), 0U);
     EXPECT_EQ(seen("begins"), begins + 1);
     EXPECT_EQ(seen("ends"), ends);
