@@ -3,29 +3,8 @@
 # holds; name some on the command line to run only those.
 set -uo pipefail
 
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
-run=$project/board/run
-cd "$project" || exit
-mkdir -p build
-scratch=$(mktemp --directory --tmpdir="$project/build")
-trap 'rm -rf "$scratch"' EXIT
-
-# ---- what tests say ----
-
-expect() {
-    local what=$1 wanted=$2 got=$3
-    [[ $got == "$wanted" ]] && return
-    printf '    %s: expected "%s", got "%s"\n' "$what" "$wanted" "$got"
-    failed=1
-}
-
-# Runs the board; afterwards status, out and err hold what came of it. Its input is the file that `input` names.
-board() {
-    status=0
-    "$run" "$@" <"${input:-/dev/null}" >"$scratch/out" 2>"$scratch/err" || status=$?
-    out=$(<"$scratch/out")
-    err=$(<"$scratch/err")
-}
+# shellcheck source=run_support.sh
+source "$(dirname "${BASH_SOURCE[0]}")/run_support.sh"
 
 # Runs a script, from standard input, on a board that has the GPIO chip.
 gpio_board() {
@@ -692,23 +671,6 @@ END
 
 # ---- running them ----
 
-if [[ $# -gt 0 ]]; then
-    tests=("$@")
-else
-    mapfile -t tests < <(grep -o '^[A-Z][A-Za-z0-9]*()' "${BASH_SOURCE[0]}" | tr -d '()')
-fi
 # The first run may have much to say: packages, the kernel, an accelerator that does not work.
 "$run" true </dev/null || exit
-failures=0
-for name in "${tests[@]}"; do
-    failed=0
-    "$name"
-    if [[ $failed -eq 0 ]]; then
-        printf 'ok      %s\n' "$name"
-    else
-        printf 'FAILED  %s\n' "$name"
-        failures=$((failures + 1))
-    fi
-done
-printf '%d tests, %d failed\n' "${#tests[@]}" "$failures"
-[[ $failures -eq 0 ]]
+run_tests "${BASH_SOURCE[0]}" "$@"

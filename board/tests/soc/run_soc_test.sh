@@ -3,29 +3,10 @@
 # other boards have in common with these machines is tested there (board/tests/run_test.sh).
 set -uo pipefail
 
-project=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../.." && pwd -P)
-run=$project/board/run
+# shellcheck source=../run_support.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../run_support.sh"
 machine=$1
 shift
-cd "$project" || exit
-mkdir -p build
-scratch=$(mktemp --directory --tmpdir="$project/build")
-trap 'rm -rf "$scratch"' EXIT
-
-expect() {
-    local what=$1 wanted=$2 got=$3
-    [[ $got == "$wanted" ]] && return
-    printf '    %s: expected "%s", got "%s"\n' "$what" "$wanted" "$got"
-    failed=1
-}
-
-# Runs the board; afterwards status, out and err hold what came of it.
-board() {
-    status=0
-    "$run" "$@" >"$scratch/out" 2>"$scratch/err" || status=$?
-    out=$(<"$scratch/out")
-    err=$(<"$scratch/err")
-}
 
 # ---- a command
 
@@ -136,20 +117,4 @@ AKernelThatDoesNotBuildShowsTheEndOfItsLog() {
 
 # ---- running them
 
-if [[ $# -gt 0 ]]; then
-    tests=("$@")
-else
-    mapfile -t tests < <(grep -o '^[A-Z][A-Za-z0-9]*()' "${BASH_SOURCE[0]}" | tr -d '()')
-fi
-failures=0
-for name in "${tests[@]}"; do
-    failed=0
-    "$name"
-    if [[ $failed -eq 0 ]]; then
-        printf 'ok      %s\n' "$name"
-    else
-        printf 'FAILED  %s\n' "$name"
-        failures=$((failures + 1))
-    fi
-done
-[[ $failures -eq 0 ]]
+run_tests "${BASH_SOURCE[0]}" "$@"
