@@ -512,10 +512,28 @@ DEFINE_SHOW_ATTRIBUTE(nodes);
 
 static struct base_node* axi_bus = &base_nodes[1];
 
+static bool has_own_bus;
+
+// A machine with a device tree of its own may have this bus.
+static struct platform_device* find_bus(void) {
+    struct device* found = bus_find_device_by_name(&platform_bus_type, NULL, "axi");
+
+    has_own_bus = found != NULL;
+    return found ? to_platform_device(found) : platform_device_register_simple("axi", PLATFORM_DEVID_NONE, NULL, 0);
+}
+
+static void release_bus(void) {
+    if (has_own_bus) {
+        put_device(&axi_bus->device->dev);
+    } else {
+        platform_device_unregister(axi_bus->device);
+    }
+}
+
 static int __init board_overlay_init(void) {
     int error;
 
-    axi_bus->device = platform_device_register_simple("axi", PLATFORM_DEVID_NONE, NULL, 0);
+    axi_bus->device = find_bus();
     if (IS_ERR(axi_bus->device)) {
         return PTR_ERR(axi_bus->device);
     }
@@ -524,7 +542,7 @@ static int __init board_overlay_init(void) {
     configfs_add_default_group(&overlays_group, &tree.su_group);
     error = configfs_register_subsystem(&tree);
     if (error) {
-        platform_device_unregister(axi_bus->device);
+        release_bus();
         return error;
     }
     directory = debugfs_create_dir("norv_board_overlay", NULL);
@@ -535,7 +553,7 @@ static int __init board_overlay_init(void) {
 static void __exit board_overlay_exit(void) {
     debugfs_remove(directory);
     configfs_unregister_subsystem(&tree);
-    platform_device_unregister(axi_bus->device);
+    release_bus();
 }
 
 module_init(board_overlay_init);

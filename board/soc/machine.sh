@@ -11,7 +11,7 @@ machine_command() {
     machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -nic none)
     machine+=(-kernel "$board/vmlinux" -dtb "$board/tree.dtb")
     machine+=(-initrd "$request/initrd")
-    machine+=(-append "$kernel_parameters oops=panic panic=-1 spidev.bufsiz=65536")
+    machine+=(-append "$kernel_parameters oops=panic panic=-1")
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")")
     machine+=(-semihosting-config "enable=on,target=native,userspace=on")
     soc_plug "$request/plug"

@@ -85,7 +85,7 @@ TEST_F(UioOnBoard, ASecondRegionIsMappedThroughTheDescriptor) {
     norv_uio_t* memory = nullptr;
     ASSERT_EQ(norv_uio_open_by_name("norv-board-memory", &memory), 0U);
     const std::string region = "/sys/class/uio/uio1/maps/map1/";
-    EXPECT_EQ(norv::board::attribute(region + "size"), "0x0000000000001000");
+    EXPECT_EQ(std::stoul(norv::board::attribute(region + "size"), nullptr, 0), 0x1000U);
     const auto offset = std::stoul(norv::board::attribute(region + "offset"), nullptr, 0);
     void* second = mmap(nullptr, page, PROT_READ | PROT_WRITE, MAP_SHARED, norv_uio_get_fd(&memory),
                         static_cast<off_t>(page));
