@@ -84,7 +84,7 @@ board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zyn
 board-check: build ## Test the virtual board itself
 	@board/tests/run_test.sh
 
-board-kernels: build ## Run the board tests on Linux 5.10, 6.1, 6.12 and the newest, and print a table
+board-kernels: build ## Run the board tests on the kernels of Debian 12 and 13, and print a table
 	@tools/board-kernels build/release
 
 soak: build ## Move a mebibyte through an emulated serial port, and plug 200 emulated USB devices in and out

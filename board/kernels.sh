@@ -98,7 +98,7 @@ offered_image() {
 
 # Kernels, their headers and build programs, and the compiler that they are built with. The compiler's own libraries and
 # the C library come along: a newer release's programs do not run with this machine's.
-needed_packages='^(linux-(image|binary|modules|headers|kbuild)-[0-9]|linux-compiler-|(gcc|cpp)-[0-9]+(-x86-64-linux-gnu)?$|'
+needed_packages='^(linux-(image|base|binary|modules|headers|kbuild)-[0-9]|linux-compiler-|(gcc|cpp)-[0-9]+(-x86-64-linux-gnu)?$|'
 needed_packages+='libgcc-[0-9]+-dev$|libc6$|libelf1(t64)?$|libgmp10$|libisl23$|libmpc3$|libmpfr6$|libzstd1$|zlib1g$)'
 
 # Prints the needed ones of all packages that a kernel and its headers depend on.

@@ -253,6 +253,7 @@ static int __init board_gpio_init(void) {
     int error;
 
     board_set_irq_chip(&chip.irq, &irq_chip);
+    chip.parent = BOARD_GPIO_PARENT;
     chip.irq.handler = handle_simple_irq;
     chip.irq.default_type = IRQ_TYPE_NONE;
     chip.base = base;

@@ -15,6 +15,7 @@
 #include <linux/hrtimer.h>
 #include <linux/irq.h>
 #include <linux/irqdomain.h>
+#include <linux/platform_device.h>
 #include <linux/pwm.h>
 #include <linux/serial_core.h>
 #include <linux/slab.h>
@@ -98,6 +99,7 @@ typedef int board_gpio_set_result;
 /* Since Linux 6.0 an interrupt chip is constant, and enables and disables its chip's lines itself. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 0, 0)
 #define BOARD_IRQ_CHIP static struct irq_chip
+#define BOARD_GPIO_PARENT (&platform_bus) /* looked at where there is an interrupt chip */
 #define BOARD_IMMUTABLE_IRQ_CHIP
 #define board_set_irq_chip(irq, irq_chip) ((irq)->chip = (irq_chip))
 #define board_enable_line_irq(chip, line)
@@ -111,11 +113,19 @@ static inline void board_handle_domain_irq(struct irq_domain* domain, unsigned i
 }
 #else
 #define BOARD_IRQ_CHIP static const struct irq_chip
+#define BOARD_GPIO_PARENT NULL
 #define BOARD_IMMUTABLE_IRQ_CHIP .flags = IRQCHIP_IMMUTABLE, GPIOCHIP_IRQ_RESOURCE_HELPERS,
 #define board_set_irq_chip(irq, irq_chip) gpio_irq_chip_set_chip(irq, irq_chip)
 #define board_enable_line_irq(chip, line) gpiochip_enable_irq(chip, line)
 #define board_disable_line_irq(chip, line) gpiochip_disable_irq(chip, line)
 #define board_handle_domain_irq(domain, line) generic_handle_domain_irq_safe(domain, line)
+#endif
+
+/* Since Linux 5.15 spidev answers to the names of some devices, and no longer to its own. */
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 15, 0)
+#define BOARD_SPIDEV_NAME "spidev"
+#else
+#define BOARD_SPIDEV_NAME "dh2228fv"
 #endif
 
 /* Linux 6.6 gave the function a new name. */

@@ -112,7 +112,7 @@ static void show_slave(struct slave* slave, int bus) {
 static int add_slave(int bus) {
     // One of the names that spidev answers to; it has none for a slave of unknown kind.
     struct spi_board_info info = {
-        .modalias = "dh2228fv",
+        .modalias = BOARD_SPIDEV_NAME,
         .max_speed_hz = 10000000,
     };
 

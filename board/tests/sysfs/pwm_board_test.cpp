@@ -161,7 +161,7 @@ TEST(PwmChipsOnBoard, TheNumberOfChannelsIsTheChips) {
     EXPECT_EQ(count, 4U);
 }
 
-// Up to Linux 6.8 a chip has the number of its first channel, since then the next that is free.
+// On Linux 6.1 a chip has the number of its first channel, on 6.12 the next that is free.
 uint32_t chip_with_128_channels() {
     return attribute("/sys/class/pwm/pwmchip4/npwm") == "128" ? 4 : 1;
 }

@@ -97,7 +97,7 @@ TEST(MemInfoOnBoard, MemoryThatIsUsedIsNeitherFreeNorAvailable) {
     munmap(used, size);
     EXPECT_LT(during.available, before.available - most_of_it);
     EXPECT_LT(during.free, before.free - most_of_it);
-    // Since Linux 6.7 a processor keeps much of what it has freed for a while, and that does not count.
+    // Newer kernels keep much of what was freed for the processor for a while, and that does not count.
     norv_mem_info_t after = memory();
     for (int tries = 0; tries < 600 && after.free <= during.free + most_of_it; ++tries) {
         usleep(100000);
