@@ -53,6 +53,9 @@ static inline struct pwm_chip* board_pwmchip_alloc(struct device* parent, unsign
     }
     chip->dev = parent;
     chip->npwm = channels;
+#if LINUX_VERSION_CODE < KERNEL_VERSION(5, 13, 0)
+    chip->base = -1; /* the core finds it by itself since then */
+#endif
     return chip;
 }
 static inline void board_pwmchip_put(struct pwm_chip* chip) {
