@@ -269,10 +269,9 @@ static int get_error_counters(const struct net_device* device, struct can_berr_c
 }
 
 static const struct net_device_ops device_operations = {
-    .ndo_open = open_node,
+    BOARD_CAN_CHANGE_MTU.ndo_open = open_node,
     .ndo_stop = stop_node,
     .ndo_start_xmit = start_transmission,
-    BOARD_CAN_CHANGE_MTU
 };
 
 static int allocate_node(int index) {

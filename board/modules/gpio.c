@@ -146,11 +146,10 @@ static int gpio_irq_set_type(struct irq_data* data, unsigned int type) {
 }
 
 BOARD_IRQ_CHIP irq_chip = {
-    .name = "norv-board-gpio",
+    BOARD_IMMUTABLE_IRQ_CHIP.name = "norv-board-gpio",
     .irq_mask = gpio_irq_mask,
     .irq_unmask = gpio_irq_unmask,
     .irq_set_type = gpio_irq_set_type,
-    BOARD_IMMUTABLE_IRQ_CHIP
 };
 
 static struct gpio_chip chip = {

@@ -68,7 +68,8 @@ static inline void board_pwmchip_put(struct pwm_chip* chip) {
 
 /* Since Linux 6.13 a timer's function is an argument. */
 #if LINUX_VERSION_CODE < KERNEL_VERSION(6, 13, 0)
-static inline void board_timer_init(struct hrtimer* timer, enum hrtimer_restart (*function)(struct hrtimer*)) {
+static inline void board_timer_init(struct hrtimer* timer,
+                                    enum hrtimer_restart (*function)(struct hrtimer*)) {
     hrtimer_init(timer, CLOCK_MONOTONIC, HRTIMER_MODE_REL);
     timer->function = function;
 }

@@ -519,7 +519,8 @@ static struct platform_device* find_bus(void) {
     struct device* found = bus_find_device_by_name(&platform_bus_type, NULL, "axi");
 
     has_own_bus = found != NULL;
-    return found ? to_platform_device(found) : platform_device_register_simple("axi", PLATFORM_DEVID_NONE, NULL, 0);
+    return found ? to_platform_device(found)
+                 : platform_device_register_simple("axi", PLATFORM_DEVID_NONE, NULL, 0);
 }
 
 static void release_bus(void) {

@@ -17,11 +17,11 @@ namespace norv::tool {
 
 namespace {
 
-const causes usual{{NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"},
-                   {NORV_STATUS_NOT_FOUND,
-                    "no /sys/class/gpio; was the kernel built without CONFIG_GPIO_SYSFS?"},
-                   {status_of(EBUSY), "a kernel driver or another program has the line"},
-                   {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
+const causes usual{
+    {NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"},
+    {NORV_STATUS_NOT_FOUND, "no /sys/class/gpio; was the kernel built without CONFIG_GPIO_SYSFS?"},
+    {status_of(EBUSY), "a kernel driver or another program has the line"},
+    {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
 
 // An exported line, given back in the end if it was not exported before.
 class line {
