@@ -72,8 +72,9 @@ offered_kernel() {
 }
 
 newest_kept_kernel() {
-    local series=${1/#newest/} kept
-    kept=$(find "$board_cache/kernels" -mindepth 1 -maxdepth 1 -name "$series*-amd64" -printf '%f\n' 2>/dev/null |
+    local names="$1.*-amd64" kept
+    [[ $1 != newest ]] || names='*-amd64'
+    kept=$(find "$board_cache/kernels" -mindepth 1 -maxdepth 1 -name "$names" -printf '%f\n' 2>/dev/null |
         sort --version-sort | tail -n 1)
     [[ -n $kept ]] && printf '%s' "$kept"
 }
@@ -164,10 +165,10 @@ prepare_kernel() {
     rm -rf "$target"
     unpacked=$scratch/kernel
     mkdir -p "$unpacked" "$board_cache/kernels"
-    if [[ -n $kernel_name ]]; then
-        unpack_chosen_kernel "$version" "$unpacked"
-    else
+    if [[ $version == "$(installed_kernel || true)" ]]; then
         unpack_own_kernel "$version" "$unpacked"
+    else
+        unpack_chosen_kernel "$version" "$unpacked"
     fi
     # Since Debian 13 the modules are below /usr/lib, as they are found on a machine that is installed.
     [[ -d $unpacked/lib/modules ]] || link_usr_modules "$unpacked"

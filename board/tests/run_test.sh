@@ -445,6 +445,11 @@ AnotherKernelNeedsTheArchiveOnce() {
     expect status "$([[ -e build/board/booted-x86_64 ]] && echo 1 || echo 77)" "$status"
     [[ $err == *'linux-image-6.12-amd64 has not been fetched before'* ]]
     expect 'message' 0 $?
+    # 5.10 is not a kind of 5.1.
+    mkdir -p "$scratch/empty/norv-board/kernels/5.10.0-1-amd64"
+    XDG_CACHE_HOME=$scratch/empty http_proxy=http://127.0.0.1:9 board --kernel 5.1 true
+    [[ $err == *'linux-image-5.1-amd64 has not been fetched before'* ]]
+    expect 'message about a series that begins like a kept one' 0 $?
 }
 
 # As on a system of another kind: the few programs that these scripts call, and none of Debian's.
