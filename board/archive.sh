@@ -65,8 +65,8 @@ update_every_list() {
         printf '%s %s %s main\n' "$line" "$(mirror)" "$release"
     done >"$every_list/sources.list"
     say "fetching the lists of ${releases[*]}"
-    # It succeeds without a network, too.
-    apt-get "${apt_options[@]}" "${every_release[@]}" update >&2 || true
+    # It succeeds without a network, too, after a line for each list.
+    apt-get "${apt_options[@]}" "${every_release[@]}" update >"$every_list/log" 2>&1 || true
     [[ -n $(every_cache madison linux-image-amd64) ]] && : >"$every_list/complete"
 }
 
