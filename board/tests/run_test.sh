@@ -199,10 +199,7 @@ AStockModuleIsLoadedWithItsParameters() {
 }
 
 # The file of a module of the board's, for the kernel that the board boots.
-module_file() {
-    board uname -r
-    echo "$project/build/board/modules/$out/norv_board_$1.ko"
-}
+module_file() { find "$("$project/board/prepare")" -name "norv_board_$1.ko"; }
 
 AModulesFileIsLoadedWithItsParametersAndWhatItNeeds() {
     cp "$(module_file i2c)" "$scratch/mine.ko"
