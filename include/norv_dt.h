@@ -38,8 +38,9 @@ NORV_BEGIN_DECLS
  *         status is another one; NORV_STATUS_INVALID_ARG when a pointer is null or the name could not be
  *         formatted, with nothing made; NORV_STATUS_NO_MEMORY for the file's content; the errno status of
  *         mkdir(2), for instance that of EEXIST: the name is in use, with nothing written; the errno status
- *         of opening the file, of fstat(2) or of reading it; that of opening or writing NAME/dtbo; that of
- *         opening or reading NAME/status
+ *         of opening the file, of fstat(2) or of reading it; that of opening or writing NAME/dtbo, for an
+ *         empty file that of EFAULT (Linux 5.10 accepts it: NORV_STATUS_NOT_APPLIED); that of opening or
+ *         reading NAME/status
  *
  * Blocks while the file is read and while drivers are bound to the new hardware. Any thread.
  */

@@ -1,8 +1,8 @@
 /**
  * @file norv_linux_gpio.h
  * One GPIO line through the kernel's sysfs interface, /sys/class/gpio. Kernel developers call that interface
- * obsolete, and a kernel may be built without it (CONFIG_GPIO_SYSFS): opening then returns
- * NORV_STATUS_NOT_FOUND.
+ * obsolete, and a kernel may be built without it (CONFIG_GPIO_SYSFS, on newer kernels also
+ * CONFIG_GPIO_SYSFS_LEGACY): opening then returns NORV_STATUS_NOT_FOUND.
  *
  * Opening a line exports it if it is not exported yet; its "value" file stays open for the life of the
  * handle, for fast access and for waiting. Closing always unexports the line, also one that somebody else

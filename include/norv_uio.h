@@ -257,7 +257,8 @@ NORV_API const norv_uio_ops_t* norv_uio_get_generic_ops(void);
  * @param vendor  PCI vendor; its low 16 bits count
  * @param device  PCI device; its low 16 bits count
  * @return 0; NORV_STATUS_NOT_AVAILABLE when neither driver is there; the errno status of opening or writing
- *         "new_id", for instance that of EEXIST when the driver has the identity already
+ *         "new_id", for instance that of EEXIST when the driver has the identity already (Linux 5.10
+ *         accepts one that was added before)
  *
  * Blocks while the driver takes over the devices. Any thread.
  */

@@ -144,7 +144,8 @@ NORV_API void norv_umcb_close(norv_umcb_t** umcb);
  * @param vendor  PCI vendor
  * @param device  PCI device
  * @return 0; NORV_STATUS_NOT_AVAILABLE when the driver is not there; the errno status of opening or writing
- *         "new_id", for instance that of EEXIST when the driver has the identity already
+ *         "new_id", for instance that of EEXIST when the driver has the identity already (Linux 5.10
+ *         accepts one that was added before)
  *
  * Blocks while the driver takes over the devices. Any thread.
  */

@@ -34,8 +34,9 @@ static int is_controller(struct device* device, BOARD_MATCH_CONST void* unused) 
     return device->class && !strcmp(device->class->name, "udc");
 }
 
+// "gadget" on Linux 5.10, "gadget.N" on later ones.
 static int is_gadget(struct device* device, BOARD_MATCH_CONST void* unused) {
-    return strstarts(dev_name(device), "gadget.");
+    return strstarts(dev_name(device), "gadget");
 }
 
 // A part of dummy_hcd's device side. The caller gives the reference back.
