@@ -5,7 +5,7 @@ load support
 
 @test "AnInterfaceThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv can dump can99
-    fails_like "can99: (ENODEV: no such interface; is its driver loaded\?|EBADF: no socket; .+)"
+    fails_like "can99: (ENODEV: no such interface; is its driver loaded\?|EBADF: no CAN socket; .+)"
 }
 
 @test "AFrameHasAnIdentifierAndAHash" {

@@ -7,12 +7,12 @@ no_fpga=2000000000
 
 @test "AnFpgaThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv fpga status "$no_fpga"
-    fails "fpga $no_fpga: NOT_FOUND: no such FPGA; is the FPGA manager's driver loaded?"
+    fails_in /sys/class/fpga_manager "fpga $no_fpga" "no such FPGA; is the FPGA manager's driver loaded?"
 }
 
 @test "NothingIsAskedWhereThereIsNoFpgaToProgram" {
     norv fpga program --fpga "$no_fpga" design.bin
-    fails "fpga $no_fpga: NOT_FOUND: no such FPGA; is the FPGA manager's driver loaded?"
+    fails_in /sys/class/fpga_manager "fpga $no_fpga" "no such FPGA; is the FPGA manager's driver loaded?"
 }
 
 @test "AListHasAHeadingAlsoWhereThereAreNoFpgas" {

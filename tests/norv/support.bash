@@ -25,6 +25,16 @@ fails_like() {
     [[ $stderr =~ ^norv:\ $1 ]] || fail "standard error: $stderr"
 }
 
+# fails_in PATH THING CAUSE: the same, with the status NOT_FOUND and its usual cause. On a machine without the path the cause
+# is that.
+fails_in() {
+    if [[ -e $1 ]]; then
+        fails "$2: NOT_FOUND: $3"
+    else
+        fails_like "$2: NOT_FOUND: no $1; .*CONFIG_.+\\?$"
+    fi
+}
+
 # is_wrong_usage TEXT: the exit status is 2, nothing was printed, and standard error contains TEXT.
 is_wrong_usage() {
     expect_status 2

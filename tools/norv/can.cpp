@@ -26,7 +26,7 @@ const causes usual{
     {status_of(ENOBUFS), "the queue is full; is there another node that acknowledges?"},
     {NORV_STATUS_TIMEOUT, "the bus does not take the frame; is there another node that acknowledges?"},
     {status_of(EPERM), "the interface cannot be bound; is it a CAN interface?"},
-    {status_of(EBADF), "no socket; has the kernel CAN, is the module can-raw there?"}};
+    {status_of(EBADF), "no CAN socket; was the kernel built without CONFIG_CAN or CONFIG_CAN_RAW?"}};
 
 class interface {
   public:

@@ -1,5 +1,7 @@
 #include "failure.hpp"
 
+#include <unistd.h>
+
 #include "text.hpp"
 
 namespace norv::tool {
@@ -8,7 +10,8 @@ namespace {
 
 const char* cause_in(causes usual, uint32_t status) {
     for (const cause& candidate : usual) {
-        if (candidate.status == status) {
+        if (candidate.status == status &&
+            (candidate.missing == nullptr || access(candidate.missing, F_OK) != 0)) {
             return candidate.text;
         }
     }

@@ -8,6 +8,9 @@
 //
 //     const causes usual{{NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"}};
 //     must("gpio 99", norv_linux_gpio_open(99, &line), usual);
+//
+// A cause may be one only where a path is missing, such as the directory of a class that the kernel was built
+// without. The first cause that fits counts.
 #pragma once
 
 #include <cerrno>
@@ -30,6 +33,7 @@ constexpr int exit_usage = 2;
 struct cause {
     uint32_t status;
     const char* text;
+    const char* missing = nullptr;  // counts only where this path does not exist
 };
 
 using causes = std::initializer_list<cause>;

@@ -5,6 +5,7 @@
 #include "confirm.hpp"
 #include "failure.hpp"
 #include "names.hpp"
+#include "norv_file.h"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -16,7 +17,11 @@ namespace {
 const std::string managers = "/sys/class/fpga_manager/";
 const std::string firmware_directory = "/lib/firmware/";
 
-const causes no_fpga{{NORV_STATUS_NOT_FOUND, "no such FPGA; is the FPGA manager's driver loaded?"}};
+const causes no_fpga{{NORV_STATUS_NOT_FOUND,
+                      "no /sys/class/fpga_manager; is the FPGA manager's driver loaded, and was the kernel "
+                      "built with CONFIG_FPGA?",
+                      "/sys/class/fpga_manager"},
+                     {NORV_STATUS_NOT_FOUND, "no such FPGA; is the FPGA manager's driver loaded?"}};
 const causes usual{
     {NORV_STATUS_NOT_FOUND, "no such file where the kernel looks for firmware, in /lib/firmware"},
     {NORV_STATUS_INVALID_ARG, "the driver refused the file; is it an image for this FPGA?"},
@@ -95,6 +100,12 @@ struct program {
     void run() {
         const std::string file = file_name();
         is_operating(number);
+        must(title(number),
+             norv_file_access(0, "%s/firmware", manager(number).c_str()) ? NORV_STATUS_OK
+                                                                         : NORV_STATUS_NOT_FOUND,
+             {{NORV_STATUS_NOT_FOUND,
+               "the FPGA manager has no attribute \"firmware\"; mainline kernels program through overlays "
+               "alone"}});
         confirm.ask(text("program fpga%u with %s; what it does now ends", number, file.c_str()));
         must(title(number), norv_fpga_program(number, file.c_str()), usual);
         if (!is_operating(number)) {

@@ -14,7 +14,12 @@ namespace {
 
 const std::string controllers = "/sys/class/udc";
 
+constexpr cause no_controllers{
+    NORV_STATUS_NOT_FOUND,
+    "no /sys/class/udc; is the controller's driver loaded, and was the kernel built with CONFIG_USB_GADGET?",
+    "/sys/class/udc"};
 const causes usual{
+    no_controllers,
     {NORV_STATUS_NOT_FOUND, "no such USB device controller; is its driver loaded?"},
     {NORV_STATUS_NOT_AVAILABLE, "no gadget is bound to the controller; write its name to the gadget's UDC"}};
 
@@ -68,7 +73,7 @@ struct target {
             throw usage_error{"there are several controllers, name one; norv gadget list shows them"};
         }
         must("gadget", all.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
-             {{NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}});
+             {no_controllers, {NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}});
         return all.front();
     }
 };

@@ -19,7 +19,9 @@ namespace {
 
 const causes usual{
     {NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"},
-    {NORV_STATUS_NOT_FOUND, "no /sys/class/gpio; was the kernel built without CONFIG_GPIO_SYSFS?"},
+    {NORV_STATUS_NOT_FOUND,
+     "no /sys/class/gpio/export; was the kernel built without CONFIG_GPIO_SYSFS or CONFIG_GPIO_SYSFS_LEGACY?",
+     "/sys/class/gpio/export"},
     {status_of(EBUSY), "a kernel driver or another program has the line"},
     {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
 

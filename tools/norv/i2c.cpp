@@ -26,7 +26,11 @@ class bus {
   public:
     explicit bus(uint32_t number) : number_{number} {
         must(text("i2c bus %u", number), norv_linux_i2c_open(number, &descriptor_),
-             {{NORV_STATUS_NOT_FOUND, "no such bus; are the adapter's driver and i2c-dev loaded?"},
+             {{NORV_STATUS_NOT_FOUND,
+               "no /sys/class/i2c-dev; is the module i2c-dev loaded, and was the kernel built with "
+               "CONFIG_I2C_CHARDEV?",
+               "/sys/class/i2c-dev"},
+              {NORV_STATUS_NOT_FOUND, "no such bus; are the adapter's driver and i2c-dev loaded?"},
               {NORV_STATUS_NOT_AVAILABLE, "the adapter knows SMBus only"}});
     }
     ~bus() { norv_linux_i2c_close(&descriptor_); }

@@ -17,8 +17,13 @@ namespace {
 
 const std::string leds = "/sys/class/leds";
 
+constexpr cause no_leds{NORV_STATUS_NOT_FOUND,
+                        "no /sys/class/leds; was the kernel built without CONFIG_LEDS_CLASS?",
+                        "/sys/class/leds"};
+constexpr cause no_such_led{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"};
 const causes usual{
-    {NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
+    no_leds,
+    no_such_led,
     {NORV_STATUS_INVALID_ARG, "the kernel refuses it"},
     {status_of(EACCES),
      "no permission; are you root? The kernel creates delay_on, delay_off and shot for root when the trigger "
@@ -63,7 +68,8 @@ struct triggers {
 
 void set_trigger(const std::string& name, const std::string& trigger) {
     must("led " + name, norv_linux_led_set_trigger(name.c_str(), trigger.c_str()),
-         {{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"},
+         {no_leds,
+          no_such_led,
           {NORV_STATUS_INVALID_ARG, "no such trigger; is its module (ledtrig-...) loaded?"}});
 }
 

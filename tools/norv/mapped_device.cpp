@@ -12,6 +12,13 @@ namespace norv::tool {
 
 namespace {
 
+constexpr cause no_uio{
+    NORV_STATUS_NOT_FOUND,
+    "no /sys/class/uio; is the UIO driver loaded, and was the kernel built with CONFIG_UIO?",
+    "/sys/class/uio"};
+constexpr cause no_umcb{NORV_STATUS_NOT_FOUND, "no /sys/class/umcb; is the driver of UMCB devices loaded?",
+                        "/sys/class/umcb"};
+
 uint64_t number_in(const std::string& path) {
     return std::strtoull(attribute_if_there(path).value_or("0").c_str(), nullptr, 0);
 }
@@ -91,7 +98,8 @@ mapped_device find_mapped_device(const std::string& kind, const std::string& des
     if (found == devices.end()) {
         throw failure{kind + " " + designation,
                       NORV_STATUS_NOT_FOUND,
-                      {{NORV_STATUS_NOT_FOUND, "no such device; is its driver loaded?"}}};
+                      {kind == "uio" ? no_uio : no_umcb,
+                       {NORV_STATUS_NOT_FOUND, "no such device; is its driver loaded?"}}};
     }
     return *found;
 }

@@ -26,7 +26,10 @@ class partition {
             throw usage_error{"\"" + word + "\" is no partition like mtd0"};
         }
         must(name_, norv_linux_mtd_open(("/dev/" + name_).c_str(), &mtd_),
-             {{NORV_STATUS_NOT_FOUND, "no such partition; norv mtd list shows those that there are"},
+             {{NORV_STATUS_NOT_FOUND,
+               "no /sys/class/mtd; is the flash driver loaded, and was the kernel built with CONFIG_MTD?",
+               "/sys/class/mtd"},
+              {NORV_STATUS_NOT_FOUND, "no such partition; norv mtd list shows those that there are"},
               {status_of(EACCES), "no permission, or the partition is read-only"}});
     }
     ~partition() { norv_linux_mtd_close(&mtd_); }

@@ -19,8 +19,13 @@ namespace {
 
 const std::string overlays = "/sys/kernel/config/device-tree/overlays/";
 
+constexpr cause no_overlays{
+    NORV_STATUS_NOT_FOUND,
+    "no /sys/kernel/config/device-tree/overlays; is configfs mounted, and was the kernel built with "
+    "CONFIG_OF_OVERLAY and CONFIG_OF_CONFIGFS?",
+    "/sys/kernel/config/device-tree/overlays"};
 const causes usual{
-    {NORV_STATUS_NOT_FOUND, "configfs has no overlays; is it mounted, and does the kernel have them?"},
+    no_overlays,
     {NORV_STATUS_NOT_APPLIED, "the kernel refused it; does it fit the board's device tree? See dmesg"},
     {status_of(EEXIST), "the name is in use; unload it first"},
     {status_of(EFAULT), "the file is empty"}};
@@ -46,7 +51,8 @@ void must_be_there(const std::string& name) {
         throw failure{
             title(name),
             NORV_STATUS_NOT_FOUND,
-            {{NORV_STATUS_NOT_FOUND, "no such overlay; norv overlay status shows those there are"}}};
+            {no_overlays,
+             {NORV_STATUS_NOT_FOUND, "no such overlay; norv overlay status shows those there are"}}};
     }
 }
 

@@ -15,6 +15,7 @@ namespace norv::tool {
 namespace {
 
 const causes usual{
+    {NORV_STATUS_NOT_FOUND, "no /sys/class/pwm; was the kernel built without CONFIG_PWM?", "/sys/class/pwm"},
     {NORV_STATUS_NOT_FOUND, "no such chip; norv pwm list shows those that there are"},
     {status_of(ENODEV), "the chip has no such channel"},
     {status_of(EBUSY), "a kernel driver has the channel, or it runs and cannot be changed"},

@@ -15,7 +15,12 @@ namespace {
 
 const std::string monitor = "/sys/bus/iio/devices/iio:device0";
 
-const causes usual{{NORV_STATUS_NOT_FOUND, "no such channel; is the system monitor's driver loaded?"},
+constexpr cause no_iio{
+    NORV_STATUS_NOT_FOUND,
+    "no /sys/bus/iio; is the system monitor's driver loaded, and was the kernel built with CONFIG_IIO?",
+    "/sys/bus/iio"};
+const causes usual{no_iio,
+                   {NORV_STATUS_NOT_FOUND, "no such channel; is the system monitor's driver loaded?"},
                    {NORV_STATUS_DEVICE_ERROR, "the conversion failed"}};
 
 bool has(const std::string& attribute) {
@@ -124,7 +129,7 @@ struct sensors_command {
     std::vector<std::string> wanted(bool zynqmp) const {
         const std::vector<std::string> chosen = channels.empty() ? all_channels(zynqmp) : channels;
         must("sensors", chosen.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
-             {{NORV_STATUS_NOT_FOUND, "no system monitor; is its driver loaded?"}});
+             {no_iio, {NORV_STATUS_NOT_FOUND, "no system monitor; is its driver loaded?"}});
         return chosen;
     }
 

@@ -13,6 +13,9 @@ namespace norv::tool {
 namespace {
 
 const causes usual{
+    {NORV_STATUS_NOT_FOUND,
+     "no /sys/class/spidev; is the module spidev loaded, and was the kernel built with CONFIG_SPI_SPIDEV?",
+     "/sys/class/spidev"},
     {NORV_STATUS_NOT_FOUND, "no such slave; are the controller's driver and spidev loaded?"},
     {NORV_STATUS_INVALID_ARG, "the controller does not offer this mode, word size or bit order"},
     {status_of(EMSGSIZE), "longer than spidev takes at once; load it with a greater bufsiz"},

@@ -94,10 +94,3 @@ load ../../../tests/norv/support
     norv gpio set 29=1
     fails "gpio 29: EPERM: the line cannot be driven; is it an input only?"
 }
-
-@test "gpio: AKernelWithoutItsFilesIsNamedAsTheCause" {
-    mount -t tmpfs nothing /sys/class
-    norv gpio get 16
-    umount /sys/class
-    fails "gpio 16: NOT_FOUND: no /sys/class/gpio; was the kernel built without CONFIG_GPIO_SYSFS?"
-}
