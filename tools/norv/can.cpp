@@ -4,6 +4,9 @@
 #include <linux/can.h>
 #include <net/if.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
 #include <cstring>
 
 #include "bytes.hpp"

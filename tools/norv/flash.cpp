@@ -174,7 +174,7 @@ std::string quoted(const std::string& word) {
         return std::isalnum(c) != 0 ||
                std::string_view{"/._-+=:,@"}.find(static_cast<char>(c)) != std::string_view::npos;
     });
-    return plain && !word.empty() ? word : "'" + CLI::detail::find_and_replace(word, "'", "'\\''") + "'";
+    return plain && !word.empty() ? word : "'" + replaced(word, "'", "'\\''") + "'";
 }
 
 // The arguments that all commands have.

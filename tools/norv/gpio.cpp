@@ -4,7 +4,9 @@
 // at its end, except for `set`: giving a line back would take its level away.
 #include "norv_linux_gpio.h"
 
+#include <map>
 #include <memory>
+#include <optional>
 
 #include "command.hpp"
 #include "failure.hpp"
@@ -159,14 +161,13 @@ struct set {
     std::map<uint32_t, bool> parse() const {
         std::map<uint32_t, bool> levels;
         for (const std::string& setting : settings) {
-            uint32_t number = 0;
             const size_t equals = setting.find('=');
             const std::string level = equals == std::string::npos ? "" : setting.substr(equals + 1);
-            if (!CLI::detail::lexical_cast(setting.substr(0, equals), number) ||
-                (level != "0" && level != "1")) {
+            const std::optional<uint32_t> number = parse_number(setting.substr(0, equals));
+            if (!number || (level != "0" && level != "1")) {
                 throw usage_error{"\"" + setting + "\" is no LINE=0 or LINE=1"};
             }
-            levels[number] = level == "1";
+            levels[*number] = level == "1";
         }
         return levels;
     }

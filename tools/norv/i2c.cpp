@@ -2,6 +2,7 @@
 #include "norv_linux_i2c.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -199,20 +200,17 @@ struct message {
 
 message parse_message(const std::string& word) {
     const bool is_read = word.starts_with('r');
-    message parsed{.read = is_read};
-    uint32_t length = 0;
-    uint32_t address = 0;
     const size_t at = word.find('@');
     const bool has_address = at != std::string::npos;
     const std::string digits = word.empty() ? "" : word.substr(1, has_address ? at - 1 : std::string::npos);
-    if ((!is_read && !word.starts_with('w')) || !CLI::detail::lexical_cast(digits, length) || length == 0 ||
-        length > 8192 ||
-        (has_address && (!CLI::detail::lexical_cast(word.substr(at + 1), address) || address > 0x7F))) {
+    const std::optional<uint32_t> length = parse_number(digits);
+    const std::optional<uint32_t> address = has_address ? parse_number(word.substr(at + 1)) : std::nullopt;
+    const bool is_valid_length = length && *length > 0 && *length <= 8192;
+    const bool is_valid_address = !has_address || (address && *address <= 0x7F);
+    if ((!is_read && !word.starts_with('w')) || !is_valid_length || !is_valid_address) {
         throw usage_error{"\"" + word + "\" is not a message like w2@0x50 or r16"};
     }
-    parsed.length = static_cast<uint16_t>(length);
-    parsed.address = has_address ? static_cast<int>(address) : -1;
-    return parsed;
+    return {is_read, static_cast<uint16_t>(*length), has_address ? static_cast<int>(address.value_or(0)) : -1};
 }
 
 struct transfer {

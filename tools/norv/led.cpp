@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <sstream>
 
 #include "command.hpp"
 #include "failure.hpp"
@@ -45,14 +46,13 @@ struct triggers {
     std::string current;
 
     explicit triggers(const std::string& list) {
-        for (std::string word : CLI::detail::split(list, ' ')) {
+        std::istringstream words{list};
+        for (std::string word; words >> word;) {
             if (word.starts_with('[')) {
                 word = word.substr(1, word.size() - 2);
                 current = word;
             }
-            if (!word.empty()) {
-                known.push_back(word);
-            }
+            known.push_back(word);
         }
     }
 

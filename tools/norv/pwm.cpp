@@ -93,9 +93,9 @@ uint32_t parse_duty(const std::string& word, uint32_t period) {
     if (!word.ends_with('%')) {
         return parse_period(word);
     }
-    double percent = -1;
-    if (!CLI::detail::lexical_cast(word.substr(0, word.size() - 1), percent) ||
-        !(percent >= 0 && percent <= 100)) {
+    char* end = nullptr;
+    const double percent = std::strtod(word.c_str(), &end);
+    if (end != &word.back() || end == word.c_str() || !(percent >= 0 && percent <= 100)) {
         throw usage_error{"\"" + word + "\" is no share of the period"};
     }
     return static_cast<uint32_t>(std::lround(period * percent / 100));

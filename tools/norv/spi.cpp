@@ -41,9 +41,7 @@ class slave {
 
   private:
     // The library takes the path for a format.
-    static std::string escaped(const std::string& path) {
-        return CLI::detail::find_and_replace(path, "%", "%%");
-    }
+    static std::string escaped(const std::string& path) { return replaced(path, "%", "%%"); }
 
     std::string path_;
     norv_spi_t spi_{};

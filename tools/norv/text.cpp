@@ -1,7 +1,10 @@
 #include "text.hpp"
 
+#include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 namespace norv::tool {
 
@@ -83,6 +86,34 @@ std::string text(const char* format, ...) {
     std::vsnprintf(result.data(), result.size() + 1, format, again);
     va_end(again);
     return result;
+}
+
+std::optional<uint32_t> parse_number(const std::string& word) {
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long value = std::strtoull(word.c_str(), &end, 0);
+    // strtoull(3) would also accept a sign and leading blanks.
+    const bool starts_with_digit = !word.empty() && std::isdigit(static_cast<unsigned char>(word[0])) != 0;
+    if (!starts_with_digit || *end != '\0' || errno != 0 || value > UINT32_MAX) {
+        return std::nullopt;
+    }
+    return static_cast<uint32_t>(value);
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string result;
+    for (const std::string& word : words) {
+        result += (&word == &words.front() ? "" : " ") + word;
+    }
+    return result;
+}
+
+std::string replaced(std::string text, std::string_view part, std::string_view replacement) {
+    for (size_t at = text.find(part); at != std::string::npos;
+         at = text.find(part, at + replacement.size())) {
+        text.replace(at, part.size(), replacement);
+    }
+    return text;
 }
 
 std::string printable(std::string_view raw) {

@@ -5,6 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 
 #include "bytes.hpp"
@@ -366,8 +367,8 @@ struct send {
         if (as_bytes) {
             return parse_bytes(words);
         }
-        const std::string joined = CLI::detail::join(words, " ");
-        return {joined.begin(), joined.end()};
+        const std::string line = joined(words);
+        return {line.begin(), line.end()};
     }
 };
 
