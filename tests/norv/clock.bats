@@ -30,9 +30,9 @@ cause="no such clock; is the fabric clocks' driver loaded?"
 
 @test "ARateIsBetweenOneHertzAndTheLargestThatADriverCanBeTold" {
     norv clock set "$no_clock" 0
-    is_wrong_usage "a rate of 0 Hz cannot be asked for"
+    is_wrong_usage "a rate of 0 Hz cannot be requested"
     norv clock set "$no_clock" 2147483648
-    is_wrong_usage "a rate of 2.14748e+09 Hz cannot be asked for"
+    is_wrong_usage "a rate of 2.14748e+09 Hz cannot be requested"
 }
 
 @test "AUnitIsOneOfThree" {
@@ -42,10 +42,10 @@ cause="no such clock; is the fabric clocks' driver loaded?"
 
 @test "AResetIsOnOrOff" {
     norv clock reset "$no_clock" maybe
-    is_wrong_usage '"maybe" is none of off, on'
+    is_wrong_usage '"maybe" is not one of off, on'
 }
 
 @test "AFamilyIsOneOfTwo" {
     norv clock list --soc versal
-    is_wrong_usage '"versal" is none of zynq, zynqmp'
+    is_wrong_usage '"versal" is not one of zynq, zynqmp'
 }

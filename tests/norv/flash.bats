@@ -5,7 +5,7 @@ load support
 
 @test "AnEmmcThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv flash info --emmc /dev/no-emmc
-    fails "/dev/no-emmc: NOT_FOUND: not there; is the flash driver loaded, and for an eMMC the path right?"
+    fails "/dev/no-emmc: NOT_FOUND: no such device; is the flash driver loaded, and for an eMMC the path right?"
 }
 
 @test "AFileThatIsNoBlockDeviceIsRefused" {
@@ -25,7 +25,7 @@ load support
 
 @test "AnEmptyFileIsNotWritten" {
     norv flash write /dev/null
-    is_wrong_usage "/dev/null has nothing to write behind that offset"
+    is_wrong_usage "/dev/null has nothing to write after that offset"
 }
 
 @test "AFileThatIsNotThereIsNamed" {

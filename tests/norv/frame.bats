@@ -53,13 +53,13 @@ load support
     for command in uuid --help --version --describe "gpio --help" "led list --json" "stat --interval 20" "usb list"; do
         read -r -a words <<<"$command"
         norv_into /dev/full "${words[@]}"
-        fails "standard output: EXHAUSTED: no space is left there"
+        fails "standard output: EXHAUSTED: no space left on the device"
     done
 }
 
 @test "AWatchWhoseOutputCannotBeWrittenEnds" {
     norv_into /dev/full stat --watch --interval 20
-    fails "standard output: EXHAUSTED: no space is left there"
+    fails "standard output: EXHAUSTED: no space left on the device"
 }
 
 @test "AClosedOutputIsAFailure" {

@@ -13,17 +13,17 @@ no_line=4000000000
 
 @test "ALevelIsZeroOrOne" {
     norv gpio set "$no_line=2"
-    is_wrong_usage "\"$no_line=2\" is no LINE=0 or LINE=1"
+    is_wrong_usage "\"$no_line=2\" is not LINE=0 or LINE=1"
 }
 
 @test "ALineToDriveIsANumber" {
     norv gpio set reset=1
-    is_wrong_usage '"reset=1" is no LINE=0 or LINE=1'
+    is_wrong_usage '"reset=1" is not LINE=0 or LINE=1'
 }
 
 @test "AnEdgeIsOneOfThree" {
     norv gpio watch --edge sideways "$no_line"
-    is_wrong_usage '"sideways" is none of both, falling, rising'
+    is_wrong_usage '"sideways" is not one of both, falling, rising'
 }
 
 @test "ALineIsNeeded" {

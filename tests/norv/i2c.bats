@@ -34,7 +34,7 @@ no_bus=99
 
 @test "AMessageNeedsAllItsBytes" {
     norv i2c transfer "$no_bus" w2@0x50 1
-    is_wrong_usage "w2@0x50 needs 2 bytes behind it"
+    is_wrong_usage "w2@0x50 must be followed by 2 bytes"
 }
 
 @test "ATransferOfTwoWritesIsNotPossible" {

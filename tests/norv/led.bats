@@ -5,7 +5,7 @@ load support
 
 @test "AnLedThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv led set no:such:led 1
-    fails_in /sys/class/leds "led no:such:led" "no such LED; norv led list shows those that there are"
+    fails_in /sys/class/leds "led no:such:led" "no such LED; see norv led list"
 }
 
 @test "ABrightnessIsOfEightBits" {
@@ -21,7 +21,7 @@ load support
 
 @test "TheTriggersOfAnLedThatIsNotThere" {
     norv led trigger no:such:led
-    fails_in /sys/class/leds "led no:such:led" "no such LED; norv led list shows those that there are"
+    fails_in /sys/class/leds "led no:such:led" "no such LED; see norv led list"
 }
 
 @test "ANameLeadsToNoFileElsewhere" {

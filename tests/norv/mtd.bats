@@ -5,7 +5,7 @@ load support
 
 @test "APartitionThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv mtd info mtd99
-    fails_in /sys/class/mtd mtd99 "no such partition; norv mtd list shows those that there are"
+    fails_in /sys/class/mtd mtd99 "no such partition; see norv mtd list"
 }
 
 @test "APathAndANumberNameTheSamePartition" {
@@ -17,7 +17,7 @@ load support
 
 @test "WhatIsNoPartitionIsWrongUsage" {
     norv mtd badblocks /dev/sda
-    is_wrong_usage '"/dev/sda" is no partition like mtd0'
+    is_wrong_usage '"/dev/sda" is not a partition like mtd0'
 }
 
 @test "AListAsJsonIsAnArray" {

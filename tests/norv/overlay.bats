@@ -5,9 +5,9 @@ load support
 
 @test "AnOverlayThatIsNotThereIsNamedWithItsStatusAndCause" {
     norv overlay status no-such-overlay
-    fails_in /sys/kernel/config/device-tree/overlays "overlay no-such-overlay" "no such overlay; norv overlay status shows those there are"
+    fails_in /sys/kernel/config/device-tree/overlays "overlay no-such-overlay" "no such overlay; see norv overlay status"
     norv overlay unload --yes no-such-overlay
-    fails_in /sys/kernel/config/device-tree/overlays "overlay no-such-overlay" "no such overlay; norv overlay status shows those there are"
+    fails_in /sys/kernel/config/device-tree/overlays "overlay no-such-overlay" "no such overlay; see norv overlay status"
 }
 
 @test "AFileThatIsNotThereIsNamed" {

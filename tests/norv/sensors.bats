@@ -25,5 +25,5 @@ load support
 
 @test "AFamilyIsOneOfTwo" {
     norv sensors --soc versal
-    is_wrong_usage '"versal" is none of zynq, zynqmp'
+    is_wrong_usage '"versal" is not one of zynq, zynqmp'
 }

@@ -25,7 +25,7 @@ load support
     norv stat --interface no-such-if
     fails "no-such-if: NOT_FOUND: no such network interface"
     norv stat --interface an-interface-with-a-long-long-name
-    fails "an-interface-with-a-long-long-name: EXHAUSTED: no network interface has so long a name"
+    fails "an-interface-with-a-long-long-name: EXHAUSTED: too long for the name of a network interface"
 }
 
 @test "AnInterfaceHasAName" {

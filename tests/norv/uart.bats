@@ -19,7 +19,7 @@ teardown() { [[ -z ${line:-} ]] || kill "$line"; }
 
 @test "AParityIsOneOfFive" {
     norv uart send --parity maybe /dev/null x
-    is_wrong_usage '"maybe" is none of even, mark, none, odd, space'
+    is_wrong_usage '"maybe" is not one of even, mark, none, odd, space'
 }
 
 @test "DataBitsAreFiveToEight" {
@@ -122,7 +122,7 @@ teardown() { [[ -z ${line:-} ]] || kill "$line"; }
     wait_until port_has "start = <undef>"
     echo data >"$to_port"
     background_ends 1
-    [[ $stderr == "norv: standard output: EXHAUSTED: no space is left there" ]]
+    [[ $stderr == "norv: standard output: EXHAUSTED: no space left on the device" ]]
 }
 
 @test "BytesAsJsonAreValidUtf8WithoutControlCharacters" {

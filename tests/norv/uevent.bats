@@ -5,7 +5,7 @@ load support
 
 @test "AMessageThatDoesNotComeIsATimeout" {
     norv uevent --subsystem no-such-subsystem --timeout 1
-    fails "uevents: TIMEOUT: nothing came in time"
+    fails "uevents: TIMEOUT: nothing arrived in time"
 }
 
 @test "CtrlCEndsItInGoodOrder" {

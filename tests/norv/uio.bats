@@ -36,9 +36,9 @@ load support
 
 @test "APciIdentityIsWrittenAsLspciPrintsIt" {
     norv uio bind 0x1234
-    is_wrong_usage '"0x1234" is no PCI identity like 1234:11e8'
+    is_wrong_usage '"0x1234" is not a PCI identity like 1234:11e8'
     norv uio bind 12345:1
-    is_wrong_usage '"12345:1" is no PCI identity like 1234:11e8'
+    is_wrong_usage '"12345:1" is not a PCI identity like 1234:11e8'
     norv uio bind 1234:
-    is_wrong_usage '"1234:" is no PCI identity like 1234:11e8'
+    is_wrong_usage '"1234:" is not a PCI identity like 1234:11e8'
 }

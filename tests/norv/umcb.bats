@@ -35,5 +35,5 @@ load support
 
 @test "APciIdentityIsWrittenAsLspciPrintsIt" {
     norv umcb bind edu
-    is_wrong_usage '"edu" is no PCI identity like 1234:11e8'
+    is_wrong_usage '"edu" is not a PCI identity like 1234:11e8'
 }

@@ -27,7 +27,7 @@ const causes usual{
     {status_of(ENODEV), "no such interface; is its driver loaded?"},
     {status_of(ENETDOWN), "the interface is down; ip link set IF up type can bitrate 500000"},
     {status_of(ENOBUFS), "the queue is full; is there another node that acknowledges?"},
-    {NORV_STATUS_TIMEOUT, "the bus does not take the frame; is there another node that acknowledges?"},
+    {NORV_STATUS_TIMEOUT, "the bus does not accept the frame; is there another node that acknowledges?"},
     {status_of(EPERM), "the interface cannot be bound; is it a CAN interface?"},
     {status_of(EBADF), "no CAN socket; was the kernel built without CONFIG_CAN or CONFIG_CAN_RAW?"}};
 
@@ -136,9 +136,8 @@ struct dump {
         command.add_option(
             "ID", identifiers,
             "hexadecimal; only frames whose identifier ends in these 11 bits; may be repeated");
-        command.add_option("-n,--count", count, "end after so many frames");
-        command.add_option("-t,--timeout", timeout,
-                           "end with a failure after so many milliseconds without one");
+        command.add_option("-n,--count", count, "exit after this many frames");
+        command.add_option("-t,--timeout", timeout, "fail after this many milliseconds without one");
         out.offer_json(command);
     }
 
@@ -157,7 +156,7 @@ struct dump {
                 return;
             }
             must(on, woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-                 {{NORV_STATUS_TIMEOUT, "no frame came in time"}});
+                 {{NORV_STATUS_TIMEOUT, "no frame arrived in time"}});
             seen += show_frames(channels, sources);
         }
     }

@@ -106,7 +106,7 @@ struct set {
     void run() {
         // The driver is told a signed number.
         if (!(rate >= 1 && rate <= INT32_MAX)) {
-            throw usage_error{text("a rate of %g Hz cannot be asked for", rate)};
+            throw usage_error{text("a rate of %g Hz cannot be requested", rate)};
         }
         auto made = static_cast<uint32_t>(std::lround(rate));
         must(title(number), norv_zynq_set_fclk_freq(number, &made), usual);
@@ -116,7 +116,7 @@ struct set {
 
 struct reset {
     static constexpr auto name = "reset";
-    static constexpr auto help = "Hold what a clock drives in reset, or let it go (Zynq only)";
+    static constexpr auto help = "Assert or release the reset of what a clock drives (Zynq only)";
 
     uint32_t number = 0;
     uint32_t held = 0;

@@ -34,7 +34,7 @@ CLI::Validator one_of(const std::map<std::string, uint32_t>& words) {
         for (const auto& choice : words) {
             known += (known.empty() ? "" : ", ") + choice.first;
         }
-        return "\"" + word + "\" is none of " + known;
+        return "\"" + word + "\" is not one of " + known;
     };
     return CLI::Validator{to_number, ""};
 }

@@ -10,7 +10,7 @@
 namespace norv::tool {
 
 void confirmation::offer_yes(CLI::App& command) {
-    command.add_flag("-y,--yes", yes_, "do not ask; needed where no terminal is there to ask at");
+    command.add_flag("-y,--yes", yes_, "assume yes; required if standard input is not a terminal");
 }
 
 void confirmation::ask(const std::string& plan) const {
@@ -19,10 +19,10 @@ void confirmation::ask(const std::string& plan) const {
         return;
     }
     if (isatty(STDIN_FILENO) == 0) {
-        throw usage_error{"nothing was done: there is no terminal to ask at, say --yes"};
+        throw usage_error{"nothing was done: standard input is not a terminal; use --yes"};
     }
     std::string answer;
-    std::cerr << "Go on? [y/N] ";
+    std::cerr << "Continue? [y/N] ";
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "Y" && answer != "yes") {
         throw failure{"cancelled", "nothing was done"};

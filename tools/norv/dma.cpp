@@ -18,8 +18,8 @@ namespace {
 
 const causes no_manager{{NORV_STATUS_NOT_FOUND, "no /dev/uio-dma; is the DMA driver loaded?"}};
 const causes usual{{NORV_STATUS_NO_MEMORY, "the driver has no such memory left"},
-                   {NORV_STATUS_INVALID_ARG, "the driver does not give memory of this kind and size"},
-                   {status_of(ENOTTY), "this driver does not know that request"}};
+                   {NORV_STATUS_INVALID_ARG, "the driver does not provide memory of this kind and size"},
+                   {status_of(ENOTTY), "the driver does not support this request"}};
 
 class manager {
   public:
@@ -144,7 +144,7 @@ void add_size(CLI::App& command, uint64_t& size) {
 
 struct list_kinds {
     static constexpr auto name = "kinds";
-    static constexpr auto help = "Try all kinds of memory, and show which of them the driver gives";
+    static constexpr auto help = "Try all kinds of memory, and show which the driver provides";
 
     uint64_t size = 4096;
     report out;
@@ -181,7 +181,7 @@ struct list_kinds {
 
 struct test {
     static constexpr auto name = "test";
-    static constexpr auto help = "Write and read one buffer, and show the pieces that a device would be told";
+    static constexpr auto help = "Write and read a buffer, and show the pieces that a device would get";
 
     std::string kind = "default";
     uint64_t size = 4096;

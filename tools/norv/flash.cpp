@@ -24,7 +24,7 @@ namespace {
 constexpr uint64_t emmc_chunk = 128 * 1024;
 
 const causes usual{
-    {NORV_STATUS_NOT_FOUND, "not there; is the flash driver loaded, and for an eMMC the path right?"},
+    {NORV_STATUS_NOT_FOUND, "no such device; is the flash driver loaded, and for an eMMC the path right?"},
     {NORV_STATUS_EMPTY, "there is no partition /dev/mtd0; is the flash driver loaded?"},
     {NORV_STATUS_RANGE, "outside the flash, or not at multiples of its erase block; see norv flash info"},
     {NORV_STATUS_EXHAUSTED, "too few good blocks before the end of the area; --end makes it longer"},
@@ -194,7 +194,7 @@ void add_address(CLI::App& command, uint32_t& address) {
 }
 
 [[noreturn]] void report_cancelled(const std::string& what, const std::string& command) {
-    throw failure{"cancelled", what + "; this goes on:\n    norv flash " + command};
+    throw failure{"cancelled", what + "; resume with:\n    norv flash " + command};
 }
 
 struct info {
@@ -242,7 +242,7 @@ struct info {
 
 struct read {
     static constexpr auto name = "read";
-    static constexpr auto help = "Read an area into a file; bad blocks are left out";
+    static constexpr auto help = "Read an area into a file; bad blocks are skipped";
 
     target on;
     std::string file;
@@ -294,7 +294,7 @@ struct read {
 
 struct erase {
     static constexpr auto name = "erase";
-    static constexpr auto help = "Erase an area (an eMMC: write zeros); bad blocks are left out";
+    static constexpr auto help = "Erase an area (an eMMC: write zeros); bad blocks are skipped";
 
     target on;
     uint32_t address = 0;
@@ -363,7 +363,7 @@ struct erase {
 
 struct write {
     static constexpr auto name = "write";
-    static constexpr auto help = "Erase an area, write a file there and verify it; goes around bad blocks";
+    static constexpr auto help = "Erase an area, write a file there and verify it; bad blocks are skipped";
 
     target on;
     std::string file;
@@ -376,17 +376,17 @@ struct write {
         on.declare(command);
         command.add_option("FILE", file, "to read; - is standard input")->required();
         add_address(command, address);
-        command.add_option("--offset", offset, "leave out so many bytes of the file; used to go on");
-        command.add_option("--end", area_end,
-                           "where the area ends, beyond which no data goes that had to go around bad blocks "
-                           "[as far as the file without them]");
+        command.add_option("--offset", offset, "skip this many bytes of the file; used to resume");
+        command.add_option(
+            "--end", area_end,
+            "end of the area, also for data that skips bad blocks [the end of the file without bad blocks]");
         confirm.offer_yes(command);
     }
 
     void run() {
         bytes data = load(file);
         if (offset >= data.size() || data.size() > UINT32_MAX) {
-            throw usage_error{file + " has nothing to write behind that offset"};
+            throw usage_error{file + " has nothing to write after that offset"};
         }
         data.erase(data.begin(), data.begin() + offset);
         flash opened{on.emmc};

@@ -26,8 +26,8 @@ const causes usual{
     {NORV_STATUS_NOT_FOUND, "no such file where the kernel looks for firmware, in /lib/firmware"},
     {NORV_STATUS_INVALID_ARG, "the driver refused the file; is it an image for this FPGA?"},
     {NORV_STATUS_DEVICE_ERROR, "the FPGA failed while it was programmed; see dmesg"},
-    {NORV_STATUS_TIMEOUT, "the FPGA did not finish; is the image one for this FPGA?"},
-    {status_of(EBUSY), "a kernel driver has the FPGA"}};
+    {NORV_STATUS_TIMEOUT, "the FPGA did not finish; is the image for this FPGA?"},
+    {status_of(EBUSY), "a kernel driver uses the FPGA"}};
 
 std::string title(uint32_t number) {
     return text("fpga %u", number);
@@ -106,10 +106,10 @@ struct program {
              {{NORV_STATUS_NOT_FOUND,
                "the FPGA manager has no attribute \"firmware\"; mainline kernels program through overlays "
                "alone"}});
-        confirm.ask(text("program fpga%u with %s; what it does now ends", number, file.c_str()));
+        confirm.ask(text("program fpga%u with %s; its current design stops", number, file.c_str()));
         must(title(number), norv_fpga_program(number, file.c_str()), usual);
         if (!is_operating(number)) {
-            throw failure{title(number), "programmed, but it does not operate; its state is \"" +
+            throw failure{title(number), "programmed, but not operating; its state is \"" +
                                              attribute(title(number), manager(number) + "/state") + "\""};
         }
     }

@@ -70,7 +70,7 @@ struct target {
         }
         const auto all = names_in(controllers);
         if (all.size() > 1) {
-            throw usage_error{"there are several controllers, name one; norv gadget list shows them"};
+            throw usage_error{"there are several controllers, name one; see norv gadget list"};
         }
         must("gadget", all.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
              {no_controllers, {NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}});
@@ -127,7 +127,7 @@ struct watch {
 
     void declare(CLI::App& command) {
         on.declare(command);
-        command.add_option("-n,--count", count, "end after so many changes");
+        command.add_option("-n,--count", count, "exit after this many changes");
         patient.declare(command, "a change");
         out.offer_json(command);
     }
@@ -162,7 +162,7 @@ template <bool plugged>
 struct plug {
     static constexpr auto name = plugged ? "connect" : "disconnect";
     static constexpr auto help =
-        plugged ? "Connect to the host, as if the cable were plugged" : "Disconnect, as if it were pulled";
+        plugged ? "Connect to the host, as if the cable were plugged in" : "Disconnect, as if it were pulled";
 
     target on;
 

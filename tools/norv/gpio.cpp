@@ -24,7 +24,7 @@ const causes usual{
     {NORV_STATUS_NOT_FOUND,
      "no /sys/class/gpio/export; was the kernel built without CONFIG_GPIO_SYSFS or CONFIG_GPIO_SYSFS_LEGACY?",
      "/sys/class/gpio/export"},
-    {status_of(EBUSY), "a kernel driver or another program has the line"},
+    {status_of(EBUSY), "a kernel driver or another program uses the line"},
     {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
 
 // An exported line, given back in the end if it was not exported before.
@@ -96,7 +96,7 @@ void add_line_numbers(CLI::App& command, std::vector<uint32_t>& numbers) {
 
 struct get {
     static constexpr auto name = "get";
-    static constexpr auto help = "Read lines; their direction stays as it is";
+    static constexpr auto help = "Read lines; their direction is not changed";
 
     std::vector<uint32_t> numbers;
     bool input = false;
@@ -106,7 +106,7 @@ struct get {
     void declare(CLI::App& command) {
         add_line_numbers(command, numbers);
         command.add_flag("-i,--input", input, "make them inputs first");
-        command.add_flag("-l,--active-low", active_low, "a low level counts as 1");
+        command.add_flag("-l,--active-low", active_low, "a low level is read as 1");
         out.offer_json(command);
     }
 
@@ -137,7 +137,7 @@ struct set {
         command.add_option("SETTING", settings, "a line and its level, 0 or 1; may be repeated")
             ->required()
             ->type_name("LINE=VALUE");
-        command.add_option("--hold", hold, "give the lines back after so many milliseconds, or at Ctrl-C");
+        command.add_option("--hold", hold, "release the lines after this many milliseconds, or at Ctrl-C");
         command.add_flag("-l,--active-low", active_low, "1 drives the line low");
     }
 
@@ -165,7 +165,7 @@ struct set {
             const std::string level = equals == std::string::npos ? "" : setting.substr(equals + 1);
             const std::optional<uint32_t> number = parse_number(setting.substr(0, equals));
             if (!number || (level != "0" && level != "1")) {
-                throw usage_error{"\"" + setting + "\" is no LINE=0 or LINE=1"};
+                throw usage_error{"\"" + setting + "\" is not LINE=0 or LINE=1"};
             }
             levels[*number] = level == "1";
         }
@@ -175,7 +175,7 @@ struct set {
 
 struct free_lines {
     static constexpr auto name = "free";
-    static constexpr auto help = "Give lines back to the kernel, whoever exported them";
+    static constexpr auto help = "Release lines, whoever exported them";
 
     std::vector<uint32_t> numbers;
 
@@ -208,9 +208,8 @@ struct watch {
         command.add_option("-e,--edge", edge, "rising, falling or both")
             ->type_name("EDGE")
             ->transform(one_of(edges));
-        command.add_option("-n,--count", count, "end after so many edges");
-        command.add_option("-t,--timeout", timeout,
-                           "end with a failure after so many milliseconds without one");
+        command.add_option("-n,--count", count, "exit after this many edges");
+        command.add_option("-t,--timeout", timeout, "fail after this many milliseconds without one");
         out.offer_json(command);
     }
 
@@ -229,7 +228,7 @@ struct watch {
                 return;
             }
             must("gpio watch", woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-                 {{NORV_STATUS_TIMEOUT, "no edge came in time"}});
+                 {{NORV_STATUS_TIMEOUT, "no edge in time"}});
             seen += show_edges(watched, descriptors);
         }
     }

@@ -17,11 +17,10 @@ namespace {
 constexpr uint8_t first_address = 0x08;
 constexpr uint8_t last_address = 0x77;
 
-const causes usual_at_device{
-    {status_of(ENXIO), "nobody answers; is the address right and the device powered?"},
-    {status_of(EREMOTEIO), "nobody answers, or the device refused a byte"},
-    {NORV_STATUS_TIMEOUT, "the bus is stuck; does a device hold SDA or SCL low?"},
-    {NORV_STATUS_NOT_AVAILABLE, "the adapter cannot do such a transfer"}};
+const causes usual_at_device{{status_of(ENXIO), "no answer; is the address right and the device powered?"},
+                             {status_of(EREMOTEIO), "no answer, or the device refused a byte"},
+                             {NORV_STATUS_TIMEOUT, "the bus is stuck; does a device hold SDA or SCL low?"},
+                             {NORV_STATUS_NOT_AVAILABLE, "the adapter does not support such a transfer"}};
 
 class bus {
   public:
@@ -32,7 +31,7 @@ class bus {
                "CONFIG_I2C_CHARDEV?",
                "/sys/class/i2c-dev"},
               {NORV_STATUS_NOT_FOUND, "no such bus; are the adapter's driver and i2c-dev loaded?"},
-              {NORV_STATUS_NOT_AVAILABLE, "the adapter knows SMBus only"}});
+              {NORV_STATUS_NOT_AVAILABLE, "the adapter supports SMBus only"}});
     }
     ~bus() { norv_linux_i2c_close(&descriptor_); }
     bus(const bus&) = delete;
@@ -71,7 +70,7 @@ struct target {
 
 struct detect {
     static constexpr auto name = "detect";
-    static constexpr auto help = "Show who answers on a bus, by reading a byte at each address";
+    static constexpr auto help = "Scan a bus for devices, by reading a byte at each address";
 
     target on;
     report out;
@@ -153,13 +152,14 @@ struct set {
     void declare(CLI::App& command) {
         on.declare(command);
         command.add_option("REGISTER", reg, "the register to start at")->required();
-        command.add_option("VALUE", values, "a byte; more go to the registers behind")->required();
+        command.add_option("VALUE", values, "a byte; further bytes go to the following registers")
+            ->required();
     }
 
     void run() {
         const bytes data = parse_bytes(values);
         if (data.size() > NORV_LINUX_I2C_MAX_WRITE) {
-            throw usage_error{text("%d bytes are the most in one transfer", NORV_LINUX_I2C_MAX_WRITE)};
+            throw usage_error{text("a transfer has at most %d bytes", NORV_LINUX_I2C_MAX_WRITE)};
         }
         const bus opened{on.bus_number};
         opened.must_answer(on.address, norv_linux_i2c_write(opened.get(), on.address, reg, data.data(),
@@ -210,7 +210,8 @@ message parse_message(const std::string& word) {
     if ((!is_read && !word.starts_with('w')) || !is_valid_length || !is_valid_address) {
         throw usage_error{"\"" + word + "\" is not a message like w2@0x50 or r16"};
     }
-    return {is_read, static_cast<uint16_t>(*length), has_address ? static_cast<int>(address.value_or(0)) : -1};
+    return {is_read, static_cast<uint16_t>(*length),
+            has_address ? static_cast<int>(address.value_or(0)) : -1};
 }
 
 struct transfer {
@@ -270,7 +271,7 @@ struct transfer {
         const size_t end = std::min<size_t>(words.size(), 1U + length);
         written = parse_bytes({words.begin() + 1, words.begin() + static_cast<std::ptrdiff_t>(end)});
         if (written.size() < length) {
-            throw usage_error{text("%s needs %u bytes behind it", words[0].c_str(), length)};
+            throw usage_error{text("%s must be followed by %u bytes", words[0].c_str(), length)};
         }
         return end;
     }

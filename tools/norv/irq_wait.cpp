@@ -21,7 +21,7 @@ class disable_at_end {
 }  // namespace
 
 void irq_wait::declare(CLI::App& command) {
-    command.add_option("-n,--count", count_, "end after so many interrupts; 0: at Ctrl-C")
+    command.add_option("-n,--count", count_, "exit after this many interrupts; 0: at Ctrl-C")
         ->capture_default_str();
     patient_.declare(command, "one");
     out_.offer_json(command);

@@ -21,11 +21,11 @@ const std::string leds = "/sys/class/leds";
 constexpr cause no_leds{NORV_STATUS_NOT_FOUND,
                         "no /sys/class/leds; was the kernel built without CONFIG_LEDS_CLASS?",
                         "/sys/class/leds"};
-constexpr cause no_such_led{NORV_STATUS_NOT_FOUND, "no such LED; norv led list shows those that there are"};
+constexpr cause no_such_led{NORV_STATUS_NOT_FOUND, "no such LED; see norv led list"};
 const causes usual{
     no_leds,
     no_such_led,
-    {NORV_STATUS_INVALID_ARG, "the kernel refuses it"},
+    {NORV_STATUS_INVALID_ARG, "the kernel refused it"},
     {status_of(EACCES),
      "no permission; are you root? The kernel creates delay_on, delay_off and shot for root when the trigger "
      "is set"}};
@@ -89,7 +89,7 @@ void add_name(CLI::App& command, std::string& name) {
 
 struct list {
     static constexpr auto name = "list";
-    static constexpr auto help = "List the LEDs: brightness, greatest brightness and trigger";
+    static constexpr auto help = "List the LEDs: brightness, maximum brightness and trigger";
 
     report out;
 
@@ -115,14 +115,14 @@ struct list {
 
 struct set {
     static constexpr auto name = "set";
-    static constexpr auto help = "Light or dim an LED; 0 also takes it from its trigger";
+    static constexpr auto help = "Set an LED's brightness; 0 also removes its trigger";
 
     std::string led;
     int32_t brightness = 0;
 
     void declare(CLI::App& command) {
         add_name(command, led);
-        command.add_option("BRIGHTNESS", brightness, "0 to 255; what exceeds the LED's greatest is cut")
+        command.add_option("BRIGHTNESS", brightness, "0 to 255; limited to the LED's maximum")
             ->required()
             ->check(CLI::Range(0, 255));
     }
@@ -132,7 +132,7 @@ struct set {
 
 struct trigger {
     static constexpr auto name = "trigger";
-    static constexpr auto help = "Show what can drive an LED, or choose what does";
+    static constexpr auto help = "Show or set an LED's trigger";
 
     std::string led;
     std::string wanted;
@@ -170,8 +170,8 @@ struct blink {
         add_name(command, led);
         // CLI::PositiveNumber names the largest of all numbers in its message.
         const auto positive = CLI::Range(1, INT32_MAX).description("");
-        command.add_option("--on", on, "milliseconds lit")->check(positive)->capture_default_str();
-        command.add_option("--off", off, "milliseconds dark")->check(positive)->capture_default_str();
+        command.add_option("--on", on, "milliseconds on")->check(positive)->capture_default_str();
+        command.add_option("--off", off, "milliseconds off")->check(positive)->capture_default_str();
     }
 
     void run() {

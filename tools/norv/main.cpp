@@ -16,7 +16,7 @@ namespace {
 
 using namespace norv::tool;
 
-constexpr auto about = "Reaches the hardware of an embedded Linux board.";
+constexpr auto about = "Accesses the hardware of an embedded Linux board.";
 constexpr auto statuses =
     "Exit status: 0 success, 1 the operation failed, 2 wrong usage. Numbers may be decimal, 0x hexadecimal "
     "or "

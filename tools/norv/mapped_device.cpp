@@ -72,7 +72,7 @@ std::optional<pci_identity> parse_pci_identity(const std::string& words) {
 pci_identity required_pci_identity(const std::string& words) {
     const auto parsed = parse_pci_identity(words);
     if (!parsed) {
-        throw usage_error{"\"" + words + "\" is no PCI identity like 1234:11e8"};
+        throw usage_error{"\"" + words + "\" is not a PCI identity like 1234:11e8"};
     }
     return *parsed;
 }

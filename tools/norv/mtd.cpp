@@ -23,13 +23,13 @@ class partition {
   public:
     explicit partition(const std::string& word) : name_{partition_name(word)} {
         if (!number_behind(name_, "mtd")) {
-            throw usage_error{"\"" + word + "\" is no partition like mtd0"};
+            throw usage_error{"\"" + word + "\" is not a partition like mtd0"};
         }
         must(name_, norv_linux_mtd_open(("/dev/" + name_).c_str(), &mtd_),
              {{NORV_STATUS_NOT_FOUND,
                "no /sys/class/mtd; is the flash driver loaded, and was the kernel built with CONFIG_MTD?",
                "/sys/class/mtd"},
-              {NORV_STATUS_NOT_FOUND, "no such partition; norv mtd list shows those that there are"},
+              {NORV_STATUS_NOT_FOUND, "no such partition; see norv mtd list"},
               {status_of(EACCES), "no permission, or the partition is read-only"}});
     }
     ~partition() { norv_linux_mtd_close(&mtd_); }

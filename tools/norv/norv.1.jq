@@ -19,12 +19,12 @@ norv \\- the hardware of an embedded Linux board from a shell
 .RI [ COMMAND ]
 .RI [ ARGUMENT ...]
 .SH DESCRIPTION
-Reaches GPIO lines, LEDs, buses, flash, FPGAs and whatever else a board has, each with a group of commands. Numbers may be
-decimal, 0x hexadecimal or 0 octal. What a command reads it prints as JSON with
+Accesses GPIO lines, LEDs, buses, flash, FPGAs and the other hardware of a board, each with a group of commands. Numbers may be
+decimal, 0x hexadecimal or 0 octal. Commands print what they read as JSON with
 .BR \\-\\-json ,
-a document in a line. Commands that go on for some time end in good order at Ctrl\\-C; a second Ctrl\\-C ends them at once.
+one document per line. Commands that run for some time end cleanly at Ctrl\\-C; a second Ctrl\\-C ends them at once.
 .PP
-Commands that destroy something say what they will do and ask; where no terminal is there to ask at they need
+Commands that destroy something say what they will do and ask first; if standard input is not a terminal, they require
 .BR \\-\\-yes .
 .SH COMMANDS",
 (commands("") | select(.path != "norv" and (.command.commands | length == 0))

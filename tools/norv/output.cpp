@@ -40,7 +40,7 @@ void print(std::string_view text) {
     }
     throw failure{"standard output",
                   status_of(errno),
-                  {{status_of(ENOSPC), "no space is left there"}, {status_of(EBADF), "it is closed"}}};
+                  {{status_of(ENOSPC), "no space left on the device"}, {status_of(EBADF), "it is closed"}}};
 }
 
 void end_without_reader() {

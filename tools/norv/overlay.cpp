@@ -48,17 +48,15 @@ bool is_applied(const std::string& name) {
 
 void must_be_there(const std::string& name) {
     if (!is_there(name)) {
-        throw failure{
-            title(name),
-            NORV_STATUS_NOT_FOUND,
-            {no_overlays,
-             {NORV_STATUS_NOT_FOUND, "no such overlay; norv overlay status shows those there are"}}};
+        throw failure{title(name),
+                      NORV_STATUS_NOT_FOUND,
+                      {no_overlays, {NORV_STATUS_NOT_FOUND, "no such overlay; see norv overlay status"}}};
     }
 }
 
 struct load_overlay {
     static constexpr auto name = "load";
-    static constexpr auto help = "Load a compiled overlay; one that is not applied is taken back";
+    static constexpr auto help = "Load a compiled overlay; it is unloaded again if it is not applied";
 
     std::string file;
     std::string called;
@@ -66,7 +64,7 @@ struct load_overlay {
 
     void declare(CLI::App& command) {
         command.add_option("FILE", file, "a .dtbo file")->required();
-        command.add_option("-n,--name", called, "what to call it; default: the file's name without .dtbo")
+        command.add_option("-n,--name", called, "its name; default: the file's name without .dtbo")
             ->check(valid_name);
         confirm.offer_yes(command);
     }
@@ -137,7 +135,7 @@ struct status {
 
 struct unload {
     static constexpr auto name = "unload";
-    static constexpr auto help = "Take an overlay back";
+    static constexpr auto help = "Unload an overlay";
 
     std::string which;
     confirmation confirm;
@@ -149,7 +147,7 @@ struct unload {
 
     void run() {
         must_be_there(which);
-        confirm.ask("unload overlay \"" + which + "\": its hardware goes, and the drivers let go of it");
+        confirm.ask("unload overlay \"" + which + "\": its hardware is removed, and the drivers release it");
         must(title(which), norv_dt_unload_overlay(which.c_str()), usual);
     }
 };

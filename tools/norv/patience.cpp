@@ -7,8 +7,7 @@
 namespace norv::tool {
 
 void patience::declare(CLI::App& command, const std::string& what) {
-    command.add_option("-t,--timeout", timeout_,
-                       "end with a failure after so many milliseconds without " + what);
+    command.add_option("-t,--timeout", timeout_, "fail after this many milliseconds without " + what);
 }
 
 int patience::left() const {
@@ -24,7 +23,7 @@ bool patience::wait(const std::string& thing, int descriptor, short events) cons
     std::vector<pollfd> descriptors{{descriptor, events, 0}};
     const wake woken = wait_for(descriptors, left());
     must(thing, woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-         {{NORV_STATUS_TIMEOUT, "nothing came in time"}});
+         {{NORV_STATUS_TIMEOUT, "nothing arrived in time"}});
     return woken == wake::ready;
 }
 

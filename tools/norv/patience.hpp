@@ -12,7 +12,7 @@ namespace norv::tool {
 
 class patience {
   public:
-    // Adds --timeout to the command: "end with a failure after so many milliseconds without WHAT".
+    // Adds --timeout to the command: "fail after this many milliseconds without WHAT".
     void declare(CLI::App& command, const std::string& what);
 
     // Starts anew; at first, and after whatever was waited for.

@@ -16,11 +16,11 @@ namespace {
 
 const causes usual{
     {NORV_STATUS_NOT_FOUND, "no /sys/class/pwm; was the kernel built without CONFIG_PWM?", "/sys/class/pwm"},
-    {NORV_STATUS_NOT_FOUND, "no such chip; norv pwm list shows those that there are"},
+    {NORV_STATUS_NOT_FOUND, "no such chip; see norv pwm list"},
     {status_of(ENODEV), "the chip has no such channel"},
-    {status_of(EBUSY), "a kernel driver has the channel, or it runs and cannot be changed"},
-    {NORV_STATUS_INVALID_ARG, "the kernel refuses it; is there a period, and no greater duty?"},
-    {NORV_STATUS_RANGE, "the chip cannot make such a signal"}};
+    {status_of(EBUSY), "a kernel driver uses the channel, or it is running and cannot be changed"},
+    {NORV_STATUS_INVALID_ARG, "the kernel refused it; is a period set, and the duty not longer?"},
+    {NORV_STATUS_RANGE, "the chip cannot generate such a signal"}};
 
 // A channel, exported, and left so.
 class channel {
@@ -49,7 +49,7 @@ class channel {
 
     void capture(uint32_t& period, uint32_t& duty) {
         must(name_, norv_linux_pwm_get_capture(&pwm_, &period, &duty),
-             {{status_of(ENOSYS), "the chip cannot capture"}, {NORV_STATUS_TIMEOUT, "no signal is there"}});
+             {{status_of(ENOSYS), "the chip cannot capture"}, {NORV_STATUS_TIMEOUT, "there is no signal"}});
     }
 
   private:
@@ -83,7 +83,8 @@ uint32_t parse_period(const std::string& word) {
         period = 1e9 / (number * frequencies.at(end));
     }
     if (!(period >= 0 && period <= INT32_MAX)) {
-        throw usage_error{"\"" + word + "\" is no period like 40us, 1.5ms, 25kHz or 40000 (ns), up to 2.1 s"};
+        throw usage_error{"\"" + word +
+                          "\" is not a period like 40us, 1.5ms, 25kHz or 40000 (ns), up to 2.1 s"};
     }
     return static_cast<uint32_t>(std::lround(period));
 }
@@ -96,7 +97,7 @@ uint32_t parse_duty(const std::string& word, uint32_t period) {
     char* end = nullptr;
     const double percent = std::strtod(word.c_str(), &end);
     if (end != &word.back() || end == word.c_str() || !(percent >= 0 && percent <= 100)) {
-        throw usage_error{"\"" + word + "\" is no share of the period"};
+        throw usage_error{"\"" + word + "\" is not a share of the period"};
     }
     return static_cast<uint32_t>(std::lround(period * percent / 100));
 }
@@ -127,7 +128,7 @@ struct list {
 
 struct set {
     static constexpr auto name = "set";
-    static constexpr auto help = "Set a signal up and start it; it goes on afterwards";
+    static constexpr auto help = "Set up a signal and start it; it continues afterwards";
 
     target on;
     std::string period;
@@ -160,7 +161,7 @@ struct set {
 
 struct start {
     static constexpr auto name = "start";
-    static constexpr auto help = "Start the signal that was set up";
+    static constexpr auto help = "Start the signal with its settings";
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
@@ -169,7 +170,7 @@ struct start {
 
 struct stop {
     static constexpr auto name = "stop";
-    static constexpr auto help = "Stop the signal; what was set up stays";
+    static constexpr auto help = "Stop the signal; its settings stay";
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
@@ -178,7 +179,7 @@ struct stop {
 
 struct free_channel {
     static constexpr auto name = "free";
-    static constexpr auto help = "Give a channel back to the kernel; its signal may continue";
+    static constexpr auto help = "Release a channel; its signal may continue";
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }

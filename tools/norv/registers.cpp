@@ -14,7 +14,7 @@ void register_range::declare(CLI::App& command) {
 
 void register_range::must_lie_in(const mapped_device& device, uint64_t count) const {
     if (offset % 4 != 0) {
-        throw usage_error{text("0x%x is no multiple of 4", offset)};
+        throw usage_error{text("0x%x is not a multiple of 4", offset)};
     }
     const uint64_t end = offset + 4 * (fixed ? 1 : count);
     if (end > device.size) {

@@ -107,7 +107,7 @@ struct sensors_command {
     void declare(CLI::App& command) {
         command
             .add_option("CHANNEL", channels,
-                        "as the system monitor has it, like temp0 or voltage0_vccint; default: all")
+                        "the system monitor's name for it, like temp0 or voltage0_vccint; default: all")
             ->check(name_of("a channel"));
         family.declare(command);
         out.offer_json(command);

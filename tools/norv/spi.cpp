@@ -18,7 +18,7 @@ const causes usual{
      "/sys/class/spidev"},
     {NORV_STATUS_NOT_FOUND, "no such slave; are the controller's driver and spidev loaded?"},
     {NORV_STATUS_INVALID_ARG, "the controller does not offer this mode, word size or bit order"},
-    {status_of(EMSGSIZE), "longer than spidev takes at once; load it with a greater bufsiz"},
+    {status_of(EMSGSIZE), "longer than spidev accepts at once; load it with a larger bufsiz"},
     {status_of(ENOTTY), "not a spidev device"}};
 
 class slave {
@@ -49,7 +49,7 @@ class slave {
 
 struct transfer {
     static constexpr auto name = "transfer";
-    static constexpr auto help = "Send bytes and show what came in meanwhile";
+    static constexpr auto help = "Send bytes and show those received meanwhile";
 
     std::string device;
     std::vector<std::string> words;
@@ -61,7 +61,7 @@ struct transfer {
         command.add_option("DEVICE", device, "for instance /dev/spidev0.0")->required()->check(whole_path());
         command.add_option("BYTE", words, "to send; may be repeated");
         command.add_option("-r,--read", read,
-                           "send so many zeros behind them, and show only what came in then");
+                           "then send this many zeros, and show only the bytes received with them");
         command.add_option("-s,--speed", config.max_speed_hz, "of the clock, in Hz")->capture_default_str();
         command.add_option("-m,--mode", config.mode, "0 to 3: clock polarity (2) and phase (1)")
             ->check(CLI::Range(0, 3))

@@ -43,7 +43,7 @@ class network {
         }
         must(name_, norv_net_usage_open(&usage_, name_.c_str()),
              {{NORV_STATUS_NOT_FOUND, "no such network interface"},
-              {NORV_STATUS_EXHAUSTED, "no network interface has so long a name"}});
+              {NORV_STATUS_EXHAUSTED, "too long for the name of a network interface"}});
     }
     ~network() { norv_net_usage_close(&usage_); }
     network(const network&) = delete;
@@ -98,7 +98,7 @@ struct stat_command {
         command.add_option("--interval", interval, "milliseconds over which CPU and network are measured")
             ->check(CLI::Range(20, 3600000))
             ->capture_default_str();
-        command.add_flag("-w,--watch", watch, "show it again and again, until Ctrl-C");
+        command.add_flag("-w,--watch", watch, "repeat until Ctrl-C");
         out.offer_json(command);
     }
 

@@ -31,8 +31,8 @@ constexpr cc_t xoff = 0x13;
 const causes usual{
     {NORV_STATUS_NOT_FOUND, "no such port"},
     {status_of(ENOTTY), "not a serial port"},
-    {NORV_STATUS_INVALID_ARG, "the port cannot be set up so; is the speed a usual one?"},
-    {NORV_STATUS_DEVICE_ERROR, "the port does not answer; was it hung up, or is no chip there?"}};
+    {NORV_STATUS_INVALID_ARG, "the port does not support these settings; is the speed a standard one?"},
+    {NORV_STATUS_DEVICE_ERROR, "the port does not answer; was it hung up, or is there no chip?"}};
 
 // The arguments that every command has: the port and how to program it.
 struct port_arguments {
@@ -303,7 +303,8 @@ class conversation {
 
 struct console {
     static constexpr auto name = "console";
-    static constexpr auto help = "Talk to what is at the port, until Ctrl-] or the end of standard input";
+    static constexpr auto help =
+        "Connect the terminal to the port, until Ctrl-] or the end of standard input";
 
     port_arguments to;
     int silence = 1000;
@@ -343,7 +344,7 @@ struct send {
         command.add_option("TEXT", words, "words, joined by blanks; with --hex bytes");
         command.add_option("-f,--file", file, "a file to send; - is standard input")->excludes("TEXT");
         command.add_flag("-x,--hex", as_bytes, "TEXT is bytes like 0x0d 0x0a");
-        command.add_flag("-l,--line", newline, "send a newline behind it");
+        command.add_flag("-l,--line", newline, "append a newline");
     }
 
     void run() {
@@ -384,9 +385,9 @@ struct recv {
 
     void declare(CLI::App& command) {
         from.declare(command);
-        command.add_option("-n,--count", count, "end after so many bytes");
+        command.add_option("-n,--count", count, "exit after this many bytes");
         command.add_option("-t,--timeout", timeout,
-                           "end after so many milliseconds of silence; with --count this is a failure");
+                           "exit after this many milliseconds of silence; with --count this is a failure");
         command.add_flag("-x,--hex", as_hex, "show the bytes in hexadecimal, at the end");
         out.offer_json(command);
     }
@@ -402,8 +403,9 @@ struct recv {
             }
         }
         show_all();
-        opened.check(woken == wake::timeout && count != 0 ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-                     {{NORV_STATUS_TIMEOUT, "fewer bytes came; is the speed right, and is RX connected?"}});
+        opened.check(
+            woken == wake::timeout && count != 0 ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
+            {{NORV_STATUS_TIMEOUT, "fewer bytes arrived; is the speed right, and is RX connected?"}});
     }
 
   private:
@@ -435,7 +437,7 @@ struct recv {
 
 struct modem_lines {
     static constexpr auto name = "lines";
-    static constexpr auto help = "Show CTS and DSR, after setting RTS and DTR where that is asked for";
+    static constexpr auto help = "Show CTS and DSR, after setting RTS and DTR if requested";
 
     port_arguments of;
     int rts = -1;
@@ -447,7 +449,8 @@ struct modem_lines {
         of.declare(command);
         command.add_option("--rts", rts, "1: raise RTS, 0: lower it")->check(CLI::Range(0, 1));
         command.add_option("--dtr", dtr, "1: raise DTR, 0: lower it")->check(CLI::Range(0, 1));
-        command.add_flag("-w,--watch", watch, "show every change until Ctrl-C, and keep RTS and DTR as long");
+        command.add_flag("-w,--watch", watch,
+                         "show every change until Ctrl-C, and hold RTS and DTR meanwhile");
         out.offer_json(command);
     }
 

@@ -36,7 +36,7 @@ class socket {
     void poll(norv_uevent_handler handler, void* user) {
         const uint32_t status = norv_uevent_poll(&uevent_, handler, user);
         if (status == status_of(ENOBUFS)) {
-            std::cerr << "norv: uevents: messages came too fast, some are lost\n";
+            std::cerr << "norv: uevents: messages arrived too fast, some are lost\n";
             return;
         }
         must("uevents", status);
@@ -83,7 +83,7 @@ struct uevent_command {
         command.add_option("-s,--subsystem", subsystems, "only of this subsystem; may be repeated")
             ->allow_extra_args(false);
         command.add_flag("-k,--keys", with_keys, "show all keys of each message");
-        command.add_option("-n,--count", count, "end after so many messages");
+        command.add_option("-n,--count", count, "exit after this many messages");
         patient.declare(command, "a message");
         out.offer_json(command);
     }
@@ -137,7 +137,7 @@ struct uevent_command {
     }
 };
 
-const group uevent{"uevent", "Show the kernel's messages of devices that come, go and change",
+const group uevent{"uevent", "Show the kernel's messages about devices that are added, removed and changed",
                    as_command<uevent_command>};
 
 }  // namespace

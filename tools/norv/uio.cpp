@@ -15,8 +15,8 @@ namespace {
 
 const causes usual{{NORV_STATUS_NOT_FOUND, "it has no region 0 to map, or no node in /dev"},
                    {NORV_STATUS_INVALID_ARG, "its region 0 cannot be mapped"},
-                   {NORV_STATUS_DEVICE_ERROR, "it has no interrupt, or its driver does not let it be masked"},
-                   {status_of(ENOSYS), "its driver does not let the interrupt be masked"}};
+                   {NORV_STATUS_DEVICE_ERROR, "it has no interrupt, or its driver cannot mask it"},
+                   {status_of(ENOSYS), "its driver cannot mask the interrupt"}};
 
 class device {
   public:
@@ -82,7 +82,7 @@ class interrupt : public irq_source {
 
 struct wait {
     static constexpr auto name = "wait";
-    static constexpr auto help = "Enable the interrupt and wait until it comes; it is disabled afterwards";
+    static constexpr auto help = "Enable the interrupt and wait for it; it is disabled afterwards";
 
     device::target on;
     irq_wait how;

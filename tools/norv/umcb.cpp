@@ -17,8 +17,8 @@ namespace {
 
 const causes usual{{NORV_STATUS_NOT_FOUND, "it has no region 0 to map, or no node in /dev"},
                    {NORV_STATUS_INVALID_ARG, "its driver has no such mode, source or type"},
-                   {status_of(EBUSY), "another program has the source"},
-                   {status_of(ENOTTY), "its driver does not know that request"}};
+                   {status_of(EBUSY), "another program uses the source"},
+                   {status_of(ENOTTY), "its driver does not support this request"}};
 
 class device {
   public:
@@ -34,7 +34,7 @@ class device {
                 .add_option("DEVICE", designation,
                             "N of /dev/umcbN, a name, or VENDOR:DEVICE of a PCI device")
                 ->required();
-            command.add_option("--mode", mode, "tell the driver this mode first; default: none");
+            command.add_option("--mode", mode, "set this mode of the driver first; default: none");
         }
     };
 
@@ -100,9 +100,7 @@ class interrupt : public irq_source {
 struct wait {
     static constexpr auto name = "wait";
     static constexpr auto help =
-        "Enable an interrupt source and wait until it comes; the source is disabled afterwards, the device "
-        "is "
-        "not";
+        "Enable an interrupt source and wait for it; the source is disabled afterwards, the device is not";
 
     device::target on;
     uint32_t source = 0;

@@ -73,7 +73,7 @@ class device_list {
 
 struct list {
     static constexpr auto name = "list";
-    static constexpr auto help = "Show the devices: node, vendor/product/version, name, what they brought";
+    static constexpr auto help = "List the devices: node, vendor/product/version, name, child node";
 
     report out;
 
@@ -93,14 +93,14 @@ struct list {
 struct watch {
     static constexpr auto name = "watch";
     static constexpr auto help =
-        "Show the devices, and then what comes and goes; hubs go with a device that was plugged into them";
+        "List the devices, and then changes; a hub is removed with a device that was plugged into it";
 
     uint32_t count = 0;
     patience patient;
     report out;
 
     void declare(CLI::App& command) {
-        command.add_option("-n,--count", count, "end after so many changes");
+        command.add_option("-n,--count", count, "exit after this many changes");
         patient.declare(command, "a change");
         out.offer_json(command);
     }
@@ -161,7 +161,7 @@ struct watch {
     }
 };
 
-const group usb{"usb", "USB devices and what they bring", with_commands<list, watch>};
+const group usb{"usb", "USB devices and their nodes", with_commands<list, watch>};
 
 }  // namespace
 

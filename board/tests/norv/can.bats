@@ -46,7 +46,7 @@ setup_file() { "$NORV_TESTS/can_links"; }
 
 @test "can: ADumpEndsWithAFailureWhenNoFrameCame" {
     norv can dump --timeout 1 vxcan0
-    fails "vxcan0: TIMEOUT: no frame came in time"
+    fails "vxcan0: TIMEOUT: no frame arrived in time"
 }
 
 @test "can: AnInterfaceThatIsNotThereIsNamedWithItsUsualCause" {

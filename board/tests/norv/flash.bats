@@ -47,7 +47,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
 @test "flash: AtATerminalItAsks" {
     norv flash write --yes "$0"
     run at_terminal n flash erase --length 0x20000
-    [[ $status -eq 1 && $output == *"Go on? [y/N]"*"cancelled: nothing was done"* ]]
+    [[ $status -eq 1 && $output == *"Continue? [y/N]"*"cancelled: nothing was done"* ]]
     run at_terminal y flash erase --length 0x20000
     [[ $status -eq 0 && $output == *"erase  [#########################] 100 %"* ]]
     norv flash read - --length 2
@@ -104,7 +104,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     appears "write: 10 %"
     interrupt_background
     background_ends 1
-    appears "bytes are written and verified; this goes on:"
+    appears "bytes are written and verified; resume with:"
     go_on
     holds 0x800000 1048576
 }

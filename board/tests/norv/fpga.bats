@@ -13,7 +13,7 @@ image() { printf '%s' "$(</sys/class/fpga_manager/fpga0/image)"; }
 @test "fpga: AProgrammedFpgaOperates" {
     norv fpga program --yes design.bin
     expect_status 0
-    [[ $stderr == "This will program fpga0 with design.bin; what it does now ends." ]]
+    [[ $stderr == "This will program fpga0 with design.bin; its current design stops." ]]
     [[ $(image) == design.bin ]]
     norv fpga status 0
     succeeds
@@ -30,7 +30,7 @@ image() { printf '%s' "$(</sys/class/fpga_manager/fpga0/image)"; }
 @test "fpga: WithoutATerminalAndWithoutYesNothingIsProgrammed" {
     norv fpga program --yes design.bin
     norv fpga program zeros.bin
-    is_wrong_usage "nothing was done: there is no terminal to ask at, say --yes"
+    is_wrong_usage "nothing was done: standard input is not a terminal; use --yes"
     [[ $(image) == design.bin ]]
 }
 

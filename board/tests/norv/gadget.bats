@@ -44,5 +44,5 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "/sys/class/udc/$cont
 
 @test "gadget: AWatchEndsWithAFailureWhenTheStateStays" {
     norv gadget watch --timeout 1 "$controller"
-    fails "gadget $controller: TIMEOUT: nothing came in time"
+    fails "gadget $controller: TIMEOUT: nothing arrived in time"
 }

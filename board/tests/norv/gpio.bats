@@ -69,7 +69,7 @@ load ../../../tests/norv/support
 
 @test "gpio: AWatchEndsWithAFailureWhenNoEdgeCame" {
     norv gpio watch --timeout 1 17
-    fails "gpio watch: TIMEOUT: no edge came in time"
+    fails "gpio watch: TIMEOUT: no edge in time"
 }
 
 @test "gpio: CtrlCEndsAWatchInGoodOrder" {
@@ -87,7 +87,7 @@ load ../../../tests/norv/support
 
 @test "gpio: ALineThatSomebodyHasIsNamedWithItsUsualCause" {
     norv gpio get 31
-    fails "gpio 31: EBUSY: a kernel driver or another program has the line"
+    fails "gpio 31: EBUSY: a kernel driver or another program uses the line"
 }
 
 @test "gpio: ALineThatCannotBeDrivenIsNamedWithItsUsualCause" {

@@ -44,10 +44,10 @@ load ../../../tests/norv/support
 
 @test "i2c: AnAddressWithoutADeviceIsNamedWithItsUsualCause" {
     norv i2c get 1 0x33 0
-    fails "i2c 1-0033: ENXIO: nobody answers; is the address right and the device powered?"
+    fails "i2c 1-0033: ENXIO: no answer; is the address right and the device powered?"
 }
 
 @test "i2c: ARefusedByteIsNamedWithItsUsualCause" {
     norv i2c set 1 0x21 2 1
-    fails "i2c 1-0021: EREMOTEIO: nobody answers, or the device refused a byte"
+    fails "i2c 1-0021: EREMOTEIO: no answer, or the device refused a byte"
 }

@@ -32,7 +32,7 @@ load ../../../tests/norv/support
     norv pwm stop 0 0
     succeeds
     norv pwm capture 0 1
-    fails "pwm 0:1: TIMEOUT: no signal is there"
+    fails "pwm 0:1: TIMEOUT: there is no signal"
     norv pwm start 0 0
     norv pwm capture 0 1
     succeeds

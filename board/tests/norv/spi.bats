@@ -29,5 +29,5 @@ wire=/sys/kernel/debug/norv_board_spi/0
 
 @test "spi: ATransferThatIsTooLongIsNamedWithItsUsualCause" {
     norv spi transfer --read 5000 /dev/spidev0.0
-    fails "spi /dev/spidev0.0: EMSGSIZE: longer than spidev takes at once; load it with a greater bufsiz"
+    fails "spi /dev/spidev0.0: EMSGSIZE: longer than spidev accepts at once; load it with a larger bufsiz"
 }

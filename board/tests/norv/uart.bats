@@ -34,7 +34,7 @@ load ../../../tests/norv/support
     norv uart recv --timeout 1 /dev/ttyS2
     succeeds ""
     norv uart recv --timeout 1 --count 1 --json /dev/ttyS2
-    fails "uart /dev/ttyS2: TIMEOUT: fewer bytes came; is the speed right, and is RX connected?"
+    fails "uart /dev/ttyS2: TIMEOUT: fewer bytes arrived; is the speed right, and is RX connected?"
     [[ $(jq .data <<<"$output") == "[]" ]]
 }
 
@@ -72,7 +72,7 @@ load ../../../tests/norv/support
 
 @test "uart: ASpeedThatIsNotUsualIsNamedWithItsUsualCause" {
     norv uart send --baud 12345 /dev/ttyS1 x
-    fails "uart /dev/ttyS1: INVALID_ARG: the port cannot be set up so; is the speed a usual one?"
+    fails "uart /dev/ttyS1: INVALID_ARG: the port does not support these settings; is the speed a standard one?"
 }
 
 # The receiver in the background has programmed ttySN: what comes earlier would be discarded.

@@ -50,12 +50,12 @@ listen() { "$NORV" uevent --subsystem net --count 1 --timeout 60000 "$@" >"$BATS
     announce_until_gone "$listener" change
     wait "$listener" || status=$?
     [[ $status -eq 1 ]]
-    [[ $(<"$BATS_TEST_TMPDIR/errors") == "norv: standard output: EXHAUSTED: no space is left there" ]]
+    [[ $(<"$BATS_TEST_TMPDIR/errors") == "norv: standard output: EXHAUSTED: no space left on the device" ]]
 }
 
 @test "uevent: MessagesOfOtherSubsystemsAreNotWaitedFor" {
     norv uevent --subsystem no-such-subsystem --timeout 10
-    fails "uevents: TIMEOUT: nothing came in time"
+    fails "uevents: TIMEOUT: nothing arrived in time"
 }
 
 @test "uevent: CtrlCEndsItInGoodOrder" {

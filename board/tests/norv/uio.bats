@@ -61,7 +61,7 @@ setup_file() { norv_uio_is_bound || "$NORV" uio bind "$pci_device"; }
     norv uio write norv-board-regs 0x1000 1
     is_wrong_usage "registers end at 0x1004, but uio "
     norv uio read norv-board-regs 2
-    is_wrong_usage "0x2 is no multiple of 4"
+    is_wrong_usage "0x2 is not a multiple of 4"
 }
 
 @test "uio: InterruptsAreWaitedFor" {
@@ -73,7 +73,7 @@ setup_file() { norv_uio_is_bound || "$NORV" uio bind "$pci_device"; }
 
 @test "uio: AnInterruptThatDoesNotComeIsATimeoutAndTheInterruptIsDisabledAgain" {
     norv uio wait --timeout 1 norv-board-regs
-    fails_like "uio [0-9]+: TIMEOUT: nothing came in time"
+    fails_like "uio [0-9]+: TIMEOUT: nothing arrived in time"
     [[ $(<"$debug/enabled") == N ]]
 }
 
@@ -87,7 +87,7 @@ setup_file() { norv_uio_is_bound || "$NORV" uio bind "$pci_device"; }
 
 @test "uio: ADeviceWithoutAnInterruptIsNamedWithItsUsualCause" {
     norv uio wait norv-board-memory
-    fails_like "uio [0-9]+: DEVICE_ERROR: it has no interrupt, or its driver does not let it be masked"
+    fails_like "uio [0-9]+: DEVICE_ERROR: it has no interrupt, or its driver cannot mask it"
 }
 
 @test "uio: APciDeviceIsNamedByItsIdentity" {

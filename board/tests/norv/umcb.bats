@@ -42,7 +42,7 @@ debug=/sys/kernel/debug/norv_board_umcb
 
 @test "umcb: AnInterruptThatDoesNotComeIsATimeout" {
     norv umcb wait --timeout 1 0 2
-    fails "umcb 0 source 2: TIMEOUT: nothing came in time"
+    fails "umcb 0 source 2: TIMEOUT: nothing arrived in time"
 }
 
 @test "umcb: ASourceThatIsNotThereIsNamedAsTheCause" {
@@ -54,7 +54,7 @@ debug=/sys/kernel/debug/norv_board_umcb
     "$NORV" umcb wait 0 3 &
     wait_until grep --quiet Y "$debug/source3/enabled"
     norv umcb wait 0 3
-    fails "umcb 0 source 3: EBUSY: another program has the source"
+    fails "umcb 0 source 3: EBUSY: another program uses the source"
     kill -INT $!
     wait $!
 }

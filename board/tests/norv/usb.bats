@@ -68,5 +68,5 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
 
 @test "usb: AWatchEndsWithAFailureWhenNothingChanges" {
     norv usb watch --timeout 10
-    fails "usb: TIMEOUT: nothing came in time"
+    fails "usb: TIMEOUT: nothing arrived in time"
 }
