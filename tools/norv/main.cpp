@@ -18,9 +18,8 @@ using namespace norv::tool;
 
 constexpr auto about = "Accesses the hardware of an embedded Linux board.";
 constexpr auto statuses =
-    "Exit status: 0 success, 1 the operation failed, 2 wrong usage. Numbers may be decimal, 0x hexadecimal "
-    "or "
-    "0 octal.";
+    "Exit status: 0 success, 1 the operation failed, 2 wrong usage. "
+    "Numbers may be decimal, 0x hexadecimal or 0 octal.";
 
 // The command that the words on the command line had come to: "norv gpio get".
 std::string furthest_command(const CLI::App* command) {
