@@ -28,7 +28,6 @@
 #include "norv_mcb_bus.h"
 #include "norv_net_usage.h"
 #include "norv_shell.h"
-#include "norv_status.h"
 #include "norv_system_info.h"
 #include "norv_uart.h"
 #include "norv_uevent.h"

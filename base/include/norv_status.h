@@ -1,11 +1,41 @@
 /**
  * @file norv_status.h
- * Status codes: the outcome of every call of libnorv_io_linux and libnorv_base.
+ * Status codes, and the conventions that every function of libnorv_io_linux and libnorv_base follows.
  *
- * A status is an unsigned 32-bit number. 0 is success. The codes of the table below are the libraries' own
- * and the errno values that plainly mean the same. Every other errno travels as
- * `NORV_STATUS_ERRNO_BASE + errno`, so that no cause is ever lost; `norv_status_name` and
- * `norv_status_text` (norv_base.h) turn any status back into words.
+ * The description of a function gives only what is particular to it; what is common to all is here.
+ *
+ * **Status.** A function that can fail returns a status: 0 (NORV_STATUS_OK) on success, and otherwise one of
+ * the codes below, or NORV_STATUS_ERRNO_BASE + errno where no code has the same meaning as the errno, so that
+ * no cause is lost. `norv_status_name` and `norv_status_text` (norv_base.h) turn a status into words.
+ *
+ * **Causes.** A description lists the statuses and their causes, but not 0 on success, nor
+ * NORV_STATUS_INVALID_ARG for a null pointer. An entry named after an errno, such as ENODEV, stands for its
+ * status, `norv_get_status_by_errno(ENODEV)`. The entry "errno" stands for the status of any errno that the
+ * named system call sets. A call whose errno has the status 0 is taken for a success (quirk 1).
+ *
+ * **Pointers.** A pointer must not be null unless its description says that it may be. A function that
+ * returns a status checks its pointers before it does anything else. Where null is not checked, the
+ * description says so.
+ *
+ * **Outputs.** What an argument or a record held is unchanged after a failure, unless the description says
+ * otherwise.
+ *
+ * **Handles.** The storage of a record is the caller's: an open function fills it, whatever it held. A handle
+ * that an open function allocates is stored in the caller's variable, which is null after a failure, and
+ * again after the close. A close function accepts null, a handle that is not open and one that failed to
+ * open, and does nothing then; it never fails. A descriptor that a function returns stays the handle's: do
+ * not close it. A descriptor of 0 counts as not open and is not closed (quirk 3), so keep standard input
+ * open.
+ *
+ * **Strings** end with a NUL, belong to the caller and are used only during the call. Paths are formatted
+ * into 256 bytes and truncated silently after 255 characters (quirk 6). Numbers that become part of a path
+ * are printed as signed 32-bit numbers (quirk 2).
+ *
+ * **Blocking.** A function returns as soon as the system calls that it names return, and those do not wait,
+ * unless the description says that it blocks. Timeouts are in milliseconds.
+ *
+ * **Threads.** Any thread may open a handle or call a function that takes none. A handle is used by one
+ * thread at a time; different handles are independent of each other.
  */
 #ifndef NORV_STATUS_H
 #define NORV_STATUS_H
