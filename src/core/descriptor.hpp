@@ -7,8 +7,8 @@
 
 namespace norv {
 
-// Closes an open descriptor of a record, and marks the record closed. 0 counts as not open, like -1. Returns
-// what close(2) returned, 0 when nothing was open.
+// Closes an open descriptor of a record, and marks the record closed. quirk 3: 0 counts as not open. Returns
+// the result of close(2), or 0 if nothing was open.
 inline int close_descriptor(int32_t& descriptor) {
     const int result = descriptor > 0 ? close(descriptor) : 0;
     descriptor = -1;

@@ -10,14 +10,13 @@
 
 namespace norv {
 
-// Polls one descriptor once: above 0 ready, 0 time-out, below 0 failed.
+// Polls one descriptor once: above 0: ready, 0: timeout, below 0: failed.
 inline int poll_once(int32_t descriptor, int16_t events, int32_t timeout) {
     pollfd request = {descriptor, events, 0};
     return poll(&request, 1, timeout);
 }
 
-// Waits for one descriptor. A signal restarts the wait with the whole time-out: what has passed is not
-// deducted, and callers count on it.
+// Waits for one descriptor. quirk 4: a signal restarts the wait with the whole timeout.
 inline uint32_t wait_for(int32_t descriptor, int16_t events, int32_t timeout) {
     int ready = 0;
     do {

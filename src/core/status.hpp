@@ -9,8 +9,8 @@
 
 namespace norv {
 
-// The status of errno. The base library may map an errno to 0: the caller then carries on as if the call had
-// succeeded, which is why every failure is turned into a status before it is judged.
+// The status of errno. quirk 1: where it is 0, the caller carries on as if the call had succeeded, so turn each
+// failure into a status before testing it.
 inline uint32_t errno_status() {
     return norv_get_status_by_errno(static_cast<uint32_t>(errno));
 }

@@ -19,6 +19,7 @@ namespace {
 
 constexpr const char* edge_names[] = {"none", "rising", "falling", "both"};
 
+// Numbers are printed signed: quirk 2.
 bool is_exported(uint32_t number) {
     return norv::is_directory("/sys/class/gpio/gpio%d", number);
 }
@@ -52,6 +53,7 @@ uint32_t norv_linux_gpio_open(uint32_t number, norv_linux_gpio_t* gpio) {
                                   number, "value");
     }
     if (status != NORV_STATUS_OK) {
+        // quirk 38: the line stays exported.
         norv::close_descriptor(gpio->value_descriptor);
     }
     return status;
@@ -61,8 +63,8 @@ void norv_linux_gpio_close(norv_linux_gpio_t* gpio) {
     if (gpio == nullptr) {
         return;
     }
-    // Also a line that somebody else had exported: callers rely on a closed line being free. A record of
-    // zeros stands for line 0, and a closed one for its line, on purpose.
+    // quirk 34: callers rely on a closed line being free, whoever exported it.
+    // quirk 35, quirk 36: a record of zeros denotes line 0, and a closed one still its line.
     if (is_exported(gpio->number)) {
         write_global("unexport", gpio->number);
     }
@@ -112,6 +114,7 @@ uint32_t norv_linux_gpio_get_value(norv_linux_gpio_t* gpio, uint8_t* value) {
 }
 
 uint32_t norv_linux_gpio_wait_irq(norv_linux_gpio_t* gpio, uint32_t timeout) {
+    // quirk 37: neither a closed handle nor the error condition of an unexported line is a failure.
     return gpio == nullptr ? NORV_STATUS_INVALID_ARG
                            : norv::wait_for(gpio->value_descriptor, POLLPRI, static_cast<int32_t>(timeout));
 }

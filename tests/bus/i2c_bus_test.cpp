@@ -98,6 +98,7 @@ TEST_F(I2cBus, AnAdapterThatKnowsSmbusOnlyIsNotAvailableAndIsClosedOnce) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
+// quirk 54
 TEST_F(I2cBus, ClosingReleasesTheStateAndLeavesTheOperations) {
     norv_linux_open_i2c_bus(&bus, 1);
     norv_i2c_bus_t wanted = bus;
@@ -251,6 +252,7 @@ TEST_F(OpenI2cBus, AReadListStopsAtItsFirstFailure) {
     EXPECT_EQ(adapter->transactions.size(), 1U);
 }
 
+// quirk 55
 TEST_F(OpenI2cBus, AWriteListWhoseThirdPairFailsHasWrittenTheFirstTwo) {
     const norv_i2c_reg_value_t list[] = {{0, 1}, {1, 2}, {2, 3}, {3, 4}};
     kernel.fail("ioctl", EREMOTEIO, 3);

@@ -75,6 +75,7 @@ TEST_F(I2c, AnAdapterWithoutADeviceFileCannotBeOpened) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+// quirk 2
 TEST_F(I2c, TheBusNumberIsPrintedSigned) {
     kernel.add_device("/dev/i2c--2147483648", adapter);
     EXPECT_EQ(norv_linux_i2c_open(0x80000000U, &bus), 0U);
@@ -103,6 +104,7 @@ TEST_F(I2c, AnAdapterThatDoesNotTellItsFunctionsIsClosedWithTheErrnoStatus) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 1
 TEST_F(I2c, AFailedFunctionsRequestWhoseErrnoMapsToZeroCountsAsAnAdapterWithoutFunctions) {
     kernel.map_errno(EIO, 0);
     kernel.fail("ioctl", EIO);
@@ -117,6 +119,7 @@ TEST_F(I2c, AFailedOpenWhoseErrnoMapsToZeroEndsAtTheFunctionsRequest) {
     EXPECT_EQ(bus, -1);
 }
 
+// quirk 49
 TEST_F(I2c, ClosingClosesTheDescriptorAndLeavesTheStoredValueAsItIs) {
     norv_linux_i2c_open(1, &bus);
     const int32_t opened = bus;
@@ -258,6 +261,7 @@ TEST_F(OpenI2c, RawTransfersOf65536BytesAreRefusedAndNothingReachesTheBus) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 51
 TEST_F(OpenI2c, ANegativeRawLengthIsSentAsItsLow16BitsOnPurpose) {
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, 0x50, "\x30\x07", -65534), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, data, -65534), 0U);
@@ -268,6 +272,7 @@ TEST_F(OpenI2c, ANegativeRawLengthIsSentAsItsLow16BitsOnPurpose) {
     EXPECT_THAT(data, ElementsAre(0, 0, 9, 9, 9, 9, 9, 9));
 }
 
+// quirk 51
 TEST_F(OpenI2c, ARawLengthOfMinusOneAsksFor65535Bytes) {
     std::string bytes(65536, 'x');
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, bytes.data(), -1), 0U);
@@ -320,11 +325,13 @@ TEST_F(OpenI2c, AnAddressThatNobodyAnswersGivesTheErrnoStatusAndIsNotTriedAgain)
     EXPECT_EQ(adapter->transactions.size(), 5U);
 }
 
+// quirk 52
 TEST_F(OpenI2c, AnAddressAbove7BitsIsPassedOnUnchanged) {
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0xD0, data, 1), errno_status(ENXIO));
     EXPECT_THAT(adapter->transactions, ElementsAre(i2c_transaction{received(0xD0, "")}));
 }
 
+// quirk 53
 TEST_F(OpenI2c, TransientFailuresAreNotTriedAgain) {
     for (const int error : {EAGAIN, EINTR, ETIMEDOUT}) {
         kernel.fail("ioctl", error);
@@ -347,6 +354,7 @@ class forgetful_adapter : public i2c_adapter {
     }
 };
 
+// quirk 50
 TEST_F(I2c, TheCountOfMessagesThatTheKernelReturnsIsNotChecked) {
     kernel.add_device("/dev/i2c-3", std::make_shared<forgetful_adapter>());
     norv_linux_i2c_open(3, &bus);

@@ -88,6 +88,7 @@ TEST_F(Spi, OpeningConfiguresTheSlaveAndKeepsItsNodeOpen) {
     norv_linux_spi_close(&spi);
 }
 
+// quirk 61
 TEST_F(Spi, ThePathIsAFormat) {
     kernel.add_device("/dev/spi%1", slave);
     EXPECT_EQ(norv_linux_spi_open("/dev/spi%%1", &eight_bits, &spi), 0U);
@@ -185,6 +186,7 @@ TEST_F(EightBitSpi, TheModesZeroToThreeArriveAsTheyAre) {
     }
 }
 
+// quirk 56
 TEST_F(EightBitSpi, ModeFourIsAnInvalidArgumentAndLeavesTheSettingsUnchanged) {
     for (const uint32_t mode : {4U, 0x100U, 0xFFFFFFFFU}) {
         const norv_spi_config_t config = {mode, 5'000'000, 16, 1};
@@ -194,6 +196,7 @@ TEST_F(EightBitSpi, ModeFourIsAnInvalidArgumentAndLeavesTheSettingsUnchanged) {
     EXPECT_EQ(slave->speed, 1'000'000U);
 }
 
+// quirk 56
 TEST_F(SwappingSpi, AModeThatIsRefusedStillClearsSwap16) {
     const norv_spi_config_t config = {4, 2'000'000, 16, 0};
     EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
@@ -477,6 +480,7 @@ TEST_F(EightBitSpi, AFailedWriteThenReadGivesTheErrnoStatus) {
     EXPECT_EQ(norv_linux_spi_write_then_read(&spi, "12", 2, 0, nullptr, 2), errno_status(EMSGSIZE));
 }
 
+// quirk 57
 TEST_F(SwappingSpi, WritingThenReadingDoesNotSendTheCallersBytesButZeros) {
     const std::string sent(200, 'x');
     void* used_before = norv_malloc(200);
@@ -505,6 +509,7 @@ TEST_F(SwappingSpi, WritingThenReadingWithoutATransmitBufferAllocatesNothing) {
     EXPECT_EQ(received, "ba");
 }
 
+// quirk 58
 TEST_F(SwappingSpi, WritingThenReadingWithoutMemorySendsTheCallersBytesUnswappedAndReportsIt) {
     kernel.fail("norv_malloc", ENOMEM);
     slave->incoming = "abcd";
@@ -515,6 +520,7 @@ TEST_F(SwappingSpi, WritingThenReadingWithoutMemorySendsTheCallersBytesUnswapped
     EXPECT_EQ(received, "abcd");
 }
 
+// quirk 58
 TEST_F(SwappingSpi, WithoutMemoryTheStatusOfAFailedMessageIsNotReported) {
     norv_linux_spi_close(&spi);
     kernel.fail("norv_malloc", ENOMEM);
@@ -558,6 +564,7 @@ TEST_F(EightBitSpi, AListIsOneMessageWithEveryTransferAsItWasGiven) {
     EXPECT_THAT(requests(), ElementsAre(0x40606b00));
 }
 
+// quirk 59
 TEST_F(SwappingSpi, AListIsNeverSwapped) {
     slave->incoming = "abcd";
     std::string received(4, '-');
@@ -575,6 +582,7 @@ TEST_F(EightBitSpi, TheRequestFor511TransfersHasTheSize16352) {
     EXPECT_THAT(slave->messages[0], SizeIs(511));
 }
 
+// quirk 60
 TEST_F(EightBitSpi, TheRequestFor512TransfersHasTheSizeZeroAndTheKernelRunsNothing) {
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), 512), 0U);
@@ -595,6 +603,7 @@ TEST_P(LongListSpi, TheRequestHasTheSizeZeroWhateverTheCount) {
 INSTANTIATE_TEST_SUITE_P(Counts, LongListSpi,
                          testing::Values(513, 1023, 1025, 2048, 2049, 4096, 4097, 65536, 65537));
 
+// quirk 60
 TEST_F(EightBitSpi, AKernelThatRefusesTheRequestOfSizeZeroGivesItsErrnoStatus) {
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});
     kernel.fail("ioctl", EINVAL);

@@ -296,6 +296,7 @@ TEST_F(EventDescriptor, AnActivationBeyondTheCountersLimitReportsTheKernelsStatu
 
 // ---- event descriptors: destroy
 
+// quirk 30
 TEST_F(EventDescriptor, DestroyingRemovesTheRegistrationClosesTheDescriptorAndSetsItToZeroOnPurpose) {
     event raised;
     create(raised);
@@ -409,6 +410,7 @@ TEST_F(EventDescriptor, AnEventWithTheDescriptor0CanBeDeactivated) {
     norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
 }
 
+// quirk 3
 TEST_F(EventDescriptor, DestroyingAnEventWithTheDescriptor0DoesNothingOnPurpose) {
     const no_standard_input closed;
     event raised;
@@ -442,6 +444,7 @@ TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor1TakesItOffTheLoop) {
     EXPECT_EQ(armed.record.registration.loop, nullptr);
 }
 
+// quirk 3
 TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor0NeitherRemovesNorClosesItOnPurpose) {
     const no_standard_input closed;
     timer_descriptor due;
@@ -603,6 +606,7 @@ TEST_F(TimerDescriptor, TheExpiryIsClearedBeforeTheCallback) {
     destroy(due);
 }
 
+// quirk 31
 TEST_F(TimerDescriptor, AnExpiryThatSomebodyElseClearedStillCallsBack) {
     timer_descriptor due;
     source earlier([&](uint32_t) { norv_linux_timer_clear_event(&due.record.timer); });

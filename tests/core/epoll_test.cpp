@@ -130,10 +130,12 @@ TEST_F(EventLoop, TheWakeUpDescriptorDoesNotBlockAndIsNotInheritedByPrograms) {
     EXPECT_EQ(fcntl(loop.handle.call_descriptor, F_GETFD), FD_CLOEXEC);
 }
 
+// quirk 11
 TEST_F(EventLoop, TheEpollDescriptorIsInheritedByProgramsOnPurpose) {
     EXPECT_EQ(fcntl(loop.handle.epoll_descriptor, F_GETFD), 0);
 }
 
+// quirk 12
 TEST(EventLoopHandle, OpeningDoesNotClearTheRecordOnPurpose) {
     norv_epoll_t loop = {};
     loop.reserved = 7;
@@ -176,6 +178,7 @@ TEST(EventLoopHandle, ClosingEndsTheEventAndThenTheMutex) {
     EXPECT_THAT(ended, ElementsAre(&loop.call_done, &loop.call_mutex));
 }
 
+// quirk 13
 TEST(EventLoopHandle, ClosingReturnsTheResultOfTheLastCloseUnmapped) {
     kernel_double kernel;
     norv_epoll_t loop = {};
@@ -194,6 +197,7 @@ TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsClosesNothing) {
     EXPECT_EQ(loop.call_descriptor, 0);
 }
 
+// quirk 13
 TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsReturnsTheStatusOfTheMutexsEnd) {
     mutex_end_status = NORV_STATUS_BAD_STATE;
     norv_epoll_t loop = {};
@@ -296,6 +300,7 @@ TEST_F(EventLoop, AddingRegistersTheDescriptorWithItsRecordAsData) {
     EXPECT_EQ(ready.record.loop, &loop.handle);
 }
 
+// quirk 14
 TEST_F(EventLoop, AFailedAddReturnsTheErrnoStatusAndLeavesTheRecordsLoopSet) {
     norv_epoll_fd_t record = {nullptr, -1, nullptr};
     EXPECT_EQ(norv_epoll_fd_add(&loop.handle, &record, EPOLLIN), errno_status(EBADF));
@@ -337,6 +342,7 @@ TEST_F(EventLoop, RemovingEndsTheRegistrationAndClearsTheRecordsLoop) {
     EXPECT_EQ(ready.record.loop, nullptr);
 }
 
+// quirk 14
 TEST_F(EventLoop, AFailedRemovalReturnsTheErrnoStatusAndClearsTheRecordsLoop) {
     source ready;
     ready.record.loop = &loop.handle;
@@ -538,6 +544,7 @@ class SharedNumber : public EventLoop {
     int copy_ = -1;
 };
 
+// quirk 15
 TEST_F(SharedNumber, TheFirstPendingEventOfThatNumberIsDroppedWhoseverItIsOnPurpose) {
     first.on_event([&](uint32_t) {
         EXPECT_EQ(loop.handle.ready_count, 3);
@@ -549,6 +556,7 @@ TEST_F(SharedNumber, TheFirstPendingEventOfThatNumberIsDroppedWhoseverItIsOnPurp
     EXPECT_EQ(fresh.deliveries, 1);
 }
 
+// quirk 16
 TEST_F(EventLoop, AFailedRemovalLeavesThePendingEventToBeDelivered) {
     int copy = -1;
     source removed;
@@ -772,6 +780,7 @@ TEST_F(EventLoop, EachOfManyCallersGetsTheStatusOfItsOwnCall) {
     EXPECT_EQ(wrong, 0);
 }
 
+// quirk 19
 TEST_F(EventLoop, ACallPostedAsTheLoopStopsIsServedByTheNextRun) {
     std::atomic<bool> returned = false;
     std::thread poster;
@@ -793,6 +802,7 @@ TEST_F(EventLoop, ACallPostedAsTheLoopStopsIsServedByTheNextRun) {
     EXPECT_TRUE(returned);
 }
 
+// quirk 18
 TEST_F(EventLoop, WaitingForTheLoopIsPostedEvenWhileNoneRunsAndEndsWhenOneDoes) {
     std::atomic<bool> started = false;
     std::thread waiter([&] {
@@ -807,6 +817,7 @@ TEST_F(EventLoop, WaitingForTheLoopIsPostedEvenWhileNoneRunsAndEndsWhenOneDoes) 
     EXPECT_TRUE(started);
 }
 
+// quirk 17
 TEST_F(EventLoop, AFailedWakeUpReturnsWakeFailedOnPurposeAndRunsNothing) {
     kernel_double kernel;
     const loop_thread running(&loop.handle);
@@ -865,6 +876,7 @@ TEST_F(EventLoop, ALoopRunsAgainAfterItsExitAndOnAnotherThreadToo) {
     EXPECT_EQ(ready.deliveries, 2);
 }
 
+// quirk 20
 TEST_F(EventLoop, AnExitWhileNoLoopRunsIsForgottenWhenOneStarts) {
     EXPECT_EQ(norv_epoll_exit(&loop.handle), NORV_STATUS_OK);
     EXPECT_EQ(loop.handle.exit, 1U);
@@ -925,6 +937,7 @@ TEST_F(EventLoop, AnExitFromAnotherThreadLeavesTheRestOfTheBatchUndone) {
     EXPECT_EQ(never.deliveries, 0);
 }
 
+// quirk 21
 TEST_F(EventLoop, AFailedWaitDispatchesNothingAndTheRoundGoesOn) {
     kernel_double kernel;
     source ready;

@@ -139,6 +139,7 @@ TEST_F(LoopTimer, CancellingATimerThatIsNotScheduledIsHarmless) {
     EXPECT_EQ(norv_epoll_timer_pending(&due.record), 0);
 }
 
+// quirk 25
 TEST_F(LoopTimer, SchedulingForNeverTakesAPendingTimerOff) {
     timer due;
     schedule(due, 10);
@@ -238,6 +239,7 @@ TEST_F(LoopTimer, APeriodicTimerIsQueuedAgainWithItsNewExpiryBeforeItsCallback) 
     norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
+// quirk 22
 TEST_F(LoopTimer, APeriodicTimerThatIsServedLateShiftsItsPhaseAndDoesNotCatchUp) {
     timer due;
     schedule(due, 10, true);
@@ -387,6 +389,7 @@ TEST_F(LoopTimer, OrderAndDueTimeStayRightWhenTheMillisecondCountWrapsAt32Bits) 
     EXPECT_THAT(journal, ElementsAre("before the wrap", "after the wrap"));
 }
 
+// quirk 23
 TEST_F(LoopTimer, TwoTimersMoreThan2To31MillisecondsApartAreTakenInTheOtherOrderOnPurpose) {
     timer far(note("far"));
     timer near(note("near"));
@@ -409,6 +412,7 @@ TEST_F(LoopTimer, TheTimeRunsFromTheClockOfTheSchedulingThread) {
     norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
+// quirk 23
 TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpose) {
     timer far(note("far"));
     timer near(note("near"));
@@ -422,6 +426,7 @@ TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpo
     EXPECT_THAT(journal, ElementsAre("near"));
 }
 
+// quirk 24
 TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsNeverLetsTheRoundEndOnPurpose) {
     source ready([this](uint32_t) { loop.exit(); });
     timer due([&] {
@@ -554,6 +559,7 @@ TEST_F(LoopWait, ItLasts2To31MillisecondsLessOneAtMost) {
     norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
+// quirk 24
 TEST_F(LoopWait, ItIsZeroForATimerOf2To31MillisecondsOrMoreWhichFiresAtOnceOnPurpose) {
     for (const uint32_t ms : {0x80000000U, 0xFFFFFFFEU}) {
         timer due;
@@ -564,6 +570,7 @@ TEST_F(LoopWait, ItIsZeroForATimerOf2To31MillisecondsOrMoreWhichFiresAtOnceOnPur
     EXPECT_THAT(waits(), ElementsAre(0, 0));
 }
 
+// quirk 29
 TEST_F(LoopWait, DelayedCallsQueuedWhileNoLoopRanDoNotShortenIt) {
     delayed_call queued(note("delayed call"));
     schedule(queued, 0);
@@ -708,6 +715,7 @@ TEST_F(DelayedCall, EqualPrioritiesRunInTheOrderOfScheduling) {
     EXPECT_THAT(journal, ElementsAre("0", "1", "2", "3", "4", "5", "6", "7", "8", "9"));
 }
 
+// quirk 23
 TEST_F(DelayedCall, PrioritiesAreComparedByTheirWrappingDifferenceOnPurpose) {
     delayed_call zero(note("0"));
     delayed_call largest(note("0xFFFFFFFF"));
@@ -776,6 +784,7 @@ TEST_F(DelayedCall, ACallOfTheRoundComesBeforeCallsLeftFromBefore) {
                                         ElementsAre("first", "second", "late", "third")));
 }
 
+// quirk 26
 TEST_F(DelayedCall, SchedulingAQueuedCallKeepsItsPlaceAndItsPriority) {
     delayed_call queued(note("queued"));
     delayed_call other(note("other"));
@@ -787,6 +796,7 @@ TEST_F(DelayedCall, SchedulingAQueuedCallKeepsItsPlaceAndItsPriority) {
     EXPECT_THAT(journal, ElementsAre("queued", "other"));
 }
 
+// quirk 28
 TEST_F(DelayedCall, ACallThatIsPendingOnAnotherLoopStaysThere) {
     open_loop other;
     delayed_call queued;
@@ -867,6 +877,7 @@ TEST_F(DelayedCall, ArrivalsAreCountedFromZeroInEveryRound) {
     EXPECT_EQ(first.record.sequence, 0U);
 }
 
+// quirk 27
 TEST_F(DelayedCall, ACallLeftOverFromBeforeTheRoundKeepsItsOldArrivalNumberOnPurpose) {
     delayed_call left_over(note("left over"));
     delayed_call spare;
@@ -943,6 +954,7 @@ TEST_F(LoopWatchdog, IsFirstKeptAliveOnePeriodAfterTheStart) {
     EXPECT_THAT(counts, ElementsAre(0, 0, 1, 1));
 }
 
+// quirk 24
 TEST_F(LoopWatchdog, IsKeptAliveWithoutEndByAPeriodOf2To31MillisecondsOnPurpose) {
     norv_thread_watchdog_t watchdog = {};
     source ready([this](uint32_t) { loop.exit(); });

@@ -162,6 +162,7 @@ TEST_F(File, ANullFormatOrDescriptorIsAnInvalidArgument) {
     EXPECT_EQ(norv_open_device(O_RDONLY, nullptr, "/dev/null"), NORV_STATUS_INVALID_ARG);
 }
 
+// quirk 6
 TEST_F(File, APathLongerThan255CharactersIsCutSilently) {
     const std::string cut = "/dev/" + std::string(250, 'x');
     kernel.add_file(cut);
@@ -171,6 +172,7 @@ TEST_F(File, APathLongerThan255CharactersIsCutSilently) {
     close(descriptor);
 }
 
+// quirk 1
 TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedOpenCountAsSuccess) {
     kernel.map_errno(ENOENT, 0);
     int32_t descriptor = 5;
@@ -264,6 +266,7 @@ TEST_F(File, ADevicePathThatCannotBeFormattedIsAnInvalidArgument) {
 
 // ---- formatted text
 
+// quirk 7
 TEST_F(Transfer, AOneIsWrittenAsTwoBytes) {
     EXPECT_EQ(norv_write_string(descriptor, 2, "1"), 0U);
     EXPECT_EQ(device_->received, "1\0"s);
@@ -279,6 +282,7 @@ TEST_F(Transfer, AnEmptyTextIsItsNul) {
     EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("\0"s));
 }
 
+// quirk 7
 TEST_F(Transfer, AShortWriteOfATextIsASuccess) {
     EXPECT_EQ(norv_write_string(descriptor, 12, "%s", "longer"), 0U);
     EXPECT_EQ(device_->received, "lon");
@@ -405,6 +409,7 @@ TEST_F(Transfer, BlockingTriesTransientConditionsAgain) {
     EXPECT_THAT(device_->polls, SizeIs(4));
 }
 
+// quirk 9
 TEST_F(Transfer, ABlockingFailureEndsTheCallAndLeavesTheLengthAsItWas) {
     device_->answers = {1, -EIO};
     uint32_t length = 8;
@@ -429,6 +434,7 @@ TEST_F(Transfer, AFailureWhoseErrnoMapsToZeroMovesNothingAndCarriesOn) {
     EXPECT_STREQ(buffer, "abcdefgh");
 }
 
+// quirk 8
 TEST_F(Transfer, TheEndOfAFileIsNotDetectedAndKeepsABlockingReadPolling) {
     device_->answers = {0, 0, 0, -EPIPE};
     uint32_t length = 8;
@@ -507,6 +513,7 @@ TEST_F(Transfer, ATimeOutTellsHowMuchWasMoved) {
     EXPECT_EQ(length, 6U);
 }
 
+// quirk 9
 TEST_F(Transfer, AFailureWithinTheLimitTellsHowMuchWasMoved) {
     device_->answers = {1, -EIO};
     uint32_t length = 8;
@@ -616,6 +623,7 @@ TEST_F(File, AccessTellsWhetherTheModeIsAllowed) {
     EXPECT_FALSE(norv_file_access(X_OK, "/sys/value"));
 }
 
+// quirk 1
 TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedAccessCountAsSuccess) {
     kernel.map_errno(ENOENT, 0);
     EXPECT_TRUE(norv_file_access(F_OK, "/sys/missing"));
@@ -634,6 +642,7 @@ TEST_F(File, MarkingAnExistingFileLeavesItsContent) {
     EXPECT_EQ(kernel.content("/dev/mark"), "kept");
 }
 
+// quirk 10
 TEST_F(File, APercentSignInAMarkIsExpandedAgain) {
     EXPECT_EQ(norv_file_mark("/dev/%s", "full%%"), 0U);
     EXPECT_TRUE(kernel.exists("/dev/full%"));

@@ -211,6 +211,7 @@ TEST(ThreadPriority, RealTimeIsTheFifoClassAtItsHighestPriority) {
     EXPECT_EQ(calls[0].request, 99U);
 }
 
+// quirk 33
 TEST(ThreadPriority, ARefusalByAPositiveNumberReturnsZeroOnPurpose) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", EPERM);
@@ -244,6 +245,7 @@ TEST(ThreadName, TheCallingThreadGetsTheName) {
     });
 }
 
+// quirk 33
 TEST(ThreadName, ANameOf16CharactersIsNotSetAndReturnsZeroOnPurpose) {
     on_another_thread([] {
         norv_linux_thread_set_name("before");

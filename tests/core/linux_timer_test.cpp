@@ -243,6 +243,7 @@ TEST(IntervalTimer, AnAlarmOfAClosedTimerReportsTheKernelsStatus) {
 
 // ---- expiries
 
+// quirk 32
 TEST(IntervalTimer, ClearingTheEventOfATimerThatHasNotExpiredReturnsMinusOneAtOnce) {
     open_timer timer;
     EXPECT_EQ(norv_linux_timer_clear_event(&timer.handle), -1);

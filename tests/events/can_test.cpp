@@ -88,6 +88,7 @@ TEST_F(Can, OpeningTouchesNoInterface) {
     norv_linux_can_close(&can);
 }
 
+// quirk 62
 TEST_F(Can, TheInterfaceNameIsKeptByPointerAndReadWhenAChannelIsAdded) {
     char name[] = "can0";
     EXPECT_EQ(norv_linux_can_open(name, &can), 0U);
@@ -255,6 +256,7 @@ TEST_F(OpenCan, ANonBlockingChannelKeepsItsOtherFlags) {
     EXPECT_EQ(fcntl(norv_linux_can_get_fd(channel), F_GETFL) & O_NONBLOCK, O_NONBLOCK);
 }
 
+// quirk 70
 TEST_F(OpenCan, TheNonBlockingFlagIsSetEvenWhereItIsThereAlready) {
     kernel.answer("fcntl", O_RDWR | O_NONBLOCK);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), 0U);
@@ -263,6 +265,7 @@ TEST_F(OpenCan, TheNonBlockingFlagIsSetEvenWhereItIsThereAlready) {
     EXPECT_EQ(kernel.calls("fcntl")[1].request, static_cast<unsigned long>(O_RDWR | O_NONBLOCK));
 }
 
+// quirk 70
 TEST_F(OpenCan, OnlyTheLowByteOfTheNonBlockingFlagCounts) {
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0x100, 0x1, nullptr), 0U);
     EXPECT_EQ(norv_linux_can_raw_add_with_alt_id(&can, 0xFFFFFF00U, 0x2, 0x3, nullptr), 0U);
@@ -326,6 +329,7 @@ TEST_F(OpenCan, AddingAnIdentifierTwiceReturnsTheSameChannelAndOpensOneSocket) {
     EXPECT_THAT(network.sockets, SizeIs(1));
 }
 
+// quirk 63
 TEST_F(OpenCan, TheSecondAddComparesNothingButTheMainIdentifier) {
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), 0U);
     kernel.forget_calls();
@@ -335,6 +339,7 @@ TEST_F(OpenCan, TheSecondAddComparesNothingButTheMainIdentifier) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 63
 TEST_F(OpenCan, AnAlternativeIdentifierIsNoKey) {
     EXPECT_EQ(norv_linux_can_raw_add_with_alt_id(&can, 0, 0x100, 0x200, &channel), 0U);
     EXPECT_NE(add(0x200), channel);
@@ -396,6 +401,7 @@ const std::vector<step> steps_behind_the_socket = {
     {"setsockopt", 2, {"socket", "fcntl", "fcntl", "ioctl", "setsockopt"}},
 };
 
+// quirk 67
 TEST_F(OpenCan, AFailingStepEndsTheAddWithItsErrnoStatusAndReturnsTheChannel) {
     for (const step& failing : steps_behind_the_socket) {
         kernel.forget_calls();
@@ -443,6 +449,7 @@ TEST_F(OpenCan, AFailingSocketEndsTheAddOfABlockingChannel) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+// quirk 68
 TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaitsForNothing) {
     can_frame frame = {};
     uint32_t length = sizeof frame;
@@ -454,6 +461,7 @@ TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaitsForNothing) {
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
+// quirk 69
 TEST_F(OpenCan, AFailingSocketOfANonBlockingChannelIsReportedByTheFcntlPairOnPurpose) {
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EBADF));
@@ -478,6 +486,7 @@ TEST_F(OpenCan, AFailingSocketWhoseFcntlPairMapsToZeroLetsTheAddGoOnWithoutOne) 
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
+// quirk 66
 TEST_F(OpenCan, EveryFailureOfBindIsReportedAsEpermOnPurpose) {
     for (const int error : {ENODEV, ENETDOWN, EADDRNOTAVAIL, EINVAL, EPERM}) {
         kernel.fail("bind", error);
@@ -494,6 +503,7 @@ TEST_F(OpenCan, AFailingBindCountsAsSuccessWhereEpermMapsToZero) {
     EXPECT_THAT(network.sockets, SizeIs(1));
 }
 
+// quirk 66
 TEST_F(OpenCan, TheErrnoOfAFailingBindIsNotLookedAt) {
     kernel.map_errno(ENODEV, 0);
     kernel.fail("bind", ENODEV);
@@ -511,6 +521,7 @@ TEST_F(Can, AnUnknownInterfaceGivesTheStatusOfEnodevAndAChannelToRemove) {
     norv_linux_can_close(&can);
 }
 
+// quirk 67
 TEST_F(OpenCan, AChannelOfAFailedAddIsNotFoundAgain) {
     kernel.fail("ioctl", ENODEV);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), errno_status(ENODEV));
@@ -601,6 +612,7 @@ TEST_F(OpenCan, AFailingCloseOfTheSocketIsNotReported) {
     EXPECT_TRUE(kernel.struck());
 }
 
+// quirk 71
 TEST_F(OpenCan, AddingTakesNoLock) {
     kernel.fail("norv_mutex_lock", EINVAL);
     add(0x123);
@@ -847,6 +859,7 @@ TEST_F(OpenCan, AChannelWithOneIdentifierReceivesNoOther) {
     EXPECT_THAT(identifiers_read(channel), ElementsAre(0x100U));
 }
 
+// quirk 65
 TEST_F(OpenCan, AnExtendedFrameWithTheSameLow11BitsPassesTheFilter) {
     channel = add(0x123);
     network.arrive("can0", frame_of(0x1FFFF923U | CAN_EFF_FLAG));
@@ -854,6 +867,7 @@ TEST_F(OpenCan, AnExtendedFrameWithTheSameLow11BitsPassesTheFilter) {
     EXPECT_THAT(identifiers_read(channel), ElementsAre(0x1FFFF923U | CAN_EFF_FLAG));
 }
 
+// quirk 65
 TEST_F(OpenCan, ARemoteRequestPassesTheFilter) {
     channel = add(0x123);
     network.arrive("can0", frame_of(0x123 | CAN_RTR_FLAG));

@@ -194,6 +194,7 @@ TEST_F(Uart, ClosingPutsTheSettingsBackBeforeItClosesThePort) {
     EXPECT_EQ(kernel.calls()[1].name, "close");
 }
 
+// quirk 83
 TEST_F(Uart, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     const termios set_first = port->settings;
@@ -204,6 +205,7 @@ TEST_F(Uart, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
     EXPECT_EQ(differences(port->settings, set_first), "");
 }
 
+// quirk 84
 TEST_F(Uart, ARefusedConfigurationStillRefreshesWhatClosingRestores) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     const termios set_by_open = port->settings;
@@ -254,6 +256,7 @@ TEST_F(Uart, ClosingTwiceClosesNothingTheSecondTime) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 3
 TEST(UartWithoutStandardInput, APortWithTheDescriptor0IsNeitherRestoredNorClosed) {
     const no_standard_input guard;
     kernel_double kernel;
@@ -410,6 +413,7 @@ TEST_F(OpenUart, Speed134SelectsTheConstantOf134AndAHalf) {
     EXPECT_EQ(cfgetispeed(&port->settings), static_cast<speed_t>(B134));
 }
 
+// quirk 85
 TEST_F(OpenUart, OnlyTheLowByteOfTheDataBitsCounts) {
     norv_uart_settings_t settings = plain;
     settings.data_bits = 264;
@@ -626,6 +630,7 @@ TEST_F(OpenUart, RtsAndDtrAreRaisedAndLoweredEachByItself) {
     EXPECT_EQ(port->modem_lines, 0);
 }
 
+// quirk 85
 TEST_F(OpenUart, OnlyTheLowByteOfALevelCounts) {
     EXPECT_EQ(norv_uart_set_rts(&uart, 0x180), 0U);
     EXPECT_EQ(port->modem_lines, TIOCM_RTS);

@@ -166,6 +166,7 @@ TEST_F(UeventParse, ABindFailureIsReturnedAndTheContextClosed) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 1
 TEST_F(UeventParse, ASocketFailureWhoseErrnoMapsToZeroLetsTheOpenGoOn) {
     bus.add_root_hub();
     kernel.fail("socket", EMFILE);
@@ -213,6 +214,7 @@ TEST_F(OpenUeventParse, ClosingClosesTheSocketReleasesEverythingAndMakesTheVaria
     EXPECT_THAT(parser.calls, SizeIs(told));
 }
 
+// quirk 3
 TEST(UeventParseWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
     const no_standard_input guard;
     kernel_double kernel;
@@ -382,6 +384,7 @@ TEST_F(OpenUeventParse, OnePollAppliesEveryMessageThatWaits) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a", "/sys/devices/b", "/sys/devices/c"));
 }
 
+// quirk 119
 TEST_F(OpenUeventParse, AReceiveErrorEndsThePollSilentlyAndTheNextOneGoesOn) {
     for (const int error : {EAGAIN, ENOBUFS, EIO, EINTR}) {
         socket.send(device_message("add", "/devices/a"));
@@ -402,6 +405,7 @@ TEST_F(OpenUeventParse, AnEmptyMessageEndsThePoll) {
     EXPECT_EQ(socket.waiting(), 1U);
 }
 
+// quirk 118
 TEST_F(OpenUeventParse, OfAnActionOnlyAsManyCharactersCountAsTheWordHas) {
     receive(device_message("additional", "/devices/a"));
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
@@ -464,6 +468,7 @@ TEST_F(OpenUeventParse, TheOldestDeviceComesFirst) {
                  "/sys/devices/a");
 }
 
+// quirk 117
 TEST_F(OpenUeventParse, ADeviceThatComesTwiceIsListedTwice) {
     receive(device_message("add", "/devices/a"));
     receive(device_message("add", "/devices/a"));
@@ -625,6 +630,7 @@ TEST_F(WebcamOnOpenParser, TheHandlerIsToldOfTheDeviceThatGotTheNode) {
     EXPECT_EQ(parser.calls[0].action, NORV_UEVENT_ACTION_ADD);
 }
 
+// quirk 114
 TEST_F(WebcamOnOpenParser, ItsMetadataNodeAddsNothingButIsTold) {
     receive(node_message("add", path + "/1-1:1.0/video4linux/video1", "video4linux", "video1"));
     EXPECT_EQ(device(0).child_count, 0U);
@@ -646,6 +652,7 @@ TEST_F(WebcamOnOpenParser, AVideoNodeThatCannotBeOpenedAddsNothingButIsTold) {
     EXPECT_THAT(parser.calls, SizeIs(1));
 }
 
+// quirk 110
 TEST_F(WebcamOnOpenParser, OfASoundCardAndAnInputOnlyTheFirstIsKept) {
     receive(node_message("add", path + "/1-1:1.2/sound/card1/controlC1", "sound", "snd/controlC1"));
     receive(node_message("add", path + "/1-1:1.3/input/input9/event9", "input", "input/event9"));
@@ -703,6 +710,7 @@ TEST_F(WebcamOnOpenParser, TheTextsOfANodeAreCutAt511Characters) {
     EXPECT_EQ(child().devnode, ("/dev/" + name).substr(0, 511));
 }
 
+// quirk 113
 TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsToldWithTheAddressOfTheListsHead) {
     receive(node_message("add", "/devices/platform/gpio-keys/input/input0/event0", "input", "input/event0"));
     ASSERT_THAT(parser.calls, SizeIs(1));
@@ -712,6 +720,7 @@ TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsToldWithTheAddressOfTheListsHe
     EXPECT_EQ(parser.list()->count, 1U);
 }
 
+// quirk 109
 TEST_F(WebcamOnOpenParser, ANodeGoesToTheFirstListedDeviceWhosePathIsAPrefix) {
     receive(device_message("add", path + "/1-1.4"));
     receive(node_message("add", path + "/1-1.4/1-1.4:1.0/event0", "input", "input/event0"));
@@ -726,6 +735,7 @@ TEST_F(WebcamOnOpenParser, ANodeGoesToTheDeviceWhenTheHubIsListedLater) {
     EXPECT_EQ(device(1).child_count, 0U);
 }
 
+// quirk 109
 TEST_F(WebcamOnOpenParser, APrefixIsOneOfCharactersNotOfDirectories) {
     receive(node_message("add", "/devices/pci0/usb1/1-10/1-10:1.0/event0", "input", "input/event0"));
     EXPECT_EQ(device(0).child_count, 1U);
@@ -764,6 +774,7 @@ TEST_F(WebcamOnOpenParser, TheNodeGoesWithItsDevice) {
 
 // ---- removal
 
+// quirk 116
 TEST_F(OpenUeventParse, ADeviceThatGoesIsToldWhileItIsStillListed) {
     receive(device_message("add", "/devices/a"));
     const norv_uevent_device_t* going = &device(0);
@@ -784,6 +795,7 @@ TEST_F(OpenUeventParse, ADeviceThatGoesIsToldWhileItIsStillListed) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
+// quirk 115
 TEST_F(OpenUeventParse, AHubWhosePathIsContainedInThatOfTheDeviceGoesWithItOnPurpose) {
     receive(device_message("add", "/devices/pci0/usb1"));
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
@@ -804,6 +816,7 @@ TEST_F(OpenUeventParse, TheDevicesBehindAHubDoNotGoWithIt) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1/1-1/1-1.4"));
 }
 
+// quirk 115
 TEST_F(OpenUeventParse, APathMayBeContainedAnywhere) {
     receive(device_message("add", "/devices/a"));
     receive(device_message("remove", "/elsewhere/devices/abc"));
@@ -849,6 +862,7 @@ TEST_F(OpenUeventParse, TheHandlerOfAnArrivalMayAskForTheList) {
     EXPECT_THAT(parser.calls, SizeIs(3));
 }
 
+// quirk 116
 TEST_F(OpenUeventParse, TheListIsLockedWhileTheHandlerIsToldOfARemoval) {
     receive(device_message("add", "/devices/a"));
     std::atomic<bool> got_the_list = false;
@@ -1213,6 +1227,7 @@ TEST_F(UeventParseFoundDevice, ANameWithVideoAndSndIsAVideoNode) {
     EXPECT_EQ(child_subsystem(), "video4linux");
 }
 
+// quirk 111
 TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindBecomesItsChildWithoutASubsystem) {
     bus.add_node("usb1/1-1/1-1:1.0/tty/ttyUSB0", "ttyUSB0", "188", "0");
     ASSERT_EQ(open(), 0U);
@@ -1225,6 +1240,7 @@ TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindBecomesItsChildWithoutASubsyst
     EXPECT_THAT(parser.told(), ElementsAre("-1 /sys/devices/pci0/usb1/1-1", "-1 /sys/devices/pci0/usb1/1-1"));
 }
 
+// quirk 111
 TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindHasTheSubsystemOfItsFile) {
     bus.add_uevent("usb1/1-1/1-1:1.0/tty/ttyUSB0", lines({"DEVNAME=ttyUSB0", "SUBSYSTEM=tty"}));
     ASSERT_EQ(open(), 0U);
@@ -1241,6 +1257,7 @@ TEST_F(UeventParseFoundDevice, ANodeThatItsFileCallsAVideoNodeMustCapture) {
     EXPECT_STREQ(child().devnode, "/dev/camera1");
 }
 
+// quirk 111
 TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindThatComesFirstLeavesNoRoomForAnInput) {
     bus.add_node("usb1/1-1/1-1:1.0/hidraw/hidraw0", "hidraw0");
     bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
@@ -1366,6 +1383,7 @@ TEST_F(UeventFile, WithoutADeviceNameIsNotUsed) {
     EXPECT_THAT(found("DEVTYPE=usb_device\nMAJOR=189\n"), IsEmpty());
 }
 
+// quirk 112
 TEST_F(UeventFile, WithANodeOfTheDeviceTreeIsNotUsed) {
     EXPECT_THAT(found("DEVTYPE=usb_device\nDEVNAME=x\nOF_NAME=usb\n"), IsEmpty());
 }
@@ -1536,6 +1554,7 @@ TEST_F(V4l2, ANodeThatCapturesIsValid) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 120
 TEST_F(V4l2, TheNodeIsOpenedForReadingAndWritingWithoutWaitingAndWithoutCloseOnExec) {
     check(true);
     EXPECT_THAT(kernel.open_flags("/dev/video0"), ElementsAre(O_RDWR | O_NONBLOCK));
@@ -1548,6 +1567,7 @@ TEST_F(V4l2, TheFirstCaptureFormatIsAskedFor) {
     EXPECT_EQ(memcmp(&node->asked, &expected, sizeof expected), 0);
 }
 
+// quirk 120
 TEST_F(V4l2, ANodeThatDoesNotCaptureGivesTheStatusOfMinusOneOnPurpose) {
     EXPECT_EQ(check(false), errno_status(-1));
     EXPECT_NE(errno_status(-1), 0U);

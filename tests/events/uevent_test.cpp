@@ -81,6 +81,7 @@ TEST(UeventKeys, AreThePrefixesInAscendingOrder) {
                             "PRODUCT=", "SUBSYSTEM="));
 }
 
+// quirk 108
 TEST(UeventKeys, CanBeWrittenOnPurpose) {
     const char* const kept = p_uevent_key[8];
     p_uevent_key[8] = "SEQNUM=";
@@ -132,6 +133,7 @@ TEST_F(Uevent, ARefusedReceiveBufferIsIgnored) {
     norv_uevent_close(&uevent);
 }
 
+// quirk 106
 TEST_F(Uevent, ASocketThatCannotBeOpenedLeavesTheDescriptorMinusOneAndNoBuffer) {
     kernel.fail("socket", EPROTONOSUPPORT);
     EXPECT_EQ(norv_uevent_open(&uevent), errno_status(EPROTONOSUPPORT));
@@ -149,6 +151,7 @@ TEST_F(Uevent, ASocketThatCannotBeBoundIsClosedAndLeavesTheDescriptorMinusOne) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 1
 TEST_F(Uevent, ABindWhoseErrnoMapsToZeroLetsTheOpenGoOnWithoutASocket) {
     kernel.fail("bind", EADDRINUSE);
     kernel.map_errno(EADDRINUSE, 0);
@@ -201,6 +204,7 @@ TEST_F(Uevent, ANullRecordOrHandlerIsAnInvalidArgument) {
 
 // ---- close
 
+// quirk 106
 TEST_F(Uevent, ClosingClosesTheSocketReleasesTheBufferAndSetsTheDescriptorToZeroOnPurpose) {
     norv_uevent_open(&uevent);
     norv_uevent_close(&uevent);
@@ -246,6 +250,7 @@ TEST(UeventWithoutStandardInput, ASocketWithTheDescriptor0ThatCannotBeBoundIsClo
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 3
 TEST(UeventWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
     const no_standard_input guard;
     kernel_double kernel;
@@ -346,6 +351,7 @@ TEST_F(OpenUevent, AnEmptySocketIsASuccessWhateverItsErrnoMapsTo) {
     EXPECT_EQ(poll(), 0U);
 }
 
+// quirk 107
 TEST_F(OpenUevent, AnEmptyMessageEndsThePollAndIsJudgedByWhateverErrnoHeldOnPurpose) {
     socket.send("");
     socket.send("later");

@@ -70,6 +70,7 @@ TEST_F(UsbGadget, AControllerThatDoesNotExistIsNotFound) {
     EXPECT_EQ(descriptor, -1);
 }
 
+// quirk 94
 TEST_F(UsbGadget, ANameWithDotsLeadsToAnotherFile) {
     kernel.add_file("/sys/class/leds/red/soft_connect");
     kernel.add_file("/sys/class/leds/red/state");
@@ -79,11 +80,13 @@ TEST_F(UsbGadget, ANameWithDotsLeadsToAnotherFile) {
     norv_usb_gadget_close(descriptor);
 }
 
+// quirk 94
 TEST_F(UsbGadget, ALongNameTruncatesThePath) {
     EXPECT_EQ(norv_usb_gadget_open(std::string(300, 'n').c_str(), &descriptor), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").at(0).path, "/sys/class/udc/" + std::string(240, 'n'));
 }
 
+// quirk 3
 TEST_F(UsbGadget, ClosingADescriptorThatIsNotAbove0ClosesNothing) {
     norv_usb_gadget_close(0);
     norv_usb_gadget_close(-1);
@@ -106,6 +109,7 @@ TEST_F(OpenUsbGadget, AnythingElseIsThree) {
     }
 }
 
+// quirk 92
 TEST_F(OpenUsbGadget, OnlyTheBeginningOfTheTextIsCompared) {
     EXPECT_EQ(state_of("not attached at all"), 0U);
     EXPECT_EQ(state_of("default0"), 1U);
@@ -126,6 +130,7 @@ TEST_F(OpenUsbGadget, Of128BytesTheStateIsMade) {
     EXPECT_EQ(kernel.calls("pread").at(0).result, 128);
 }
 
+// quirk 91
 TEST_F(OpenUsbGadget, AFailedReadIsStateThreeAndASuccess) {
     kernel.fail("pread", EIO);
     EXPECT_EQ(state_of("configured\n"), 3U);
@@ -175,6 +180,7 @@ TEST_F(UsbGadget, ConnectingAndDisconnectingAreWordsWithTheirNul) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 93
 TEST_F(UsbGadget, OnlyTheLowByteOfTheFlagCounts) {
     EXPECT_EQ(norv_usb_gadget_connect("20980000.usb", 0x100), 0U);
     EXPECT_EQ(norv_usb_gadget_connect("20980000.usb", 0xFFFFFF80), 0U);
@@ -214,6 +220,7 @@ TEST_F(HostWin, AnyOtherTextIsZero) {
     }
 }
 
+// quirk 91
 TEST_F(HostWin, AFailedReadIsZeroAndASuccess) {
     kernel.fail("pread", EIO);
     EXPECT_EQ(host_win("1\n"), 0);
@@ -232,6 +239,7 @@ TEST_F(HostWin, AControllerWithoutTheAttributeIsNotFoundAndTheByteUntouched) {
     EXPECT_EQ(byte, 77);
 }
 
+// quirk 3
 TEST(HostWinWithoutStandardInput, AnAttributeWithTheDescriptor0IsReadAndNotClosed) {
     const no_standard_input guard;
     kernel_double kernel;

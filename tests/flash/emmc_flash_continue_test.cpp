@@ -47,6 +47,7 @@ TEST_F(SmallCard, AnErasedLengthBetween16And128KiBIsOneChunkOfItsBlocks) {
     EXPECT_EQ(card->content(), before_with(1024, zeros(20480)));
 }
 
+// quirk 145
 TEST_F(SmallCard, TheLastChunkIsErasedWholeAndMayRunPastTheArea) {
     EXPECT_EQ(erase(512, 300000), 0U);
     EXPECT_EQ(card->content(), before_with(512, zeros(3 * 131072)));
@@ -93,6 +94,7 @@ TEST_F(SmallCard, AFailedChunkEndsTheErase) {
     EXPECT_EQ(kernel.allocations(), 1U);
 }
 
+// quirk 146
 TEST_F(SmallCard, AChunkThatTheDeviceTakesInPartCountsAsErased) {
     card->most_per_write = 1000;
     EXPECT_EQ(erase(0, 262144), 0U);
@@ -100,6 +102,7 @@ TEST_F(SmallCard, AChunkThatTheDeviceTakesInPartCountsAsErased) {
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 131072, 50}, report{0, 131072, 0, 100}));
 }
 
+// quirk 150
 TEST_F(SmallCard, AChunkThatTheDeviceDoesNotTakeCountsAsErased) {
     card->most_per_write = 0;
     EXPECT_EQ(erase(0, 262144), 0U);
@@ -288,12 +291,14 @@ TEST_F(SmallCard, TenBytesAreWrittenAsAChunkOf16384AndOnlyTheTenAreReadBack) {
     EXPECT_THAT(transfers("pread"), ElementsAre(transfer{512, 10}));
 }
 
+// quirk 148
 TEST_F(SmallCard, TheFillingMayRunPastTheChunkBorder) {
     uint32_t length = 10;
     EXPECT_EQ(write(16384 - 512, 0, "0123456789", length), 0U);
     EXPECT_EQ(card->content(), before_with(16384 - 512, "0123456789" + ones(16374)));
 }
 
+// quirk 149
 TEST_F(SmallCard, AChunkThatIsNoPowerOfTwoKeepsItsFillingFormula) {
     // Chunk and pad are 20480, 0x5000.
     const std::string image = pattern(20481, 2);
@@ -304,6 +309,7 @@ TEST_F(SmallCard, AChunkThatIsNoPowerOfTwoKeepsItsFillingFormula) {
     EXPECT_EQ(card->content(), before_with(0, image + ones(4095)));
 }
 
+// quirk 149
 TEST_F(SmallCard, ALastWriteOfNearlyTwoChunksIsFilledAndVerified) {
     // Chunk and pad are 89088, 0x15C00. The last 0x15400 bytes, at 0x20000, make a write of
     // (0x15400 + 0x15BFF) & -0x15C00, which is 0x2A400.
@@ -350,12 +356,14 @@ TEST_F(SmallCard, WritingNothingTouchesNothingAndAsksNobody) {
     EXPECT_EQ(kernel.allocations(), 1U);
 }
 
+// quirk 154
 TEST_F(SmallCard, WritingNothingNeedsItsMemoryAllTheSame) {
     uint32_t length = 0;
     kernel.fail("norv_malloc", ENOMEM);
     EXPECT_EQ(write(0, 0, "", length), NORV_STATUS_NO_MEMORY);
 }
 
+// quirk 153
 TEST_F(SmallCard, ACancelledWriteLeavesTheLength) {
     const std::string image = pattern(3 * 131072, 2);
     for (const uint32_t chunks : {0U, 1U, 2U}) {
@@ -397,6 +405,7 @@ TEST_F(SmallCard, AFlippedBitIsFoundAndTheLengthTellsWhatWasVerifiedBefore) {
     EXPECT_EQ(kernel.allocations(), 1U);
 }
 
+// quirk 148
 TEST_F(SmallCard, AFlippedBitInTheFillingIsNotLookedAt) {
     card->flipped = 10;
     uint32_t length = 10;
@@ -432,6 +441,7 @@ TEST_F(SmallCard, AWriteThatMovesNothingFailsTheVerification) {
     EXPECT_EQ(length, 0U);
 }
 
+// quirk 152
 TEST_F(SmallCard, AShortReadBackThatAgreesIsGoneOnFrom) {
     card->most_per_read = 12000;
     const std::string image = pattern(16384, 2);
@@ -526,6 +536,7 @@ TEST_F(EmmcFlash, ASkipBelowAUnitThatIsNotAPowerOfTwoSkipsNothing) {
     EXPECT_EQ(card->content(0x8000 + 0x600, 10), "0123456789");
 }
 
+// quirk 149
 TEST_F(EmmcFlash, ABlockSizeThatIsNoPowerOfTwoKeepsItsFormulas) {
     // 1536 is 0x600, and its mask 0xFFFFFA00: the multiples are the addresses without the bits 0x5FF.
     open(1 * MiB, 1536);

@@ -86,11 +86,13 @@ TEST_F(EmmcFlash, ADeviceWithoutASizeIsClosedAgain) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
+// quirk 144
 TEST_F(EmmcFlash, AHandleThatCouldNotBeOpenedIsReleasedByTheCLibraryOnPurpose) {
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk9"), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.calls("free"), SizeIs(1));
 }
 
+// quirk 144
 TEST_F(SmallCard, AHandleThatIsClosedIsReleasedByTheBaseLibrary) {
     norv_linux_emmc_flash_close(&flash);
     EXPECT_THAT(kernel.calls("free"), IsEmpty());
@@ -291,6 +293,7 @@ TEST_F(SmallCard, AWriteAcrossTheEndTellsHowMuchWasTaken) {
     EXPECT_EQ(length, 40U);
 }
 
+// quirk 150
 TEST_F(SmallCard, AWriteThatMovesNothingSucceedsWithALengthOf0) {
     char byte = 0;
     uint32_t length = 1;
@@ -351,6 +354,7 @@ TEST_F(SmallCard, TheEndBecomesTheEndOfWhatTheDeviceTook) {
     EXPECT_EQ(end, 1 * MiB);
 }
 
+// quirk 147
 TEST_F(SmallCard, AnEndThatIsTheAddressIsAnInvalidArgument) {
     uint32_t end = 1024;
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1024, &end), NORV_STATUS_INVALID_ARG);
@@ -376,6 +380,7 @@ TEST_F(SmallCard, AnEndWithinABlockOrBelowTheAddressIsOutOfRange) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 147
 TEST_F(SmallCard, WithoutMemoryForTheZerosTheStatusIsInvalidArgumentOnPurpose) {
     uint32_t end = 2048;
     kernel.fail("norv_zalloc", ENOMEM);

@@ -108,6 +108,7 @@ TEST_F(Flash, Kind2WithoutAPathIsAnInvalidArgumentAndTouchesNoFile) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 155
 TEST_F(Flash, AnyOtherKindIsAnInvalidArgumentAndIsStoredAllTheSame) {
     for (const uint32_t kind : {0U, 3U, 0x101U, 0xFFFFFFFFU}) {
         const norv_flash_config_t config = {kind, "/dev/mmcblk0"};
@@ -335,6 +336,7 @@ TEST_F(EmmcFront, ReadsAndWrites) {
     EXPECT_EQ(bytes, "bhellob");
 }
 
+// quirk 156
 TEST_F(EmmcFront, ContinuesAnEraseWithoutTheEnd) {
     uint32_t end = 1;
     watching.stop_at = 2;
@@ -363,6 +365,7 @@ TEST_F(EmmcFront, ContinuesAReadWithTheCallbacksAndTheUser) {
     EXPECT_EQ(watching.questions, 2U);
 }
 
+// quirk 156
 TEST_F(EmmcFront, ContinuesAWriteWithSkipCallbacksAndUserButWithoutTheEnd) {
     const std::string data = repeated('d', 128 * KiB);
     uint32_t length = 128 * KiB;

@@ -73,6 +73,7 @@ TEST_F(Mtd, OpeningAsksForTheGeometry) {
     EXPECT_THAT(kernel.open_flags("/dev/mtd3"), ElementsAre(O_RDWR | O_SYNC | O_CLOEXEC));
 }
 
+// quirk 125
 TEST_F(Mtd, ThePathIsAFormat) {
     kernel.add_device("/dev/mtd%0", std::make_shared<mtd_device>(nor(0x1000, 0x1000)));
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd%%0", &partition), 0U);
@@ -110,6 +111,7 @@ TEST_F(NorMtd, ClosingTwiceClosesOnce) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+// quirk 126
 TEST_F(Mtd, ARecordOfZerosIsNotClosedAndStaysAsItIs) {
     norv_linux_mtd_close(&partition);
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
@@ -274,6 +276,7 @@ TEST_F(NandMtd, OutOfBandBytesAreWrittenAndReadBack) {
     EXPECT_THAT(flash->bytes, Each(0xFF));
 }
 
+// quirk 130
 TEST_F(NandMtd, TheRangeOfAnOutOfBandRequestIsLeftToTheKernel) {
     char byte = 0;
     EXPECT_EQ(norv_linux_mtd_read_oob(&partition, 0x10000, 1, &byte), errno_status(EINVAL));
@@ -313,6 +316,7 @@ TEST_F(NorMtd, ASingleByteIsCounted) {
     EXPECT_EQ(count, 1U);
 }
 
+// quirk 128
 TEST_F(NorMtd, ATransferPastTheEndIsCutByTheKernelAndToldByItsCount) {
     std::vector<uint8_t> bytes(16, 0x11);
     uint32_t count = 0;
@@ -322,6 +326,7 @@ TEST_F(NorMtd, ATransferPastTheEndIsCutByTheKernelAndToldByItsCount) {
     EXPECT_EQ(count, 2U);
 }
 
+// quirk 128
 TEST_F(NorMtd, AShortTransferIsNotRepeated) {
     flash->most_bytes = 3;
     flash->most_written = 5;
@@ -366,6 +371,7 @@ TEST_F(NorMtd, AFailedTransferWhoseErrnoMapsToZeroMovedNothing) {
     EXPECT_EQ(count, 0U);
 }
 
+// quirk 127
 TEST_F(NorMtd, AfterAFailedSeekTheTransferIsMadeAllTheSameAndTheSeekReported) {
     std::vector<uint8_t> bytes(4, 0x22);
     uint32_t count = 0;

@@ -101,6 +101,7 @@ TEST_F(EraseOneBlock, ANandBlockThatDoesNotEraseIsMarkedBad) {
     EXPECT_THAT(partition(0).bad_blocks, ElementsAre(1));
 }
 
+// quirk 136
 TEST_F(EraseOneBlock, ABlockThatCannotBeAskedIsMarkedBadWithoutBeingErased) {
     open({small_nand});
     partition(0).query_errors[1] = EIO;
@@ -201,6 +202,7 @@ TEST_F(EraseFirstValidBlock, ABlockThatFailsIsMarkedBadAndTheNextOneTried) {
                             flash_step{"query", 0x2000}, flash_step{"erase", 0x2000, 0x1000}));
 }
 
+// quirk 135
 TEST_F(EraseFirstValidBlock, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMarkingSucceeds) {
     open({nand(0x5000, 0x1000)});
     partition(0).erase_errors[0] = EIO;
@@ -317,6 +319,7 @@ TEST_F(ContinueErase, ABadBlockIsLeftOutAndNeitherCountedNorReported) {
     EXPECT_EQ(watcher.questions, 3U);
 }
 
+// quirk 138
 TEST_F(ContinueErase, TheEndComesBeforeTheLength) {
     open({small_nor});
     end = 0x2000;
@@ -374,6 +377,7 @@ TEST_F(ContinueErase, ABlockThatFailsIsMarkedBadAndDoesNotCount) {
                                              report{0, 0x2000, 0x1000, 50}, report{0, 0x3000, 0, 100}));
 }
 
+// quirk 135
 TEST_F(ContinueErase, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMarkingSucceeds) {
     open({nand(0x6000, 0x1000)});
     partition(0).erase_errors[0] = EIO;
@@ -392,6 +396,7 @@ TEST_F(ContinueErase, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMark
                             report{0, 0x2000, 0x1000, 0}, report{0, 0x3000, 0, 100}));
 }
 
+// quirk 137
 TEST_F(ContinueErase, AMarkingThatStillFailsAtTheEndIsReturnedAndTheEndStays) {
     open({small_nand});
     partition(0).erase_errors[2] = EIO;
@@ -403,6 +408,7 @@ TEST_F(ContinueErase, AMarkingThatStillFailsAtTheEndIsReturnedAndTheEndStays) {
                 ElementsAre(report{errno_status(EROFS), 0x2000, 0x2000, 0}, report{0, 0x3000, 0, 100}));
 }
 
+// quirk 137
 TEST_F(ContinueErase, TheLastBlockBeforeTheEndIsReportedAsDoneWhateverBecameOfIt) {
     open({small_nand});
     partition(0).erase_errors[3] = EIO;

@@ -69,6 +69,7 @@ TEST_F(SpiFlash, EveryPartitionIsOpenedToReadAndWriteSynchronously) {
     EXPECT_EQ(kernel.open_descriptors(), 2U);
 }
 
+// quirk 133
 TEST_F(SpiFlash, WithoutPartitionsOpenSucceedsAndNothingElseDoes) {
     open({});
     EXPECT_EQ(flash->region_count, 0);
@@ -92,6 +93,7 @@ TEST_F(SpiFlash, WithoutPartitionsOpenSucceedsAndNothingElseDoes) {
               NORV_STATUS_EMPTY);
 }
 
+// quirk 132
 TEST_F(SpiFlash, ARecordThatCountsFewerThanNoRegionsIsOutOfRange) {
     open({nor(0x1000, 0x1000)});
     flash->region_count = -1;
@@ -212,6 +214,7 @@ TEST_F(SpiFlash, ANullOrClosedFlashIsAnInvalidArgument) {
 }
 
 // Without a kernel double: its scratch tree would outlive the process that dies.
+// quirk 131
 TEST(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     norv_spi_flash_t* flash = nullptr;
@@ -228,6 +231,7 @@ TEST(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
 
 // ---- geometry
 
+// quirk 134
 TEST_F(SpiFlash, TheGeometryIsTheWholeSizeAndTheBlocksOfTheFirstRegionOnly) {
     open({nand(0x4000, 0x1000, 512), nor(0x8000, 0x2000)});
     norv_flash_info_t info = {77, 0, 0, 0};

@@ -110,6 +110,7 @@ TEST_F(ContinueRead, OnNorNobodyAsksForBadBlocks) {
     EXPECT_THAT(partition(0).steps_of("query"), IsEmpty());
 }
 
+// quirk 139
 TEST_F(ContinueRead, AReadThatRunsPastTheLastPartitionSucceedsWithAnUnchangedLength) {
     open_filled({small_nor});
     EXPECT_EQ(read(0x3000, 0x2000), 0U);
@@ -329,6 +330,7 @@ TEST_F(ContinueWrite, ASkipOverPartitionsWithDifferentPagesCountsBytes) {
     EXPECT_THAT(partition(0).bytes, Each(0xFF));
 }
 
+// quirk 143
 TEST_F(ContinueWrite, TooLittleGoodSpaceIsExhaustedAndLeavesLengthAndEnd) {
     open({small_nand});
     partition(0).bad_blocks = {1};
@@ -347,6 +349,7 @@ TEST_F(ContinueWrite, AnAddressThatIsNotBeforeTheEndIsExhausted) {
     EXPECT_THAT(partition(0).steps, IsEmpty());
 }
 
+// quirk 141
 TEST_F(ContinueWrite, ABlockThatStartsBeforeTheEndIsWrittenUpToItsOwnEnd) {
     open({small_nor});
     end = 0x800;
@@ -370,6 +373,7 @@ TEST_F(ContinueWrite, AMisalignedEndOrSkipOrAnEndOutsideTheFlashIsRefused) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 140
 TEST_F(ContinueWrite, AMisalignedAddressIsRefusedAndLeavesTheWorkAreaAllocatedOnPurpose) {
     open({small_nand});
     const size_t before = kernel.allocations();
@@ -451,6 +455,7 @@ TEST_F(ContinueWrite, AFailedWriteOrReadBackTellsHowMuchWasWrittenAndVerified) {
     }
 }
 
+// quirk 143
 TEST_F(ContinueWrite, AFailureWithTheStatusOfACancelOrOfTooLittleSpaceTellsHowMuchWasWrittenToo) {
     open({small_nor});
     for (const int error : {ETIMEDOUT, ENOSPC}) {
@@ -468,6 +473,7 @@ TEST_F(ContinueWrite, AFailedQueryEndsTheCallBeforeTheWrite) {
     EXPECT_EQ(partition(0).steps.back(), (flash_step{"query", 0x1000}));
 }
 
+// quirk 142
 TEST_F(ContinueWrite, AFailedQueryIsReportedOnlyAfterTheSkipAndNoOtherBlockIsAsked) {
     open({small_nand});
     partition(0).query_errors[0] = EIO;
@@ -478,6 +484,7 @@ TEST_F(ContinueWrite, AFailedQueryIsReportedOnlyAfterTheSkipAndNoOtherBlockIsAsk
     EXPECT_EQ(length, 0U);
 }
 
+// quirk 143
 TEST_F(ContinueWrite, CanBeStoppedBeforeEachStepAndLeavesLengthAndEnd) {
     open({small_nand});
     partition(0).bad_blocks = {1};

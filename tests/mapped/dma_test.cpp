@@ -115,6 +115,7 @@ TEST_F(DmaManager, AFailedOpenWhoseErrnoMapsToZeroCountsAsSuccess) {
     EXPECT_EQ(manager, -1);
 }
 
+// quirk 87
 TEST_F(DmaManager, DestroyingTheManagerTwiceClosesNothingTheSecondTime) {
     norv_linux_dma_create_mgr(&manager);
     norv_linux_dma_destory_mgr(&manager);
@@ -227,6 +228,7 @@ TEST_F(Dma, WithoutMemoryForTheHandleNoDescriptorIsAdopted) {
     EXPECT_EQ(buffer, nullptr);
 }
 
+// quirk 1
 TEST_F(Dma, ARefusalWhoseErrnoMapsToZeroGivesABufferWithoutADescriptor) {
     kernel.map_errno(ENOMEM, 0);
     kernel.fail("ioctl", ENOMEM);
@@ -285,6 +287,7 @@ TEST_F(Dma, ABufferWithTheDescriptor0IsNotClosed) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+// quirk 89
 TEST_F(DmaBuffer, DestroyingNeitherUnmapsNorUnlocksOnPurpose) {
     norv_linux_dma_map_mem(&buffer, &memory);
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
@@ -344,6 +347,7 @@ TEST_F(DmaBuffer, AFailedMappingGivesNullAndTheErrnoStatus) {
     EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
 }
 
+// quirk 1
 TEST_F(DmaBuffer, AFailedMappingWhoseErrnoMapsToZeroGivesNullAndSuccess) {
     kernel.map_errno(EACCES, 0);
     kernel.fail("mmap", EACCES);
@@ -528,6 +532,7 @@ TEST_F(DmaBuffer, UnlockingNamesTheDescriptorAndReleasesTheEntries) {
     EXPECT_EQ(kernel.allocations(), 1U);  // the handle
 }
 
+// quirk 90
 TEST_F(DmaBuffer, ARefusedUnlockReleasesTheEntriesAllTheSame) {
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
     kernel.fail("ioctl", EPERM);
@@ -552,6 +557,7 @@ TEST_F(DmaBuffer, UnlockingABufferThatIsNotLockedAsksTheDriver) {
 
 // ---- synchronise
 
+// quirk 88
 TEST_F(DmaBuffer, TheStartOfATransferIsAReadStartWithTheFlags1) {
     EXPECT_EQ(norv_linux_dma_sync(&buffer, false), 0U);
     EXPECT_THAT(memory_of_driver().sync_flags, ElementsAre(1));
@@ -560,6 +566,7 @@ TEST_F(DmaBuffer, TheStartOfATransferIsAReadStartWithTheFlags1) {
     EXPECT_EQ(kernel.calls("ioctl")[0].path, "dma-buf");
 }
 
+// quirk 88
 TEST_F(DmaBuffer, TheEndOfATransferIsAWriteEndWithExactlyTheFlags6OnPurpose) {
     EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
     EXPECT_THAT(memory_of_driver().sync_flags, ElementsAre(6));

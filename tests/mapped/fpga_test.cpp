@@ -59,6 +59,7 @@ TEST_F(Fpga, TheNumberChoosesTheFpga) {
     EXPECT_THAT(kernel.writes(firmware), IsEmpty());
 }
 
+// quirk 2
 TEST_F(Fpga, TheNumberIsPrintedSigned) {
     kernel.add_file("/sys/class/fpga_manager/fpga-1/firmware");
     kernel.add_file("/sys/class/fpga_manager/fpga-1/state", "operating\n");
@@ -120,6 +121,7 @@ TEST_F(Fpga, AStateIsReadUpTo15Bytes) {
     EXPECT_EQ(kernel.calls("read").front().bytes, "operating      ");
 }
 
+// quirk 5
 TEST_F(Fpga, TheLastByteOfAStateIsCutWhateverItIs) {
     EXPECT_FALSE(done_in("operating"));
     EXPECT_TRUE(done_in("operating!"));

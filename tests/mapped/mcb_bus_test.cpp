@@ -177,12 +177,14 @@ TEST_F(McbBus, TheBasedSinglesAndBurstsAreTheSameOperations) {
     EXPECT_EQ(bus.write_burst_based, bus.write_burst);
 }
 
+// quirk 167
 TEST_F(McbBus, ABasedWriteListIgnoresItsBaseOnPurpose) {
     const norv_mcb_reg_value_t list[] = {{0x10, 5}};
     EXPECT_EQ(bus.write_list_based(&bus, 0x1000, list, 1), 0U);
     EXPECT_EQ(node->registers[4], 5U);
 }
 
+// quirk 167
 TEST_F(McbBus, ABasedReadListIgnoresItsBaseOnPurpose) {
     const uint32_t addresses[] = {0x10, 0x20};
     EXPECT_EQ(bus.read_list_based(&bus, 0x1000, addresses, values.data(), 2), 0U);
@@ -195,6 +197,7 @@ TEST_F(McbBus, NoOperationMakesASystemCall) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
+// quirk 168
 TEST_F(McbBus, ClosingReleasesTheContextAndLeavesTheDeviceOpen) {
     const size_t before = kernel.allocations();
     bus.close(&bus);

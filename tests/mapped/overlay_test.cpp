@@ -105,6 +105,7 @@ TEST_F(Overlay, AnEmptyFileIsWrittenAndNotApplied) {
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(""));
 }
 
+// quirk 72
 TEST_F(Overlay, AFileThatTheKernelDoesNotApplyIsNotAppliedAndStaysInPlace) {
     kernel.add_file(overlay_configfs::file, "no device tree");
     EXPECT_EQ(load(), NORV_STATUS_NOT_APPLIED);
@@ -119,6 +120,7 @@ TEST_F(Overlay, OnlyTheWholeWordAppliedCounts) {
     }
 }
 
+// quirk 73
 TEST_F(Overlay, LoadingANameThatIsInUseFailsWithoutWritingAnything) {
     EXPECT_EQ(load(), 0U);
     kernel.forget_calls();
@@ -127,6 +129,7 @@ TEST_F(Overlay, LoadingANameThatIsInUseFailsWithoutWritingAnything) {
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
 }
 
+// quirk 73
 TEST_F(Overlay, ANameInUseWhoseErrnoMapsToZeroIsWrittenAgain) {
     EXPECT_EQ(load(), 0U);
     kernel.map_errno(EEXIST, 0);
@@ -139,6 +142,7 @@ TEST_F(Overlay, AKernelWithoutOverlaysGivesTheStatusOfMakingTheDirectory) {
     EXPECT_EQ(load(), NORV_STATUS_NOT_FOUND);
 }
 
+// quirk 72
 TEST_F(Overlay, AMissingFileGivesItsErrnoStatusAndTheDirectoryStays) {
     EXPECT_EQ(norv_dt_load_overlay("camera", "/lib/firmware/missing.dtbo"), NORV_STATUS_NOT_FOUND);
     EXPECT_TRUE(kernel.exists(camera));
@@ -226,6 +230,7 @@ TEST_F(Overlay, ANameOf208CharactersIsTheLongestThatWorks) {
               NORV_STATUS_NOT_FOUND);
 }
 
+// quirk 6
 TEST_F(Overlay, TheDirectoryOfANameOfMoreThan215CharactersIsCutSilently) {
     const std::string made = overlay_configfs::overlays + "/"s + std::string(215, 'n');
     EXPECT_EQ(norv_dt_load_overlay(std::string(230, 'n').c_str(), overlay_configfs::file),
@@ -265,6 +270,7 @@ TEST_F(Overlay, OnlyTheWholeWordAppliedMakesAnOverlayBeThere) {
     }
 }
 
+// quirk 5
 TEST_F(Overlay, TheLastByteOfAStatusIsCutWhateverItIs) {
     EXPECT_FALSE(has_with_status("applied"));
     EXPECT_TRUE(has_with_status("applied!"));
@@ -284,6 +290,7 @@ TEST_F(Overlay, AnOverlayThatDoesNotExistIsNotThereAndThatIsNoFailure) {
     EXPECT_FALSE(applied);
 }
 
+// quirk 74
 TEST_F(Overlay, AnOverlayWhoseStatusCannotBeReadIsNotThereAndThatIsNoFailure) {
     EXPECT_EQ(load(), 0U);
     for (const int error : {EIO, EINTR, EACCES}) {

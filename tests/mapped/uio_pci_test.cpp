@@ -135,6 +135,7 @@ TEST_F(UioPci, TheLow16BitsOfWhatTheAttributesHoldCount) {
     norv_uio_close(&device);
 }
 
+// quirk 77
 TEST_F(UioPci, AnIdentityIsReadAsALong) {
     add_pci_uio(kernel, "uio2", "0x300001234", "0x11e8");
     // Where a long has 32 bits, the vendor is that of 0x7FFFFFFF.
@@ -180,6 +181,7 @@ TEST_F(UioPci, AnEntryThatIsNoLinkIsNotLookedAt) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
+// quirk 158
 TEST_F(UioPci, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
     add_pci_uio(kernel, "uio010");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
@@ -191,6 +193,7 @@ TEST_F(UioPci, AClassThatCannotBeReadGivesTheErrnoStatus) {
     EXPECT_EQ(device, nullptr);
 }
 
+// quirk 1
 TEST_F(UioPci, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
     add_uio(kernel, "uio0", "another");
     kernel.map_errno(EACCES, 0);
@@ -305,6 +308,7 @@ TEST_F(OpenUioPci, AConfigurationSpaceThatCannotBeReadIsNotWritten) {
     EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
 }
 
+// quirk 1
 TEST_F(OpenUioPci, AnUnreadableByteWhoseErrnoMapsToZeroCountsAsZeroAndIsWrittenOnPurpose) {
     kernel.add_file(configuration, configuration_space('\x03'));
     kernel.map_errno(EIO, 0);
@@ -367,6 +371,7 @@ TEST_F(OpenUioPci, TheIdentityComesFromTheUeventFile) {
     EXPECT_EQ(kernel.calls("fopen").back().bytes, "re");
 }
 
+// quirk 161
 TEST_F(OpenUioPci, WithoutALineForTheSlotItsFieldsStayWhatTheyWere) {
     kernel.add_file(uevent, "DRIVER=uio_pci_mmap\nPCI_ID=10EE:7024\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
@@ -444,6 +449,7 @@ TEST_F(UioPci, TheSignedIndexNamesTheConfigurationSpaceAndTheUeventFile) {
     norv_uio_close(&device);
 }
 
+// quirk 160
 TEST_F(UioPci, ThePathOfTheUeventFileHas41CharactersAtMost) {
     add_pci_uio(kernel, "uio999999999");
     add_pci_uio(kernel, "uio1234567890");

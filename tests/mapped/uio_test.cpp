@@ -92,6 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Names, UioIndex,
                          testing::Values("uio", "uioX", "uio1x", "uio1.2", "uio-1", "uio 1", "xio1", "uxo1",
                                          "uix1", "u", "ui", "Uio1", "xuio1", "1", "uuio1", "uio/"));
 
+// quirk 158
 TEST_F(Uio, LeadingZerosCountAsDecimalDigits) {
     kernel.add_directory("/sys/class/uio/uio012");
     int32_t index = 7;
@@ -190,6 +191,7 @@ TEST_F(Uio, AnEmptyNameAttributeIsTheEmptyName) {
     norv_uio_close(&device);
 }
 
+// quirk 2
 TEST_F(Uio, TheIndexIsPrintedSigned) {
     EXPECT_EQ(norv_uio_open_by_idx(0xFFFFFFFF, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio-1/name");
@@ -232,6 +234,7 @@ TEST_F(Uio, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
     EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
 }
 
+// quirk 1
 TEST_F(Uio, ARefusedMappingWhoseErrnoMapsToZeroKeepsTheFailureValueAndIsNeverUndone) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.map_errno(EINVAL, 0);
@@ -261,6 +264,7 @@ TEST_F(Uio, WithoutMemoryForTheHandleNothingIsOpened) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
+// quirk 157
 TEST_F(OpenUio, WithoutMemoryForTheHandleTheOneThatTheVariableHeldIsClosedOnPurpose) {
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_NO_MEMORY);
@@ -372,12 +376,14 @@ TEST_F(Uio, AnEntryWithoutANameIsPassedOver) {
     norv_uio_close(&device);
 }
 
+// quirk 158
 TEST_F(Uio, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
     add_uio(kernel, "uio010", "octal");
     EXPECT_EQ(norv_uio_open_by_name("octal", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio8/name");
 }
 
+// quirk 77
 TEST_F(Uio, AnEntrysNumberIsReadAsALong) {
     add_uio(kernel, "uio3000000000", "large");
     EXPECT_EQ(norv_uio_open_by_name("large", &device), NORV_STATUS_NOT_FOUND);
@@ -407,6 +413,7 @@ TEST_F(Uio, AClassThatCannotBeReadGivesTheErrnoStatus) {
     EXPECT_EQ(device, nullptr);
 }
 
+// quirk 1
 TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
     add_uio(kernel, "uio0", "another");
     kernel.map_errno(EACCES, 0);
@@ -567,6 +574,7 @@ TEST_F(OpenUio, ATimeOutOf32BitsWaitsWithoutLimit) {
     EXPECT_THAT(node->poll_timeouts, ElementsAre(-1));
 }
 
+// quirk 4
 TEST_F(OpenUio, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
     node->pending = 1;
     node->interruptions = 2;
@@ -607,6 +615,7 @@ TEST_F(OpenUio, AnErrorConditionEndsTheWaitAndTheReadTellsWhichOne) {
     EXPECT_EQ(norv_uio_wait_irq(&device, 5), errno_status(EIO));
 }
 
+// quirk 159
 TEST_F(OpenUio, AShortReadOfTheCountIsASuccess) {
     node->pending = 1;
     kernel.fail({"read", 1, 0, fault::kind::short_count, ""});

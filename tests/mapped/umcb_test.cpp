@@ -87,6 +87,7 @@ class UmcbSource : public OpenUmcb {
 
 // ---- the highest index
 
+// quirk 162
 TEST_F(Umcb, AnEntryUmcb0DoesNotCountForTheHighestIndexOnPurpose) {
     add_umcb(kernel, "umcb0", "control");
     int32_t index = 7;
@@ -95,6 +96,7 @@ TEST_F(Umcb, AnEntryUmcb0DoesNotCountForTheHighestIndexOnPurpose) {
     EXPECT_THAT(kernel.calls("scandir"), ElementsAre(Field(&norv::test::call::path, "/sys/class/umcb")));
 }
 
+// quirk 162
 TEST_F(Umcb, EntriesOfTheNameUioCountForTheHighestIndexOnPurpose) {
     for (const char* entry : {"uio0", "uio12", "uio3", "uio99x", "uio", "umcb50"}) {
         kernel.add_directory(std::string("/sys/class/umcb/") + entry);
@@ -220,6 +222,7 @@ TEST_F(Umcb, ARefusedModeWhoseErrnoMapsToZeroIsPassedOver) {
     norv_umcb_close(&device);
 }
 
+// quirk 2
 TEST_F(Umcb, TheIndexIsPrintedSigned) {
     EXPECT_EQ(norv_umcb_open_by_idx(0xFFFFFFFF, -1, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/umcb/umcb-1/name");
@@ -264,6 +267,7 @@ TEST_F(Umcb, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
     EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
 }
 
+// quirk 1
 TEST_F(Umcb, ARefusedMappingWhoseErrnoMapsToZeroKeepsTheFailureValueAndIsNeverUndone) {
     add_umcb(kernel, "umcb3", "control");
     kernel.map_errno(EINVAL, 0);
@@ -282,6 +286,7 @@ TEST_F(Umcb, WithoutMemoryForTheHandleNothingIsOpened) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
+// quirk 157
 TEST_F(OpenUmcb, WithoutMemoryForTheHandleTheOneThatTheVariableHeldIsClosedOnPurpose) {
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), NORV_STATUS_NO_MEMORY);
@@ -316,6 +321,7 @@ TEST_F(OpenUmcb, TheInformationOfADeviceThatIsNotOnPciIsItsKindAlone) {
 
 // ---- opening by name
 
+// quirk 163
 TEST_F(Umcb, OpeningByNameOpensDevice0WhicheverHasTheNameOnPurpose) {
     add_umcb(kernel, "umcb0", "first");
     add_umcb(kernel, "umcb2", "second");
@@ -325,6 +331,7 @@ TEST_F(Umcb, OpeningByNameOpensDevice0WhicheverHasTheNameOnPurpose) {
     norv_umcb_close(&device);
 }
 
+// quirk 163
 TEST_F(Umcb, WhatStandsBehindTheThirdCharacterIsTheNumberWhateverTheEntryIsCalled) {
     add_umcb(kernel, "umc0x1f", "strange");
     EXPECT_EQ(norv_umcb_open_by_name("strange", -1, &device), NORV_STATUS_NOT_FOUND);
@@ -375,6 +382,7 @@ TEST_F(Umcb, AClassThatCannotBeReadGivesTheErrnoStatus) {
     EXPECT_EQ(device, nullptr);
 }
 
+// quirk 1
 TEST_F(Umcb, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZeroWithTheMode) {
     const auto node = add_umcb(kernel, "umcb0", "another");
     kernel.map_errno(EACCES, 0);
@@ -418,6 +426,7 @@ TEST_F(Umcb, ARefusedBindingGivesTheErrnoStatus) {
     EXPECT_EQ(norv_umcb_load_pci(0x1234, 0x11E8), errno_status(EEXIST));
 }
 
+// quirk 163
 TEST_F(Umcb, OpeningByIdentityOpensDevice0WhicheverHasTheIdentityOnPurpose) {
     add_umcb(kernel, "umcb0", "control");
     add_pci_umcb(kernel, "umcb1", "0x8086", "0x11e8");
@@ -475,6 +484,7 @@ TEST_F(OpenUmcbPci, AMissingUeventFileGivesTheErrnoStatusAndTheKindAlone) {
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
+// quirk 164
 TEST_F(Umcb, ThePathOfTheUeventFileHas43CharactersAtMost) {
     add_pci_umcb(kernel, "umcb999999999");
     add_pci_umcb(kernel, "umcb1234567890");
@@ -660,12 +670,14 @@ TEST_F(UmcbBus, PlainListsTakeTheirAddressesAsTheyAre) {
     EXPECT_EQ(node->registers[13], 2U);
 }
 
+// quirk 166
 TEST_F(UmcbBus, ABasedReadListAddsItsBaseToEveryAddress) {
     const uint32_t addresses[] = {0x10, 0x20};
     EXPECT_EQ(bus.read_list_based(&bus, 0x100, addresses, values.data(), 2), 0U);
     EXPECT_THAT(values, ElementsAre(1068, 1072, 9, 9));
 }
 
+// quirk 166
 TEST_F(UmcbBus, ABasedWriteListAddsItsBaseToEveryAddress) {
     const norv_mcb_reg_value_t list[] = {{0x10, 5}, {0x20, 6}};
     EXPECT_EQ(bus.write_list_based(&bus, 0x100, list, 2), 0U);
@@ -675,6 +687,7 @@ TEST_F(UmcbBus, ABasedWriteListAddsItsBaseToEveryAddress) {
     EXPECT_EQ(node->registers[0x20 / 4], 1008U);
 }
 
+// quirk 166
 TEST_F(UmcbBus, TheSumOfBaseAndAddressWrapsAt32Bits) {
     const uint32_t addresses[] = {0x110};
     const norv_mcb_reg_value_t list[] = {{0xFFFFFF20, 5}};
@@ -831,6 +844,7 @@ TEST_F(UmcbSource, ATimeOutOf32BitsWaitsWithoutLimit) {
     EXPECT_THAT(driver.poll_timeouts, ElementsAre(-1));
 }
 
+// quirk 4
 TEST_F(UmcbSource, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
     driver.pending = 1;
     driver.interruptions = 2;
@@ -865,6 +879,7 @@ TEST_F(UmcbSource, AThreadWaitsWhileAnotherAccessesRegisters) {
     waiting.join();
 }
 
+// quirk 165
 TEST_F(UmcbSource, AnErrorConditionEndsTheWaitAndTheEventIsCleared) {
     driver.ready_events = POLLERR;
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), 0U);

@@ -147,6 +147,7 @@ TEST_F(ZynqClock, ARateThatTheClockMakesComesBackAsItIs) {
     EXPECT_EQ(rate, 25000000U);
 }
 
+// quirk 76
 TEST_F(ZynqClock, RatesOf2To31AndMoreArePrintedSigned) {
     rate = 0xFFFFFFFEU;
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
@@ -170,6 +171,7 @@ TEST_F(ZynqClock, OfWhatIsReadBack15BytesAreRead) {
     EXPECT_EQ(kernel.calls("read").at(0).bytes, "000000000000123");
 }
 
+// quirk 77
 TEST_F(ZynqClock, ARateIsReadAsALong) {
     const auto clock = std::make_shared<silent_clock>();
     const uint32_t expected = long_has_64_bits ? 3000000000 : INT32_MAX;
@@ -198,6 +200,7 @@ TEST_F(ZynqClock, AClockThatDoesNotExistCannotBeSet) {
     EXPECT_EQ(rate, 100000000U);
 }
 
+// quirk 75
 TEST_F(ZynqClock, AFailedReadBackIsASuccessAndReturnsTheRequestedRate) {
     kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
     kernel.fail("read", EIO);
@@ -238,6 +241,7 @@ TEST_F(ZynqClock, TheRateIsRead) {
     EXPECT_THAT(kernel.open_flags(zynq_rate), ElementsAre(O_RDONLY | O_CLOEXEC));
 }
 
+// quirk 78
 TEST_F(ZynqClock, NumbersAreParsedWithTheirPrefix) {
     EXPECT_EQ(zynq_rate_of("0x10\n"), 16U);
     EXPECT_EQ(zynq_rate_of("010\n"), 8U);
@@ -246,6 +250,7 @@ TEST_F(ZynqClock, NumbersAreParsedWithTheirPrefix) {
     EXPECT_EQ(zynq_rate_of(""), 0U);
 }
 
+// quirk 5
 TEST_F(ZynqClock, TheLastByteOfANumberIsCutWhateverItIs) {
     EXPECT_EQ(zynq_rate_of("123"), 12U);
 }
@@ -290,6 +295,7 @@ TEST_F(ZynqClock, ARefusedResetGivesTheErrnoStatus) {
     EXPECT_EQ(norv_zynq_set_fclk_reset(9, true), NORV_STATUS_NOT_FOUND);
 }
 
+// quirk 2
 TEST_F(ZynqClock, TheNumberChoosesTheClockAndIsPrintedSigned) {
     kernel.add_file("/sys/class/fclkcfg/fclk3/rate", "3\n");
     kernel.add_file("/sys/class/fclkcfg/fclk-1/rate", "4\n");
@@ -319,6 +325,7 @@ TEST_F(Zynq, ATemperatureIsRoundedNotCut) {
     EXPECT_EQ(zynq_temperature_of("2218\n"), -25);   // -24.57
 }
 
+// quirk 81
 TEST_F(Zynq, ATemperatureIsComputedInSinglePrecision) {
     // 1353.4998 in double precision.
     EXPECT_EQ(zynq_temperature_of("2330\n"), 1354);
@@ -330,6 +337,7 @@ TEST_F(Zynq, ATemperatureThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouch
     EXPECT_EQ(temperature, untouched);
 }
 
+// quirk 77, quirk 82
 TEST_F(Zynq, AReadingOfATemperatureIsTakenAs32Bits) {
     // 2^32 + 2500; a 32-bit long holds 2147483647 instead.
     EXPECT_EQ(zynq_temperature_of("4294969796\n"), long_has_64_bits ? 3445 : INT32_MAX);
@@ -382,6 +390,7 @@ TEST_F(Zynq, HalvesAreRoundedAwayFromZero) {
     EXPECT_EQ(zynq_voltage_of("-256\n", true), -63);
 }
 
+// quirk 81
 TEST_F(Zynq, AVoltageIsComputedInSinglePrecision) {
     // 33135.4980 in double precision.
     EXPECT_EQ(zynq_voltage_of("45241\n", false), 33136);
@@ -411,6 +420,7 @@ TEST_F(Zynq, ThePsTemperatureIsRawPlusOffsetTimesScaleInHundredths) {
     EXPECT_EQ(ps_temperature_of("41000\n", "-36058\n", "7.771514892\n"), 3841);
 }
 
+// quirk 81
 TEST_F(Zynq, ThePsTemperatureIsComputedInSinglePrecision) {
     // -23370.4996 in double precision.
     EXPECT_EQ(ps_temperature_of("5986\n", "-36058\n", "7.771514892\n"), -23371);
@@ -444,6 +454,7 @@ TEST_F(Zynq, ATemperatureReadsOffsetScaleAndRawValueInThisOrder) {
                                                sensor("temp2_pl_temp_scale"), sensor("temp2_pl_temp_raw")));
 }
 
+// quirk 79
 TEST_F(Zynq, AMissingOffsetCountsAsZero) {
     set_sensor("temp0_ps_temp_raw", "41000\n");
     set_sensor("temp0_ps_temp_scale", "7.771514892\n");
@@ -452,6 +463,7 @@ TEST_F(Zynq, AMissingOffsetCountsAsZero) {
     EXPECT_EQ(temperature, 31863);
 }
 
+// quirk 79
 TEST_F(Zynq, ATemperatureWithoutScaleIsZeroAndThatIsNoFailure) {
     set_sensor("temp2_pl_temp_raw", "41000\n");
     set_sensor("temp2_pl_temp_offset", "-36058\n");
@@ -479,11 +491,13 @@ TEST_F(Zynq, AZynqMpVoltageReadsTheRawValueBeforeTheScale) {
     EXPECT_THAT(attributes_read(), ElementsAre(sensor("voltage1_raw"), sensor("voltage1_scale")));
 }
 
+// quirk 81
 TEST_F(Zynq, AZynqMpVoltageIsComputedInSinglePrecision) {
     // 187.499999 in double precision.
     EXPECT_EQ(zynqmp_voltage_of("4096\n", "0.045776367\n"), 188);
 }
 
+// quirk 80
 TEST_F(Zynq, AZynqMpVoltageWithoutRawValueIsZeroAndThatIsNoFailure) {
     set_sensor("voltage1_scale", "0.045776367\n");
     int32_t voltage = untouched;
@@ -491,6 +505,7 @@ TEST_F(Zynq, AZynqMpVoltageWithoutRawValueIsZeroAndThatIsNoFailure) {
     EXPECT_EQ(voltage, 0);
 }
 
+// quirk 80
 TEST_F(Zynq, AZynqMpVoltageWithoutScaleGivesTheStatusAndLeavesTheAnswerUntouched) {
     set_sensor("voltage1_raw", "18000\n");
     int32_t voltage = untouched;

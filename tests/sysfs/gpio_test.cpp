@@ -78,6 +78,7 @@ TEST_F(Gpio, WithoutTheSysfsInterfaceALineIsNotFound) {
     EXPECT_EQ(line.value_descriptor, -1);
 }
 
+// quirk 2
 TEST_F(Gpio, TheNumberIsPrintedSigned) {
     kernel.on_write("/sys/class/gpio/export", [](std::string_view) { return EINVAL; });
     EXPECT_EQ(norv_linux_gpio_open(0x80000000U, &line), NORV_STATUS_INVALID_ARG);
@@ -95,6 +96,7 @@ TEST_F(Gpio, TheNumberInALinesPathsIsSigned) {
     EXPECT_THAT(kernel.writes("/sys/class/gpio/unexport"), ElementsAre("-2147483648\0"s));
 }
 
+// quirk 38
 TEST_F(Gpio, ALineWhoseValueCannotBeOpenedStaysExported) {
     kernel.fail("open", EACCES, 2);
     EXPECT_EQ(norv_linux_gpio_open(17, &line), errno_status(EACCES));
@@ -112,6 +114,7 @@ TEST_F(Gpio, ClosingUnexportsTheLineBeforeItClosesTheValueFile) {
     EXPECT_EQ(line.value_descriptor, -1);
 }
 
+// quirk 34
 TEST_F(Gpio, ClosingUnexportsALineThatSomebodyElseExported) {
     chip.export_line("17");
     norv_linux_gpio_open(17, &line);
@@ -143,6 +146,7 @@ TEST_F(Gpio, ClosingTwiceClosesNothingTheSecondTime) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
+// quirk 35
 TEST_F(Gpio, ClosingARecordOfZerosUnexportsLine0) {
     chip.export_line("0");
     norv_linux_gpio_close(&line);
@@ -150,6 +154,7 @@ TEST_F(Gpio, ClosingARecordOfZerosUnexportsLine0) {
     EXPECT_THAT(kernel.calls("close"), testing::SizeIs(1));  // of "unexport"
 }
 
+// quirk 37
 TEST_F(Gpio, AClosedHandleWaitsForItsWholeTimeOut) {
     norv_linux_gpio_open(17, &line);
     norv_linux_gpio_close(&line);
@@ -247,6 +252,7 @@ TEST_F(OpenGpio, AFailedSeekOrReadLeavesTheValueUntouched) {
     }
 }
 
+// quirk 1
 TEST_F(OpenGpio, AFailedSeekWhoseErrnoMapsToZeroIsFollowedByTheRead) {
     kernel.map_errno(EIO, 0);
     kernel.fail("lseek", EIO);
@@ -319,6 +325,7 @@ TEST_F(OpenGpio, ATimeOutHas32Bits) {
     EXPECT_THAT(chip.value->poll_timeouts, ElementsAre(65537));
 }
 
+// quirk 4
 TEST_F(OpenGpio, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
     chip.value->edge = true;
     chip.value->interruptions = 2;

@@ -73,6 +73,7 @@ TEST_F(Led, BrightnessIsWrittenInDecimal) {
     EXPECT_THAT(kernel.open_flags(brightness), Each(O_WRONLY | O_CLOEXEC));
 }
 
+// quirk 39
 TEST_F(Led, OnlyTheLowByteOfABrightnessCounts) {
     EXPECT_EQ(norv_linux_led_set_brightness("red:alarm", 256), 0U);
     EXPECT_EQ(norv_linux_led_set_brightness("red:alarm", -1), 0U);
@@ -140,6 +141,7 @@ TEST_F(Led, AnLedThatDoesNotExistIsNotFound) {
     EXPECT_EQ(norv_linux_led_trigger_shot("blue"), NORV_STATUS_NOT_FOUND);
 }
 
+// quirk 40
 TEST_F(Led, AShortWriteIsASuccess) {
     kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
     EXPECT_EQ(norv_linux_led_set_brightness("red:alarm", 128), 0U);

@@ -105,6 +105,7 @@ TEST_F(Pwm, AChipThatDoesNotExistIsNotFound) {
     EXPECT_EQ(norv_linux_pwm_open(9, 0, &pwm), NORV_STATUS_NOT_FOUND);
 }
 
+// quirk 44
 TEST_F(Pwm, NumbersArePrintedSigned) {
     kernel.add_file("/sys/class/pwm/pwmchip-1/export");
     EXPECT_EQ(norv_linux_pwm_open(0xFFFFFFFF, 0x80000000, &pwm), 0U);
@@ -122,6 +123,7 @@ TEST_F(Pwm, TheNumbersInAChannelsPathsAreSigned) {
     EXPECT_THAT(kernel.writes("/sys/class/pwm/pwmchip-1/unexport"), ElementsAre("-2147483648\0"s));
 }
 
+// quirk 45
 TEST_F(Pwm, TheDirectorysPathIsCutAfter45CharactersOnPurpose) {
     kernel.add_directory("/sys/class/pwm/pwmchip1234567890/pwm123456789");
     EXPECT_EQ(norv_linux_pwm_open(1234567890, 1234567891, &pwm), 0U);
@@ -135,6 +137,7 @@ TEST_F(OpenPwm, ClosingUnexportsTheChannel) {
     EXPECT_FALSE(kernel.exists(channel_directory));
 }
 
+// quirk 41
 TEST_F(Pwm, ClosingUnexportsAChannelThatSomebodyElseExported) {
     export_channel(kernel);
     norv_linux_pwm_open(3, 2, &pwm);
@@ -149,6 +152,7 @@ TEST_F(OpenPwm, ClosingAChannelThatIsNoLongerExportedWritesNothing) {
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
 }
 
+// quirk 43
 TEST_F(Pwm, ClosingARecordOfZerosUnexportsChannel0OfChip0) {
     kernel.add_file("/sys/class/pwm/pwmchip0/unexport");
     kernel.add_directory("/sys/class/pwm/pwmchip0/pwm0");
@@ -172,6 +176,7 @@ TEST_F(Pwm, TheNumberOfChannelsIsReadFromTheChip) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 46
 TEST_F(Pwm, AChipWith100ChannelsOrMoreIsReportedByItsFirstTwoDigits) {
     kernel.add_file(npwm, "128\n");
     uint32_t count = 99;
@@ -206,6 +211,7 @@ TEST_F(Pwm, TheCountOfAChipThatDoesNotExistIsNotFoundAndUntouched) {
     EXPECT_EQ(count, 99U);
 }
 
+// quirk 47
 TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
     uint32_t count = 99;
     kernel.fail("lseek", EIO);
@@ -217,6 +223,7 @@ TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
     kernel.accept_leaked_descriptors(2);
 }
 
+// quirk 1
 TEST_F(Pwm, AFailedSeekOfTheCountWhoseErrnoMapsToZeroIsFollowedByTheRead) {
     kernel.map_errno(EIO, 0);
     kernel.fail("lseek", EIO);
@@ -250,6 +257,7 @@ TEST_F(OpenPwm, PeriodAndDutyAreWrittenInDecimal) {
     EXPECT_THAT(kernel.writes(duty_cycle), ElementsAre("0\0"s));
 }
 
+// quirk 44
 TEST_F(OpenPwm, APeriodOrDutyOf2To31NanosecondsOrMoreIsWrittenAsANegativeNumber) {
     EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 0x80000000), 0U);
     EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 0xFFFFFFFF), 0U);
@@ -315,6 +323,7 @@ TEST_F(PwmCapture, EitherPlaceMayBeNull) {
     EXPECT_EQ(norv_linux_pwm_get_capture(&pwm, nullptr, nullptr), 0U);
 }
 
+// quirk 48
 TEST_F(PwmCapture, ATextWithoutNumbersCountsAsSuccessAndGivesZeros) {
     const captured result = get("no signal\n");
     EXPECT_EQ(result.status, 0U);

@@ -62,6 +62,7 @@ TEST_F(CpuUsage, TheFileIsNotInheritedByPrograms) {
     EXPECT_EQ(kernel.calls("fopen").at(0).bytes, "re");
 }
 
+// quirk 95
 TEST_F(CpuUsage, OpeningClearsUsageAndIdleButNotTheTotalOnPurpose) {
     cpu.usage = 77;
     cpu.last_idle = 77;
@@ -93,6 +94,7 @@ TEST_F(CpuUsage, AFirstSampleThatFailsLeavesNothingOpen) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+// quirk 95
 TEST_F(OpenCpuUsage, ClosingClearsUsageAndIdleAndLeavesTheTotal) {
     norv_cpu_usage_close(&cpu);
     EXPECT_EQ(cpu.file, nullptr);
@@ -135,6 +137,7 @@ TEST_F(OpenCpuUsage, AFullyBusyIntervalIs10000) {
     EXPECT_EQ(cpu.usage, 10000U);
 }
 
+// quirk 96
 TEST_F(OpenCpuUsage, EveryTimeButTheFourthCountsAsBusyGuestTimesIncluded) {
     EXPECT_EQ(update("101 102 104 400 58 66 82 114 178 306"), 0U);
     EXPECT_EQ(cpu.last_total, 1511U);
@@ -154,6 +157,7 @@ TEST_F(OpenCpuUsage, TheShareIsRoundedHalfUp) {
     EXPECT_EQ(cpu.usage, 0U);
 }
 
+// quirk 98
 TEST_F(CpuUsage, CountersWrapWith32Bits) {
     show("4294967290 0 0 4294967000 0 0 0 0 0 0");
     ASSERT_EQ(norv_cpu_usage_open(&cpu), 0U);
@@ -171,6 +175,7 @@ TEST_F(CpuUsage, AnIntervalOfBillionsOfTicksDoesNotOverflow) {
     EXPECT_EQ(cpu.usage, 7500U);
 }
 
+// quirk 97
 TEST_F(OpenCpuUsage, AnIdleTimeThatRanBackwardsGivesMoreThan10000) {
     EXPECT_EQ(update("120 100 100 390 50 50 50 50 50 50"), 0U);
     EXPECT_EQ(cpu.usage, 20000U);
@@ -213,6 +218,7 @@ TEST_F(OpenCpuUsage, TheFirstByteOfTheFileIsPartOfTheLine) {
     EXPECT_EQ(cpu.usage, 5000U);
 }
 
+// quirk 99
 TEST_F(OpenCpuUsage, ALineIsCutAfter255Characters) {
     const std::string nine_numbers = "1 2 3 4 5 6 7 8 9 ";
     show_text(std::string(254 - nine_numbers.size(), ' ') + nine_numbers + "10\n");
@@ -234,12 +240,14 @@ TEST_F(OpenCpuUsage, AFailedReadGivesTheErrnoStatusAndTheRecordStaysOpen) {
     EXPECT_EQ(cpu.usage, 5000U);
 }
 
+// quirk 100
 TEST_F(OpenCpuUsage, AFailedFlushIsNotReported) {
     kernel.fail("fflush", EACCES);
     EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);
     EXPECT_TRUE(kernel.struck());
 }
 
+// quirk 100
 TEST_F(OpenCpuUsage, AFailedSeekIsNotReportedAndTheNextLineIsTaken) {
     kernel.fail("fseek", EACCES);
     EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);

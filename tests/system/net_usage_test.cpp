@@ -204,6 +204,7 @@ TEST_F(OpenNetUsage, FiveMillisecondsLaterNothingChanges) {
     EXPECT_EQ(net.last_ms, 11000U);
 }
 
+// quirk 102
 TEST_F(OpenNetUsage, ElevenMillisecondsAreTheShortestInterval) {
     at(10, 10);
     EXPECT_EQ(update(1000 + 1375, 2000), 0U);
@@ -214,6 +215,7 @@ TEST_F(OpenNetUsage, ElevenMillisecondsAreTheShortestInterval) {
     EXPECT_EQ(net.last_ms, 10011U);
 }
 
+// quirk 98
 TEST_F(NetUsage, CountersAndTheClockWrapWith32Bits) {
     at(4294967, 290);
     show(4294967000, 8589934000);
@@ -242,6 +244,7 @@ TEST_F(NetUsage, OnlyTheDifferencesWrapNotTheProducts) {
 
 // ---- the line
 
+// quirk 101
 TEST_F(OpenNetUsage, AnInterfaceWhoseNameContainsTheOneSearchedForMatchesWhenItComesFirst) {
     at(11, 0);
     show(line(" veth0", 126000, 2000) + line("  eth0", 1000, 2000));
@@ -294,6 +297,7 @@ TEST_F(OpenNetUsage, FewerThan16NumbersAreAParseErrorAndChangeNothing) {
     EXPECT_EQ(net.last_ms, 10000U);
 }
 
+// quirk 99
 TEST_F(OpenNetUsage, ALineOfMoreThan255CharactersComesInPieces) {
     at(11, 0);
     show("eth0: " + std::string(250, ' ') + "126000 2 3 4 5 6 7 8 2000 10 11 12 13 14 15 16\n");
@@ -308,6 +312,7 @@ TEST_F(OpenNetUsage, AFailedReadGivesTheErrnoStatusAndTheRecordStaysOpen) {
     EXPECT_EQ(net.rx_rate, 1000U);
 }
 
+// quirk 100
 TEST_F(OpenNetUsage, AFailedFlushIsNotReported) {
     at(11, 0);
     kernel.fail("fflush", EACCES);
@@ -315,6 +320,7 @@ TEST_F(OpenNetUsage, AFailedFlushIsNotReported) {
     EXPECT_TRUE(kernel.struck());
 }
 
+// quirk 100
 TEST_F(OpenNetUsage, AFailedSeekIsNotReportedAndTheSearchGoesOnFromTheLastLine) {
     at(11, 0);
     kernel.fail("fseek", EACCES);

@@ -42,6 +42,7 @@ TEST(Shell, ALineArrivesWithoutItsNewline) {
     EXPECT_STREQ(output.text(), "ok");
 }
 
+// quirk 123
 TEST(Shell, ASingleNewlineStays) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("echo"), NORV_STATUS_OK);
@@ -72,6 +73,7 @@ TEST(Shell, ACommandWithoutOutputLeavesTheBufferAsItWas) {
     EXPECT_STREQ(output.text(), "before\n");
 }
 
+// quirk 123
 TEST(Shell, NoTerminatingNulIsWritten) {
     sixteen_bytes output("################");
     EXPECT_EQ(output.run("printf abc"), NORV_STATUS_OK);
@@ -84,6 +86,7 @@ TEST(Shell, TheWholeOfAShortOutputComesFromSeveralWritesOfTheCommand) {
     EXPECT_STREQ(output.text(), "abcd");
 }
 
+// quirk 121
 TEST(Shell, ALongerOutputLeavesItsLastPieceOverTheRemainsOfTheOneBeforeOnPurpose) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf 0123456789abcdefXYZ", 8), NORV_STATUS_OK);
@@ -155,6 +158,7 @@ std::string interrupting(const std::string& first, const std::string& second) {
            until_the_caller_waits + "printf '" + second + "'";
 }
 
+// quirk 122
 TEST(ShellInterrupted, WhatComesAfterASignalIsStoredFromTheStartOnPurpose) {
     const signal_handler handler(0);
     sixteen_bytes output;
@@ -162,6 +166,7 @@ TEST(ShellInterrupted, WhatComesAfterASignalIsStoredFromTheStartOnPurpose) {
     EXPECT_STREQ(output.text(), "xycd");
 }
 
+// quirk 122
 TEST(ShellInterrupted, ASignalBeforeAnyOutputEndsTheCapture) {
     const signal_handler handler(0);
     sixteen_bytes output("before");
@@ -178,6 +183,7 @@ TEST(ShellInterrupted, AHandlerThatRestartsLosesNothing) {
 
 // ---- how the command ends
 
+// quirk 123
 TEST(Shell, TheCommandsExitStatusIsNotReported) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("echo out; exit 3"), NORV_STATUS_OK);
@@ -254,6 +260,7 @@ TEST(ShellFormat, ACommandOf4095CharactersRunsWhole) {
     EXPECT_STREQ(output.text(), "ok");
 }
 
+// quirk 6
 TEST(ShellFormat, ALongerCommandIsCut) {
     const kernel_double kernel;
     sixteen_bytes output;

@@ -77,6 +77,7 @@ TEST_F(UsbPeriphState, CaseDoesNotMatter) {
     EXPECT_EQ(state, 3U);
 }
 
+// quirk 5
 TEST_F(UsbPeriphState, TheLastByteIsCutWhateverItIs) {
     EXPECT_EQ(get("configured"), 0U);
     EXPECT_EQ(state, 0U) << "\"configure\"";
@@ -84,6 +85,7 @@ TEST_F(UsbPeriphState, TheLastByteIsCutWhateverItIs) {
     EXPECT_EQ(state, 2U);
 }
 
+// quirk 103
 TEST_F(UsbPeriphState, OfAText15BytesAreRead) {
     EXPECT_EQ(get("configured\n", "super-speed\n   and much more"), 0U);
     EXPECT_EQ(kernel.calls("read").at(1).result, 15);
@@ -111,6 +113,7 @@ TEST_F(UsbPeriphState, AControllerThatDoesNotExistIsNotFoundAndTheStateUntouched
     EXPECT_EQ(state, 77U);
 }
 
+// quirk 94
 TEST_F(UsbPeriphState, ANameWithDotsLeadsToAnotherFile) {
     kernel.add_directory("/sys/class/udc");
     kernel.add_file("/sys/class/leds/red/state", "powered\n");
@@ -205,6 +208,7 @@ TEST_F(MemInfo, ReadingStopsAsSoonAsAllAreFound) {
     EXPECT_FALSE(kernel.struck());
 }
 
+// quirk 105
 TEST_F(MemInfo, AKernelWithoutMemAvailableIsAParseErrorAfterTheOtherFour) {
     EXPECT_EQ(get("MemTotal: 1 kB\nMemFree: 2 kB\nBuffers: 4 kB\nCached: 5 kB\n"), NORV_STATUS_PARSE_ERROR);
     EXPECT_EQ(info.total, 1);
@@ -336,16 +340,19 @@ TEST_F(MmcSize, TheLargestCardHas2To31SectorsLessOne) {
 // Where a long has 32 bits, the C library gives the largest number for one that does not fit.
 constexpr bool long_has_64_bits = sizeof(long) == 8;
 
+// quirk 104
 TEST_F(MmcSize, ACardOf2To31SectorsIsNegativeOrTruncatedOnPurpose) {
     EXPECT_EQ(get("2147483648\n"), 0U);
     EXPECT_EQ(megabytes, static_cast<uint32_t>(long_has_64_bits ? -1099511 : 1099511));
 }
 
+// quirk 104
 TEST_F(MmcSize, SectorsAreKeptWith32Bits) {
     EXPECT_EQ(get("4294969250\n"), 0U);
     EXPECT_EQ(megabytes, long_has_64_bits ? 1U : 1099511U);
 }
 
+// quirk 5
 TEST_F(MmcSize, TheLastByteIsCutWhateverItIs) {
     EXPECT_EQ(get("19540"), 0U);
     EXPECT_EQ(megabytes, 1U);
@@ -353,6 +360,7 @@ TEST_F(MmcSize, TheLastByteIsCutWhateverItIs) {
     EXPECT_EQ(megabytes, 0U);
 }
 
+// quirk 103
 TEST_F(MmcSize, OfTheText15BytesAreRead) {
     EXPECT_EQ(get("000000000019549\n"), 0U);
     EXPECT_EQ(megabytes, 1U) << "14 digits are left";
@@ -366,6 +374,7 @@ TEST_F(MmcSize, ATextWithoutANumberOrWithoutAnythingIsZero) {
     EXPECT_EQ(megabytes, 0U);
 }
 
+// quirk 2
 TEST_F(MmcSize, TheIndexIsPrintedSigned) {
     kernel.add_file("/sys/class/block/mmcblk-1/size", "1954\n");
     EXPECT_EQ(norv_get_mmc_size(0xFFFFFFFF, &megabytes), 0U);

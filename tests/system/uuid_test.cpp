@@ -32,6 +32,7 @@ struct uuid_buffer {
     uint32_t generate() { return norv_uuid_generate(bytes.data()); }
 };
 
+// quirk 124
 TEST(Uuid, The36CharactersAreStoredWithoutATerminatingNul) {
     kernel_double kernel;
     kernel.add_file(uuid_file, std::string(some_uuid) + "\n");
@@ -85,6 +86,7 @@ TEST(Uuid, FewerThan36BytesAreAShortRead) {
     EXPECT_EQ(uuid.generate(), NORV_STATUS_SHORT_READ);
 }
 
+// quirk 124
 TEST(Uuid, AFailedReadIsAShortReadToo) {
     kernel_double kernel;
     kernel.add_file(uuid_file, some_uuid);
@@ -100,6 +102,7 @@ TEST(Uuid, AFailedOpenWhoseErrnoMapsToZeroIsAShortRead) {
     EXPECT_EQ(uuid.generate(), NORV_STATUS_SHORT_READ);
 }
 
+// quirk 3
 TEST(UuidWithoutStandardInput, AFileWithTheDescriptor0IsReadAndNotClosed) {
     const no_standard_input guard;
     kernel_double kernel;

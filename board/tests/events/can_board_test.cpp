@@ -611,6 +611,7 @@ class DeletedCanInterface : public testing::Test {
     context near{"vxcan2"};
 };
 
+// quirk 64
 TEST_F(DeletedCanInterface, ItsChannelReportsEnodevOnceAndNoFrameAfterwards) {
     norv_linux_can_raw_t* channel = near.add(0x123);
     replace_interface();
@@ -624,6 +625,7 @@ TEST_F(DeletedCanInterface, ItsChannelReportsEnodevOnceAndNoFrameAfterwards) {
     }
 }
 
+// quirk 64
 TEST_F(DeletedCanInterface, AddingReturnsTheDeadChannelUntilItIsRemoved) {
     norv_linux_can_raw_t* dead = near.add(0x123);
     replace_interface();

@@ -289,6 +289,7 @@ class SoftwareFlowControlOnBoard : public UartOnBoard {
     }
 };
 
+// quirk 86
 TEST_F(SoftwareFlowControlOnBoard, DoesNothingBecauseItsCharactersAreZero) {
     send(&second, "\x13x");
     EXPECT_EQ(receive(&first, 2), "\x13x");
@@ -297,6 +298,7 @@ TEST_F(SoftwareFlowControlOnBoard, DoesNothingBecauseItsCharactersAreZero) {
     EXPECT_EQ(answer_to_a_flood(100), "");
 }
 
+// quirk 86
 TEST_F(SoftwareFlowControlOnBoard, HoldsOutputOnceTheCallerHasSetItsCharacters) {
     set_flow_control_characters(&first);
     send(&second, "\x13x");
@@ -307,11 +309,13 @@ TEST_F(SoftwareFlowControlOnBoard, HoldsOutputOnceTheCallerHasSetItsCharacters) 
     EXPECT_EQ(receive(&second, 4), "held");
 }
 
+// quirk 86
 TEST_F(SoftwareFlowControlOnBoard, StopsASenderOnceTheCallerHasSetItsCharacters) {
     set_flow_control_characters(&first);
     EXPECT_EQ(answer_to_a_flood(plenty), "\x13");
 }
 
+// quirk 86
 TEST_F(SoftwareFlowControlOnBoard, LosesItsCharactersWithTheNextConfiguration) {
     const norv_uart_settings_t settings = with_software_flow_control();
     set_flow_control_characters(&first);
@@ -610,6 +614,7 @@ TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteSent) {
     EXPECT_EQ(first_difference(bytes, received), bytes.size());
 }
 
+// quirk 86
 TEST_F(PseudoTerminal, HasSoftwareFlowControlOnceTheCallerHasSetItsCharacters) {
     const norv_uart_settings_t settings = with_software_flow_control();
     EXPECT_EQ(norv_uart_config(&uart, &settings), 0U);

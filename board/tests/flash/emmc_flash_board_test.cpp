@@ -222,6 +222,7 @@ class VerificationOnBoard : public testing::Test {
     uint64_t before = 0;
 };
 
+// quirk 151
 TEST_F(VerificationOnBoard, ReadsThePageCacheAndNothingFromTheCard) {
     EXPECT_EQ(bytes_read_from_card(), before);
     expect_image();

@@ -162,6 +162,7 @@ class DamagedPageOnBoard : public testing::Test {
     norv_mtd_t nand = {};
 };
 
+// quirk 129
 TEST_F(DamagedPageOnBoard, IsReadWithoutAFailureAndCountedByTheKernel) {
     const std::vector<uint8_t> written(nand_block, 0x5A);
     std::vector<uint8_t> found(nand_block);

@@ -152,6 +152,7 @@ TEST_F(SpiFlashOnBoard, AWriteToAFlashThatWasNotErasedFailsTheVerification) {
 }
 
 // Page 32000 of the NAND loses what is written to it.
+// quirk 129
 TEST_F(SpiFlashOnBoard, ADamagedPageFailsTheVerificationButNotARead) {
     const uint32_t address = nand_1 + 1000 * nand_block;
     const bytes data = pattern(3 * nand_block, 2);

@@ -200,6 +200,7 @@ TEST_F(GpioOnBoard, AWaitDuringWhichTheLineIsUnexportedReturns0WithoutAnEdge) {
     EXPECT_EQ(norv_linux_gpio_get_value(&input, nullptr), NORV_STATUS_ERRNO_BASE + ENODEV);
 }
 
+// quirk 37
 TEST_F(GpioOnBoard, AHandleWhoseLineWasUnexportedHasToBeOpenedAgain) {
     write_attribute("/sys/class/gpio/unexport", "17");
     for (int wait = 0; wait < 3; ++wait) {
@@ -214,6 +215,7 @@ TEST_F(GpioOnBoard, AHandleWhoseLineWasUnexportedHasToBeOpenedAgain) {
     EXPECT_EQ(norv_linux_gpio_get_value(&input, nullptr), 0U);
 }
 
+// quirk 36
 TEST_F(GpioOnBoard, ASecondCloseUnexportsALineThatWasExportedMeanwhile) {
     norv_linux_gpio_close(&input);
     write_attribute("/sys/class/gpio/export", "17");

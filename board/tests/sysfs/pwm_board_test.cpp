@@ -120,6 +120,7 @@ TEST_F(PwmOnBoard, WithoutASignalACaptureTimesOut) {
     EXPECT_EQ(measure().status, NORV_STATUS_TIMEOUT);
 }
 
+// quirk 42
 TEST_F(PwmOnBoard, ASignalGoesOnAfterItsChannelWasClosed) {
     generate(20000, 5000);
     norv_linux_pwm_close(&output);
