@@ -36,8 +36,8 @@ int32_t index_of(const char* name) {
     return static_cast<int32_t>(index);
 }
 
-// The text after the third character, read as a C literal: a leading zero makes it octal, and text without a
-// number is 0. Callers rely on both.
+// quirk 158, quirk 163: the text after the third character of any name, read as a C literal; 0 if it is not a
+// number. quirk 77: as a long.
 uint32_t literal_index_of(const char* name) {
     return static_cast<uint32_t>(strtol(name + std::min<size_t>(strlen(name), prefix_length), nullptr, 0));
 }
@@ -48,7 +48,7 @@ uint32_t find_link(const char* device_class, uint32_t* index, condition matches)
     snprintf(directory, sizeof directory, "/sys/class/%s/", device_class);
     const directory_entries entries(directory);
     if (!entries.listed()) {
-        *index = 0;
+        *index = 0;  // quirk 1: device 0 is opened
         return entries.status();
     }
     for (const dirent* entry : entries) {
@@ -64,13 +64,14 @@ bool has_id(const char* device_class, const char* entry, const char* attribute_n
     char text[16];
     return read_text(text, "/sys/class/%s/%s/device/%s", device_class, entry, attribute_name) ==
                NORV_STATUS_OK &&
-           static_cast<uint16_t>(strtol(text, nullptr, 0)) == id;
+           static_cast<uint16_t>(strtol(text, nullptr, 0)) == id;  // quirk 77
 }
 
 void parse_uevent_line(const char* line, norv_uio_info_t* info) {
+    // quirk 161: only the fields of a line that is there are set.
     if (strstr(line, "PCI_ID") != nullptr) {
         sscanf(line, "PCI_ID=%04X:%04X", &info->vendor, &info->device);
-    } else {  // a line of another key matches nothing
+    } else {  // does nothing for a line with another key
         sscanf(line, "PCI_SLOT_NAME=%04x:%02x:%02x.%d", &info->domain, &info->bus, &info->slot,
                reinterpret_cast<int32_t*>(&info->function));
     }
@@ -143,7 +144,7 @@ bool is_mapped(const mapped_node& node) {
 uint32_t announce_pci_id(const char* new_id, int32_t vendor, int32_t device) {
     char text[10];
     snprintf(text, sizeof text, "%04x %04x", static_cast<uint16_t>(vendor), static_cast<uint16_t>(device));
-    // Without the NUL, on purpose: unlike most attributes.
+    // "new_id" gets these nine characters, without the NUL that most attributes get.
     uint32_t length = sizeof text - 1;
     return norv_write_device(text, &length, "%s", new_id);
 }

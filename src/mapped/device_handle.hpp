@@ -1,5 +1,5 @@
-// The handle of a mapped device: a record behind the caller's variable. Every such record has the members
-// `node`, `kind`, `ops` (the operations of its kind, which may be null) and `pci`.
+// The handle of a mapped device: a record to which the caller's variable points. Each type of record has the
+// members `node`, `kind`, `ops` (the operations of its kind, which may be null) and `pci`.
 #pragma once
 
 #include <cstdint>
@@ -29,8 +29,8 @@ uint32_t allocate_handle(uint32_t index, device** handle) {
     return NORV_STATUS_OK;
 }
 
-// Allocates the handle and sets the device up. `close` ends every failure, so that the variable is null then:
-// without memory this closes what it still held, which is kept.
+// Allocates the handle and sets the device up. Each failure ends in `close`, which makes the variable null.
+// quirk 157: without memory that closes the handle which the variable still held.
 template <typename device, typename function>
 uint32_t open_handle(uint32_t index, device** handle, function set_up, void (*close)(device**)) {
     if (handle == nullptr) {
@@ -60,8 +60,8 @@ void run_close_hook(device** handle) {
     }
 }
 
-// Fills the identity of a PCI device from the "uevent" file of its class. The path has room for `path_size`
-// characters with its NUL: that of a number of 10 digits is cut, which is kept.
+// Fills in the identity of a PCI device from the "uevent" file of its class. A path of `path_size` characters
+// or more is truncated: that of a number of ten digits (quirk 160, quirk 164).
 template <size_t path_size, typename device>
 uint32_t read_pci_info(const char* device_class, device** handle, norv_uio_info_t* info) {
     char path[path_size];
@@ -71,7 +71,7 @@ uint32_t read_pci_info(const char* device_class, device** handle, norv_uio_info_
     return read_pci_identity(path, info);
 }
 
-// The last step of closing, when nothing is mapped any more.
+// The last step of closing, after the region was unmapped.
 template <typename device>
 void release_handle(device** handle) {
     close_descriptor((*handle)->node.descriptor);

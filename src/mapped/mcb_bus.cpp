@@ -23,6 +23,6 @@ static_assert(NORV_FOLLOWS(norv_mcb_bus_t, read, write) && NORV_FOLLOWS(norv_mcb
               NORV_FOLLOWS(norv_mcb_bus_t, close, context));
 
 uint32_t norv_uio_open_mcb_bus(norv_uio_t** uio, norv_mcb_bus_t* bus) {
-    // The base is ignored here, on purpose: register maps for this bus list their addresses in full.
+    // quirk 167: register maps for this bus list their addresses in full.
     return norv::open_mcb_bus<norv_uio_t, false>(uio, bus);
 }

@@ -14,7 +14,7 @@ struct norv_mcb_bus_context {
 
 namespace norv {
 
-// What is added to the address after each element of a burst.
+// Added to the address after each element of a burst.
 constexpr uint32_t burst_step(int32_t mode) {
     switch (mode) {
         case NORV_MCB_BURST_UP:
@@ -26,7 +26,8 @@ constexpr uint32_t burst_step(int32_t mode) {
     }
 }
 
-// `adds_base` says what the lists of the based group do with their base.
+// quirk 168: no operation checks its arguments. `adds_base`: the lists of the based group add their base to
+// each address (quirk 166), or ignore it (quirk 167).
 template <typename device, bool adds_base>
 struct mcb_operations {
     static const mapped_node& node_of(const norv_mcb_bus_t* bus) {
@@ -88,6 +89,7 @@ struct mcb_operations {
         return NORV_STATUS_OK;
     }
 
+    // quirk 168: the operations stay in the record.
     static void close(norv_mcb_bus_t* bus) {
         if (bus != nullptr) {
             norv_free(bus->context);

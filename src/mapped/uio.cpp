@@ -59,7 +59,7 @@ constexpr norv_uio_ops_t generic_ops = {nullptr, nullptr, map, unmap, enable_irq
 
 // ---- opening
 
-// From the fresh record to the mapped region; what a failure leaves, the caller closes.
+// Everything after the allocation of the record. The caller closes the handle after a failure.
 uint32_t set_up(norv_uio_t** uio) {
     norv_uio_t* device = *uio;
     uint32_t status = norv::read_kind(norv::uio_class, device->node.index, "uio_pci_mmap", &device->kind);
@@ -144,6 +144,7 @@ uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout) {
         return status;
     }
     uint32_t count = 0;
+    // quirk 159: a short read is a success.
     return norv::status_of(read(descriptor, &count, sizeof count));
 }
 

@@ -1,4 +1,4 @@
-// The record of a UIO device, as the files of this family share it.
+// The record of a UIO device, for the sources that share it.
 #pragma once
 
 #include <cstddef>

@@ -48,15 +48,14 @@ void unmap(norv_uio_t** uio) {
     norv_uio_get_generic_ops()->unmap(uio);
 }
 
-// The status of moving one byte. A count of 0 is a failure too, of which errno says nothing.
+// The status of transferring one byte. A count of 0 is a failure too, but one that does not set errno.
 uint32_t status_of_byte(int64_t count) {
     return count == 0 ? NORV_STATUS_DEVICE_ERROR : norv::status_of(count);
 }
 
 uint32_t change_command(norv_uio_t** uio, uint8_t kept_bits, uint8_t set_bits) {
     const int32_t descriptor = (*uio)->pci->descriptor;
-    // A failed read whose errno maps to 0 carries on with this value, on purpose.
-    uint8_t value = 0;
+    uint8_t value = 0;  // quirk 1: the value after a failed read whose errno has the status 0
     const uint32_t status = status_of_byte(pread(descriptor, &value, 1, command_high_byte));
     if (status != NORV_STATUS_OK) {
         return status;
@@ -74,6 +73,7 @@ uint32_t disable_irq(norv_uio_t** uio) {
 }
 
 uint32_t get_info(norv_uio_t** uio, norv_uio_info_t* info) {
+    // quirk 160: 41 characters and the NUL.
     return norv::read_pci_info<42>(norv::uio_class, uio, info);
 }
 

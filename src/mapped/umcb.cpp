@@ -31,7 +31,7 @@ static_assert(offsetof(norv_umcb, kind) == 24 && offsetof(norv_umcb, ops) == 24 
 
 namespace {
 
-// The requests of the driver, which has no header.
+// The driver's ioctls; it has no header.
 struct irq_registration {
     uint32_t irq;
     uint32_t descriptor;  // out
@@ -56,6 +56,7 @@ constexpr char umcb_class[] = "umcb";
 // ---- the operations of PCI devices
 
 uint32_t get_pci_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
+    // quirk 164: 43 characters and the NUL.
     return norv::read_pci_info<44>(umcb_class, umcb, info);
 }
 
@@ -63,11 +64,11 @@ constexpr norv_umcb_ops_t pci_ops = {nullptr, nullptr, get_pci_info};
 
 // ---- opening
 
-uint32_t tell_mode(const norv::mapped_node& node, int32_t mode) {
+uint32_t apply_mode(const norv::mapped_node& node, int32_t mode) {
     return mode < 0 ? NORV_STATUS_OK : norv::device_ioctl(node.descriptor, set_mode, &mode);
 }
 
-// From the fresh record to the mapped region; what a failure leaves, the caller closes.
+// Everything after the allocation of the record. The caller closes the handle after a failure.
 uint32_t set_up(int32_t mode, norv_umcb_t** umcb) {
     norv_umcb_t* device = *umcb;
     uint32_t status = norv::read_kind(umcb_class, device->node.index, "umcb_pci_mmap", &device->kind);
@@ -80,7 +81,7 @@ uint32_t set_up(int32_t mode, norv_umcb_t** umcb) {
         status = norv::run_open_hook(umcb);
     }
     if (status == NORV_STATUS_OK) {
-        status = tell_mode(device->node, mode);
+        status = apply_mode(device->node, mode);
     }
     return status == NORV_STATUS_OK ? norv::map_region(umcb_class, device->node) : status;
 }
@@ -98,7 +99,7 @@ uint32_t command_device(norv_umcb_t** umcb, unsigned long request) {
 }  // namespace
 
 uint32_t norv_umcb_get_max_idx(int32_t* index) {
-    // Counts entries uioN in this class too, and so no umcbN: callers rely on it.
+    // quirk 162: entries uioN are counted in this class too, and not umcbN.
     return index == nullptr ? NORV_STATUS_INVALID_ARG : norv::highest_index("/sys/class/umcb", index);
 }
 
@@ -112,7 +113,7 @@ uint32_t norv_umcb_open_by_name(const char* name, int32_t mode, norv_umcb_t** um
         return NORV_STATUS_INVALID_ARG;
     }
     uint32_t index = 0;
-    // For an entry umcbN this finds 0, on purpose: the number is read from the fourth character on.
+    // quirk 163: the number is parsed from the fourth character on, which gives 0 for an entry umcbN.
     const uint32_t status = norv::find_by_name(umcb_class, name, &index);
     return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
 }
@@ -122,7 +123,7 @@ uint32_t norv_umcb_open_by_pci_id(uint16_t vendor, uint16_t device, int32_t mode
         return NORV_STATUS_INVALID_ARG;
     }
     uint32_t index = 0;
-    // Finds 0 for an entry umcbN, as by name.
+    // quirk 163: as by name.
     const uint32_t status = norv::find_by_pci_id(umcb_class, vendor, device, &index);
     return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
 }
@@ -155,7 +156,7 @@ uint32_t norv_umcb_read_32(norv_umcb_t** umcb, uint32_t offset) {
 }
 
 uint32_t norv_umcb_open_mcb_bus(norv_umcb_t** umcb, norv_mcb_bus_t* bus) {
-    // The base is added here, and ignored on a UIO device: both on purpose.
+    // quirk 166: the base is added here, unlike on a UIO device (quirk 167).
     return norv::open_mcb_bus<norv_umcb_t, true>(umcb, bus);
 }
 
@@ -214,5 +215,6 @@ uint32_t norv_umcb_irq_clear_event(int32_t descriptor) {
 
 uint32_t norv_umcb_irq_wait(int32_t descriptor, uint32_t timeout) {
     const uint32_t status = norv::wait_for(descriptor, POLLPRI, static_cast<int32_t>(timeout));
+    // quirk 165: whatever poll(2) reported, an error condition too.
     return status == NORV_STATUS_OK ? norv_umcb_irq_clear_event(descriptor) : status;
 }
