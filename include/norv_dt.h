@@ -1,18 +1,19 @@
 /**
  * @file norv_dt.h
- * Device-tree overlays: tell the kernel at run time which hardware there is, through configfs,
- * /sys/kernel/config/device-tree/overlays.
+ * Device-tree overlays through configfs, /sys/kernel/config/device-tree/overlays: describe to the kernel, at
+ * run time, hardware that was added. The conventions of norv_status.h hold.
  *
- * An overlay has a name, that of its directory in configfs, which is made when it is loaded and removed when
- * it is unloaded; in between the kernel keeps it, also beyond the end of the program. There is no handle;
- * any thread may call at any time, but one name is used by one thread at a time. A name has at most
- * 208 characters: longer ones make paths of more than 255, which are truncated silently.
+ * An overlay is identified by its name, that of its directory in configfs. Loading creates the directory and
+ * unloading removes it; in between the kernel keeps the overlay, even after the program has ended. There is
+ * no handle. One name is used by one thread at a time.
  *
- * A name becomes part of the paths unchanged: with a `/` or `..` in it, directories elsewhere are created and
- * removed. Do not pass on a name from an untrusted source.
+ * A name becomes part of paths unchanged: with a `/` or `..` in it, directories elsewhere are created and
+ * removed. Do not pass on a name from an untrusted source. A name has at most 208 characters: longer ones
+ * make paths that are truncated silently (quirk 6).
  *
+ *     bool applied = false;
  *     norv_dt_load_overlay("camera", "/lib/firmware/camera.dtbo");
- *     ...
+ *     norv_dt_has_overlay("camera", &applied);
  *     norv_dt_unload_overlay("camera");
  */
 #ifndef NORV_DT_H
@@ -26,47 +27,49 @@
 NORV_BEGIN_DECLS
 
 /**
- * Loads an overlay: makes its directory in configfs, writes the whole file to NAME/dtbo with one write(2),
- * and checks that NAME/status reads "applied".
+ * Loads an overlay: creates its directory in configfs, writes the whole file to NAME/dtbo with one write(2),
+ * and checks that NAME/status is "applied".
  *
- * The directory stays when a later step fails, so that the kernel's view can be looked at:
- * `norv_dt_unload_overlay` removes it.
+ * A failure after the directory was created leaves it, so that the kernel's view can be inspected (quirk 72):
+ * remove it with `norv_dt_unload_overlay`. Where an errno has the status 0 (quirk 1), a file that cannot be
+ * read counts as empty.
  *
- * @param name  the overlay's name, one that is not in use; not null
- * @param path  the compiled overlay (.dtbo), used as it stands; not null
- * @return 0 when the kernel has applied the overlay; NORV_STATUS_NOT_APPLIED when it took the file, but its
- *         status is another one; NORV_STATUS_INVALID_ARG when a pointer is null or the name could not be
- *         formatted, with nothing made; NORV_STATUS_NO_MEMORY for the file's content; the errno status of
- *         mkdir(2), for instance that of EEXIST: the name is in use, with nothing written; the errno status
- *         of opening the file, of fstat(2) or of reading it; that of opening or writing NAME/dtbo, for an
- *         empty file that of EFAULT (Linux 5.10 accepts it: NORV_STATUS_NOT_APPLIED); that of opening or
- *         reading NAME/status
+ * @param name  the overlay's name, not in use
+ * @param path  the compiled overlay (.dtbo); neither formatted nor truncated
+ * @retval EEXIST                   the name is in use; nothing is written. Where EEXIST has the status 0, the
+ *                                  overlay is written again (quirk 73)
+ * @retval NORV_STATUS_NOT_FOUND    there is no such file, or the kernel has no overlays in configfs
+ * @retval NORV_STATUS_NOT_APPLIED  the kernel took the file, but has not applied it
+ * @retval EFAULT                   the file is empty (Linux 5.10 accepts it: NORV_STATUS_NOT_APPLIED)
+ * @retval NORV_STATUS_INVALID_ARG  the name cannot be formatted; nothing is created
+ * @retval NORV_STATUS_NO_MEMORY    for the file's content
+ * @retval errno                    of mkdir(2), of open(2), fstat(2) or read(2) of the file, of opening or
+ *                                  writing NAME/dtbo, or of opening or reading NAME/status
  *
- * Blocks while the file is read and while drivers are bound to the new hardware. Any thread.
+ * Blocks while the file is read and while drivers are bound to the new hardware.
  */
 NORV_API uint32_t norv_dt_load_overlay(const char* name, const char* path);
 
 /**
- * Tells whether an overlay is in effect: reads its status in configfs.
+ * Reports whether an overlay is applied: reads NAME/status. No failure of that is reported.
  *
- * @param name     the overlay's name; not null
- * @param applied  receives true exactly when NAME/status reads "applied"; false in every other case, also
- *                 when there is no such overlay or its status cannot be read; not null. The last byte that
- *                 was read is taken for the newline, whatever it is
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null
- *
- * Does not block. Any thread.
+ * @param name     the overlay's name
+ * @param applied  receives true exactly when the status is "applied"; false if it is another one or cannot be
+ *                 read (quirk 74), or if there is no such overlay. At most 255 bytes are read, and the last
+ *                 one is dropped, whether or not it is a newline (quirk 5)
+ * @return 0; NORV_STATUS_INVALID_ARG for a null pointer
  */
 NORV_API uint32_t norv_dt_has_overlay(const char* name, bool* applied);
 
 /**
- * Takes an overlay back: removes its directory in configfs, with which the kernel undoes it.
+ * Unloads an overlay: removes its directory in configfs, upon which the kernel reverts the overlay.
  *
- * @param name  the overlay's name; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `name` is null or could not be formatted; the errno status of
- *         rmdir(2), for instance NORV_STATUS_NOT_FOUND: no such overlay
+ * @param name  the overlay's name
+ * @retval NORV_STATUS_NOT_FOUND    there is no such overlay
+ * @retval NORV_STATUS_INVALID_ARG  the name cannot be formatted
+ * @retval errno                    of rmdir(2)
  *
- * Blocks while drivers let go of the hardware. Any thread.
+ * Blocks while drivers release the hardware.
  */
 NORV_API uint32_t norv_dt_unload_overlay(const char* name);
 

@@ -5,7 +5,7 @@
 
 #include "core/attribute.hpp"
 
-// The number is printed signed, on purpose.
+// The number is printed signed: quirk 2.
 uint32_t norv_fpga_program(uint32_t index, const char* firmware) {
     return firmware == nullptr ? NORV_STATUS_INVALID_ARG
                                : norv::write_text(firmware, "/sys/class/fpga_manager/fpga%d/firmware", index);
@@ -16,6 +16,7 @@ uint32_t norv_fpga_is_program_done(uint32_t index, bool* done) {
         return NORV_STATUS_INVALID_ARG;
     }
     char state[16];
+    // The last byte is dropped: quirk 5.
     const uint32_t status = norv::read_text(state, "/sys/class/fpga_manager/fpga%d/state", index);
     if (status == NORV_STATUS_OK) {
         *done = strcmp(state, "operating") == 0;

@@ -18,7 +18,7 @@ namespace {
 
 using norv::status_of;
 
-// The overlay's directory in configfs; cut silently when it is longer.
+// The path of the overlay's directory in configfs. quirk 6: truncated silently.
 class overlay_directory {
   public:
     explicit overlay_directory(const char* name)
@@ -35,6 +35,7 @@ class overlay_directory {
 
 uint32_t read_applied(const char* name, bool* applied) {
     char text[256];
+    // The last byte is dropped: quirk 5.
     const uint32_t status = norv::read_text(text, "/sys/kernel/config/device-tree/overlays/%s/status", name);
     *applied = status == NORV_STATUS_OK && strcmp(text, "applied") == 0;
     return status;
@@ -64,7 +65,7 @@ uint32_t copy_file(const char* path, const overlay_directory& directory) {
         return status;
     }
     norv::close_descriptor(*file.out());
-    // A failed read whose errno maps to 0 has read nothing.
+    // quirk 1: a failed read whose errno has the status 0 has read nothing.
     auto length = static_cast<uint32_t>(std::max(count, int64_t{0}));
     return norv_write_device(content.get(), &length, "%s/dtbo", directory.path());
 }
@@ -76,15 +77,16 @@ uint32_t norv_dt_load_overlay(const char* name, const char* path) {
     if (!directory.valid() || path == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
+    // quirk 73: an existing directory is a failure because mkdir(2) says so.
     uint32_t status = status_of(mkdir(directory.path(), 0777));
     if (status == NORV_STATUS_OK) {
-        // The directory stays after a failure, on purpose: the caller unloads the overlay.
+        // quirk 72: the directory stays after a failure, so that the kernel's view can be inspected.
         status = copy_file(path, directory);
     }
     if (status != NORV_STATUS_OK) {
         return status;
     }
-    // The kernel takes any file and says only here what became of it.
+    // The kernel accepts any file; only the status shows whether it was applied.
     bool applied = false;
     status = read_applied(name, &applied);
     return status == NORV_STATUS_OK && !applied ? NORV_STATUS_NOT_APPLIED : status;
@@ -94,7 +96,7 @@ uint32_t norv_dt_has_overlay(const char* name, bool* applied) {
     if (name == nullptr || applied == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // An overlay whose status cannot be read is one that is not there.
+    // quirk 74: an overlay whose status cannot be read is not applied.
     read_applied(name, applied);
     return NORV_STATUS_OK;
 }

@@ -11,17 +11,18 @@ namespace {
 
 constexpr uint32_t text_size = 16;
 
-// Numbers are printed signed, on purpose.
+// Numbers are printed signed: quirk 2.
 constexpr const char* zynq_rate = "/sys/class/fclkcfg/fclk%d/rate";
 constexpr const char* zynqmp_rate = "/sys/devices/platform/fclk%d/set_rate";
 constexpr const char* sensor_raw = "/sys/bus/iio/devices/iio:device0/in_%s_raw";
 constexpr const char* sensor_offset = "/sys/bus/iio/devices/iio:device0/in_%s_offset";
 constexpr const char* sensor_scale = "/sys/bus/iio/devices/iio:device0/in_%s_scale";
 
+// quirk 81: sensor values are computed in floats.
 constexpr float per_step = 0.000244140625F;  // 1/4096: readings have 12 bits
 
-// Base 0, on purpose: a leading zero makes a number octal, a leading 0x hexadecimal. What a long cannot hold
-// becomes the nearest value that it can.
+// quirk 77: a number that a long cannot hold becomes the nearest one that it can.
+// quirk 78: base 0, so a leading zero makes a number octal, a leading 0x hexadecimal.
 long number_in(const char* text) {
     return strtol(text, nullptr, 0);
 }
@@ -36,7 +37,7 @@ uint32_t read_number(const char* path_format, key name, long* number) {
     return status;
 }
 
-// The number is left as it was when the attribute cannot be read.
+// Leaves the number unchanged if the attribute cannot be read.
 uint32_t read_real(const char* path_format, const char* name, float* number) {
     char text[text_size];
     const uint32_t status = norv::read_text(text, path_format, name);
@@ -58,7 +59,7 @@ uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
     return status;
 }
 
-// What no integer can hold becomes the nearest one that there is, and what is no number 0.
+// A value outside the range becomes the nearest integer in it, and NaN becomes 0.
 int32_t rounded(float value) {
     constexpr float limit = 2147483648.0F;
     const float whole = roundf(value);
@@ -78,12 +79,12 @@ uint32_t measure_temperature(const char* channel, int32_t* temperature) {
     float raw = 0;
     float offset = 0;
     float scale = 0;
-    // An offset or scale that cannot be read counts as 0, on purpose.
+    // quirk 79: an offset or scale that cannot be read is 0.
     read_real(sensor_offset, channel, &offset);
     read_real(sensor_scale, channel, &scale);
     const uint32_t status = read_real(sensor_raw, channel, &raw);
     if (status == NORV_STATUS_OK) {
-        // The scale gives thousandths of a degree.
+        // The scale is in thousandths of a degree.
         *temperature = rounded((raw + offset) * scale / 10.0F);
     }
     return status;
@@ -96,16 +97,17 @@ uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate) {
         return NORV_STATUS_INVALID_ARG;
     }
     char text[text_size];
-    // Printed signed, on purpose: 2^31 Hz and more become negative.
+    // quirk 76: printed signed, so 2^31 Hz or more become negative.
     snprintf(text, sizeof text, "%d", *rate);
     const uint32_t status = norv::write_text(text, zynq_rate, index);
     if (status != NORV_STATUS_OK) {
         return status;
     }
-    // Read into the buffer of the rate asked for, which stands when that fails: the clock was set.
+    // quirk 75: read into the buffer of the requested rate, which is returned if the read fails, because the
+    // clock was set.
     uint32_t length = sizeof text - 1;
     if (norv_read_device(text, &length, zynq_rate, index) == NORV_STATUS_OK && length > 0) {
-        text[length - 1] = '\0';
+        text[length - 1] = '\0';  // quirk 5
     }
     *rate = static_cast<uint32_t>(number_in(text));
     return NORV_STATUS_OK;
@@ -126,6 +128,7 @@ uint32_t norv_zynq_get_temperature(int32_t* temperature) {
     long raw = 0;
     const uint32_t status = read_number(sensor_raw, "temp0", &raw);
     if (status == NORV_STATUS_OK) {
+        // quirk 82: an int.
         *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
     }
     return status;
@@ -161,7 +164,7 @@ uint32_t norv_zynqmp_get_voltage(const char* channel, int32_t* voltage) {
     }
     float raw = 0;
     float scale = 0;
-    // A missing raw value counts as 0 and a missing scale is a failure, on purpose.
+    // quirk 80: a missing raw value is 0, and a missing scale is a failure.
     read_real(sensor_raw, channel, &raw);
     const uint32_t status = read_real(sensor_scale, channel, &scale);
     if (status == NORV_STATUS_OK) {
