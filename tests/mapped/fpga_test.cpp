@@ -33,7 +33,7 @@ class Fpga : public testing::Test {
   protected:
     Fpga() { add_fpga(kernel); }
 
-    // What is told of an FPGA in this state.
+    // What is reported for an FPGA in this state.
     bool done_in(const std::string& text) {
         kernel.add_file(state, text);
         bool done = !text.starts_with("operating");
@@ -46,13 +46,13 @@ class Fpga : public testing::Test {
 
 // ---- programming
 
-TEST_F(Fpga, ProgrammingWritesTheFirmwaresNameWithItsNul) {
+TEST_F(Fpga, ProgrammingWritesTheNameOfTheFirmwareWithItsNul) {
     EXPECT_EQ(norv_fpga_program(0, "design.bit.bin"), 0U);
     EXPECT_THAT(kernel.writes(firmware), ElementsAre("design.bit.bin\0"s));
     EXPECT_THAT(kernel.open_flags(firmware), ElementsAre(O_WRONLY | O_CLOEXEC));
 }
 
-TEST_F(Fpga, TheNumberChoosesTheFpga) {
+TEST_F(Fpga, TheNumberSelectsTheFpga) {
     kernel.add_file("/sys/class/fpga_manager/fpga12/firmware");
     EXPECT_EQ(norv_fpga_program(12, "a"), 0U);
     EXPECT_THAT(kernel.writes("/sys/class/fpga_manager/fpga12/firmware"), ElementsAre("a\0"s));
@@ -69,7 +69,7 @@ TEST_F(Fpga, TheNumberIsPrintedSigned) {
     EXPECT_TRUE(done);
 }
 
-TEST_F(Fpga, AFirmwaresNameIsNoFormat) {
+TEST_F(Fpga, TheNameOfTheFirmwareIsNotAFormat) {
     EXPECT_EQ(norv_fpga_program(0, "100%d.bin"), 0U);
     EXPECT_THAT(kernel.writes(firmware), ElementsAre("100%d.bin\0"s));
 }
@@ -78,12 +78,12 @@ TEST_F(Fpga, AnFpgaThatDoesNotExistCannotBeProgrammed) {
     EXPECT_EQ(norv_fpga_program(7, "design.bin"), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(Fpga, FirmwareThatTheKernelDoesNotFindGivesTheStatusOfTheWrite) {
+TEST_F(Fpga, FirmwareThatTheKernelDoesNotFindReturnsTheStatusOfTheWrite) {
     kernel.on_write(firmware, [](std::string_view) { return ENOENT; });
     EXPECT_EQ(norv_fpga_program(0, "missing.bin"), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(Fpga, AnFpgaThatDoesNotFinishGivesTheStatusOfTheWrite) {
+TEST_F(Fpga, AnFpgaThatDoesNotFinishReturnsTheStatusOfTheWrite) {
     kernel.on_write(firmware, [](std::string_view) { return ETIMEDOUT; });
     EXPECT_EQ(norv_fpga_program(0, "design.bin"), NORV_STATUS_TIMEOUT);
 }
@@ -122,7 +122,7 @@ TEST_F(Fpga, AStateIsReadUpTo15Bytes) {
 }
 
 // quirk 5
-TEST_F(Fpga, TheLastByteOfAStateIsCutWhateverItIs) {
+TEST_F(Fpga, TheLastByteOfAStateIsDroppedWhateverItIs) {
     EXPECT_FALSE(done_in("operating"));
     EXPECT_TRUE(done_in("operating!"));
 }
@@ -131,7 +131,7 @@ TEST_F(Fpga, AnEmptyStateIsNotDone) {
     EXPECT_FALSE(done_in(""));
 }
 
-TEST_F(Fpga, AStateThatCannotBeReadLeavesTheAnswerUntouched) {
+TEST_F(Fpga, AStateThatCannotBeReadLeavesTheResultUnchanged) {
     bool done = true;
     EXPECT_EQ(norv_fpga_is_program_done(7, &done), NORV_STATUS_NOT_FOUND);
     EXPECT_TRUE(done);
@@ -140,7 +140,7 @@ TEST_F(Fpga, AStateThatCannotBeReadLeavesTheAnswerUntouched) {
     EXPECT_TRUE(done);
 }
 
-TEST_F(Fpga, AFailedReadWhoseErrnoMapsToZeroIsNotDone) {
+TEST_F(Fpga, AFailedReadWithStatusZeroIsNotDone) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
     bool done = true;
@@ -158,7 +158,7 @@ TEST(FpgaSweep, EveryFailureOfProgrammingIsReportedAndLeavesNothingOpen) {
     failure_sweep(add_fpga, [] { return norv_fpga_program(0, "design.bin"); });
 }
 
-TEST(FpgaSweep, EveryFailureOfAskingIsReportedAndLeavesNothingOpen) {
+TEST(FpgaSweep, EveryFailureOfReadingTheStateIsReportedAndLeavesNothingOpen) {
     failure_sweep(add_fpga, [] {
         bool done = false;
         return norv_fpga_is_program_done(0, &done);

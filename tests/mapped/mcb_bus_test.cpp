@@ -20,7 +20,7 @@ using norv::test::uio_node;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A bus over uio0; register n stands at address 4 n.
+// A bus over uio0; register n is at address 4 n.
 class McbBus : public testing::Test {
   protected:
     McbBus() {
@@ -70,7 +70,7 @@ TEST_F(McbBus, ReadListReadsTheRegisterAtEachAddress) {
     EXPECT_THAT(values, ElementsAre(1008, 1000, 1008, 9));
 }
 
-TEST_F(McbBus, WriteListWritesThePairsInTheirOrder) {
+TEST_F(McbBus, WriteListWritesThePairsInOrder) {
     const norv_mcb_reg_value_t list[] = {{0x20, 1}, {0x10, 2}, {0x20, 3}};
     EXPECT_EQ(bus.write_list(&bus, list, 3), 0U);
     EXPECT_EQ(node->registers[8], 3U);
@@ -87,7 +87,7 @@ TEST_F(McbBus, AReadBurstOfMode1GoesDown) {
     EXPECT_THAT(values, ElementsAre(1064, 1063, 1062, 9));
 }
 
-TEST_F(McbBus, AReadBurstOfAnyOtherModeStaysAtItsAddress) {
+TEST_F(McbBus, AReadBurstOfAnyOtherModeStaysAtOneAddress) {
     for (const int32_t mode : {2, 3, -1, INT32_MIN}) {
         values = {9, 9, 9, 9};
         EXPECT_EQ(bus.read_burst(&bus, 0x100, values.data(), 3, mode), 0U);
@@ -178,14 +178,14 @@ TEST_F(McbBus, TheBasedSinglesAndBurstsAreTheSameOperations) {
 }
 
 // quirk 167
-TEST_F(McbBus, ABasedWriteListIgnoresItsBaseOnPurpose) {
+TEST_F(McbBus, ABasedWriteListIgnoresItsBase) {
     const norv_mcb_reg_value_t list[] = {{0x10, 5}};
     EXPECT_EQ(bus.write_list_based(&bus, 0x1000, list, 1), 0U);
     EXPECT_EQ(node->registers[4], 5U);
 }
 
 // quirk 167
-TEST_F(McbBus, ABasedReadListIgnoresItsBaseOnPurpose) {
+TEST_F(McbBus, ABasedReadListIgnoresItsBase) {
     const uint32_t addresses[] = {0x10, 0x20};
     EXPECT_EQ(bus.read_list_based(&bus, 0x1000, addresses, values.data(), 2), 0U);
     EXPECT_THAT(values, ElementsAre(1004, 1008, 9, 9));

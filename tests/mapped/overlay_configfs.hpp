@@ -1,5 +1,5 @@
-// The configfs side of device-tree overlays: making a directory makes an overlay, writing its dtbo applies
-// it.
+// The configfs side of device-tree overlays: creating a directory creates an overlay, writing its dtbo
+// applies it.
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@
 
 namespace norv::test {
 
-// An overlay's file, as the kernel takes it in.
+// The content of an overlay's file that the kernel applies.
 constexpr std::string_view good_overlay("\xd0\x0d\xfe\xed overlay", 12);
 
-// Any file that does not begin like a device tree is taken, but not applied.
+// A file that does not begin like a device tree is accepted, but not applied.
 class overlay_configfs {
   public:
     explicit overlay_configfs(kernel_double& kernel) : kernel_(kernel) {
@@ -24,7 +24,7 @@ class overlay_configfs {
     static constexpr const char* overlays = "/sys/kernel/config/device-tree/overlays";
     static constexpr const char* file = "/lib/firmware/camera.dtbo";
 
-    // What the status of an overlay that the kernel applies reads.
+    // The status of an overlay that the kernel applies.
     std::string applied_text = "applied\n";
 
     void make_overlay(const std::string& path) {

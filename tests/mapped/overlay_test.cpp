@@ -31,14 +31,14 @@ constexpr const char* camera_status = "/sys/kernel/config/device-tree/overlays/c
 class Overlay : public testing::Test {
   protected:
     uint32_t load() { return norv_dt_load_overlay("camera", overlay_configfs::file); }
-    // What is told of an overlay whose status reads so.
+    // What is reported for an overlay whose status is this text.
     bool has_with_status(const std::string& text) {
         kernel.add_file(camera_status, text);
         bool applied = !text.starts_with("applied");
         EXPECT_EQ(norv_dt_has_overlay("camera", &applied), 0U);
         return applied;
     }
-    // The status of loading an overlay that the kernel comments so.
+    // The result of loading an overlay whose status is this text afterwards.
     uint32_t load_with_status(const std::string& text) {
         configfs.applied_text = text;
         const uint32_t status = load();
@@ -52,13 +52,13 @@ class Overlay : public testing::Test {
 
 // ---- loading
 
-TEST_F(Overlay, LoadingMakesTheDirectoryAndWritesTheWholeFile) {
+TEST_F(Overlay, LoadingCreatesTheDirectoryAndWritesTheWholeFile) {
     EXPECT_EQ(load(), 0U);
     EXPECT_TRUE(kernel.exists(camera));
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(good_overlay));
 }
 
-TEST_F(Overlay, TheDirectoryIsMadeForEverybody) {
+TEST_F(Overlay, TheDirectoryIsCreatedForAllUsers) {
     EXPECT_EQ(load(), 0U);
     ASSERT_EQ(kernel.calls("mkdir").size(), 1U);
     EXPECT_EQ(kernel.calls("mkdir").front().path, camera);
@@ -93,7 +93,7 @@ TEST_F(Overlay, ALargeFileIsWrittenWhole) {
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(large));
 }
 
-TEST_F(Overlay, WhatWasReadOfAShortFileIsWritten) {
+TEST_F(Overlay, OnlyTheBytesReadFromAShortFileAreWritten) {
     kernel.fail({"read", 1, 0, fault::kind::short_count, ""});
     EXPECT_EQ(load(), 0U);
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(good_overlay.substr(0, good_overlay.size() - 1)));
@@ -106,7 +106,7 @@ TEST_F(Overlay, AnEmptyFileIsWrittenAndNotApplied) {
 }
 
 // quirk 72
-TEST_F(Overlay, AFileThatTheKernelDoesNotApplyIsNotAppliedAndStaysInPlace) {
+TEST_F(Overlay, AFileThatTheKernelDoesNotApplyLeavesTheDirectory) {
     kernel.add_file(overlay_configfs::file, "no device tree");
     EXPECT_EQ(load(), NORV_STATUS_NOT_APPLIED);
     EXPECT_TRUE(kernel.exists(camera));
@@ -121,7 +121,7 @@ TEST_F(Overlay, OnlyTheWholeWordAppliedCounts) {
 }
 
 // quirk 73
-TEST_F(Overlay, LoadingANameThatIsInUseFailsWithoutWritingAnything) {
+TEST_F(Overlay, LoadingANameThatIsInUseFailsAndWritesNothing) {
     EXPECT_EQ(load(), 0U);
     kernel.forget_calls();
     EXPECT_EQ(load(), errno_status(EEXIST));
@@ -130,26 +130,26 @@ TEST_F(Overlay, LoadingANameThatIsInUseFailsWithoutWritingAnything) {
 }
 
 // quirk 73
-TEST_F(Overlay, ANameInUseWhoseErrnoMapsToZeroIsWrittenAgain) {
+TEST_F(Overlay, ANameInUseWithStatusZeroIsWrittenAgain) {
     EXPECT_EQ(load(), 0U);
     kernel.map_errno(EEXIST, 0);
     EXPECT_EQ(load(), 0U);
     EXPECT_EQ(kernel.writes(camera_dtbo).size(), 2U);
 }
 
-TEST_F(Overlay, AKernelWithoutOverlaysGivesTheStatusOfMakingTheDirectory) {
+TEST_F(Overlay, AKernelWithoutOverlaysReturnsTheStatusOfMkdir) {
     kernel.remove("/sys/kernel/config");
     EXPECT_EQ(load(), NORV_STATUS_NOT_FOUND);
 }
 
 // quirk 72
-TEST_F(Overlay, AMissingFileGivesItsErrnoStatusAndTheDirectoryStays) {
+TEST_F(Overlay, AMissingFileReturnsTheErrnoStatusAndLeavesTheDirectory) {
     EXPECT_EQ(norv_dt_load_overlay("camera", "/lib/firmware/missing.dtbo"), NORV_STATUS_NOT_FOUND);
     EXPECT_TRUE(kernel.exists(camera));
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
 }
 
-TEST_F(Overlay, AFileWhoseSizeIsUnknownGivesTheErrnoStatus) {
+TEST_F(Overlay, AFileWhoseSizeIsUnknownReturnsTheErrnoStatus) {
     kernel.fail("fstat", EOVERFLOW);
     EXPECT_EQ(load(), errno_status(EOVERFLOW));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -164,21 +164,21 @@ TEST_F(Overlay, WithoutMemoryForTheFileNothingIsWritten) {
     EXPECT_TRUE(kernel.exists(camera));
 }
 
-TEST_F(Overlay, AFileThatCannotBeReadGivesTheErrnoStatus) {
+TEST_F(Overlay, AFileThatCannotBeReadReturnsTheErrnoStatus) {
     kernel.fail("read", EIO);
     EXPECT_EQ(load(), errno_status(EIO));
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
     EXPECT_TRUE(kernel.exists(camera));
 }
 
-TEST_F(Overlay, OfAFailedReadWhoseErrnoMapsToZeroNothingIsWritten) {
+TEST_F(Overlay, AFailedReadWithStatusZeroWritesNothing) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
     EXPECT_EQ(load(), NORV_STATUS_NOT_APPLIED);
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(""));
 }
 
-TEST_F(Overlay, ARefusedWriteGivesTheErrnoStatusAndTheDirectoryStays) {
+TEST_F(Overlay, ARefusedWriteReturnsTheErrnoStatusAndLeavesTheDirectory) {
     kernel.on_make_directory(overlay_configfs::overlays, [this](const std::string& path) {
         configfs.make_overlay(path);
         kernel.on_write(path + "/dtbo", [](std::string_view) { return EPERM; });
@@ -188,13 +188,13 @@ TEST_F(Overlay, ARefusedWriteGivesTheErrnoStatusAndTheDirectoryStays) {
     EXPECT_THAT(kernel.open_flags(camera_status), IsEmpty());
 }
 
-TEST_F(Overlay, AStatusThatCannotBeReadGivesTheErrnoStatusAndTheDirectoryStays) {
+TEST_F(Overlay, AnUnreadableStatusReturnsTheErrnoStatusAndLeavesTheDirectory) {
     kernel.fail("read", EIO, 2);
     EXPECT_EQ(load(), errno_status(EIO));
     EXPECT_TRUE(kernel.exists(camera));
 }
 
-TEST_F(Overlay, AFailedReadOfTheStatusWhoseErrnoMapsToZeroIsNotApplied) {
+TEST_F(Overlay, AnUnreadableStatusWithStatusZeroIsNotApplied) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO, 2);
     EXPECT_EQ(load(), NORV_STATUS_NOT_APPLIED);
@@ -207,7 +207,7 @@ TEST_F(Overlay, AShortWriteOfTheFileIsNotChecked) {
 
 // ---- names and paths
 
-TEST_F(Overlay, ANameThatCannotBeFormattedIsAnInvalidArgumentAndNothingIsMade) {
+TEST_F(Overlay, ANameThatCannotBeFormattedIsAnInvalidArgument) {
     kernel.fail("snprintf", EOVERFLOW);
     EXPECT_EQ(load(), NORV_STATUS_INVALID_ARG);
     kernel.fail("snprintf", EOVERFLOW);
@@ -215,7 +215,7 @@ TEST_F(Overlay, ANameThatCannotBeFormattedIsAnInvalidArgumentAndNothingIsMade) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(Overlay, NamesAndPathsAreNoFormats) {
+TEST_F(Overlay, NamesAndPathsAreNotFormats) {
     kernel.add_file("/lib/firmware/100%d.dtbo", good_overlay);
     EXPECT_EQ(norv_dt_load_overlay("50%s", "/lib/firmware/100%d.dtbo"), 0U);
     bool applied = false;
@@ -231,7 +231,7 @@ TEST_F(Overlay, ANameOf208CharactersIsTheLongestThatWorks) {
 }
 
 // quirk 6
-TEST_F(Overlay, TheDirectoryOfANameOfMoreThan215CharactersIsCutSilently) {
+TEST_F(Overlay, TheDirectoryOfALongNameIsTruncatedSilently) {
     const std::string made = overlay_configfs::overlays + "/"s + std::string(215, 'n');
     EXPECT_EQ(norv_dt_load_overlay(std::string(230, 'n').c_str(), overlay_configfs::file),
               errno_status(EISDIR));
@@ -256,14 +256,14 @@ TEST_F(Overlay, ANameWithDotsLeadsToADirectoryElsewhere) {
 
 // ---- asking
 
-TEST_F(Overlay, AnAppliedOverlayIsThere) {
+TEST_F(Overlay, AnAppliedOverlayIsReported) {
     EXPECT_EQ(load(), 0U);
     bool applied = false;
     EXPECT_EQ(norv_dt_has_overlay("camera", &applied), 0U);
     EXPECT_TRUE(applied);
 }
 
-TEST_F(Overlay, OnlyTheWholeWordAppliedMakesAnOverlayBeThere) {
+TEST_F(Overlay, OnlyTheWholeWordAppliedIsReported) {
     EXPECT_TRUE(has_with_status("applied\n"));
     for (const char* text : {"applied2\n", "unapplied\n", "Applied\n", "applied \n", "\n", ""}) {
         EXPECT_FALSE(has_with_status(text)) << text;
@@ -271,7 +271,7 @@ TEST_F(Overlay, OnlyTheWholeWordAppliedMakesAnOverlayBeThere) {
 }
 
 // quirk 5
-TEST_F(Overlay, TheLastByteOfAStatusIsCutWhateverItIs) {
+TEST_F(Overlay, TheLastByteOfAStatusIsDroppedWhateverItIs) {
     EXPECT_FALSE(has_with_status("applied"));
     EXPECT_TRUE(has_with_status("applied!"));
 }
@@ -284,14 +284,14 @@ TEST_F(Overlay, AStatusIsReadUpTo255Bytes) {
     EXPECT_EQ(kernel.calls("read").front().bytes.size(), 255U);
 }
 
-TEST_F(Overlay, AnOverlayThatDoesNotExistIsNotThereAndThatIsNoFailure) {
+TEST_F(Overlay, AMissingOverlayIsNotAppliedAndNotAFailure) {
     bool applied = true;
     EXPECT_EQ(norv_dt_has_overlay("nothing", &applied), 0U);
     EXPECT_FALSE(applied);
 }
 
 // quirk 74
-TEST_F(Overlay, AnOverlayWhoseStatusCannotBeReadIsNotThereAndThatIsNoFailure) {
+TEST_F(Overlay, AnUnreadableStatusIsNotAppliedAndNotAFailure) {
     EXPECT_EQ(load(), 0U);
     for (const int error : {EIO, EINTR, EACCES}) {
         kernel.fail("read", error);
@@ -316,7 +316,7 @@ TEST_F(Overlay, UnloadingCleansUpAfterAFailedLoad) {
     EXPECT_FALSE(kernel.exists(camera));
 }
 
-TEST_F(Overlay, UnloadingANameThatDoesNotExistGivesTheErrnoStatus) {
+TEST_F(Overlay, UnloadingANameThatDoesNotExistReturnsTheErrnoStatus) {
     EXPECT_EQ(norv_dt_unload_overlay("nothing"), NORV_STATUS_NOT_FOUND);
 }
 
@@ -334,13 +334,13 @@ TEST_F(Overlay, ANullPointerIsAnInvalidArgument) {
 
 class OverlaySweep : public testing::Test {
   protected:
-    // The board of one run; made anew for each.
+    // The board of one run; built again for each.
     void build(kernel_double& kernel) { configfs = std::make_unique<overlay_configfs>(kernel); }
 
     std::unique_ptr<overlay_configfs> configfs;
 };
 
-TEST_F(OverlaySweep, EveryFailureOfLoadingIsReportedAndLeavesNothingBehindInTheProgram) {
+TEST_F(OverlaySweep, EveryFailureOfLoadingIsReportedAndLeavesNothingOpen) {
     failure_sweep([this](kernel_double& kernel) { build(kernel); },
                   [] { return norv_dt_load_overlay("camera", overlay_configfs::file); });
 }
@@ -354,7 +354,7 @@ TEST_F(OverlaySweep, EveryFailureOfUnloadingIsReported) {
         [] { return norv_dt_unload_overlay("camera"); });
 }
 
-TEST_F(OverlaySweep, NoFailureOfAskingIsReported) {
+TEST_F(OverlaySweep, NoFailureOfReadingTheStatusIsReported) {
     norv::test::sweep_options options;
     options.expect = [](const fault&) { return uint32_t{0}; };
     failure_sweep([this](kernel_double& kernel) { build(kernel); },

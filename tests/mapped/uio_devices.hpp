@@ -17,12 +17,12 @@
 
 namespace norv::test {
 
-// What a test makes come, and poll tells.
+// A device with events that a test raises and poll(2) reports.
 class polled_device : public device {
   public:
-    uint32_t pending = 0;    // what came and was not taken
-    short ready_events = 0;  // reported by poll besides, for instance POLLERR
-    int interruptions = 0;   // so many polls are interrupted by a signal first
+    uint32_t pending = 0;    // events that were not taken
+    short ready_events = 0;  // also reported by poll(2), for instance POLLERR
+    int interruptions = 0;   // number of polls that a signal interrupts first
     std::vector<int> poll_timeouts;
     std::vector<short> poll_events;
 
@@ -37,13 +37,13 @@ class polled_device : public device {
     }
 };
 
-// A node with one page of registers and an interrupt that tests raise; a read takes all that came.
+// A node with one page of registers and an interrupt that tests raise; a read takes all pending ones.
 class uio_node : public polled_device {
   public:
     alignas(4096) std::array<uint32_t, 1024> registers = {};
     std::vector<size_t> read_sizes;
     std::vector<uint32_t> control;  // the values that were written
-    bool takes_control = true;      // else a write takes no bytes
+    bool takes_control = true;      // otherwise a write takes no bytes
     // How region 0 was last mapped.
     size_t mapped_size = 0;
     int protection = 0;
@@ -71,7 +71,7 @@ class uio_node : public polled_device {
     }
 };
 
-// A model that gets the descriptor 0: the process loses its standard input just before.
+// A model that gets descriptor 0: the process loses its standard input just before.
 template <typename model>
 class at_descriptor_0 : public model {
   public:
@@ -97,7 +97,7 @@ struct device_record {
     const operations* ops;
 };
 
-// A size that an unsigned long of 64 bits can hold; of 32 bits it becomes the largest.
+// A size that a 64-bit unsigned long can hold; a 32-bit one gets its largest value.
 constexpr char large_size[] = "0x8000000000001000";
 constexpr size_t large_size_read = sizeof(long) == 8 ? static_cast<size_t>(0x8000000000001000) : ULONG_MAX;
 
@@ -105,22 +105,22 @@ constexpr size_t large_size_read = sizeof(long) == 8 ? static_cast<size_t>(0x800
 inline void add_mapped_device(kernel_double& kernel, const std::string& device_class,
                               const std::string& entry, const std::string& name,
                               std::shared_ptr<device> node) {
-    const std::string place = "/sys/devices/platform/" + entry;
-    kernel.add_file(place + "/name", name + "\n");
-    kernel.add_file(place + "/maps/map0/size", "0x0000000000001000\n");
-    kernel.add_link("/sys/class/" + device_class + "/" + entry, place);
+    const std::string directory = "/sys/devices/platform/" + entry;
+    kernel.add_file(directory + "/name", name + "\n");
+    kernel.add_file(directory + "/maps/map0/size", "0x0000000000001000\n");
+    kernel.add_link("/sys/class/" + device_class + "/" + entry, directory);
     kernel.add_device("/dev/" + entry, std::move(node));
 }
 
-// Adds what such an entry has when it sits on a PCI device.
+// Adds the attributes that such an entry has on a PCI device.
 inline void add_pci_attributes(kernel_double& kernel, const std::string& entry, const std::string& driver,
                                const std::string& vendor, const std::string& device) {
-    const std::string place = "/sys/devices/platform/" + entry + "/device";
-    kernel.add_file(place + "/vendor", vendor + "\n");
-    kernel.add_file(place + "/device", device + "\n");
-    kernel.add_file(place + "/uevent", "DRIVER=" + driver +
-                                           "\nPCI_CLASS=FF00\nPCI_ID=1234:11E8\nPCI_SUBSYS_ID=1AF4:1100\n"
-                                           "PCI_SLOT_NAME=0001:02:1f.3\nMODALIAS=pci:v00001234\n");
+    const std::string directory = "/sys/devices/platform/" + entry + "/device";
+    kernel.add_file(directory + "/vendor", vendor + "\n");
+    kernel.add_file(directory + "/device", device + "\n");
+    kernel.add_file(directory + "/uevent", "DRIVER=" + driver +
+                                               "\nPCI_CLASS=FF00\nPCI_ID=1234:11E8\nPCI_SUBSYS_ID=1AF4:1100\n"
+                                               "PCI_SLOT_NAME=0001:02:1f.3\nMODALIAS=pci:v00001234\n");
 }
 
 // Adds a platform device: `entry` is its name in the class directory, for instance "uio0".
@@ -146,13 +146,13 @@ inline std::array<uint32_t, 7> words_of(const norv_uio_info_t& info) {
     return std::bit_cast<std::array<uint32_t, 7>>(info);
 }
 
-// While a device of an identity is looked for, one whose identity cannot be read is passed over.
+// The search by identity skips a device whose identity cannot be read.
 inline bool hides_identity(const fault& struck) {
     const bool of_search = struck.path.ends_with("/vendor") || struck.path.ends_with("/device/device");
     return of_search && struck.how == fault::kind::error && struck.name != "close";
 }
 
-// The uevent file ends where it cannot be read.
+// An error while the uevent file is read is its end.
 inline bool ends_uevent_file(const fault& struck) {
     return struck.name == "getline" || struck.name == "fclose";
 }

@@ -69,13 +69,13 @@ TEST_F(UioPci, AnIdentityIsPaddedToFourDigits) {
     EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("0001 0000"));
 }
 
-TEST_F(UioPci, TheLow16BitsOfAnIdentityCount) {
+TEST_F(UioPci, OnlyTheLow16BitsOfAnIdentityCount) {
     kernel.add_file(mmap_new_id);
     EXPECT_EQ(norv_uio_load_pci(0x51234, -1), 0U);
     EXPECT_THAT(kernel.writes(mmap_new_id), ElementsAre("1234 ffff"));
 }
 
-TEST_F(UioPci, TheMappingDriverIsPreferredToTheGenericOne) {
+TEST_F(UioPci, TheMappingDriverIsPreferredOverTheGenericOne) {
     kernel.add_file(mmap_new_id);
     kernel.add_file(generic_new_id);
     EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), 0U);
@@ -83,7 +83,7 @@ TEST_F(UioPci, TheMappingDriverIsPreferredToTheGenericOne) {
     EXPECT_THAT(kernel.writes(generic_new_id), IsEmpty());
 }
 
-TEST_F(UioPci, WithoutTheMappingDriverTheGenericOneIsTold) {
+TEST_F(UioPci, WithoutTheMappingDriverTheGenericOneGetsTheIdentity) {
     kernel.add_file(generic_new_id);
     EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), 0U);
     EXPECT_THAT(kernel.writes(generic_new_id), ElementsAre("1234 11e8"));
@@ -94,7 +94,7 @@ TEST_F(UioPci, WithoutEitherDriverBindingIsNotAvailable) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(UioPci, ARefusedBindingGivesTheErrnoStatus) {
+TEST_F(UioPci, ARefusedBindingReturnsTheErrnoStatus) {
     kernel.add_file(mmap_new_id);
     kernel.on_write(mmap_new_id, [](std::string_view) { return EEXIST; });
     EXPECT_EQ(norv_uio_load_pci(0x1234, 0x11E8), errno_status(EEXIST));
@@ -103,7 +103,7 @@ TEST_F(UioPci, ARefusedBindingGivesTheErrnoStatus) {
 TEST(UioPciBindingSweep, EveryFailingCallIsReportedOrLeadsToTheOtherDriver) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
-        // The only driver that is there, and it is not seen.
+        // The only driver that exists, but access(2) does not find it.
         return struck.name == "access" ? NORV_STATUS_NOT_AVAILABLE : norv::test::status_of_fault(struck);
     };
     norv::test::failure_sweep([](kernel_double& kernel) { kernel.add_file(mmap_new_id); },
@@ -122,21 +122,21 @@ TEST_F(UioPci, OpeningByIdentityOpensTheDeviceWhoseVendorAndDeviceMatch) {
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, OfAnotherVendorTheDeviceIsNotRead) {
+TEST_F(UioPci, TheDeviceOfAnotherVendorIsNotRead) {
     add_pci_uio(kernel, "uio0", "0x8086", "0x11e8");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.open_flags("/sys/class/uio/uio0/device/device"), IsEmpty());
     EXPECT_EQ(device, nullptr);
 }
 
-TEST_F(UioPci, TheLow16BitsOfWhatTheAttributesHoldCount) {
+TEST_F(UioPci, OnlyTheLow16BitsOfTheAttributesCount) {
     add_pci_uio(kernel, "uio2", "0x51234", "70120");  // 70120 is 0x111e8
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
     norv_uio_close(&device);
 }
 
 // quirk 77
-TEST_F(UioPci, AnIdentityIsReadAsALong) {
+TEST_F(UioPci, AnIdentityIsParsedAsALong) {
     add_pci_uio(kernel, "uio2", "0x300001234", "0x11e8");
     // Where a long has 32 bits, the vendor is that of 0x7FFFFFFF.
     const uint16_t vendor = sizeof(long) == 8 ? 0x1234 : 0xFFFF;
@@ -144,13 +144,13 @@ TEST_F(UioPci, AnIdentityIsReadAsALong) {
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, OfAnIdentityAttribute15CharactersAreReadAndTheLastIsDropped) {
+TEST_F(UioPci, AnIdentityIsReadUpTo15BytesAndTheLastIsDropped) {
     add_pci_uio(kernel, "uio2", "0x0000000012345", "0x11e8");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, OfTwoDevicesOfAnIdentityTheFirstInAlphabeticalOrderIsOpened) {
+TEST_F(UioPci, TheFirstOfTwoEqualDevicesInAlphabeticalOrderIsOpened) {
     add_pci_uio(kernel, "uio2");
     add_pci_uio(kernel, "uio10");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
@@ -159,14 +159,14 @@ TEST_F(UioPci, OfTwoDevicesOfAnIdentityTheFirstInAlphabeticalOrderIsOpened) {
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, APlatformDeviceHasNoIdentityAndIsPassedOver) {
+TEST_F(UioPci, APlatformDeviceHasNoIdentityAndIsSkipped) {
     add_uio(kernel, "uio0", "fpga-regs");
     add_pci_uio(kernel, "uio2");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, ADeviceOfAnotherPciDriverIsOpenedByIdentityAsAPlatformDevice) {
+TEST_F(UioPci, ADeviceOfAnotherPciDriverIsAPlatformDevice) {
     add_pci_uio(kernel, "uio2");
     kernel.add_file("/sys/class/uio/uio2/name", "uio_pci_generic\n");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), 0U);
@@ -174,7 +174,7 @@ TEST_F(UioPci, ADeviceOfAnotherPciDriverIsOpenedByIdentityAsAPlatformDevice) {
     norv_uio_close(&device);
 }
 
-TEST_F(UioPci, AnEntryThatIsNoLinkIsNotLookedAt) {
+TEST_F(UioPci, AnEntryThatIsNotALinkIsIgnored) {
     kernel.add_file("/sys/class/uio/uio0/device/vendor", "0x1234\n");
     kernel.add_file("/sys/class/uio/uio0/device/device", "0x11e8\n");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
@@ -182,19 +182,19 @@ TEST_F(UioPci, AnEntryThatIsNoLinkIsNotLookedAt) {
 }
 
 // quirk 158
-TEST_F(UioPci, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
+TEST_F(UioPci, ALeadingZeroMakesTheNumberOfAnEntryOctal) {
     add_pci_uio(kernel, "uio010");
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio8/name");
 }
 
-TEST_F(UioPci, AClassThatCannotBeReadGivesTheErrnoStatus) {
+TEST_F(UioPci, AnUnreadableClassReturnsTheErrnoStatus) {
     EXPECT_EQ(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device), errno_status(ENOENT));
     EXPECT_EQ(device, nullptr);
 }
 
 // quirk 1
-TEST_F(UioPci, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
+TEST_F(UioPci, AnUnreadableClassWithStatusZeroOpensDeviceZero) {
     add_uio(kernel, "uio0", "another");
     kernel.map_errno(EACCES, 0);
     kernel.fail("scandir", EACCES);
@@ -210,7 +210,7 @@ TEST_F(UioPci, OpeningByIdentityWithoutAVariableIsAnInvalidArgument) {
 
 // ---- the configuration space
 
-TEST_F(UioPci, OpeningOpensTheConfigurationSpaceReadWriteAndClosesItOnExec) {
+TEST_F(UioPci, TheConfigurationSpaceIsOpenedReadWriteWithCloseOnExec) {
     add_pci_uio(kernel, "uio2");
     EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
     EXPECT_THAT(kernel.open_flags(configuration), ElementsAre(O_RDWR | O_CLOEXEC));
@@ -236,7 +236,7 @@ TEST_F(OpenUioPci, ClosingUnmapsOnceAndClosesBothFiles) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(OpenUioPci, ClosingEndsTheConfigurationSpaceFirstAndTheNodeLast) {
+TEST_F(OpenUioPci, ClosingClosesTheConfigurationSpaceFirstAndTheNodeLast) {
     norv_uio_close(&device);
     std::vector<std::string> steps;
     for (const auto& made : kernel.calls()) {
@@ -245,7 +245,7 @@ TEST_F(OpenUioPci, ClosingEndsTheConfigurationSpaceFirstAndTheNodeLast) {
     EXPECT_THAT(steps, ElementsAre(std::string("close ") + configuration, "munmap ", "close /dev/uio2"));
 }
 
-TEST_F(UioPci, AConfigurationSpaceWithTheDescriptor0IsNotClosed) {
+TEST_F(UioPci, AConfigurationSpaceWithDescriptor0IsNotClosed) {
     add_pci_uio(kernel, "uio2");
     kernel.add_device(configuration, std::make_shared<at_descriptor_0<norv::test::device>>());
     EXPECT_EQ(norv_uio_open_by_idx(2, &device), 0U);
@@ -256,7 +256,7 @@ TEST_F(UioPci, AConfigurationSpaceWithTheDescriptor0IsNotClosed) {
     close(0);
 }
 
-TEST_F(UioPci, AConfigurationSpaceThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
+TEST_F(UioPci, AFailedOpenOfTheConfigurationSpaceMakesTheHandleNull) {
     add_pci_uio(kernel, "uio2");
     kernel.fail("open", EACCES, 3);
     EXPECT_EQ(norv_uio_open_by_idx(2, &device), errno_status(EACCES));
@@ -309,7 +309,7 @@ TEST_F(OpenUioPci, AConfigurationSpaceThatCannotBeReadIsNotWritten) {
 }
 
 // quirk 1
-TEST_F(OpenUioPci, AnUnreadableByteWhoseErrnoMapsToZeroCountsAsZeroAndIsWrittenOnPurpose) {
+TEST_F(OpenUioPci, AnUnreadableByteWithStatusZeroCountsAsZeroAndIsWritten) {
     kernel.add_file(configuration, configuration_space('\x03'));
     kernel.map_errno(EIO, 0);
     kernel.fail("pread", EIO);
@@ -317,7 +317,7 @@ TEST_F(OpenUioPci, AnUnreadableByteWhoseErrnoMapsToZeroCountsAsZeroAndIsWrittenO
     EXPECT_EQ(kernel.content(configuration), configuration_space('\x04'));
 }
 
-TEST_F(OpenUioPci, AByteThatIsNotThereIsADeviceErrorAndNothingIsWritten) {
+TEST_F(OpenUioPci, AMissingByteIsADeviceErrorAndNothingIsWritten) {
     kernel.add_file(configuration, "abcd");
     for (const int left_over : {0, EACCES}) {
         errno = left_over;
@@ -329,7 +329,7 @@ TEST_F(OpenUioPci, AByteThatIsNotThereIsADeviceErrorAndNothingIsWritten) {
     EXPECT_EQ(kernel.content(configuration), "abcd");
 }
 
-TEST_F(OpenUioPci, AByteThatIsNotThereIsADeviceErrorEvenWhereEioMapsToZero) {
+TEST_F(OpenUioPci, AMissingByteIsADeviceErrorEvenIfEioHasStatusZero) {
     kernel.add_file(configuration, "abcd");
     kernel.map_errno(EIO, 0);
     errno = EIO;
@@ -337,7 +337,7 @@ TEST_F(OpenUioPci, AByteThatIsNotThereIsADeviceErrorEvenWhereEioMapsToZero) {
     EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
 }
 
-TEST_F(OpenUioPci, AByteThatCannotBeWrittenGivesTheErrnoStatus) {
+TEST_F(OpenUioPci, AByteThatCannotBeWrittenReturnsTheErrnoStatus) {
     kernel.fail("pwrite", EPERM);
     EXPECT_EQ(norv_uio_disable_irq(&device), errno_status(EPERM));
 }
@@ -350,7 +350,7 @@ TEST_F(OpenUioPci, AByteThatIsNotTakenIsADeviceError) {
     }
 }
 
-TEST_F(OpenUioPci, AByteThatCannotBeWrittenWithAnErrnoThatMapsToZeroIsASuccess) {
+TEST_F(OpenUioPci, AnUnwritableByteWithStatusZeroIsASuccess) {
     kernel.map_errno(EPERM, 0);
     kernel.fail("pwrite", EPERM);
     EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
@@ -372,31 +372,31 @@ TEST_F(OpenUioPci, TheIdentityComesFromTheUeventFile) {
 }
 
 // quirk 161
-TEST_F(OpenUioPci, WithoutALineForTheSlotItsFieldsStayWhatTheyWere) {
+TEST_F(OpenUioPci, WithoutALineForTheSlotItsFieldsAreUnchanged) {
     kernel.add_file(uevent, "DRIVER=uio_pci_mmap\nPCI_ID=10EE:7024\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 0x7024, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUioPci, WithoutALineForTheIdentityItsFieldsStayWhatTheyWere) {
+TEST_F(OpenUioPci, WithoutALineForTheIdentityItsFieldsAreUnchanged) {
     kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0, 0, 5, 0));
 }
 
-TEST_F(OpenUioPci, ALineThatHasTheKeyElsewhereThanAtItsStartTellsNothing) {
+TEST_F(OpenUioPci, AKeyThatIsNotAtTheStartOfItsLineIsIgnored) {
     kernel.add_file(uevent, "MY_PCI_ID=10EE:7024\nX=PCI_SLOT_NAME=0000:00:05.0\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUioPci, ALineThatBreaksOffFillsTheFieldsBeforeTheBreak) {
+TEST_F(OpenUioPci, AnIncompleteLineFillsTheFieldsThatItHas) {
     kernel.add_file(uevent, "PCI_ID=10EE\nPCI_SLOT_NAME=0002:03:x\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 9, 2, 3, 9, 9));
 }
 
-TEST_F(OpenUioPci, NumbersHaveTheWidthThatTheKernelGivesThem) {
+TEST_F(OpenUioPci, NumbersHaveTheWidthOfTheKernelsFormat) {
     kernel.add_file(uevent, "PCI_ID=123456:1\nPCI_SLOT_NAME=00021:03:05.6\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 9, 2, 9, 9, 9));
@@ -414,33 +414,33 @@ TEST_F(OpenUioPci, TheFunctionIsADecimalNumberAndTheOthersAreHexadecimal) {
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0x10, 0x10, 0x1F, 10));
 }
 
-TEST_F(OpenUioPci, ALineOfAnyLengthIsPassedOver) {
+TEST_F(OpenUioPci, AnotherLineOfAnyLengthIsSkipped) {
     kernel.add_file(uevent, "MODALIAS=" + std::string(5000, 'x') + "\nPCI_ID=10EE:7024\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_EQ(info.vendor, 0x10EEU);
     EXPECT_EQ(info.device, 0x7024U);
 }
 
-TEST_F(OpenUioPci, ALineWithBothKeysIsTakenAsThatOfTheIdentity) {
+TEST_F(OpenUioPci, ALineWithBothKeysIsTakenForTheIdentity) {
     kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0 PCI_ID\n");
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUioPci, AMissingUeventFileGivesTheErrnoStatusAndTheKindAlone) {
+TEST_F(OpenUioPci, AMissingUeventFileReturnsTheErrnoStatusAndTheKind) {
     kernel.remove(uevent);
     EXPECT_EQ(norv_uio_get_info(&device, &info), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUioPci, AMissingUeventFileWhoseErrnoMapsToZeroIsASuccessWithTheKindAlone) {
+TEST_F(OpenUioPci, AMissingUeventFileWithStatusZeroReportsTheKindAlone) {
     kernel.remove(uevent);
     kernel.map_errno(ENOENT, 0);
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(UioPci, TheSignedIndexNamesTheConfigurationSpaceAndTheUeventFile) {
+TEST_F(UioPci, TheConfigurationSpaceAndUeventFileHaveTheSignedIndex) {
     add_pci_uio(kernel, "uio-65537");
     EXPECT_EQ(norv_uio_open_by_idx(static_cast<uint32_t>(-65537), &device), 0U);
     norv_uio_info_t info = {};
@@ -450,7 +450,7 @@ TEST_F(UioPci, TheSignedIndexNamesTheConfigurationSpaceAndTheUeventFile) {
 }
 
 // quirk 160
-TEST_F(UioPci, ThePathOfTheUeventFileHas41CharactersAtMost) {
+TEST_F(UioPci, ThePathOfTheUeventFileHasAtMost41Characters) {
     add_pci_uio(kernel, "uio999999999");
     add_pci_uio(kernel, "uio1234567890");
     norv_uio_info_t info = {};
@@ -486,7 +486,7 @@ TEST_F(OpenUioPci, TheCloseHookClosesTheConfigurationSpaceAndUnmaps) {
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
-TEST_F(OpenUioPci, AnOpenHookThatFailsKeepsNothing) {
+TEST_F(OpenUioPci, AFailedOpenHookKeepsNothing) {
     const size_t before = kernel.allocations();
     norv_uio_get_pci_ops()->close(&device);
     kernel.fail("open", EACCES);

@@ -56,7 +56,7 @@ class OpenUio : public Uio {
 
 class UioIndex : public testing::TestWithParam<const char*> {};
 
-TEST_F(Uio, TheHighestIndexIsTheLargestNumberWhateverTheOrderOfTheNames) {
+TEST_F(Uio, TheHighestIndexIsTheLargestNumberInAnyOrder) {
     for (const char* entry : {"uio0", "uio12", "uio3"}) {
         kernel.add_directory(std::string("/sys/class/uio/") + entry);
     }
@@ -100,7 +100,7 @@ TEST_F(Uio, LeadingZerosCountAsDecimalDigits) {
     EXPECT_EQ(index, 12);
 }
 
-TEST_F(Uio, ANumberBeyond32BitsCountsAsTheLargestOne) {
+TEST_F(Uio, ANumberBeyond32BitsCountsAsTheLargestNumber) {
     kernel.add_directory("/sys/class/uio/uio99999999999999999999999");
     int32_t index = 7;
     EXPECT_EQ(norv_uio_get_max_idx(&index), 0U);
@@ -114,13 +114,13 @@ TEST_F(Uio, AnEmptyClassHasNoHighestIndex) {
     EXPECT_EQ(index, -1);
 }
 
-TEST_F(Uio, AMissingClassGivesTheErrnoStatusAndLeavesTheIndexUntouched) {
+TEST_F(Uio, AMissingClassIsNotFoundAndLeavesTheIndexUnchanged) {
     int32_t index = 7;
     EXPECT_EQ(norv_uio_get_max_idx(&index), errno_status(ENOENT));
     EXPECT_EQ(index, 7);
 }
 
-TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroHasNoHighestIndex) {
+TEST_F(Uio, AnUnreadableClassWithStatusZeroHasNoHighestIndex) {
     kernel.map_errno(ENOENT, 0);
     int32_t index = 7;
     EXPECT_EQ(norv_uio_get_max_idx(&index), NORV_STATUS_NOT_FOUND);
@@ -129,7 +129,7 @@ TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroHasNoHighestIndex) {
 
 // ---- opening by index
 
-TEST_F(Uio, OpeningOpensTheNodeReadWriteAndClosesItOnExec) {
+TEST_F(Uio, TheNodeIsOpenedReadWriteWithCloseOnExec) {
     add_uio(kernel, "uio3", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
     ASSERT_NE(device, nullptr);
@@ -150,7 +150,7 @@ TEST_F(Uio, OpeningMapsRegionZeroReadWriteAndShared) {
     norv_uio_close(&device);
 }
 
-TEST_F(Uio, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
+TEST_F(Uio, TheMapSizeMayBeHexadecimalDecimalOrOctal) {
     const auto node = add_uio(kernel, "uio3", "fpga-regs");
     for (const char* size : {"0x2000\n", "8192\n", "020000\n"}) {
         kernel.add_file("/sys/class/uio/uio3/maps/map0/size", size);
@@ -161,7 +161,7 @@ TEST_F(Uio, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
     }
 }
 
-TEST_F(Uio, ALargeMapIsMappedAndUnmappedWhole) {
+TEST_F(Uio, ALargeRegionIsMappedAndUnmappedWhole) {
     const auto node = add_uio(kernel, "uio3", "fpga-regs");
     kernel.add_file("/sys/class/uio/uio3/maps/map0/size", std::string(norv::test::large_size) + "\n");
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
@@ -170,7 +170,7 @@ TEST_F(Uio, ALargeMapIsMappedAndUnmappedWhole) {
     EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
 }
 
-TEST_F(Uio, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
+TEST_F(Uio, TheMapSizeIsReadUpTo23BytesAndTheLastIsDropped) {
     const auto node = add_uio(kernel, "uio3", "fpga-regs");
     kernel.add_file("/sys/class/uio/uio3/maps/map0/size", "0x0000000000000000200034\n");
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
@@ -197,7 +197,7 @@ TEST_F(Uio, TheIndexIsPrintedSigned) {
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio-1/name");
 }
 
-TEST_F(Uio, TheSignedIndexNamesEveryFileOfTheDevice) {
+TEST_F(Uio, EveryFileOfTheDeviceHasTheSignedIndex) {
     add_uio(kernel, "uio-2147483648", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_idx(0x80000000, &device), 0U);
     EXPECT_EQ(opened_node(kernel), "/dev/uio-2147483648");
@@ -210,14 +210,14 @@ TEST_F(Uio, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
     EXPECT_EQ(opened_node(kernel), "none");
 }
 
-TEST_F(Uio, ANodeThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
+TEST_F(Uio, ANodeThatCannotBeOpenedReturnsTheErrnoStatus) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.fail("open", EACCES, 2);
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), errno_status(EACCES));
     EXPECT_EQ(device, nullptr);
 }
 
-TEST_F(Uio, ASizeThatCannotBeReadGivesTheErrnoStatusAndANullHandle) {
+TEST_F(Uio, AMapSizeThatCannotBeReadReturnsTheErrnoStatus) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.remove("/sys/class/uio/uio3/maps/map0/size");
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_NOT_FOUND);
@@ -225,7 +225,7 @@ TEST_F(Uio, ASizeThatCannotBeReadGivesTheErrnoStatusAndANullHandle) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Uio, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
+TEST_F(Uio, ARefusedMappingReturnsTheErrnoStatusAndIsNotUndone) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.fail("mmap", EINVAL);
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_INVALID_ARG);
@@ -235,7 +235,7 @@ TEST_F(Uio, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
 }
 
 // quirk 1
-TEST_F(Uio, ARefusedMappingWhoseErrnoMapsToZeroKeepsTheFailureValueAndIsNeverUndone) {
+TEST_F(Uio, ARefusedMappingWithStatusZeroIsMapFailedAndNotUndone) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.map_errno(EINVAL, 0);
     kernel.fail("mmap", EINVAL);
@@ -245,7 +245,7 @@ TEST_F(Uio, ARefusedMappingWhoseErrnoMapsToZeroKeepsTheFailureValueAndIsNeverUnd
     EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
 }
 
-TEST_F(Uio, ANameThatCannotBeReadThoughItsErrnoMapsToZeroMakesAPlatformDevice) {
+TEST_F(Uio, AnUnreadableNameWithStatusZeroMakesAPlatformDevice) {
     add_uio(kernel, "uio3", "fpga-regs");
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
@@ -265,7 +265,7 @@ TEST_F(Uio, WithoutMemoryForTheHandleNothingIsOpened) {
 }
 
 // quirk 157
-TEST_F(OpenUio, WithoutMemoryForTheHandleTheOneThatTheVariableHeldIsClosedOnPurpose) {
+TEST_F(OpenUio, WithoutMemoryForAHandleTheOldOneIsClosed) {
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(device, nullptr);
@@ -273,7 +273,7 @@ TEST_F(OpenUio, WithoutMemoryForTheHandleTheOneThatTheVariableHeldIsClosedOnPurp
     EXPECT_EQ(kernel.mappings(), 0U);
 }
 
-TEST_F(OpenUio, AFailedOpenEndsInANullHandleEvenWhereTheOldOneIsLost) {
+TEST_F(OpenUio, AFailedOpenMakesTheHandleNullAndLosesTheOldOne) {
     norv_uio_t* old = device;
     EXPECT_EQ(norv_uio_open_by_idx(99, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(device, nullptr);
@@ -300,7 +300,7 @@ TEST_F(Uio, OnlyTheExactNameMakesAPciDevice) {
     norv_uio_close(&device);
 }
 
-TEST_F(OpenUio, TheInformationOfAPlatformDeviceIsItsKindAlone) {
+TEST_F(OpenUio, TheInfoOfAPlatformDeviceIsItsKindAlone) {
     norv_uio_info_t info = {9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_EQ(info.kind, 0U);
@@ -315,7 +315,7 @@ TEST_F(OpenUio, TheInformationOfAPlatformDeviceIsItsKindAlone) {
 
 // ---- opening by name
 
-TEST_F(Uio, OpeningByNameOpensTheDeviceOfThatName) {
+TEST_F(Uio, OpeningByNameOpensTheDeviceWithThatName) {
     add_uio(kernel, "uio0", "dma");
     add_uio(kernel, "uio1", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), 0U);
@@ -324,7 +324,7 @@ TEST_F(Uio, OpeningByNameOpensTheDeviceOfThatName) {
     norv_uio_close(&device);
 }
 
-TEST_F(Uio, OfTwoDevicesOfANameTheFirstInAlphabeticalOrderIsOpened) {
+TEST_F(Uio, TheFirstOfTwoNamesakesInAlphabeticalOrderIsOpened) {
     add_uio(kernel, "uio2", "twin");
     add_uio(kernel, "uio10", "twin");
     EXPECT_EQ(norv_uio_open_by_name("twin", &device), 0U);
@@ -340,7 +340,7 @@ TEST_F(Uio, AfterAMatchNoOtherNameIsRead) {
     norv_uio_close(&device);
 }
 
-TEST_F(Uio, ANameHasToMatchAsAWhole) {
+TEST_F(Uio, ANameMustMatchCompletely) {
     add_uio(kernel, "uio0", "fpga-regs");
     for (const char* name : {"fpga", "fpga-regs2", "FPGA-REGS", "fpga-regs\n", ""}) {
         EXPECT_EQ(norv_uio_open_by_name(name, &device), NORV_STATUS_NOT_FOUND) << name;
@@ -348,27 +348,27 @@ TEST_F(Uio, ANameHasToMatchAsAWhole) {
     }
 }
 
-TEST_F(Uio, OfANameAttribute127CharactersAreReadAndTheLastIsDropped) {
+TEST_F(Uio, ANameIsReadUpTo127BytesAndTheLastIsDropped) {
     add_uio(kernel, "uio0", std::string(200, 'n'));
     EXPECT_EQ(norv_uio_open_by_name(std::string(126, 'n').c_str(), &device), 0U);
     norv_uio_close(&device);
     EXPECT_EQ(norv_uio_open_by_name(std::string(127, 'n').c_str(), &device), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(Uio, OpeningReadsAsMuchOfTheNameToTellTheKind) {
+TEST_F(Uio, OpeningReads127BytesOfTheNameForTheKind) {
     add_uio(kernel, "uio0", std::string(200, 'n'));
     EXPECT_EQ(norv_uio_open_by_idx(0, &device), 0U);
     EXPECT_EQ(kernel.calls("read").front().bytes.size(), 127U);
     norv_uio_close(&device);
 }
 
-TEST_F(Uio, AnEntryThatIsNoLinkIsNotLookedAt) {
+TEST_F(Uio, AnEntryThatIsNotALinkIsIgnored) {
     kernel.add_file("/sys/class/uio/uio0/name", "fpga-regs\n");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(Uio, AnEntryWithoutANameIsPassedOver) {
+TEST_F(Uio, AnEntryWithoutANameIsSkipped) {
     kernel.add_link("/sys/class/uio/uio0", "/sys/devices/nothing");
     add_uio(kernel, "uio1", "fpga-regs");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), 0U);
@@ -377,44 +377,44 @@ TEST_F(Uio, AnEntryWithoutANameIsPassedOver) {
 }
 
 // quirk 158
-TEST_F(Uio, ALeadingZeroInAnEntrysNumberMakesItOctalOnPurpose) {
+TEST_F(Uio, ALeadingZeroMakesTheNumberOfAnEntryOctal) {
     add_uio(kernel, "uio010", "octal");
     EXPECT_EQ(norv_uio_open_by_name("octal", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio8/name");
 }
 
 // quirk 77
-TEST_F(Uio, AnEntrysNumberIsReadAsALong) {
+TEST_F(Uio, TheNumberOfAnEntryIsParsedAsALong) {
     add_uio(kernel, "uio3000000000", "large");
     EXPECT_EQ(norv_uio_open_by_name("large", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path,
               sizeof(long) == 8 ? "/sys/class/uio/uio-1294967296/name" : "/sys/class/uio/uio2147483647/name");
-    // More than any long can hold: the largest, of which 32 bits count.
+    // More than any long can hold: its largest value, of which 32 bits count.
     add_uio(kernel, "uio9223372036854775808", "larger");
     EXPECT_EQ(norv_uio_open_by_name("larger", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path,
               sizeof(long) == 8 ? "/sys/class/uio/uio-1/name" : "/sys/class/uio/uio2147483647/name");
 }
 
-TEST_F(Uio, WhatStandsBehindTheThirdCharacterIsTheNumberWhateverTheEntryIsCalled) {
+TEST_F(Uio, TheNumberFollowsTheThirdCharacterOfAnyEntry) {
     add_uio(kernel, "abc0x1f", "strange");
     EXPECT_EQ(norv_uio_open_by_name("strange", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio31/name");
 }
 
-TEST_F(Uio, AnEntryOfOneCharacterHasTheNumberZero) {
+TEST_F(Uio, AnEntryOfOneCharacterHasNumberZero) {
     add_uio(kernel, "u", "short");
     EXPECT_EQ(norv_uio_open_by_name("short", &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/uio/uio0/name");
 }
 
-TEST_F(Uio, AClassThatCannotBeReadGivesTheErrnoStatus) {
+TEST_F(Uio, AnUnreadableClassReturnsTheErrnoStatus) {
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), errno_status(ENOENT));
     EXPECT_EQ(device, nullptr);
 }
 
 // quirk 1
-TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
+TEST_F(Uio, AnUnreadableClassWithStatusZeroOpensDeviceZero) {
     add_uio(kernel, "uio0", "another");
     kernel.map_errno(EACCES, 0);
     kernel.fail("scandir", EACCES);
@@ -423,12 +423,12 @@ TEST_F(Uio, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZero) {
     norv_uio_close(&device);
 }
 
-TEST_F(Uio, AnEmptyClassHoldsNoNamedDevice) {
+TEST_F(Uio, AnEmptyClassHasNoNamedDevice) {
     kernel.add_directory("/sys/class/uio");
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(Uio, AClassThatListsNotEvenItselfHoldsNoNamedDevice) {
+TEST_F(Uio, AClassWithoutAnyEntryHasNoNamedDevice) {
     add_uio(kernel, "uio0", "another");
     kernel.answer("scandir", 0);
     EXPECT_EQ(norv_uio_open_by_name("fpga-regs", &device), NORV_STATUS_NOT_FOUND);
@@ -452,7 +452,7 @@ TEST_F(OpenUio, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(Uio, ANodeWithTheDescriptor0IsNotClosed) {
+TEST_F(Uio, ANodeWithDescriptor0IsNotClosed) {
     add_mapped_device(kernel, "uio", "uio3", "fpga-regs", std::make_shared<at_descriptor_0<uio_node>>());
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
     ASSERT_EQ(norv_uio_get_fd(&device), 0);
@@ -487,7 +487,7 @@ TEST_F(Uio, ANullHandleIsAnInvalidArgumentAndClosingAcceptsIt) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenUio, InformationWithoutAPlaceForItIsAnInvalidArgument) {
+TEST_F(OpenUio, ANullInfoRecordIsAnInvalidArgument) {
     EXPECT_EQ(norv_uio_get_info(&device, nullptr), NORV_STATUS_INVALID_ARG);
 }
 
@@ -522,25 +522,25 @@ TEST_F(OpenUio, EnablingWritesTheWordOneAndDisablingTheWordZero) {
     EXPECT_THAT(kernel.calls("write"), testing::Each(Field(&norv::test::call::bytes, SizeIs(4))));
 }
 
-TEST_F(OpenUio, ARefusedControlWordGivesTheErrnoStatus) {
+TEST_F(OpenUio, ARefusedControlWordReturnsTheErrnoStatus) {
     kernel.fail("write", EIO);
     EXPECT_EQ(norv_uio_enable_irq(&device), errno_status(EIO));
     kernel.fail("write", EIO);
     EXPECT_EQ(norv_uio_disable_irq(&device), errno_status(EIO));
 }
 
-TEST_F(OpenUio, ARefusedControlWordWhoseErrnoMapsToZeroIsASuccess) {
+TEST_F(OpenUio, ARefusedControlWordWithStatusZeroIsASuccess) {
     kernel.map_errno(EIO, 0);
     kernel.fail("write", EIO);
     EXPECT_EQ(norv_uio_enable_irq(&device), 0U);
 }
 
-TEST_F(OpenUio, AControlWordThatIsTakenInPartIsADeviceError) {
+TEST_F(OpenUio, AControlWordThatIsTakenPartlyIsADeviceError) {
     kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
     EXPECT_EQ(norv_uio_enable_irq(&device), NORV_STATUS_DEVICE_ERROR);
 }
 
-TEST_F(OpenUio, AControlWordThatIsNotTakenAtAllIsADeviceErrorWhateverErrnoHeld) {
+TEST_F(OpenUio, AControlWordThatIsNotTakenIsADeviceErrorWhateverErrnoHolds) {
     node->takes_control = false;
     errno = EACCES;
     EXPECT_EQ(norv_uio_disable_irq(&device), NORV_STATUS_DEVICE_ERROR);
@@ -561,34 +561,34 @@ TEST_F(OpenUio, TheWaitDoesNotEnableTheInterruptAgain) {
     EXPECT_THAT(node->control, IsEmpty());
 }
 
-TEST_F(OpenUio, WithoutAnInterruptTheWaitTimesOutAndNothingIsRead) {
+TEST_F(OpenUio, WithoutAnInterruptTheWaitTimesOutAndReadsNothing) {
     EXPECT_EQ(norv_uio_wait_irq(&device, 5), NORV_STATUS_TIMEOUT);
     EXPECT_EQ(norv_uio_wait_irq(&device, 0), NORV_STATUS_TIMEOUT);
     EXPECT_THAT(node->poll_timeouts, ElementsAre(5, 0));
     EXPECT_THAT(node->read_sizes, IsEmpty());
 }
 
-TEST_F(OpenUio, ATimeOutOf32BitsWaitsWithoutLimit) {
+TEST_F(OpenUio, ATimeoutOf32BitsWaitsWithoutLimit) {
     node->pending = 1;
     EXPECT_EQ(norv_uio_wait_irq(&device, 0xFFFFFFFF), 0U);
     EXPECT_THAT(node->poll_timeouts, ElementsAre(-1));
 }
 
 // quirk 4
-TEST_F(OpenUio, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
+TEST_F(OpenUio, AnInterruptedWaitRestartsWithTheWholeTimeout) {
     node->pending = 1;
     node->interruptions = 2;
     EXPECT_EQ(norv_uio_wait_irq(&device, 700), 0U);
     EXPECT_THAT(node->poll_timeouts, ElementsAre(700, 700, 700));
 }
 
-TEST_F(OpenUio, AFailedWaitGivesTheErrnoStatusAndNothingIsRead) {
+TEST_F(OpenUio, AFailedWaitReturnsTheErrnoStatusAndReadsNothing) {
     kernel.fail("poll", ENOMEM);
     EXPECT_EQ(norv_uio_wait_irq(&device, 5), NORV_STATUS_NO_MEMORY);
     EXPECT_THAT(node->read_sizes, IsEmpty());
 }
 
-TEST_F(OpenUio, AFailedWaitWhoseErrnoMapsToZeroTakesTheInterrupt) {
+TEST_F(OpenUio, AFailedWaitWithStatusZeroTakesTheInterrupt) {
     node->pending = 1;
     kernel.map_errno(ENOMEM, 0);
     kernel.fail("poll", ENOMEM);
@@ -609,7 +609,7 @@ TEST_F(OpenUio, AThreadWaitsWhileAnotherAccessesRegisters) {
     waiting.join();
 }
 
-TEST_F(OpenUio, AnErrorConditionEndsTheWaitAndTheReadTellsWhichOne) {
+TEST_F(OpenUio, AnErrorConditionEndsTheWaitAndTheReadReportsIt) {
     node->ready_events = POLLERR;
     kernel.fail("read", EIO);
     EXPECT_EQ(norv_uio_wait_irq(&device, 5), errno_status(EIO));
@@ -624,7 +624,7 @@ TEST_F(OpenUio, AShortReadOfTheCountIsASuccess) {
 
 // ---- the table of operations
 
-TEST(UioOperations, PlatformDevicesHaveNoHooksAndEverythingElse) {
+TEST(UioOperations, PlatformDevicesHaveAllOperationsButTheHooks) {
     const norv_uio_ops_t* operations = norv_uio_get_generic_ops();
     EXPECT_EQ(operations->open, nullptr);
     EXPECT_EQ(operations->close, nullptr);
@@ -646,7 +646,7 @@ TEST_F(OpenUio, TheTableUnmapsAndMapsAgain) {
     EXPECT_EQ(norv_uio_get_map(&device), node->registers.data());
 }
 
-TEST_F(OpenUio, TheTableTellsTheKindAndControlsTheInterrupt) {
+TEST_F(OpenUio, TheTableReportsTheKindAndControlsTheInterrupt) {
     const norv_uio_ops_t* operations = norv_uio_get_generic_ops();
     norv_uio_info_t info = {9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(operations->get_info(&device, &info), 0U);
@@ -694,10 +694,9 @@ uint32_t status_of_use(const fault& struck) {
 TEST(UioSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
-        // While a name is looked for, a device whose name cannot be read is passed over.
-        const bool passed_over = struck.path == "/sys/class/uio/uio3/name" && struck.number <= 4;
-        return passed_over && struck.how == fault::kind::error ? NORV_STATUS_NOT_FOUND
-                                                               : status_of_use(struck);
+        // The search by name skips a device whose name cannot be read.
+        const bool skipped = struck.path == "/sys/class/uio/uio3/name" && struck.number <= 4;
+        return skipped && struck.how == fault::kind::error ? NORV_STATUS_NOT_FOUND : status_of_use(struck);
     };
     norv::test::failure_sweep(
         [](kernel_double& kernel) { add_uio(kernel, "uio3", "fpga-regs")->pending = 1; }, use_device,

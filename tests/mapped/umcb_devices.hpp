@@ -14,7 +14,7 @@
 
 namespace norv::test {
 
-// A request as the driver got it. `argument` holds the bytes of a record.
+// A request as the driver received it. `argument` holds the bytes of a record.
 struct umcb_request {
     unsigned long number;
     std::string argument;
@@ -30,8 +30,8 @@ inline umcb_request received(unsigned long number, const void* argument) {
     return {number, std::string(static_cast<const char*>(argument), size)};
 }
 
-// The bytes of words, as a driver gets them.
-inline std::string words(std::initializer_list<uint32_t> values) {
+// The bytes of 32-bit words, as a driver receives them.
+inline std::string bytes_of(std::initializer_list<uint32_t> values) {
     return {reinterpret_cast<const char*>(std::data(values)), values.size() * sizeof(uint32_t)};
 }
 

@@ -24,6 +24,7 @@ using norv::test::add_mapped_device;
 using norv::test::add_pci_umcb;
 using norv::test::add_umcb;
 using norv::test::at_descriptor_0;
+using norv::test::bytes_of;
 using norv::test::ends_uevent_file;
 using norv::test::errno_status;
 using norv::test::fault;
@@ -32,7 +33,6 @@ using norv::test::kernel_double;
 using norv::test::opened_node;
 using norv::test::umcb_node;
 using norv::test::umcb_request;
-using norv::test::words;
 using norv::test::words_of;
 using testing::ElementsAre;
 using testing::Field;
@@ -88,7 +88,7 @@ class UmcbSource : public OpenUmcb {
 // ---- the highest index
 
 // quirk 162
-TEST_F(Umcb, AnEntryUmcb0DoesNotCountForTheHighestIndexOnPurpose) {
+TEST_F(Umcb, AnEntryUmcb0DoesNotCountForTheHighestIndex) {
     add_umcb(kernel, "umcb0", "control");
     int32_t index = 7;
     EXPECT_EQ(norv_umcb_get_max_idx(&index), NORV_STATUS_NOT_FOUND);
@@ -97,7 +97,7 @@ TEST_F(Umcb, AnEntryUmcb0DoesNotCountForTheHighestIndexOnPurpose) {
 }
 
 // quirk 162
-TEST_F(Umcb, EntriesOfTheNameUioCountForTheHighestIndexOnPurpose) {
+TEST_F(Umcb, EntriesNamedUioCountForTheHighestIndex) {
     for (const char* entry : {"uio0", "uio12", "uio3", "uio99x", "uio", "umcb50"}) {
         kernel.add_directory(std::string("/sys/class/umcb/") + entry);
     }
@@ -113,7 +113,7 @@ TEST_F(Umcb, AnEmptyClassHasNoHighestIndex) {
     EXPECT_EQ(index, -1);
 }
 
-TEST_F(Umcb, AMissingClassGivesTheErrnoStatusAndLeavesTheIndexUntouched) {
+TEST_F(Umcb, AMissingClassIsNotFoundAndLeavesTheIndexUnchanged) {
     kernel.add_directory("/sys/class/uio/uio4");
     int32_t index = 7;
     EXPECT_EQ(norv_umcb_get_max_idx(&index), errno_status(ENOENT));
@@ -122,7 +122,7 @@ TEST_F(Umcb, AMissingClassGivesTheErrnoStatusAndLeavesTheIndexUntouched) {
 
 // ---- opening by index
 
-TEST_F(Umcb, OpeningOpensTheNodeReadWriteAndClosesItOnExec) {
+TEST_F(Umcb, TheNodeIsOpenedReadWriteWithCloseOnExec) {
     add_umcb(kernel, "umcb3", "control");
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
     ASSERT_NE(device, nullptr);
@@ -142,7 +142,7 @@ TEST_F(Umcb, OpeningMapsRegionZeroReadWriteAndShared) {
     norv_umcb_close(&device);
 }
 
-TEST_F(Umcb, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
+TEST_F(Umcb, TheMapSizeMayBeHexadecimalDecimalOrOctal) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     for (const char* size : {"0x2000\n", "8192\n", "020000\n"}) {
         kernel.add_file("/sys/class/umcb/umcb3/maps/map0/size", size);
@@ -153,7 +153,7 @@ TEST_F(Umcb, TheSizeOfTheMapMayBeHexadecimalDecimalOrOctal) {
     }
 }
 
-TEST_F(Umcb, ALargeMapIsMappedAndUnmappedWhole) {
+TEST_F(Umcb, ALargeRegionIsMappedAndUnmappedWhole) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     kernel.add_file("/sys/class/umcb/umcb3/maps/map0/size", std::string(norv::test::large_size) + "\n");
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
@@ -162,7 +162,7 @@ TEST_F(Umcb, ALargeMapIsMappedAndUnmappedWhole) {
     EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
 }
 
-TEST_F(Umcb, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
+TEST_F(Umcb, TheMapSizeIsReadUpTo23BytesAndTheLastIsDropped) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     kernel.add_file("/sys/class/umcb/umcb3/maps/map0/size", "0x0000000000000000200034\n");
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
@@ -170,7 +170,7 @@ TEST_F(Umcb, OfTheSizeOfTheMap23CharactersAreReadAndTheLastIsDropped) {
     norv_umcb_close(&device);
 }
 
-TEST_F(Umcb, ANegativeModeIsNotTold) {
+TEST_F(Umcb, ANegativeModeIsNotSet) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     for (const int32_t mode : {-1, INT32_MIN}) {
         EXPECT_EQ(norv_umcb_open_by_idx(3, mode, &device), 0U);
@@ -179,18 +179,18 @@ TEST_F(Umcb, ANegativeModeIsNotTold) {
     EXPECT_THAT(node->requests, IsEmpty());
 }
 
-TEST_F(Umcb, AnyOtherModeIsToldToTheDriver) {
+TEST_F(Umcb, AnyOtherModeIsSet) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     for (const int32_t mode : {0, 5, INT32_MAX}) {
         EXPECT_EQ(norv_umcb_open_by_idx(3, mode, &device), 0U);
         norv_umcb_close(&device);
     }
     EXPECT_THAT(node->requests,
-                ElementsAre(umcb_request{0x40046D00, words({0})}, umcb_request{0x40046D00, words({5})},
-                            umcb_request{0x40046D00, words({INT32_MAX})}));
+                ElementsAre(umcb_request{0x40046D00, bytes_of({0})}, umcb_request{0x40046D00, bytes_of({5})},
+                            umcb_request{0x40046D00, bytes_of({INT32_MAX})}));
 }
 
-TEST_F(Umcb, TheModeIsToldBetweenOpeningAndMapping) {
+TEST_F(Umcb, TheModeIsSetBetweenOpeningAndMapping) {
     add_umcb(kernel, "umcb3", "control");
     EXPECT_EQ(norv_umcb_open_by_idx(3, 1, &device), 0U);
     std::vector<std::string> steps;
@@ -204,7 +204,7 @@ TEST_F(Umcb, TheModeIsToldBetweenOpeningAndMapping) {
     norv_umcb_close(&device);
 }
 
-TEST_F(Umcb, ARefusedModeGivesTheErrnoStatusANullHandleAndNoMapping) {
+TEST_F(Umcb, ARefusedModeReturnsTheErrnoStatusAndMapsNothing) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     kernel.fail("ioctl", EBUSY);
     EXPECT_EQ(norv_umcb_open_by_idx(3, 0, &device), errno_status(EBUSY));
@@ -214,7 +214,7 @@ TEST_F(Umcb, ARefusedModeGivesTheErrnoStatusANullHandleAndNoMapping) {
     EXPECT_THAT(kernel.open_flags("/sys/class/umcb/umcb3/maps/map0/size"), IsEmpty());
 }
 
-TEST_F(Umcb, ARefusedModeWhoseErrnoMapsToZeroIsPassedOver) {
+TEST_F(Umcb, ARefusedModeWithStatusZeroIsIgnored) {
     add_umcb(kernel, "umcb3", "control");
     kernel.map_errno(EBUSY, 0);
     kernel.fail("ioctl", EBUSY);
@@ -228,7 +228,7 @@ TEST_F(Umcb, TheIndexIsPrintedSigned) {
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/umcb/umcb-1/name");
 }
 
-TEST_F(Umcb, TheSignedIndexNamesEveryFileOfTheDevice) {
+TEST_F(Umcb, EveryFileOfTheDeviceHasTheSignedIndex) {
     add_pci_umcb(kernel, "umcb-65537");
     EXPECT_EQ(norv_umcb_open_by_idx(static_cast<uint32_t>(-65537), 0, &device), 0U);
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
@@ -242,7 +242,7 @@ TEST_F(Umcb, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
     EXPECT_EQ(opened_node(kernel), "none");
 }
 
-TEST_F(Umcb, ANodeThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
+TEST_F(Umcb, ANodeThatCannotBeOpenedReturnsTheErrnoStatus) {
     const auto node = add_umcb(kernel, "umcb3", "control");
     kernel.fail("open", EACCES, 2);
     EXPECT_EQ(norv_umcb_open_by_idx(3, 0, &device), errno_status(EACCES));
@@ -250,7 +250,7 @@ TEST_F(Umcb, ANodeThatCannotBeOpenedGivesTheErrnoStatusAndANullHandle) {
     EXPECT_THAT(node->requests, IsEmpty());
 }
 
-TEST_F(Umcb, ASizeThatCannotBeReadGivesTheErrnoStatusAndANullHandle) {
+TEST_F(Umcb, AMapSizeThatCannotBeReadReturnsTheErrnoStatus) {
     add_umcb(kernel, "umcb3", "control");
     kernel.remove("/sys/class/umcb/umcb3/maps/map0/size");
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), NORV_STATUS_NOT_FOUND);
@@ -258,7 +258,7 @@ TEST_F(Umcb, ASizeThatCannotBeReadGivesTheErrnoStatusAndANullHandle) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Umcb, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
+TEST_F(Umcb, ARefusedMappingReturnsTheErrnoStatusAndIsNotUndone) {
     add_umcb(kernel, "umcb3", "control");
     kernel.fail("mmap", EINVAL);
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), NORV_STATUS_INVALID_ARG);
@@ -268,7 +268,7 @@ TEST_F(Umcb, ARefusedMappingGivesTheErrnoStatusANullHandleAndIsNotUndone) {
 }
 
 // quirk 1
-TEST_F(Umcb, ARefusedMappingWhoseErrnoMapsToZeroKeepsTheFailureValueAndIsNeverUndone) {
+TEST_F(Umcb, ARefusedMappingWithStatusZeroIsMapFailedAndNotUndone) {
     add_umcb(kernel, "umcb3", "control");
     kernel.map_errno(EINVAL, 0);
     kernel.fail("mmap", EINVAL);
@@ -287,7 +287,7 @@ TEST_F(Umcb, WithoutMemoryForTheHandleNothingIsOpened) {
 }
 
 // quirk 157
-TEST_F(OpenUmcb, WithoutMemoryForTheHandleTheOneThatTheVariableHeldIsClosedOnPurpose) {
+TEST_F(OpenUmcb, WithoutMemoryForAHandleTheOldOneIsClosed) {
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(device, nullptr);
@@ -313,7 +313,7 @@ TEST_F(Umcb, OnlyTheExactNameMakesAPciDevice) {
     norv_umcb_close(&device);
 }
 
-TEST_F(OpenUmcb, TheInformationOfADeviceThatIsNotOnPciIsItsKindAlone) {
+TEST_F(OpenUmcb, TheInfoOfADeviceThatIsNotOnPciIsItsKindAlone) {
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(0, 9, 9, 9, 9, 9, 9));
     EXPECT_THAT(kernel.calls(), IsEmpty());
@@ -322,7 +322,7 @@ TEST_F(OpenUmcb, TheInformationOfADeviceThatIsNotOnPciIsItsKindAlone) {
 // ---- opening by name
 
 // quirk 163
-TEST_F(Umcb, OpeningByNameOpensDevice0WhicheverHasTheNameOnPurpose) {
+TEST_F(Umcb, OpeningByNameOpensDevice0WhicheverHasTheName) {
     add_umcb(kernel, "umcb0", "first");
     add_umcb(kernel, "umcb2", "second");
     EXPECT_EQ(norv_umcb_open_by_name("second", -1, &device), 0U);
@@ -332,22 +332,22 @@ TEST_F(Umcb, OpeningByNameOpensDevice0WhicheverHasTheNameOnPurpose) {
 }
 
 // quirk 163
-TEST_F(Umcb, WhatStandsBehindTheThirdCharacterIsTheNumberWhateverTheEntryIsCalled) {
+TEST_F(Umcb, TheNumberFollowsTheThirdCharacterOfAnyEntry) {
     add_umcb(kernel, "umc0x1f", "strange");
     EXPECT_EQ(norv_umcb_open_by_name("strange", -1, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").back().path, "/sys/class/umcb/umcb31/name");
 }
 
-TEST_F(Umcb, OpeningByNameTellsTheModeOrDoesNot) {
+TEST_F(Umcb, OpeningByNameSetsAModeThatIsNotNegative) {
     const auto node = add_umcb(kernel, "umcb0", "control");
     EXPECT_EQ(norv_umcb_open_by_name("control", 6, &device), 0U);
     norv_umcb_close(&device);
     EXPECT_EQ(norv_umcb_open_by_name("control", -1, &device), 0U);
     norv_umcb_close(&device);
-    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D00, words({6})}));
+    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D00, bytes_of({6})}));
 }
 
-TEST_F(Umcb, ANameHasToMatchAsAWhole) {
+TEST_F(Umcb, ANameMustMatchCompletely) {
     add_umcb(kernel, "umcb0", "control");
     for (const char* name : {"contro", "control2", "CONTROL", "control\n", ""}) {
         EXPECT_EQ(norv_umcb_open_by_name(name, -1, &device), NORV_STATUS_NOT_FOUND) << name;
@@ -355,14 +355,14 @@ TEST_F(Umcb, ANameHasToMatchAsAWhole) {
     }
 }
 
-TEST_F(Umcb, OfANameAttribute127CharactersAreReadAndTheLastIsDropped) {
+TEST_F(Umcb, ANameIsReadUpTo127BytesAndTheLastIsDropped) {
     add_umcb(kernel, "umcb0", std::string(200, 'n'));
     EXPECT_EQ(norv_umcb_open_by_name(std::string(126, 'n').c_str(), -1, &device), 0U);
     norv_umcb_close(&device);
     EXPECT_EQ(norv_umcb_open_by_name(std::string(127, 'n').c_str(), -1, &device), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(Umcb, AnEntryThatIsNoLinkIsNotLookedAt) {
+TEST_F(Umcb, AnEntryThatIsNotALinkIsIgnored) {
     kernel.add_file("/sys/class/umcb/umcb0/name", "control\n");
     EXPECT_EQ(norv_umcb_open_by_name("control", -1, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
@@ -376,14 +376,14 @@ TEST_F(Umcb, AfterAMatchNoOtherNameIsRead) {
     norv_umcb_close(&device);
 }
 
-TEST_F(Umcb, AClassThatCannotBeReadGivesTheErrnoStatus) {
+TEST_F(Umcb, AnUnreadableClassReturnsTheErrnoStatus) {
     EXPECT_EQ(norv_umcb_open_by_name("control", -1, &device), errno_status(ENOENT));
     EXPECT_EQ(norv_umcb_open_by_pci_id(0x1234, 0x11E8, -1, &device), errno_status(ENOENT));
     EXPECT_EQ(device, nullptr);
 }
 
 // quirk 1
-TEST_F(Umcb, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZeroWithTheMode) {
+TEST_F(Umcb, AnUnreadableClassWithStatusZeroOpensDeviceZeroWithTheMode) {
     const auto node = add_umcb(kernel, "umcb0", "another");
     kernel.map_errno(EACCES, 0);
     kernel.fail("scandir", EACCES);
@@ -393,11 +393,11 @@ TEST_F(Umcb, AClassThatCannotBeReadThoughItsErrnoMapsToZeroOpensDeviceZeroWithTh
     kernel.fail("scandir", EACCES);
     EXPECT_EQ(norv_umcb_open_by_pci_id(0x1234, 0x11E8, 4, &device), 0U);
     norv_umcb_close(&device);
-    EXPECT_THAT(node->requests,
-                ElementsAre(umcb_request{0x40046D00, words({3})}, umcb_request{0x40046D00, words({4})}));
+    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D00, bytes_of({3})},
+                                            umcb_request{0x40046D00, bytes_of({4})}));
 }
 
-TEST_F(Umcb, AnEmptyClassHoldsNoDevice) {
+TEST_F(Umcb, AnEmptyClassHasNoDevice) {
     kernel.add_directory("/sys/class/umcb");
     EXPECT_EQ(norv_umcb_open_by_name("control", -1, &device), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(norv_umcb_open_by_pci_id(0x1234, 0x11E8, -1, &device), NORV_STATUS_NOT_FOUND);
@@ -412,7 +412,7 @@ TEST_F(Umcb, BindingWritesTheIdentityInLowerCaseWithoutNewlineOrNul) {
     EXPECT_THAT(kernel.writes(new_id), ElementsAre("1234 abcd", "0001 0000"));
 }
 
-TEST_F(Umcb, WithoutItsOwnDriverBindingIsNotAvailableWhateverOthersThereAre) {
+TEST_F(Umcb, BindingIsNotAvailableWithoutItsOwnDriver) {
     kernel.add_file("/sys/bus/pci/drivers/uio_pci_mmap/new_id");
     kernel.add_file("/sys/bus/pci/drivers/uio_pci_generic/new_id");
     kernel.add_file("/sys/bus/pci/drivers/umcb_pci_mmap/new_id");
@@ -420,14 +420,14 @@ TEST_F(Umcb, WithoutItsOwnDriverBindingIsNotAvailableWhateverOthersThereAre) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(Umcb, ARefusedBindingGivesTheErrnoStatus) {
+TEST_F(Umcb, ARefusedBindingReturnsTheErrnoStatus) {
     kernel.add_file(new_id);
     kernel.on_write(new_id, [](std::string_view) { return EEXIST; });
     EXPECT_EQ(norv_umcb_load_pci(0x1234, 0x11E8), errno_status(EEXIST));
 }
 
 // quirk 163
-TEST_F(Umcb, OpeningByIdentityOpensDevice0WhicheverHasTheIdentityOnPurpose) {
+TEST_F(Umcb, OpeningByIdentityOpensDevice0WhicheverHasTheIdentity) {
     add_umcb(kernel, "umcb0", "control");
     add_pci_umcb(kernel, "umcb1", "0x8086", "0x11e8");
     add_pci_umcb(kernel, "umcb2", "0x1234", "0x0001");
@@ -449,13 +449,13 @@ TEST_F(Umcb, AnIdentityThatNoDeviceHasIsNotFound) {
     EXPECT_EQ(device, nullptr);
 }
 
-TEST_F(Umcb, OpeningByIdentityTellsTheModeOrDoesNot) {
+TEST_F(Umcb, OpeningByIdentitySetsAModeThatIsNotNegative) {
     const auto node = add_pci_umcb(kernel, "umcb0");
     EXPECT_EQ(norv_umcb_open_by_pci_id(0x1234, 0x11E8, 2, &device), 0U);
     norv_umcb_close(&device);
     EXPECT_EQ(norv_umcb_open_by_pci_id(0x1234, 0x11E8, -1, &device), 0U);
     norv_umcb_close(&device);
-    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D00, words({2})}));
+    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D00, bytes_of({2})}));
 }
 
 // ---- PCI: the identity
@@ -466,26 +466,26 @@ TEST_F(OpenUmcbPci, TheIdentityComesFromTheUeventFile) {
     EXPECT_EQ(kernel.calls("fopen").back().path, uevent);
 }
 
-TEST_F(OpenUmcbPci, WithoutALineForTheSlotItsFieldsStayWhatTheyWere) {
+TEST_F(OpenUmcbPci, WithoutALineForTheSlotItsFieldsAreUnchanged) {
     kernel.add_file(uevent, "DRIVER=umcb_pci_generic\nPCI_ID=10EE:7024\n");
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x10EE, 0x7024, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUmcbPci, WithoutALineForTheIdentityItsFieldsStayWhatTheyWere) {
+TEST_F(OpenUmcbPci, WithoutALineForTheIdentityItsFieldsAreUnchanged) {
     kernel.add_file(uevent, "PCI_SLOT_NAME=0000:00:05.0\n");
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 0, 0, 5, 0));
 }
 
-TEST_F(OpenUmcbPci, AMissingUeventFileGivesTheErrnoStatusAndTheKindAlone) {
+TEST_F(OpenUmcbPci, AMissingUeventFileReturnsTheErrnoStatusAndTheKind) {
     kernel.remove(uevent);
     EXPECT_EQ(norv_umcb_get_info(&device, &info), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(words_of(info), ElementsAre(1, 9, 9, 9, 9, 9, 9));
 }
 
 // quirk 164
-TEST_F(Umcb, ThePathOfTheUeventFileHas43CharactersAtMost) {
+TEST_F(Umcb, ThePathOfTheUeventFileHasAtMost43Characters) {
     add_pci_umcb(kernel, "umcb999999999");
     add_pci_umcb(kernel, "umcb1234567890");
     EXPECT_EQ(norv_umcb_open_by_idx(999999999, -1, &device), 0U);
@@ -497,7 +497,7 @@ TEST_F(Umcb, ThePathOfTheUeventFileHas43CharactersAtMost) {
     norv_umcb_close(&device);
 }
 
-TEST_F(OpenUmcbPci, TheTableHasNoHooksAndTellsTheIdentity) {
+TEST_F(OpenUmcbPci, TheTableHasNoHooksAndReportsTheIdentity) {
     const norv_umcb_ops_t* operations = norv_umcb_get_pci_ops();
     EXPECT_EQ(operations->open, nullptr);
     EXPECT_EQ(operations->close, nullptr);
@@ -519,7 +519,7 @@ TEST_F(OpenUmcbPci, ATableWithoutGetInfoFillsTheKindAlone) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenUmcb, TheGetInfoOfItsTableAnswersWhateverTheKind) {
+TEST_F(OpenUmcb, TheTablesGetInfoIsUsedWhateverTheKind) {
     static constexpr norv_umcb_ops_t refusing_table = {nullptr, nullptr,
                                                        [](norv_umcb_t**, norv_uio_info_t*) { return 77U; }};
     set_operations(device, &refusing_table);
@@ -527,7 +527,7 @@ TEST_F(OpenUmcb, TheGetInfoOfItsTableAnswersWhateverTheKind) {
     EXPECT_THAT(words_of(info), ElementsAre(9, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenUmcb, TheCloseHookOfItsTableRunsFirst) {
+TEST_F(OpenUmcb, TheTablesCloseHookRunsFirst) {
     static void* mapped_in_hook = nullptr;
     constexpr norv_umcb_ops_t table = {
         nullptr, [](norv_umcb_t** closing) { mapped_in_hook = norv_umcb_get_map(closing); }, nullptr};
@@ -537,7 +537,7 @@ TEST_F(OpenUmcb, TheCloseHookOfItsTableRunsFirst) {
     EXPECT_EQ(device, nullptr);
 }
 
-TEST_F(Umcb, TheConfigurationSpaceIsNotTouched) {
+TEST_F(Umcb, TheConfigurationSpaceIsNotAccessed) {
     add_pci_umcb(kernel, "umcb2");
     kernel.add_file("/sys/class/umcb/umcb2/device/config", "untouched");
     EXPECT_EQ(norv_umcb_open_by_idx(2, -1, &device), 0U);
@@ -558,7 +558,7 @@ TEST_F(OpenUmcb, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(Umcb, ANodeWithTheDescriptor0IsNotClosed) {
+TEST_F(Umcb, ANodeWithDescriptor0IsNotClosed) {
     const auto node = std::make_shared<at_descriptor_0<umcb_node>>(kernel);
     add_mapped_device(kernel, "umcb", "umcb3", "control", node);
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
@@ -597,7 +597,7 @@ TEST_F(Umcb, ANullHandleIsAnInvalidArgumentAndClosingAcceptsIt) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenUmcb, AResultWithoutAPlaceForItIsAnInvalidArgument) {
+TEST_F(OpenUmcb, ANullResultIsAnInvalidArgument) {
     EXPECT_EQ(norv_umcb_get_info(&device, nullptr), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_umcb_irq_register(&device, 7, nullptr), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(kernel.calls(), IsEmpty());
@@ -625,7 +625,7 @@ TEST_F(OpenUmcb, RegisterAccessMakesNoSystemCall) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-// ---- the register bus; register n stands at address 4 n and holds 1000 + n
+// ---- the register bus; register n is at address 4 n and holds 1000 + n
 
 class UmcbBus : public OpenUmcb {
   protected:
@@ -660,7 +660,7 @@ TEST_F(UmcbBus, SinglesReadAndWriteOneRegister) {
     EXPECT_EQ(node->registers[5], 1005U);
 }
 
-TEST_F(UmcbBus, PlainListsTakeTheirAddressesAsTheyAre) {
+TEST_F(UmcbBus, PlainListsUseTheirAddressesUnchanged) {
     const uint32_t addresses[] = {0x20, 0x00};
     const norv_mcb_reg_value_t list[] = {{0x30, 1}, {0x34, 2}, {0x30, 3}};
     EXPECT_EQ(bus.read_list(&bus, addresses, values.data(), 2), 0U);
@@ -697,7 +697,7 @@ TEST_F(UmcbBus, TheSumOfBaseAndAddressWrapsAt32Bits) {
     EXPECT_EQ(node->registers[8], 5U);
 }
 
-TEST_F(UmcbBus, BurstsGoUpDownOrStay) {
+TEST_F(UmcbBus, BurstsGoUpDownOrNowhere) {
     const uint32_t written[] = {1, 2, 3};
     EXPECT_EQ(bus.read_burst(&bus, 0x100, values.data(), 3, NORV_MCB_BURST_UP), 0U);
     EXPECT_THAT(values, ElementsAre(1064, 1065, 1066, 9));
@@ -736,23 +736,23 @@ TEST_F(UmcbBus, ABusThatCannotBeOpenedIsZeroed) {
 
 // ---- the device's interrupts
 
-TEST_F(OpenUmcb, RegisteringGivesTheDescriptorThatTheDriverOpened) {
+TEST_F(OpenUmcb, RegisteringReturnsTheDescriptorThatTheDriverOpened) {
     int32_t source = -1;
     EXPECT_EQ(norv_umcb_irq_register(&device, 7, &source), 0U);
-    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0xC0086D03, words({7, 0})}));
+    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0xC0086D03, bytes_of({7, 0})}));
     EXPECT_EQ(norv_umcb_irq_enable(source), 0U);
     EXPECT_EQ(node->source->requests.size(), 1U);
     EXPECT_EQ(close(source), 0);
 }
 
-TEST_F(OpenUmcb, ARefusedRegistrationGivesTheErrnoStatusAndLeavesTheDescriptorUntouched) {
+TEST_F(OpenUmcb, ARefusedRegistrationLeavesTheDescriptorUnchanged) {
     int32_t source = 7;
     kernel.fail("ioctl", EINVAL);
     EXPECT_EQ(norv_umcb_irq_register(&device, 99, &source), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(source, 7);
 }
 
-TEST_F(OpenUmcb, ARefusedRegistrationWhoseErrnoMapsToZeroGivesTheDescriptor0) {
+TEST_F(OpenUmcb, ARefusedRegistrationWithStatusZeroYieldsDescriptor0) {
     int32_t source = 7;
     kernel.map_errno(EBUSY, 0);
     kernel.fail("ioctl", EBUSY);
@@ -760,7 +760,7 @@ TEST_F(OpenUmcb, ARefusedRegistrationWhoseErrnoMapsToZeroGivesTheDescriptor0) {
     EXPECT_EQ(source, 0);
 }
 
-TEST_F(OpenUmcb, ClosingTheDeviceLeavesASourcesDescriptorOpen) {
+TEST_F(OpenUmcb, ClosingTheDeviceLeavesTheDescriptorOfASourceOpen) {
     int32_t source = -1;
     EXPECT_EQ(norv_umcb_irq_register(&device, 7, &source), 0U);
     norv_umcb_close(&device);
@@ -769,20 +769,20 @@ TEST_F(OpenUmcb, ClosingTheDeviceLeavesASourcesDescriptorOpen) {
     EXPECT_EQ(close(source), 0);
 }
 
-TEST_F(OpenUmcb, EnablingAndDisablingTheDeviceAreRequestsWithoutAnArgument) {
+TEST_F(OpenUmcb, EnablingAndDisablingTheDeviceHaveNoArgument) {
     EXPECT_EQ(norv_umcb_irq_global_enable(&device), 0U);
     EXPECT_EQ(norv_umcb_irq_global_disable(&device), 0U);
     EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x6D01, ""}, umcb_request{0x6D02, ""}));
 }
 
-TEST_F(OpenUmcb, TheTypeIsToldToTheDriver) {
+TEST_F(OpenUmcb, TheTypeIsPassedToTheDriver) {
     EXPECT_EQ(norv_umcb_irq_set_type(&device, 0), 0U);
     EXPECT_EQ(norv_umcb_irq_set_type(&device, 0x80000001), 0U);
-    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D04, words({0})},
-                                            umcb_request{0x40046D04, words({0x80000001})}));
+    EXPECT_THAT(node->requests, ElementsAre(umcb_request{0x40046D04, bytes_of({0})},
+                                            umcb_request{0x40046D04, bytes_of({0x80000001})}));
 }
 
-TEST_F(OpenUmcb, ARefusedRequestOfTheDeviceGivesTheErrnoStatus) {
+TEST_F(OpenUmcb, ARefusedRequestOfTheDeviceReturnsTheErrnoStatus) {
     kernel.fail("ioctl", EIO);
     EXPECT_EQ(norv_umcb_irq_global_enable(&device), errno_status(EIO));
     kernel.fail("ioctl", EPERM);
@@ -793,7 +793,7 @@ TEST_F(OpenUmcb, ARefusedRequestOfTheDeviceGivesTheErrnoStatus) {
 
 // ---- one source
 
-TEST_F(UmcbSource, EnablingDisablingAndClearingAreRequestsWithoutAnArgument) {
+TEST_F(UmcbSource, EnablingDisablingAndClearingHaveNoArgument) {
     EXPECT_EQ(norv_umcb_irq_enable(source), 0U);
     EXPECT_EQ(norv_umcb_irq_disable(source), 0U);
     EXPECT_EQ(norv_umcb_irq_clear_event(source), 0U);
@@ -801,7 +801,7 @@ TEST_F(UmcbSource, EnablingDisablingAndClearingAreRequestsWithoutAnArgument) {
                 ElementsAre(umcb_request{0x7200, ""}, umcb_request{0x7201, ""}, umcb_request{0x7202, ""}));
 }
 
-TEST_F(UmcbSource, ARefusedRequestOfASourceGivesTheErrnoStatus) {
+TEST_F(UmcbSource, ARefusedRequestOfASourceReturnsTheErrnoStatus) {
     kernel.fail("ioctl", EIO);
     EXPECT_EQ(norv_umcb_irq_enable(source), errno_status(EIO));
     kernel.fail("ioctl", EPERM);
@@ -810,7 +810,7 @@ TEST_F(UmcbSource, ARefusedRequestOfASourceGivesTheErrnoStatus) {
     EXPECT_EQ(norv_umcb_irq_clear_event(source), errno_status(EINVAL));
 }
 
-TEST(UmcbSourceDescriptor, OneThatIsNotOpenGivesTheErrnoStatus) {
+TEST(UmcbSourceDescriptor, OneThatIsNotOpenReturnsTheErrnoStatus) {
     EXPECT_EQ(norv_umcb_irq_enable(-1), errno_status(EBADF));
     EXPECT_EQ(norv_umcb_irq_disable(-1), errno_status(EBADF));
     EXPECT_EQ(norv_umcb_irq_clear_event(-1), errno_status(EBADF));
@@ -831,34 +831,34 @@ TEST_F(UmcbSource, TheWaitReadsNothing) {
     EXPECT_THAT(kernel.calls("read"), IsEmpty());
 }
 
-TEST_F(UmcbSource, WithoutAnEventTheWaitTimesOutAndNothingIsCleared) {
+TEST_F(UmcbSource, WithoutAnEventTheWaitTimesOutAndClearsNothing) {
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), NORV_STATUS_TIMEOUT);
     EXPECT_EQ(norv_umcb_irq_wait(source, 0), NORV_STATUS_TIMEOUT);
     EXPECT_THAT(driver.poll_timeouts, ElementsAre(5, 0));
     EXPECT_THAT(driver.requests, IsEmpty());
 }
 
-TEST_F(UmcbSource, ATimeOutOf32BitsWaitsWithoutLimit) {
+TEST_F(UmcbSource, ATimeoutOf32BitsWaitsWithoutLimit) {
     driver.pending = 1;
     EXPECT_EQ(norv_umcb_irq_wait(source, 0xFFFFFFFF), 0U);
     EXPECT_THAT(driver.poll_timeouts, ElementsAre(-1));
 }
 
 // quirk 4
-TEST_F(UmcbSource, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
+TEST_F(UmcbSource, AnInterruptedWaitRestartsWithTheWholeTimeout) {
     driver.pending = 1;
     driver.interruptions = 2;
     EXPECT_EQ(norv_umcb_irq_wait(source, 700), 0U);
     EXPECT_THAT(driver.poll_timeouts, ElementsAre(700, 700, 700));
 }
 
-TEST_F(UmcbSource, AFailedWaitGivesTheErrnoStatusAndNothingIsCleared) {
+TEST_F(UmcbSource, AFailedWaitReturnsTheErrnoStatusAndClearsNothing) {
     kernel.fail("poll", ENOMEM);
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), NORV_STATUS_NO_MEMORY);
     EXPECT_THAT(driver.requests, IsEmpty());
 }
 
-TEST_F(UmcbSource, AFailedWaitWhoseErrnoMapsToZeroClearsTheEvent) {
+TEST_F(UmcbSource, AFailedWaitWithStatusZeroClearsTheEvent) {
     driver.pending = 1;
     kernel.map_errno(ENOMEM, 0);
     kernel.fail("poll", ENOMEM);
@@ -880,13 +880,13 @@ TEST_F(UmcbSource, AThreadWaitsWhileAnotherAccessesRegisters) {
 }
 
 // quirk 165
-TEST_F(UmcbSource, AnErrorConditionEndsTheWaitAndTheEventIsCleared) {
+TEST_F(UmcbSource, AnErrorConditionEndsTheWaitAndClearsTheEvent) {
     driver.ready_events = POLLERR;
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), 0U);
     EXPECT_THAT(driver.requests, ElementsAre(umcb_request{0x7202, ""}));
 }
 
-TEST_F(UmcbSource, AnEventThatCannotBeClearedGivesTheErrnoStatus) {
+TEST_F(UmcbSource, AnEventThatCannotBeClearedReturnsTheErrnoStatus) {
     driver.pending = 1;
     kernel.fail("ioctl", EIO);
     EXPECT_EQ(norv_umcb_irq_wait(source, 5), errno_status(EIO));
@@ -978,10 +978,10 @@ TEST(UmcbSearchSweep, EveryFailingCallIsReportedOrFindsNothing) {
         if (struck.name == "access") {
             return NORV_STATUS_NOT_AVAILABLE;
         }
-        // The name is read twice: to find the device, then to tell its kind. The former fails silently.
+        // The name is read twice: to find the device, then to determine its kind. The former fails silently.
         const bool of_search = struck.path == "/sys/class/umcb/umcb0/name" && struck.number <= 8;
-        const bool passed_over = of_search && struck.how == fault::kind::error && struck.name != "close";
-        return passed_over ? NORV_STATUS_NOT_FOUND : norv::test::status_of_fault(struck);
+        const bool skipped = of_search && struck.how == fault::kind::error && struck.name != "close";
+        return skipped ? NORV_STATUS_NOT_FOUND : norv::test::status_of_fault(struck);
     };
     norv::test::failure_sweep(
         [](kernel_double& kernel) {

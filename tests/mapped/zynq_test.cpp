@@ -32,7 +32,7 @@ constexpr const char* zynq_rate = "/sys/class/fclkcfg/fclk0/rate";
 constexpr const char* zynqmp_rate = "/sys/devices/platform/fclk0/set_rate";
 constexpr const char* zynq_reset = "/sys/class/fclkcfg/fclk0/reset";
 
-// Whole numbers are read as a long, which has 32 bits on a 32-bit processor.
+// Integers are parsed as a long, which has 32 bits on a 32-bit processor.
 constexpr bool long_has_64_bits = sizeof(long) == 8;
 
 constexpr uint32_t untouched_rate = 77;
@@ -42,7 +42,7 @@ std::string sensor(const std::string& attribute) {
     return "/sys/bus/iio/devices/iio:device0/in_" + attribute;
 }
 
-// A clock generator that makes 99999999 Hz at best.
+// A clock generator that reaches at most 99999999 Hz.
 class clock_generator : public norv::test::device {
   public:
     std::string rate = "50000000\n";
@@ -57,7 +57,7 @@ class clock_generator : public norv::test::device {
     }
 };
 
-// One that takes any rate and tells what the test says: nothing at first.
+// One that takes any rate and returns the text that the test sets: at first none.
 class silent_clock : public norv::test::device {
   public:
     std::string rate;
@@ -107,7 +107,7 @@ class Zynq : public testing::Test {
         return voltage;
     }
 
-    // The attributes that were read, in their order.
+    // The attributes that were read, in order.
     std::vector<std::string> attributes_read() const {
         std::vector<std::string> paths;
         for (const auto& made : kernel.calls("read")) {
@@ -134,13 +134,13 @@ TEST_F(ZynqClock, SettingWritesTheRateWithItsNulAndReadsItBack) {
     EXPECT_THAT(kernel.open_flags(zynq_rate), ElementsAre(O_WRONLY | O_CLOEXEC, O_RDONLY | O_CLOEXEC));
 }
 
-TEST_F(ZynqClock, ARateThatTheClockCannotMakeComesBackAsTheOneItMakes) {
+TEST_F(ZynqClock, ARateThatTheClockCannotGenerateReturnsTheOneItGenerates) {
     kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
     EXPECT_EQ(rate, 99999999U);
 }
 
-TEST_F(ZynqClock, ARateThatTheClockMakesComesBackAsItIs) {
+TEST_F(ZynqClock, ARateThatTheClockGeneratesIsReturnedUnchanged) {
     kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
     rate = 25000000;
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
@@ -148,13 +148,13 @@ TEST_F(ZynqClock, ARateThatTheClockMakesComesBackAsItIs) {
 }
 
 // quirk 76
-TEST_F(ZynqClock, RatesOf2To31AndMoreArePrintedSigned) {
+TEST_F(ZynqClock, RatesOf2To31OrMoreArePrintedSigned) {
     rate = 0xFFFFFFFEU;
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
     EXPECT_THAT(kernel.writes(zynq_rate), ElementsAre("-2\0"s));
 }
 
-TEST_F(ZynqClock, WhatIsReadBackIsParsedWithItsPrefix) {
+TEST_F(ZynqClock, TheReadBackIsParsedWithItsPrefix) {
     const auto clock = std::make_shared<silent_clock>();
     kernel.add_device(zynq_rate, clock);
     clock->rate = "0x10\n";
@@ -162,7 +162,7 @@ TEST_F(ZynqClock, WhatIsReadBackIsParsedWithItsPrefix) {
     EXPECT_EQ(rate, 16U);
 }
 
-TEST_F(ZynqClock, OfWhatIsReadBack15BytesAreRead) {
+TEST_F(ZynqClock, TheReadBackIsReadUpTo15Bytes) {
     const auto clock = std::make_shared<silent_clock>();
     kernel.add_device(zynq_rate, clock);
     clock->rate = "000000000000123456";
@@ -172,7 +172,7 @@ TEST_F(ZynqClock, OfWhatIsReadBack15BytesAreRead) {
 }
 
 // quirk 77
-TEST_F(ZynqClock, ARateIsReadAsALong) {
+TEST_F(ZynqClock, ARateIsParsedAsALong) {
     const auto clock = std::make_shared<silent_clock>();
     const uint32_t expected = long_has_64_bits ? 3000000000 : INT32_MAX;
     clock->rate = "3000000000\n";
@@ -188,7 +188,7 @@ TEST_F(ZynqClock, ARateIsReadAsALong) {
     EXPECT_EQ(rate, expected);
 }
 
-TEST_F(ZynqClock, AFailedWriteGivesItsStatusAndLeavesTheRateUntouched) {
+TEST_F(ZynqClock, AFailedWriteReturnsItsStatusAndLeavesTheRateUnchanged) {
     kernel.on_write(zynq_rate, [](std::string_view) { return EBUSY; });
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), errno_status(EBUSY));
     EXPECT_EQ(rate, 100000000U);
@@ -208,13 +208,13 @@ TEST_F(ZynqClock, AFailedReadBackIsASuccessAndReturnsTheRequestedRate) {
     EXPECT_EQ(rate, 100000000U);
 }
 
-TEST_F(ZynqClock, AReadBackThatCannotBeOpenedIsASuccessAndReturnsTheRequestedRate) {
+TEST_F(ZynqClock, AReadBackThatCannotBeOpenedReturnsTheRequestedRate) {
     kernel.fail("open", EACCES, 2);
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
     EXPECT_EQ(rate, 100000000U);
 }
 
-TEST_F(ZynqClock, AFailedReadBackWhoseErrnoMapsToZeroReturnsTheRequestedRate) {
+TEST_F(ZynqClock, AFailedReadBackWithStatusZeroReturnsTheRequestedRate) {
     kernel.add_device(zynq_rate, std::make_shared<clock_generator>());
     kernel.fail("read", EIO);
     kernel.map_errno(EIO, 0);
@@ -251,23 +251,23 @@ TEST_F(ZynqClock, NumbersAreParsedWithTheirPrefix) {
 }
 
 // quirk 5
-TEST_F(ZynqClock, TheLastByteOfANumberIsCutWhateverItIs) {
+TEST_F(ZynqClock, TheLastByteOfANumberIsDroppedWhateverItIs) {
     EXPECT_EQ(zynq_rate_of("123"), 12U);
 }
 
 TEST_F(ZynqClock, ANumberIsReadUpTo15Bytes) {
-    // Of these the 15th is taken for the newline.
+    // The 15th byte is taken for the newline.
     EXPECT_EQ(zynq_rate_of("000000000000123456"), 012U);
 }
 
-TEST_F(ZynqClock, ARateThatCannotBeReadLeavesTheAnswerUntouched) {
+TEST_F(ZynqClock, ARateThatCannotBeReadLeavesTheResultUnchanged) {
     rate = untouched_rate;
     EXPECT_EQ(norv_zynq_get_fclk_freq(9, &rate), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(norv_zynqmp_get_fclk_freq(9, &rate), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(rate, untouched_rate);
 }
 
-TEST_F(ZynqClock, AFailedReadWhoseErrnoMapsToZeroIsARateOfZero) {
+TEST_F(ZynqClock, AFailedReadWithStatusZeroIsARateOfZero) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
     EXPECT_EQ(norv_zynq_get_fclk_freq(0, &rate), 0U);
@@ -281,14 +281,14 @@ TEST_F(ZynqClock, TheRateOfAZynqMpClockIsReadFromItsPlatformDevice) {
     EXPECT_THAT(kernel.open_flags(zynqmp_rate), ElementsAre(O_RDONLY | O_CLOEXEC));
 }
 
-TEST_F(ZynqClock, ResettingWritesAOneAndLettingGoAZeroWithTheirNul) {
+TEST_F(ZynqClock, AResetIsHeldWithAOneAndReleasedWithAZeroAndTheirNul) {
     kernel.add_file(zynq_reset);
     EXPECT_EQ(norv_zynq_set_fclk_reset(0, true), 0U);
     EXPECT_EQ(norv_zynq_set_fclk_reset(0, false), 0U);
     EXPECT_THAT(kernel.writes(zynq_reset), ElementsAre("1\0"s, "0\0"s));
 }
 
-TEST_F(ZynqClock, ARefusedResetGivesTheErrnoStatus) {
+TEST_F(ZynqClock, ARefusedResetReturnsTheErrnoStatus) {
     kernel.add_file(zynq_reset);
     kernel.on_write(zynq_reset, [](std::string_view) { return EIO; });
     EXPECT_EQ(norv_zynq_set_fclk_reset(0, true), errno_status(EIO));
@@ -296,7 +296,7 @@ TEST_F(ZynqClock, ARefusedResetGivesTheErrnoStatus) {
 }
 
 // quirk 2
-TEST_F(ZynqClock, TheNumberChoosesTheClockAndIsPrintedSigned) {
+TEST_F(ZynqClock, TheNumberSelectsTheClockAndIsPrintedSigned) {
     kernel.add_file("/sys/class/fclkcfg/fclk3/rate", "3\n");
     kernel.add_file("/sys/class/fclkcfg/fclk-1/rate", "4\n");
     kernel.add_file("/sys/class/fclkcfg/fclk-1/reset");
@@ -320,7 +320,7 @@ TEST_F(Zynq, ATemperatureIsConvertedToHundredthsOfADegree) {
     EXPECT_EQ(zynq_temperature_of("0\n"), -27315);
 }
 
-TEST_F(Zynq, ATemperatureIsRoundedNotCut) {
+TEST_F(Zynq, ATemperatureIsRoundedNotTruncated) {
     EXPECT_EQ(zynq_temperature_of("2502\n"), 3470);  // 3469.80
     EXPECT_EQ(zynq_temperature_of("2218\n"), -25);   // -24.57
 }
@@ -331,14 +331,14 @@ TEST_F(Zynq, ATemperatureIsComputedInSinglePrecision) {
     EXPECT_EQ(zynq_temperature_of("2330\n"), 1354);
 }
 
-TEST_F(Zynq, ATemperatureThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouched) {
+TEST_F(Zynq, ATemperatureThatCannotBeReadLeavesTheResultUnchanged) {
     int32_t temperature = untouched;
     EXPECT_EQ(norv_zynq_get_temperature(&temperature), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(temperature, untouched);
 }
 
 // quirk 77, quirk 82
-TEST_F(Zynq, AReadingOfATemperatureIsTakenAs32Bits) {
+TEST_F(Zynq, Only32BitsOfATemperatureReadingCount) {
     // 2^32 + 2500; a 32-bit long holds 2147483647 instead.
     EXPECT_EQ(zynq_temperature_of("4294969796\n"), long_has_64_bits ? 3445 : INT32_MAX);
 }
@@ -351,13 +351,13 @@ TEST_F(Zynq, ReadingsAreParsedWithTheirPrefix) {
 }
 
 TEST_F(Zynq, ReadingsAreReadUpTo15Bytes) {
-    // Of these the 15th is taken for the newline.
+    // The 15th byte is taken for the newline.
     EXPECT_EQ(zynq_voltage_of("0x000000000555999\n", true), 333);
     EXPECT_EQ(zynqmp_voltage_of("000000000000123456\n", "1\n"), 12);
     EXPECT_EQ(zynqmp_voltage_of("1\n", "000000000000123456\n"), 12);
 }
 
-TEST_F(Zynq, OfEveryAttribute15BytesAreRead) {
+TEST_F(Zynq, EveryAttributeIsReadUpTo15Bytes) {
     int32_t value = 0;
     uint32_t rate = 0;
     kernel.add_file(zynq_rate, std::string(40, '1'));
@@ -379,7 +379,7 @@ TEST_F(Zynq, OfEveryAttribute15BytesAreRead) {
                 testing::Each(testing::Field(&norv::test::call::bytes, std::string(15, '1'))));
 }
 
-TEST_F(Zynq, AVoltageIsOneOf3VoltsOrInTheLowRangeOf1Volt) {
+TEST_F(Zynq, FullScaleIs3VoltsOr1VoltInTheLowRange) {
     EXPECT_EQ(zynq_voltage_of("1365\n", false), 1000);
     EXPECT_EQ(zynq_voltage_of("1365\n", true), 333);
     EXPECT_EQ(zynq_voltage_of("4095\n", false), 2999);
@@ -396,20 +396,20 @@ TEST_F(Zynq, AVoltageIsComputedInSinglePrecision) {
     EXPECT_EQ(zynq_voltage_of("45241\n", false), 33136);
 }
 
-TEST_F(Zynq, AChannelIsNamedByTheCaller) {
+TEST_F(Zynq, TheCallerNamesTheChannel) {
     set_sensor("voltage7_any name_raw", "2048\n");
     int32_t voltage = 0;
     EXPECT_EQ(norv_zynq_get_voltage("voltage7_any name", false, &voltage), 0U);
     EXPECT_EQ(voltage, 1500);
 }
 
-TEST_F(Zynq, AVoltageThatCannotBeReadGivesTheStatusAndLeavesTheAnswerUntouched) {
+TEST_F(Zynq, AVoltageThatCannotBeReadLeavesTheResultUnchanged) {
     int32_t voltage = untouched;
     EXPECT_EQ(norv_zynq_get_voltage("voltage9", false, &voltage), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(voltage, untouched);
 }
 
-TEST_F(Zynq, AReadingThatNoIntegerCanHoldBecomesTheNearestOne) {
+TEST_F(Zynq, AReadingBeyondTheIntegersBecomesTheNearestOne) {
     EXPECT_EQ(zynq_voltage_of("99999999999999\n", false), long_has_64_bits ? INT32_MAX : 1572864000);
     EXPECT_EQ(zynq_voltage_of("-9999999999999\n", false), long_has_64_bits ? INT32_MIN : -1572864000);
 }
@@ -427,7 +427,7 @@ TEST_F(Zynq, ThePsTemperatureIsComputedInSinglePrecision) {
 }
 
 TEST_F(Zynq, TheOffsetIsAddedBeforeTheScaleIsApplied) {
-    // -15099 when each is scaled by itself.
+    // -15099 if each were scaled by itself.
     EXPECT_EQ(ps_temperature_of("16630\n", "-36058\n", "7.771514892\n"), -15098);
 }
 
@@ -440,7 +440,7 @@ TEST_F(Zynq, ThePlTemperatureHasAChannelOfItsOwn) {
     EXPECT_EQ(temperature, 3841);
 }
 
-TEST_F(Zynq, ATemperatureReadsOffsetScaleAndRawValueInThisOrder) {
+TEST_F(Zynq, ATemperatureReadsOffsetScaleAndRawValueInThatOrder) {
     for (const char* channel : {"temp0_ps_temp", "temp2_pl_temp"}) {
         for (const char* part : {"_raw", "_offset", "_scale"}) {
             set_sensor(std::string(channel) + part, "2\n");
@@ -464,7 +464,7 @@ TEST_F(Zynq, AMissingOffsetCountsAsZero) {
 }
 
 // quirk 79
-TEST_F(Zynq, ATemperatureWithoutScaleIsZeroAndThatIsNoFailure) {
+TEST_F(Zynq, ATemperatureWithoutAScaleIsZeroAndNotAFailure) {
     set_sensor("temp2_pl_temp_raw", "41000\n");
     set_sensor("temp2_pl_temp_offset", "-36058\n");
     int32_t temperature = untouched;
@@ -472,7 +472,7 @@ TEST_F(Zynq, ATemperatureWithoutScaleIsZeroAndThatIsNoFailure) {
     EXPECT_EQ(temperature, 0);
 }
 
-TEST_F(Zynq, ATemperatureWithoutRawValueGivesTheStatusAndLeavesTheAnswerUntouched) {
+TEST_F(Zynq, ATemperatureWithoutARawValueIsAFailure) {
     set_sensor("temp0_ps_temp_offset", "-36058\n");
     set_sensor("temp0_ps_temp_scale", "7.771514892\n");
     int32_t temperature = untouched;
@@ -498,7 +498,7 @@ TEST_F(Zynq, AZynqMpVoltageIsComputedInSinglePrecision) {
 }
 
 // quirk 80
-TEST_F(Zynq, AZynqMpVoltageWithoutRawValueIsZeroAndThatIsNoFailure) {
+TEST_F(Zynq, AZynqMpVoltageWithoutARawValueIsZeroAndNotAFailure) {
     set_sensor("voltage1_scale", "0.045776367\n");
     int32_t voltage = untouched;
     EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &voltage), 0U);
@@ -506,21 +506,21 @@ TEST_F(Zynq, AZynqMpVoltageWithoutRawValueIsZeroAndThatIsNoFailure) {
 }
 
 // quirk 80
-TEST_F(Zynq, AZynqMpVoltageWithoutScaleGivesTheStatusAndLeavesTheAnswerUntouched) {
+TEST_F(Zynq, AZynqMpVoltageWithoutAScaleIsAFailure) {
     set_sensor("voltage1_raw", "18000\n");
     int32_t voltage = untouched;
     EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &voltage), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(voltage, untouched);
 }
 
-TEST_F(Zynq, AProductThatNoIntegerCanHoldBecomesTheNearestOne) {
+TEST_F(Zynq, AProductBeyondTheIntegersBecomesTheNearestOne) {
     EXPECT_EQ(zynqmp_voltage_of("2147483648\n", "1\n"), INT32_MAX);
     EXPECT_EQ(zynqmp_voltage_of("-2147483648\n", "1\n"), INT32_MIN);
     EXPECT_EQ(zynqmp_voltage_of("-1e10\n", "1\n"), INT32_MIN);
     EXPECT_EQ(zynqmp_voltage_of("inf\n", "1\n"), INT32_MAX);
 }
 
-TEST_F(Zynq, WhatIsNoNumberIsZero) {
+TEST_F(Zynq, NotANumberBecomesZero) {
     EXPECT_EQ(zynqmp_voltage_of("nan\n", "1\n"), 0);
     EXPECT_EQ(zynqmp_voltage_of("words\n", "1\n"), 0);
 }
@@ -553,7 +553,7 @@ void build_board(kernel_double& kernel) {
     }
 }
 
-// What a fault gives when those that these attributes meet are not reported.
+// Expects the status of each fault, but none for faults of attributes with these endings.
 sweep_options unreported_for(std::vector<std::string> endings) {
     sweep_options options;
     options.expect = [endings = std::move(endings)](const fault& struck) {
@@ -578,7 +578,7 @@ TEST(ZynqSweep, EveryFailureOfClocksIsReported) {
     });
 }
 
-TEST(ZynqSweep, OfSettingAClockOnlyTheFailureOfTheWriteIsReported) {
+TEST(ZynqSweep, OnlyTheFailureToWriteIsReportedWhenSettingAClock) {
     sweep_options options;
     options.expect = [](const fault& struck) {
         const bool of_write = struck.name == "write" || (struck.name == "open" && struck.number == 1);
@@ -601,7 +601,7 @@ TEST(ZynqSweep, EveryFailureOfZynqSensorsIsReported) {
     });
 }
 
-TEST(ZynqSweep, OfZynqMpTemperaturesOnlyTheFailureOfTheRawValueIsReported) {
+TEST(ZynqSweep, OnlyTheRawValueOfAZynqMpTemperatureMayFail) {
     failure_sweep(
         build_board,
         [] {
@@ -612,7 +612,7 @@ TEST(ZynqSweep, OfZynqMpTemperaturesOnlyTheFailureOfTheRawValueIsReported) {
         unreported_for({"_offset", "_scale"}));
 }
 
-TEST(ZynqSweep, OfZynqMpVoltagesOnlyTheFailureOfTheScaleIsReported) {
+TEST(ZynqSweep, OnlyTheScaleOfAZynqMpVoltageMayFail) {
     failure_sweep(
         build_board,
         [] {

@@ -1,4 +1,4 @@
-// FPGA managers of the board's kernel: fpga0 is sound, fpga1 fails while it is written.
+// FPGA managers of the board's kernel: fpga0 works, fpga1 fails while it is written.
 #include "norv_fpga.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ unsigned sum_of(const std::string& content) {
 
 class FpgaOnBoard : public testing::Test {
   protected:
-    // An FPGA that works, whatever the test before has left.
+    // An FPGA that works, whatever the previous test has left.
     FpgaOnBoard() {
         store_firmware("good.bin", good);
         EXPECT_EQ(norv_fpga_program(0, "good.bin"), 0U);
@@ -54,7 +54,7 @@ class FpgaOnBoard : public testing::Test {
         claim(false);
     }
 
-    // Whether a driver of the kernel has the manager.
+    // Whether a kernel driver uses the manager.
     static void claim(bool claimed) {
         std::ofstream("/sys/kernel/debug/norv_board_fpga/fpga0") << (claimed ? "Y" : "N");
     }
@@ -74,7 +74,7 @@ TEST_F(FpgaOnBoard, AProgrammedFpgaIsOperatingAndHoldsTheWholeImage) {
     EXPECT_EQ(fpga_attribute(0, "image_sum"), std::to_string(sum_of(good)));
 }
 
-TEST_F(FpgaOnBoard, FirmwareMayLieInADirectoryOfTheSearchPath) {
+TEST_F(FpgaOnBoard, FirmwareMayBeInADirectoryOfTheSearchPath) {
     store_firmware("designs/other.bin", sync_word + std::string(70, 'o'));
     EXPECT_EQ(norv_fpga_program(0, "designs/other.bin"), 0U);
     EXPECT_TRUE(is_done(0));
@@ -89,7 +89,7 @@ TEST_F(FpgaOnBoard, AnFpgaIsNotDoneWhileItIsProgrammed) {
     EXPECT_TRUE(is_done(0));
 }
 
-TEST_F(FpgaOnBoard, AnFpgaThatIsBeingProgrammedIsBusyAndItsImageIsWrittenToTheEnd) {
+TEST_F(FpgaOnBoard, AnFpgaThatIsBeingProgrammedIsBusyAndGetsItsWholeImage) {
     store_firmware("other.bin", sync_word + std::string(70, 'o'));
     set_write_time(600000);
     std::thread programming([] { EXPECT_EQ(norv_fpga_program(0, "good.bin"), 0U); });
@@ -100,7 +100,7 @@ TEST_F(FpgaOnBoard, AnFpgaThatIsBeingProgrammedIsBusyAndItsImageIsWrittenToTheEn
     EXPECT_EQ(fpga_attribute(0, "image"), "good.bin");
 }
 
-TEST_F(FpgaOnBoard, AnFpgaThatADriverOfTheKernelHasIsBusy) {
+TEST_F(FpgaOnBoard, AnFpgaThatAKernelDriverUsesIsBusy) {
     store_firmware("other.bin", sync_word + std::string(70, 'o'));
     claim(true);
     EXPECT_EQ(norv_fpga_program(0, "other.bin"), norv_get_status_by_errno(EBUSY));
@@ -110,14 +110,14 @@ TEST_F(FpgaOnBoard, AnFpgaThatADriverOfTheKernelHasIsBusy) {
     EXPECT_EQ(norv_fpga_program(0, "other.bin"), 0U);
 }
 
-TEST_F(FpgaOnBoard, FirmwareThatDoesNotExistIsNotFoundAndTheFpgaIsNotDone) {
+TEST_F(FpgaOnBoard, MissingFirmwareIsNotFoundAndTheFpgaIsNotDone) {
     EXPECT_EQ(norv_fpga_program(0, "missing.bin"), NORV_STATUS_NOT_FOUND);
     EXPECT_FALSE(is_done(0));
     EXPECT_EQ(fpga_attribute(0, "state"), "firmware request error");
     EXPECT_EQ(fpga_attribute(0, "image"), "");
 }
 
-TEST_F(FpgaOnBoard, AFileThatIsNoBitstreamIsRefused) {
+TEST_F(FpgaOnBoard, AFileThatIsNotABitstreamIsRefused) {
     store_firmware("text.bin", std::string(1000, 't'));
     EXPECT_EQ(norv_fpga_program(0, "text.bin"), NORV_STATUS_INVALID_ARG);
     EXPECT_FALSE(is_done(0));
@@ -131,7 +131,7 @@ TEST_F(FpgaOnBoard, ABitstreamThatEndsEarlyTimesOut) {
     EXPECT_EQ(fpga_attribute(0, "state"), "write complete error");
 }
 
-TEST_F(FpgaOnBoard, AnFpgaThatFailsGivesTheDriversStatus) {
+TEST_F(FpgaOnBoard, AnFpgaThatFailsReturnsTheStatusOfTheDriver) {
     EXPECT_EQ(norv_fpga_program(1, "good.bin"), norv_get_status_by_errno(EIO));
     EXPECT_FALSE(is_done(1));
     EXPECT_EQ(fpga_attribute(1, "state"), "write error");

@@ -59,7 +59,7 @@ class OverlayOnBoard : public testing::Test {
     }
 };
 
-TEST_F(OverlayOnBoard, LoadingAddsTheOverlaysNodesAndUnloadingTakesThemAway) {
+TEST_F(OverlayOnBoard, LoadingAddsTheNodesAndUnloadingRemovesThem) {
     EXPECT_FALSE(has("uart"));
     EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
     EXPECT_TRUE(has("uart"));
@@ -81,7 +81,7 @@ TEST_F(OverlayOnBoard, ANodeOnABusBecomesADeviceUntilTheOverlayIsUnloaded) {
     EXPECT_TRUE(is_device("first-leds"));
 }
 
-TEST_F(OverlayOnBoard, LabelsOfTheTreeAreFoundAndADisabledNodeIsNoDevice) {
+TEST_F(OverlayOnBoard, LabelsAreFoundAndADisabledNodeIsNotADevice) {
     EXPECT_EQ(norv_dt_load_overlay("uart", labels.c_str()), 0U);
     EXPECT_EQ(nodes(), "/axi/timer@a0010000\n/axi/dma@a0020000");
     EXPECT_TRUE(is_device("axi/a0010000.timer"));
@@ -94,7 +94,7 @@ TEST_F(OverlayOnBoard, AnOverlayWithALabelThatTheTreeDoesNotHaveIsNotApplied) {
     EXPECT_FALSE(is_device("axi/axi:gpio-keys"));
 }
 
-TEST_F(OverlayOnBoard, TwoOverlaysAreKeptApart) {
+TEST_F(OverlayOnBoard, TwoOverlaysAreIndependent) {
     EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
     EXPECT_EQ(norv_dt_load_overlay("leds", root_leds.c_str()), 0U);
     EXPECT_EQ(nodes(), "/axi/serial@a0000000\n/first-leds\n/second-leds");
@@ -103,7 +103,7 @@ TEST_F(OverlayOnBoard, TwoOverlaysAreKeptApart) {
     EXPECT_TRUE(has("leds"));
 }
 
-TEST_F(OverlayOnBoard, AnOverlayForANodeThatIsNotThereIsNotAppliedAndStaysUntilItIsUnloaded) {
+TEST_F(OverlayOnBoard, AnOverlayForAMissingNodeIsNotAppliedAndStays) {
     EXPECT_EQ(norv_dt_load_overlay("uart", nowhere.c_str()), NORV_STATUS_NOT_APPLIED);
     EXPECT_TRUE(exists("uart"));
     EXPECT_FALSE(has("uart"));
@@ -112,7 +112,7 @@ TEST_F(OverlayOnBoard, AnOverlayForANodeThatIsNotThereIsNotAppliedAndStaysUntilI
     EXPECT_EQ(norv_dt_load_overlay("uart", axi_uart.c_str()), 0U);
 }
 
-TEST_F(OverlayOnBoard, AFileThatIsNoOverlayIsNotApplied) {
+TEST_F(OverlayOnBoard, AFileThatIsNotAnOverlayIsNotApplied) {
     EXPECT_EQ(norv_dt_load_overlay("uart", stored("no device tree").c_str()), NORV_STATUS_NOT_APPLIED);
     EXPECT_FALSE(has("uart"));
 }
@@ -129,7 +129,7 @@ TEST_F(OverlayOnBoard, AnEmptyFileIsNotAppliedWhereConfigfsTakesIt) {
     EXPECT_FALSE(has("uart"));
 }
 
-TEST_F(OverlayOnBoard, AnOverlayThatWasCutShortIsNotApplied) {
+TEST_F(OverlayOnBoard, ATruncatedOverlayIsNotApplied) {
     std::ostringstream content;
     content << std::ifstream(axi_uart, std::ios::binary).rdbuf();
     const std::string cut = content.str().substr(0, content.str().size() - 1);

@@ -56,7 +56,7 @@ TEST_F(UioOnBoard, TheHighestIndexIsThatOfTheSecondDevice) {
     EXPECT_EQ(index, 1);
 }
 
-TEST_F(UioOnBoard, BothDevicesOpenByIndexWithTheSizeThatTheKernelTells) {
+TEST_F(UioOnBoard, BothDevicesOpenByIndexWithTheSizeThatTheKernelReports) {
     norv_uio_t* memory = nullptr;
     EXPECT_EQ(norv_uio_open_by_name("norv-board-memory", &memory), 0U);
     norv_uio_write_32(&memory, 0x1FFC, 0xCAFE);
@@ -103,14 +103,14 @@ TEST_F(UioOnBoard, TheKernelDoesNotReadRegistersOnBehalfOfAProcess) {
     EXPECT_EQ(errno, EFAULT);
 }
 
-TEST_F(UioOnBoard, ADeviceThatIsNotThereIsNotFound) {
+TEST_F(UioOnBoard, AMissingDeviceIsNotFound) {
     norv_uio_t* missing = nullptr;
     EXPECT_EQ(norv_uio_open_by_idx(7, &missing), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(norv_uio_open_by_name("no-such-device", &missing), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(missing, nullptr);
 }
 
-TEST_F(UioOnBoard, ClosingUnmapsTheRegistersAndGivesTheDescriptorBack) {
+TEST_F(UioOnBoard, ClosingUnmapsTheRegistersAndClosesTheDescriptor) {
     const size_t before = open_descriptors();
     norv_uio_t* memory = nullptr;
     ASSERT_EQ(norv_uio_open_by_idx(1, &memory), 0U);
@@ -219,7 +219,7 @@ TEST_F(UioOnBoard, TheEventLoopServesTheInterrupt) {
     EXPECT_EQ(norv_epoll_close(&loop), 0U);
 }
 
-TEST_F(UioOnBoard, OfAHundredThousandInterruptsNoneIsLost) {
+TEST_F(UioOnBoard, NoneOfAHundredThousandInterruptsIsLost) {
     constexpr uint32_t interrupts = 100000;
     const uint32_t before = norv_uio_read_32(&device, norv::board::reg_count);
     raise_interrupts(interrupts);

@@ -1,4 +1,4 @@
-// What the driver norv_board_uio tells of its device, and lets tests do to it.
+// What the driver norv_board_uio reports of its device, and lets tests do to it.
 #pragma once
 
 #include <cstdint>

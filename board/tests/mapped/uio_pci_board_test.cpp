@@ -22,14 +22,14 @@ constexpr uint16_t edu = 0x11E8;
 
 // The device's registers.
 constexpr uint32_t reg_identity = 0x00;
-constexpr uint32_t reg_liveness = 0x04;  // tells the complement of what was written
+constexpr uint32_t reg_liveness = 0x04;  // reads as the complement of what was written
 constexpr uint32_t reg_factorial = 0x08;
 constexpr uint32_t reg_status = 0x20;  // bit 0: computing
 constexpr uint32_t reg_interrupt_status = 0x24;
 constexpr uint32_t reg_raise = 0x60;
 constexpr uint32_t reg_acknowledge = 0x64;
 
-// Where the device sits, as sysfs tells it: its directory's name.
+// The PCI address of the device: the name of its directory in sysfs.
 std::string slot_name() {
     for (const auto& device : std::filesystem::directory_iterator("/sys/bus/pci/devices")) {
         if (norv::board::attribute(device.path() / "vendor") == "0x1234" &&
@@ -72,7 +72,7 @@ TEST_F(UioPciOnBoard, BindingMakesTheKernelsDriverServeTheDevice) {
               "uio_pci_mmap");
 }
 
-TEST_F(UioPciOnBoard, AddingAnIdentityAgainHasTheKernelsAnswer) {
+TEST_F(UioPciOnBoard, AddingAnIdentityAgainReturnsTheKernelsAnswer) {
     const uint32_t answer = norv::board::status_of_adding_again("uio_pci_mmap", "1234 11e8", 9);
     EXPECT_THAT(answer, AnyOf(0U, norv_get_status_by_errno(EEXIST)));
     EXPECT_EQ(norv_uio_load_pci(vendor, edu), answer);
@@ -85,7 +85,7 @@ TEST_F(UioPciOnBoard, AnIdentityThatNoDeviceHasIsNotFound) {
     EXPECT_EQ(missing, nullptr);
 }
 
-TEST_F(UioPciOnBoard, TheInformationTellsIdentityAndSlot) {
+TEST_F(UioPciOnBoard, TheInfoHoldsIdentityAndSlot) {
     norv_uio_info_t info = {};
     char slot[32];
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
@@ -130,7 +130,7 @@ TEST_F(UioPciOnBoard, ADisabledInterruptComesOnlyWhenItIsEnabledAgain) {
     EXPECT_EQ(norv_uio_wait_irq(&device, 10000), 0U);
 }
 
-TEST_F(UioPciOnBoard, OfTenThousandInterruptsNoneIsLost) {
+TEST_F(UioPciOnBoard, NoneOfTenThousandInterruptsIsLost) {
     for (uint32_t number = 1; number <= 10000; ++number) {
         norv_uio_write_32(&device, reg_raise, number);
         ASSERT_EQ(norv_uio_enable_irq(&device), 0U);
@@ -142,7 +142,7 @@ TEST_F(UioPciOnBoard, OfTenThousandInterruptsNoneIsLost) {
     EXPECT_EQ(norv_uio_wait_irq(&device, 0), NORV_STATUS_TIMEOUT);
 }
 
-TEST_F(UioPciOnBoard, ClosingGivesBothDescriptorsBack) {
+TEST_F(UioPciOnBoard, ClosingClosesBothDescriptors) {
     const auto open_descriptors = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };

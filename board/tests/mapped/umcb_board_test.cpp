@@ -75,7 +75,7 @@ TEST_F(UmcbOnBoard, TheDeviceOpensByName) {
     norv_umcb_close(&named);
 }
 
-TEST_F(UmcbOnBoard, ADeviceThatIsNotThereIsNotFound) {
+TEST_F(UmcbOnBoard, AMissingDeviceIsNotFound) {
     norv_umcb_t* missing = nullptr;
     EXPECT_EQ(norv_umcb_open_by_idx(7, 0, &missing), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(norv_umcb_open_by_name("no-such-device", 0, &missing), NORV_STATUS_NOT_FOUND);
@@ -83,7 +83,7 @@ TEST_F(UmcbOnBoard, ADeviceThatIsNotThereIsNotFound) {
     EXPECT_EQ(missing, nullptr);
 }
 
-TEST_F(UmcbOnBoard, ClosingGivesTheDescriptorBack) {
+TEST_F(UmcbOnBoard, ClosingClosesTheDescriptor) {
     const size_t before = open_descriptors();
     norv_umcb_t* second = nullptr;
     ASSERT_EQ(norv_umcb_open_by_idx(0, -1, &second), 0U);
@@ -103,7 +103,7 @@ TEST_F(UmcbOnBoard, ANegativeModeDoesNotReachTheDriver) {
     EXPECT_EQ(umcb_number("modes"), before);
 }
 
-TEST_F(UmcbOnBoard, TheModeReachesTheDriverWhichActsOnIt) {
+TEST_F(UmcbOnBoard, TheModeReachesTheDriver) {
     norv_umcb_t* second = nullptr;
     norv_umcb_write_32(&device, 0x100, 0x12345678);
     ASSERT_EQ(norv_umcb_open_by_idx(0, 0, &second), 0U);
@@ -116,7 +116,7 @@ TEST_F(UmcbOnBoard, TheModeReachesTheDriverWhichActsOnIt) {
     norv_umcb_close(&second);
 }
 
-TEST_F(UmcbOnBoard, AModeThatTheDriverDoesNotHaveIsRefusedAndNothingStaysOpen) {
+TEST_F(UmcbOnBoard, AModeThatTheDriverDoesNotHaveIsRefused) {
     const size_t before = open_descriptors();
     norv_umcb_t* second = nullptr;
     EXPECT_EQ(norv_umcb_open_by_idx(0, 99, &second), NORV_STATUS_INVALID_ARG);
@@ -166,7 +166,7 @@ TEST_F(UmcbOnBoard, TheBusMovesBursts) {
     bus.close(&bus);
 }
 
-TEST_F(UmcbOnBoard, ADeviceThatIsNotOnPciTellsItsKindAlone) {
+TEST_F(UmcbOnBoard, ADeviceThatIsNotOnPciReportsItsKindAlone) {
     norv_uio_info_t info = {9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
     EXPECT_EQ(info.kind, 0U);
@@ -182,7 +182,7 @@ TEST_F(UmcbOnBoard, EnablingAndDisablingTheDeviceReachTheDriver) {
     EXPECT_FALSE(umcb_flag("enabled"));
 }
 
-TEST_F(UmcbOnBoard, ASourceGetsTheTypeThatWasSetBeforeItWasRegistered) {
+TEST_F(UmcbOnBoard, ASourceGetsTheTypeThatWasSetBefore) {
     int32_t level = -1;
     int32_t edge = -1;
     EXPECT_EQ(norv_umcb_irq_set_type(&device, 1), 0U);
@@ -215,7 +215,7 @@ TEST_F(UmcbSourceOnBoard, ASourceIsRegisteredUntilItsDescriptorIsClosed) {
     EXPECT_EQ(norv_umcb_irq_register(&device, 1, &source), 0U);
 }
 
-TEST_F(UmcbSourceOnBoard, ASourcesDescriptorIsOneOfItsOwnAndClosedOnExec) {
+TEST_F(UmcbSourceOnBoard, TheDescriptorOfASourceIsItsOwnAndClosedOnExec) {
     EXPECT_EQ(fcntl(source, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(source)),
               "anon_inode:[umcb-irq]");
@@ -229,7 +229,7 @@ TEST_F(UmcbSourceOnBoard, EnablingAndDisablingASourceReachTheDriver) {
     EXPECT_FALSE(umcb_flag(source_file(1, "enabled")));
 }
 
-TEST_F(UmcbSourceOnBoard, AnEventThatWaitsIsClearedByTheWaitAndByNothingElse) {
+TEST_F(UmcbSourceOnBoard, APendingEventIsClearedByTheWaitAndNothingElse) {
     const uint32_t before = umcb_number(source_file(1, "clears"));
     EXPECT_EQ(norv_umcb_irq_enable(source), 0U);
     EXPECT_EQ(norv_umcb_irq_wait(source, 0), NORV_STATUS_TIMEOUT);
@@ -325,7 +325,7 @@ void take_interrupts(norv_umcb_t** device, uint32_t number, int32_t source, uint
     EXPECT_EQ(umcb_number(source_file(number, "pending")), 0U);
 }
 
-TEST_F(UmcbSourceOnBoard, OfTenThousandInterruptsNoneIsLost) {
+TEST_F(UmcbSourceOnBoard, NoneOfTenThousandInterruptsIsLost) {
     take_interrupts(&device, 1, source, 10000);
 }
 
@@ -360,13 +360,13 @@ TEST_F(UmcbPciOnBoard, BindingMakesTheDriverServeTheDevice) {
     EXPECT_EQ(std::filesystem::read_symlink(place_of_device() + "/driver").filename(), "umcb_pci_generic");
 }
 
-TEST_F(UmcbPciOnBoard, AddingAnIdentityAgainHasTheKernelsAnswer) {
+TEST_F(UmcbPciOnBoard, AddingAnIdentityAgainReturnsTheKernelsAnswer) {
     const uint32_t answer = norv::board::status_of_adding_again("umcb_pci_generic", "1234 11e8", 9);
     EXPECT_THAT(answer, AnyOf(0U, norv_get_status_by_errno(EEXIST)));
     EXPECT_EQ(norv_umcb_load_pci(pci_vendor, pci_device), answer);
 }
 
-TEST_F(UmcbPciOnBoard, TheInformationTellsIdentityAndSlot) {
+TEST_F(UmcbPciOnBoard, TheInfoHoldsIdentityAndSlot) {
     norv_uio_info_t info = {};
     char slot[32];
     EXPECT_EQ(norv_umcb_get_info(&device, &info), 0U);
@@ -378,7 +378,7 @@ TEST_F(UmcbPciOnBoard, TheInformationTellsIdentityAndSlot) {
     EXPECT_EQ(slot, std::filesystem::path(place_of_device()).filename());
 }
 
-TEST_F(UmcbPciOnBoard, TheTableOfPciDevicesTellsTheSame) {
+TEST_F(UmcbPciOnBoard, TheTableOfPciDevicesReportsTheSame) {
     norv_uio_info_t info = {};
     EXPECT_EQ(norv_umcb_get_pci_ops()->get_info(&device, &info), 0U);
     EXPECT_EQ(info.kind, 1U);
@@ -387,7 +387,7 @@ TEST_F(UmcbPciOnBoard, TheTableOfPciDevicesTellsTheSame) {
 
 TEST_F(UmcbPciOnBoard, TheRegistersAreTheDevices) {
     EXPECT_EQ(norv_umcb_read_32(&device, 0x00), 0x010000EDU);
-    norv_umcb_write_32(&device, 0x04, 0x12345678);  // tells the complement of what was written
+    norv_umcb_write_32(&device, 0x04, 0x12345678);  // reads as the complement
     EXPECT_EQ(norv_umcb_read_32(&device, 0x04), ~0x12345678U);
 }
 
@@ -399,7 +399,7 @@ TEST_F(UmcbPciOnBoard, ADeviceWithoutSourcesRefusesTheirRequests) {
     EXPECT_EQ(norv_umcb_irq_set_type(&device, 0), NORV_STATUS_INVALID_ARG);
 }
 
-TEST_F(UmcbPciOnBoard, OpeningByIdentityFindsTheDeviceAndOpensNumber0OnPurpose) {
+TEST_F(UmcbPciOnBoard, OpeningByIdentityFindsTheDeviceAndOpensNumber0) {
     norv_umcb_t* found = nullptr;
     norv_uio_info_t info = {};
     ASSERT_EQ(norv_umcb_open_by_pci_id(pci_vendor, pci_device, -1, &found), 0U);
@@ -409,7 +409,7 @@ TEST_F(UmcbPciOnBoard, OpeningByIdentityFindsTheDeviceAndOpensNumber0OnPurpose) 
     norv_umcb_close(&found);
 }
 
-TEST_F(UmcbPciOnBoard, OpeningByNameFindsTheDeviceAndOpensNumber0OnPurpose) {
+TEST_F(UmcbPciOnBoard, OpeningByNameFindsTheDeviceAndOpensNumber0) {
     norv_umcb_t* found = nullptr;
     ASSERT_EQ(norv_umcb_open_by_name("umcb_pci_mmap", -1, &found), 0U);
     EXPECT_EQ(norv_umcb_read_32(&found, 0), identity);

@@ -1,4 +1,4 @@
-// What the driver norv_board_umcb tells of its devices, and lets tests do to them.
+// What the driver norv_board_umcb reports of its devices, and lets tests do to them.
 #pragma once
 
 #include <cstdint>

@@ -38,7 +38,7 @@ uint32_t rate_made_of(uint32_t wanted) {
 
 // ---- clocks: divided from 999999990 Hz
 
-TEST(ZynqClockOnBoard, ARateThatTheClockCannotMakeComesBackAsTheOneItMakes) {
+TEST(ZynqClockOnBoard, ARateThatTheClockCannotGenerateReturnsTheOneItGenerates) {
     EXPECT_EQ(rate_made_of(100000000), 99999999U);
     EXPECT_EQ(rate_made_of(148500000), 142857141U);
     EXPECT_EQ(rate_made_of(2000000000), 999999990U);
@@ -78,7 +78,7 @@ TEST(ZynqClockOnBoard, AClockThatDoesNotExistIsNotFound) {
     EXPECT_EQ(rate, 100000000U);
 }
 
-TEST(ZynqClockOnBoard, AClockIsHeldInResetAndLetGo) {
+TEST(ZynqClockOnBoard, AClockIsHeldInResetAndReleased) {
     EXPECT_EQ(norv_zynq_set_fclk_reset(2, true), 0U);
     EXPECT_EQ(attribute("/sys/class/fclkcfg/fclk2/reset"), "1");
     EXPECT_EQ(attribute("/sys/class/fclkcfg/fclk1/reset"), "0");
@@ -122,7 +122,7 @@ TEST(ZynqSensorOnBoard, AVoltageIsReadInBothRanges) {
     EXPECT_EQ(voltage, 333);
 }
 
-TEST(ZynqSensorOnBoard, AConversionThatFailsGivesTheDriversStatus) {
+TEST(ZynqSensorOnBoard, AFailedConversionReturnsTheStatusOfTheDriver) {
     int32_t voltage = 5;
     EXPECT_EQ(norv_zynq_get_voltage("voltage11", false, &voltage), norv_get_status_by_errno(EIO));
     EXPECT_EQ(voltage, 5);
@@ -135,7 +135,7 @@ TEST(ZynqSensorOnBoard, AChannelThatDoesNotExistIsNotFound) {
     EXPECT_EQ(voltage, 5);
 }
 
-TEST(ZynqMpSensorOnBoard, BothTemperaturesAreThoseOfTheirChannels) {
+TEST(ZynqMpSensorOnBoard, BothTemperaturesComeFromTheirChannels) {
     int32_t ps = 0;
     int32_t pl = 0;
     set_reading("temp0_ps_temp", 41000);
@@ -153,7 +153,7 @@ TEST(ZynqMpSensorOnBoard, AVoltageIsItsReadingTimesItsScale) {
     EXPECT_EQ(voltage, 850);
 }
 
-TEST(ZynqMpSensorOnBoard, AVoltageWithoutAReadingIsZeroAndOneWithoutAScaleIsNotFound) {
+TEST(ZynqMpSensorOnBoard, AMissingReadingIsZeroAndAMissingScaleIsNotFound) {
     int32_t voltage = 5;
     EXPECT_EQ(norv_zynqmp_get_voltage("voltage9", &voltage), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(voltage, 5);

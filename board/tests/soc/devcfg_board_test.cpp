@@ -53,7 +53,7 @@ TEST_F(DevcfgOnBoard, AFileWithoutTheSyncWordIsRefused) {
     expect_not_done("write init error");
 }
 
-TEST_F(DevcfgOnBoard, AResetThatTheLogicDoesNotAnswerTimesOut) {
+TEST_F(DevcfgOnBoard, AResetThatTheLogicDoesNotAcknowledgeTimesOut) {
     store("design.bin", design);
     EXPECT_EQ(norv_fpga_program(0, "design.bin"), NORV_STATUS_TIMEOUT);
     expect_not_done("write init error");
