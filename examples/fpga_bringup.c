@@ -1,6 +1,6 @@
 /*
- * Brings up the programmable logic: programs the FPGA, waits until it is operating, tells the kernel about
- * the new hardware with a device-tree overlay, and takes all that back at the end.
+ * Brings up the programmable logic: programs the FPGA, waits until it is operating, and describes the new
+ * hardware to the kernel with a device-tree overlay, which it unloads at the end.
  *
  *     fpga_bringup FPGA FIRMWARE DTBO      for instance: 0 design.bit.bin design.dtbo
  *
@@ -17,7 +17,7 @@
 
 #define OVERLAY "fpga_bringup"
 
-/* Ends the program when a call failed. */
+/* Ends the program if a call failed. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
@@ -25,12 +25,12 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-/* Some drivers return from programming before the logic has started: it gets a second. */
+/* Some drivers return from programming before the logic has started: wait for up to a second. */
 static bool wait_until_operating(uint32_t fpga) {
     const struct timespec pause = {.tv_nsec = 10 * 1000 * 1000};
     bool operating = false;
     for (int attempt = 0; attempt < 100 && !operating; ++attempt) {
-        must("ask for the state", norv_fpga_is_program_done(fpga, &operating));
+        must("read the state", norv_fpga_is_program_done(fpga, &operating));
         if (!operating) {
             nanosleep(&pause, NULL);
         }
@@ -38,7 +38,7 @@ static bool wait_until_operating(uint32_t fpga) {
     return operating;
 }
 
-/* An overlay that a run before has left would keep its name in use. */
+/* An overlay that a previous run has left keeps its name in use. */
 static void remove_old_overlay(void) {
     bool applied = false;
     must("look for an old overlay", norv_dt_has_overlay(OVERLAY, &applied));
@@ -48,7 +48,7 @@ static void remove_old_overlay(void) {
     }
 }
 
-/* A directory that a failed load has left is removed again. */
+/* Removes the directory that a failed load leaves. */
 static void load_overlay(const char* path) {
     const uint32_t status = norv_dt_load_overlay(OVERLAY, path);
     if (status != NORV_STATUS_OK) {
@@ -80,6 +80,6 @@ int main(int argc, char** argv) {
     /* Here the application would use the hardware. */
 
     must("unload the overlay", norv_dt_unload_overlay(OVERLAY));
-    puts("the overlay was taken back; the FPGA keeps its design");
+    puts("the overlay was unloaded; the FPGA keeps its design");
     return EXIT_SUCCESS;
 }

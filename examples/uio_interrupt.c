@@ -1,5 +1,5 @@
 /*
- * Waits for interrupts of a UIO device, and enables each next one.
+ * Waits for interrupts of a UIO device, and enables the interrupt again after each.
  *
  *     uio_interrupt [NAME [COUNT [TIMEOUT]]]      default: norv-board-regs 5 1000
  *
@@ -15,7 +15,7 @@
 #include "norv_base.h"
 #include "norv_uio.h"
 
-/* Ends the program when a call failed; the kernel closes the device. */
+/* Ends the program if a call failed; the kernel closes the device. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));

@@ -1,6 +1,6 @@
 /*
- * Binds a PCI device to the kernel's UIO driver, tells where it sits, and shows its first registers through a
- * register-bus record.
+ * Binds a PCI device to the kernel's UIO driver, and prints its PCI address and, through a register-bus
+ * record, its first registers.
  *
  *     uio_pci_registers [VENDOR [DEVICE [COUNT]]]      default: 0x1234 0x11e8 2
  *
@@ -18,7 +18,7 @@
 
 enum { MOST_REGISTERS = 16 };
 
-/* Ends the program when a call failed; the kernel closes the device. */
+/* Ends the program if a call failed; the kernel closes the device. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
@@ -26,7 +26,7 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-/* A driver that knows the identity already is as good as one that has just learnt it. */
+/* It is not a failure if the driver has the identity already. */
 static void bind(uint16_t vendor, uint16_t device) {
     const uint32_t status = norv_uio_load_pci(vendor, device);
     if (status != norv_get_status_by_errno(EEXIST)) {
@@ -39,7 +39,7 @@ static void show_identity(const norv_uio_info_t* info) {
         printf("%04" PRIx32 ":%04" PRIx32 " at %04" PRIx32 ":%02" PRIx32 ":%02" PRIx32 ".%" PRIu32 "\n",
                info->vendor, info->device, info->domain, info->bus, info->slot, info->function);
     } else {
-        printf("served by another driver than uio_pci_mmap, and so without an identity\n");
+        printf("bound to another driver than uio_pci_mmap: no identity\n");
     }
 }
 
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
 
     bind(vendor, id);
     must("open", norv_uio_open_by_pci_id(vendor, id, &device));
-    must("ask for the identity", norv_uio_get_info(&device, &info));
+    must("read the identity", norv_uio_get_info(&device, &info));
     show_identity(&info);
     show_registers(&device, count < MOST_REGISTERS ? (uint32_t)count : (uint32_t)MOST_REGISTERS);
     norv_uio_close(&device);

@@ -3,8 +3,8 @@
  *
  *     uio_peek_poke NAME OFFSET [VALUE]
  *
- * NAME is what /sys/class/uio/uioN/name holds, OFFSET counts bytes from the start of region 0. On the virtual
- * board:
+ * NAME is the content of /sys/class/uio/uioN/name, OFFSET is in bytes from the start of region 0. On the
+ * virtual board:
  * board/run --module norv_board_uio build/release/examples/uio_peek_poke norv-board-regs 0x10 0xcafe
  */
 #include <inttypes.h>

@@ -16,7 +16,7 @@
 #include "norv_base.h"
 #include "norv_umcb.h"
 
-/* Ends the program when a call failed; the kernel closes the device and its sources. */
+/* Ends the program if a call failed; the kernel closes the device and its sources. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));

@@ -13,7 +13,7 @@
 #include "norv_base.h"
 #include "norv_zynq.h"
 
-/* Ends the program when a call failed. */
+/* Ends the program if a call failed. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
@@ -43,10 +43,10 @@ static void show_zynq(const char* channel) {
     print_voltage(channel, value);
 
     /* The clock changes while what it drives is held in reset. */
-    must("hold the reset", norv_zynq_set_fclk_reset(0, true));
+    must("assert the reset", norv_zynq_set_fclk_reset(0, true));
     must("set the clock", norv_zynq_set_fclk_freq(0, &rate));
-    must("let the reset go", norv_zynq_set_fclk_reset(0, false));
-    printf("  100 MHz were asked for:\n");
+    must("release the reset", norv_zynq_set_fclk_reset(0, false));
+    printf("  100 MHz were requested:\n");
     print_clock(0, rate);
     must("read the clock", norv_zynq_get_fclk_freq(1, &rate));
     print_clock(1, rate);
@@ -77,6 +77,6 @@ int main(int argc, char** argv) {
     } else {
         show_zynqmp(argc > 2 ? argv[2] : "voltage1_vcc_psintlp");
     }
-    puts("all sensors answered");
+    puts("all sensors were read");
     return EXIT_SUCCESS;
 }
