@@ -95,12 +95,10 @@ NORV_API uint32_t norv_umcb_open_by_idx(uint32_t index, int32_t mode, norv_umcb_
  * Opens umcb0 if any device has the given "name" attribute (quirk 163). Where there are several devices, open
  * by index.
  *
- * The symbolic links in /sys/class/umcb are searched in alphabetical order up to the first match; one whose
- * name cannot be read is skipped. The device's number is the text after the third character of the entry's
- * name, read as a C literal: "b2" of the entry umcb2 is 0. It is parsed as a `long`: where that has 32 bits,
- * larger numbers become 2147483647 (quirk 77).
+ * The symbolic links in /sys/class/umcb are searched as by `norv_uio_open_by_name`, and the number is parsed
+ * in the same way, as a `long` (quirk 77): for the entry umcb2 it is "b2", which is 0.
  *
- * @param name  the whole name; at most 127 bytes of the attribute are read, and the last one is dropped
+ * @param name  the whole name, as for `norv_uio_open_by_name`
  * @param mode  as for `norv_umcb_open_by_idx`
  * @param umcb  receives the handle; unchanged if no device was found
  * @retval NORV_STATUS_NOT_FOUND  no device has this name

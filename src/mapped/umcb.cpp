@@ -18,7 +18,7 @@
 static_assert(sizeof(norv_umcb_ops_t) == 3 * sizeof(void*) && offsetof(norv_umcb_ops_t, open) == 0 &&
               NORV_FOLLOWS(norv_umcb_ops_t, open, close) && NORV_FOLLOWS(norv_umcb_ops_t, close, get_info));
 
-// Laid out like the record of a UIO device.
+// The same layout as the record of a UIO device.
 struct norv_umcb {
     norv::mapped_node node;
     uint32_t kind;
