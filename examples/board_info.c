@@ -1,10 +1,10 @@
 /*
- * Tells what the board says of itself: time since its start, memory, the size of its card, and whether a USB
- * host uses it as a device.
+ * Shows facts about the board: time since its start, memory, the size of its card, and whether a USB host uses
+ * it as a device.
  *
  *     board_info [CONTROLLER [CARD]]      default: the first of /sys/class/udc, card 0
  *
- * A board without a card or without a USB device controller tells the rest.
+ * On a board without a card or without a USB device controller, the rest is shown.
  */
 #include <dirent.h>
 #include <stdio.h>
@@ -28,7 +28,7 @@ static void show_card(uint32_t card) {
         printf("  card %u     none\n", card);
         return;
     }
-    must("ask for the card's size", status);
+    must("read the card's size", status);
     printf("  card %u     %u MB\n", card, megabytes);
 }
 
@@ -36,7 +36,7 @@ static void show_usb(const char* controller) {
     static const char* const states[] = {"not configured by a host", "configured", "configured at high speed",
                                          "configured at super speed"};
     uint32_t state = 0;
-    must("ask for the USB state", norv_get_usb_periph_state(controller, &state));
+    must("read the USB state", norv_get_usb_periph_state(controller, &state));
     printf("  USB        %s is %s\n", controller, states[state]);
 }
 
@@ -60,9 +60,9 @@ int main(int argc, char** argv) {
     norv_mem_info_t memory;
     uint32_t seconds = 0;
 
-    must("ask for the uptime", norv_get_uptime(&seconds));
+    must("read the uptime", norv_get_uptime(&seconds));
     printf("  uptime     %u s\n", seconds);
-    must("ask for the memory", norv_get_mem_info(&memory));
+    must("read the memory figures", norv_get_mem_info(&memory));
     printf("  memory     %d of %d kB available, %d free, %d cached, %d in buffers\n", memory.available,
            memory.total, memory.free, memory.cached, memory.buffers);
     show_card(argc > 2 ? (uint32_t)strtoul(argv[2], NULL, 10) : 0);

@@ -22,12 +22,12 @@ static void must(const char* what, uint32_t status) {
 }
 
 int main(int argc, char** argv) {
-    char output[256] = ""; /* zero-filled, and one byte more than the library may use */
+    char output[256] = ""; /* zeros, and one byte more than the size that is passed */
     char uptime[64] = "";
     char uuid[NORV_UUID_LENGTH + 1] = "";
 
     must("run the command", norv_shell_result(output, sizeof output - 1, argc > 1 ? argv[1] : "uname -sr"));
-    must("ask for the uptime",
+    must("read the uptime",
          norv_shell_format_result(uptime, sizeof uptime - 1, "cut -d '%c' -f 1 /proc/uptime", ' '));
     must("generate a UUID", norv_uuid_generate(uuid));
     printf("  system   %s\n  uptime   %s s\n  boot id  %s\n", output, uptime, uuid);

@@ -1,6 +1,6 @@
 /**
  * @file norv_uuid.h
- * Random UUIDs from the kernel.
+ * Random UUIDs from the kernel. The conventions of norv_status.h hold.
  *
  *     char uuid[NORV_UUID_LENGTH + 1] = "";
  *     norv_uuid_generate(uuid);  // "0d5e7f0c-83f8-4c0e-9f1d-6a3f2b8a7c11"
@@ -18,16 +18,13 @@ NORV_BEGIN_DECLS
 #define NORV_UUID_LENGTH 36
 
 /**
- * Generates a UUID: 36 characters of /proc/sys/kernel/random/uuid, another one with every read. Descriptor 0,
- * which the file may get in a process without standard input, counts as not open: the file is read but not
- * closed.
+ * Generates a UUID: reads /proc/sys/kernel/random/uuid, which is another one at every read.
  *
- * @param buffer  receives 36 characters and no terminating NUL; owned by the caller; not null; a failure may
- *                leave some of the characters in it
- * @return 0; NORV_STATUS_INVALID_ARG when `buffer` is null; the status of `norv_open_device`;
- *         NORV_STATUS_SHORT_READ when fewer than 36 bytes could be read, also when the read failed
+ * If the file is opened as descriptor 0, it is read but not closed (quirk 3).
  *
- * Does not block. Any thread.
+ * @param buffer  receives 36 characters and no terminating NUL (quirk 124); a short read leaves what it read
+ * @retval NORV_STATUS_SHORT_READ  fewer than 36 bytes were read, or pread(2) failed (quirk 124)
+ * @retval errno                   of open(2)
  */
 NORV_API uint32_t norv_uuid_generate(char* buffer);
 

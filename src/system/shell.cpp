@@ -9,25 +9,25 @@
 
 namespace {
 
-constexpr size_t command_size = 4096;  // a longer command is cut, on purpose
+constexpr size_t command_size = 4096;  // quirk 6: a longer command is truncated
 
-// Tells whether the command printed anything.
+// Returns whether the command printed anything.
 bool capture(char* buffer, uint32_t size, FILE* stream) {
     size_t count = 0;
     bool any = false;
     do {
-        // Each piece starts again at the start of the buffer, on purpose: callers know that a longer output
-        // leaves its last piece there. A signal ends a piece as well, and an empty one ends the capture.
+        // quirk 121: each piece is stored from the start of the buffer, and callers of commands with a long
+        // output read its last piece there. quirk 122: a signal ends a piece too.
         count = fread(buffer, 1, size, stream);
         any = any || count != 0;
     } while (count != 0 && feof(stream) == 0);
     return any;
 }
 
-// A text that fills the whole buffer has its NUL behind it, or none at all: nothing there is looked at.
-void take_off_newline(char* buffer, uint32_t size) {
+// The caller may have nothing past `size`, not even a NUL: the text is not measured any further.
+void remove_newline(char* buffer, uint32_t size) {
     const size_t length = strnlen(buffer, size);
-    // A newline that is the whole text stays, on purpose.
+    // quirk 123: a newline that is the whole text stays.
     if (length >= 2 && buffer[length - 1] == '\n') {
         buffer[length - 1] = '\0';
     }
@@ -44,10 +44,10 @@ uint32_t norv_shell_result(char* buffer, uint32_t size, const char* command) {
         return norv::errno_status();
     }
     const bool any = capture(buffer, size, stream);
-    // How the command ended is not reported, on purpose: callers look at its output.
+    // quirk 123: the exit status is not reported, because callers check the output.
     pclose(stream);
     if (any) {
-        take_off_newline(buffer, size);
+        remove_newline(buffer, size);
     }
     return NORV_STATUS_OK;
 }

@@ -19,7 +19,7 @@ static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, tot
 
 namespace {
 
-// An attribute's text. Its last byte is cut, on purpose also when it is no newline.
+// An attribute's text. quirk 5: its last byte is dropped even if it is not a newline.
 class short_text {
   public:
     template <typename... values>
@@ -30,7 +30,7 @@ class short_text {
     int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
 
   private:
-    char bytes_[16];
+    char bytes_[16];  // quirk 103: 15 bytes of text
 };
 
 uint32_t state_of_speed(const short_text& speed) {
@@ -54,8 +54,8 @@ constexpr figure figures[] = {
 constexpr uint32_t figure_count = sizeof figures / sizeof figures[0];
 constexpr uint32_t all_figures = (1U << figure_count) - 1;
 
-// Takes what a line holds of the figures that were not found yet; one bit of `found` stands for each.
-void take_figures(const char* line, norv_mem_info_t* info, uint32_t& found) {
+// Stores the figures of a line that were not found before; `found` has one bit for each.
+void store_figures(const char* line, norv_mem_info_t* info, uint32_t& found) {
     for (uint32_t index = 0; index < figure_count; ++index) {
         const uint32_t bit = 1U << index;
         if ((found & bit) == 0 && sscanf(line, figures[index].format, &(info->*figures[index].field)) == 1) {
@@ -64,13 +64,13 @@ void take_figures(const char* line, norv_mem_info_t* info, uint32_t& found) {
     }
 }
 
-// Tells whether all figures were found. A failed read ends them like the end of the file, and so does a file
-// that is not open because the errno of the failed open maps to 0.
+// Returns whether all figures were found. quirk 105: the others stay. A failed read counts as the end of the
+// file, and so does a null file: the errno of the failed open has the status 0.
 bool read_figures(FILE* file, norv_mem_info_t* info) {
     char line[norv::line_size];
     uint32_t found = 0;
     while (file != nullptr && found != all_figures && fgets(line, sizeof line, file) != nullptr) {
-        take_figures(line, info, found);
+        store_figures(line, info, found);
     }
     return found == all_figures;
 }
@@ -82,7 +82,7 @@ uint32_t norv_get_usb_periph_state(const char* name, uint32_t* state) {
         return NORV_STATUS_INVALID_ARG;
     }
     short_text configuration;
-    // The name is not looked at, on purpose: one with "/" or ".." leads elsewhere.
+    // quirk 94: the name is not checked.
     uint32_t status = configuration.read("/sys/class/udc/%s/state", name);
     if (status != NORV_STATUS_OK) {
         return status;
@@ -132,8 +132,7 @@ uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
     short_text sectors;
     const uint32_t status = sectors.read("/sys/class/block/mmcblk%d/size", index);
     if (status == NORV_STATUS_OK) {
-        // 32 bits with sign, on purpose: 2^31 sectors and more become negative, or 2^31 - 1 where a long has
-        // 32 bits too.
+        // quirk 104: from 2^31 sectors on, number() is negative, or 2^31 - 1 where a long has 32 bits.
         *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
     }
     return status;

@@ -17,7 +17,7 @@ uint32_t norv_uuid_generate(char* buffer) {
     if (status != NORV_STATUS_OK) {
         return status;
     }
-    // A failed read counts as a short one too, on purpose: its errno is not reported.
+    // quirk 124: a failed read counts as a short one, and nothing terminates the text.
     return pread(file.get(), buffer, NORV_UUID_LENGTH, 0) < NORV_UUID_LENGTH ? NORV_STATUS_SHORT_READ
                                                                              : NORV_STATUS_OK;
 }

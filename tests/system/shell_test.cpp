@@ -1,4 +1,4 @@
-// Shell commands: how their output arrives in the buffer.
+// Shell commands: what they leave in the buffer.
 #include "norv_shell.h"
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ using norv::test::kernel_double;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// 16 bytes that held the given text and zeros, of which a command may write the first `size`.
+// 16 bytes that hold the given text and zeros; a command may write the first `size`.
 struct sixteen_bytes {
     std::array<char, 16> bytes = {};
 
@@ -55,19 +55,19 @@ TEST(Shell, OneCharacterAndANewlineAreLongEnoughToBeTrimmed) {
     EXPECT_STREQ(output.text(), "x");
 }
 
-TEST(Shell, OnlyTheLastOfSeveralNewlinesIsTakenOff) {
+TEST(Shell, OnlyTheLastOfSeveralNewlinesIsRemoved) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf 'a\\nb\\n\\n'"), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "a\nb\n");
 }
 
-TEST(Shell, AnOutputWithoutANewlineArrivesAsItIs) {
+TEST(Shell, AnOutputWithoutANewlineArrivesUnchanged) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf abc"), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "abc");
 }
 
-TEST(Shell, ACommandWithoutOutputLeavesTheBufferAsItWas) {
+TEST(Shell, ACommandWithoutOutputLeavesTheBufferUnchanged) {
     sixteen_bytes output("before\n");
     EXPECT_EQ(output.run("true"), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "before\n");
@@ -80,20 +80,20 @@ TEST(Shell, NoTerminatingNulIsWritten) {
     EXPECT_EQ(output.first(16), "abc#############");
 }
 
-TEST(Shell, TheWholeOfAShortOutputComesFromSeveralWritesOfTheCommand) {
+TEST(Shell, AShortOutputOfSeveralWritesArrivesWhole) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf ab; sleep 0.05; echo cd"), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "abcd");
 }
 
 // quirk 121
-TEST(Shell, ALongerOutputLeavesItsLastPieceOverTheRemainsOfTheOneBeforeOnPurpose) {
+TEST(Shell, ALongerOutputLeavesItsLastPieceOverThePreviousOne) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf 0123456789abcdefXYZ", 8), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "XYZbcdef");
 }
 
-TEST(Shell, TheNewlineOfALastPieceStaysAmongTheRemains) {
+TEST(Shell, TheNewlineOfAShortLastPieceStays) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("printf '01234567X\\n'", 8), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "X\n234567");
@@ -105,13 +105,13 @@ TEST(Shell, AnOutputOfExactlyTheSizeIsCapturedWhole) {
     EXPECT_STREQ(output.text(), "01234567");
 }
 
-TEST(Shell, ANewlineAtTheEndOfAFullBufferIsTakenOff) {
+TEST(Shell, ANewlineAtTheEndOfAFullBufferIsRemoved) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("echo 0123456", 8), NORV_STATUS_OK);
     EXPECT_STREQ(output.text(), "0123456");
 }
 
-TEST(Shell, NothingBehindTheSizeIsTouchedWhenTheTextHasNoNul) {
+TEST(Shell, NothingPastTheSizeIsTouchedIfTheTextHasNoNul) {
     sixteen_bytes output("################");
     output.bytes[14] = '\n';
     output.bytes[15] = '\0';
@@ -119,8 +119,8 @@ TEST(Shell, NothingBehindTheSizeIsTouchedWhenTheTextHasNoNul) {
     EXPECT_EQ(output.first(16), std::string("01234567######\n\0", 16));
 }
 
-TEST(Shell, ABufferThatTheOutputFillsWithoutANulIsNotReadBeyondItsEnd) {
-    // On the heap, where the address sanitizer sees every byte beyond.
+TEST(Shell, AFullBufferWithoutANulIsNotReadPastItsEnd) {
+    // On the heap, where the address sanitizer reports every access past the end.
     const auto output = std::make_unique<char[]>(8);
     EXPECT_EQ(norv_shell_result(output.get(), 8, "printf 01234567"), NORV_STATUS_OK);
     EXPECT_EQ(std::string(output.get(), 8), "01234567");
@@ -151,7 +151,7 @@ class signal_handler {
     struct sigaction before_ = {};
 };
 
-// A command that prints, interrupts its caller once that waits for more, and prints again once it waits anew.
+// A command that prints, interrupts its caller when that waits for more, and prints again when it waits anew.
 std::string interrupting(const std::string& first, const std::string& second) {
     const std::string until_the_caller_waits = "until grep -q 'State:.S' /proc/$PPID/status; do :; done; ";
     return "printf '" + first + "'; " + until_the_caller_waits + "kill -USR1 $PPID; " +
@@ -159,7 +159,7 @@ std::string interrupting(const std::string& first, const std::string& second) {
 }
 
 // quirk 122
-TEST(ShellInterrupted, WhatComesAfterASignalIsStoredFromTheStartOnPurpose) {
+TEST(ShellInterrupted, OutputAfterASignalIsStoredFromTheStart) {
     const signal_handler handler(0);
     sixteen_bytes output;
     EXPECT_EQ(output.run(interrupting("abcd", "xy").c_str()), NORV_STATUS_OK);
@@ -206,7 +206,7 @@ TEST(Shell, TheCommandIsRunForReadingAndItsStreamClosed) {
     EXPECT_THAT(kernel.calls("pclose"), SizeIs(1));
 }
 
-TEST(Shell, AFailedPopenIsReportedAndLeavesTheBufferAsItWas) {
+TEST(Shell, AFailedPopenIsReportedAndLeavesTheBufferUnchanged) {
     kernel_double kernel;
     kernel.fail("popen", EMFILE);
     sixteen_bytes output("before\n");
@@ -214,7 +214,7 @@ TEST(Shell, AFailedPopenIsReportedAndLeavesTheBufferAsItWas) {
     EXPECT_STREQ(output.text(), "before\n");
 }
 
-TEST(Shell, AFailedPopenWhoseErrnoMapsToZeroCountsAsACommandWithoutOutput) {
+TEST(Shell, AFailedPopenWhoseErrnoMapsToZeroCapturesNothing) {
     kernel_double kernel;
     kernel.map_errno(EMFILE, 0);
     kernel.fail("popen", EMFILE);
@@ -261,7 +261,7 @@ TEST(ShellFormat, ACommandOf4095CharactersRunsWhole) {
 }
 
 // quirk 6
-TEST(ShellFormat, ALongerCommandIsCut) {
+TEST(ShellFormat, ALongerCommandIsTruncated) {
     const kernel_double kernel;
     sixteen_bytes output;
     const std::string rest(5000, 'x');

@@ -55,7 +55,7 @@ TEST_F(UsbPeriphState, AConfiguredControllerAtAnyOtherSpeedIsOne) {
     }
 }
 
-TEST_F(UsbPeriphState, AControllerThatIsNotAttachedIsZeroAndItsSpeedIsNotRead) {
+TEST_F(UsbPeriphState, TheSpeedOfAControllerThatIsNotAttachedIsNotRead) {
     EXPECT_EQ(get("not attached\n"), 0U);
     EXPECT_EQ(state, 0U);
     EXPECT_THAT(kernel.open_flags(speed_file), IsEmpty());
@@ -78,7 +78,7 @@ TEST_F(UsbPeriphState, CaseDoesNotMatter) {
 }
 
 // quirk 5
-TEST_F(UsbPeriphState, TheLastByteIsCutWhateverItIs) {
+TEST_F(UsbPeriphState, TheLastByteIsDroppedWhateverItIs) {
     EXPECT_EQ(get("configured"), 0U);
     EXPECT_EQ(state, 0U) << "\"configure\"";
     EXPECT_EQ(get("configured?", "high-speed!"), 0U);
@@ -86,10 +86,10 @@ TEST_F(UsbPeriphState, TheLastByteIsCutWhateverItIs) {
 }
 
 // quirk 103
-TEST_F(UsbPeriphState, OfAText15BytesAreRead) {
+TEST_F(UsbPeriphState, AtMost15BytesOfATextAreRead) {
     EXPECT_EQ(get("configured\n", "super-speed\n   and much more"), 0U);
     EXPECT_EQ(kernel.calls("read").at(1).result, 15);
-    EXPECT_EQ(state, 1U) << "what is left holds the newline";
+    EXPECT_EQ(state, 1U) << "the rest contains the newline";
 }
 
 TEST_F(UsbPeriphState, AnEmptyTextIsNotConfigured) {
@@ -108,7 +108,7 @@ TEST_F(UsbPeriphState, BothFilesAreOpenedForReadingAndNotInherited) {
     EXPECT_THAT(kernel.open_flags(speed_file), ElementsAre(O_RDONLY | O_CLOEXEC));
 }
 
-TEST_F(UsbPeriphState, AControllerThatDoesNotExistIsNotFoundAndTheStateUntouched) {
+TEST_F(UsbPeriphState, AMissingControllerIsNotFoundAndTheStateUnchanged) {
     EXPECT_EQ(norv_get_usb_periph_state("none", &state), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(state, 77U);
 }
@@ -121,7 +121,7 @@ TEST_F(UsbPeriphState, ANameWithDotsLeadsToAnotherFile) {
     EXPECT_EQ(state, 0U);
 }
 
-TEST_F(UsbPeriphState, AMissingSpeedIsReportedAndTheStateUntouched) {
+TEST_F(UsbPeriphState, AMissingSpeedIsReportedAndTheStateUnchanged) {
     kernel.add_file(state_file, "configured\n");
     EXPECT_EQ(norv_get_usb_periph_state("20980000.usb", &state), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(state, 77U);
@@ -209,7 +209,7 @@ TEST_F(MemInfo, ReadingStopsAsSoonAsAllAreFound) {
 }
 
 // quirk 105
-TEST_F(MemInfo, AKernelWithoutMemAvailableIsAParseErrorAfterTheOtherFour) {
+TEST_F(MemInfo, AMissingFigureIsAParseErrorAndTheOthersAreStored) {
     EXPECT_EQ(get("MemTotal: 1 kB\nMemFree: 2 kB\nBuffers: 4 kB\nCached: 5 kB\n"), NORV_STATUS_PARSE_ERROR);
     EXPECT_EQ(info.total, 1);
     EXPECT_EQ(info.free, 2);
@@ -261,7 +261,7 @@ TEST_F(MemInfo, ANullRecordIsAnInvalidArgument) {
     EXPECT_EQ(norv_get_mem_info(nullptr), NORV_STATUS_INVALID_ARG);
 }
 
-TEST(RealMemInfo, TheKernelThatRunsTheTestTellsItsMemory) {
+TEST(RealMemInfo, TheKernelThatRunsTheTestReportsItsMemory) {
     norv_mem_info_t info = {};
     EXPECT_EQ(norv_get_mem_info(&info), 0U);
     EXPECT_GT(info.total, info.free);
@@ -277,7 +277,7 @@ TEST(Uptime, TheSecondsAreTheKernels) {
     EXPECT_EQ(seconds, 2000000000U);
 }
 
-TEST(Uptime, TheSecondsAreCutTo32Bits) {
+TEST(Uptime, TheSecondsAreTruncatedTo32Bits) {
     kernel_double kernel;
     kernel.set_uptime(static_cast<long>(INT64_C(4294967301)));
     uint32_t seconds = 0;
@@ -285,7 +285,7 @@ TEST(Uptime, TheSecondsAreCutTo32Bits) {
     EXPECT_EQ(seconds, 5U);
 }
 
-TEST(Uptime, AFailureGivesTheErrnoStatusAndLeavesTheSecondsUntouched) {
+TEST(Uptime, AFailureGivesTheErrnoStatusAndLeavesTheSecondsUnchanged) {
     kernel_double kernel;
     kernel.fail("sysinfo", EFAULT);
     uint32_t seconds = 77;
@@ -293,7 +293,7 @@ TEST(Uptime, AFailureGivesTheErrnoStatusAndLeavesTheSecondsUntouched) {
     EXPECT_EQ(seconds, 77U);
 }
 
-TEST(Uptime, AFailureWhoseErrnoMapsToZeroIsNoTime) {
+TEST(Uptime, AFailureWhoseErrnoMapsToZeroGivesZeroSeconds) {
     kernel_double kernel;
     kernel.map_errno(EFAULT, 0);
     kernel.fail("sysinfo", EFAULT);
@@ -332,16 +332,16 @@ TEST_F(MmcSize, MegabytesAreDecimalAndRoundedDown) {
     EXPECT_EQ(megabytes, 1U);
 }
 
-TEST_F(MmcSize, TheLargestCardHas2To31SectorsLessOne) {
+TEST_F(MmcSize, TheLargestCardHas2To31Minus1Sectors) {
     EXPECT_EQ(get("2147483647\n"), 0U);
     EXPECT_EQ(megabytes, 1099511U);
 }
 
-// Where a long has 32 bits, the C library gives the largest number for one that does not fit.
+// Where a long has 32 bits, strtol(3) returns the largest one for a number that does not fit.
 constexpr bool long_has_64_bits = sizeof(long) == 8;
 
 // quirk 104
-TEST_F(MmcSize, ACardOf2To31SectorsIsNegativeOrTruncatedOnPurpose) {
+TEST_F(MmcSize, ACardOf2To31SectorsHasANegativeOrTruncatedSize) {
     EXPECT_EQ(get("2147483648\n"), 0U);
     EXPECT_EQ(megabytes, static_cast<uint32_t>(long_has_64_bits ? -1099511 : 1099511));
 }
@@ -353,7 +353,7 @@ TEST_F(MmcSize, SectorsAreKeptWith32Bits) {
 }
 
 // quirk 5
-TEST_F(MmcSize, TheLastByteIsCutWhateverItIs) {
+TEST_F(MmcSize, TheLastByteIsDroppedWhateverItIs) {
     EXPECT_EQ(get("19540"), 0U);
     EXPECT_EQ(megabytes, 1U);
     EXPECT_EQ(get("8"), 0U);
@@ -361,12 +361,12 @@ TEST_F(MmcSize, TheLastByteIsCutWhateverItIs) {
 }
 
 // quirk 103
-TEST_F(MmcSize, OfTheText15BytesAreRead) {
+TEST_F(MmcSize, AtMost15BytesOfTheTextAreRead) {
     EXPECT_EQ(get("000000000019549\n"), 0U);
     EXPECT_EQ(megabytes, 1U) << "14 digits are left";
 }
 
-TEST_F(MmcSize, ATextWithoutANumberOrWithoutAnythingIsZero) {
+TEST_F(MmcSize, ATextWithoutANumberAndAnEmptyTextAreZero) {
     EXPECT_EQ(get("none\n"), 0U);
     EXPECT_EQ(megabytes, 0U);
     megabytes = 77;
@@ -381,7 +381,7 @@ TEST_F(MmcSize, TheIndexIsPrintedSigned) {
     EXPECT_EQ(megabytes, 1U);
 }
 
-TEST_F(MmcSize, ACardThatDoesNotExistIsNotFoundAndTheSizeUntouched) {
+TEST_F(MmcSize, AMissingCardIsNotFoundAndTheSizeUnchanged) {
     EXPECT_EQ(norv_get_mmc_size(7, &megabytes), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(megabytes, 77U);
 }

@@ -1,4 +1,4 @@
-// UUIDs: what is read of the kernel's file, and what is not.
+// UUIDs: what is read from the kernel's file.
 #include "norv_uuid.h"
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ using testing::MatchesRegex;
 constexpr const char* uuid_file = "/proc/sys/kernel/random/uuid";
 constexpr const char* some_uuid = "01234567-89ab-4cde-8f01-23456789abcd";
 
-// 40 bytes, so that what lies behind the UUID's 36 can be seen.
+// 40 bytes, so that a write past the UUID's 36 is seen.
 struct uuid_buffer {
     std::string bytes = std::string(40, '#');
 
@@ -72,7 +72,7 @@ TEST(Uuid, TwoCallsGiveDifferentTexts) {
     EXPECT_NE(first.bytes, second.bytes);
 }
 
-TEST(Uuid, AMissingFileIsReportedAndLeavesTheBufferAsItWas) {
+TEST(Uuid, AMissingFileIsReportedAndLeavesTheBufferUnchanged) {
     const kernel_double kernel;
     uuid_buffer uuid;
     EXPECT_EQ(uuid.generate(), NORV_STATUS_NOT_FOUND);

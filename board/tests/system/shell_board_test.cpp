@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(ShellOnBoard, TheKernelsReleaseIsTheOneThatTheKernelTells) {
+TEST(ShellOnBoard, TheReleaseIsTheOneThatTheKernelReports) {
     utsname kernel = {};
     ASSERT_EQ(uname(&kernel), 0);
     char output[128] = "";

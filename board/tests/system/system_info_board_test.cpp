@@ -1,4 +1,4 @@
-// What a real kernel says of itself, beside what the calls say.
+// The facts that a real kernel reports, compared with what the calls return.
 #include "norv_system_info.h"
 
 #include <fcntl.h>
@@ -97,7 +97,7 @@ TEST(MemInfoOnBoard, MemoryThatIsUsedIsNeitherFreeNorAvailable) {
     munmap(used, size);
     EXPECT_LT(during.available, before.available - most_of_it);
     EXPECT_LT(during.free, before.free - most_of_it);
-    // Newer kernels keep much of what was freed for the processor for a while, and that does not count.
+    // Newer kernels keep many freed pages on a list of each processor for a while, where they do not count.
     norv_mem_info_t after = memory();
     for (int tries = 0; tries < 600 && after.free <= during.free + most_of_it; ++tries) {
         usleep(100000);
@@ -116,7 +116,7 @@ TEST(MemInfoOnBoard, WhatIsWrittenIntoTmpfsIsCached) {
 }
 
 TEST(MemInfoOnBoard, WhatIsReadOfABlockDeviceIsInTheBuffers) {
-    // Its pages stay as long as somebody has it open.
+    // Its pages stay cached while it is open.
     const int card = open("/dev/mmcblk0", O_RDONLY | O_CLOEXEC);
     ASSERT_GE(card, 0);
     const norv_mem_info_t before = memory();
@@ -128,7 +128,7 @@ TEST(MemInfoOnBoard, WhatIsReadOfABlockDeviceIsInTheBuffers) {
 
 // ---- uptime
 
-TEST(UptimeOnBoard, ItLiesBetweenTwoLooksAtTheKernelsOwn) {
+TEST(UptimeOnBoard, ItIsBetweenTwoReadsOfTheKernelsOwn) {
     const auto before = static_cast<uint32_t>(std::stod(attribute("/proc/uptime")));
     uint32_t seconds = 0;
     EXPECT_EQ(norv_get_uptime(&seconds), 0U);
