@@ -24,7 +24,7 @@ static void must(const char* what, uint32_t status) {
 int main(int argc, char** argv) {
     const char* interface = argc > 1 ? argv[1] : "lo";
     const unsigned seconds = argc > 2 ? (unsigned)strtoul(argv[2], NULL, 10) : 3;
-    norv_cpu_usage_t cpu = {0}; /* zero-filled, as open wants it */
+    norv_cpu_usage_t cpu = {0}; /* filled with zeros, as open requires */
     norv_net_usage_t net;
 
     setvbuf(stdout, NULL, _IOLBF, 0);

@@ -18,7 +18,7 @@ static_assert(offsetof(norv_net_usage_t, file) == 0 && NORV_FOLLOWS(norv_net_usa
 
 namespace {
 
-// Eight of receiving, eight of transmitting; each half begins with the bytes.
+// Eight of reception, eight of transmission; each half begins with the bytes.
 constexpr uint32_t counter_count = 16;
 constexpr uint32_t received_index = 0;
 constexpr uint32_t transmitted_index = 8;
@@ -30,8 +30,8 @@ struct byte_counts {
     uint32_t transmitted;
 };
 
-// The counters of a line that is the interface's, null of any other. The name may stand anywhere before the
-// colon, on purpose: a longer name that contains it counts too.
+// Returns the counters of the interface's line, null for any other line. quirk 101: a longer name that
+// contains the interface's matches too.
 const char* counters_of(char* line, const char* ifname) {
     char* colon = strchr(line, ':');
     if (colon == nullptr) {
@@ -44,9 +44,9 @@ const char* counters_of(char* line, const char* ifname) {
 // Finds the interface's line; `counters` points into `line`.
 uint32_t find_interface(const norv_net_usage_t* net, char (&line)[norv::line_size], const char*& counters) {
     uint32_t status = NORV_STATUS_OK;
-    norv::rewind_stream(net->file);
+    norv::rewind_stream(net->file);  // quirk 100: a failure is not reported
     while (status == NORV_STATUS_OK) {
-        status = norv::read_line(net->file, line);
+        status = norv::read_line(net->file, line);  // quirk 99: truncated
         if (status == NORV_STATUS_OK && line[0] == '\0') {
             return NORV_STATUS_NOT_FOUND;
         }
@@ -73,32 +73,32 @@ uint32_t read_counts(const norv_net_usage_t* net, byte_counts& counts) {
     return NORV_STATUS_OK;
 }
 
-// kbit/s; only the difference of the counts has 32 bits.
+// In kbit/s. quirk 98: the differences passed in have wrapped at 32 bits; the products do not.
 uint32_t rate_of(uint32_t bytes, uint32_t milliseconds) {
     return static_cast<uint32_t>(uint64_t{bytes} * 8000 / (uint64_t{milliseconds} * 1000));
 }
 
-void remember(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
+void store_sample(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
     net->last_ms = now;
     net->last_tx = counts.transmitted;
     net->last_rx = counts.received;
 }
 
 void start(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
-    remember(net, counts, now);
+    store_sample(net, counts, now);
     net->tx_rate = 0;
     net->rx_rate = 0;
     net->started = 1;
 }
 
-void go_on(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
+void update_rates(norv_net_usage_t* net, const byte_counts& counts, uint32_t now) {
     const uint32_t interval = now - net->last_ms;
-    if (interval < shortest_interval) {
+    if (interval < shortest_interval) {  // quirk 102
         return;
     }
     net->tx_rate = rate_of(counts.transmitted - net->last_tx, interval);
     net->rx_rate = rate_of(counts.received - net->last_rx, interval);
-    remember(net, counts, now);
+    store_sample(net, counts, now);
 }
 
 // A name that does not fit with its NUL is refused.
@@ -151,7 +151,7 @@ uint32_t norv_net_usage_update(norv_net_usage_t* net) {
     if (net->started == 0) {
         start(net, counts, now);
     } else {
-        go_on(net, counts, now);
+        update_rates(net, counts, now);
     }
     return NORV_STATUS_OK;
 }

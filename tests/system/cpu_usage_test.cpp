@@ -51,7 +51,7 @@ TEST_F(CpuUsage, OpeningTakesTheFirstSampleAndKeepsTheFileOpen) {
     EXPECT_NE(cpu.file, nullptr);
     EXPECT_EQ(cpu.last_idle, 400U);
     EXPECT_EQ(cpu.last_total, 1000U);
-    EXPECT_EQ(cpu.usage, 6000U) << "the share since the system was started";
+    EXPECT_EQ(cpu.usage, 6000U) << "the share since the start of the system";
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
@@ -63,13 +63,13 @@ TEST_F(CpuUsage, TheFileIsNotInheritedByPrograms) {
 }
 
 // quirk 95
-TEST_F(CpuUsage, OpeningClearsUsageAndIdleButNotTheTotalOnPurpose) {
+TEST_F(CpuUsage, OpeningClearsUsageAndIdleButNotTheTotal) {
     cpu.usage = 77;
     cpu.last_idle = 77;
     cpu.last_total = 500;
     show("100 100 100 400 50 50 50 50 50 50");
     EXPECT_EQ(norv_cpu_usage_open(&cpu), 0U);
-    EXPECT_EQ(cpu.usage, 2000U) << "100 of the 500 since the total that was there";
+    EXPECT_EQ(cpu.usage, 2000U) << "100 of the 500 since the total in the record";
 }
 
 TEST_F(CpuUsage, WithoutTheFileTheRecordIsClosed) {
@@ -81,7 +81,7 @@ TEST_F(CpuUsage, WithoutTheFileTheRecordIsClosed) {
     EXPECT_EQ(cpu.last_idle, 0U);
 }
 
-TEST_F(CpuUsage, AFailedOpenWhoseErrnoMapsToZeroIsNoStateToUpdate) {
+TEST_F(CpuUsage, AFailedOpenWhoseErrnoMapsToZeroIsABadState) {
     kernel.map_errno(ENOENT, 0);
     EXPECT_EQ(norv_cpu_usage_open(&cpu), NORV_STATUS_BAD_STATE);
     EXPECT_EQ(cpu.file, nullptr);
@@ -95,7 +95,7 @@ TEST_F(CpuUsage, AFirstSampleThatFailsLeavesNothingOpen) {
 }
 
 // quirk 95
-TEST_F(OpenCpuUsage, ClosingClearsUsageAndIdleAndLeavesTheTotal) {
+TEST_F(OpenCpuUsage, ClosingClearsUsageAndIdleButNotTheTotal) {
     norv_cpu_usage_close(&cpu);
     EXPECT_EQ(cpu.file, nullptr);
     EXPECT_EQ(cpu.usage, 0U);
@@ -117,7 +117,7 @@ TEST_F(CpuUsage, UpdatingAClosedRecordIsABadState) {
     EXPECT_EQ(norv_cpu_usage_update(&cpu), NORV_STATUS_BAD_STATE);
 }
 
-TEST_F(OpenCpuUsage, EveryUpdateReadsTheFileAnew) {
+TEST_F(OpenCpuUsage, EveryUpdateReadsTheFileAgain) {
     EXPECT_EQ(update("150 100 100 450 50 50 50 50 50 50"), 0U);
     EXPECT_EQ(cpu.usage, 5000U);
     EXPECT_EQ(update("150 100 100 550 50 50 50 50 50 50"), 0U);
@@ -138,7 +138,7 @@ TEST_F(OpenCpuUsage, AFullyBusyIntervalIs10000) {
 }
 
 // quirk 96
-TEST_F(OpenCpuUsage, EveryTimeButTheFourthCountsAsBusyGuestTimesIncluded) {
+TEST_F(OpenCpuUsage, AllTimesButTheFourthCountAsBusyEvenGuestTimes) {
     EXPECT_EQ(update("101 102 104 400 58 66 82 114 178 306"), 0U);
     EXPECT_EQ(cpu.last_total, 1511U);
     EXPECT_EQ(cpu.usage, 10000U);
@@ -158,11 +158,11 @@ TEST_F(OpenCpuUsage, TheShareIsRoundedHalfUp) {
 }
 
 // quirk 98
-TEST_F(CpuUsage, CountersWrapWith32Bits) {
+TEST_F(CpuUsage, CountersWrapAt32Bits) {
     show("4294967290 0 0 4294967000 0 0 0 0 0 0");
     ASSERT_EQ(norv_cpu_usage_open(&cpu), 0U);
     EXPECT_EQ(cpu.last_total, 4294966994U);
-    // 306 more of user, 300 more of idle; both beyond 2^32.
+    // 306 more of user, 300 more of idle; both past 2^32.
     EXPECT_EQ(update("4294967596 0 0 4294967300 0 0 0 0 0 0"), 0U);
     EXPECT_EQ(cpu.last_idle, 4U);
     EXPECT_EQ(cpu.usage, (306U * 10000 + 303) / 606);
@@ -207,7 +207,7 @@ TEST_F(OpenCpuUsage, FewerThanTenNumbersAreAParseErrorAndChangeNothing) {
     EXPECT_EQ(cpu.usage, 5000U);
 }
 
-TEST_F(OpenCpuUsage, OnlyTheFirstLineIsLookedAt) {
+TEST_F(OpenCpuUsage, OnlyTheFirstLineIsRead) {
     show_text("cpu 1 2\n3 4 5 6 7 8 9 10\n");
     EXPECT_EQ(norv_cpu_usage_update(&cpu), NORV_STATUS_PARSE_ERROR);
 }
@@ -219,11 +219,11 @@ TEST_F(OpenCpuUsage, TheFirstByteOfTheFileIsPartOfTheLine) {
 }
 
 // quirk 99
-TEST_F(OpenCpuUsage, ALineIsCutAfter255Characters) {
+TEST_F(OpenCpuUsage, ALineIsTruncatedAfter255Characters) {
     const std::string nine_numbers = "1 2 3 4 5 6 7 8 9 ";
     show_text(std::string(254 - nine_numbers.size(), ' ') + nine_numbers + "10\n");
     EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);
-    EXPECT_EQ(cpu.last_total, 46U) << "of the tenth number one digit is left";
+    EXPECT_EQ(cpu.last_total, 46U) << "one digit of the tenth number is left";
     show_text(std::string(255 - nine_numbers.size(), ' ') + nine_numbers + "10\n");
     EXPECT_EQ(norv_cpu_usage_update(&cpu), NORV_STATUS_PARSE_ERROR);
 }
@@ -248,7 +248,7 @@ TEST_F(OpenCpuUsage, AFailedFlushIsNotReported) {
 }
 
 // quirk 100
-TEST_F(OpenCpuUsage, AFailedSeekIsNotReportedAndTheNextLineIsTaken) {
+TEST_F(OpenCpuUsage, AFailedSeekIsNotReportedAndTheNextLineIsRead) {
     kernel.fail("fseek", EACCES);
     EXPECT_EQ(norv_cpu_usage_update(&cpu), 0U);
     EXPECT_TRUE(kernel.struck());
@@ -287,7 +287,7 @@ TEST(CpuUsageSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     };
     norv::test::failure_sweep(
         [](kernel_double& kernel) {
-            // A failed seek takes the second line.
+            // A failed seek reads the second line.
             kernel.add_file(stat_file, "cpu 1 2 3 4 5 6 7 8 9 10\ncpu0 1 2 3 4 5 6 7 8 9 10\n");
         },
         [] {

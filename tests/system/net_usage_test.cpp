@@ -82,7 +82,7 @@ TEST_F(NetUsage, TheFileIsNotInheritedByPrograms) {
     EXPECT_EQ(kernel.calls("fopen").at(0).bytes, "re");
 }
 
-TEST_F(NetUsage, TheRecordNeedNotBeZeroedBefore) {
+TEST_F(NetUsage, TheRecordNeedNotBeFilledWithZeros) {
     memset(&net, 0xA5, sizeof net);
     show(1000, 2000);
     EXPECT_EQ(norv_net_usage_open(&net, "eth0"), 0U);
@@ -113,7 +113,7 @@ TEST_F(NetUsage, ANameOf32CharactersIsTooLongAndTheRecordIsClosed) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(NetUsage, AMuchLongerNameIsTooLongAsWell) {
+TEST_F(NetUsage, AMuchLongerNameIsTooLongToo) {
     const std::string name(60, 'n');
     show(line(name, 5, 6));
     EXPECT_EQ(norv_net_usage_open(&net, name.c_str()), NORV_STATUS_EXHAUSTED);
@@ -126,7 +126,7 @@ TEST_F(NetUsage, WithoutTheFileTheRecordIsClosed) {
     EXPECT_EQ(net.started, 0);
 }
 
-TEST_F(NetUsage, AFailedOpenWhoseErrnoMapsToZeroIsNoStateToUpdate) {
+TEST_F(NetUsage, AFailedOpenWhoseErrnoMapsToZeroIsABadState) {
     kernel.map_errno(ENOENT, 0);
     EXPECT_EQ(norv_net_usage_open(&net, "eth0"), NORV_STATUS_BAD_STATE);
     EXPECT_EQ(net.file, nullptr);
@@ -140,7 +140,7 @@ TEST_F(NetUsage, AFirstSampleThatFailsLeavesNothingOpen) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(OpenNetUsage, ClosingClearsTheStartAndTheFileAndLeavesTheRates) {
+TEST_F(OpenNetUsage, ClosingClearsTheFileAndTheStartButNotTheRates) {
     at(11, 0);
     update(126000, 2000);
     norv_net_usage_close(&net);
@@ -163,7 +163,7 @@ TEST_F(NetUsage, UpdatingAClosedRecordIsABadState) {
     EXPECT_EQ(norv_net_usage_update(&net), NORV_STATUS_BAD_STATE);
 }
 
-TEST_F(OpenNetUsage, OneHundredAndTwentyFiveThousandBytesInASecondAreAThousandKilobits) {
+TEST_F(OpenNetUsage, Receiving125000BytesInASecondIs1000Kilobits) {
     at(11, 0);
     EXPECT_EQ(update(126000, 2000), 0U);
     EXPECT_EQ(net.rx_rate, 1000U);
@@ -177,7 +177,7 @@ TEST_F(OpenNetUsage, TransmittedBytesHaveTheirOwnRate) {
     EXPECT_EQ(net.tx_rate, 2000U);
 }
 
-TEST_F(OpenNetUsage, EachRateCountsFromTheSampleBefore) {
+TEST_F(OpenNetUsage, EachRateCountsFromThePreviousSample) {
     at(11, 0);
     update(126000, 2000);
     at(13, 0);
@@ -216,7 +216,7 @@ TEST_F(OpenNetUsage, ElevenMillisecondsAreTheShortestInterval) {
 }
 
 // quirk 98
-TEST_F(NetUsage, CountersAndTheClockWrapWith32Bits) {
+TEST_F(NetUsage, CountersAndTheClockWrapAt32Bits) {
     at(4294967, 290);
     show(4294967000, 8589934000);
     ASSERT_EQ(norv_net_usage_open(&net, "eth0"), 0U);
@@ -229,7 +229,7 @@ TEST_F(NetUsage, CountersAndTheClockWrapWith32Bits) {
     EXPECT_EQ(net.tx_rate, 2000U);
 }
 
-TEST_F(NetUsage, OnlyTheDifferencesWrapNotTheProducts) {
+TEST_F(NetUsage, OnlyTheDifferencesWrapAndNotTheProducts) {
     at(10, 0);
     show(0, 0);
     ASSERT_EQ(norv_net_usage_open(&net, "eth0"), 0U);
@@ -245,21 +245,21 @@ TEST_F(NetUsage, OnlyTheDifferencesWrapNotTheProducts) {
 // ---- the line
 
 // quirk 101
-TEST_F(OpenNetUsage, AnInterfaceWhoseNameContainsTheOneSearchedForMatchesWhenItComesFirst) {
+TEST_F(OpenNetUsage, ALongerNameThatContainsTheNameMatchesIfListedFirst) {
     at(11, 0);
     show(line(" veth0", 126000, 2000) + line("  eth0", 1000, 2000));
     EXPECT_EQ(norv_net_usage_update(&net), 0U);
     EXPECT_EQ(net.last_rx, 126000U);
 }
 
-TEST_F(OpenNetUsage, TheNameIsSearchedForBeforeTheColonOnly) {
+TEST_F(OpenNetUsage, TheNameIsSearchedOnlyBeforeTheColon) {
     at(11, 0);
     show("  wlan0: eth0 7 7\n" + line("  eth0", 126000, 2000));
     EXPECT_EQ(norv_net_usage_update(&net), 0U);
     EXPECT_EQ(net.last_rx, 126000U);
 }
 
-TEST_F(OpenNetUsage, ALineWithoutAColonIsPassedOver) {
+TEST_F(OpenNetUsage, ALineWithoutAColonIsSkipped) {
     at(11, 0);
     show("eth0 7 7 7 7 7 7 7 7 7 7 7 7 7 7 7 7\n" + line("  eth0", 126000, 2000));
     EXPECT_EQ(norv_net_usage_update(&net), 0U);
@@ -280,7 +280,7 @@ TEST_F(NetUsage, AnEmptyNameIsFoundInTheFirstLineWithAColon) {
     EXPECT_EQ(net.last_rx, 5U);
 }
 
-TEST_F(OpenNetUsage, AnInterfaceThatIsNoLongerListedIsNotFoundAndChangesNothing) {
+TEST_F(OpenNetUsage, AnInterfaceThatIsGoneIsNotFoundAndChangesNothing) {
     at(11, 0);
     show(line("lo", 126000, 2000));
     EXPECT_EQ(norv_net_usage_update(&net), NORV_STATUS_NOT_FOUND);
@@ -298,7 +298,7 @@ TEST_F(OpenNetUsage, FewerThan16NumbersAreAParseErrorAndChangeNothing) {
 }
 
 // quirk 99
-TEST_F(OpenNetUsage, ALineOfMoreThan255CharactersComesInPieces) {
+TEST_F(OpenNetUsage, ALineIsTruncatedAfter255Characters) {
     at(11, 0);
     show("eth0: " + std::string(250, ' ') + "126000 2 3 4 5 6 7 8 2000 10 11 12 13 14 15 16\n");
     EXPECT_EQ(norv_net_usage_update(&net), NORV_STATUS_PARSE_ERROR);
@@ -321,7 +321,7 @@ TEST_F(OpenNetUsage, AFailedFlushIsNotReported) {
 }
 
 // quirk 100
-TEST_F(OpenNetUsage, AFailedSeekIsNotReportedAndTheSearchGoesOnFromTheLastLine) {
+TEST_F(OpenNetUsage, AFailedSeekIsNotReportedAndTheSearchContinues) {
     at(11, 0);
     kernel.fail("fseek", EACCES);
     EXPECT_EQ(norv_net_usage_update(&net), NORV_STATUS_NOT_FOUND) << "eth0 is the last line";
@@ -346,7 +346,7 @@ TEST_F(NetUsage, ANullRecordOrNameIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST(RealNetUsage, TheLoopBackOfTheKernelThatRunsTheTestCanBeSampled) {
+TEST(RealNetUsage, TheLoopbackInterfaceOfTheTestMachineCanBeSampled) {
     norv_net_usage_t net;
     EXPECT_EQ(norv_net_usage_open(&net, "lo"), 0U);
     EXPECT_EQ(norv_net_usage_update(&net), 0U);

@@ -1,5 +1,5 @@
-// CPU load of a real kernel with two processors, under loads that are known. Others may run on them too, so
-// that a load is never less than what the test makes, and seldom more.
+// CPU load of a real kernel with two processors, under known loads. Other processes may run too, so a load is
+// never less than what the test makes, and seldom more.
 #include "norv_cpu_usage.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ struct kernels_times {
     double total = 0;
 };
 
-// As the line of the whole system has them, with guest times twice.
+// The times of the whole system's line, with guest times counted twice.
 kernels_times read_times() {
     std::ifstream file("/proc/stat");
     std::string label;
@@ -64,8 +64,8 @@ kernels_times read_times() {
     return times;
 }
 
-// The usage of a second under a load. It must be what the kernel's own figures around it say, give or take
-// the ticks between two looks.
+// The usage of a second under a load. It must agree with the kernel's own figures before and after it, except
+// for the ticks between two reads.
 uint32_t usage_under(int busy_processors) {
     norv_cpu_usage_t cpu = {};
     const load busy(busy_processors);
@@ -80,7 +80,7 @@ uint32_t usage_under(int busy_processors) {
     return usage;
 }
 
-// How much of a second the busy processors get is the host's affair, so that only the order is certain.
+// How much of a second the busy processors get depends on the host, so only the order is certain.
 TEST(CpuUsageOnBoard, TheUsageFollowsTheNumberOfBusyProcessors) {
     const uint32_t idle = usage_under(0);
     const uint32_t one = usage_under(1);
@@ -97,7 +97,7 @@ TEST(CpuUsageOnBoard, WithoutATickInBetweenTheUsageIsZero) {
     norv_cpu_usage_t cpu = {};
     ASSERT_EQ(norv_cpu_usage_open(&cpu), 0U);
     uint32_t last_total = 0;
-    // Two samples within one tick: a matter of a few tries.
+    // Two samples within one tick need a few tries.
     do {
         last_total = cpu.last_total;
         ASSERT_EQ(norv_cpu_usage_update(&cpu), 0U);

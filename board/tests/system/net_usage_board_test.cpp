@@ -1,4 +1,4 @@
-// Rates of a real kernel's loop-back, under traffic that is known.
+// Rates of a real kernel's loopback interface, under known traffic.
 #include "norv_net_usage.h"
 
 #include <arpa/inet.h>
@@ -25,8 +25,8 @@ uint32_t kernels_count(const char* name) {
     return static_cast<uint32_t>(std::stoull(norv::board::attribute(path)));
 }
 
-// Sends packets to the discard port; that nobody takes them there changes nothing for the counters, but for
-// the answers that say so.
+// Sends packets to the discard port. No one receives them, which only adds the kernel's ICMP replies to the
+// counters.
 void send_packets(int count) {
     const int sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
@@ -69,7 +69,7 @@ TEST_F(NetUsageOnBoard, TheRatesAreTheBytesOverTheTime) {
     const uint32_t bytes = net.last_rx - received;
     EXPECT_GE(bytes, 1000U * (packet_size + header_size));
     EXPECT_EQ(net.rx_rate, bytes * 8 / (net.last_ms - since));
-    EXPECT_EQ(net.tx_rate, net.rx_rate) << "what goes out on the loop-back comes in";
+    EXPECT_EQ(net.tx_rate, net.rx_rate) << "what the loopback interface sends, it receives";
 }
 
 TEST_F(NetUsageOnBoard, WithoutTrafficTheRatesAreZero) {
