@@ -1,10 +1,10 @@
 /*
- * Shows the kernel's uevent messages as they come: one line for each, with its keys behind it.
+ * Shows the kernel's uevent messages as they arrive, each with its keys on one line.
  *
  *     uevent_watch [SECONDS]      default: 2
  *
- * Plug something in meanwhile. With the right to write to sysfs it makes the first message itself, by asking
- * the kernel to announce the loop-back network device once more.
+ * Plug something in meanwhile. With write permission for sysfs the program causes the first message itself: it
+ * requests an event of the loopback network device.
  */
 #include <inttypes.h>
 #include <poll.h>
@@ -24,15 +24,15 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-static void announce_loop_back(void) {
+static void request_loopback_event(void) {
     uint32_t length = sizeof "change";
     const uint32_t status = norv_write_device("change", &length, "/sys/class/net/lo/uevent");
     if (status != NORV_STATUS_OK) {
-        printf("(not announcing the loop-back device: %s)\n", norv_status_name(status));
+        printf("(no event of the loopback device: %s)\n", norv_status_name(status));
     }
 }
 
-/* Prints the texts of a message, which each end with a NUL, on one line. */
+/* Prints the texts of a message, each followed by a NUL, on one line. */
 static void show(const uint8_t* message, int64_t length, void* user) {
     unsigned* count = user;
     const char* text = (const char*)message;
@@ -47,14 +47,14 @@ static void show(const uint8_t* message, int64_t length, void* user) {
     ++*count;
 }
 
-/* Until so many milliseconds are over. */
+/* Shows the messages that arrive within the given number of milliseconds. */
 static void watch(norv_uevent_t* events, uint64_t limit, unsigned* count) {
     const uint64_t start = norv_time_get_ms();
     struct pollfd readable = {.fd = events->fd, .events = POLLIN};
 
     for (uint64_t passed = 0; passed < limit; passed = norv_time_get_ms() - start) {
         if (poll(&readable, 1, (int)(limit - passed)) > 0) {
-            must("take the messages", norv_uevent_poll(events, show, count));
+            must("receive the messages", norv_uevent_poll(events, show, count));
         }
     }
 }
@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
     unsigned count = 0;
 
     must("open the socket", norv_uevent_open(&events));
-    announce_loop_back();
+    request_loopback_event();
     watch(&events, seconds * 1000, &count);
     norv_uevent_close(&events);
     printf("%u messages in %" PRIu64 " s\n", count, seconds);

@@ -1,5 +1,5 @@
 /*
- * Pulls the board off its USB host and plugs it in again, by software, and watches the state.
+ * Disconnects the board from its USB host and connects it again, by software, and watches the state.
  *
  *     usb_gadget_replug [CONTROLLER]      default: dummy_udc.0
  *
@@ -20,15 +20,14 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-/* Waits until the controller has a state; the kernel signals every change. */
+/* Waits until the controller is in a state; the kernel reports every change. */
 static void wait_for(int32_t gadget, uint32_t wanted, const char* words) {
     struct pollfd change = {.fd = gadget, .events = POLLPRI};
     uint32_t state = 0;
     must("read the state", norv_usb_gadget_get_state(gadget, &state));
     while (state != wanted) {
         if (poll(&change, 1, 10000) <= 0) {
-            fprintf(stderr,
-                    "the controller does not come to be %s; is a gadget bound to it, and a host there?\n",
+            fprintf(stderr, "the controller is not %s; check that a gadget is bound and a host connected\n",
                     words);
             exit(EXIT_FAILURE);
         }

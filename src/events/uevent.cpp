@@ -1,4 +1,4 @@
-// The kernel's uevent messages as they come.
+// The kernel's uevent messages, unparsed.
 #include "norv_uevent.h"
 
 #include <sys/socket.h>
@@ -17,14 +17,14 @@ static_assert(offsetof(norv_uevent_t, buffer_size) == 0 && offsetof(norv_uevent_
 static_assert(NORV_FOLLOWS(norv_uevent_t, fd, buffer));
 static_assert(sizeof(norv_uevent_t) == (sizeof(void*) == 8 ? 24 : 16));
 
-// Sorted: the parser searches it by halves. Writable for the programs that were built against it so.
+// Sorted for the parser's binary search. quirk 108: writable, because programs were built against it as such.
 constinit const char* p_uevent_key[NORV_UEVENT_KEY_COUNT] = {
     "ACTION=", "CONNECTOR=", "DEVNAME=", "DEVPATH=",  "DEVTYPE=",
     "MAJOR=",  "MINOR=",     "PRODUCT=", "SUBSYSTEM="};
 
 namespace {
 
-// A size beyond what this processor can address fails like one that there is no memory for.
+// A size that this processor cannot address must fail, not be truncated.
 uint8_t* allocate_buffer(uint64_t size) {
     return static_cast<uint8_t*>(malloc(static_cast<size_t>(std::min<uint64_t>(size, SIZE_MAX))));
 }
@@ -53,7 +53,7 @@ void norv_uevent_close(norv_uevent_t* uevent) {
     }
     if (uevent->fd > 0) {
         close(uevent->fd);
-        // 0, where every other closed descriptor is -1: callers test for it.
+        // quirk 106: 0, because callers test for it.
         uevent->fd = 0;
     }
     free(uevent->buffer);
@@ -69,6 +69,6 @@ uint32_t norv_uevent_poll(norv_uevent_t* uevent, norv_uevent_handler handler, vo
     while ((length = recv(uevent->fd, uevent->buffer, size, 0)) > 0) {
         handler(uevent->buffer, length, user);
     }
-    // Asked of an empty message too, whatever errno held before it.
+    // quirk 107: an empty message, which does not set errno, is judged by it too.
     return errno == EAGAIN ? NORV_STATUS_OK : norv::errno_status();
 }

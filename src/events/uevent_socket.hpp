@@ -1,4 +1,4 @@
-// The socket on which the kernel announces what happens to devices.
+// The socket on which the kernel sends uevent messages.
 #pragma once
 
 #include <linux/netlink.h>
@@ -18,14 +18,14 @@ inline int bind_to_all_groups(int descriptor) {
     return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-// Opens a non-blocking socket that receives every uevent message. After a failure, also one whose errno maps
-// to 0, the descriptor is -1.
+// Opens a non-blocking socket that receives every uevent message. The descriptor is -1 after a failure, even
+// one whose errno has the status 0 (quirk 1).
 inline uint32_t open_uevent_socket(int32_t& descriptor) {
     descriptor = socket(AF_NETLINK, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
     if (descriptor < 0) {
         return errno_status();
     }
-    // Succeeds only with the right to override the system's limit; without it the default has to do.
+    // Fails without the right to override the system's limit; the default size is then used.
     constexpr int32_t receive_buffer = 65536;
     setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &receive_buffer, sizeof receive_buffer);
     if (bind_to_all_groups(descriptor) == 0) {

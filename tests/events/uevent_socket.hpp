@@ -16,7 +16,7 @@
 
 namespace norv::test {
 
-// A message as the kernel writes it: the header line and the texts, each ended by a NUL.
+// A message as the kernel writes it: the header line and the texts, each followed by a NUL.
 inline std::string uevent_message(const std::string& action, const std::string& devpath,
                                   std::initializer_list<std::string> texts = {}) {
     std::string message = action + "@" + devpath + '\0';
@@ -37,7 +37,7 @@ class uevent_socket {
 
     // A message that waits to be received.
     void send(const std::string& message) { waiting_->push_back({message, 0}); }
-    // A failure of one receive, in its turn among the messages.
+    // One failure of recv(2), queued among the messages.
     void fail_receive(int error) { waiting_->push_back({"", error}); }
     size_t waiting() const { return waiting_->size(); }
 

@@ -1,4 +1,4 @@
-// The kernel's uevent messages as they come.
+// The kernel's uevent messages, unparsed.
 #include "norv_uevent.h"
 
 #include <gmock/gmock.h>
@@ -17,7 +17,7 @@
 #include "support/standard_input.hpp"
 #include "support/status.hpp"
 
-// Sanitizers end the program at an allocation as large as the ones below, unless told otherwise.
+// Without these options, sanitizers end the program at an allocation as large as the one below.
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
@@ -37,7 +37,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// What a handler was given.
+// What a handler received.
 struct delivery {
     std::string message;
     const uint8_t* buffer;
@@ -82,7 +82,7 @@ TEST(UeventKeys, AreThePrefixesInAscendingOrder) {
 }
 
 // quirk 108
-TEST(UeventKeys, CanBeWrittenOnPurpose) {
+TEST(UeventKeys, CanBeWritten) {
     const char* const kept = p_uevent_key[8];
     p_uevent_key[8] = "SEQNUM=";
     EXPECT_STREQ(p_uevent_key[8], "SEQNUM=");
@@ -134,7 +134,7 @@ TEST_F(Uevent, ARefusedReceiveBufferIsIgnored) {
 }
 
 // quirk 106
-TEST_F(Uevent, ASocketThatCannotBeOpenedLeavesTheDescriptorMinusOneAndNoBuffer) {
+TEST_F(Uevent, ASocketThatCannotBeOpenedLeavesMinusOneAndNoBuffer) {
     kernel.fail("socket", EPROTONOSUPPORT);
     EXPECT_EQ(norv_uevent_open(&uevent), errno_status(EPROTONOSUPPORT));
     EXPECT_EQ(uevent.fd, -1);
@@ -142,7 +142,7 @@ TEST_F(Uevent, ASocketThatCannotBeOpenedLeavesTheDescriptorMinusOneAndNoBuffer) 
     EXPECT_THAT(kernel.calls("bind"), IsEmpty());
 }
 
-TEST_F(Uevent, ASocketThatCannotBeBoundIsClosedAndLeavesTheDescriptorMinusOne) {
+TEST_F(Uevent, ASocketThatCannotBeBoundIsClosedAndLeavesMinusOne) {
     kernel.fail("bind", EADDRINUSE);
     EXPECT_EQ(norv_uevent_open(&uevent), errno_status(EADDRINUSE));
     EXPECT_EQ(uevent.fd, -1);
@@ -152,7 +152,7 @@ TEST_F(Uevent, ASocketThatCannotBeBoundIsClosedAndLeavesTheDescriptorMinusOne) {
 }
 
 // quirk 1
-TEST_F(Uevent, ABindWhoseErrnoMapsToZeroLetsTheOpenGoOnWithoutASocket) {
+TEST_F(Uevent, ABindFailureThatMapsToZeroOpensWithoutASocket) {
     kernel.fail("bind", EADDRINUSE);
     kernel.map_errno(EADDRINUSE, 0);
     EXPECT_EQ(norv_uevent_open(&uevent), 0U);
@@ -171,13 +171,13 @@ TEST_F(Uevent, WithoutMemoryForTheBufferTheSocketIsClosedAgain) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Uevent, ABufferBeyondAllMemoryIsOutOfMemory) {
+TEST_F(Uevent, ABufferLargerThanAllMemoryIsOutOfMemory) {
     uevent.buffer_size = UINT64_MAX;
     EXPECT_EQ(norv_uevent_open(&uevent), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Uevent, WhatABufferFieldHeldBeforeAFailedOpenIsNotReleased) {
+TEST_F(Uevent, AFailedOpenDoesNotReleaseWhatTheBufferFieldHeld) {
     uint8_t callers_own[4] = {};
     uevent.buffer = callers_own;
     kernel.fail("socket", EMFILE);
@@ -205,7 +205,7 @@ TEST_F(Uevent, ANullRecordOrHandlerIsAnInvalidArgument) {
 // ---- close
 
 // quirk 106
-TEST_F(Uevent, ClosingClosesTheSocketReleasesTheBufferAndSetsTheDescriptorToZeroOnPurpose) {
+TEST_F(Uevent, ClosingReleasesEverythingAndSetsTheDescriptorToZero) {
     norv_uevent_open(&uevent);
     norv_uevent_close(&uevent);
     EXPECT_EQ(uevent.fd, 0);
@@ -265,7 +265,7 @@ TEST(UeventWithoutStandardInput, ASocketWithTheDescriptor0IsNotClosed) {
 
 // ---- poll
 
-TEST_F(OpenUevent, WithNothingWaitingThePollIsASuccessAndCallsNobody) {
+TEST_F(OpenUevent, WithoutMessagesThePollSucceedsWithoutACall) {
     EXPECT_EQ(poll(), 0U);
     EXPECT_THAT(deliveries, IsEmpty());
 }
@@ -281,7 +281,7 @@ TEST_F(OpenUevent, ThreeWaitingMessagesAreThreeCallsOfOnePoll) {
     EXPECT_THAT(messages(), ElementsAre(first, second, third));
 }
 
-TEST_F(OpenUevent, EveryMessageStandsInTheRecordsBuffer) {
+TEST_F(OpenUevent, EveryMessageIsInTheRecordsBuffer) {
     socket.send("one");
     socket.send("two");
     poll();
@@ -298,20 +298,20 @@ TEST_F(OpenUevent, AMessageIsReceivedWithTheWholeBufferAndNoFlags) {
     EXPECT_EQ(received[0].flags, 0);
 }
 
-TEST_F(OpenUevent, AMessageAsLongAsTheBufferIsTakenWhole) {
+TEST_F(OpenUevent, AMessageAsLongAsTheBufferIsReceivedWhole) {
     socket.send(std::string(64, 'x'));
     poll();
     EXPECT_THAT(messages(), ElementsAre(std::string(64, 'x')));
 }
 
-TEST_F(OpenUevent, ALongerMessageIsCutAndItsRestIsLost) {
+TEST_F(OpenUevent, ALongerMessageIsTruncatedAndItsRestIsLost) {
     socket.send(std::string(64, 'x') + "rest");
     socket.send("next");
     EXPECT_EQ(poll(), 0U);
     EXPECT_THAT(messages(), ElementsAre(std::string(64, 'x'), "next"));
 }
 
-TEST_F(OpenUevent, AMessageOfOneByteIsHandedOn) {
+TEST_F(OpenUevent, AMessageOfOneByteIsPassedOn) {
     socket.send("x");
     EXPECT_EQ(poll(), 0U);
     EXPECT_THAT(messages(), ElementsAre("x"));
@@ -324,7 +324,7 @@ TEST_F(OpenUevent, AMessageMayHoldNulsAndEndWithoutOne) {
     EXPECT_THAT(messages(), ElementsAre(message));
 }
 
-TEST_F(OpenUevent, AReceiveErrorIsReportedAndWhatWasHandedOnStaysHandedOn) {
+TEST_F(OpenUevent, AReceiveErrorIsReportedAfterTheMessagesBeforeIt) {
     socket.send("first");
     socket.fail_receive(ENOBUFS);
     socket.send("later");
@@ -332,7 +332,7 @@ TEST_F(OpenUevent, AReceiveErrorIsReportedAndWhatWasHandedOnStaysHandedOn) {
     EXPECT_THAT(messages(), ElementsAre("first"));
 }
 
-TEST_F(OpenUevent, APollAfterAReceiveErrorTakesTheMessagesBehindIt) {
+TEST_F(OpenUevent, APollAfterAReceiveErrorReceivesTheLaterMessages) {
     socket.fail_receive(ENOBUFS);
     socket.send("later");
     poll();
@@ -352,7 +352,7 @@ TEST_F(OpenUevent, AnEmptySocketIsASuccessWhateverItsErrnoMapsTo) {
 }
 
 // quirk 107
-TEST_F(OpenUevent, AnEmptyMessageEndsThePollAndIsJudgedByWhateverErrnoHeldOnPurpose) {
+TEST_F(OpenUevent, AnEmptyMessageEndsThePollWithTheStatusOfErrno) {
     socket.send("");
     socket.send("later");
     errno = EIO;
@@ -361,7 +361,7 @@ TEST_F(OpenUevent, AnEmptyMessageEndsThePollAndIsJudgedByWhateverErrnoHeldOnPurp
     EXPECT_EQ(socket.waiting(), 1U);
 }
 
-TEST_F(OpenUevent, AnEmptyMessageAfterErrnoHeldAgainIsASuccess) {
+TEST_F(OpenUevent, AnEmptyMessageIsASuccessIfErrnoIsEagain) {
     socket.send("");
     errno = EAGAIN;
     EXPECT_EQ(poll(), 0U);

@@ -1,5 +1,5 @@
-// USB devices and their nodes in sysfs: what an enumeration finds. Entries are listed in the order in which
-// they are made here.
+// USB devices and their nodes in sysfs, for an enumeration. Entries are listed in the order in which they are
+// added here.
 #pragma once
 
 #include <linux/videodev2.h>
@@ -62,7 +62,7 @@ class usb_bus {
     kernel_double& kernel_;
 };
 
-// A video node: a camera's picture node captures, its metadata node does not.
+// A video node: a camera's picture node can capture, its metadata node cannot.
 class video_node : public device {
   public:
     explicit video_node(bool can_capture) : can_capture_(can_capture) {}

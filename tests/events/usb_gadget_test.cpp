@@ -57,7 +57,7 @@ class OpenUsbGadget : public UsbGadget {
 
 // ---- open and close
 
-TEST_F(UsbGadget, OpeningOpensTheStateForReadingAndKeepsItFromPrograms) {
+TEST_F(UsbGadget, OpeningOpensTheStateForReadingWithCloseOnExec) {
     EXPECT_EQ(norv_usb_gadget_open("20980000.usb", &descriptor), 0U);
     EXPECT_GT(descriptor, 0);
     EXPECT_THAT(kernel.open_flags(state_file), ElementsAre(O_RDONLY | O_CLOEXEC));
@@ -117,7 +117,7 @@ TEST_F(OpenUsbGadget, OnlyTheBeginningOfTheTextIsCompared) {
     EXPECT_EQ(state_of("addressed" + std::string(200, 'x')), 4U);
 }
 
-TEST_F(OpenUsbGadget, TheStateIsReadAnewFromTheStartEveryTime) {
+TEST_F(OpenUsbGadget, TheStateIsReadFromTheStartEveryTime) {
     EXPECT_EQ(state_of("configured\n"), 2U);
     EXPECT_EQ(state_of("not attached\n"), 0U);
     EXPECT_EQ(kernel.calls("pread").at(0).request, 0U);
@@ -125,7 +125,7 @@ TEST_F(OpenUsbGadget, TheStateIsReadAnewFromTheStartEveryTime) {
     EXPECT_THAT(kernel.open_flags(state_file), testing::SizeIs(1));
 }
 
-TEST_F(OpenUsbGadget, Of128BytesTheStateIsMade) {
+TEST_F(OpenUsbGadget, AtMost128BytesOfTheStateAreRead) {
     state_of(std::string(300, 'x'));
     EXPECT_EQ(kernel.calls("pread").at(0).result, 128);
 }
@@ -136,7 +136,7 @@ TEST_F(OpenUsbGadget, AFailedReadIsStateThreeAndASuccess) {
     EXPECT_EQ(state_of("configured\n"), 3U);
 }
 
-// An attribute that cannot be read; keeps what stood in the buffer before.
+// An attribute that cannot be read; keeps what the buffer held before.
 class unreadable : public norv::test::device {
   public:
     std::string before;
@@ -147,7 +147,7 @@ class unreadable : public norv::test::device {
     }
 };
 
-TEST_F(UsbGadget, WhatStoodInTheBufferBeforeAFailedReadDoesNotCount) {
+TEST_F(UsbGadget, AFailedReadReadsIntoZeros) {
     const auto state_attribute = std::make_shared<unreadable>();
     const auto win_attribute = std::make_shared<unreadable>();
     kernel.add_device(state_file, state_attribute);
@@ -172,7 +172,7 @@ TEST_F(UsbGadget, AClosedDescriptorIsStateThreeAndASuccess) {
 
 // ---- connect
 
-TEST_F(UsbGadget, ConnectingAndDisconnectingAreWordsWithTheirNul) {
+TEST_F(UsbGadget, ConnectingAndDisconnectingWriteWordsWithTheirNul) {
     EXPECT_EQ(norv_usb_gadget_connect("20980000.usb", 1), 0U);
     EXPECT_EQ(norv_usb_gadget_connect("20980000.usb", 0), 0U);
     EXPECT_THAT(kernel.writes(connect_file), ElementsAre("connect\0"s, "disconnect\0"s));
@@ -205,7 +205,7 @@ class HostWin : public UsbGadget {
     }
 };
 
-TEST_F(HostWin, ATextThatBeginsWithAOneIsOne) {
+TEST_F(HostWin, ATextThatBeginsWithOneIsOne) {
     EXPECT_EQ(host_win("1\n"), 1);
     EXPECT_EQ(host_win("123456789012345678901234567890"), 1);
     EXPECT_THAT(kernel.open_flags(win_file), testing::Each(O_RDONLY | O_CLOEXEC));
@@ -232,7 +232,7 @@ TEST_F(HostWin, AFailedOpenWhoseErrnoMapsToZeroIsZeroAndASuccess) {
     EXPECT_EQ(host_win("1\n"), 0);
 }
 
-TEST_F(HostWin, AControllerWithoutTheAttributeIsNotFoundAndTheByteUntouched) {
+TEST_F(HostWin, AMissingAttributeIsNotFoundAndTheByteUnchanged) {
     kernel.remove(win_file);
     uint8_t byte = 77;
     EXPECT_EQ(norv_usb_gadget_is_host_win("20980000.usb", &byte), NORV_STATUS_NOT_FOUND);
@@ -240,7 +240,7 @@ TEST_F(HostWin, AControllerWithoutTheAttributeIsNotFoundAndTheByteUntouched) {
 }
 
 // quirk 3
-TEST(HostWinWithoutStandardInput, AnAttributeWithTheDescriptor0IsReadAndNotClosed) {
+TEST(HostWinWithoutStandardInput, AnAttributeWithDescriptor0IsReadAndNotClosed) {
     const no_standard_input guard;
     kernel_double kernel;
     kernel.add_file(win_file, "1\n");
@@ -267,7 +267,7 @@ TEST_F(UsbGadget, ANullNameOrOutputIsAnInvalidArgument) {
 
 // ---- failure sweep
 
-// Everything that can be done with a controller, up to the first failure.
+// All calls for a controller, up to the first failure.
 uint32_t use_controller() {
     int32_t descriptor = -1;
     uint32_t state = 0;
@@ -286,7 +286,7 @@ uint32_t use_controller() {
     return status;
 }
 
-TEST(UsbGadgetSweep, EveryFailingCallButAReadIsReportedAndNothingIsLeftOpen) {
+TEST(UsbGadgetSweep, EveryFailureButThatOfAReadIsReportedAndNothingLeaks) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
         return struck.name == "pread" ? NORV_STATUS_OK : norv::test::status_of_fault(struck);

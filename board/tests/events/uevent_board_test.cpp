@@ -1,5 +1,5 @@
-// Messages of a real kernel. Writing to a device's "uevent" attribute makes the kernel announce that device
-// once more; the loop-back network device is always there.
+// Messages of a real kernel. Writing to a device's "uevent" attribute requests another message about that
+// device; the loopback network device always exists.
 #include "norv_uevent.h"
 
 #include <fcntl.h>
@@ -31,7 +31,7 @@ void announce(const std::string& action) {
     ASSERT_EQ(norv_write_device(const_cast<char*>(action.data()), &length, "/sys/class/net/lo/uevent"), 0U);
 }
 
-// Keeps what the kernel says of the loop-back device: other devices may come and go meanwhile.
+// Keeps the messages about the loopback device: other devices may be added or removed meanwhile.
 void keep(const uint8_t* message, int64_t length, void* user) {
     const std::string text(reinterpret_cast<const char*>(message), static_cast<size_t>(length));
     if (text.find("@/devices/virtual/net/lo") != std::string::npos) {
@@ -58,7 +58,7 @@ class UeventOnBoard : public testing::Test {
     std::vector<std::string> messages;
 };
 
-TEST_F(UeventOnBoard, AnAnnouncedDeviceArrivesWithItsKeys) {
+TEST_F(UeventOnBoard, ARequestedEventArrivesWithItsKeys) {
     open(8192);
     announce("change");
     ASSERT_EQ(poll(), 0U);
@@ -80,7 +80,7 @@ TEST_F(UeventOnBoard, TheTablesKeysAreThoseThatTheKernelWrites) {
     }
 }
 
-TEST_F(UeventOnBoard, ThreeAnnouncementsAreThreeMessagesOfOnePollInOrder) {
+TEST_F(UeventOnBoard, ThreeEventsAreThreeMessagesOfOnePollInOrder) {
     open(8192);
     announce("add");
     announce("change");
@@ -90,7 +90,7 @@ TEST_F(UeventOnBoard, ThreeAnnouncementsAreThreeMessagesOfOnePollInOrder) {
     EXPECT_THAT(messages, ElementsAre(StartsWith("add@"), StartsWith("change@"), StartsWith("remove@")));
 }
 
-TEST_F(UeventOnBoard, AMessageLongerThanTheBufferIsCutAndItsRestIsLost) {
+TEST_F(UeventOnBoard, AMessageLongerThanTheBufferIsTruncated) {
     open(40);
     announce("add");
     announce("change");
@@ -109,7 +109,7 @@ TEST_F(UeventOnBoard, NothingIsReadableAfterAPoll) {
     EXPECT_EQ(messages.size(), 1U);
 }
 
-TEST_F(UeventOnBoard, TheReceiveBufferIsForcedBeyondTheSystemsLimit) {
+TEST_F(UeventOnBoard, TheReceiveBufferIsLargerThanTheSystemsLimit) {
     open(8192);
     int size = 0;
     socklen_t length = sizeof size;

@@ -1,4 +1,4 @@
-// The USB device controller of dummy_hcd: what it is connected to is the board's own USB host.
+// The USB device controller of dummy_hcd, which is connected to the board's own USB host.
 #include "norv_usb_gadget.h"
 
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ TEST_F(UsbGadgetOnBoard, AGadgetThatTheHostHasEnumeratedIsConfigured) {
     EXPECT_TRUE(comes_true(serial_gadget::is_at_host));
 }
 
-TEST_F(UsbGadgetOnBoard, TheHostLosesAndFindsTheGadgetAsItDisconnectsAndConnects) {
+TEST_F(UsbGadgetOnBoard, TheHostLosesAndFindsTheGadgetAgain) {
     serial_gadget gadget;
     gadget.bind();
     ASSERT_TRUE(comes_to(NORV_USB_GADGET_CONFIGURED));
@@ -59,7 +59,7 @@ TEST_F(UsbGadgetOnBoard, TheHostLosesAndFindsTheGadgetAsItDisconnectsAndConnects
     }
 }
 
-TEST_F(UsbGadgetOnBoard, AChangeOfTheStateIsSignalledOnTheDescriptor) {
+TEST_F(UsbGadgetOnBoard, AChangeOfTheStateIsReportedOnTheDescriptor) {
     serial_gadget gadget;
     state();
     gadget.bind();
@@ -73,7 +73,7 @@ TEST_F(UsbGadgetOnBoard, WithoutAGadgetNothingCanBeConnected) {
     EXPECT_EQ(norv_usb_gadget_connect(gadget_controller, 1), NORV_STATUS_NOT_AVAILABLE);
 }
 
-TEST_F(UsbGadgetOnBoard, WhetherTheHostWinsIsTheDriversAttribute) {
+TEST_F(UsbGadgetOnBoard, IsHostWinIsTheDriversAttribute) {
     constexpr const char* parameter = "/sys/module/norv_board_usb_gadget/parameters/host_win";
     uint8_t wins = 77;
     std::ofstream(parameter) << "1" << std::flush;
