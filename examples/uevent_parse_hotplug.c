@@ -1,6 +1,5 @@
 /*
- * Shows the USB devices that are plugged in, with the camera, input or sound node that each brought, and then
- * what comes and goes.
+ * Shows the USB devices that are plugged in, each with its camera, input or sound node, and then each change.
  *
  *     uevent_parse_hotplug [SECONDS]      default: 2
  */
@@ -27,20 +26,20 @@ static void must(const char* what, uint32_t status) {
 static const char* action_of(const norv_uevent_device_t* device) {
     switch (device->action) {
         case NORV_UEVENT_ACTION_ADD:
-            return "came   ";
+            return "added  ";
         case NORV_UEVENT_ACTION_REMOVE:
-            return "goes   ";
+            return "removed";
         case NORV_UEVENT_ACTION_CHANGE:
             return "changed";
         default:
-            return "is here";
+            return "present";
     }
 }
 
 static void show(const norv_uevent_device_t* device, void* user) {
     (void)user;
     if (list == NULL) {
-        must("ask for the list", norv_uevent_parse_get_device(&parser, &list));
+        must("get the list", norv_uevent_parse_get_device(&parser, &list));
     }
     if (&device->link == &list->devices) {
         return; /* a node that belongs to no device of the list */
@@ -55,7 +54,7 @@ static void show(const norv_uevent_device_t* device, void* user) {
     printf("\n");
 }
 
-/* Until so many milliseconds are over. */
+/* Applies the changes of the given number of milliseconds. */
 static void follow(uint64_t limit) {
     const uint64_t start = norv_time_get_ms();
     struct pollfd readable = {.fd = norv_uevent_parse_get_fd(&parser), .events = POLLIN};
@@ -73,7 +72,7 @@ int main(int argc, char** argv) {
         .filter = NORV_UEVENT_FILTER_USB | NORV_UEVENT_FILTER_DISPLAY, .buffer_size = 8192, .handler = show};
 
     must("open the parser", norv_uevent_parse_open(&parser, &settings));
-    must("ask for the list", norv_uevent_parse_get_device(&parser, &list));
+    must("get the list", norv_uevent_parse_get_device(&parser, &list));
     printf("%" PRIu32 " USB devices are plugged in\n", list->count);
     changes = 0;
     follow(seconds * 1000);

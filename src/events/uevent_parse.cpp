@@ -1,4 +1,4 @@
-// The hot-plug parser: its context, and what it makes of the kernel's messages.
+// The hot-plug parser: its context, and how the kernel's messages are parsed and applied.
 #include "events/uevent_parse.hpp"
 
 #include <fcntl.h>
@@ -19,7 +19,7 @@
 namespace norv {
 namespace {
 
-// Where the value of a key goes: for each entry of p_uevent_key one of the two, but for ACTION neither.
+// Where the value of a key is stored: one of the two for each entry of p_uevent_key, neither for ACTION.
 struct destination {
     int32_t parsed_event::*number;
     const char* parsed_event::*text;
@@ -39,8 +39,8 @@ constexpr destination destinations[NORV_UEVENT_KEY_COUNT] = {
 
 constexpr const char* actions[] = {"add", "remove", "change"};
 
-// The order of a word and what a text begins with: only as many characters count as the word has. A message
-// takes some thirty of these, for which a loop is faster than a call.
+// Compares a word with the beginning of a text: only as many characters as the word has. A message takes
+// about thirty comparisons, for which a loop is faster than a call.
 int compare_start(const char* word, const char* text) {
     while (*word != '\0' && *word == *text) {
         ++word;
@@ -49,7 +49,7 @@ int compare_start(const char* word, const char* text) {
     return *word == '\0' ? 0 : static_cast<unsigned char>(*word) - static_cast<unsigned char>(*text);
 }
 
-// The place of a text's key in the table, -1 when it is not there.
+// Returns the index of a text's key in the table, -1 if it has none.
 int find_key(const char* text) {
     int low = 0;
     int high = NORV_UEVENT_KEY_COUNT - 1;
@@ -68,7 +68,7 @@ int find_key(const char* text) {
     return -1;
 }
 
-// An action that begins with none of these leaves what was there.
+// Any other action leaves the event's unchanged. quirk 118: only the length of the word is compared.
 void parse_action(const char* value, parsed_event& event) {
     for (int32_t action = NORV_UEVENT_ACTION_ADD; action <= NORV_UEVENT_ACTION_CHANGE; ++action) {
         if (compare_start(actions[action], value) == 0) {
@@ -77,7 +77,7 @@ void parse_action(const char* value, parsed_event& event) {
     }
 }
 
-// Up to the first empty text.
+// Parses up to the first empty text.
 void parse_message(const char* text, parsed_event& event) {
     for (; *text != '\0'; text += norv_strlen(text) + 1) {
         parse_text(text, event);
@@ -98,7 +98,7 @@ void apply_arrival(norv_uevent_parse& parser, const parsed_event& event) {
 }
 
 void apply(norv_uevent_parse& parser, const parsed_event& event) {
-    // Another thread may replace the filter at any time: one message is judged by one of them.
+    // Read once for each message, because another thread may replace the filter at any time.
     const uint32_t filter = __atomic_load_n(&parser.filter, __ATOMIC_RELAXED);
     if ((filter & NORV_UEVENT_FILTER_DISPLAY) != 0 && event.action == NORV_UEVENT_ACTION_CHANGE &&
         is_word(event.devtype, "drm_minor")) {
@@ -116,7 +116,7 @@ void apply(norv_uevent_parse& parser, const parsed_event& event) {
 
 // ---- the context
 
-// A size beyond what this processor can address fails like one that there is no memory for.
+// A size that this processor cannot address must fail, not be truncated.
 char* allocate_buffer(uint32_t size) {
     const uint64_t with_nuls = uint64_t{size} + 2;
     return static_cast<char*>(norv_malloc(static_cast<size_t>(std::min<uint64_t>(with_nuls, SIZE_MAX))));
@@ -179,7 +179,7 @@ uint32_t norv_uevent_parse_open(norv_uevent_parse_t** context, const norv_uevent
     if (settings == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // Stored at once: the handler, which the enumeration calls, finds the context there.
+    // Stored before the enumeration, because the handler that it calls uses the variable.
     *context = static_cast<norv_uevent_parse_t*>(norv_zalloc(sizeof(norv_uevent_parse_t)));
     if (*context == nullptr) {
         return NORV_STATUS_NO_MEMORY;
@@ -223,7 +223,7 @@ uint32_t norv_uevent_parse_poll(norv_uevent_parse_t** context) {
         norv::parse_message(parser->buffer, event);
         norv::apply(*parser, event);
     }
-    return NORV_STATUS_OK;
+    return NORV_STATUS_OK;  // quirk 119: whatever recv(2) failed with
 }
 
 norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t** context, uint32_t filter) {
@@ -256,7 +256,7 @@ uint32_t _v4l2_check_valid(const char* path) {
     if (path == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const int descriptor = open(path, O_RDWR | O_NONBLOCK);
+    const int descriptor = open(path, O_RDWR | O_NONBLOCK);  // quirk 120: no O_CLOEXEC
     if (descriptor < 0) {
         return NORV_STATUS_DEVICE_ERROR;
     }
@@ -265,6 +265,7 @@ uint32_t _v4l2_check_valid(const char* path) {
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     const int result = ioctl(descriptor, VIDIOC_ENUM_FMT, &format);
     close(descriptor);
-    // Of a failure the status of the result, not of errno: callers know a node that cannot capture by it.
+    // quirk 120: the status of the result, not of errno, by which callers recognise a node that cannot
+    // capture.
     return norv_get_status_by_errno(static_cast<uint32_t>(result));
 }

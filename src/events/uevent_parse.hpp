@@ -1,4 +1,4 @@
-// The hot-plug parser's inside: the context, what a message says, and the steps that change the list.
+// Private parts of the hot-plug parser: the context, a parsed message, and the steps that change the list.
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,7 @@ struct norv_uevent_parse {
     void* user;
     norv_uevent_parse_handler handler;
     int32_t descriptor;
-    char* buffer;  // buffer_size bytes, and two NULs behind what was received
+    char* buffer;  // buffer_size bytes, and two NULs after the message
     uint32_t buffer_size;
     uint32_t filter;
     norv_mutex_t mutex;  // guards the list
@@ -23,7 +23,7 @@ struct norv_uevent_parse {
 
 namespace norv {
 
-// What a message or a "uevent" file says. The texts stand in there.
+// The contents of a message or a "uevent" file; the pointers point into it.
 struct parsed_event {
     int32_t action = NORV_UEVENT_ACTION_NONE;
     int32_t major = -1;
@@ -36,21 +36,21 @@ struct parsed_event {
     const char* product = "";
 };
 
-// Tells whether a text is this word, to the end.
+// Returns whether a text is this word, to the end.
 template <size_t size>
 bool is_word(const char* text, const char (&word)[size]) {
     return norv_strncmp(text, word, size) == 0;
 }
 
-// Takes one KEY=value into the event; anything else is passed over.
+// Stores the value of one KEY=value in the event; any other text is ignored.
 void parse_text(const char* text, parsed_event& event);
 
-// One read of a file: the count of bytes, or -1. No NUL is added.
+// Reads a file once: the number of bytes, or -1. No NUL is added.
 ssize_t read_file(const char* path, char* buffer, size_t size);
 
 // ---- the list
 
-// Null without memory.
+// Null if there is no memory.
 norv_uevent_device_list_t* create_list();
 // Releases the list, all its devices and their children.
 void release_list(norv_uevent_parse& parser);
@@ -62,7 +62,7 @@ void report_display_change(norv_uevent_parse& parser, const parsed_event& event)
 
 // ---- sysfs
 
-// Adds what is plugged in now.
+// Adds the devices that are plugged in now, and their nodes.
 void enumerate_devices(norv_uevent_parse& parser);
 
 }  // namespace norv

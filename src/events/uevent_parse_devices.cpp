@@ -65,7 +65,7 @@ void join_text(text_field& field, const char* start, const char* end) {
     snprintf(field, sizeof field, "%s%s", start, end);
 }
 
-// Stays empty when the device does not say what it is called.
+// Stays empty if the device reports no name.
 void read_product_name(norv_uevent_device_t& device) {
     char path[sizeof device.syspath + sizeof "/product"];
     snprintf(path, sizeof path, "%s/product", device.syspath);
@@ -78,7 +78,7 @@ void read_product_name(norv_uevent_device_t& device) {
     }
 }
 
-// Null without memory.
+// Null if there is no memory.
 norv_uevent_device_t* create_device(const parsed_event& event) {
     auto* device = static_cast<norv_uevent_device_t*>(norv_zalloc(sizeof(norv_uevent_device_t)));
     if (device == nullptr) {
@@ -125,7 +125,7 @@ void release_device(norv_uevent_device_t& device) {
 
 // ---- the list
 
-// Holds the list's lock to the end of the scope. Whoever did not get it leaves the list alone.
+// Locks the list until the end of the scope. If locking fails, the list must not be changed.
 class list_lock {
   public:
     explicit list_lock(norv_uevent_parse& parser) : mutex_(parser.mutex) {}
@@ -144,7 +144,7 @@ class list_lock {
     const bool held_ = norv_mutex_lock(&mutex_) == NORV_STATUS_OK;
 };
 
-void tell(const norv_uevent_parse& parser, const norv_uevent_device_t* device) {
+void notify(const norv_uevent_parse& parser, const norv_uevent_device_t* device) {
     if (parser.handler != nullptr) {
         parser.handler(device, parser.user);
     }
@@ -159,8 +159,7 @@ bool append_device(norv_uevent_parse& parser, norv_uevent_device_t& device) {
     return lock.held();
 }
 
-// The first in the list, not the nearest: callers rely on it, so a hub that is listed before the devices
-// behind it gets their nodes.
+// quirk 109: the first in the list, not the nearest, compared by characters.
 norv_uevent_device_t* find_parent(norv_uevent_device_list_t& list, const char* devpath) {
     for (norv_uevent_link_t* link = list.devices.next; link != &list.devices; link = link->next) {
         norv_uevent_device_t& device = device_of(*link);
@@ -172,8 +171,8 @@ norv_uevent_device_t* find_parent(norv_uevent_device_list_t& list, const char* d
     return nullptr;
 }
 
-// A video node has to capture.
-bool is_useful(const parsed_event& node) {
+// A video node must be able to capture.
+bool can_be_added(const parsed_event& node) {
     if (!is_word(node.subsystem, "video4linux")) {
         return true;
     }
@@ -182,23 +181,22 @@ bool is_useful(const parsed_event& node) {
     return _v4l2_check_valid(path) == NORV_STATUS_OK;
 }
 
-// Adds a node to its device; returns what the handler is told, null for nothing.
-const norv_uevent_device_t* place_child(norv_uevent_parse& parser, const parsed_event& node) {
+// Adds a node to its device. Returns what the handler is called with, null if it is not called.
+const norv_uevent_device_t* append_to_parent(norv_uevent_parse& parser, const parsed_event& node) {
     const list_lock lock(parser);
     if (!lock.held()) {
         return nullptr;
     }
     norv_uevent_device_t* parent = find_parent(*parser.list, node.devpath);
     if (parent == nullptr) {
-        // No record: handlers know the address of the head, and wait for it.
+        // quirk 113: the head in place of a record; handlers compare its address.
         return &device_of(parser.list->devices);
     }
-    // A child is a double when it has the same parent's product name as another, which all children of a
-    // device have: a device keeps its first one.
+    // quirk 110: only the first node is kept.
     if (!is_empty(parent->children)) {
         return nullptr;
     }
-    if (is_useful(node)) {
+    if (can_be_added(node)) {  // quirk 114: the parent is reported in any case
         append_child(*parent, node);
     }
     return parent;
@@ -216,7 +214,7 @@ norv_uevent_device_list_t* create_list() {
 
 void release_list(norv_uevent_parse& parser) {
     if (!parser.has_mutex) {
-        norv_free(parser.list);  // nobody else can know it yet
+        norv_free(parser.list);  // empty, and no other thread has it
         return;
     }
     const list_lock lock(parser);
@@ -231,17 +229,17 @@ void add_device(norv_uevent_parse& parser, const parsed_event& event) {
     if (device == nullptr) {
         return;
     }
-    if (append_device(parser, *device)) {
-        tell(parser, device);
+    if (append_device(parser, *device)) {  // quirk 117: even if its path is listed already
+        notify(parser, device);
     } else {
         norv_free(device);
     }
 }
 
 void add_child(norv_uevent_parse& parser, const parsed_event& node) {
-    const norv_uevent_device_t* told = place_child(parser, node);
-    if (told != nullptr) {
-        tell(parser, told);
+    const norv_uevent_device_t* reported = append_to_parent(parser, node);
+    if (reported != nullptr) {
+        notify(parser, reported);
     }
 }
 
@@ -254,10 +252,10 @@ void remove_devices(norv_uevent_parse& parser, const char* devpath) {
     for (norv_uevent_link_t *link = head.next, *next = nullptr; link != &head; link = next) {
         next = link->next;
         norv_uevent_device_t& device = device_of(*link);
-        // Anywhere in the path, so that the hubs on the way go as well: callers rely on it.
+        // quirk 115: contained anywhere in the path, so that the hubs on the way are removed too.
         if (norv_strstr(devpath, devpath_of(device)) != nullptr) {
             device.action = NORV_UEVENT_ACTION_REMOVE;
-            tell(parser, &device);
+            notify(parser, &device);  // quirk 116: locked and listed
             --parser.list->count;
             release_device(device);
         }
@@ -267,7 +265,7 @@ void remove_devices(norv_uevent_parse& parser, const char* devpath) {
 void report_display_change(norv_uevent_parse& parser, const parsed_event& event) {
     norv_uevent_device_t* connector = create_device(event);
     if (connector != nullptr) {
-        tell(parser, connector);
+        notify(parser, connector);
         norv_free(connector);
     }
 }

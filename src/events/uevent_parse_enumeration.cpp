@@ -1,4 +1,4 @@
-// The hot-plug parser's look through sysfs: what is plugged in already.
+// The hot-plug parser's enumeration of sysfs: the devices that are plugged in already.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,29 +14,29 @@ namespace {
 
 constexpr char usb_devices[] = "/sys/bus/usb/devices";
 
-// The walked directory, which gets longer and shorter on the way.
+// The path of the directory that is being walked.
 struct walked_path {
     char text[PATH_MAX];
     size_t length;
 };
 
-// Enters a name behind the path for the time of a scope. A path that would be too long is left alone: cut, it
-// would lead elsewhere.
-class entered {
+// Appends a name to the path until the end of the scope. A path that would be too long is left unchanged: a
+// truncated one would lead elsewhere.
+class appended_name {
   public:
-    entered(walked_path& path, const char* name) : path_(path), length_(path.length) {
+    appended_name(walked_path& path, const char* name) : path_(path), length_(path.length) {
         const size_t longer = length_ + 1 + norv_strlen(name);
         if (longer < sizeof path.text) {
             snprintf(path.text + length_, sizeof path.text - length_, "/%s", name);
             path.length = longer;
         }
     }
-    ~entered() {
+    ~appended_name() {
         path_.length = length_;
         path_.text[length_] = '\0';
     }
-    entered(const entered&) = delete;
-    entered& operator=(const entered&) = delete;
+    appended_name(const appended_name&) = delete;
+    appended_name& operator=(const appended_name&) = delete;
 
     bool fits() const { return path_.length != length_; }
 
@@ -45,7 +45,7 @@ class entered {
     size_t length_;
 };
 
-// Every line, up to the end of what was read.
+// Parses every line, up to the end of what was read.
 void parse_lines(char* text, size_t size, parsed_event& event) {
     uint16_t consumed = 0;
     char* position = nullptr;
@@ -57,7 +57,8 @@ void parse_lines(char* text, size_t size, parsed_event& event) {
     }
 }
 
-// The subsystem of a node by its name. Any other node has what its file says: the kernel writes none there.
+// The subsystem of a node by its name. quirk 111: any other node keeps that of its file, which the kernel
+// leaves out.
 const char* subsystem_of(const parsed_event& node) {
     if (norv_strstr(node.devname, "input") != nullptr) {
         return "input";
@@ -75,12 +76,12 @@ void add_found(norv_uevent_parse& parser, parsed_event& found) {
         add_device(parser, found);
         return;
     }
-    // A node of any kind, on purpose, where a message's node must be of a tracked subsystem.
+    // quirk 111: a node of any kind, unlike that of a message.
     found.subsystem = subsystem_of(found);
     add_child(parser, found);
 }
 
-// Reads the "uevent" file of a directory into the receive buffer; tells whether it describes a node.
+// Reads a "uevent" file into the receive buffer. Returns whether it describes a node.
 bool read_uevent_file(norv_uevent_parse& parser, const char* path, size_t& size) {
     const ssize_t count = read_file(path, parser.buffer, parser.buffer_size);
     if (count < 0) {
@@ -88,7 +89,7 @@ bool read_uevent_file(norv_uevent_parse& parser, const char* path, size_t& size)
     }
     size = static_cast<size_t>(count);
     parser.buffer[size] = '\0';
-    // Nodes of the device tree are none of USB's.
+    // quirk 112: not one of the device tree.
     return norv_strstr(parser.buffer, "DEVNAME") != nullptr &&
            norv_strstr(parser.buffer, "OF_NAME") == nullptr;
 }
@@ -98,11 +99,11 @@ bool is_regular_file(const char* path) {
     return lstat(path, &found) == 0 && S_ISREG(found.st_mode);
 }
 
-void take_uevent_file(norv_uevent_parse& parser, walked_path& directory) {
+void add_uevent_file(norv_uevent_parse& parser, walked_path& directory) {
     size_t size = 0;
     {
-        // Where there is no room for the name the path stays the directory's, which is no regular file.
-        const entered file(directory, "uevent");
+        // If the name does not fit, the path is still the directory's, which is not a regular file.
+        const appended_name file(directory, "uevent");
         if (!is_regular_file(directory.text) || !read_uevent_file(parser, directory.text, size)) {
             return;
         }
@@ -127,12 +128,12 @@ void walk(norv_uevent_parse& parser, walked_path& directory) {
     }
     while (const dirent* entry = readdir(entries)) {
         if (is_subdirectory(*entry)) {
-            const entered subdirectory(directory, entry->d_name);
+            const appended_name subdirectory(directory, entry->d_name);
             if (subdirectory.fits()) {
                 walk(parser, directory);
             }
         } else if (is_word(entry->d_name, "uevent")) {
-            take_uevent_file(parser, directory);
+            add_uevent_file(parser, directory);
         }
     }
     closedir(entries);

@@ -13,7 +13,7 @@ inline int mutex_ends = 0;
 
 }  // namespace norv::test
 
-// The library finds this one first.
+// The dynamic linker finds this definition first.
 extern "C" uint32_t norv_mutex_destroy(norv_mutex_t* mutex) {
     ++norv::test::mutex_ends;
     return REAL(norv_mutex_destroy)(mutex);

@@ -1,4 +1,4 @@
-// The hot-plug parser over long times and under bad input: plugging and unplugging beside a model of the
+// The hot-plug parser in long runs and with bad input: plugging and unplugging compared with a model of the
 // rules, storms of messages, and messages and files that no kernel writes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ using norv::test::uevent_socket;
 using norv::test::usb_bus;
 using norv::test::video_node;
 
-// Numbers that are the same in every run and on every machine.
+// Random numbers that are the same in every run and on every machine.
 class dice {
   public:
     size_t below(size_t limit) { return numbers_() % limit; }
@@ -84,8 +84,8 @@ struct node {
     std::string devname;
 };
 
-// Two root hubs with five ports each, and at port 2 a hub with five ports. The path of port 1 begins that of
-// port 10 as well.
+// Two root hubs with five ports each, and at port 2 a hub with five ports. The path of port 1 is a prefix of
+// that of port 10.
 std::vector<std::string> ports() {
     std::vector<std::string> paths;
     for (const std::string bus : {"1", "2"}) {
@@ -108,7 +108,7 @@ std::string device_message(const std::string& action, const std::string& path) {
     return uevent_message(action, path, {"SUBSYSTEM=usb", "DEVTYPE=usb_device", "DEVNAME=bus/usb/001/002"});
 }
 
-TEST_F(UeventParseCycles, Of100000EachChangesTheListAsTheRulesSay) {
+TEST_F(UeventParseCycles, EachOf100000ChangesTheListByTheRules) {
     const std::vector<std::string> paths = ports();
     uevent_parse_model expected([](const std::string& devnode) { return devnode == "/dev/video0"; });
     for (int cycle = 0; cycle < 100'000; ++cycle) {
@@ -125,13 +125,13 @@ TEST_F(UeventParseCycles, Of100000EachChangesTheListAsTheRulesSay) {
         socket.send(device_message("remove", unplugged));
         expected.remove(unplugged);
         poll();
-        ASSERT_EQ(parser.told(), expected.told) << "cycle " << cycle;
+        ASSERT_EQ(parser.reported(), expected.reported) << "cycle " << cycle;
         ASSERT_EQ(parser.list()->count, expected.devices.size()) << "cycle " << cycle;
         if (cycle % 10 == 0) {
             ASSERT_EQ(parser.describe(), expected.describe()) << "cycle " << cycle;
         }
         parser.calls.clear();
-        expected.told.clear();
+        expected.reported.clear();
     }
 }
 
@@ -149,7 +149,7 @@ TEST_F(UeventParseCycles, AStormOf10000MessagesIsAppliedWholeAndInOrder) {
     expect_sound(parser);
 }
 
-TEST_F(UeventParseCycles, WhenASlowReaderLosesMessagesTheListHoldsWhatArrived) {
+TEST_F(UeventParseCycles, AfterLostMessagesTheListHoldsWhatArrived) {
     std::vector<std::string> arrived;
     for (int number = 0; number < 10'000; ++number) {
         const std::string path = "/devices/" + std::to_string(number) + "/";
@@ -171,8 +171,8 @@ TEST_F(UeventParseCycles, WhenASlowReaderLosesMessagesTheListHoldsWhatArrived) {
 
 // ---- bad input
 
-// Changes a text as no kernel would.
-std::string spoiled(std::string text, dice& random) {
+// Changes a text in a way that no kernel would.
+std::string corrupted(std::string text, dice& random) {
     const size_t place = random.below(text.size() + 1);
     switch (random.below(7)) {
         case 0:
@@ -194,7 +194,7 @@ std::string spoiled(std::string text, dice& random) {
     }
 }
 
-TEST_F(UeventParseCycles, SpoiledMessagesNeverSpoilTheList) {
+TEST_F(UeventParseCycles, CorruptMessagesNeverCorruptTheList) {
     const std::vector<std::string> paths = ports();
     for (int round = 0; round < 30'000; ++round) {
         const node& kind = random.pick(kinds);
@@ -205,7 +205,7 @@ TEST_F(UeventParseCycles, SpoiledMessagesNeverSpoilTheList) {
                            {"SUBSYSTEM=" + kind.subsystem, "MAJOR=13", "DEVNAME=" + kind.devname})};
         std::string message = messages[random.below(3)];
         for (size_t times = random.below(3) + 1; times > 0 && !message.empty(); --times) {
-            message = spoiled(message, random);
+            message = corrupted(message, random);
         }
         socket.send(message);
         poll();
@@ -216,7 +216,7 @@ TEST_F(UeventParseCycles, SpoiledMessagesNeverSpoilTheList) {
     expect_sound(parser);
 }
 
-TEST(UeventFileCycles, SpoiledFilesNeverSpoilTheList) {
+TEST(UeventFileCycles, CorruptFilesNeverCorruptTheList) {
     kernel_double kernel;
     const uevent_socket socket(kernel);
     usb_bus bus(kernel);
@@ -226,7 +226,7 @@ TEST(UeventFileCycles, SpoiledFilesNeverSpoilTheList) {
         std::string content = norv::test::lines(
             {"MAJOR=189", "MINOR=1", "DEVNAME=bus/usb/001/002", "DEVTYPE=usb_device", "PRODUCT=46d/825/12"});
         for (size_t times = random.below(4); times > 0 && !content.empty(); --times) {
-            content = spoiled(content, random);
+            content = corrupted(content, random);
         }
         bus.add_uevent("usb1", content);
         bus.add_uevent("usb1/1-1", content);

@@ -22,7 +22,7 @@ class uevent_parse_model {
 
     void add(const std::string& devpath) {
         devices.push_back({"/sys" + devpath, {}});
-        tell("0", devices.back());
+        report("0", devices.back());
     }
 
     void add_node(const std::string& devpath, const std::string& subsystem, const std::string& devname) {
@@ -30,12 +30,12 @@ class uevent_parse_model {
             return ("/sys" + devpath).starts_with(device.syspath);
         });
         if (parent == devices.end()) {
-            told.emplace_back("head");
+            reported.emplace_back("head");
         } else if (parent->children.empty()) {
             if (subsystem != "video4linux" || captures_("/dev/" + devname)) {
                 parent->children.push_back("/dev/" + devname);
             }
-            tell("0", *parent);
+            report("0", *parent);
         }
     }
 
@@ -45,7 +45,7 @@ class uevent_parse_model {
         };
         for (const modelled_device& device : devices) {
             if (goes(device)) {
-                tell("1", device);
+                report("1", device);
             }
         }
         std::erase_if(devices, goes);
@@ -65,11 +65,11 @@ class uevent_parse_model {
     }
 
     std::vector<modelled_device> devices;
-    std::vector<std::string> told;  // "ACTION SYSPATH" of each call of the handler, or "head"
+    std::vector<std::string> reported;  // "ACTION SYSPATH" of each call of the handler, or "head"
 
   private:
-    void tell(const std::string& action, const modelled_device& device) {
-        told.push_back(action + " " + device.syspath);
+    void report(const std::string& action, const modelled_device& device) {
+        reported.push_back(action + " " + device.syspath);
     }
 
     std::function<bool(const std::string&)> captures_;

@@ -1,4 +1,4 @@
-// A hot-plug parser and what its handler was told.
+// A hot-plug parser that records the calls of its handler.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ class recorder {
         return norv_uevent_parse_open(&context, &settings);
     }
 
-    // The list: asked for once, as a handler does it that is called during open.
+    // The list: fetched once, as a handler that is called during open does.
     const norv_uevent_device_list_t* list() {
         if (list_ == nullptr) {
             norv_uevent_parse_get_device(&context, &list_);
@@ -71,7 +71,7 @@ class recorder {
     }
 
     // "ACTION SYSPATH" of each call, or "head".
-    std::vector<std::string> told() const {
+    std::vector<std::string> reported() const {
         std::vector<std::string> found;
         for (const call& one : calls) {
             found.push_back(one.is_head ? "head" : std::to_string(one.action) + " " + one.syspath);

@@ -71,7 +71,7 @@ class UeventParse : public testing::Test {
         return parser.open(filter, buffer_size);
     }
     void poll() { EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U); }
-    // One message of its own.
+    // Receives one message in a poll of its own.
     void receive(const std::string& message) {
         socket.send(message);
         poll();
@@ -92,7 +92,7 @@ class OpenUeventParse : public UeventParse {
 
 // ---- open and close
 
-TEST_F(UeventParse, TheSocketIsSetUpLikeThatOfUeventMessages) {
+TEST_F(UeventParse, TheSocketIsSetUpAsForUeventMessages) {
     ASSERT_EQ(open(), 0U);
     const auto sockets = kernel.calls("socket");
     ASSERT_THAT(sockets, SizeIs(1));
@@ -146,7 +146,7 @@ TEST_F(UeventParse, WithoutMemoryForTheListEverythingIsReleased) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(UeventParse, AMutexThatCannotBePreparedIsReportedAndEverythingReleased) {
+TEST_F(UeventParse, AFailedMutexInitIsReportedAndEverythingReleased) {
     kernel.fail("norv_mutex_init", ENOMEM);
     EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(parser.context, nullptr);
@@ -167,7 +167,7 @@ TEST_F(UeventParse, ABindFailureIsReturnedAndTheContextClosed) {
 }
 
 // quirk 1
-TEST_F(UeventParse, ASocketFailureWhoseErrnoMapsToZeroLetsTheOpenGoOn) {
+TEST_F(UeventParse, ASocketFailureThatMapsToZeroOpensWithoutASocket) {
     bus.add_root_hub();
     kernel.fail("socket", EMFILE);
     kernel.map_errno(EMFILE, 0);
@@ -186,7 +186,7 @@ TEST_F(UeventParse, ANullPointerIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(UeventParse, WithoutAContextEveryCallRefuses) {
+TEST_F(UeventParse, WithoutAContextEveryCallIsRefused) {
     const norv_uevent_device_list_t* list = nullptr;
     norv_uevent_parse_t* none = nullptr;
     for (norv_uevent_parse_t** context : {&none, static_cast<norv_uevent_parse_t**>(nullptr)}) {
@@ -199,19 +199,19 @@ TEST_F(UeventParse, WithoutAContextEveryCallRefuses) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenUeventParse, ClosingClosesTheSocketReleasesEverythingAndMakesTheVariableNull) {
+TEST_F(OpenUeventParse, ClosingReleasesEverythingAndMakesTheVariableNull) {
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
     receive(
         node_message("add", "/devices/pci0/usb1/1-1/1-1:1.0/input/input3/event3", "input", "input/event3"));
     EXPECT_EQ(device(0).child_count, 1U);
-    const size_t told = parser.calls.size();
+    const size_t calls = parser.calls.size();
     kernel.forget_calls();
     norv_uevent_parse_close(&parser.context);
     EXPECT_EQ(parser.context, nullptr);
     EXPECT_THAT(kernel.calls("close"), SizeIs(1));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
-    EXPECT_THAT(parser.calls, SizeIs(told));
+    EXPECT_THAT(parser.calls, SizeIs(calls));
 }
 
 // quirk 3
@@ -234,7 +234,7 @@ TEST_F(OpenUeventParse, ASecondCloseDoesNothing) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenUeventParse, AListThatCannotBeLockedIsReleasedAllTheSame) {
+TEST_F(OpenUeventParse, AListThatCannotBeLockedIsReleasedNevertheless) {
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
     kernel.fail("norv_mutex_lock", EINVAL);
     norv_uevent_parse_close(&parser.context);
@@ -256,7 +256,7 @@ TEST_F(OpenUeventParse, TheListIsEmptyAtFirst) {
     EXPECT_EQ(list->devices.prev, &list->devices);
 }
 
-TEST_F(OpenUeventParse, AListThatCannotBeLockedIsNotGivenOut) {
+TEST_F(OpenUeventParse, AListThatCannotBeLockedIsNotReturned) {
     const norv_uevent_device_list_t* list = nullptr;
     EXPECT_EQ(norv_uevent_parse_get_device(&parser.context, nullptr), NORV_STATUS_INVALID_ARG);
     kernel.fail("norv_mutex_lock", EINVAL);
@@ -266,7 +266,7 @@ TEST_F(OpenUeventParse, AListThatCannotBeLockedIsNotGivenOut) {
 
 // ---- messages
 
-TEST_F(OpenUeventParse, EachKeyOfAMessageGoesToItsField) {
+TEST_F(OpenUeventParse, EachKeyOfAMessageIsStoredInItsField) {
     receive(uevent_message("add", "/devices/pci0/usb1/1-1",
                            {"SUBSYSTEM=usb", "MAJOR=189", "MINOR=2", "CONNECTOR=7", "DEVNAME=bus/usb/001/003",
                             "DEVTYPE=usb_device", "PRODUCT=46d/825/12"}));
@@ -286,7 +286,7 @@ TEST_F(OpenUeventParse, EachKeyOfAMessageGoesToItsField) {
     EXPECT_EQ(device(0).children.prev, &device(0).children);
 }
 
-TEST_F(OpenUeventParse, WhatAMessageDoesNotSayIsMinusOneOrEmpty) {
+TEST_F(OpenUeventParse, FieldsWithoutAKeyAreMinusOneOrEmpty) {
     receive("ACTION=add\0DEVTYPE=usb_device\0"s);
     ASSERT_THAT(parser.devices(), SizeIs(1));
     EXPECT_EQ(device(0).major, -1);
@@ -303,7 +303,7 @@ TEST_F(OpenUeventParse, TheHeaderLineIsIgnored) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/y"));
 }
 
-TEST_F(OpenUeventParse, TextsThatAreNoKeyAreIgnored) {
+TEST_F(OpenUeventParse, TextsWithoutAKnownKeyAreIgnored) {
     receive(
         "AAA=first\0ACTION=add\0DEV=x\0DEVNAM=x\0DEVPAT\0devpath=/lower\0 "
         "DEVPATH=/space\0DEVTYPE=usb_device\0"
@@ -321,12 +321,12 @@ TEST_F(OpenUeventParse, AnEmptyTextEndsTheMessage) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
 }
 
-TEST_F(OpenUeventParse, AMessageThatBeginsWithANulSaysNothing) {
+TEST_F(OpenUeventParse, AMessageThatBeginsWithANulIsIgnored) {
     receive("\0ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x\0"s);
     EXPECT_THAT(parser.calls, IsEmpty());
 }
 
-TEST_F(OpenUeventParse, AMessageOfAUdevDaemonSaysNothing) {
+TEST_F(OpenUeventParse, AMessageOfAUdevDaemonIsIgnored) {
     receive("libudev\0\xfe\xed\xca\xfe\x28\0\0\0\x28\0\0\0\0ACTION=add\0DEVTYPE=usb_device\0"s);
     EXPECT_THAT(parser.calls, IsEmpty());
 }
@@ -336,26 +336,26 @@ TEST_F(OpenUeventParse, AMessageWithoutAFinalNulIsParsedToItsEnd) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
 }
 
-TEST_F(OpenUeventParse, WhatALongerMessageLeftInTheBufferIsNotParsedWithTheNextOne) {
+TEST_F(OpenUeventParse, TheRestOfALongerMessageIsNotParsedWithTheNextOne) {
     const std::string shorter = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
     socket.send(std::string(shorter.size() + 1, '\0') + "A\0DEVPATH=/devices/left\0"s);
     receive(shorter);
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
 }
 
-TEST_F(OpenUeventParse, AMessageWithoutSeparatorsSaysNothing) {
+TEST_F(OpenUeventParse, AMessageWithoutSeparatorsIsIgnored) {
     receive(std::string(4096, 'A'));
     EXPECT_THAT(parser.calls, IsEmpty());
 }
 
-TEST_F(UeventParse, AMessageAsLongAsTheBufferIsTakenWhole) {
+TEST_F(UeventParse, AMessageAsLongAsTheBufferIsParsedWhole) {
     const std::string message = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
     ASSERT_EQ(open(usb, static_cast<uint32_t>(message.size())), 0U);
     receive(message);
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/x"));
 }
 
-TEST_F(UeventParse, ALongerMessageIsCut) {
+TEST_F(UeventParse, ALongerMessageIsTruncated) {
     const std::string kept = "ACTION=add\0DEVTYPE=usb_device\0DEVPATH=/devices/x"s;
     ASSERT_EQ(open(usb, static_cast<uint32_t>(kept.size())), 0U);
     receive(kept + "yz\0MAJOR=1\0"s);
@@ -385,7 +385,7 @@ TEST_F(OpenUeventParse, OnePollAppliesEveryMessageThatWaits) {
 }
 
 // quirk 119
-TEST_F(OpenUeventParse, AReceiveErrorEndsThePollSilentlyAndTheNextOneGoesOn) {
+TEST_F(OpenUeventParse, AReceiveErrorEndsThePollSilentlyAndTheNextContinues) {
     for (const int error : {EAGAIN, ENOBUFS, EIO, EINTR}) {
         socket.send(device_message("add", "/devices/a"));
         socket.fail_receive(error);
@@ -406,14 +406,14 @@ TEST_F(OpenUeventParse, AnEmptyMessageEndsThePoll) {
 }
 
 // quirk 118
-TEST_F(OpenUeventParse, OfAnActionOnlyAsManyCharactersCountAsTheWordHas) {
+TEST_F(OpenUeventParse, OnlyTheBeginningOfAnActionIsCompared) {
     receive(device_message("additional", "/devices/a"));
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
     receive(device_message("removed", "/devices/a"));
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(OpenUeventParse, AnUnknownActionLeavesTheActionAsItWas) {
+TEST_F(OpenUeventParse, AnUnknownActionLeavesTheActionUnchanged) {
     receive("ACTION=add\0ACTION=bind\0DEVTYPE=usb_device\0DEVPATH=/devices/a\0"s);
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
 }
@@ -428,14 +428,14 @@ TEST_F(OpenUeventParse, OtherActionsChangeNothing) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
 }
 
-TEST_F(OpenUeventParse, NumbersAreDecimalUpToTheFirstCharacterThatIsNoDigit) {
+TEST_F(OpenUeventParse, NumbersAreDecimalAndEndAtTheFirstOtherCharacter) {
     receive("ACTION=add\0DEVTYPE=usb_device\0MAJOR=010x5\0MINOR=0x10\0CONNECTOR= -3 \0"s);
     EXPECT_EQ(device(0).major, 10);
     EXPECT_EQ(device(0).minor, 0);
     EXPECT_EQ(device(0).connector, -3);
 }
 
-TEST_F(OpenUeventParse, HugeNumbersAreCutTo32Bits) {
+TEST_F(OpenUeventParse, LargeNumbersAreTruncatedTo32Bits) {
     receive("ACTION=add\0DEVTYPE=usb_device\0MAJOR=2147483647\0MINOR=99999999999999999999999\0CONNECTOR=\0"s);
     EXPECT_EQ(device(0).major, INT32_MAX);
     EXPECT_EQ(device(0).minor, static_cast<int32_t>(LONG_MAX));
@@ -452,7 +452,7 @@ TEST_F(OpenUeventParse, KeysAreLookedUpInTheExportedTable) {
 
 // ---- devices
 
-TEST_F(OpenUeventParse, ADeviceThatComesIsAppendedAndTold) {
+TEST_F(OpenUeventParse, AnAddedDeviceIsAppendedAndReported) {
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
     ASSERT_THAT(parser.calls, SizeIs(1));
     EXPECT_EQ(parser.calls[0].device, &device(0));
@@ -469,7 +469,7 @@ TEST_F(OpenUeventParse, TheOldestDeviceComesFirst) {
 }
 
 // quirk 117
-TEST_F(OpenUeventParse, ADeviceThatComesTwiceIsListedTwice) {
+TEST_F(OpenUeventParse, ADeviceThatIsAddedTwiceIsListedTwice) {
     receive(device_message("add", "/devices/a"));
     receive(device_message("add", "/devices/a"));
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a", "/sys/devices/a"));
@@ -507,7 +507,7 @@ TEST_F(OpenUeventParse, AProductNameMayLackItsNewline) {
     EXPECT_STREQ(device(0).product_name, "Webcam");
 }
 
-TEST_F(OpenUeventParse, AProductNameIsCutAt511Characters) {
+TEST_F(OpenUeventParse, AProductNameIsTruncatedAfter511Characters) {
     kernel.add_file("/sys/devices/a/product", std::string(600, 'p'));
     receive(device_message("add", "/devices/a"));
     EXPECT_EQ(device(0).product_name, std::string(511, 'p'));
@@ -520,7 +520,7 @@ TEST_F(OpenUeventParse, TheProductNameOfALongPathIsRead) {
     EXPECT_STREQ(device(0).product_name, "Webcam");
 }
 
-TEST_F(OpenUeventParse, AProductNameIsReadThroughTheDescriptor0Too) {
+TEST_F(OpenUeventParse, AProductNameIsReadThroughDescriptor0Too) {
     const no_standard_input guard;
     kernel.add_file("/sys/devices/a/product", "Webcam\n");
     receive(device_message("add", "/devices/a"));
@@ -535,14 +535,14 @@ TEST_F(OpenUeventParse, AProductNameThatCannotBeReadIsEmpty) {
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
-TEST_F(OpenUeventParse, AnUnknownKeyTellsNothing) {
+TEST_F(OpenUeventParse, AnUnknownKeyIsIgnored) {
     receive(
         uevent_message("add", "/devices/a",
                        {"SUBSYSTEM=usb", "DEVTYPE=usb_device", "AAA=remove", "MMM=remove", "ZZZ=remove"}));
     EXPECT_EQ(device(0).action, NORV_UEVENT_ACTION_ADD);
 }
 
-TEST_F(OpenUeventParse, EveryTextIsCutAt511Characters) {
+TEST_F(OpenUeventParse, EveryTextIsTruncatedAfter511Characters) {
     const std::string text(600, 't');
     receive(
         uevent_message("add", "/" + text,
@@ -554,7 +554,7 @@ TEST_F(OpenUeventParse, EveryTextIsCutAt511Characters) {
     EXPECT_EQ(device(0).product, text.substr(0, 511));
 }
 
-TEST_F(OpenUeventParse, AListThatCannotBeLockedStaysAsItIs) {
+TEST_F(OpenUeventParse, AListThatCannotBeLockedStaysUnchanged) {
     receive(device_message("add", "/devices/a"));
     parser.calls.clear();
     kernel.fail("norv_mutex_lock", EINVAL);
@@ -568,14 +568,14 @@ TEST_F(OpenUeventParse, AListThatCannotBeLockedStaysAsItIs) {
     EXPECT_EQ(device(0).child_count, 0U);
 }
 
-TEST_F(OpenUeventParse, WithoutMemoryADeviceIsNeitherListedNorTold) {
+TEST_F(OpenUeventParse, WithoutMemoryADeviceIsNeitherListedNorReported) {
     kernel.fail("norv_zalloc", ENOMEM);
     receive(device_message("add", "/devices/a"));
     EXPECT_THAT(parser.calls, IsEmpty());
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(UeventParse, WithoutAHandlerTheListIsKeptAllTheSame) {
+TEST_F(UeventParse, WithoutAHandlerTheListIsMaintained) {
     bus.add_root_hub();
     const norv_uevent_parse_settings_t settings = {usb | display, 4096, nullptr, nullptr};
     ASSERT_EQ(norv_uevent_parse_open(&parser.context, &settings), 0U);
@@ -622,7 +622,7 @@ TEST_F(WebcamOnOpenParser, ItsCaptureNodeBecomesAChild) {
     EXPECT_EQ(device(0).children.prev, &child().link);
 }
 
-TEST_F(WebcamOnOpenParser, TheHandlerIsToldOfTheDeviceThatGotTheNode) {
+TEST_F(WebcamOnOpenParser, TheDeviceThatGotTheNodeIsReported) {
     receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
     ASSERT_THAT(parser.calls, SizeIs(1));
     EXPECT_EQ(parser.calls[0].device, &device(0));
@@ -631,7 +631,7 @@ TEST_F(WebcamOnOpenParser, TheHandlerIsToldOfTheDeviceThatGotTheNode) {
 }
 
 // quirk 114
-TEST_F(WebcamOnOpenParser, ItsMetadataNodeAddsNothingButIsTold) {
+TEST_F(WebcamOnOpenParser, ItsMetadataNodeAddsNothingButIsReported) {
     receive(node_message("add", path + "/1-1:1.0/video4linux/video1", "video4linux", "video1"));
     EXPECT_EQ(device(0).child_count, 0U);
     ASSERT_THAT(parser.calls, SizeIs(1));
@@ -646,14 +646,14 @@ TEST_F(WebcamOnOpenParser, AMetadataNodeThatComesFirstLeavesRoomForTheCaptureNod
     EXPECT_STREQ(child().devnode, "/dev/video0");
 }
 
-TEST_F(WebcamOnOpenParser, AVideoNodeThatCannotBeOpenedAddsNothingButIsTold) {
+TEST_F(WebcamOnOpenParser, AVideoNodeThatCannotBeOpenedAddsNothingButIsReported) {
     receive(node_message("add", path + "/1-1:1.0/video4linux/video9", "video4linux", "video9"));
     EXPECT_EQ(device(0).child_count, 0U);
     EXPECT_THAT(parser.calls, SizeIs(1));
 }
 
 // quirk 110
-TEST_F(WebcamOnOpenParser, OfASoundCardAndAnInputOnlyTheFirstIsKept) {
+TEST_F(WebcamOnOpenParser, OnlyTheFirstOfASoundCardAndAnInputIsKept) {
     receive(node_message("add", path + "/1-1:1.2/sound/card1/controlC1", "sound", "snd/controlC1"));
     receive(node_message("add", path + "/1-1:1.3/input/input9/event9", "input", "input/event9"));
     ASSERT_EQ(device(0).child_count, 1U);
@@ -661,7 +661,7 @@ TEST_F(WebcamOnOpenParser, OfASoundCardAndAnInputOnlyTheFirstIsKept) {
     EXPECT_STREQ(child().devnode, "/dev/snd/controlC1");
 }
 
-TEST_F(WebcamOnOpenParser, ANodeThatIsNotKeptIsNotTold) {
+TEST_F(WebcamOnOpenParser, ANodeThatIsNotKeptIsNotReported) {
     receive(node_message("add", path + "/1-1:1.2/sound/card1/controlC1", "sound", "snd/controlC1"));
     parser.calls.clear();
     receive(node_message("add", path + "/1-1:1.0/video4linux/video0", "video4linux", "video0"));
@@ -676,7 +676,7 @@ TEST_F(WebcamOnOpenParser, ADeviceWithoutAProductNameKeepsOnlyItsFirstNodeToo) {
     EXPECT_EQ(device(1).child_count, 1U);
 }
 
-TEST_F(WebcamOnOpenParser, OnlyNodesOfTheThreeSubsystemsAreTaken) {
+TEST_F(WebcamOnOpenParser, OnlyNodesOfTheThreeSubsystemsAreAdded) {
     for (const char* subsystem :
          {"", "inpu", "inputs", "video4linu", "video4linux2", "soun", "sounds", "hidraw"}) {
         receive(node_message("add", path + "/1-1:1.0/node", subsystem, "input/event0"));
@@ -685,7 +685,7 @@ TEST_F(WebcamOnOpenParser, OnlyNodesOfTheThreeSubsystemsAreTaken) {
     EXPECT_EQ(device(0).child_count, 0U);
 }
 
-TEST_F(WebcamOnOpenParser, ANodeWithoutANameIsNotTaken) {
+TEST_F(WebcamOnOpenParser, ANodeWithoutANameIsNotAdded) {
     receive(uevent_message("add", path + "/1-1:1.0/input/input3", {"SUBSYSTEM=input"}));
     receive(uevent_message("add", path + "/1-1:1.0/input/input3", {"SUBSYSTEM=input", "DEVNAME="}));
     EXPECT_THAT(parser.calls, IsEmpty());
@@ -697,13 +697,13 @@ TEST_F(WebcamOnOpenParser, ANameMayBeginWithAnyByte) {
     EXPECT_EQ(child().devnode, std::string("/dev/\xC3\xA9vent0"));
 }
 
-TEST_F(WebcamOnOpenParser, ANodeWithoutNumbersHasAllBitsSetInThem) {
+TEST_F(WebcamOnOpenParser, ANodeWithoutNumbersHasNumbersWithAllBitsSet) {
     receive(uevent_message("add", path + "/event0", {"SUBSYSTEM=input", "DEVNAME=input/event0"}));
     EXPECT_EQ(child().major, 0xFFFFFFFFU);
     EXPECT_EQ(child().minor, 0xFFFFFFFFU);
 }
 
-TEST_F(WebcamOnOpenParser, TheTextsOfANodeAreCutAt511Characters) {
+TEST_F(WebcamOnOpenParser, TheTextsOfANodeAreTruncatedAfter511Characters) {
     const std::string name(600, 'n');
     receive(uevent_message("add", path + "/" + name, {"SUBSYSTEM=input", "DEVNAME=" + name}));
     EXPECT_EQ(child().syspath, (path_in_sys + "/" + name).substr(0, 511));
@@ -711,7 +711,7 @@ TEST_F(WebcamOnOpenParser, TheTextsOfANodeAreCutAt511Characters) {
 }
 
 // quirk 113
-TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsToldWithTheAddressOfTheListsHead) {
+TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsReportedWithTheListsHead) {
     receive(node_message("add", "/devices/platform/gpio-keys/input/input0/event0", "input", "input/event0"));
     ASSERT_THAT(parser.calls, SizeIs(1));
     EXPECT_TRUE(parser.calls[0].is_head);
@@ -721,14 +721,14 @@ TEST_F(WebcamOnOpenParser, ANodeOfNoListedDeviceIsToldWithTheAddressOfTheListsHe
 }
 
 // quirk 109
-TEST_F(WebcamOnOpenParser, ANodeGoesToTheFirstListedDeviceWhosePathIsAPrefix) {
+TEST_F(WebcamOnOpenParser, ANodeIsAddedToTheFirstDeviceWhosePathIsAPrefix) {
     receive(device_message("add", path + "/1-1.4"));
     receive(node_message("add", path + "/1-1.4/1-1.4:1.0/event0", "input", "input/event0"));
     EXPECT_EQ(device(0).child_count, 1U);
     EXPECT_EQ(device(1).child_count, 0U);
 }
 
-TEST_F(WebcamOnOpenParser, ANodeGoesToTheDeviceWhenTheHubIsListedLater) {
+TEST_F(WebcamOnOpenParser, ANodeIsAddedToTheDeviceIfTheHubIsListedLater) {
     receive(device_message("add", "/devices/pci0/usb1"));
     receive(node_message("add", path + "/1-1:1.0/event0", "input", "input/event0"));
     EXPECT_EQ(device(0).child_count, 1U);
@@ -736,7 +736,7 @@ TEST_F(WebcamOnOpenParser, ANodeGoesToTheDeviceWhenTheHubIsListedLater) {
 }
 
 // quirk 109
-TEST_F(WebcamOnOpenParser, APrefixIsOneOfCharactersNotOfDirectories) {
+TEST_F(WebcamOnOpenParser, PrefixesAreComparedByCharacters) {
     receive(node_message("add", "/devices/pci0/usb1/1-10/1-10:1.0/event0", "input", "input/event0"));
     EXPECT_EQ(device(0).child_count, 1U);
 }
@@ -749,11 +749,13 @@ TEST_F(WebcamOnOpenParser, AMessageCanBeADeviceAndItsNodeAtOnce) {
     EXPECT_THAT(parser.calls, SizeIs(2));
 }
 
-TEST_F(WebcamOnOpenParser, WithoutMemoryANodeIsNotAdded) {
+TEST_F(WebcamOnOpenParser, WithoutMemoryANodeIsNotAddedButReported) {
     kernel.fail("norv_zalloc", ENOMEM);
     receive(node_message("add", path + "/event0", "input", "input/event0"));
     EXPECT_EQ(device(0).child_count, 0U);
     EXPECT_EQ(device(0).children.next, &device(0).children);
+    ASSERT_THAT(parser.calls, SizeIs(1));
+    EXPECT_EQ(parser.calls[0].device, &device(0));
 }
 
 TEST_F(WebcamOnOpenParser, TheRemovalOfANodeChangesNothing) {
@@ -764,7 +766,7 @@ TEST_F(WebcamOnOpenParser, TheRemovalOfANodeChangesNothing) {
     EXPECT_EQ(device(0).child_count, 1U);
 }
 
-TEST_F(WebcamOnOpenParser, TheNodeGoesWithItsDevice) {
+TEST_F(WebcamOnOpenParser, ANodeIsReleasedWithItsDevice) {
     receive(node_message("add", path + "/event0", "input", "input/event0"));
     const size_t before = kernel.allocations();
     receive(device_message("remove", path));
@@ -775,15 +777,15 @@ TEST_F(WebcamOnOpenParser, TheNodeGoesWithItsDevice) {
 // ---- removal
 
 // quirk 116
-TEST_F(OpenUeventParse, ADeviceThatGoesIsToldWhileItIsStillListed) {
+TEST_F(OpenUeventParse, ARemovedDeviceIsReportedWhileItIsListed) {
     receive(device_message("add", "/devices/a"));
     const norv_uevent_device_t* going = &device(0);
     parser.calls.clear();
     uint32_t count = 0;
     bool listed = false;
-    parser.on_change = [&](const norv_uevent_device_t* told) {
+    parser.on_change = [&](const norv_uevent_device_t* reported) {
         count = parser.list()->count;
-        listed = parser.list()->devices.next == &told->link;
+        listed = parser.list()->devices.next == &reported->link;
     };
     receive(device_message("remove", "/devices/a"));
     ASSERT_THAT(parser.calls, SizeIs(1));
@@ -796,7 +798,7 @@ TEST_F(OpenUeventParse, ADeviceThatGoesIsToldWhileItIsStillListed) {
 }
 
 // quirk 115
-TEST_F(OpenUeventParse, AHubWhosePathIsContainedInThatOfTheDeviceGoesWithItOnPurpose) {
+TEST_F(OpenUeventParse, RemovingADeviceRemovesTheHubsWhosePathsItContains) {
     receive(device_message("add", "/devices/pci0/usb1"));
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
     receive(device_message("add", "/devices/pci0/usb1/1-2"));
@@ -804,12 +806,12 @@ TEST_F(OpenUeventParse, AHubWhosePathIsContainedInThatOfTheDeviceGoesWithItOnPur
     parser.calls.clear();
     receive(device_message("remove", "/devices/pci0/usb1/1-1/1-1.4"));
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1/1-2"));
-    EXPECT_THAT(parser.told(), ElementsAre("1 /sys/devices/pci0/usb1", "1 /sys/devices/pci0/usb1/1-1",
-                                           "1 /sys/devices/pci0/usb1/1-1/1-1.4"));
+    EXPECT_THAT(parser.reported(), ElementsAre("1 /sys/devices/pci0/usb1", "1 /sys/devices/pci0/usb1/1-1",
+                                               "1 /sys/devices/pci0/usb1/1-1/1-1.4"));
     EXPECT_EQ(parser.list()->count, 1U);
 }
 
-TEST_F(OpenUeventParse, TheDevicesBehindAHubDoNotGoWithIt) {
+TEST_F(OpenUeventParse, TheDevicesOnAHubAreNotRemovedWithIt) {
     receive(device_message("add", "/devices/pci0/usb1/1-1"));
     receive(device_message("add", "/devices/pci0/usb1/1-1/1-1.4"));
     receive(device_message("remove", "/devices/pci0/usb1/1-1"));
@@ -823,7 +825,7 @@ TEST_F(OpenUeventParse, APathMayBeContainedAnywhere) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(OpenUeventParse, EveryRecordOfTheSamePathGoes) {
+TEST_F(OpenUeventParse, EveryRecordOfTheSamePathIsRemoved) {
     receive(device_message("add", "/devices/a"));
     receive(device_message("add", "/devices/b"));
     receive(device_message("add", "/devices/a"));
@@ -848,7 +850,7 @@ TEST_F(OpenUeventParse, TheRemovalOfAnInterfaceChangesNothing) {
 
 // ---- locking
 
-TEST_F(OpenUeventParse, TheHandlerOfAnArrivalMayAskForTheList) {
+TEST_F(OpenUeventParse, TheHandlerOfAnAdditionMayGetTheList) {
     uint32_t count = 0;
     parser.on_change = [&](const norv_uevent_device_t*) {
         const norv_uevent_device_list_t* list = nullptr;
@@ -863,7 +865,7 @@ TEST_F(OpenUeventParse, TheHandlerOfAnArrivalMayAskForTheList) {
 }
 
 // quirk 116
-TEST_F(OpenUeventParse, TheListIsLockedWhileTheHandlerIsToldOfARemoval) {
+TEST_F(OpenUeventParse, TheListIsLockedDuringTheHandlerOfARemoval) {
     receive(device_message("add", "/devices/a"));
     std::atomic<bool> got_the_list = false;
     std::thread other;
@@ -881,7 +883,7 @@ TEST_F(OpenUeventParse, TheListIsLockedWhileTheHandlerIsToldOfARemoval) {
     EXPECT_TRUE(got_the_list);
 }
 
-TEST_F(OpenUeventParse, AnotherThreadMayReplaceTheFilterAndAskForTheListDuringAPoll) {
+TEST_F(OpenUeventParse, AnotherThreadMaySetTheFilterAndGetTheListDuringAPoll) {
     std::atomic<bool> done = false;
     std::thread other([&] {
         const norv_uevent_device_list_t* list = nullptr;
@@ -900,7 +902,7 @@ TEST_F(OpenUeventParse, AnotherThreadMayReplaceTheFilterAndAskForTheListDuringAP
     EXPECT_THAT(parser.calls, SizeIs(1000));
 }
 
-// Follows the lock of the list: whatever changes must change while the list is locked.
+// Checks at each locking and unlocking that the list changes only while it is locked.
 class LockedUeventParse : public OpenUeventParse {
   protected:
     LockedUeventParse() {
@@ -921,7 +923,7 @@ class LockedUeventParse : public OpenUeventParse {
         parser.on_change = [](const norv_uevent_device_t*) {};
     }
 
-    // What the list is after one message.
+    // The list after one message.
     std::vector<std::string> list_after(const std::string& message) {
         receive(message);
         EXPECT_FALSE(locked);
@@ -941,19 +943,19 @@ class LockedUeventParse : public OpenUeventParse {
     }
 };
 
-TEST_F(LockedUeventParse, ADeviceIsAppendedWithTheLockAndToldWithoutIt) {
+TEST_F(LockedUeventParse, ADeviceIsAppendedUnderTheLockAndReportedWithoutIt) {
     EXPECT_THAT(list_after(device_message("add", "/devices/b")),
                 ElementsAre("/sys/devices/a", "/sys/devices/b", "2"));
     EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
 }
 
-TEST_F(LockedUeventParse, ANodeIsAppendedWithTheLockAndToldWithoutIt) {
+TEST_F(LockedUeventParse, ANodeIsAppendedUnderTheLockAndReportedWithoutIt) {
     EXPECT_THAT(list_after(node_message("add", "/devices/a/event0", "input", "input/event0")),
                 ElementsAre("/sys/devices/a /dev/input/event0", "1"));
     EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
 }
 
-TEST_F(LockedUeventParse, ANodeThatIsNotAppendedIsToldWithoutTheLock) {
+TEST_F(LockedUeventParse, ANodeThatIsNotAppendedIsReportedWithoutTheLock) {
     EXPECT_THAT(list_after(node_message("add", "/devices/a/video0", "video4linux", "video0")),
                 ElementsAre("/sys/devices/a", "1"));
     EXPECT_THAT(list_after(node_message("add", "/devices/b/event0", "input", "input/event0")),
@@ -961,18 +963,18 @@ TEST_F(LockedUeventParse, ANodeThatIsNotAppendedIsToldWithoutTheLock) {
     EXPECT_THAT(calls_with_the_lock, ElementsAre(false, false));
 }
 
-TEST_F(LockedUeventParse, ADeviceIsRemovedAndToldWithTheLock) {
+TEST_F(LockedUeventParse, ADeviceIsRemovedAndReportedUnderTheLock) {
     EXPECT_THAT(list_after(device_message("remove", "/devices/a")), ElementsAre("0"));
     EXPECT_THAT(calls_with_the_lock, ElementsAre(true));
 }
 
-TEST_F(LockedUeventParse, AConnectorIsToldWithoutTheLock) {
+TEST_F(LockedUeventParse, AConnectorIsReportedWithoutTheLock) {
     norv_uevent_parse_set_filter(&parser.context, display);
     list_after(uevent_message("change", "/devices/card0", {"DEVTYPE=drm_minor"}));
     EXPECT_THAT(calls_with_the_lock, ElementsAre(false));
 }
 
-TEST_F(OpenUeventParse, TheListIsGivenOutWithTheLock) {
+TEST_F(OpenUeventParse, TheListIsReturnedUnderTheLock) {
     const norv_uevent_device_list_t* list = nullptr;
     std::vector<bool> given;
     kernel.on_lock([&](bool) { given.push_back(list != nullptr); });
@@ -981,7 +983,7 @@ TEST_F(OpenUeventParse, TheListIsGivenOutWithTheLock) {
     EXPECT_THAT(given, ElementsAre(false, true));
 }
 
-TEST_F(OpenUeventParse, ClosingReleasesTheListWithTheLock) {
+TEST_F(OpenUeventParse, ClosingReleasesTheListUnderTheLock) {
     receive(device_message("add", "/devices/a"));
     receive(node_message("add", "/devices/a/event0", "input", "input/event0"));
     std::vector<size_t> allocations;
@@ -990,7 +992,7 @@ TEST_F(OpenUeventParse, ClosingReleasesTheListWithTheLock) {
     EXPECT_THAT(allocations, ElementsAre(4, 1)) << "context, list, device and node; the context";
 }
 
-TEST_F(UeventParse, ClosingDestroysTheLockThatOpeningPrepared) {
+TEST_F(UeventParse, ClosingDestroysTheLockThatOpeningInitialised) {
     kernel.fail("norv_malloc", ENOMEM);
     norv::test::mutex_ends = 0;
     EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
@@ -1008,13 +1010,13 @@ std::string connector_message() {
                            "DEVTYPE=drm_minor", "MAJOR=226", "MINOR=0"});
 }
 
-TEST_F(UeventParse, AConnectorThatChangedIsToldWithARecordForThatCallOnly) {
+TEST_F(UeventParse, AChangedConnectorIsReportedWithATemporaryRecord) {
     ASSERT_EQ(open(display), 0U);
     const size_t before = kernel.allocations();
     norv_uevent_device_t seen;
-    parser.on_change = [&](const norv_uevent_device_t* told) {
-        seen = *told;
-        EXPECT_EQ(told->children.next, &told->children);
+    parser.on_change = [&](const norv_uevent_device_t* reported) {
+        seen = *reported;
+        EXPECT_EQ(reported->children.next, &reported->children);
     };
     receive(connector_message());
     ASSERT_THAT(parser.calls, SizeIs(1));
@@ -1030,15 +1032,15 @@ TEST_F(UeventParse, AConnectorThatChangedIsToldWithARecordForThatCallOnly) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(UeventParse, AConnectorWithoutANumberIsToldWithMinusOne) {
+TEST_F(UeventParse, AConnectorWithoutANumberIsReportedWithMinusOne) {
     ASSERT_EQ(open(display), 0U);
     int32_t connector = 0;
-    parser.on_change = [&](const norv_uevent_device_t* told) { connector = told->connector; };
+    parser.on_change = [&](const norv_uevent_device_t* reported) { connector = reported->connector; };
     receive(uevent_message("change", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
     EXPECT_EQ(connector, -1);
 }
 
-TEST_F(UeventParse, OnlyChangesOfDisplaysAreTold) {
+TEST_F(UeventParse, OnlyChangesOfDisplaysAreReported) {
     ASSERT_EQ(open(display), 0U);
     receive(uevent_message("add", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
     receive(uevent_message("remove", "/devices/pci0/drm/card0", {"DEVTYPE=drm_minor"}));
@@ -1048,7 +1050,7 @@ TEST_F(UeventParse, OnlyChangesOfDisplaysAreTold) {
     EXPECT_THAT(parser.calls, IsEmpty());
 }
 
-TEST_F(UeventParse, TheDisplayFilterAloneFollowsNoUsbDevice) {
+TEST_F(UeventParse, TheDisplayFilterAloneTracksNoUsbDevice) {
     bus.add_root_hub();
     ASSERT_EQ(open(display), 0U);
     receive(device_message("add", "/devices/a"));
@@ -1056,12 +1058,12 @@ TEST_F(UeventParse, TheDisplayFilterAloneFollowsNoUsbDevice) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(OpenUeventParse, TheUsbFilterAloneTellsOfNoDisplay) {
+TEST_F(OpenUeventParse, TheUsbFilterAloneReportsNoDisplay) {
     receive(connector_message());
     EXPECT_THAT(parser.calls, IsEmpty());
 }
 
-TEST_F(UeventParse, BothFiltersFollowBoth) {
+TEST_F(UeventParse, BothFiltersTrackBoth) {
     ASSERT_EQ(open(usb | display), 0U);
     receive(connector_message());
     receive(device_message("add", "/devices/a"));
@@ -1079,7 +1081,7 @@ TEST_F(UeventParse, FilterZeroIgnoresEveryMessageAndEnumeratesNothing) {
     EXPECT_THAT(kernel.calls("opendir"), IsEmpty());
 }
 
-TEST_F(UeventParse, OtherBitsOfTheFilterMeanNothing) {
+TEST_F(UeventParse, OtherBitsOfTheFilterAreIgnored) {
     bus.add_root_hub();
     ASSERT_EQ(open(0xFFFFFFFCU), 0U);
     receive(device_message("add", "/devices/a"));
@@ -1097,7 +1099,7 @@ TEST_F(UeventParse, AFilterIsReplacedFromTheNextMessageOn) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/a"));
 }
 
-TEST_F(OpenUeventParse, ReplacingTheFilterAndAskingForTheDescriptorTakeNoLock) {
+TEST_F(OpenUeventParse, SettingTheFilterAndGettingTheDescriptorTakeNoLock) {
     kernel.fail("norv_mutex_lock", EINVAL);
     norv_uevent_parse_set_filter(&parser.context, display);
     norv_uevent_parse_get_fd(&parser.context);
@@ -1113,7 +1115,7 @@ TEST_F(UeventParse, SettingTheUsbFilterLaterDoesNotEnumerate) {
     EXPECT_THAT(kernel.calls("opendir"), IsEmpty());
 }
 
-TEST_F(UeventParse, WithoutMemoryAConnectorIsNotTold) {
+TEST_F(UeventParse, WithoutMemoryAConnectorIsNotReported) {
     ASSERT_EQ(open(display), 0U);
     kernel.fail("norv_zalloc", ENOMEM);
     receive(connector_message());
@@ -1154,17 +1156,17 @@ TEST_F(UeventParse, AFoundDeviceHasNoActionAndTheSubsystemUsb) {
     EXPECT_STREQ(device(1).product_name, "Webcam");
 }
 
-TEST_F(UeventParse, TheHandlerIsToldOfEachFoundDeviceAndNodeInOrder) {
+TEST_F(UeventParse, EachFoundDeviceAndNodeIsReportedInOrder) {
     bus.add_root_hub();
     bus.add_device("usb1/1-1", "002", "Keyboard");
     bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
     ASSERT_EQ(open(), 0U);
     // The root hub is the first whose path is a prefix of the node's.
-    EXPECT_THAT(parser.told(), ElementsAre("-1 /sys/devices/pci0/usb1", "-1 /sys/devices/pci0/usb1/1-1",
-                                           "-1 /sys/devices/pci0/usb1"));
+    EXPECT_THAT(parser.reported(), ElementsAre("-1 /sys/devices/pci0/usb1", "-1 /sys/devices/pci0/usb1/1-1",
+                                               "-1 /sys/devices/pci0/usb1"));
 }
 
-// A device without its root hub: the hub's own "uevent" file is out of the way.
+// A device without its root hub: the hub has no "uevent" file.
 class UeventParseFoundDevice : public UeventParse {
   protected:
     UeventParseFoundDevice() {
@@ -1207,7 +1209,7 @@ TEST_F(UeventParseFoundDevice, AVideoNodeThatCapturesBecomesItsChild) {
     EXPECT_EQ(child_subsystem(), "video4linux");
 }
 
-TEST_F(UeventParseFoundDevice, AVideoNodeThatDoesNotCaptureAddsNothing) {
+TEST_F(UeventParseFoundDevice, AVideoNodeThatCannotCaptureAddsNothing) {
     kernel.add_device("/dev/video0", std::make_shared<video_node>(false));
     bus.add_node("usb1/1-1/1-1:1.0/video4linux/video0", "video0");
     ASSERT_EQ(open(), 0U);
@@ -1228,7 +1230,7 @@ TEST_F(UeventParseFoundDevice, ANameWithVideoAndSndIsAVideoNode) {
 }
 
 // quirk 111
-TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindBecomesItsChildWithoutASubsystem) {
+TEST_F(UeventParseFoundDevice, AnyOtherNodeBecomesItsChildWithoutASubsystem) {
     bus.add_node("usb1/1-1/1-1:1.0/tty/ttyUSB0", "ttyUSB0", "188", "0");
     ASSERT_EQ(open(), 0U);
     ASSERT_EQ(device(0).child_count, 1U);
@@ -1237,11 +1239,12 @@ TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindBecomesItsChildWithoutASubsyst
     EXPECT_STREQ(child().syspath, "/sys/devices/pci0/usb1/1-1/1-1:1.0/tty/ttyUSB0");
     EXPECT_STREQ(child().subsystem, "");
     EXPECT_STREQ(child().devnode, "/dev/ttyUSB0");
-    EXPECT_THAT(parser.told(), ElementsAre("-1 /sys/devices/pci0/usb1/1-1", "-1 /sys/devices/pci0/usb1/1-1"));
+    EXPECT_THAT(parser.reported(),
+                ElementsAre("-1 /sys/devices/pci0/usb1/1-1", "-1 /sys/devices/pci0/usb1/1-1"));
 }
 
 // quirk 111
-TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindHasTheSubsystemOfItsFile) {
+TEST_F(UeventParseFoundDevice, AnyOtherNodeHasTheSubsystemOfItsFile) {
     bus.add_uevent("usb1/1-1/1-1:1.0/tty/ttyUSB0", lines({"DEVNAME=ttyUSB0", "SUBSYSTEM=tty"}));
     ASSERT_EQ(open(), 0U);
     EXPECT_EQ(child_subsystem(), "tty");
@@ -1258,7 +1261,7 @@ TEST_F(UeventParseFoundDevice, ANodeThatItsFileCallsAVideoNodeMustCapture) {
 }
 
 // quirk 111
-TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindThatComesFirstLeavesNoRoomForAnInput) {
+TEST_F(UeventParseFoundDevice, AnyOtherNodeThatComesFirstLeavesNoRoomForAnInput) {
     bus.add_node("usb1/1-1/1-1:1.0/hidraw/hidraw0", "hidraw0");
     bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
     ASSERT_EQ(open(), 0U);
@@ -1266,7 +1269,7 @@ TEST_F(UeventParseFoundDevice, ANodeOfAnyOtherKindThatComesFirstLeavesNoRoomForA
     EXPECT_STREQ(child().devnode, "/dev/hidraw0");
 }
 
-TEST_F(UeventParseFoundDevice, AFileWithoutAValueOfItsNameIsANodeToo) {
+TEST_F(UeventParseFoundDevice, AFileWithoutAValueForTheNameIsANodeToo) {
     bus.add_uevent("usb1/1-1/1-1:1.0/odd", lines({"XDEVNAME", "MAJOR=7"}));
     ASSERT_EQ(open(), 0U);
     ASSERT_EQ(device(0).child_count, 1U);
@@ -1274,12 +1277,12 @@ TEST_F(UeventParseFoundDevice, AFileWithoutAValueOfItsNameIsANodeToo) {
     EXPECT_EQ(child().major, 7U);
 }
 
-TEST_F(UeventParse, ANodeThatIsFoundBeforeItsDeviceIsToldWithTheListsHead) {
+TEST_F(UeventParse, ANodeFoundBeforeItsDeviceIsReportedWithTheListsHead) {
     bus.add_bus_entry("usb1", "usb1");
     bus.add_node("usb1/1-1/1-1:1.0/input/input3/event3", "input/event3");
     bus.add_device("usb1/1-1", "002", "Keyboard");
     ASSERT_EQ(open(), 0U);
-    EXPECT_THAT(parser.told(), ElementsAre("head", "-1 /sys/devices/pci0/usb1/1-1"));
+    EXPECT_THAT(parser.reported(), ElementsAre("head", "-1 /sys/devices/pci0/usb1/1-1"));
     EXPECT_EQ(device(0).child_count, 0U);
 }
 
@@ -1289,7 +1292,7 @@ TEST_F(UeventParse, WithoutAUsbBusNothingIsFound) {
     EXPECT_THAT(syspaths(), IsEmpty());
 }
 
-TEST_F(UeventParse, OnlyEntriesOfTheBusWithUsbInTheirNamesAreEntered) {
+TEST_F(UeventParse, OnlyEntriesOfTheBusWithUsbInTheirNamesAreWalked) {
     bus.add_device("usb1/1-1", "002", "Keyboard");
     bus.add_bus_entry("1-1", "usb1/1-1");
     bus.add_bus_entry("2-0:1.0", "usb1/1-1");
@@ -1301,14 +1304,14 @@ TEST_F(UeventParse, OnlyEntriesOfTheBusWithUsbInTheirNamesAreEntered) {
     EXPECT_THAT(syspaths(), SizeIs(1));
 }
 
-TEST_F(UeventParse, AnEntryThatLeadsNowhereIsPassedOver) {
+TEST_F(UeventParse, AnEntryThatLeadsNowhereIsSkipped) {
     bus.add_bus_entry("usb1", "gone");
     bus.add_root_hub("usb2");
     ASSERT_EQ(open(), 0U);
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
 }
 
-TEST_F(UeventParse, AnEntryMayLeadALongWay) {
+TEST_F(UeventParse, AnEntryMayHaveALongTarget) {
     std::string way;
     while (way.size() < 1000) {
         way += "usb/../";
@@ -1319,7 +1322,7 @@ TEST_F(UeventParse, AnEntryMayLeadALongWay) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
 }
 
-TEST_F(UeventParse, AnEntryThatIsNoLinkLeadsToTheBusItself) {
+TEST_F(UeventParse, AnEntryThatIsNotALinkLeadsToTheBusItself) {
     kernel.add_file("/sys/bus/usb/devices/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
     kernel.add_file("/sys/bus/usb/devices/1-1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=y"}));
     ASSERT_EQ(open(), 0U);
@@ -1334,7 +1337,7 @@ TEST_F(UeventParse, AnEntryWhoseTargetCannotBeReadLeadsToTheBusItself) {
     EXPECT_THAT(syspaths(), IsEmpty()) << "the bus holds links, which are not followed";
 }
 
-TEST_F(UeventParse, ADirectoryOutsideTheDevicesIsPassedOver) {
+TEST_F(UeventParse, ADirectoryOutsideTheDevicesIsSkipped) {
     kernel.add_link("/sys/bus/usb/devices/usb1", "../../../elsewhere/usb1");
     kernel.add_file("/sys/elsewhere/usb1/uevent", lines({"DEVTYPE=usb_device", "DEVNAME=x"}));
     ASSERT_EQ(open(), 0U);
@@ -1370,7 +1373,7 @@ TEST_F(UeventParse, ADirectoryNamedUeventIsWalked) {
 
 class UeventFile : public UeventParse {
   protected:
-    // What opening finds when this is the content of a root hub's file.
+    // What opening finds if this is the content of a root hub's file.
     std::vector<std::string> found(const std::string& content, uint32_t buffer_size = 4096) {
         bus.add_bus_entry("usb1", "usb1");
         bus.add_uevent("usb1", content);
@@ -1384,7 +1387,7 @@ TEST_F(UeventFile, WithoutADeviceNameIsNotUsed) {
 }
 
 // quirk 112
-TEST_F(UeventFile, WithANodeOfTheDeviceTreeIsNotUsed) {
+TEST_F(UeventFile, WithADeviceTreeNodeIsNotUsed) {
     EXPECT_THAT(found("DEVTYPE=usb_device\nDEVNAME=x\nOF_NAME=usb\n"), IsEmpty());
 }
 
@@ -1406,7 +1409,7 @@ TEST_F(UeventFile, EndsAtANul) {
     EXPECT_EQ(device(0).major, -1);
 }
 
-TEST_F(UeventFile, LongerThanTheBufferIsCut) {
+TEST_F(UeventFile, LongerThanTheBufferIsTruncated) {
     const std::string kept = "DEVNAME=x\nDEVTYPE=usb_device\nMAJOR=18";
     EXPECT_THAT(found(kept + "9\nMINOR=5\n", static_cast<uint32_t>(kept.size())), SizeIs(1));
     EXPECT_EQ(device(0).major, 18);
@@ -1426,30 +1429,30 @@ TEST_F(UeventFile, OfOneLineWithoutSeparatorsIsHarmless) {
     EXPECT_THAT(found("DEVNAME=" + std::string(10'000, 'x')), IsEmpty());
 }
 
-TEST_F(UeventFile, DoesNotTellTheActionThePathOrTheSubsystem) {
+TEST_F(UeventFile, DoesNotSetTheActionThePathOrTheSubsystem) {
     EXPECT_THAT(found("ACTION=remove\nDEVPATH=/elsewhere\nSUBSYSTEM=other\nDEVNAME=x\nDEVTYPE=usb_device\n"),
                 ElementsAre("/sys/devices/pci0/usb1"));
     EXPECT_EQ(device(0).action, NORV_UEVENT_ACTION_NONE);
     EXPECT_STREQ(device(0).subsystem, "usb");
 }
 
-TEST_F(UeventFile, OfADeviceWithoutAValueBehindTheNameIsADeviceWithoutANode) {
+TEST_F(UeventFile, OfADeviceWithoutAValueForTheNameHasNoNode) {
     EXPECT_THAT(found("XDEVNAME\nDEVTYPE=usb_device\n"), SizeIs(1));
     EXPECT_STREQ(device(0).devnode, "/dev/");
 }
 
-TEST_F(UeventFile, ThatCannotBeOpenedIsPassedOver) {
+TEST_F(UeventFile, ThatCannotBeOpenedIsSkipped) {
     kernel.fail("open", EACCES);
     EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), IsEmpty());
 }
 
-TEST_F(UeventFile, ThatCannotBeReadIsPassedOverAndClosed) {
+TEST_F(UeventFile, ThatCannotBeReadIsSkippedAndClosed) {
     kernel.fail("read", EIO);
     EXPECT_THAT(found("DEVNAME=x\nDEVTYPE=usb_device\n"), IsEmpty());
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
-TEST_F(UeventParse, AUeventFileThatCannotBeReadIsNotTakenForTheOneBeforeIt) {
+TEST_F(UeventParse, AnUnreadableUeventFileIsNotTakenForThePreviousOne) {
     bus.add_bus_entry("usb1", "usb1");
     bus.add_uevent("usb1", "DEVTYPE=usb_device\nDEVNAME=x\n");
     bus.add_device("usb1/1-1", "002", "Keyboard");
@@ -1465,7 +1468,7 @@ TEST_F(UeventFile, IsReadOnceWithTheBuffersSize) {
     EXPECT_THAT(kernel.open_flags("/sys/devices/pci0/usb1/uevent"), ElementsAre(O_RDONLY | O_CLOEXEC));
 }
 
-TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsPassedOver) {
+TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsSkipped) {
     bus.add_root_hub("usb1");
     bus.add_root_hub("usb2");
     kernel.fail("opendir", EACCES, 2);
@@ -1473,15 +1476,15 @@ TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsPassedOver) {
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
 }
 
-// A directory of sysfs whose path has this many characters, made step by step: the path of its place in the
-// scratch tree may be longer than the kernel takes.
+// A directory of sysfs whose path has the given number of characters, made level by level: its path in the
+// scratch tree may be longer than the kernel accepts.
 class deep_directory {
   public:
     deep_directory(const std::string& top, size_t size) : path_(top) {
         levels_.push_back({top, ::open(top.c_str(), O_DIRECTORY | O_CLOEXEC)});
         while (path_.size() < size) {
             const size_t left = size - path_.size() - 1;
-            // Not so that one character is left, which is no name.
+            // One character must not be left: it would be the slash, without a name.
             enter(std::string(left > 201 ? 200 : left, 'd'));
         }
     }
@@ -1517,7 +1520,7 @@ class deep_directory {
     std::vector<level> levels_;
 };
 
-TEST_F(UeventParse, APathIsWalkedUpTo4095CharactersAndALongerOneIsLeftAlone) {
+TEST_F(UeventParse, APathOf4095CharactersIsWalkedAndALongerOneSkipped) {
     bus.add_root_hub();
     const deep_directory deep(bus.place("usb1"), 3900);
     const std::string fits(194, 'f');
@@ -1555,12 +1558,12 @@ TEST_F(V4l2, ANodeThatCapturesIsValid) {
 }
 
 // quirk 120
-TEST_F(V4l2, TheNodeIsOpenedForReadingAndWritingWithoutWaitingAndWithoutCloseOnExec) {
+TEST_F(V4l2, TheNodeIsOpenedNonBlockingAndWithoutCloseOnExec) {
     check(true);
     EXPECT_THAT(kernel.open_flags("/dev/video0"), ElementsAre(O_RDWR | O_NONBLOCK));
 }
 
-TEST_F(V4l2, TheFirstCaptureFormatIsAskedFor) {
+TEST_F(V4l2, TheFirstCaptureFormatIsRequested) {
     check(true);
     v4l2_fmtdesc expected = {};
     expected.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -1568,14 +1571,14 @@ TEST_F(V4l2, TheFirstCaptureFormatIsAskedFor) {
 }
 
 // quirk 120
-TEST_F(V4l2, ANodeThatDoesNotCaptureGivesTheStatusOfMinusOneOnPurpose) {
+TEST_F(V4l2, ANodeThatCannotCaptureHasTheStatusOfMinusOne) {
     EXPECT_EQ(check(false), errno_status(-1));
     EXPECT_NE(errno_status(-1), 0U);
     EXPECT_NE(errno_status(-1), errno_status(EINVAL));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(V4l2, WhereMinusOneMapsToZeroANodeThatDoesNotCaptureIsValid) {
+TEST_F(V4l2, ANodeThatCannotCaptureIsValidIfMinusOneMapsToZero) {
     kernel.map_errno(-1, 0);
     EXPECT_EQ(check(false), 0U);
 }
@@ -1586,7 +1589,7 @@ TEST_F(V4l2, ANodeThatCannotBeOpenedIsADeviceError) {
     EXPECT_EQ(check(true), NORV_STATUS_DEVICE_ERROR);
 }
 
-TEST_F(V4l2, ANodeWithTheDescriptor0IsAskedAndClosed) {
+TEST_F(V4l2, ANodeWithDescriptor0IsCheckedAndClosed) {
     const no_standard_input guard;
     EXPECT_EQ(check(true), 0U);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -1628,7 +1631,7 @@ TEST(UeventParseSweep, NothingLeaksAndOnlyWhatOpenNeedsIsReported) {
         if (struck.how == fault::kind::short_count) {
             return NORV_STATUS_OK;
         }
-        // In turn: context, socket, its option, bind, buffer, list, mutex. Everything later is passed over.
+        // In order: context, socket, its option, bind, buffer, list, mutex. Later failures are ignored.
         switch (struck.number) {
             case 1:
             case 5:

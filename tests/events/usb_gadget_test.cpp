@@ -80,7 +80,7 @@ TEST_F(UsbGadget, ANameWithDotsLeadsToAnotherFile) {
     norv_usb_gadget_close(descriptor);
 }
 
-// quirk 94
+// quirk 6
 TEST_F(UsbGadget, ALongNameTruncatesThePath) {
     EXPECT_EQ(norv_usb_gadget_open(std::string(300, 'n').c_str(), &descriptor), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").at(0).path, "/sys/class/udc/" + std::string(240, 'n'));

@@ -1,6 +1,6 @@
-// USB devices that are plugged in and out while the parser runs on a real kernel: keyboards, a mouse behind a
-// hub and a sound device at a port of the emulated machine, a camera at a port that the kernel simulates; and
-// a display that changes.
+// USB devices that are plugged in and out while the parser runs on a real kernel: keyboards, a mouse on a hub
+// and a sound device at ports of the emulated machine, a camera at a port that the kernel simulates; and a
+// display that changes.
 #include "norv_uevent_parse.h"
 
 #include <fcntl.h>
@@ -53,10 +53,10 @@ using testing::UnorderedElementsAreArray;
 constexpr uint32_t usb = NORV_UEVENT_FILTER_USB;
 constexpr uint32_t buffer_size = 8192;
 
-// The nodes of the machine's port: its host controller's first bus is the one of the slower devices.
+// The devices at the machine's ports: the first bus of its host controller is that of the slower devices.
 constexpr const char* machine_bus = "/usb1/";
 
-// The raw messages, beside the parser: what it is told, and whether it has all of it.
+// The raw messages, received beside the parser: what it has to apply, and whether it has everything.
 class eavesdropper {
   public:
     using texts = std::map<std::string, std::string>;
@@ -77,7 +77,7 @@ class eavesdropper {
     static void keep(const uint8_t* message, int64_t length, void* user) {
         texts found;
         const char* text = reinterpret_cast<const char*>(message);
-        // A udev daemon repeats each message of the kernel to all that listen. The parser ignores those.
+        // A udev daemon repeats each message of the kernel to all groups. The parser ignores its messages.
         if (strcmp(text, "libudev") == 0) {
             return;
         }
@@ -100,7 +100,7 @@ bool can_capture(const std::string& devnode) {
 
 class UeventParseOnBoard : public testing::Test {
   protected:
-    // Follows the messages until the device at a path below the host controller has its driver, or is gone.
+    // Polls until the devices at these paths below the host controller have their drivers, or are removed.
     void settle(const std::string& action, const std::vector<std::string>& paths) {
         constexpr uint64_t plenty = 60'000;  // ms
         const uint64_t start = norv_time_get_ms();
@@ -159,7 +159,7 @@ class UeventParseOnBoard : public testing::Test {
         return found == message.end() ? "" : found->second;
     }
 
-    // Something else may follow within the blink of an eye.
+    // More messages may follow shortly.
     bool is_coming() const {
         pollfd readable = {ear.descriptor(), POLLIN, 0};
         return poll(&readable, 1, 200) == 1;
@@ -184,7 +184,7 @@ class UeventParseOnBoard : public testing::Test {
     }
 };
 
-// What a node's numbers are, according to the file system.
+// A node's numbers, from the file system.
 std::pair<uint32_t, uint32_t> numbers_of(const char* devnode) {
     struct stat found = {};
     EXPECT_EQ(stat(devnode, &found), 0) << devnode;
@@ -202,8 +202,8 @@ std::vector<std::string> plugged_devices() {
     return found;
 }
 
-// Shows a model one "uevent" file, as the parser would take it.
-void take_uevent_file(const fs::path& file, uevent_parse_model& model) {
+// Adds what one "uevent" file describes to a model, as the parser would.
+void add_uevent_file(const fs::path& file, uevent_parse_model& model) {
     std::ifstream lines(file);
     std::map<std::string, std::string> found;
     for (std::string line; std::getline(lines, line);) {
@@ -219,7 +219,7 @@ void take_uevent_file(const fs::path& file, uevent_parse_model& model) {
     }
 }
 
-// Shows a model what is plugged in. The iterators list as readdir does.
+// Adds what is plugged in to a model. The iterators keep the order of readdir(3).
 void walk_root_hubs(uevent_parse_model& model) {
     for (const auto& entry : fs::directory_iterator("/sys/bus/usb/devices")) {
         if (!entry.path().filename().string().starts_with("usb")) {
@@ -227,7 +227,7 @@ void walk_root_hubs(uevent_parse_model& model) {
         }
         for (const auto& file : fs::recursive_directory_iterator(fs::canonical(entry.path()))) {
             if (file.path().filename() == "uevent") {
-                take_uevent_file(file.path(), model);
+                add_uevent_file(file.path(), model);
             }
         }
     }
@@ -246,7 +246,7 @@ std::string camera_port() {
     return "no port";
 }
 
-// Makes the kernel announce a device once more.
+// Makes the kernel send another message about a device.
 void announce(const std::string& action, const std::string& devpath) {
     auto length = static_cast<uint32_t>(action.size());
     ASSERT_EQ(norv_write_device(const_cast<char*>(action.data()), &length, "%s/uevent", devpath.c_str()), 0U);
@@ -296,7 +296,7 @@ TEST_F(UeventParseOnBoard, OpeningFindsNodesByTheRulesInTheOrderOfTheDirectories
     plug_out("keyboard", "1-1");
 }
 
-TEST_F(UeventParseOnBoard, OpeningTakesTheNodeOfASerialAdapterToo) {
+TEST_F(UeventParseOnBoard, OpeningAddsTheNodeOfASerialAdapterToo) {
     ASSERT_EQ(parser.open(0, buffer_size), 0U);
     plug.add_idle_line("line");
     plug_in("usb-serial", "adapter", "1", "1-1", R"(,"chardev":"line","always-plugged":true)");
@@ -311,9 +311,9 @@ TEST_F(UeventParseOnBoard, OpeningTakesTheNodeOfASerialAdapterToo) {
     plug_out("adapter", "1-1");
 }
 
-TEST_F(UeventParseOnBoard, AnAddThatWasAskedForListsADeviceTwice) {
+TEST_F(UeventParseOnBoard, ARequestedAddListsADeviceTwice) {
     const std::string hub = fs::canonical("/sys/bus/usb/devices/usb1").string();
-    // Opening leaves out what is a node of the device tree.
+    // Opening does not list what the device tree describes.
     const bool is_found = attribute(hub + "/uevent").find("OF_NAME") == std::string::npos;
     ASSERT_EQ(parser.open(usb, buffer_size), 0U);
     announce("add", hub);
@@ -326,7 +326,7 @@ TEST_F(UeventParseOnBoard, AnAddThatWasAskedForListsADeviceTwice) {
     EXPECT_EQ(std::count(none.begin(), none.end(), hub), 0);
 }
 
-TEST_F(UeventParseOnBoard, AKeyboardComesWithItsInputAndGoes) {
+TEST_F(UeventParseOnBoard, AKeyboardIsAddedWithItsInputAndRemoved) {
     open_without_hubs();
     plug_in("usb-kbd", "keyboard", "1", "1-1");
     const norv_uevent_device_t* keyboard = device("/usb1/1-1");
@@ -346,7 +346,7 @@ TEST_F(UeventParseOnBoard, AKeyboardComesWithItsInputAndGoes) {
     EXPECT_EQ(numbers_of(input.devnode), std::make_pair(input.major, input.minor));
     plug_out("keyboard", "1-1");
     EXPECT_THAT(parser.syspaths(), IsEmpty());
-    EXPECT_THAT(parser.told().back(), AllOf(StartsWith("1 "), EndsWith("/usb1/1-1")));
+    EXPECT_THAT(parser.reported().back(), AllOf(StartsWith("1 "), EndsWith("/usb1/1-1")));
 }
 
 TEST_F(UeventParseOnBoard, ASoundDeviceKeepsTheFirstOfItsNodes) {
@@ -361,7 +361,7 @@ TEST_F(UeventParseOnBoard, ASoundDeviceKeepsTheFirstOfItsNodes) {
     EXPECT_THAT(parser.syspaths(), IsEmpty());
 }
 
-TEST_F(UeventParseOnBoard, UnpluggingADeviceBehindAHubRemovesTheHubAsWell) {
+TEST_F(UeventParseOnBoard, UnpluggingADeviceOnAHubRemovesTheHubToo) {
     open_without_hubs();
     plug_in("usb-hub", "hub", "3", "1-3");
     plug_in("usb-kbd", "keyboard", "1", "1-1");
@@ -398,7 +398,7 @@ TEST_F(UeventParseOnBoard, ACameraKeepsItsCaptureNodeAndNotItsMetadataNode) {
     }
     settle("remove", {port});
     EXPECT_THAT(parser.syspaths(), IsEmpty());
-    EXPECT_EQ(parser.told(), model.told);
+    EXPECT_EQ(parser.reported(), model.reported);
 }
 
 TEST_F(UeventParseOnBoard, TheEventLoopServesTheParser) {
@@ -432,7 +432,7 @@ int rounds_of_four() {
     return std::getenv("NORV_LONG_SOAK") != nullptr ? 50 : 3;
 }
 
-TEST_F(UeventParseOnBoard, OfManyRealPlugsAndUnplugsEachChangesTheListAsTheRulesSay) {
+TEST_F(UeventParseOnBoard, ManyRealPlugsAndUnplugsChangeTheListByTheRules) {
     const int rounds = rounds_of_four();
     const std::vector<std::string> drivers = {"usb-kbd", "usb-mouse", "usb-tablet", "usb-kbd"};
     open_without_hubs();
@@ -452,20 +452,20 @@ TEST_F(UeventParseOnBoard, OfManyRealPlugsAndUnplugsEachChangesTheListAsTheRules
         settle("remove", paths);
         ASSERT_EQ(parser.describe(), model.describe()) << "round " << round;
         ASSERT_THAT(parser.devices(), IsEmpty());
-        ASSERT_EQ(parser.told(), model.told) << "round " << round;
+        ASSERT_EQ(parser.reported(), model.reported) << "round " << round;
     }
 }
 
 // ---- a slow reader
 
-TEST_F(UeventParseOnBoard, AStormThatOverrunsASlowReaderNeitherWedgesNorSpoilsTheList) {
+TEST_F(UeventParseOnBoard, AStormThatOverrunsTheSocketDoesNotCorruptTheList) {
     const std::string hub = "/sys/bus/usb/devices/usb1";
     constexpr uint32_t storm = 10'000;
     open_without_hubs();
     for (uint32_t number = 0; number < storm; ++number) {
         announce("add", hub);
     }
-    // The first poll ends at the overrun; what was lost is not known.
+    // The first poll ends at the overrun; how many messages were lost is not known.
     EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
     EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
     const uint32_t arrived = parser.list()->count;
@@ -482,10 +482,10 @@ TEST_F(UeventParseOnBoard, AStormThatOverrunsASlowReaderNeitherWedgesNorSpoilsTh
 
 // ---- displays
 
-TEST_F(UeventParseOnBoard, AConnectorThatChangedIsTold) {
+TEST_F(UeventParseOnBoard, AChangedConnectorIsReported) {
     ASSERT_EQ(parser.open(NORV_UEVENT_FILTER_DISPLAY, buffer_size), 0U);
     norv_uevent_device_t seen = {};
-    parser.on_change = [&](const norv_uevent_device_t* told) { seen = *told; };
+    parser.on_change = [&](const norv_uevent_device_t* reported) { seen = *reported; };
     std::ofstream("/sys/class/norv_board_display/card9/connector") << 94 << std::flush;
     EXPECT_EQ(norv_uevent_parse_poll(&parser.context), 0U);
     ASSERT_THAT(parser.calls, SizeIs(1));
