@@ -1,4 +1,4 @@
-// Plugs USB devices in and out of the machine's ports, by asking the emulator through its control port.
+// Plugs USB devices into the machine's ports and out of them, with commands to the emulator's control port.
 #pragma once
 
 #include <fcntl.h>
@@ -14,38 +14,40 @@ class usb_plug {
   public:
     usb_plug() {
         EXPECT_GT(port_, 0) << "/dev/vport0p4";
-        tell(R"({"execute":"qmp_capabilities"})");  // refused, and not needed, if somebody did it before
-        if (tell(R"({"execute":"qom-list","arguments":{"path":"usb.0"}})").find("\"return\":") ==
+        execute(R"({"execute":"qmp_capabilities"})");  // refused, and not needed, if it was done before
+        if (execute(R"({"execute":"qom-list","arguments":{"path":"usb.0"}})").find("\"return\":") ==
             std::string::npos) {
-            bus_ = "usb-bus.0";  // as the emulator calls the bus of a controller that has no name
+            bus_ = "usb-bus.0";  // the emulator's name for the bus of an unnamed controller
         }
     }
     ~usb_plug() { close(port_); }
     usb_plug(const usb_plug&) = delete;
     usb_plug& operator=(const usb_plug&) = delete;
 
-    // Plugs a device, "usb-kbd", into a port, "1" or "2.1" behind a hub. It is known as `id` afterwards.
+    // Plugs a device, for instance "usb-kbd", into a port: "1", or "2.1" on a hub. `id` is its name for out().
     void in(const std::string& driver, const std::string& id, const std::string& port,
             const std::string& more = "") {
-        ask(R"({"execute":"device_add","arguments":{"bus":")" + bus_ + R"(","driver":")" + driver +
-            R"(","id":")" + id + R"(","port":")" + port + "\"" + more + "}}");
+        must_execute(R"({"execute":"device_add","arguments":{"bus":")" + bus_ + R"(","driver":")" + driver +
+                     R"(","id":")" + id + R"(","port":")" + port + "\"" + more + "}}");
     }
-    void out(const std::string& id) { ask(R"({"execute":"device_del","arguments":{"id":")" + id + "\"}}"); }
+    void out(const std::string& id) {
+        must_execute(R"({"execute":"device_del","arguments":{"id":")" + id + "\"}}");
+    }
 
     // A serial line at which nothing happens, for a device that needs one.
     void add_idle_line(const std::string& id) {
-        ask(R"({"execute":"chardev-add","arguments":{"id":")" + id +
-            R"(","backend":{"type":"null","data":{}}}})");
+        must_execute(R"({"execute":"chardev-add","arguments":{"id":")" + id +
+                     R"(","backend":{"type":"null","data":{}}}})");
     }
 
   private:
-    void ask(const std::string& command) {
-        const std::string answer = tell(command);
+    void must_execute(const std::string& command) {
+        const std::string answer = execute(command);
         EXPECT_NE(answer.find("\"return\":"), std::string::npos) << command << " gave " << answer;
     }
 
-    // The emulator's answer, without what it says unasked.
-    std::string tell(const std::string& command) {
+    // Returns the emulator's answer; events and greetings are skipped.
+    std::string execute(const std::string& command) {
         const std::string line = command + "\n";
         EXPECT_EQ(write(port_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
         std::string answer;

@@ -1,5 +1,5 @@
-// A camera at a USB port that the kernel simulates: the gadget side of it, which is a program's job. It
-// answers what the host asks before it accepts the camera; it never sends a picture.
+// A camera at a USB port that the kernel simulates: its gadget side, which a program has to implement. It
+// answers the requests that the host makes before it accepts the camera; it never sends a picture.
 #pragma once
 
 #include <fcntl.h>
@@ -20,8 +20,7 @@
 
 namespace norv::board {
 
-// From its creation to its end the camera is plugged in. Needs usb_f_uvc and
-// norv_board_usb_gadget.
+// The camera is plugged in while the object exists. Needs usb_f_uvc and norv_board_usb_gadget.
 class uvc_camera {
   public:
     uvc_camera() {
@@ -105,7 +104,7 @@ class uvc_camera {
         }
     }
 
-    // The node of the gadget's side, among those of the other side and of other drivers.
+    // The node of the gadget side, among those of the host side and of other drivers.
     static std::string gadget_node() {
         for (const auto& entry : std::filesystem::directory_iterator("/sys/class/video4linux")) {
             if (std::filesystem::canonical(entry.path()).string().find("dummy_udc") != std::string::npos) {
