@@ -1,4 +1,4 @@
-// The sysfs side of a GPIO chip: exporting a line makes its directory, unexporting removes it.
+// The sysfs side of a GPIO chip: exporting a line creates its directory, unexporting removes it.
 #pragma once
 
 #include <cerrno>
@@ -15,7 +15,7 @@ class gpio_value : public device {
   public:
     char level = '0';
     bool edge = false;
-    int interruptions = 0;           // so many polls are interrupted by a signal first
+    int interruptions = 0;           // number of polls that a signal interrupts first
     std::vector<int> poll_timeouts;  // of every poll
     std::vector<short> poll_events;
     std::vector<std::string> written;

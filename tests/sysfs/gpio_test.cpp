@@ -115,7 +115,7 @@ TEST_F(Gpio, ClosingUnexportsTheLineBeforeItClosesTheValueFile) {
 }
 
 // quirk 34
-TEST_F(Gpio, ClosingUnexportsALineThatSomebodyElseExported) {
+TEST_F(Gpio, ClosingUnexportsALineExportedByAnotherProcess) {
     chip.export_line("17");
     norv_linux_gpio_open(17, &line);
     norv_linux_gpio_close(&line);
@@ -155,7 +155,7 @@ TEST_F(Gpio, ClosingARecordOfZerosUnexportsLine0) {
 }
 
 // quirk 37
-TEST_F(Gpio, AClosedHandleWaitsForItsWholeTimeOut) {
+TEST_F(Gpio, AClosedHandleWaitsForTheWholeTimeout) {
     norv_linux_gpio_open(17, &line);
     norv_linux_gpio_close(&line);
     EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 5), NORV_STATUS_TIMEOUT);
@@ -182,7 +182,7 @@ TEST_F(OpenGpio, DirectionIsWrittenAsInOrOut) {
     EXPECT_THAT(kernel.open_flags("/sys/class/gpio/gpio17/direction"), testing::Each(O_WRONLY | O_CLOEXEC));
 }
 
-TEST_F(OpenGpio, EachEdgeHasItsWord) {
+TEST_F(OpenGpio, EachEdgeIsWrittenAsAWord) {
     for (uint32_t edge = 0; edge <= 3; ++edge) {
         EXPECT_EQ(norv_linux_gpio_set_irq(&line, edge), 0U);
     }
@@ -237,13 +237,13 @@ TEST_F(OpenGpio, AnythingButTheCharacterOneReadsAsZero) {
     EXPECT_EQ(value, 0);
 }
 
-TEST_F(OpenGpio, GettingTheValueWithoutAPlaceForItStillReadsTheFile) {
+TEST_F(OpenGpio, GettingTheValueIntoNullStillReadsTheFile) {
     chip.value->edge = true;
     EXPECT_EQ(norv_linux_gpio_get_value(&line, nullptr), 0U);
     EXPECT_FALSE(chip.value->edge);
 }
 
-TEST_F(OpenGpio, AFailedSeekOrReadLeavesTheValueUntouched) {
+TEST_F(OpenGpio, AFailedSeekOrReadLeavesTheValueUnchanged) {
     for (const char* call : {"lseek", "read"}) {
         kernel.fail(call, EIO);
         uint8_t value = 9;
@@ -276,7 +276,7 @@ TEST_F(OpenGpio, TheValueIsReadWithItsNewline) {
     EXPECT_EQ(kernel.calls("read").at(0).bytes, "0\n");
 }
 
-TEST_F(Gpio, NoMoreThanTwoBytesOfTheValueAreRead) {
+TEST_F(Gpio, AtMostTwoBytesOfTheValueAreRead) {
     kernel.add_file("/sys/class/gpio/gpio40/value", "1234");
     EXPECT_EQ(norv_linux_gpio_open(40, &line), 0U);
     uint8_t value = 9;
@@ -319,14 +319,14 @@ TEST_F(OpenGpio, AStaleErrnoDoesNotRestartAWaitThatTimedOut) {
     EXPECT_THAT(chip.value->poll_timeouts, ElementsAre(5));
 }
 
-TEST_F(OpenGpio, ATimeOutHas32Bits) {
+TEST_F(OpenGpio, ATimeoutHas32Bits) {
     chip.value->edge = true;
     EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 65537), 0U);
     EXPECT_THAT(chip.value->poll_timeouts, ElementsAre(65537));
 }
 
 // quirk 4
-TEST_F(OpenGpio, AnInterruptedWaitRestartsWithTheWholeTimeOut) {
+TEST_F(OpenGpio, AnInterruptedWaitRestartsWithTheWholeTimeout) {
     chip.value->edge = true;
     chip.value->interruptions = 2;
     EXPECT_EQ(norv_linux_gpio_wait_irq(&line, 700), 0U);
@@ -340,7 +340,7 @@ TEST_F(OpenGpio, AFailedWaitGivesTheErrnoStatus) {
 
 // ---- failure sweep
 
-// Everything that a line can do, up to the first failure.
+// Makes every call on a line, up to the first failure.
 uint32_t use_line() {
     norv_linux_gpio_t line;
     uint32_t status = norv_linux_gpio_open(17, &line);
@@ -372,8 +372,8 @@ TEST(GpioSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     std::unique_ptr<gpio_chip> chip;
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
-        // A failed look at the line's directory means "not exported", an interrupted wait goes on, and what
-        // fails while closing is ignored.
+        // A failed stat(2) of the line's directory means "not exported", an interrupted wait restarts, and
+        // failures while closing are ignored.
         const bool ignored = struck.name == "stat" || struck.path == "/sys/class/gpio/unexport" ||
                              (struck.name == "poll" && struck.error == EINTR);
         return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);

@@ -23,13 +23,13 @@ bool is_exported(int line) {
     return stat(("/sys/class/gpio/gpio" + std::to_string(line)).c_str(), &found) == 0;
 }
 
-// As another program would.
+// As another process would.
 void write_attribute(const char* path, const char* text) {
     auto length = static_cast<uint32_t>(strlen(text));
     EXPECT_EQ(norv_write_device(text, &length, "%s", path), 0U);
 }
 
-// What an epoll instance says of a descriptor that is waited for like a line.
+// What epoll reports for a descriptor that is registered like that of a line.
 uint32_t reported_by_epoll(int descriptor) {
     const int instance = epoll_create1(EPOLL_CLOEXEC);
     epoll_event event = {};
@@ -59,7 +59,7 @@ class GpioOnBoard : public testing::Test {
         return value;
     }
     void drive(bool value) { EXPECT_EQ(norv_linux_gpio_set_value(&output, value), 0U); }
-    // Forgets what was signalled so far, the report of a value that was never read included.
+    // Clears pending notifications, including that of a value that was never read.
     void arm(uint32_t edge) {
         EXPECT_EQ(norv_linux_gpio_set_irq(&input, edge), 0U);
         level();
@@ -80,7 +80,7 @@ TEST_F(GpioOnBoard, OpeningExportsAndClosingUnexports) {
     EXPECT_TRUE(is_exported(17));
 }
 
-TEST_F(GpioOnBoard, ALineThatIsExportedAlreadyCanBeOpenedAgain) {
+TEST_F(GpioOnBoard, ALineThatIsAlreadyExportedCanBeOpened) {
     norv_linux_gpio_t second;
     EXPECT_EQ(norv_linux_gpio_open(17, &second), 0U);
     norv_linux_gpio_close(&second);
@@ -187,8 +187,8 @@ TEST_F(GpioOnBoard, OnlyReadingTheValueEndsTheReportOfAnEdge) {
     EXPECT_EQ(norv_linux_gpio_wait_irq(&input, 0), NORV_STATUS_TIMEOUT);
 }
 
-// The unexport does not wake the wait; its time-out does, or a signal.
-TEST_F(GpioOnBoard, AWaitDuringWhichTheLineIsUnexportedReturns0WithoutAnEdge) {
+// The unexport does not wake the wait; its timeout or a signal does.
+TEST_F(GpioOnBoard, UnexportingTheLineDuringAWaitReturns0WithoutAnEdge) {
     drive(false);
     arm(NORV_LINUX_GPIO_EDGE_RISING);
     std::thread other([] {
@@ -216,14 +216,14 @@ TEST_F(GpioOnBoard, AHandleWhoseLineWasUnexportedHasToBeOpenedAgain) {
 }
 
 // quirk 36
-TEST_F(GpioOnBoard, ASecondCloseUnexportsALineThatWasExportedMeanwhile) {
+TEST_F(GpioOnBoard, ASecondCloseUnexportsALineThatWasExportedAgain) {
     norv_linux_gpio_close(&input);
     write_attribute("/sys/class/gpio/export", "17");
     norv_linux_gpio_close(&input);
     EXPECT_FALSE(is_exported(17));
 }
 
-// Lines 32 and 33, wired to each other, of a port expander that is reached over a bus.
+// Lines 32 and 33, wired to each other, of a port expander on a bus.
 class ExpanderOnBoard : public testing::Test {
   protected:
     ExpanderOnBoard() {
@@ -280,11 +280,11 @@ TEST_F(ExpanderOnBoard, AWriteThatDoesNotReachTheChipHasTheKernelsAnswer) {
     EXPECT_EQ(level, 1);
 }
 
-TEST_F(ExpanderOnBoard, ALineThatDoesNotInterruptTakesNoEdge) {
+TEST_F(ExpanderOnBoard, ALineThatCannotInterruptAcceptsNoEdge) {
     EXPECT_EQ(norv_linux_gpio_set_irq(&input, NORV_LINUX_GPIO_EDGE_RISING), NORV_STATUS_NOT_FOUND);
 }
 
-TEST(GpioOnBoardRefusals, ALineThatTheKernelDoesNotHaveCannotBeOpened) {
+TEST(GpioOnBoardRefusals, AMissingLineCannotBeOpened) {
     norv_linux_gpio_t line;
     EXPECT_EQ(norv_linux_gpio_open(100000, &line), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_gpio_get_fd(&line), -1);
