@@ -53,12 +53,12 @@ TEST_F(Led, AnEmptyTriggerIsASingleNul) {
     EXPECT_THAT(kernel.writes(trigger), ElementsAre("\0"s));
 }
 
-TEST_F(Led, ATriggersNameIsNoFormat) {
+TEST_F(Led, ATriggersNameIsNotAFormat) {
     EXPECT_EQ(norv_linux_led_set_trigger("red:alarm", "100%d"), 0U);
     EXPECT_THAT(kernel.writes(trigger), ElementsAre("100%d\0"s));
 }
 
-TEST_F(Led, ATriggerThatTheKernelDoesNotKnowGivesTheErrnoStatus) {
+TEST_F(Led, AnUnknownTriggerGivesTheErrnoStatus) {
     kernel.on_write(trigger, [](std::string_view) { return EINVAL; });
     EXPECT_EQ(norv_linux_led_set_trigger("red:alarm", "disco"), NORV_STATUS_INVALID_ARG);
 }
@@ -97,14 +97,14 @@ TEST_F(Led, TimesAreWrittenSigned) {
     EXPECT_THAT(kernel.writes(delay_off), ElementsAre("-1\0"s));
 }
 
-TEST_F(Led, AFailedTimeOnLeavesTheTimeOffUntouched) {
+TEST_F(Led, AFailedTimeOnLeavesTheTimeOffUnwritten) {
     kernel.on_write(delay_on, [](std::string_view) { return EIO; });
     EXPECT_EQ(norv_linux_led_set_delay("red:alarm", 100, 900), NORV_STATUS_DEVICE_ERROR);
     EXPECT_THAT(kernel.writes(delay_off), IsEmpty());
     EXPECT_THAT(kernel.open_flags(delay_off), IsEmpty());
 }
 
-TEST_F(Led, WithoutTheTimerTriggerThereIsNoDelay) {
+TEST_F(Led, WithoutTheTimerTriggerADelayIsNotFound) {
     kernel.remove(delay_on);
     EXPECT_EQ(norv_linux_led_set_delay("red:alarm", 100, 900), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.writes(delay_off), IsEmpty());
@@ -118,7 +118,7 @@ TEST_F(Led, AFailedTimeOffLeavesTheNewTimeOn) {
 
 // ---- shot
 
-TEST_F(Led, AShotIsAOneWithItsNul) {
+TEST_F(Led, AShotWritesAOneWithItsNul) {
     EXPECT_EQ(norv_linux_led_trigger_shot("red:alarm"), 0U);
     EXPECT_THAT(kernel.writes(shot), ElementsAre("1\0"s));
     EXPECT_THAT(kernel.open_flags(shot), ElementsAre(O_WRONLY | O_CLOEXEC));
@@ -160,7 +160,7 @@ TEST_F(Led, ANullNameOrTriggerIsAnInvalidArgument) {
 
 // ---- failure sweep
 
-// Everything that can be done with an LED, up to the first failure.
+// Makes every call for an LED, up to the first failure.
 uint32_t use_led() {
     uint32_t status = norv_linux_led_set_trigger("red:alarm", "timer");
     if (status == 0) {

@@ -55,12 +55,12 @@ TEST_F(LedOnBoard, OnlyTheLowByteOfABrightnessReachesIt) {
     EXPECT_EQ(attribute_of(dimmed, "brightness"), "0");
 }
 
-TEST_F(LedOnBoard, AnLedThatKnowsOnlyOnAndOffIsLitByAnyBrightness) {
+TEST_F(LedOnBoard, AnLedWithoutLevelsIsLitByAnyBrightness) {
     EXPECT_EQ(norv_linux_led_set_brightness(plain, 255), 0U);
     EXPECT_EQ(attribute_of(plain, "brightness"), "1");
 }
 
-TEST_F(LedOnBoard, TheTimerTriggerBlinksWithTheGivenRhythm) {
+TEST_F(LedOnBoard, TheTimerTriggerBlinksWithTheGivenTimes) {
     EXPECT_EQ(norv_linux_led_set_trigger(plain, "timer"), 0U);
     EXPECT_EQ(norv_linux_led_set_delay(plain, 20, 30), 0U);
     EXPECT_EQ(attribute_of(plain, "delay_on"), "20");
@@ -80,7 +80,7 @@ TEST_F(LedOnBoard, ABlinkingLedStopsWithItsTrigger) {
     EXPECT_EQ(changes(plain), stopped);
 }
 
-TEST_F(LedOnBoard, BrightnessZeroTakesTheLedFromItsTrigger) {
+TEST_F(LedOnBoard, BrightnessZeroRemovesTheTrigger) {
     EXPECT_EQ(norv_linux_led_set_trigger(plain, "timer"), 0U);
     EXPECT_THAT(attribute_of(plain, "trigger"), HasSubstr("[timer]"));
     EXPECT_EQ(norv_linux_led_set_brightness(plain, 0), 0U);
@@ -100,12 +100,12 @@ TEST_F(LedOnBoard, AShotLightsTheLedOnceAndDarkensIt) {
     }
 }
 
-TEST_F(LedOnBoard, WithoutATriggerThereIsNoRhythmAndNoShot) {
+TEST_F(LedOnBoard, WithoutATriggerThereAreNoDelaysAndNoShot) {
     EXPECT_EQ(norv_linux_led_set_delay(plain, 20, 20), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(norv_linux_led_trigger_shot(plain), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(LedOnBoard, ATriggerThatTheKernelDoesNotKnowIsAnInvalidArgument) {
+TEST_F(LedOnBoard, AnUnknownTriggerIsAnInvalidArgument) {
     EXPECT_EQ(norv_linux_led_set_trigger(plain, "disco"), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(attribute_of(plain, "trigger"), HasSubstr("[none]"));
 }
