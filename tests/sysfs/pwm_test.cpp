@@ -74,7 +74,7 @@ class OpenPwm : public Pwm {
 
 // ---- open and close
 
-TEST_F(Pwm, OpeningExportsTheChannelAndRemembersBothNumbers) {
+TEST_F(Pwm, OpeningExportsTheChannelAndStoresBothNumbers) {
     EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), 0U);
     EXPECT_EQ(pwm.chip, 3U);
     EXPECT_EQ(pwm.channel, 2U);
@@ -95,7 +95,7 @@ TEST_F(Pwm, AFileInPlaceOfTheDirectoryDoesNotCountAsExported) {
     EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), errno_status(EBUSY));
 }
 
-TEST_F(Pwm, AChannelThatTheChipDoesNotHaveGivesTheErrnoStatusAndTheHandleKeepsItsNumbers) {
+TEST_F(Pwm, AFailedOpenGivesTheErrnoStatusAndStoresTheNumbers) {
     EXPECT_EQ(norv_linux_pwm_open(3, 4, &pwm), errno_status(ENODEV));
     EXPECT_EQ(pwm.chip, 3U);
     EXPECT_EQ(pwm.channel, 4U);
@@ -105,7 +105,7 @@ TEST_F(Pwm, AChipThatDoesNotExistIsNotFound) {
     EXPECT_EQ(norv_linux_pwm_open(9, 0, &pwm), NORV_STATUS_NOT_FOUND);
 }
 
-// quirk 44
+// quirk 2
 TEST_F(Pwm, NumbersArePrintedSigned) {
     kernel.add_file("/sys/class/pwm/pwmchip-1/export");
     EXPECT_EQ(norv_linux_pwm_open(0xFFFFFFFF, 0x80000000, &pwm), 0U);
@@ -124,7 +124,7 @@ TEST_F(Pwm, TheNumbersInAChannelsPathsAreSigned) {
 }
 
 // quirk 45
-TEST_F(Pwm, TheDirectorysPathIsCutAfter45CharactersOnPurpose) {
+TEST_F(Pwm, TheDirectorysPathIsTruncatedAfter45Characters) {
     kernel.add_directory("/sys/class/pwm/pwmchip1234567890/pwm123456789");
     EXPECT_EQ(norv_linux_pwm_open(1234567890, 1234567891, &pwm), 0U);
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
@@ -138,7 +138,7 @@ TEST_F(OpenPwm, ClosingUnexportsTheChannel) {
 }
 
 // quirk 41
-TEST_F(Pwm, ClosingUnexportsAChannelThatSomebodyElseExported) {
+TEST_F(Pwm, ClosingUnexportsAChannelExportedByAnotherProcess) {
     export_channel(kernel);
     norv_linux_pwm_open(3, 2, &pwm);
     norv_linux_pwm_close(&pwm);
@@ -150,6 +150,23 @@ TEST_F(OpenPwm, ClosingAChannelThatIsNoLongerExportedWritesNothing) {
     kernel.forget_calls();
     norv_linux_pwm_close(&pwm);
     EXPECT_THAT(kernel.calls("write"), IsEmpty());
+}
+
+// quirk 43
+TEST_F(OpenPwm, ASecondCloseUnexportsAChannelThatWasExportedAgain) {
+    norv_linux_pwm_close(&pwm);
+    export_channel(kernel);
+    norv_linux_pwm_close(&pwm);
+    EXPECT_FALSE(kernel.exists(channel_directory));
+}
+
+// quirk 43
+TEST_F(Pwm, ClosingAfterAFailedOpenUnexportsAChannelThatWasExportedSince) {
+    kernel.on_write(chip_export, [](std::string_view) { return EBUSY; });
+    EXPECT_EQ(norv_linux_pwm_open(3, 2, &pwm), errno_status(EBUSY));
+    export_channel(kernel);
+    norv_linux_pwm_close(&pwm);
+    EXPECT_FALSE(kernel.exists(channel_directory));
 }
 
 // quirk 43
@@ -177,42 +194,42 @@ TEST_F(Pwm, TheNumberOfChannelsIsReadFromTheChip) {
 }
 
 // quirk 46
-TEST_F(Pwm, AChipWith100ChannelsOrMoreIsReportedByItsFirstTwoDigits) {
+TEST_F(Pwm, OnlyTheFirstTwoDigitsOfTheCountAreRead) {
     kernel.add_file(npwm, "128\n");
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
     EXPECT_EQ(count, 12U);
 }
 
-TEST_F(Pwm, ACountIsDecimalWhateverItBeginsWith) {
+TEST_F(Pwm, ACountWithALeadingZeroIsDecimal) {
     kernel.add_file(npwm, "08");
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
     EXPECT_EQ(count, 8U);
 }
 
-TEST_F(Pwm, TheNumberOfAChipWhoseChannelsAreCountedIsSigned) {
+TEST_F(Pwm, ReadingTheCountPrintsTheChipsNumberSigned) {
     kernel.add_file("/sys/class/pwm/pwmchip-1/npwm", "6\n");
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(0xFFFFFFFF, &count), 0U);
     EXPECT_EQ(count, 6U);
 }
 
-TEST_F(Pwm, ACountThatIsNoNumberIsZero) {
+TEST_F(Pwm, ACountThatIsNotANumberIsZero) {
     kernel.add_file(npwm, "x\n");
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), 0U);
     EXPECT_EQ(count, 0U);
 }
 
-TEST_F(Pwm, TheCountOfAChipThatDoesNotExistIsNotFoundAndUntouched) {
+TEST_F(Pwm, AMissingChipIsNotFoundAndLeavesTheCountUnchanged) {
     uint32_t count = 99;
     EXPECT_EQ(norv_linux_pwm_get_nchannel(9, &count), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(count, 99U);
 }
 
 // quirk 47
-TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
+TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpen) {
     uint32_t count = 99;
     kernel.fail("lseek", EIO);
     EXPECT_EQ(norv_linux_pwm_get_nchannel(3, &count), NORV_STATUS_DEVICE_ERROR);
@@ -224,7 +241,7 @@ TEST_F(Pwm, AFailedSeekOrReadOfTheCountLeavesTheDescriptorOpenOnPurpose) {
 }
 
 // quirk 1
-TEST_F(Pwm, AFailedSeekOfTheCountWhoseErrnoMapsToZeroIsFollowedByTheRead) {
+TEST_F(Pwm, ASeekFailureWhoseErrnoMapsToZeroIsFollowedByTheRead) {
     kernel.map_errno(EIO, 0);
     kernel.fail("lseek", EIO);
     uint32_t count = 99;
@@ -232,7 +249,7 @@ TEST_F(Pwm, AFailedSeekOfTheCountWhoseErrnoMapsToZeroIsFollowedByTheRead) {
     EXPECT_EQ(count, 4U);
 }
 
-TEST_F(Pwm, AFailedReadOfTheCountWhoseErrnoMapsToZeroCountsAsZeroChannels) {
+TEST_F(Pwm, AReadFailureWhoseErrnoMapsToZeroCountsAsZeroChannels) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
     uint32_t count = 99;
@@ -258,7 +275,7 @@ TEST_F(OpenPwm, PeriodAndDutyAreWrittenInDecimal) {
 }
 
 // quirk 44
-TEST_F(OpenPwm, APeriodOrDutyOf2To31NanosecondsOrMoreIsWrittenAsANegativeNumber) {
+TEST_F(OpenPwm, APeriodOrDutyOf2To31OrMoreIsWrittenAsANegativeNumber) {
     EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 0x80000000), 0U);
     EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 0xFFFFFFFF), 0U);
     EXPECT_THAT(kernel.writes(period), ElementsAre("-2147483648\0"s));
@@ -314,7 +331,7 @@ TEST_F(PwmCapture, PeriodAndDutyAreParsedFromTheText) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(PwmCapture, EitherPlaceMayBeNull) {
+TEST_F(PwmCapture, EitherPointerMayBeNull) {
     uint32_t value = 0;
     EXPECT_EQ(norv_linux_pwm_get_capture(&pwm, nullptr, &value), 0U);
     EXPECT_EQ(value, 5000U);
@@ -331,7 +348,7 @@ TEST_F(PwmCapture, ATextWithoutNumbersCountsAsSuccessAndGivesZeros) {
     EXPECT_EQ(result.duty, 0U);
 }
 
-TEST_F(PwmCapture, NumbersAreDecimalWhateverTheyBeginWith) {
+TEST_F(PwmCapture, NumbersWithALeadingZeroAreDecimal) {
     const captured result = get("010 -020\n");
     EXPECT_EQ(result.status, 0U);
     EXPECT_EQ(result.period, 10U);
@@ -360,7 +377,7 @@ TEST_F(PwmCapture, AnEmptyTextWithoutAnErrnoCountsAsSuccessAndGivesZeros) {
     EXPECT_EQ(result.duty, 0U);
 }
 
-TEST_F(PwmCapture, AFailedReadGivesItsErrnoStatusAndLeavesTheValuesUntouched) {
+TEST_F(PwmCapture, AFailedReadGivesTheErrnoStatusAndLeavesTheValuesUnchanged) {
     kernel.fail("read", ETIMEDOUT);
     const captured result = get();
     EXPECT_EQ(result.status, NORV_STATUS_TIMEOUT);
@@ -369,7 +386,7 @@ TEST_F(PwmCapture, AFailedReadGivesItsErrnoStatusAndLeavesTheValuesUntouched) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(PwmCapture, ADriverThatCannotCaptureGivesTheStatusOfTheOpenAndLeavesTheValuesUntouched) {
+TEST_F(PwmCapture, ADriverThatCannotCaptureGivesTheStatusOfTheOpen) {
     kernel.remove(capture);
     const captured result = get();
     EXPECT_EQ(result.status, NORV_STATUS_NOT_FOUND);
@@ -393,7 +410,7 @@ TEST_F(Pwm, ANullHandleOrCountIsAnInvalidArgument) {
 
 // ---- failure sweep
 
-// Everything that a channel can do, up to the first failure.
+// Makes every call on a channel, up to the first failure.
 uint32_t use_channel() {
     norv_linux_pwm_t pwm;
     uint32_t period_value = 0;
@@ -420,7 +437,7 @@ uint32_t use_channel() {
 TEST(PwmSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
-        // A failed look at the channel's directory means "not exported", and what fails while closing is
+        // A failed stat(2) of the channel's directory means "not exported", and failures while closing are
         // ignored.
         const bool ignored = struck.name == "stat" || struck.path == chip_unexport;
         return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);

@@ -1,5 +1,5 @@
-// PWM channels of a real kernel. Of chip 0 the channels 0 and 1, and 2 and 3, are wired to each other: a
-// capture at one measures the signal of the other.
+// PWM channels of a real kernel. On chip 0, channels 0 and 1 are wired to each other, and so are 2 and 3: a
+// capture on one measures the signal of the other.
 #include "norv_linux_pwm.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ class PwmOnBoard : public testing::Test {
     }
 
     void generate(uint32_t period, uint32_t duty) {
-        norv_linux_pwm_set_duty(&output, 0);  // refused as long as there is no period
+        norv_linux_pwm_set_duty(&output, 0);  // refused while there is no period
         EXPECT_EQ(norv_linux_pwm_set_period(&output, period), 0U);
         EXPECT_EQ(norv_linux_pwm_set_duty(&output, duty), 0U);
         EXPECT_EQ(norv_linux_pwm_enable(&output, true), 0U);
@@ -67,7 +67,7 @@ TEST_F(PwmOnBoard, OpeningExportsAndClosingUnexports) {
     EXPECT_TRUE(is_exported(output));
 }
 
-TEST_F(PwmOnBoard, AChannelThatIsExportedAlreadyCanBeOpenedAgain) {
+TEST_F(PwmOnBoard, AChannelThatIsAlreadyExportedCanBeOpened) {
     norv_linux_pwm_t second;
     EXPECT_EQ(norv_linux_pwm_open(0, 2, &second), 0U);
     norv_linux_pwm_close(&second);
@@ -87,7 +87,7 @@ TEST_F(PwmOnBoard, TheOtherEndMeasuresTheSignal) {
     EXPECT_EQ(second.duty, 999999990U);
 }
 
-TEST_F(PwmOnBoard, TheSignalHasWholeTicksOf10NanosecondsAndTheAttributesDoNotShowThat) {
+TEST_F(PwmOnBoard, TheSignalIsRoundedTo10NsAndTheAttributesAreNot) {
     generate(20009, 5004);
     const measured signal = measure();
     EXPECT_EQ(signal.period, 20000U);
@@ -121,7 +121,7 @@ TEST_F(PwmOnBoard, WithoutASignalACaptureTimesOut) {
 }
 
 // quirk 42
-TEST_F(PwmOnBoard, ASignalGoesOnAfterItsChannelWasClosed) {
+TEST_F(PwmOnBoard, ASignalContinuesAfterItsChannelWasClosed) {
     generate(20000, 5000);
     norv_linux_pwm_close(&output);
     const measured afterwards = measure();
@@ -151,7 +151,7 @@ TEST_F(PwmOnBoard, APeriodOf2To31NanosecondsIsRefusedByTheKernel) {
     EXPECT_EQ(attribute(channel_path(output, "period")), "20000");
 }
 
-TEST_F(PwmOnBoard, APeriodThatTheDriverCannotMakeIsRefused) {
+TEST_F(PwmOnBoard, APeriodThatTheDriverCannotGenerateIsRefused) {
     generate(20000, 0);
     EXPECT_EQ(norv_linux_pwm_set_period(&output, 19), NORV_STATUS_RANGE);
 }
@@ -162,12 +162,12 @@ TEST(PwmChipsOnBoard, TheNumberOfChannelsIsTheChips) {
     EXPECT_EQ(count, 4U);
 }
 
-// On Linux 6.1 a chip has the number of its first channel, on 6.12 the next that is free.
+// On Linux 6.1, a chip has the number of its first channel; on 6.12, the next free number.
 uint32_t chip_with_128_channels() {
     return attribute("/sys/class/pwm/pwmchip4/npwm") == "128" ? 4 : 1;
 }
 
-TEST(PwmChipsOnBoard, OfTheChipWith128ChannelsTwoDigitsAreReported) {
+TEST(PwmChipsOnBoard, AChipWith128ChannelsReportsTwoDigits) {
     const uint32_t chip = chip_with_128_channels();
     ASSERT_EQ(attribute("/sys/class/pwm/pwmchip" + std::to_string(chip) + "/npwm"), "128");
     uint32_t count = 0;
@@ -175,13 +175,13 @@ TEST(PwmChipsOnBoard, OfTheChipWith128ChannelsTwoDigitsAreReported) {
     EXPECT_EQ(count, 12U);
 }
 
-TEST(PwmChipsOnBoard, AChannelOrChipThatTheKernelDoesNotHaveCannotBeOpened) {
+TEST(PwmChipsOnBoard, AMissingChannelOrChipCannotBeOpened) {
     norv_linux_pwm_t pwm;
     EXPECT_EQ(norv_linux_pwm_open(0, 4, &pwm), NORV_STATUS_ERRNO_BASE + ENODEV);
     EXPECT_EQ(norv_linux_pwm_open(77, 0, &pwm), NORV_STATUS_NOT_FOUND);
 }
 
-TEST(PwmChipsOnBoard, APolarityThatTheDriverCannotMakeIsRefused) {
+TEST(PwmChipsOnBoard, APolarityThatTheDriverCannotSetIsRefused) {
     norv_linux_pwm_t pwm;
     ASSERT_EQ(norv_linux_pwm_open(chip_with_128_channels(), 5, &pwm), 0U);
     EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 20000), 0U);
