@@ -17,7 +17,7 @@
 
 enum { CONTROL = 0x10, LIMITS = 0x11, MASK = 0x13 };
 
-/* The driver. It knows the bus as a record of operations, and not what lies behind it. */
+/* The driver. It uses the record of operations only, and does not depend on the kind of bus. */
 static uint32_t set_up_device(norv_i2c_bus_t* bus, uint8_t address) {
     static const norv_i2c_reg_value_t settings[] = {{MASK, 0xF0}, {CONTROL, 0x01}};
     static const uint8_t limits[] = {20, 80};

@@ -32,8 +32,8 @@ static void must(const char* what, uint32_t status) {
 }
 
 /*
- * While an EEPROM stores a page it does not answer. A write of the address alone stores nothing, and shows
- * when it answers again. An empty write would, too, where the adapter can send one.
+ * While an EEPROM stores a page it does not answer. A write of the address alone stores nothing, and succeeds
+ * when it answers again. So does an empty write, where the adapter can send one.
  */
 static void wait_until_stored(const eeprom_t* eeprom) {
     const uint64_t start = norv_time_get_ms();
@@ -61,7 +61,7 @@ static void write_eeprom(const eeprom_t* eeprom, uint8_t offset, const char* dat
     }
 }
 
-/* The EEPROM counts on by itself. Some adapters read at most 255 bytes at once, more than there are here. */
+/* The EEPROM increments its address. Some adapters read at most 255 bytes at once; there are fewer here. */
 static void read_eeprom(const eeprom_t* eeprom, uint8_t offset, char* data, size_t length) {
     must("read", norv_linux_i2c_read(&eeprom->bus, eeprom->address, offset, data, (uint16_t)length));
 }

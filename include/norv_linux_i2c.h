@@ -1,12 +1,15 @@
 /**
  * @file norv_linux_i2c.h
- * I2C transfers through an adapter's character device, /dev/i2c-N (kernel driver i2c-dev).
+ * I2C transfers through an adapter's character device, /dev/i2c-N (kernel driver i2c-dev). The conventions of
+ * norv_status.h hold.
  *
- * The handle is the adapter's file descriptor, kept by the caller; there is no other state. Every transfer
- * names its 7-bit slave address, and is one `I2C_RDWR` request: its messages go over the bus with a repeated
- * start between them and no stop, so that a register address and the data that belongs to it are never torn
- * apart. Several threads may transfer through one descriptor: the kernel carries out one request at a time.
- * Nothing is ever tried again.
+ * The handle is the adapter's file descriptor, kept by the caller; there is no other state. Several threads
+ * may transfer through one descriptor: the kernel runs one request at a time.
+ *
+ * Each transfer names its 7-bit slave address, not shifted, and is one `I2C_RDWR` request: its messages are
+ * sent with a repeated start between them and no stop, so that no other master comes between a register
+ * address and its data. Nothing is retried, not even an interrupted request (quirk 53), and the number of
+ * messages that the kernel reports as done is not checked (quirk 50).
  *
  *     int32_t bus;
  *     uint8_t temperature[2];
@@ -15,9 +18,9 @@
  *         norv_linux_i2c_close(&bus);
  *     }
  *
- * The kernel's own limit for one message is 8192 bytes (i2c-dev), or less where the adapter's driver says so;
- * it refuses a longer one. It does not check addresses: one above 0x7F goes to the adapter's driver, and most
- * drivers put its low 7 bits on the bus, where another device may answer.
+ * An address above 0x7F is passed on unchanged (quirk 52), and the kernel passes it to the adapter's driver:
+ * most drivers put its low 7 bits on the bus, where another device may answer. The kernel refuses messages of
+ * more than 8192 bytes, and an adapter's driver may refuse shorter ones.
  */
 #ifndef NORV_LINUX_I2C_H
 #define NORV_LINUX_I2C_H
@@ -35,43 +38,38 @@ enum {
 };
 
 /**
- * Opens an adapter, and makes sure that it can do plain I2C transfers (ioctl `I2C_FUNCS`).
+ * Opens an adapter, and checks that it can make plain I2C transfers (ioctl `I2C_FUNCS`).
  *
- * @param bus_number  N of /dev/i2c-N; printed signed, so a number of 2^31 or more finds no device
- * @param descriptor  receives the descriptor; not null; -1 after a failure, so that closing it again closes
- *                    nothing
- * @return 0; NORV_STATUS_INVALID_ARG when `descriptor` is null; the errno status of opening /dev/i2c-N
- *         read-write, for instance NORV_STATUS_NOT_FOUND: no such adapter, or i2c-dev is not loaded;
- *         the errno status of `I2C_FUNCS`; NORV_STATUS_NOT_AVAILABLE when the adapter knows SMBus only
- *
- * Does not block. Any thread.
+ * @param bus_number  N of /dev/i2c-N
+ * @param descriptor  receives the descriptor; -1 after a failure
+ * @retval NORV_STATUS_NOT_FOUND      there is no such adapter, or i2c-dev is not loaded
+ * @retval NORV_STATUS_NOT_AVAILABLE  the adapter supports SMBus only
+ * @retval errno                      of open(2) or `I2C_FUNCS`
  */
 NORV_API uint32_t norv_linux_i2c_open(uint32_t bus_number, int32_t* descriptor);
 
 /**
- * Closes the descriptor if it is greater than 0.
+ * Closes the descriptor, and leaves the stored number unchanged (quirk 49): do not use or close it again, as
+ * another file may have that number by then.
  *
- * @param descriptor  may be null; the stored value is left as it is: the number is no longer the caller's,
- *                    and closing or using it again would hit whatever file got the number next
- *
- * Does not block. Never fails.
+ * @param descriptor  may be null
  */
 NORV_API void norv_linux_i2c_close(const int32_t* descriptor);
 
 /**
- * Reads registers: writes the one byte of the register address, and reads, in one transaction.
+ * Reads registers: writes the byte of the register address, then reads, in one transaction.
  *
- * @param descriptor  of an open adapter; not null
- * @param address     slave address, 7 bits, not shifted; passed on as it is
- * @param reg         the register to start at
- * @param data        receives `length` bytes; owned by the caller; null only when `length` is 0; left as it
- *                    was on failure
+ * @param descriptor  an open adapter
+ * @param address     7-bit slave address
+ * @param reg         the first register
+ * @param data        receives `length` bytes; may be null if `length` is 0
  * @param length      bytes
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null, with nothing sent; the errno status of
- *         `I2C_RDWR`, for instance that of ENXIO or EREMOTEIO when nobody answers at the address (which of
- *         them is the choice of the adapter's driver), and NORV_STATUS_TIMEOUT when the bus is stuck
+ * @retval ENXIO                no device answers at the address
+ * @retval EREMOTEIO            the same, from other adapters' drivers
+ * @retval NORV_STATUS_TIMEOUT  the bus is stuck
+ * @retval errno                of `I2C_RDWR`
  *
- * Blocks for the length of the transaction; how long a stuck bus is waited for is the adapter's choice.
+ * Blocks for the transaction; how long it waits for a stuck bus is up to the adapter's driver.
  */
 NORV_API uint32_t norv_linux_i2c_read(const int32_t* descriptor, uint8_t address, uint8_t reg, void* data,
                                       uint16_t length);
@@ -79,15 +77,17 @@ NORV_API uint32_t norv_linux_i2c_read(const int32_t* descriptor, uint8_t address
 /**
  * Writes registers: the byte of the register address and the data, in one message.
  *
- * @param descriptor  of an open adapter; not null
- * @param address     slave address, 7 bits, not shifted; passed on as it is
- * @param reg         the register to start at
- * @param data        the bytes; owned by the caller; null only when `length` is 0
- * @param length      bytes, 0 to 256; 0 sends the register address alone
- * @return 0; NORV_STATUS_INVALID_ARG for any other length and when a pointer is null, with nothing sent; the
- *         errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; the device may then have taken some bytes
+ * After a failure the device may have taken some of the bytes.
  *
- * Blocks for the length of the transaction.
+ * @param descriptor  an open adapter
+ * @param address     7-bit slave address
+ * @param reg         the first register
+ * @param data        the bytes; may be null if `length` is 0
+ * @param length      bytes, 0 to 256; 0 sends the register address alone
+ * @retval NORV_STATUS_INVALID_ARG  any other length; nothing is sent
+ * @retval errno                    as for `norv_linux_i2c_read`
+ *
+ * Blocks for the transaction.
  */
 NORV_API uint32_t norv_linux_i2c_write(const int32_t* descriptor, uint8_t address, uint8_t reg,
                                        const void* data, int32_t length);
@@ -95,16 +95,15 @@ NORV_API uint32_t norv_linux_i2c_write(const int32_t* descriptor, uint8_t addres
 /**
  * Reads without a register address: one read message.
  *
- * @param descriptor  of an open adapter; not null
- * @param address     slave address, 7 bits, not shifted; passed on as it is
- * @param data        receives `length` bytes; owned by the caller; null only when `length` is 0; left as it
- *                    was on failure
- * @param length      bytes, 0 to 65535. A negative length is not refused: its low 16 bits are the length of
- *                    the message, so that -1 reads 65535 bytes and -65534 reads 2
- * @return 0; NORV_STATUS_INVALID_ARG for a length above 65535 and when a pointer is null, with nothing sent;
- *         the errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`
+ * @param descriptor  an open adapter
+ * @param address     7-bit slave address
+ * @param data        receives `length` bytes; may be null if `length` is 0
+ * @param length      bytes, 0 to 65535; a negative length is not refused: its low 16 bits are the length, so
+ *                    that -1 reads 65535 bytes and -65534 reads 2 (quirk 51)
+ * @retval NORV_STATUS_INVALID_ARG  a length above 65535; nothing is sent
+ * @retval errno                    as for `norv_linux_i2c_read`
  *
- * Blocks for the length of the transaction.
+ * Blocks for the transaction.
  */
 NORV_API uint32_t norv_linux_i2c_raw_read(const int32_t* descriptor, uint8_t address, void* data,
                                           int32_t length);
@@ -112,35 +111,35 @@ NORV_API uint32_t norv_linux_i2c_raw_read(const int32_t* descriptor, uint8_t add
 /**
  * Writes without a register address: one write message.
  *
- * @param descriptor  of an open adapter; not null
- * @param address     slave address, 7 bits, not shifted; passed on as it is
- * @param data        the bytes; owned by the caller; null only when `length` is 0
- * @param length      bytes, 0 to 65535. A negative length is not refused: its low 16 bits are the length of
- *                    the message, so that -1 sends 65535 bytes and -65534 sends 2
- * @return 0; NORV_STATUS_INVALID_ARG for a length above 65535 and when a pointer is null, with nothing sent;
- *         the errno status of `I2C_RDWR`, as for `norv_linux_i2c_read`; the device may then have taken some
- *         bytes
+ * After a failure the device may have taken some of the bytes.
  *
- * Blocks for the length of the transaction.
+ * @param descriptor  an open adapter
+ * @param address     7-bit slave address
+ * @param data        the bytes; may be null if `length` is 0
+ * @param length      bytes, 0 to 65535; a negative length is not refused: its low 16 bits are the length, so
+ *                    that -1 sends 65535 bytes and -65534 sends 2 (quirk 51)
+ * @retval NORV_STATUS_INVALID_ARG  a length above 65535; nothing is sent
+ * @retval errno                    as for `norv_linux_i2c_read`
+ *
+ * Blocks for the transaction.
  */
 NORV_API uint32_t norv_linux_i2c_raw_write(const int32_t* descriptor, uint8_t address, const void* data,
                                            int32_t length);
 
 /**
- * Writes, then reads, in one transaction: for devices whose register addresses or commands are longer than a
- * byte.
+ * Writes, then reads, in one transaction: for register addresses and commands of more than one byte.
  *
- * @param descriptor    of an open adapter; not null
- * @param address       slave address, 7 bits, not shifted; passed on as it is
- * @param write_data    the bytes to write; owned by the caller; null only when `write_length` is 0
+ * After a failure the device may have taken some of the written bytes.
+ *
+ * @param descriptor    an open adapter
+ * @param address       7-bit slave address
+ * @param write_data    the bytes to write; may be null if `write_length` is 0
  * @param write_length  bytes
- * @param read_data     receives `read_length` bytes; owned by the caller; null only when `read_length` is 0;
- *                      left as it was on failure
+ * @param read_data     receives `read_length` bytes; may be null if `read_length` is 0
  * @param read_length   bytes
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null, with nothing sent; the errno status of
- *         `I2C_RDWR`, as for `norv_linux_i2c_read`; the bytes to write may then have been taken
+ * @retval errno  as for `norv_linux_i2c_read`
  *
- * Blocks for the length of the transaction.
+ * Blocks for the transaction.
  */
 NORV_API uint32_t norv_linux_i2c_write_then_read(const int32_t* descriptor, uint8_t address,
                                                  const void* write_data, uint16_t write_length,

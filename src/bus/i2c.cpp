@@ -12,6 +12,7 @@
 
 namespace {
 
+// quirk 52: the address is not checked.
 i2c_msg message(uint8_t address, uint16_t flags, const void* data, uint16_t length) {
     return {address, flags, length, static_cast<uint8_t*>(const_cast<void*>(data))};
 }
@@ -28,8 +29,8 @@ bool lacks_data(const void* data, int32_t length) {
     return data == nullptr && length != 0;
 }
 
-// Carries out one transaction. How many messages the kernel says it has done is of no interest: either all
-// of them are, or the request fails.
+// Runs one transaction. quirk 50: the number of messages that the kernel reports as done is not checked, as
+// either all of them are done or the request fails. quirk 53: nothing is retried.
 template <uint32_t count>
 uint32_t transfer(const int32_t* descriptor, i2c_msg (&messages)[count]) {
     if (descriptor == nullptr) {
@@ -46,7 +47,7 @@ uint32_t transfer(const int32_t* descriptor, i2c_msg (&messages)[count]) {
 
 uint32_t raw_transfer(const int32_t* descriptor, uint8_t address, uint16_t flags, const void* data,
                       int32_t length) {
-    // Compared signed, on purpose: a negative length passes, and its low 16 bits are the message's length.
+    // quirk 51: compared as signed numbers, so a negative length passes, and its low 16 bits are sent.
     if (length > NORV_LINUX_I2C_MAX_RAW) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -69,7 +70,7 @@ uint32_t norv_linux_i2c_open(uint32_t bus_number, int32_t* descriptor) {
     if (descriptor == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The number is printed signed: from 2^31 on there is no such file.
+    // The number is printed signed: quirk 2.
     uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC, descriptor, "/dev/i2c-%d", bus_number);
     if (status == NORV_STATUS_OK) {
         status = require_plain_transfers(*descriptor);
@@ -81,7 +82,7 @@ uint32_t norv_linux_i2c_open(uint32_t bus_number, int32_t* descriptor) {
 }
 
 void norv_linux_i2c_close(const int32_t* descriptor) {
-    // The stored number stays, unlike in other families: callers read it after the close.
+    // quirk 49: callers read the stored number after the close.
     int32_t closing = descriptor != nullptr ? *descriptor : -1;
     norv::close_descriptor(closing);
 }

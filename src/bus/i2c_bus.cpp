@@ -1,4 +1,4 @@
-// The I2C bus record: its operations, carried out on a Linux I2C adapter.
+// The I2C bus record, and its operations on a Linux I2C adapter.
 #include "norv_linux_i2c_bus.h"
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 struct norv_i2c_bus_state {
     int32_t descriptor;
     uint32_t bus_number;
-    uint8_t address_mode;  // how far a given address is shifted right
+    uint8_t address_mode;  // number of bits by which a given address is shifted right
 };
 
 namespace {
@@ -30,7 +30,7 @@ static_assert(sizeof(norv_i2c_reg_value_t) == 2 && offsetof(norv_i2c_reg_value_t
 static_assert(sizeof(norv_i2c_bus_state_t) == 12 && offsetof(norv_i2c_bus_state_t, bus_number) == 4 &&
               offsetof(norv_i2c_bus_state_t, address_mode) == 8);
 
-// Where an operation goes. A bus that is not open has no descriptor, which every transfer refuses.
+// The target of an operation. For a bus that is not open the descriptor is null, which each transfer refuses.
 struct slave {
     slave(const norv_i2c_bus_t* bus, uint8_t given_address) {
         if (bus != nullptr && bus->state != nullptr) {
@@ -61,6 +61,7 @@ uint32_t write_reg(norv_i2c_bus_t* bus, uint8_t address, uint8_t reg, uint8_t va
     return write_regs(bus, address, reg, &value, 1);
 }
 
+// quirk 55: after a failure the earlier registers of a list stay read or written.
 uint32_t read_reg_list(norv_i2c_bus_t* bus, uint8_t address, const uint8_t* registers, uint8_t* values,
                        uint16_t count) {
     if (count != 0 && (registers == nullptr || values == nullptr)) {
@@ -143,7 +144,7 @@ void norv_linux_close_i2c_bus(norv_i2c_bus_t* bus) {
     }
     norv_linux_i2c_close(&bus->state->descriptor);
     norv_free(bus->state);
-    // The operations stay: one that is called now finds no state and refuses.
+    // quirk 54: the operations stay. One that is called now finds no state and fails.
     bus->state = nullptr;
 }
 

@@ -14,7 +14,7 @@
 
 namespace norv::test {
 
-// One message that went over the bus; of a read, the bytes are what the device delivered.
+// One message on the bus; for a read, the bytes that the device sent.
 struct i2c_message {
     uint16_t address;
     uint16_t flags;
@@ -32,8 +32,8 @@ inline i2c_message received(uint16_t address, std::string bytes) {
 
 using i2c_transaction = std::vector<i2c_message>;
 
-// The adapter and its register device: the first byte of a write chooses a register, each further byte goes
-// into the next one, a read begins at the chosen one.
+// The adapter and its register device: the first byte of a write selects a register, each further byte is
+// stored in the next one, and a read starts at the selected one.
 class i2c_adapter : public device {
   public:
     unsigned long functions = I2C_FUNC_I2C | I2C_FUNC_SMBUS_BYTE_DATA;

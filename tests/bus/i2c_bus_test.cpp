@@ -31,7 +31,7 @@ bool is_zeroed(const norv_i2c_bus_t& bus) {
     return memcmp(&bus, &zeroed, sizeof bus) == 0;
 }
 
-// A board with one adapter, /dev/i2c-1, and a record that holds rubbish.
+// A board with one adapter, /dev/i2c-1, and a record with arbitrary contents.
 class I2cBus : public testing::Test {
   protected:
     I2cBus() {
@@ -44,7 +44,7 @@ class I2cBus : public testing::Test {
     norv_i2c_bus_t bus;
 };
 
-// The same, opened.
+// The same board with the record opened.
 class OpenI2cBus : public I2cBus {
   protected:
     OpenI2cBus() {
@@ -90,7 +90,7 @@ TEST_F(I2cBus, ABusWithoutADeviceFileCannotBeOpenedAndClosingItDoesNothing) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(I2cBus, AnAdapterThatKnowsSmbusOnlyIsNotAvailableAndIsClosedOnce) {
+TEST_F(I2cBus, AnAdapterWithSmbusOnlyIsNotAvailableAndIsClosedOnce) {
     adapter->functions = I2C_FUNC_SMBUS_EMUL;
     EXPECT_EQ(norv_linux_open_i2c_bus(&bus, 1), NORV_STATUS_NOT_AVAILABLE);
     EXPECT_TRUE(is_zeroed(bus));
@@ -162,7 +162,7 @@ TEST_F(OpenI2cBus, WriteRegsWritesManyBytesInOneTransaction) {
     EXPECT_THAT(adapter->transactions, ElementsAre(i2c_transaction{sent(0x50, "\x20\x01\x02")}));
 }
 
-TEST_F(OpenI2cBus, WriteRegsTakes256BytesAndNoMore) {
+TEST_F(OpenI2cBus, WriteRegsAcceptsAtMost256Bytes) {
     const std::string bytes(257, 'x');
     EXPECT_EQ(bus.write_regs(&bus, 0x50, 0, bytes.data(), 256), 0U);
     EXPECT_EQ(bus.write_regs(&bus, 0x50, 0, bytes.data(), 257), NORV_STATUS_INVALID_ARG);
@@ -179,7 +179,7 @@ TEST_F(OpenI2cBus, RawTransfersHaveNoRegister) {
     EXPECT_THAT(data, ElementsAre(0x77, 9, 9, 9));
 }
 
-TEST_F(OpenI2cBus, RawTransfersTakeTheLongestLengthOf16Bits) {
+TEST_F(OpenI2cBus, RawTransfersAccept65535Bytes) {
     std::string bytes(65535, 'x');
     EXPECT_EQ(bus.raw_write(&bus, 0x50, bytes.data(), 65535), 0U);
     EXPECT_EQ(bus.raw_read(&bus, 0x50, bytes.data(), 65535), 0U);
@@ -214,22 +214,22 @@ TEST_F(OpenI2cBus, AWriteListWritesEachPairInOrderInATransactionOfItsOwn) {
                                                    i2c_transaction{sent(0x50, "\x03\xBB")}));
 }
 
-TEST_F(OpenI2cBus, AListOfTheLongestCountOf16BitsIsWalkedToItsEnd) {
+TEST_F(OpenI2cBus, AReadListOf65535RegistersIsReadToItsEnd) {
     std::vector<uint8_t> list(65535, 0x01);
     std::vector<uint8_t> values(65535);
     list.back() = 0x02;
     adapter->registers[0x02] = 0x22;
-    kernel.fail("ioctl", EREMOTEIO, 65536);  // ends a walk that would begin again
+    kernel.fail("ioctl", EREMOTEIO, 65536);  // ends a loop that would start again
     EXPECT_EQ(bus.read_reg_list(&bus, 0x50, list.data(), values.data(), 65535), 0U);
     EXPECT_EQ(adapter->transactions.size(), 65535U);
     EXPECT_EQ(values.back(), 0x22);
 }
 
-TEST_F(OpenI2cBus, AWriteListOfMoreThan256PairsIsWalkedToItsEnd) {
+TEST_F(OpenI2cBus, AWriteListOfMoreThan256PairsIsWrittenToItsEnd) {
     std::vector<norv_i2c_reg_value_t> list(300, {0x01, 0x11});
     list[256] = {0x02, 0x22};
     list[299] = {0x03, 0x33};
-    kernel.fail("ioctl", EREMOTEIO, 301);  // ends a walk that would begin again
+    kernel.fail("ioctl", EREMOTEIO, 301);  // ends a loop that would start again
     EXPECT_EQ(bus.write_reg_list(&bus, 0x50, list.data(), 300), 0U);
     ASSERT_EQ(adapter->transactions.size(), 300U);
     EXPECT_EQ(adapter->transactions[255], i2c_transaction{sent(0x50, "\x01\x11")});
@@ -237,9 +237,11 @@ TEST_F(OpenI2cBus, AWriteListOfMoreThan256PairsIsWalkedToItsEnd) {
     EXPECT_EQ(adapter->transactions[299], i2c_transaction{sent(0x50, "\x03\x33")});
 }
 
-TEST_F(OpenI2cBus, ListsOfNothingSendNothing) {
-    EXPECT_EQ(bus.read_reg_list(&bus, 0x50, nullptr, nullptr, 0), 0U);
-    EXPECT_EQ(bus.write_reg_list(&bus, 0x50, nullptr, 0), 0U);
+TEST_F(OpenI2cBus, EmptyListsSendNothing) {
+    EXPECT_EQ(bus.read_reg_list(&bus, 0x50, nullptr, nullptr, 0), NORV_STATUS_OK);
+    EXPECT_EQ(bus.write_reg_list(&bus, 0x50, nullptr, 0), NORV_STATUS_OK);
+    EXPECT_EQ(bus.read_reg_list(nullptr, 0x50, nullptr, nullptr, 0), NORV_STATUS_OK);
+    EXPECT_EQ(bus.write_reg_list(nullptr, 0x50, nullptr, 0), NORV_STATUS_OK);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
@@ -265,7 +267,7 @@ TEST_F(OpenI2cBus, AWriteListWhoseThirdPairFailsHasWrittenTheFirstTwo) {
 
 // ---- address mode
 
-// Every operation with this address; all must give this status.
+// Runs every operation with this address; each must return this status.
 void make_every_operation(norv_i2c_bus_t* bus, uint8_t address, uint32_t expected) {
     uint8_t byte = 0;
     const norv_i2c_reg_value_t pair = {0, 0};
@@ -280,12 +282,12 @@ void make_every_operation(norv_i2c_bus_t* bus, uint8_t address, uint32_t expecte
     EXPECT_EQ(bus->write_then_read(bus, address, "x", 1, &byte, 1), expected);
 }
 
-TEST_F(OpenI2cBus, AddressesAreTakenAs7BitsAtFirst) {
+TEST_F(OpenI2cBus, AddressesHave7BitsByDefault) {
     make_every_operation(&bus, 0x50, 0);
     EXPECT_EQ(adapter->transactions.size(), 9U);
 }
 
-TEST_F(OpenI2cBus, Of8BitAddressesTheReadBitIsDropped) {
+TEST_F(OpenI2cBus, TheReadBitOfAn8BitAddressIsDropped) {
     EXPECT_EQ(norv_linux_i2c_bus_set_addr_mode(&bus, 1), 0U);
     make_every_operation(&bus, 0xA0, 0);
     make_every_operation(&bus, 0xA1, 0);
@@ -303,7 +305,7 @@ TEST_F(OpenI2cBus, A7BitAddressAbove0x7FIsPassedOnUnchanged) {
     }
 }
 
-TEST_F(OpenI2cBus, TheAddressModeCountsAtTheTimeOfTheCall) {
+TEST_F(OpenI2cBus, TheAddressModeIsThatOfTheTimeOfTheCall) {
     norv_linux_i2c_bus_set_addr_mode(&bus, NORV_LINUX_I2C_ADDR_8BIT);
     EXPECT_EQ(bus.write_reg(&bus, 0xA0, 0, 1), 0U);
     EXPECT_EQ(norv_linux_i2c_bus_set_addr_mode(&bus, NORV_LINUX_I2C_ADDR_7BIT), 0U);
@@ -311,7 +313,7 @@ TEST_F(OpenI2cBus, TheAddressModeCountsAtTheTimeOfTheCall) {
     EXPECT_EQ(adapter->transactions.at(0), adapter->transactions.at(1));
 }
 
-// Switches the bus to 7-bit addresses while a transfer is under way.
+// Switches the bus to 7-bit addresses during a transfer.
 class switching_adapter : public i2c_adapter {
   public:
     norv_i2c_bus_t* bus = nullptr;
@@ -324,7 +326,7 @@ class switching_adapter : public i2c_adapter {
     }
 };
 
-TEST_F(I2cBus, AListTakesItsAddressFromTheModeAtItsStart) {
+TEST_F(I2cBus, AListUsesTheAddressModeSetAtItsStart) {
     const auto switching = std::make_shared<switching_adapter>();
     switching->bus = &bus;
     kernel.add_device("/dev/i2c-3", switching);
@@ -336,7 +338,7 @@ TEST_F(I2cBus, AListTakesItsAddressFromTheModeAtItsStart) {
     norv_linux_close_i2c_bus(&bus);
 }
 
-TEST_F(OpenI2cBus, AnUnknownAddressModeIsNotAvailableAndLeavesTheModeAsItWas) {
+TEST_F(OpenI2cBus, AnUnknownAddressModeIsNotAvailableAndChangesNothing) {
     norv_linux_i2c_bus_set_addr_mode(&bus, 1);
     EXPECT_EQ(norv_linux_i2c_bus_set_addr_mode(&bus, 2), NORV_STATUS_NOT_AVAILABLE);
     EXPECT_EQ(norv_linux_i2c_bus_set_addr_mode(&bus, 255), NORV_STATUS_NOT_AVAILABLE);
@@ -356,7 +358,7 @@ TEST_F(OpenI2cBus, ANullRecordIsAnInvalidArgumentForEveryOperation) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenI2cBus, DataThatIsNullIsAnInvalidArgument) {
+TEST_F(OpenI2cBus, NullDataIsAnInvalidArgument) {
     EXPECT_EQ(bus.read_reg(&bus, 0x50, 0, nullptr), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(bus.write_regs(&bus, 0x50, 0, nullptr, 1), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(bus.read_reg_list(&bus, 0x50, nullptr, data, 1), NORV_STATUS_INVALID_ARG);
@@ -365,7 +367,7 @@ TEST_F(OpenI2cBus, DataThatIsNullIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(I2cBus, TheOperationsOfAClosedBusRefuseAndSendNothing) {
+TEST_F(I2cBus, TheOperationsOfAClosedBusFailAndSendNothing) {
     norv_linux_open_i2c_bus(&bus, 1);
     norv_linux_close_i2c_bus(&bus);
     kernel.forget_calls();

@@ -39,7 +39,7 @@ class I2c : public testing::Test {
     int32_t bus = -1;
 };
 
-// The same, opened.
+// The same board with the adapter opened.
 class OpenI2c : public I2c {
   protected:
     OpenI2c() {
@@ -60,7 +60,7 @@ TEST_F(I2c, OpeningOpensTheAdapterForReadingAndWriting) {
     norv_linux_i2c_close(&bus);
 }
 
-TEST_F(I2c, OpeningAsksTheAdapterWhatItCanDo) {
+TEST_F(I2c, OpeningQueriesTheAdaptersFunctions) {
     norv_linux_i2c_open(1, &bus);
     ASSERT_EQ(kernel.calls("ioctl").size(), 1U);
     EXPECT_EQ(kernel.calls("ioctl")[0].request, 0x705U);
@@ -82,13 +82,13 @@ TEST_F(I2c, TheBusNumberIsPrintedSigned) {
     norv_linux_i2c_close(&bus);
 }
 
-TEST_F(I2c, AnAdapterThatKnowsSmbusOnlyIsNotAvailableAndIsClosed) {
+TEST_F(I2c, AnAdapterWithSmbusOnlyIsNotAvailableAndIsClosed) {
     adapter->functions = I2C_FUNC_SMBUS_EMUL;
     EXPECT_EQ(norv_linux_i2c_open(1, &bus), NORV_STATUS_NOT_AVAILABLE);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(I2c, AFailedOpenLeavesNothingThatCouldBeClosedTwice) {
+TEST_F(I2c, AFailedOpenLeavesNothingToCloseTwice) {
     adapter->functions = 0;
     norv_linux_i2c_open(1, &bus);
     kernel.forget_calls();
@@ -97,7 +97,7 @@ TEST_F(I2c, AFailedOpenLeavesNothingThatCouldBeClosedTwice) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
-TEST_F(I2c, AnAdapterThatDoesNotTellItsFunctionsIsClosedWithTheErrnoStatus) {
+TEST_F(I2c, AFailedFunctionsRequestClosesTheAdapter) {
     kernel.fail("ioctl", EIO);
     EXPECT_EQ(norv_linux_i2c_open(1, &bus), errno_status(EIO));
     EXPECT_EQ(bus, -1);
@@ -105,7 +105,7 @@ TEST_F(I2c, AnAdapterThatDoesNotTellItsFunctionsIsClosedWithTheErrnoStatus) {
 }
 
 // quirk 1
-TEST_F(I2c, AFailedFunctionsRequestWhoseErrnoMapsToZeroCountsAsAnAdapterWithoutFunctions) {
+TEST_F(I2c, AFunctionsFailureWhoseErrnoMapsToZeroMeansNoFunctions) {
     kernel.map_errno(EIO, 0);
     kernel.fail("ioctl", EIO);
     EXPECT_EQ(norv_linux_i2c_open(1, &bus), NORV_STATUS_NOT_AVAILABLE);
@@ -120,7 +120,7 @@ TEST_F(I2c, AFailedOpenWhoseErrnoMapsToZeroEndsAtTheFunctionsRequest) {
 }
 
 // quirk 49
-TEST_F(I2c, ClosingClosesTheDescriptorAndLeavesTheStoredValueAsItIs) {
+TEST_F(I2c, ClosingClosesTheDescriptorAndKeepsTheStoredValue) {
     norv_linux_i2c_open(1, &bus);
     const int32_t opened = bus;
     norv_linux_i2c_close(&bus);
@@ -128,10 +128,10 @@ TEST_F(I2c, ClosingClosesTheDescriptorAndLeavesTheStoredValueAsItIs) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(I2c, ClosingLooksAtAllBitsOfTheDescriptor) {
+TEST_F(I2c, ClosingUsesAllBitsOfTheDescriptor) {
     norv_linux_i2c_open(1, &bus);
     const int32_t other = bus + 0x10000;
-    // It is not open, which the kernel double reports.
+    // That descriptor is not open, which the kernel double reports.
     EXPECT_NONFATAL_FAILURE(norv_linux_i2c_close(&other), "was closed, but is not open");
     EXPECT_EQ(kernel.open_descriptors(), 1U);
     norv_linux_i2c_close(&bus);
@@ -177,7 +177,7 @@ TEST_F(I2c, ANullDescriptorIsAnInvalidArgument) {
 
 // ---- registers
 
-TEST_F(OpenI2c, ARegisterReadSendsOneRegisterByteAndReadsWithinOneTransaction) {
+TEST_F(OpenI2c, ARegisterReadIsOneTransactionOfTwoMessages) {
     adapter->registers[0x10] = 0xAB;
     adapter->registers[0x11] = 0xCD;
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x50, 0x10, data, 2), 0U);
@@ -186,7 +186,7 @@ TEST_F(OpenI2c, ARegisterReadSendsOneRegisterByteAndReadsWithinOneTransaction) {
     EXPECT_THAT(data, ElementsAre(0xAB, 0xCD, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenI2c, ARegisterReadTakesTheLongestLengthOf16Bits) {
+TEST_F(OpenI2c, ARegisterReadAccepts65535Bytes) {
     std::string long_data(65536, 'x');
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x50, 0x00, long_data.data(), 65535), 0U);
     EXPECT_EQ(adapter->transactions.at(0).at(1).bytes.size(), 65535U);
@@ -239,7 +239,7 @@ TEST_F(OpenI2c, ARawWriteIsOneWriteMessage) {
     EXPECT_THAT(adapter->transactions, ElementsAre(i2c_transaction{sent(0x50, "\x30\x07")}));
 }
 
-TEST_F(OpenI2c, ARawTransferOfNothingIsAnEmptyMessage) {
+TEST_F(OpenI2c, ARawTransferOfNoBytesIsAnEmptyMessage) {
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, 0x50, nullptr, 0), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, nullptr, 0), 0U);
     EXPECT_THAT(adapter->transactions,
@@ -262,7 +262,7 @@ TEST_F(OpenI2c, RawTransfersOf65536BytesAreRefusedAndNothingReachesTheBus) {
 }
 
 // quirk 51
-TEST_F(OpenI2c, ANegativeRawLengthIsSentAsItsLow16BitsOnPurpose) {
+TEST_F(OpenI2c, ANegativeRawLengthIsSentAsItsLow16Bits) {
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, 0x50, "\x30\x07", -65534), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, data, -65534), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, 0x50, nullptr, INT32_MIN), 0U);
@@ -291,7 +291,7 @@ TEST_F(OpenI2c, WriteThenReadIsOneTransactionOfTwoMessages) {
     EXPECT_THAT(data, ElementsAre(0x99, 9, 9, 9, 9, 9, 9, 9));
 }
 
-TEST_F(OpenI2c, WriteThenReadTakesTheLongestLengthsOf16Bits) {
+TEST_F(OpenI2c, WriteThenReadAccepts65535BytesEach) {
     std::string written(65535, 'w');
     std::string read(65535, 'r');
     EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, 0x50, written.data(), 65535, read.data(), 65535), 0U);
@@ -301,7 +301,7 @@ TEST_F(OpenI2c, WriteThenReadTakesTheLongestLengthsOf16Bits) {
 
 // ---- all transfers
 
-// One of each.
+// One transfer of each kind.
 void make_every_transfer(const int32_t* bus, uint8_t address, uint32_t expected) {
     uint8_t byte = 9;
     EXPECT_EQ(norv_linux_i2c_read(bus, address, 0, &byte, 1), expected);
@@ -320,7 +320,7 @@ TEST_F(OpenI2c, EveryTransferIsOneRequestThatNamesItsAddress) {
     }
 }
 
-TEST_F(OpenI2c, AnAddressThatNobodyAnswersGivesTheErrnoStatusAndIsNotTriedAgain) {
+TEST_F(OpenI2c, AnUnansweredAddressGivesTheErrnoStatusWithoutARetry) {
     make_every_transfer(&bus, 0x51, errno_status(ENXIO));
     EXPECT_EQ(adapter->transactions.size(), 5U);
 }
@@ -332,7 +332,7 @@ TEST_F(OpenI2c, AnAddressAbove7BitsIsPassedOnUnchanged) {
 }
 
 // quirk 53
-TEST_F(OpenI2c, TransientFailuresAreNotTriedAgain) {
+TEST_F(OpenI2c, TransientFailuresAreNotRetried) {
     for (const int error : {EAGAIN, EINTR, ETIMEDOUT}) {
         kernel.fail("ioctl", error);
         EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, data, 1), errno_status(error));
@@ -345,7 +345,7 @@ TEST_F(OpenI2c, AFailedTransferWhoseErrnoMapsToZeroCountsAsSuccess) {
     make_every_transfer(&bus, 0x51, 0);
 }
 
-// An adapter that claims to have done none of the messages, without failing.
+// An adapter that reports success with no messages done.
 class forgetful_adapter : public i2c_adapter {
   public:
     long ioctl(unsigned long request, void* argument) override {
@@ -362,7 +362,7 @@ TEST_F(I2c, TheCountOfMessagesThatTheKernelReturnsIsNotChecked) {
     norv_linux_i2c_close(&bus);
 }
 
-TEST_F(OpenI2c, DataThatIsNullIsAnInvalidArgument) {
+TEST_F(OpenI2c, NullDataIsAnInvalidArgument) {
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x50, 0, nullptr, 1), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_i2c_write(&bus, 0x50, 0, nullptr, 1), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, 0x50, nullptr, 1), NORV_STATUS_INVALID_ARG);
@@ -397,7 +397,7 @@ uint32_t use_adapter() {
     if (status == 0) {
         status = norv_linux_i2c_write_then_read(&bus, 0x50, data, 1, data, 1);
     }
-    // Also after a failed open, which must have left nothing to close.
+    // Even after a failed open, which must have left nothing to close.
     norv_linux_i2c_close(&bus);
     return status;
 }

@@ -24,7 +24,7 @@ class I2cOnBoard : public testing::Test {
     I2cOnBoard() { EXPECT_EQ(norv_linux_i2c_open(norv::board::bus_number, &bus), 0U); }
     ~I2cOnBoard() override { norv_linux_i2c_close(&bus); }
 
-    // An EEPROM that stores does not answer; a write that only chooses a byte shows when it does again.
+    // An EEPROM does not answer while it stores a page; a write that only selects a byte succeeds afterwards.
     void wait_until_stored() {
         while (norv_linux_i2c_raw_write(&bus, norv::board::eeprom, "", 1) == errno_status(ENXIO)) {
         }
@@ -42,7 +42,7 @@ TEST_F(I2cOnBoard, TheDescriptorIsClosedOnExec) {
     EXPECT_EQ(fcntl(bus, F_GETFD), FD_CLOEXEC);
 }
 
-TEST_F(I2cOnBoard, ClosingGivesTheDescriptorBack) {
+TEST_F(I2cOnBoard, ClosingReleasesTheDescriptor) {
     const long before = norv::board::open_descriptors();
     int32_t second = -1;
     EXPECT_EQ(norv_linux_i2c_open(norv::board::bus_number, &second), 0U);
@@ -51,13 +51,13 @@ TEST_F(I2cOnBoard, ClosingGivesTheDescriptorBack) {
     EXPECT_EQ(norv::board::open_descriptors(), before);
 }
 
-TEST_F(I2cOnBoard, ABusThatIsNotThereIsNotFound) {
+TEST_F(I2cOnBoard, AMissingBusIsNotFound) {
     int32_t missing = -1;
     EXPECT_EQ(norv_linux_i2c_open(99, &missing), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(missing, -1);
 }
 
-TEST_F(I2cOnBoard, AnAdapterThatKnowsSmbusOnlyIsNotAvailable) {
+TEST_F(I2cOnBoard, AnAdapterWithSmbusOnlyIsNotAvailable) {
     const long before = norv::board::open_descriptors();
     int32_t smbus = -1;
     EXPECT_EQ(norv_linux_i2c_open(norv::board::smbus_number(), &smbus), NORV_STATUS_NOT_AVAILABLE);
@@ -71,7 +71,7 @@ TEST_F(I2cOnBoard, RegistersReadBackAsWritten) {
     EXPECT_THAT(data, ElementsAre(2, 3, 9, 9));
 }
 
-TEST_F(I2cOnBoard, AMessageLongerThanTheAdapterTakesIsNotAvailable) {
+TEST_F(I2cOnBoard, AMessageLongerThanTheAdapterAcceptsIsNotAvailable) {
     std::array<uint8_t, norv::board::longest_message + 1> bytes = {};
     constexpr auto length = norv::board::longest_message;
     EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0, bytes.data(), length), 0U);
@@ -91,7 +91,7 @@ TEST_F(I2cOnBoard, AnAdapterWithoutEmptyMessagesRefusesAnEmptyWrite) {
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, nullptr, 0), 0U);
 }
 
-TEST_F(I2cOnBoard, AClockThatAChipHoldsLowEndsTheTransferByTheAdaptersTimeout) {
+TEST_F(I2cOnBoard, AClockHeldLowEndsTheTransferWithTheAdaptersTimeout) {
     constexpr uint8_t chip = norv::board::refusing_registers;
     EXPECT_EQ(norv_linux_i2c_read(&bus, chip, norv::board::stretching_register, data.data(), 1),
               NORV_STATUS_TIMEOUT);
@@ -110,7 +110,7 @@ TEST_F(I2cOnBoard, TheLongestRegisterWriteFillsAll256Registers) {
     EXPECT_EQ(found, written);
 }
 
-TEST_F(I2cOnBoard, ARawReadGoesOnWhereARawWriteHasStopped) {
+TEST_F(I2cOnBoard, ARawReadContinuesWhereARawWriteStopped) {
     EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x22, "\xAB", 1), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, "\x20\x01\x02", 3), 0U);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, data.data(), 1), 0U);
@@ -124,7 +124,7 @@ TEST_F(I2cOnBoard, WriteThenReadDoesBoth) {
     EXPECT_THAT(data, ElementsAre(0xCD, 9, 9, 9));
 }
 
-TEST_F(I2cOnBoard, WhereNobodyAnswersEveryTransferFails) {
+TEST_F(I2cOnBoard, AtAnUnansweredAddressEveryTransferFails) {
     const uint32_t expected = errno_status(ENXIO);
     EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::nobody, 0, data.data(), 1), expected);
     EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::nobody, 0, "x", 1), expected);
@@ -136,18 +136,18 @@ TEST_F(I2cOnBoard, WhereNobodyAnswersEveryTransferFails) {
 
 TEST_F(I2cOnBoard, AnAddressAbove7BitsIsNotRefusedByTheKernel) {
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x80 + norv::board::nobody, 0, data.data(), 1), errno_status(ENXIO));
-    // The adapter has put the low 7 bits on the bus, where another chip may have them.
+    // The adapter has put the low 7 bits on the bus, where another chip may have that address.
     EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x10, "\x42", 1), 0U);
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x80 + norv::board::registers, 0x10, data.data(), 1), 0U);
     EXPECT_THAT(data, ElementsAre(0x42, 9, 9, 9));
 }
 
-TEST_F(I2cOnBoard, ANegativeRawLengthIsItsLow16Bits) {
+TEST_F(I2cOnBoard, ANegativeRawLengthCountsByItsLow16Bits) {
     std::vector<uint8_t> bytes(65535);
     EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::registers, "\x10\x43", -65534), 0U);
     EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::registers, 0x10, data.data(), 1), 0U);
     EXPECT_THAT(data, ElementsAre(0x43, 9, 9, 9));
-    // 65535 bytes are more than the kernel takes in one message.
+    // 65535 bytes are more than the kernel accepts in one message.
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), -1),
               NORV_STATUS_INVALID_ARG);
 }
@@ -159,7 +159,7 @@ TEST_F(I2cOnBoard, AByteThatIsNotAcknowledgedEndsTheWrite) {
     EXPECT_THAT(data, ElementsAre(0x11, 0, 0, 9));
 }
 
-TEST_F(I2cOnBoard, TheKernelTakesMessagesOf8192BytesAndNoMore) {
+TEST_F(I2cOnBoard, TheKernelAcceptsMessagesOfAtMost8192Bytes) {
     const norv::board::adapter_without_limits unlimited;
     std::vector<uint8_t> bytes(65535);
     EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::registers, bytes.data(), 8192), 0U);
@@ -185,8 +185,8 @@ TEST_F(I2cOnBoard, TheWholeEepromReadsBackAsWritten) {
     EXPECT_EQ(found, written);
 }
 
-TEST_F(I2cOnBoard, AnEepromDoesNotAnswerWhileItStores) {
-    // It stores for 5 ms only; a busy host may let these pass between two calls, but not every time.
+TEST_F(I2cOnBoard, AnEepromDoesNotAnswerWhileItStoresAPage) {
+    // It stores for only 5 ms, which may pass between two calls on a busy host, but not every time.
     bool unanswered = false;
     for (int attempt = 0; attempt < 100 && !unanswered; ++attempt) {
         EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::eeprom, 0x40, "\x55", 1), 0U);
@@ -199,7 +199,7 @@ TEST_F(I2cOnBoard, AnEepromDoesNotAnswerWhileItStores) {
     EXPECT_EQ(data[0], 0x55);
 }
 
-TEST_F(I2cOnBoard, AWriteOverTheEndOfAPageGoesOnAtItsStart) {
+TEST_F(I2cOnBoard, AWritePastTheEndOfAPageContinuesAtItsStart) {
     write_eeprom(0x80, "--------", 8);
     write_eeprom(0x88, "--------", 8);
     write_eeprom(0x86, "abc", 3);
@@ -226,8 +226,8 @@ TEST_F(I2cOnBoard, TenThousandTransactionsLoseNothing) {
     }
 }
 
-// Reads its own registers again and again; another thread's transfers must not come between the register
-// address and the data.
+// Keeps reading its own registers; another thread's transfers must not come between the register address and
+// the data.
 void read_repeatedly(const int32_t* bus, uint8_t first_register) {
     const uint8_t written[] = {first_register, static_cast<uint8_t>(first_register + 1)};
     EXPECT_EQ(norv_linux_i2c_write(bus, norv::board::registers, first_register, written, 2), 0U);

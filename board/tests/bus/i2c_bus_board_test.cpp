@@ -1,4 +1,4 @@
-// The I2C bus record over the chips of the virtual board.
+// The I2C bus record with the chips of the virtual board.
 #include "norv_linux_i2c_bus.h"
 
 #include <gmock/gmock.h>
@@ -47,7 +47,7 @@ TEST_F(I2cBusOnBoard, AWriteListWhoseThirdPairFailsHasWrittenTheFirstTwo) {
     EXPECT_THAT(data, ElementsAre(0x10, 0x11, 0, 0));
 }
 
-TEST_F(I2cBusOnBoard, RawTransfersGoOnWhereTheLastOneHasStopped) {
+TEST_F(I2cBusOnBoard, RawTransfersContinueWhereTheLastOneStopped) {
     bus.write_reg(&bus, norv::board::registers, 0x42, 0x77);
     EXPECT_EQ(bus.raw_write(&bus, norv::board::registers, "\x40\x01\x02", 3), 0U);
     EXPECT_EQ(bus.raw_read(&bus, norv::board::registers, data, 1), 0U);
@@ -60,7 +60,7 @@ TEST_F(I2cBusOnBoard, WriteThenReadDoesBoth) {
     EXPECT_THAT(data, ElementsAre(0xCD, 9, 9, 9));
 }
 
-TEST_F(I2cBusOnBoard, Of8BitAddressesTheReadBitIsDropped) {
+TEST_F(I2cBusOnBoard, TheReadBitOfAn8BitAddressIsDropped) {
     EXPECT_EQ(norv_linux_i2c_bus_set_addr_mode(&bus, NORV_LINUX_I2C_ADDR_8BIT), 0U);
     EXPECT_EQ(bus.write_reg(&bus, 2 * norv::board::registers, 0x60, 0x66), 0U);
     EXPECT_EQ(bus.read_reg(&bus, 2 * norv::board::registers + 1, 0x60, data), 0U);
@@ -71,11 +71,11 @@ TEST_F(I2cBusOnBoard, A7BitAddressAbove0x7FIsPassedOnToTheAdapter) {
     EXPECT_EQ(bus.read_reg(&bus, 0x80 + norv::board::nobody, 0, data), errno_status(ENXIO));
 }
 
-TEST_F(I2cBusOnBoard, WhereNobodyAnswersTheStatusIsTheTransfers) {
+TEST_F(I2cBusOnBoard, AnUnansweredAddressGivesTheStatusOfTheTransfer) {
     EXPECT_EQ(bus.read_reg(&bus, norv::board::nobody, 0, data), errno_status(ENXIO));
 }
 
-TEST_F(I2cBusOnBoard, AnAdapterThatKnowsSmbusOnlyIsNotAvailableAndIsClosed) {
+TEST_F(I2cBusOnBoard, AnAdapterWithSmbusOnlyIsNotAvailableAndIsClosed) {
     const long before = norv::board::open_descriptors();
     norv_i2c_bus_t smbus;
     EXPECT_EQ(norv_linux_open_i2c_bus(&smbus, norv::board::smbus_number()), NORV_STATUS_NOT_AVAILABLE);

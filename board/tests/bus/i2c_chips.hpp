@@ -1,4 +1,4 @@
-// The I2C buses of the virtual board: what board/modules/i2c.c and board/modules/smbus.c bring.
+// The I2C buses of the virtual board: provided by board/modules/i2c.c and board/modules/smbus.c.
 #pragma once
 
 #include <cerrno>
@@ -14,9 +14,9 @@ namespace norv::board {
 
 constexpr uint32_t bus_number = 1;
 constexpr uint8_t registers = 0x20;
-constexpr uint8_t refusing_registers = 0x21;   // register 2 takes no data
+constexpr uint8_t refusing_registers = 0x21;   // register 2 refuses data
 constexpr uint8_t stretching_register = 0x10;  // of the same chip: holds the clock low
-constexpr uint16_t longest_message = 255;      // as the adapter is by default
+constexpr uint16_t longest_message = 255;      // the adapter's default
 constexpr uint8_t eeprom = 0x50;
 constexpr uint8_t nobody = 0x30;
 
@@ -24,9 +24,9 @@ inline uint32_t errno_status(int error) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error));
 }
 
-// The bus of an adapter that knows SMBus only; its number is the kernel's choice.
+// The bus of an adapter that supports SMBus only; the kernel chooses its number.
 inline uint32_t smbus_number() {
-    // Devices of the bus are there as well, named after bus and address.
+    // The directory also lists the devices of the bus, named after bus and address.
     for (const auto& entry : std::filesystem::directory_iterator("/sys/bus/i2c/devices")) {
         const std::string name = entry.path().filename().string();
         if (name.starts_with("i2c-") && attribute(entry.path() / "name") == "norv-board-smbus") {
@@ -36,7 +36,7 @@ inline uint32_t smbus_number() {
     return UINT32_MAX;
 }
 
-// An adapter that takes what the kernel takes, for as long as this lives.
+// An adapter that accepts whatever the kernel accepts, during the lifetime of this object.
 class adapter_without_limits {
   public:
     adapter_without_limits() { set("0", "Y"); }
@@ -53,7 +53,7 @@ class adapter_without_limits {
     }
 };
 
-// How many descriptors this process has open.
+// Number of open descriptors of this process.
 inline long open_descriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
