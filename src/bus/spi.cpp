@@ -58,8 +58,8 @@ spi_ioc_transfer transfer_of(const void* tx_buffer, void* rx_buffer, uint32_t le
     return transfer;
 }
 
-// The request for so many transfers. Its size field has 14 bits: a longer list gets size 0, and the kernel
-// then runs nothing.
+// The request for `count` transfers. quirk 60: its size field has 14 bits, and a list that does not fit gets
+// size 0, for which the kernel runs nothing.
 unsigned long message_request(uint64_t count) {
     const uint64_t size = count * sizeof(spi_ioc_transfer);
     const bool fits = size < (1U << _IOC_SIZEBITS);
@@ -70,7 +70,7 @@ uint32_t run_message(const norv_spi_t* spi, const spi_ioc_transfer* transfers, u
     return norv::device_ioctl(spi->descriptor, message_request(count), transfers);
 }
 
-// Exchanges the two bytes of every whole 16-bit word; a last odd byte stays.
+// Swaps the two bytes of each whole 16-bit word; an odd last byte stays.
 void swap_words(void* buffer, uint32_t length) {
     auto* bytes = static_cast<uint8_t*>(buffer);
     for (uint64_t index = 1; index < length; index += 2) {
@@ -98,6 +98,7 @@ uint32_t norv_linux_spi_open(const char* path, const norv_spi_config_t* config, 
     if (config == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
+    // quirk 61: the path is a format.
     uint32_t status = norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path);
     if (status == NORV_STATUS_OK) {
         status = norv_linux_spi_config(spi, config);
@@ -122,7 +123,7 @@ uint32_t norv_linux_spi_config(norv_spi_t* spi, const norv_spi_config_t* config)
     if (spi == nullptr || config == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // Cleared before the mode is looked at: a refused mode leaves the device as it was, and swap16 clear.
+    // quirk 56: cleared before the mode is checked.
     spi->swap16 = 0;
     if (config->mode > highest_mode) {
         return NORV_STATUS_INVALID_ARG;
@@ -167,9 +168,8 @@ uint32_t norv_linux_spi_write_then_read(const norv_spi_t* spi, const void* tx_bu
     if (spi == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // With swap16 the caller's bytes are not sent: callers rely on this difference from the duplex call. The
-    // memory that goes out instead is cleared, so that nothing else of this process reaches the bus; swapping
-    // zeros is no work.
+    // quirk 57: with swap16 the caller's bytes are not sent, unlike in the duplex call. The memory that is
+    // sent instead is cleared, so that nothing else of this process reaches the bus. Zeros need no swapping.
     const bool replaced = must_replace(spi, tx_buffer);
     const norv::scoped_memory zeros(replaced ? norv_malloc(tx_length) : nullptr);
     if (zeros.get() != nullptr) {
@@ -179,7 +179,7 @@ uint32_t norv_linux_spi_write_then_read(const norv_spi_t* spi, const void* tx_bu
     const spi_ioc_transfer transfers[] = {transfer_of(tx_buffer, nullptr, tx_length, delay_us),
                                           transfer_of(nullptr, rx_buffer, rx_length, 0)};
     const uint32_t status = run_message(spi, transfers, 2);
-    // Without memory the message has gone out all the same, as it was given: kept.
+    // quirk 58: without memory, the message has been sent with the caller's bytes.
     if (replaced && zeros.get() == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
@@ -199,7 +199,7 @@ uint32_t norv_linux_spi_xfer(const norv_spi_t* spi, const norv_spi_transfer_t* t
     if (list == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
-    // Nothing is swapped here, whatever swap16 says: kept.
+    // quirk 59: nothing is swapped here, whatever swap16 is.
     for (uint32_t index = 0; index < count; ++index) {
         const norv_spi_transfer_t& given = transfers[index];
         list[index] = transfer_of(given.tx_buffer, given.rx_buffer, given.length, given.delay_us);

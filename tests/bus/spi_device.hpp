@@ -1,4 +1,4 @@
-// A slave as spidev shows it: keeps its settings, and journals every message that it was given.
+// A slave as spidev shows it: keeps its settings, and records every message.
 #pragma once
 
 #include <linux/spi/spidev.h>
@@ -13,18 +13,18 @@
 
 namespace norv::test {
 
-// One transfer of a message, as the driver got it.
+// One transfer of a message, as the driver received it.
 struct spi_seen {
-    std::string sent;        // the bytes on the wire; zeros where no buffer was given
+    std::string sent;        // the bytes on the wire; zeros if there was no buffer
     spi_ioc_transfer given;  // with its pointers
 };
 
 class spi_device : public device {
   public:
     bool refuses_16_bits = false;
-    std::string incoming;  // what the slave answers to the transfers that receive, in their order; then zeros
+    std::string incoming;  // what the receiving transfers get, in their order; then zeros
 
-    // The settings; at first, values that nobody writes.
+    // The settings; the initial values are never written.
     uint8_t mode = 0xEE;
     uint8_t bits_per_word = 0xEE;
     uint8_t lsb_first = 0xEE;
@@ -71,7 +71,7 @@ class spi_device : public device {
             return -EINVAL;
         }
         if (size == 0) {
-            return 0;  // as Linux answers it
+            return 0;  // like Linux
         }
         messages.emplace_back();
         size_t arrived = 0;

@@ -49,7 +49,7 @@ class Spi : public testing::Test {
     norv_spi_t spi = {};
 };
 
-// A slave that is opened with the given configuration.
+// A slave opened with the given configuration.
 class OpenSpi : public Spi {
   protected:
     void open(const norv_spi_config_t& config) {
@@ -112,7 +112,7 @@ TEST_F(Spi, ASlaveThatCannotBeConfiguredIsClosedAgain) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Spi, AFailedOpenWhoseErrnoMapsToZeroGoesOnToTheConfiguration) {
+TEST_F(Spi, AFailedOpenWhoseErrnoMapsToZeroIsFollowedByTheConfiguration) {
     kernel.map_errno(ENOENT, 0);
     EXPECT_EQ(norv_linux_spi_open("/dev/spidev9.0", &eight_bits, &spi), errno_status(EBADF));
     EXPECT_THAT(requests(), ElementsAre(SPI_IOC_WR_MODE));
@@ -163,7 +163,7 @@ TEST_F(Spi, ANullPointerIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(Spi, OpeningWithoutAConfigurationOpensNothingAndLeavesAClosedHandle) {
+TEST_F(Spi, OpeningWithoutAConfigurationLeavesAClosedHandle) {
     spi = {77, 1};
     EXPECT_EQ(norv_linux_spi_open("/dev/spidev1.0", nullptr, &spi), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(spi.descriptor, -1);
@@ -178,7 +178,7 @@ TEST_F(EightBitSpi, TheSettingsAreWrittenInTheOrderModeBitsClockBitOrder) {
     EXPECT_THAT(requests(), ElementsAre(0x40016b01, 0x40016b03, 0x40046b04, 0x40016b02));
 }
 
-TEST_F(EightBitSpi, TheModesZeroToThreeArriveAsTheyAre) {
+TEST_F(EightBitSpi, TheModesZeroToThreeArriveUnchanged) {
     for (const uint32_t mode : {0U, 1U, 2U, 3U}) {
         const norv_spi_config_t config = {mode, 1'000'000, 8, 0};
         EXPECT_EQ(norv_linux_spi_config(&spi, &config), 0U);
@@ -197,19 +197,19 @@ TEST_F(EightBitSpi, ModeFourIsAnInvalidArgumentAndLeavesTheSettingsUnchanged) {
 }
 
 // quirk 56
-TEST_F(SwappingSpi, AModeThatIsRefusedStillClearsSwap16) {
+TEST_F(SwappingSpi, ARefusedModeStillClearsSwap16) {
     const norv_spi_config_t config = {4, 2'000'000, 16, 0};
     EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(spi.swap16, 0);
 }
 
-TEST_F(EightBitSpi, TheWholeClockArrives) {
+TEST_F(EightBitSpi, TheClockArrivesWithAllItsBits) {
     const norv_spi_config_t config = {0, 0xF1F2F3F4, 8, 0};
     EXPECT_EQ(norv_linux_spi_config(&spi, &config), 0U);
     EXPECT_EQ(slave->speed, 0xF1F2F3F4U);
 }
 
-TEST_F(EightBitSpi, AnyFlagButZeroIsSentAsLeastSignificantBitFirst) {
+TEST_F(EightBitSpi, AnyNonZeroFlagSelectsTheLeastSignificantBitFirst) {
     for (const uint8_t flag : {uint8_t{1}, uint8_t{0x80}}) {
         slave->lsb_first = 0xEE;
         const norv_spi_config_t config = {0, 1'000'000, 8, flag};
@@ -218,13 +218,13 @@ TEST_F(EightBitSpi, AnyFlagButZeroIsSentAsLeastSignificantBitFirst) {
     }
 }
 
-TEST_F(EightBitSpi, SixteenBitsThatTheControllerTakesAreNotEmulated) {
+TEST_F(EightBitSpi, SixteenBitWordsAreNotEmulatedIfTheControllerAcceptsThem) {
     EXPECT_EQ(norv_linux_spi_config(&spi, &sixteen_bits), 0U);
     EXPECT_EQ(slave->bits_per_word, 16);
     EXPECT_EQ(spi.swap16, 0);
 }
 
-TEST_F(EightBitSpi, SixteenBitsThatTheControllerRefusesAreEmulatedWithEight) {
+TEST_F(EightBitSpi, SixteenBitWordsAreEmulatedIfTheControllerRefusesThem) {
     slave->refuses_16_bits = true;
     EXPECT_EQ(norv_linux_spi_config(&spi, &sixteen_bits), 0U);
     EXPECT_EQ(spi.swap16, 1);
@@ -238,7 +238,7 @@ TEST_F(SwappingSpi, ConfiguringEightBitsEndsTheEmulation) {
     EXPECT_EQ(spi.swap16, 0);
 }
 
-TEST_F(EightBitSpi, TwelveBitsThatTheControllerRefusesAreNotTriedAsEight) {
+TEST_F(EightBitSpi, RefusedTwelveBitWordsAreNotTriedAsEight) {
     const norv_spi_config_t config = {1, 5'000'000, 12, 0};
     EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(requests(), ElementsAre(SPI_IOC_WR_MODE, SPI_IOC_WR_BITS_PER_WORD));
@@ -427,7 +427,7 @@ TEST_F(SwappingSpi, AFailedDuplexTransferDoesNotSwapTheReceiveBuffer) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(SwappingSpi, AFailedDuplexTransferWhoseErrnoMapsToZeroSwapsTheReceiveBuffer) {
+TEST_F(SwappingSpi, ADuplexFailureWhoseErrnoMapsToZeroSwapsTheReceiveBuffer) {
     kernel.map_errno(EIO, 0);
     kernel.fail("ioctl", EIO);
     std::string received = "wxyz";
@@ -462,7 +462,7 @@ TEST_F(EightBitSpi, TheWriteHasTheDelayAndTheSlaveStaysSelectedForTheRead) {
     EXPECT_EQ(memcmp(&slave->messages[0][1].given, &expected[1], sizeof expected[1]), 0);
 }
 
-TEST_F(EightBitSpi, WritingThenReadingTakesNullBuffers) {
+TEST_F(EightBitSpi, WritingThenReadingAcceptsNullBuffers) {
     EXPECT_EQ(norv_linux_spi_write_then_read(&spi, nullptr, 2, 0, nullptr, 3), 0U);
     EXPECT_EQ(slave->messages[0][0].given.tx_buf, 0U);
     EXPECT_EQ(slave->messages[0][1].given.rx_buf, 0U);
@@ -481,7 +481,7 @@ TEST_F(EightBitSpi, AFailedWriteThenReadGivesTheErrnoStatus) {
 }
 
 // quirk 57
-TEST_F(SwappingSpi, WritingThenReadingDoesNotSendTheCallersBytesButZeros) {
+TEST_F(SwappingSpi, WritingThenReadingSendsZerosInsteadOfTheCallersBytes) {
     const std::string sent(200, 'x');
     void* used_before = norv_malloc(200);
     memset(used_before, 'y', 200);
@@ -510,7 +510,7 @@ TEST_F(SwappingSpi, WritingThenReadingWithoutATransmitBufferAllocatesNothing) {
 }
 
 // quirk 58
-TEST_F(SwappingSpi, WritingThenReadingWithoutMemorySendsTheCallersBytesUnswappedAndReportsIt) {
+TEST_F(SwappingSpi, WritingThenReadingWithoutMemorySendsUnswappedBytes) {
     kernel.fail("norv_malloc", ENOMEM);
     slave->incoming = "abcd";
     std::string received(4, '-');
@@ -536,7 +536,7 @@ TEST_F(SwappingSpi, AFailedWriteThenReadDoesNotSwapTheReceiveBuffer) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(SwappingSpi, AFailedWriteThenReadWhoseErrnoMapsToZeroSwapsTheReceiveBuffer) {
+TEST_F(SwappingSpi, AWriteThenReadWhoseErrnoMapsToZeroSwapsTheReceiveBuffer) {
     kernel.map_errno(EIO, 0);
     kernel.fail("ioctl", EIO);
     std::string received = "wxyz";
@@ -546,7 +546,7 @@ TEST_F(SwappingSpi, AFailedWriteThenReadWhoseErrnoMapsToZeroSwapsTheReceiveBuffe
 
 // ---- lists of transfers
 
-TEST_F(EightBitSpi, AListIsOneMessageWithEveryTransferAsItWasGiven) {
+TEST_F(EightBitSpi, AListIsOneMessageOfTheGivenTransfers) {
     std::string received(2, '-');
     const norv_spi_transfer_t transfers[] = {
         {"12", nullptr, 2, 0}, {nullptr, received.data(), 2, 65535}, {"3", nullptr, 1, 7}};
@@ -574,7 +574,7 @@ TEST_F(SwappingSpi, AListIsNeverSwapped) {
     EXPECT_EQ(received, "abcd");
 }
 
-TEST_F(EightBitSpi, TheRequestFor511TransfersHasTheSize16352) {
+TEST_F(EightBitSpi, TheRequestFor511TransfersHasSize16352) {
     const std::vector<norv_spi_transfer_t> transfers(511, {"1", nullptr, 1, 0});
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), 511), 0U);
     EXPECT_THAT(requests(), ElementsAre(0x7fe06b00));
@@ -583,7 +583,7 @@ TEST_F(EightBitSpi, TheRequestFor511TransfersHasTheSize16352) {
 }
 
 // quirk 60
-TEST_F(EightBitSpi, TheRequestFor512TransfersHasTheSizeZeroAndTheKernelRunsNothing) {
+TEST_F(EightBitSpi, TheRequestFor512TransfersHasSizeZeroAndRunsNothing) {
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), 512), 0U);
     EXPECT_THAT(requests(), ElementsAre(0x40006b00));
@@ -593,7 +593,7 @@ TEST_F(EightBitSpi, TheRequestFor512TransfersHasTheSizeZeroAndTheKernelRunsNothi
 // Counts whose size, truncated to the 14 bits of a request or to 16 bits, would name another number.
 class LongListSpi : public EightBitSpi, public testing::WithParamInterface<uint32_t> {};
 
-TEST_P(LongListSpi, TheRequestHasTheSizeZeroWhateverTheCount) {
+TEST_P(LongListSpi, TheRequestHasSizeZeroWhateverTheCount) {
     const std::vector<norv_spi_transfer_t> transfers(GetParam(), {"1", nullptr, 1, 0});
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), GetParam()), 0U);
     EXPECT_THAT(requests(), ElementsAre(0x40006b00));
@@ -604,7 +604,7 @@ INSTANTIATE_TEST_SUITE_P(Counts, LongListSpi,
                          testing::Values(513, 1023, 1025, 2048, 2049, 4096, 4097, 65536, 65537));
 
 // quirk 60
-TEST_F(EightBitSpi, AKernelThatRefusesTheRequestOfSizeZeroGivesItsErrnoStatus) {
+TEST_F(EightBitSpi, ARefusedRequestOfSizeZeroGivesTheErrnoStatus) {
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});
     kernel.fail("ioctl", EINVAL);
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), 512), NORV_STATUS_INVALID_ARG);
@@ -615,7 +615,7 @@ TEST_F(EightBitSpi, AnEmptyListIsARequestOfSizeZero) {
     EXPECT_THAT(requests(), ElementsAre(0x40006b00));
 }
 
-TEST_F(EightBitSpi, AListWithoutMemoryForItSendsNothing) {
+TEST_F(EightBitSpi, AListWithoutMemorySendsNothing) {
     kernel.fail("norv_zalloc", ENOMEM);
     const norv_spi_transfer_t transfer = {"1", nullptr, 1, 0};
     EXPECT_EQ(norv_linux_spi_xfer(&spi, &transfer, 1), NORV_STATUS_NO_MEMORY);
@@ -647,7 +647,7 @@ TEST_F(Spi, AClosedHandleGivesTheStatusOfABadDescriptor) {
 
 // ---- failure sweep
 
-// Everything that a slave can do, up to the first failure.
+// Makes every call on a slave, up to the first failure.
 uint32_t use_slave() {
     norv_spi_t spi;
     char received[4] = {};
@@ -671,7 +671,7 @@ TEST(SpiSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
     options.short_counts = false;
     options.expect = [](const fault& struck) {
-        // The 3rd call, after open and mode, offers 16 bits: its failure is what the emulation is for.
+        // The 3rd call, after open and mode, sets 16 bits: its failure starts the emulation.
         const bool ignored = struck.number == 3;
         return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);
     };

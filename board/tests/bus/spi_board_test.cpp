@@ -1,5 +1,5 @@
-// SPI slaves of a real kernel. Both send back what they are sent, and answer 1, 2, 3, ... to a transfer that
-// sends nothing. The controller of bus 0 takes 16-bit words, the one of bus 1 refuses them.
+// SPI slaves of a real kernel. Both send back what they receive, and 1, 2, 3, ... in a transfer that sends
+// nothing. The controller of bus 0 accepts 16-bit words, the one of bus 1 refuses them.
 #include "norv_linux_spi.h"
 
 #include <fcntl.h>
@@ -26,7 +26,7 @@ using testing::ElementsAre;
 constexpr norv_spi_config_t eight_bits = {0, 1'000'000, 8, 0};
 constexpr norv_spi_config_t sixteen_bits = {0, 1'000'000, 16, 0};
 
-// What the controller of a bus tells about the last time that its slave was selected.
+// What the controller of a bus reports about the last selection of its slave.
 std::string seen(int bus, const std::string& name) {
     std::ostringstream content;
     content << std::ifstream("/sys/kernel/debug/norv_board_spi/" + std::to_string(bus) + "/" + name).rdbuf();
@@ -86,7 +86,7 @@ TEST_F(SpiOnBoard, EveryModeReachesTheController) {
     }
 }
 
-TEST_F(SpiOnBoard, ModeFourLeavesTheSettingsOfTheDevice) {
+TEST_F(SpiOnBoard, ModeFourLeavesTheSettingsUnchanged) {
     open(0, {1, 3'000'000, 8, 1});
     const norv_spi_config_t config = {4, 1'000'000, 16, 0};
     EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
@@ -95,17 +95,17 @@ TEST_F(SpiOnBoard, ModeFourLeavesTheSettingsOfTheDevice) {
     EXPECT_EQ(ask<uint32_t>(SPI_IOC_RD_MAX_SPEED_HZ), 3'000'000U);
 }
 
-TEST_F(SpiOnBoard, TwelveBitsThatTheControllerRefusesCannotBeOpened) {
+TEST_F(SpiOnBoard, ASlaveWithRefusedTwelveBitWordsCannotBeOpened) {
     const norv_spi_config_t twelve_bits = {0, 1'000'000, 12, 0};
     EXPECT_EQ(norv_linux_spi_open("/dev/spidev1.0", &twelve_bits, &spi), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_spi_get_fd(&spi), -1);
 }
 
-TEST_F(SpiOnBoard, ASlaveThatIsNotThereCannotBeOpened) {
+TEST_F(SpiOnBoard, AMissingSlaveCannotBeOpened) {
     EXPECT_EQ(norv_linux_spi_open("/dev/spidev7.0", &eight_bits, &spi), NORV_STATUS_NOT_FOUND);
 }
 
-TEST_F(SpiOnBoard, ClosingGivesTheDescriptorBack) {
+TEST_F(SpiOnBoard, ClosingReleasesTheDescriptor) {
     open(0, eight_bits);
     const int32_t descriptor = norv_linux_spi_get_fd(&spi);
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
@@ -113,7 +113,7 @@ TEST_F(SpiOnBoard, ClosingGivesTheDescriptorBack) {
     EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
 }
 
-// What the node's settings are, asked through a descriptor that has not configured it.
+// The settings of the device node, read through a descriptor that has not configured it.
 struct node_settings {
     uint8_t mode = 0;
     uint8_t bits_per_word = 0;
@@ -137,7 +137,7 @@ TEST_F(SpiOnBoard, ModeWordSizeAndBitOrderOutliveTheHandleAndTheClockDoesNot) {
     const node_settings left = settings_of("/dev/spidev0.0");
     EXPECT_EQ(left.mode, SPI_MODE_3 | SPI_LSB_FIRST);
     EXPECT_EQ(left.bits_per_word, 16);
-    EXPECT_EQ(left.speed_hz, 10'000'000U);  // that of the slave's description
+    EXPECT_EQ(left.speed_hz, 10'000'000U);  // the clock of the slave's description
 }
 
 TEST_F(SpiOnBoard, ASecondHandleChangesTheSettingsOfTheFirst) {
@@ -161,7 +161,7 @@ TEST_F(SpiOnBoard, WhatIsSentComesBack) {
     EXPECT_EQ(seen(0, "wire"), "hello board");
 }
 
-TEST_F(SpiOnBoard, WithoutATransmitBufferZerosAreSentAndTheSlaveAnswers) {
+TEST_F(SpiOnBoard, WithoutATransmitBufferZerosAreSentAndBytesReceived) {
     open(0, eight_bits);
     std::string received(3, '-');
     EXPECT_EQ(norv_linux_spi_dplx(&spi, nullptr, received.data(), 3), 0U);
@@ -175,7 +175,7 @@ TEST_F(SpiOnBoard, WithoutAReceiveBufferTheBytesAreOnlySent) {
     EXPECT_EQ(seen(0, "wire"), "out");
 }
 
-TEST_F(SpiOnBoard, TheBufferOfSpidevIsTheMostThatOneMessageMoves) {
+TEST_F(SpiOnBoard, AMessageMovesAtMostTheBufferOfSpidev) {
     open(0, eight_bits);
     const size_t most = std::stoul(norv::board::attribute("/sys/module/spidev/parameters/bufsiz"));
     EXPECT_EQ(most, 4096U) << "the kernel's default, on every board";
@@ -235,7 +235,7 @@ TEST_F(SpiOnBoard, WritingThenReadingIsOneSelectionWithThePauseBetween) {
     EXPECT_EQ(selections_since_open(0), 1U);
 }
 
-TEST_F(SpiOnBoard, WritingThenReadingWithSwappingSendsZerosAndSwapsWhatItReceives) {
+TEST_F(SpiOnBoard, WritingThenReadingWithSwappingSendsZeros) {
     open(1, sixteen_bits);
     std::string received(5, '-');
     EXPECT_EQ(norv_linux_spi_write_then_read(&spi, "ask", 3, 0, received.data(), 5), 0U);
@@ -268,9 +268,9 @@ TEST_F(SpiOnBoard, AListIsNotSwapped) {
     EXPECT_EQ(received, "1234");
 }
 
-// One in 16 of them sends a byte, or they would not fit into spidev's buffer of 4096 bytes on a 64-bit ARM
-// processor: there even a byte takes 128 of these.
-TEST_F(SpiOnBoard, AListOf511TransfersRunsWhole) {
+// Only one in 16 sends a byte: on a 64-bit ARM processor even one byte takes 128 of the 4096 bytes of
+// spidev's buffer.
+TEST_F(SpiOnBoard, AListOf511TransfersRunsCompletely) {
     open(0, eight_bits);
     std::string bytes(511, '-');
     std::string received(511, '-');
@@ -291,7 +291,7 @@ TEST_F(SpiOnBoard, AListOf511TransfersRunsWhole) {
     EXPECT_EQ(seen(0, "wire"), on_wire);
 }
 
-TEST_F(SpiOnBoard, AListOf512TransfersSendsNothingAndLinuxSaysSuccess) {
+TEST_F(SpiOnBoard, AListOf512TransfersSendsNothingAndLinuxReportsSuccess) {
     open(0, eight_bits);
     const std::vector<norv_spi_transfer_t> transfers(512, {"1", nullptr, 1, 0});
     EXPECT_EQ(norv_linux_spi_xfer(&spi, transfers.data(), 512), 0U);
