@@ -1,12 +1,12 @@
 /**
  * @file norv_uart.h
- * One serial port: line settings, raw transfers with or without a time limit, modem lines.
+ * One serial port: line settings, raw transfers with or without a timeout, modem lines. The conventions of
+ * norv_status.h hold.
  *
- * Opening allocates a handle, stores it in the caller's variable and programs the port; every other call
- * takes the address of that variable. Closing puts the settings back that the port had before the last
- * `norv_uart_config` (opening counts as one), and makes the variable null. The descriptor stays
- * non-blocking: waiting is done by the transfers, or by the caller's loop. A handle is used by one thread at
- * a time, except that one thread may send while another receives.
+ * Opening allocates a handle and configures the port; a variable without one is an invalid argument. Closing
+ * restores the settings that the port had before the last `norv_uart_config` (opening includes one). The
+ * descriptor stays non-blocking: the transfers wait, or the caller's loop. One thread may send while another
+ * one receives.
  *
  *     norv_uart_t* port = NULL;
  *     const norv_uart_settings_t settings = {.baud = 115200, .data_bits = 8};
@@ -26,13 +26,13 @@
 
 NORV_BEGIN_DECLS
 
-/** An open port; private, allocated by `norv_uart_open` and released by `norv_uart_close`. */
+/** An open port; private. */
 typedef struct norv_uart norv_uart_t;
 
-/** The stop bits that `norv_uart_settings_t` knows. */
+/** The stop bits of `norv_uart_settings_t`. */
 enum { NORV_UART_STOP_BITS_1 = 0, NORV_UART_STOP_BITS_2 = 1 };
 
-/** The parities that `norv_uart_settings_t` knows; mark and space send a parity bit of constant 1 or 0. */
+/** The parities of `norv_uart_settings_t`; mark and space send a parity bit of constant 1 or 0. */
 enum {
     NORV_UART_PARITY_NONE = 0,
     NORV_UART_PARITY_ODD = 1,
@@ -41,67 +41,68 @@ enum {
     NORV_UART_PARITY_SPACE = 4
 };
 
-/** The flow controls that `norv_uart_settings_t` knows. */
+/** The flow controls of `norv_uart_settings_t`. */
 enum {
     NORV_UART_FLOW_CONTROL_NONE = 0,
-    NORV_UART_FLOW_CONTROL_SOFTWARE = 1, /**< XON/XOFF; without effect as it is, see norv_uart_config */
+    NORV_UART_FLOW_CONTROL_SOFTWARE = 1, /**< XON/XOFF; has no effect by itself, see norv_uart_config */
     NORV_UART_FLOW_CONTROL_HARDWARE = 2  /**< RTS/CTS */
 };
 
-/** How a port is programmed; the caller's, only read. */
+/** The settings of a port. */
 typedef struct {
     /**
      * Bit/s, one of: 0, 50, 75, 110, 134, 150, 200, 300, 600, 1200, 1800, 2400, 4800, 9600, 19200, 38400,
      * 57600, 115200, 230400, 460800, 500000, 576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000,
-     * 3000000, 3500000, 4000000. Nothing is rounded to a neighbour; 134 stands for 134.5, and 0 hangs up.
+     * 3000000, 3500000, 4000000. Other values are not rounded; 134 means 134.5, and 0 hangs up.
      */
     uint32_t baud;
-    uint32_t data_bits;    /**< 5, 6, 7 or 8; only the low 8 bits count: 264 is 8 */
+    uint32_t data_bits;    /**< 5, 6, 7 or 8; only the low 8 bits count: 264 is 8 (quirk 85) */
     uint32_t stop_bits;    /**< NORV_UART_STOP_BITS_1 or _2: 0 or 1, not the number of bits */
     uint32_t parity;       /**< NORV_UART_PARITY_NONE, _ODD, _EVEN, _MARK or _SPACE */
     uint32_t flow_control; /**< NORV_UART_FLOW_CONTROL_NONE, _SOFTWARE or _HARDWARE */
 } norv_uart_settings_t;
 
 /**
- * Opens a serial port and programs it as `norv_uart_config` does.
+ * Opens a serial port and configures it as `norv_uart_config` does.
  *
- * @param path      the port, for instance "/dev/ttyS1"; cut after 255 characters; not null
- * @param settings  how to program it; not null
- * @param uart      receives the handle; not null; what it held is overwritten; null after any failure, with
- *                  the port closed, and with its old settings if they had been read already
- * @return 0; NORV_STATUS_INVALID_ARG for an unsupported setting or a null pointer; NORV_STATUS_NO_MEMORY;
- *         the errno status of open(2) with `O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC`, of isatty(3) (that
- *         of ENOTTY: no terminal), tcgetattr(3) or tcsetattr(3)
+ * After a failure the port is closed, with its old settings if they had been read.
  *
- * Does not block. Any thread.
+ * @param path      the port, for instance "/dev/ttyS1"; not a format
+ * @param settings  the settings
+ * @param uart      receives the handle; what it held is overwritten
+ * @retval NORV_STATUS_NO_MEMORY    there is no memory for the handle
+ * @retval NORV_STATUS_NOT_FOUND    there is no such port
+ * @retval ENOTTY                   the path is not a terminal
+ * @retval NORV_STATUS_INVALID_ARG  a setting is not supported
+ * @retval errno                    of open(2) with `O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC`, isatty(3),
+ *                                  tcgetattr(3) or tcsetattr(3)
  */
 NORV_API uint32_t norv_uart_open(const char* path, const norv_uart_settings_t* settings, norv_uart_t** uart);
 
 /**
  * Closes a port: tcsetattr(3) with the settings that the last `norv_uart_config` (or open) found, close(2).
+ * What the kernel answers is ignored.
  *
- * After a second `norv_uart_config` these are the settings that the first one had put in place, not those
- * from before the port was opened. Output that is still on its way is the driver's business: some drivers
- * wait for it in close(2). A port that got the descriptor 0, in a program that had closed its standard
- * input, counts as not open: it is neither restored nor closed.
+ * After a second `norv_uart_config` these are the settings of the first one, not those from before the port
+ * was opened (quirk 83). A descriptor of 0 is neither restored nor closed (quirk 3).
  *
- * @param uart  its handle is released and it becomes null; may be null or hold null, which does nothing
+ * @param uart  becomes null; may be null
  *
- * Blocks as long as the driver's close does. Never fails; what the kernel says is ignored.
+ * Blocks as long as the driver's close does: some drivers wait until pending output is sent.
  */
 NORV_API void norv_uart_close(norv_uart_t** uart);
 
 /**
- * Programs an open port: raw input and output with these settings, CLOCAL and CREAD; no control characters.
+ * Configures an open port: raw input and output with these settings, CLOCAL and CREAD; no control characters.
  *
- * Reads the current settings (tcgetattr(3)), which a close will put back, checks the new ones, discards
- * received bytes that were not read yet (tcflush(3), TCIFLUSH), and programs the port (tcsetattr(3),
- * TCSANOW). Output that is still on its way is kept. A driver takes the nearest speed that it can make, and
- * the call succeeds all the same. May be called again at any time.
+ * Reads the current settings (tcgetattr(3)), which closing restores even if this call then fails (quirk 84),
+ * checks the new ones, discards received bytes that were not read yet (tcflush(3), TCIFLUSH; a failure is
+ * ignored), and sets the port (tcsetattr(3), TCSANOW). Pending output is kept. A driver uses the nearest
+ * speed that it can generate, and the call succeeds nevertheless. May be called again at any time.
  *
- * NORV_UART_FLOW_CONTROL_SOFTWARE sets IXON and IXOFF, but the start and stop characters are 0 like all
- * control characters, which disables them: XON and XOFF are received as data and never sent. Use hardware
- * flow control, or set the two characters after opening and after every `norv_uart_config`:
+ * NORV_UART_FLOW_CONTROL_SOFTWARE sets IXON and IXOFF, but the start and stop characters are 0, which
+ * disables them (quirk 86): XON and XOFF are received as data and never sent. Use hardware flow control, or
+ * set the two characters after opening and after each `norv_uart_config`:
  *
  *     struct termios port;
  *     tcgetattr(norv_uart_get_fd(&uart), &port);
@@ -109,38 +110,35 @@ NORV_API void norv_uart_close(norv_uart_t** uart);
  *     port.c_cc[VSTOP] = 0x13;
  *     tcsetattr(norv_uart_get_fd(&uart), TCSANOW, &port);
  *
- * @param uart      not null, holds an open port
- * @param settings  how to program it; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a setting is not supported: the port keeps its settings and its
- *         received bytes, but a close will put back what it has now; NORV_STATUS_INVALID_ARG for a null
- *         pointer or handle, with nothing done; the errno status of tcgetattr(3) or tcsetattr(3)
- *
- * Does not block.
+ * @param uart      an open port
+ * @param settings  the settings
+ * @retval NORV_STATUS_INVALID_ARG  a setting is not supported: the port and its received bytes are unchanged
+ * @retval errno                    of tcgetattr(3) or tcsetattr(3)
  */
 NORV_API uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settings);
 
 /**
- * Tells the descriptor, to be polled or added to a loop for `POLLIN` and `POLLOUT`.
+ * Returns the descriptor, to be polled or added to a loop for `POLLIN` and `POLLOUT`.
  *
- * @param uart  not null
- * @return the descriptor, which stays the handle's; -1 when `uart` holds no open port
+ * @param uart  may be null
+ * @return the descriptor; -1 if the port is not open
  */
 NORV_API int32_t norv_uart_get_fd(norv_uart_t** uart);
 
 /**
  * Sends bytes: write(2).
  *
- * @param uart     not null, holds an open port
- * @param buffer   the bytes; the caller's, only read
- * @param length   in: bytes to send; out: bytes that the driver took; as it was when a send without waiting
- *                 or without limit fails; not null
- * @param timeout  0: what can be sent at once, with one write; below 0: everything, without limit; above 0:
- *                 milliseconds for everything
- * @return 0; NORV_STATUS_AGAIN when nothing could be sent at once (time-out 0 only); NORV_STATUS_TIMEOUT
- *         when the time was up before everything was sent (time-out above 0 only);
- *         NORV_STATUS_INVALID_ARG for a null handle or length; the errno status of poll(2) or write(2)
+ * @param uart     an open port
+ * @param buffer   the bytes; not checked
+ * @param length   in: bytes to send; out: bytes that the driver accepted, after a failure only if `timeout`
+ *                 is positive (quirk 9)
+ * @param timeout  0: what can be sent at once, with one write; otherwise everything: negative: no limit;
+ *                 positive: milliseconds
+ * @retval NORV_STATUS_AGAIN    timeout 0: nothing can be sent at once
+ * @retval NORV_STATUS_TIMEOUT  positive timeout: not everything was sent in time
+ * @retval errno                of poll(2) or write(2)
  *
- * Blocks as `timeout` says, until the driver has taken the bytes; they may still be on their way. See
+ * Blocks for up to `timeout`, until the driver has accepted the bytes, which it may still have to send. See
  * `norv_iorw_nonblock`, `norv_iorw_block` and `norv_iorw_timeout` (norv_file.h).
  */
 NORV_API uint32_t norv_uart_send(norv_uart_t** uart, const void* buffer, uint32_t* length, int32_t timeout);
@@ -148,18 +146,19 @@ NORV_API uint32_t norv_uart_send(norv_uart_t** uart, const void* buffer, uint32_
 /**
  * Receives bytes: read(2).
  *
- * @param uart     not null, holds an open port
- * @param buffer   receives the bytes; the caller's
- * @param length   in: bytes wanted; out: bytes received; as it was when a receive without waiting or without
- *                 limit fails; not null
- * @param timeout  0: what has arrived, with one read; below 0: waits for all bytes, without limit; above 0:
- *                 waits for all bytes, so many milliseconds
- * @return 0; with time-out 0 on an idle port what the driver's read says: success with a length of 0, or
- *         NORV_STATUS_AGAIN; NORV_STATUS_TIMEOUT when the time was up before all bytes came (time-out above
- *         0 only): those that came are in the buffer; NORV_STATUS_INVALID_ARG for a null handle or length;
- *         the errno status of poll(2) or read(2)
+ * With timeout 0 on an idle port, the result is that of the driver's read: 0 bytes, or NORV_STATUS_AGAIN.
  *
- * Blocks as `timeout` says. See `norv_iorw_nonblock`, `norv_iorw_block` and `norv_iorw_timeout`
+ * @param uart     an open port
+ * @param buffer   receives the bytes; not checked
+ * @param length   in: bytes wanted; out: bytes received, after a failure only if `timeout` is positive
+ *                 (quirk 9)
+ * @param timeout  0: what has arrived, with one read; otherwise waits for all bytes: negative: no limit, not
+ *                 even if a USB adapter is unplugged (quirk 8); positive: milliseconds
+ * @retval NORV_STATUS_AGAIN    timeout 0: nothing has arrived
+ * @retval NORV_STATUS_TIMEOUT  positive timeout: not all bytes arrived; the buffer holds the first `length`
+ * @retval errno                of poll(2) or read(2)
+ *
+ * Blocks for up to `timeout`. See `norv_iorw_nonblock`, `norv_iorw_block` and `norv_iorw_timeout`
  * (norv_file.h).
  */
 NORV_API uint32_t norv_uart_recv(norv_uart_t** uart, void* buffer, uint32_t* length, int32_t timeout);
@@ -167,46 +166,38 @@ NORV_API uint32_t norv_uart_recv(norv_uart_t** uart, void* buffer, uint32_t* len
 /**
  * Raises or lowers RTS: ioctl TIOCMBIS or TIOCMBIC.
  *
- * @param uart  not null, holds an open port
- * @param high  non-zero: raise; zero: lower; only the low 8 bits count: 256 lowers
- * @return 0; NORV_STATUS_INVALID_ARG for a null handle; the errno status of the ioctl, for instance that of
- *         ENOTTY when the port has no modem lines
- *
- * Does not block.
+ * @param uart  an open port
+ * @param high  non-zero: raise; zero: lower; only the low 8 bits count: 256 lowers (quirk 85)
+ * @retval ENOTTY  the port has no modem lines
+ * @retval errno   of the ioctl
  */
 NORV_API uint32_t norv_uart_set_rts(norv_uart_t** uart, uint32_t high);
 
 /**
  * Raises or lowers DTR; otherwise like `norv_uart_set_rts`.
  *
- * @param uart  not null, holds an open port
- * @param high  non-zero: raise; zero: lower; only the low 8 bits count: 256 lowers
- * @return as `norv_uart_set_rts`
- *
- * Does not block.
+ * @param uart  an open port
+ * @param high  as for `norv_uart_set_rts`
+ * @retval errno  as for `norv_uart_set_rts`
  */
 NORV_API uint32_t norv_uart_set_dtr(norv_uart_t** uart, uint32_t high);
 
 /**
- * Samples CTS: ioctl TIOCMGET.
+ * Reads CTS: ioctl TIOCMGET.
  *
- * @param uart  not null, holds an open port
- * @param high  receives 1 when the line is asserted, else 0; untouched on failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG for a null handle or `high`; the errno status of the ioctl, for instance
- *         that of ENOTTY when the port has no modem lines
- *
- * Does not block.
+ * @param uart  an open port
+ * @param high  receives 1 if the line is asserted, else 0
+ * @retval ENOTTY  the port has no modem lines
+ * @retval errno   of the ioctl
  */
 NORV_API uint32_t norv_uart_get_cts(norv_uart_t** uart, uint8_t* high);
 
 /**
- * Samples DSR; otherwise like `norv_uart_get_cts`.
+ * Reads DSR; otherwise like `norv_uart_get_cts`.
  *
- * @param uart  not null, holds an open port
- * @param high  receives 1 when the line is asserted, else 0; untouched on failure; not null
- * @return as `norv_uart_get_cts`
- *
- * Does not block.
+ * @param uart  an open port
+ * @param high  receives 1 if the line is asserted, else 0
+ * @retval errno  as for `norv_uart_get_cts`
  */
 NORV_API uint32_t norv_uart_get_dsr(norv_uart_t** uart, uint8_t* high);
 

@@ -17,8 +17,8 @@
 
 struct norv_uart {
     int32_t descriptor;
-    termios saved;   // as the last configuration found them
-    bool has_saved;  // an open that fails early must not "restore" what was never read
+    termios saved;   // the settings that the last configuration found
+    bool has_saved;  // an open that fails early must not restore settings that were never read
 };
 
 static_assert(offsetof(norv_uart, descriptor) == 0 && offsetof(norv_uart, saved) == 4);
@@ -92,17 +92,17 @@ const line_speed* find_speed(uint32_t baud) {
     return nullptr;
 }
 
-// The entry of a table, null when it has none with this index.
+// The entry of a table; null if it has no entry with this index.
 template <typename entry, size_t size>
 const entry* find(const entry (&table)[size], uint32_t index) {
     return index < size ? &table[index] : nullptr;
 }
 
-// Builds the port's settings; false when one is not supported. From zeros, so raw in every respect: no line
-// editing, no translation, no control character, not even those of software flow control, on purpose.
+// Builds the port's settings; false if one is not supported. All else is zero, so the port is raw: no line
+// editing, no translation, no control characters. quirk 86: not even those of software flow control.
 bool build_raw(const norv_uart_settings_t& wanted, termios& built) {
     const line_speed* speed = find_speed(wanted.baud);
-    // Only the low byte counts: callers pass numbers whose upper bits mean something to themselves.
+    // quirk 85: callers use the upper bits for themselves.
     const tcflag_t* data_bits = find(data_bits_flags, (wanted.data_bits & 0xFFU) - fewest_data_bits);
     const tcflag_t* stop_bits = find(stop_bits_flags, wanted.stop_bits);
     const tcflag_t* parity = find(parity_flags, wanted.parity);
@@ -119,8 +119,8 @@ bool build_raw(const norv_uart_settings_t& wanted, termios& built) {
     return true;
 }
 
-// Remembers what the port is set to: every configuration anew, also one that is then refused, so that a close
-// after two of them restores what the first had set. Callers rely on it.
+// Saves the port's settings for the close. quirk 83, quirk 84: each configuration does, even one that then
+// fails.
 uint32_t save_settings(norv_uart& port) {
     const int result = tcgetattr(port.descriptor, &port.saved);
     port.has_saved = port.has_saved || result == 0;
@@ -128,7 +128,7 @@ uint32_t save_settings(norv_uart& port) {
 }
 
 void restore_settings(const norv_uart& port) {
-    // The descriptor 0 counts as not open, here as in `close_descriptor`.
+    // quirk 3: 0 counts as not open, here as in `close_descriptor`.
     if (port.descriptor > 0 && port.has_saved) {
         tcsetattr(port.descriptor, TCSANOW, &port.saved);
     }
@@ -154,7 +154,7 @@ uint32_t set_modem_line(norv_uart_t** uart, int line, uint32_t high) {
     if (port == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const bool raise = (high & 0xFFU) != 0;  // only the low byte counts here too
+    const bool raise = (high & 0xFFU) != 0;  // quirk 85
     return norv::device_ioctl(port->descriptor, raise ? TIOCMBIS : TIOCMBIC, &line);
 }
 
@@ -217,8 +217,8 @@ uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settin
     if (!build_raw(*settings, wanted)) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // What was received under the old settings is garbage under the new ones. A port that cannot discard it
-    // is programmed all the same.
+    // What was received with the old settings is garbage with the new ones. A port that cannot discard it is
+    // configured nevertheless.
     tcflush(port->descriptor, TCIFLUSH);
     return norv::status_of(tcsetattr(port->descriptor, TCSANOW, &wanted));
 }

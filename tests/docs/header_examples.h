@@ -14,6 +14,7 @@ extern const uint8_t image[];
 extern const uint32_t image_size;
 extern uint32_t area_end, cursor, done, address, size, remaining, samples[64];
 extern norv_linux_gpio_t gpio;
+extern norv_uart_t* uart;
 
 void on_edge(norv_epoll_fd_t* record, uint32_t events);
 void serve(uint32_t result);

@@ -33,7 +33,7 @@ using testing::IsEmpty;
 constexpr norv_uart_settings_t plain = {
     .baud = 115200, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
 
-// What differs between two terminal settings, field by field; empty when nothing does.
+// The differences between two terminal settings, field by field; empty if there are none.
 std::string differences(const termios& left, const termios& right) {
     std::string names;
     names += left.c_iflag == right.c_iflag ? "" : "c_iflag ";
@@ -70,21 +70,21 @@ class OpenUart : public Uart {
 
 // ---- open
 
-TEST_F(Uart, OpeningGivesANonBlockingDescriptorThatIsNoControllingTerminal) {
+TEST_F(Uart, OpeningIsNonBlockingAndTakesNoControllingTerminal) {
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), 0U);
     EXPECT_GT(norv_uart_get_fd(&uart), 0);
     EXPECT_THAT(kernel.open_flags("/dev/ttyS1"), ElementsAre(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     norv_uart_close(&uart);
 }
 
-TEST_F(Uart, OpeningProgramsThePort) {
+TEST_F(Uart, OpeningConfiguresThePort) {
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), 0U);
     EXPECT_EQ(cfgetospeed(&port->settings), static_cast<speed_t>(B115200));
     EXPECT_EQ(port->settings.c_cflag & static_cast<tcflag_t>(CSIZE), static_cast<tcflag_t>(CS8));
     norv_uart_close(&uart);
 }
 
-TEST_F(Uart, TheHandleStandsInTheVariableWhileThePortIsBeingOpened) {
+TEST_F(Uart, TheVariableHoldsTheHandleWhileThePortIsOpened) {
     bool stood_there = false;
     int32_t descriptor = 0;
     port->on_open = [&] {
@@ -97,13 +97,13 @@ TEST_F(Uart, TheHandleStandsInTheVariableWhileThePortIsBeingOpened) {
     norv_uart_close(&uart);
 }
 
-TEST_F(Uart, APathIsNoFormat) {
+TEST_F(Uart, APathIsNotAFormat) {
     kernel.add_device("/dev/tty%d", port);
     EXPECT_EQ(norv_uart_open("/dev/tty%d", &plain, &uart), 0U);
     norv_uart_close(&uart);
 }
 
-TEST_F(Uart, APathLongerThan255CharactersIsCut) {
+TEST_F(Uart, APathLongerThan255CharactersIsTruncated) {
     EXPECT_EQ(norv_uart_open(("/dev/" + std::string(300, 'x')).c_str(), &plain, &uart),
               NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(kernel.calls("open").at(0).path, "/dev/" + std::string(250, 'x'));
@@ -114,21 +114,21 @@ TEST_F(Uart, APortThatDoesNotExistLeavesTheVariableNull) {
     EXPECT_EQ(uart, nullptr);
 }
 
-TEST_F(Uart, AFileThatIsNoTerminalCannotBeOpened) {
+TEST_F(Uart, AFileThatIsNotATerminalCannotBeOpened) {
     kernel.add_file("/dev/null");
     EXPECT_EQ(norv_uart_open("/dev/null", &plain, &uart), errno_status(ENOTTY));
     EXPECT_EQ(uart, nullptr);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Uart, AFailedTerminalCheckLeavesThePortAsItWas) {
+TEST_F(Uart, AFailedTerminalCheckLeavesThePortUnchanged) {
     kernel.fail("isatty", EIO);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), NORV_STATUS_DEVICE_ERROR);
     EXPECT_THAT(port->requests, IsEmpty());
     EXPECT_EQ(uart, nullptr);
 }
 
-TEST_F(Uart, ATerminalCheckWhoseErrnoMapsToZeroLetsTheOpenGoOn) {
+TEST_F(Uart, ATerminalCheckWhoseErrnoMapsToZeroLetsTheOpenContinue) {
     kernel.map_errno(ENOTTY, 0);
     kernel.fail("isatty", ENOTTY);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), 0U);
@@ -137,14 +137,14 @@ TEST_F(Uart, ATerminalCheckWhoseErrnoMapsToZeroLetsTheOpenGoOn) {
 }
 
 TEST_F(Uart, WithoutMemoryNothingIsOpened) {
-    uart = reinterpret_cast<norv_uart_t*>(&port);  // whatever stood there before
+    uart = reinterpret_cast<norv_uart_t*>(&port);  // an arbitrary previous value
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(uart, nullptr);
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(Uart, AnOpenWithUnsupportedSettingsPutsTheOldSettingsBackAndLeavesTheVariableNull) {
+TEST_F(Uart, AnOpenWithUnsupportedSettingsRestoresTheOldSettings) {
     const norv_uart_settings_t unsupported = {
         .baud = 14400, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &unsupported, &uart), NORV_STATUS_INVALID_ARG);
@@ -154,7 +154,7 @@ TEST_F(Uart, AnOpenWithUnsupportedSettingsPutsTheOldSettingsBackAndLeavesTheVari
     EXPECT_EQ(differences(port->settings, found), "");
 }
 
-TEST_F(Uart, AnOpenWhoseProgrammingFailsPutsTheOldSettingsBack) {
+TEST_F(Uart, AnOpenThatCannotConfigureThePortRestoresTheOldSettings) {
     kernel.fail("tcsetattr", EIO);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), NORV_STATUS_DEVICE_ERROR);
     EXPECT_EQ(uart, nullptr);
@@ -162,7 +162,7 @@ TEST_F(Uart, AnOpenWhoseProgrammingFailsPutsTheOldSettingsBack) {
     EXPECT_EQ(differences(port->settings, found), "");
 }
 
-TEST_F(Uart, AnOpenThatCouldNotReadTheSettingsPutsNoneBack) {
+TEST_F(Uart, AnOpenThatCannotReadTheSettingsRestoresNone) {
     kernel.fail("tcgetattr", EIO);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), NORV_STATUS_DEVICE_ERROR);
     EXPECT_EQ(uart, nullptr);
@@ -182,7 +182,7 @@ TEST_F(Uart, ANullPathSettingsOrVariableIsAnInvalidArgument) {
 
 // ---- close
 
-TEST_F(Uart, ClosingPutsTheSettingsBackBeforeItClosesThePort) {
+TEST_F(Uart, ClosingRestoresTheSettingsBeforeItClosesThePort) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     kernel.forget_calls();
     norv_uart_close(&uart);
@@ -195,7 +195,7 @@ TEST_F(Uart, ClosingPutsTheSettingsBackBeforeItClosesThePort) {
 }
 
 // quirk 83
-TEST_F(Uart, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
+TEST_F(Uart, AfterTwoConfigurationsClosingRestoresThoseOfTheFirst) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     const termios set_first = port->settings;
     const norv_uart_settings_t second = {
@@ -206,7 +206,7 @@ TEST_F(Uart, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
 }
 
 // quirk 84
-TEST_F(Uart, ARefusedConfigurationStillRefreshesWhatClosingRestores) {
+TEST_F(Uart, ARefusedConfigurationStillUpdatesWhatClosingRestores) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     const termios set_by_open = port->settings;
     const norv_uart_settings_t unsupported = {
@@ -216,7 +216,7 @@ TEST_F(Uart, ARefusedConfigurationStillRefreshesWhatClosingRestores) {
     EXPECT_EQ(differences(port->settings, set_by_open), "");
 }
 
-TEST_F(Uart, AConfigurationThatCannotReadTheSettingsKeepsWhatClosingRestores) {
+TEST_F(Uart, AFailedReadOfTheSettingsKeepsWhatClosingRestores) {
     norv_uart_open("/dev/ttyS1", &plain, &uart);
     kernel.fail("tcgetattr", EIO);
     EXPECT_EQ(norv_uart_config(&uart, &plain), NORV_STATUS_DEVICE_ERROR);
@@ -224,7 +224,7 @@ TEST_F(Uart, AConfigurationThatCannotReadTheSettingsKeepsWhatClosingRestores) {
     EXPECT_EQ(differences(port->settings, found), "");
 }
 
-TEST_F(Uart, SettingsThatCouldNeverBeReadAreNotRestored) {
+TEST_F(Uart, SettingsThatWereNeverReadAreNotRestored) {
     kernel.map_errno(EIO, 0);
     kernel.fail("tcgetattr", EIO);
     EXPECT_EQ(norv_uart_open("/dev/ttyS1", &plain, &uart), 0U);
@@ -277,7 +277,7 @@ TEST_F(Uart, WithoutAnOpenPortThereIsNoDescriptor) {
     EXPECT_EQ(norv_uart_get_fd(nullptr), -1);
 }
 
-// ---- the settings space: every supported value of each setting, with what it makes of the port
+// ---- the settings: every supported value of each, and the port's settings that it selects
 
 struct baud_row {
     uint32_t baud;
@@ -375,7 +375,7 @@ TEST_F(OpenUart, ThePortReceivesEveryFieldOfEverySupportedCombination) {
     });
 }
 
-// The records that each combination becomes when one of its values is replaced by an unsupported one.
+// Each combination with one of its values replaced by an unsupported one.
 std::vector<norv_uart_settings_t> with_one_unsupported_value(const norv_uart_settings_t& supported) {
     std::vector<norv_uart_settings_t> spoilt;
     const auto spoil = [&](uint32_t norv_uart_settings_t::*setting, std::initializer_list<uint32_t> values) {
@@ -392,7 +392,7 @@ std::vector<norv_uart_settings_t> with_one_unsupported_value(const norv_uart_set
     return spoilt;
 }
 
-TEST_F(OpenUart, OneUnsupportedValueInAnyCombinationIsRefusedBeforeThePortIsTouched) {
+TEST_F(OpenUart, OneUnsupportedValueIsRefusedBeforeThePortIsChanged) {
     for_each_supported([&](const norv_uart_settings_t& supported, const termios&) {
         port->received = "not read yet";
         port->requests.clear();
@@ -405,7 +405,7 @@ TEST_F(OpenUart, OneUnsupportedValueInAnyCombinationIsRefusedBeforeThePortIsTouc
     });
 }
 
-TEST_F(OpenUart, Speed134SelectsTheConstantOf134AndAHalf) {
+TEST_F(OpenUart, Speed134SelectsTheConstantFor134Point5) {
     norv_uart_settings_t settings = plain;
     settings.baud = 134;
     EXPECT_EQ(norv_uart_config(&uart, &settings), 0U);
@@ -421,7 +421,7 @@ TEST_F(OpenUart, OnlyTheLowByteOfTheDataBitsCounts) {
     EXPECT_EQ(port->settings.c_cflag & static_cast<tcflag_t>(CSIZE), static_cast<tcflag_t>(CS8));
 }
 
-TEST_F(OpenUart, ThePortBecomesRawWhateverItWasBefore) {
+TEST_F(OpenUart, ThePortBecomesRawWhateverItsSettingsWere) {
     std::fill_n(reinterpret_cast<unsigned char*>(&port->settings), sizeof port->settings,
                 static_cast<unsigned char>(0xFF));
     EXPECT_EQ(norv_uart_config(&uart, &plain), 0U);
@@ -434,13 +434,13 @@ TEST_F(OpenUart, ThePortBecomesRawWhateverItWasBefore) {
 
 // ---- configuration of an open port
 
-TEST_F(OpenUart, ReceivedBytesAreDiscardedBeforeThePortIsProgrammedAndOutputIsKept) {
+TEST_F(OpenUart, ReceivedBytesAreDiscardedFirstAndOutputIsKept) {
     port->received = "noise";
     EXPECT_EQ(norv_uart_config(&uart, &plain), 0U);
     EXPECT_THAT(port->requests, ElementsAre("get", "discard input", "set now"));
 }
 
-TEST_F(OpenUart, APortThatCannotDiscardIsProgrammedAllTheSame) {
+TEST_F(OpenUart, APortThatCannotDiscardIsConfiguredNevertheless) {
     kernel.fail("tcflush", EIO);
     EXPECT_EQ(norv_uart_config(&uart, &plain), 0U);
     EXPECT_THAT(port->requests, ElementsAre("get", "set now"));
@@ -452,7 +452,7 @@ TEST_F(OpenUart, SettingsThatCannotBeReadEndTheConfiguration) {
     EXPECT_THAT(port->requests, IsEmpty());
 }
 
-TEST_F(OpenUart, SettingsThatCannotBeReadWithAnErrnoThatMapsToZeroDoNotEndTheConfiguration) {
+TEST_F(OpenUart, UnreadableSettingsWhoseErrnoMapsToZeroDoNotEndTheCall) {
     kernel.map_errno(EIO, 0);
     kernel.fail("tcgetattr", EIO);
     EXPECT_EQ(norv_uart_config(&uart, &plain), 0U);
@@ -486,14 +486,14 @@ TEST_F(OpenUart, SendingWithoutWaitingWritesOnceWhatFits) {
     EXPECT_THAT(port->poll_waits, IsEmpty());
 }
 
-TEST_F(OpenUart, SendingWithoutWaitingIntoAFullPortSaysTryAgain) {
+TEST_F(OpenUart, SendingToAFullPortWithoutWaitingReturnsAgain) {
     port->room = 0;
     uint32_t length = 5;
     EXPECT_EQ(norv_uart_send(&uart, "hello", &length, 0), NORV_STATUS_AGAIN);
     EXPECT_EQ(length, 5U);
 }
 
-TEST_F(OpenUart, SendingWithAnyNegativeTimeOutSendsEverythingWithoutLimit) {
+TEST_F(OpenUart, SendingWithAnyNegativeTimeoutSendsEverythingWithoutLimit) {
     port->room = 2;
     for (const int32_t timeout : {-1, -5, -1000, INT32_MIN}) {
         port->sent.clear();
@@ -506,7 +506,7 @@ TEST_F(OpenUart, SendingWithAnyNegativeTimeOutSendsEverythingWithoutLimit) {
     }
 }
 
-TEST_F(OpenUart, AMillisecondIsATimeOutToo) {
+TEST_F(OpenUart, OneMillisecondIsATimeoutToo) {
     char byte = 0;
     uint32_t length = 1;
     EXPECT_EQ(norv_uart_recv(&uart, &byte, &length, 1), NORV_STATUS_TIMEOUT);
@@ -516,7 +516,7 @@ TEST_F(OpenUart, AMillisecondIsATimeOutToo) {
     EXPECT_THAT(port->poll_waits, ElementsAre(1, 1));
 }
 
-TEST_F(OpenUart, SendingWithATimeOutSendsEverythingWithinIt) {
+TEST_F(OpenUart, SendingWithATimeoutSendsEverythingWithinIt) {
     port->room = 2;
     uint32_t length = 5;
     EXPECT_EQ(norv_uart_send(&uart, "hello", &length, 60000), 0U);
@@ -525,14 +525,14 @@ TEST_F(OpenUart, SendingWithATimeOutSendsEverythingWithinIt) {
     EXPECT_THAT(port->poll_waits, Each(testing::AllOf(testing::Gt(0), testing::Le(60000))));
 }
 
-TEST_F(OpenUart, ASendWhoseTimeIsUpTellsHowMuchWasSent) {
+TEST_F(OpenUart, ATimedOutSendReportsHowMuchWasSent) {
     port->room = 0;
     uint32_t length = 5;
     EXPECT_EQ(norv_uart_send(&uart, "hello", &length, 60000), NORV_STATUS_TIMEOUT);
     EXPECT_EQ(length, 0U);
 }
 
-TEST_F(OpenUart, AFailedSendGivesTheErrnoStatusWithEveryTimeOut) {
+TEST_F(OpenUart, AFailedSendGivesTheErrnoStatusWithEveryTimeout) {
     for (const int32_t timeout : {0, -1, 60000}) {
         kernel.fail("write", EIO);
         uint32_t length = 5;
@@ -551,7 +551,7 @@ TEST_F(OpenUart, ReceivingWithoutWaitingReadsOnceWhatHasArrived) {
     EXPECT_THAT(port->poll_waits, IsEmpty());
 }
 
-TEST_F(OpenUart, ReceivingWithoutWaitingFromAnIdlePortReturnsAtOnceWithWhatTheReadReports) {
+TEST_F(OpenUart, ReceivingFromAnIdlePortWithoutWaitingReturnsAtOnce) {
     char buffer[5] = {};
     uint32_t length = sizeof buffer;
     EXPECT_EQ(norv_uart_recv(&uart, buffer, &length, 0), NORV_STATUS_AGAIN);
@@ -559,7 +559,7 @@ TEST_F(OpenUart, ReceivingWithoutWaitingFromAnIdlePortReturnsAtOnceWithWhatTheRe
     EXPECT_THAT(port->poll_waits, IsEmpty());
 }
 
-TEST_F(OpenUart, ReceivingWithAnyNegativeTimeOutWaitsForEveryByteWithoutLimit) {
+TEST_F(OpenUart, ReceivingWithANegativeTimeoutWaitsForEveryByte) {
     for (const int32_t timeout : {-1, -5, -1000, INT32_MIN}) {
         port->poll_waits.clear();
         port->arriving = {"he", "l", "lo"};
@@ -571,7 +571,7 @@ TEST_F(OpenUart, ReceivingWithAnyNegativeTimeOutWaitsForEveryByteWithoutLimit) {
     }
 }
 
-TEST_F(OpenUart, ReceivingWithATimeOutWaitsForEveryByteWithinIt) {
+TEST_F(OpenUart, ReceivingWithATimeoutWaitsForEveryByteWithinIt) {
     port->arriving = {"he", "l", "lo"};
     char buffer[5] = {};
     uint32_t length = sizeof buffer;
@@ -580,7 +580,7 @@ TEST_F(OpenUart, ReceivingWithATimeOutWaitsForEveryByteWithinIt) {
     EXPECT_THAT(port->poll_waits, Each(testing::AllOf(testing::Gt(0), testing::Le(60000))));
 }
 
-TEST_F(OpenUart, AReceiveWhoseTimeIsUpTellsHowMuchCame) {
+TEST_F(OpenUart, ATimedOutReceiveReportsHowMuchWasReceived) {
     port->arriving = {"he", "l"};
     char buffer[5] = {};
     uint32_t length = sizeof buffer;
@@ -588,7 +588,7 @@ TEST_F(OpenUart, AReceiveWhoseTimeIsUpTellsHowMuchCame) {
     EXPECT_EQ(std::string(buffer, length), "hel");
 }
 
-TEST_F(OpenUart, AFailedReceiveGivesTheErrnoStatusWithEveryTimeOut) {
+TEST_F(OpenUart, AFailedReceiveGivesTheErrnoStatusWithEveryTimeout) {
     for (const int32_t timeout : {0, -1, 60000}) {
         port->received = "hello";
         kernel.fail("read", EIO);
@@ -598,7 +598,7 @@ TEST_F(OpenUart, AFailedReceiveGivesTheErrnoStatusWithEveryTimeOut) {
     }
 }
 
-TEST_F(OpenUart, EveryNegativeTimeOutWaitsWithoutLimit) {
+TEST_F(OpenUart, EveryNegativeTimeoutWaitsWithoutLimit) {
     for (const int32_t timeout : {-1, -1000, INT32_MIN}) {
         uint32_t length = 5;
         EXPECT_EQ(norv_uart_send(&uart, "hello", &length, timeout), 0U);
@@ -619,7 +619,7 @@ TEST_F(OpenUart, ATransferWithoutALengthIsAnInvalidArgument) {
 
 // ---- modem lines
 
-TEST_F(OpenUart, RtsAndDtrAreRaisedAndLoweredEachByItself) {
+TEST_F(OpenUart, RtsAndDtrAreRaisedAndLoweredIndependently) {
     EXPECT_EQ(norv_uart_set_rts(&uart, 1), 0U);
     EXPECT_EQ(port->modem_lines, TIOCM_RTS);
     EXPECT_EQ(norv_uart_set_dtr(&uart, 1), 0U);
@@ -642,7 +642,7 @@ TEST_F(OpenUart, OnlyTheLowByteOfALevelCounts) {
     EXPECT_EQ(port->modem_lines, 0);
 }
 
-TEST_F(OpenUart, CtsAndDsrAreSampledEachByItself) {
+TEST_F(OpenUart, CtsAndDsrAreReadIndependently) {
     uint8_t cts = 9;
     uint8_t dsr = 9;
     port->modem_lines = TIOCM_CTS;
@@ -670,7 +670,7 @@ TEST_F(OpenUart, AFailedModemLineCallGivesTheErrnoStatusAndWritesNothing) {
     EXPECT_EQ(norv_uart_set_dtr(&uart, 0), NORV_STATUS_DEVICE_ERROR);
 }
 
-TEST_F(OpenUart, AFailedSampleWhoseErrnoMapsToZeroReadsAsNotAsserted) {
+TEST_F(OpenUart, AFailedReadOfALineWhoseErrnoMapsToZeroIsNotAsserted) {
     kernel.map_errno(EIO, 0);
     port->modem_lines = TIOCM_CTS;
     kernel.fail("ioctl", EIO);
@@ -679,7 +679,7 @@ TEST_F(OpenUart, AFailedSampleWhoseErrnoMapsToZeroReadsAsNotAsserted) {
     EXPECT_EQ(level, 0);
 }
 
-TEST_F(OpenUart, ASampleWithoutAPlaceForItIsAnInvalidArgument) {
+TEST_F(OpenUart, ANullLevelIsAnInvalidArgument) {
     EXPECT_EQ(norv_uart_get_cts(&uart, nullptr), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_uart_get_dsr(&uart, nullptr), NORV_STATUS_INVALID_ARG);
 }
@@ -706,7 +706,7 @@ TEST_F(Uart, WithoutAnOpenPortEveryCallIsAnInvalidArgument) {
 
 // ---- failure sweep
 
-// Everything that can be done with an open port, up to the first failure.
+// Makes every call on an open port, up to the first failure.
 uint32_t use_port(norv_uart_t** uart) {
     norv_uart_settings_t slow = plain;
     slow.baud = 9600;
@@ -751,8 +751,8 @@ TEST(UartSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     std::shared_ptr<serial_port> port;
     norv::test::sweep_options options;
     options.expect = [&](const fault& struck) {
-        // Transfers go on after a signal, what cannot be discarded is kept, and closing ignores what the
-        // kernel says. A port that is still set to 9600 could not be restored.
+        // Transfers continue after a signal, bytes that cannot be discarded are kept, and closing ignores
+        // failures. A port that is still set to 9600 could not be restored.
         const bool interrupted = struck.error == EINTR &&
                                  (struck.name == "poll" || struck.name == "read" || struck.name == "write");
         const bool unrestored =

@@ -1,5 +1,5 @@
-// Serial ports of a real kernel: 16550s, /dev/ttyS1 wired to /dev/ttyS2 and /dev/ttyS3 to itself, and
-// pseudo-terminals. A Zynq has one port for this, /dev/ttyPS1, which is wired to itself.
+// Serial ports of a real kernel: 16550s, with /dev/ttyS1 wired to /dev/ttyS2 and /dev/ttyS3 to itself, and
+// pseudo-terminals. A Zynq has only one port for this, /dev/ttyPS1, which is wired to itself.
 #include "norv_uart.h"
 
 #include <fcntl.h>
@@ -21,9 +21,9 @@
 
 namespace {
 
-constexpr int modem_loop_back = 0x8000;  // the kernel's TIOCM_LOOP, which the C library does not show
+constexpr int modem_loopback = 0x8000;  // the kernel's TIOCM_LOOP, which the C library does not define
 
-constexpr int32_t plenty = 60000;  // ms that nothing below needs
+constexpr int32_t plenty = 60000;  // ms, longer than any test below needs
 
 constexpr norv_uart_settings_t plain = {
     .baud = 115200, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
@@ -69,7 +69,7 @@ std::string receive(norv_uart_t** uart, size_t size) {
     return text;
 }
 
-// Waits until so many bytes have arrived, and leaves them where they are.
+// Waits until `size` bytes have arrived, without reading them.
 void await(norv_uart_t** uart, int size) {
     int arrived = 0;
     while (arrived < size) {
@@ -78,7 +78,7 @@ void await(norv_uart_t** uart, int size) {
     }
 }
 
-// Bytes without a short period, so that a lost, doubled or swapped byte shows.
+// Bytes without a short period, so that a lost, repeated or swapped byte is noticed.
 std::string many_bytes(size_t size) {
     std::string bytes(size, '\0');
     uint32_t state = 1;
@@ -89,7 +89,7 @@ std::string many_bytes(size_t size) {
     return bytes;
 }
 
-// Reads 64 bytes at a time, each with a time-out, until everything has come.
+// Reads 64 bytes at a time, each with a timeout, until everything has arrived.
 std::string receive_in_small_pieces(norv_uart_t** uart, size_t size) {
     std::string text;
     while (text.size() < size) {
@@ -102,7 +102,7 @@ std::string receive_in_small_pieces(norv_uart_t** uart, size_t size) {
     return text;
 }
 
-// Where two long texts differ first; their size when they do not.
+// The position of the first difference between two long texts; their size if there is none.
 size_t first_difference(const std::string& left, const std::string& right) {
     const auto [at, other] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
     return static_cast<size_t>(at - left.begin());
@@ -149,8 +149,8 @@ class UartOnBoard : public ConnectedPorts {
 
 // ---- text on the wire
 
-// No speed below 2400: the 8250 driver would give each byte an interrupt from then on, whatever speed
-// follows.
+// No speed below 2400: the 8250 driver would then raise an interrupt for each byte from then on, at any
+// speed.
 TEST_F(UartOnBoard, TextGoesInBothDirectionsAtSeveralSpeeds) {
     for (const auto& [baud, code] :
          {std::pair{2400U, B2400}, {9600U, B9600}, {38400U, B38400}, {57600U, B57600}, {115200U, B115200}}) {
@@ -171,7 +171,7 @@ TEST_F(UartOnBoard, EveryFramingAndFlowControlReachesTheDriver) {
                                                .flow_control = number / 40};
         ASSERT_EQ(norv_uart_config(&first, &settings), 0U) << number;
         const termios taken = settings_of(norv_uart_get_fd(&first));
-        // The driver of a Zynq's ports makes 8 bits of 5.
+        // The driver of a Zynq's ports uses 8 bits instead of 5.
         const tcflag_t five_bits = is_zynq ? CS8 : CS5;
         const tcflag_t size[] = {five_bits, CS6, CS7, CS8};
         const tcflag_t parity[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR, PARENB | CMSPAR};
@@ -193,14 +193,14 @@ TEST_F(UartOnBoard, ConfigurationDiscardsWhatWasReceived) {
     EXPECT_EQ(receive(&second, 4), "text");
 }
 
-TEST_F(UartOnBoard, AnUnsupportedSpeedLeavesTheDriverAlone) {
+TEST_F(UartOnBoard, AnUnsupportedSpeedLeavesTheDriversSettingsUnchanged) {
     const norv_uart_settings_t settings = at_speed(250000);
     EXPECT_EQ(norv_uart_config(&first, &settings), NORV_STATUS_INVALID_ARG);
     const termios kept = settings_of(norv_uart_get_fd(&first));
     EXPECT_EQ(cfgetospeed(&kept), static_cast<speed_t>(B115200));
 }
 
-TEST_F(UartOnBoard, AnIdlePortGivesNothingAtOnceAndTimesOutLater) {
+TEST_F(UartOnBoard, AnIdlePortReturnsNoBytesAtOnceOrTimesOut) {
     char buffer[16];
     uint32_t length = sizeof buffer;
     EXPECT_EQ(norv_uart_recv(&first, buffer, &length, 0), 0U);
@@ -210,7 +210,7 @@ TEST_F(UartOnBoard, AnIdlePortGivesNothingAtOnceAndTimesOutLater) {
     EXPECT_EQ(length, 0U);
 }
 
-TEST_F(UartOnBoard, ATimeOutTellsHowMuchCame) {
+TEST_F(UartOnBoard, ATimeoutReportsHowMuchWasReceived) {
     send(&first, "half");
     await(&second, 4);
     char buffer[8];
@@ -219,7 +219,7 @@ TEST_F(UartOnBoard, ATimeOutTellsHowMuchCame) {
     EXPECT_EQ(std::string(buffer, length), "half");
 }
 
-TEST_F(UartOnBoard, APortThatMayNotSendTakesWhatItHasRoomForAndThenNothing) {
+TEST_F(UartOnBoard, APortThatMustNotSendAcceptsBytesUntilItIsFull) {
     const std::string bytes = many_bytes(65536);
     ASSERT_EQ(tcflow(norv_uart_get_fd(&first), TCOOFF), 0);
     auto taken = static_cast<uint32_t>(bytes.size());
@@ -234,7 +234,7 @@ TEST_F(UartOnBoard, APortThatMayNotSendTakesWhatItHasRoomForAndThenNothing) {
     EXPECT_EQ(receive_in_small_pieces(&second, taken), bytes.substr(0, taken));
 }
 
-TEST_F(UartOnBoard, AWaitWithoutLimitEndsWhenTheLastByteCame) {
+TEST_F(UartOnBoard, AWaitWithoutLimitEndsWithTheLastByte) {
     std::thread sender([&] {
         send(&first, "in two ");
         send(&first, "pieces");
@@ -254,7 +254,7 @@ norv_uart_settings_t with_software_flow_control() {
     return settings;
 }
 
-// What the library leaves to the caller.
+// The part that the library leaves to the caller.
 void set_flow_control_characters(norv_uart_t** uart) {
     termios settings = settings_of(norv_uart_get_fd(uart));
     settings.c_cc[VSTART] = 0x11;
@@ -270,7 +270,7 @@ std::string receive_within(norv_uart_t** uart, size_t size, int32_t timeout) {
     return text;
 }
 
-// The first port with software flow control; the second one, without, plays the device.
+// The first port has software flow control; the second one, without it, plays the device.
 class SoftwareFlowControlOnBoard : public UartOnBoard {
   protected:
     SoftwareFlowControlOnBoard() {
@@ -278,7 +278,7 @@ class SoftwareFlowControlOnBoard : public UartOnBoard {
         EXPECT_EQ(norv_uart_config(&first, &settings), 0U);
     }
 
-    // Sends more than the first port keeps for a reader that does not come.
+    // Sends more than the first port stores while no one reads.
     std::string answer_to_a_flood(int32_t timeout) {
         std::thread sender([&] { send(&second, std::string(8192, 'x')); });
         await(&first, 4000);
@@ -328,12 +328,12 @@ TEST_F(SoftwareFlowControlOnBoard, LosesItsCharactersWithTheNextConfiguration) {
 
 // ---- many bytes
 
-// A mebibyte takes minutes on an emulated port: `make soak` sends it, the daily run a part.
+// A mebibyte takes minutes on an emulated port: `make soak` sends all of it, the daily run a part.
 size_t soak_size() {
     return std::getenv("NORV_LONG_SOAK") != nullptr ? 1 << 20 : 1 << 16;
 }
 
-TEST_F(UartOnBoard, NothingIsLostOfManyBytesReadBySmallPieces) {
+TEST_F(UartOnBoard, ManyBytesReadInSmallPiecesArriveWithoutLoss) {
     expect_nothing_lost_of(soak_size());
 }
 
@@ -349,7 +349,7 @@ TEST_F(UartOnBoard, OneThreadSendsWhileAnotherReceives) {
 }
 
 struct reader {
-    norv_epoll_fd_t record;  // first, so that the handler reaches the whole
+    norv_epoll_fd_t record;  // first, so that the handler can convert it to the whole
     norv_epoll_t* loop;
     norv_uart_t** uart;
     std::string text;
@@ -394,9 +394,9 @@ TEST_F(UartOnBoard, RtsAndDtrReachTheDriver) {
     EXPECT_EQ(modem_lines_of(descriptor) & (TIOCM_RTS | TIOCM_DTR), TIOCM_RTS);
 }
 
-// The chip's own loop-back mode connects RTS with CTS and DTR with DSR.
+// The chip's loopback mode connects RTS with CTS and DTR with DSR.
 TEST_F(UartOnBoard, CtsFollowsRtsAndDsrFollowsDtrThroughTheChip) {
-    int loop_back = modem_loop_back;
+    int loop_back = modem_loopback;
     ASSERT_EQ(ioctl(norv_uart_get_fd(&first), TIOCMBIS, &loop_back), 0);
     for (const bool rts : {true, false, true}) {
         for (const bool dtr : {false, true, false}) {
@@ -413,7 +413,7 @@ TEST_F(UartOnBoard, CtsFollowsRtsAndDsrFollowsDtrThroughTheChip) {
     ASSERT_EQ(ioctl(norv_uart_get_fd(&first), TIOCMBIC, &loop_back), 0);
 }
 
-TEST_F(UartOnBoard, SpeedZeroHangsUpAndAnotherSpeedComesBack) {
+TEST_F(UartOnBoard, SpeedZeroHangsUpUntilAnotherSpeedIsSet) {
     const norv_uart_settings_t hung_up = at_speed(0);
     const int descriptor = norv_uart_get_fd(&first);
     EXPECT_EQ(norv_uart_config(&first, &hung_up), 0U);
@@ -424,12 +424,12 @@ TEST_F(UartOnBoard, SpeedZeroHangsUpAndAnotherSpeedComesBack) {
 
 // ---- a cable with all wires
 
-// /dev/ttyNORV0 and /dev/ttyNORV1: what one drives, the other sees, and both have to be set alike.
+// /dev/ttyNORV0 and /dev/ttyNORV1: what one drives, the other sees, and both need the same settings.
 class UartCableOnBoard : public ConnectedPorts {
   protected:
     UartCableOnBoard() : ConnectedPorts("/dev/ttyNORV0", "/dev/ttyNORV1") {}
 
-    // What the second port receives of a text, whatever becomes of it on the way.
+    // What the second port receives of a text, even if it is garbled.
     std::string sent_to_second(const std::string& text) {
         send(&first, text);
         return receive(&second, text.size());
@@ -443,25 +443,25 @@ TEST_F(UartCableOnBoard, TextGoesInBothDirectionsAtSeveralSpeeds) {
     }
 }
 
-TEST_F(UartCableOnBoard, NothingIsLostOfManyBytesReadBySmallPieces) {
+TEST_F(UartCableOnBoard, ManyBytesReadInSmallPiecesArriveWithoutLoss) {
     configure_both(at_speed(921600));
     expect_nothing_lost_of(32768);
 }
 
-TEST_F(UartCableOnBoard, AtAnotherSpeedOtherBytesArrive) {
+TEST_F(UartCableOnBoard, AtADifferentSpeedOtherBytesArrive) {
     const norv_uart_settings_t settings = at_speed(9600);
     EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
     EXPECT_NE(sent_to_second("hello"), "hello");
 }
 
-TEST_F(UartCableOnBoard, WithAnotherFramingOtherBytesArrive) {
+TEST_F(UartCableOnBoard, WithADifferentFramingOtherBytesArrive) {
     norv_uart_settings_t settings = plain;
     settings.data_bits = 7;
     EXPECT_EQ(norv_uart_config(&second, &settings), 0U);
     EXPECT_NE(sent_to_second("hello"), "hello");
 }
 
-TEST_F(UartCableOnBoard, RtsIsTheOtherSidesCtsAndDtrItsDsr) {
+TEST_F(UartCableOnBoard, RtsIsTheOtherSidesCtsAndDtrIsItsDsr) {
     for (const bool rts : {true, false, true}) {
         for (const bool dtr : {false, true}) {
             EXPECT_EQ(norv_uart_set_rts(&first, rts ? 1 : 0), 0U);
@@ -489,7 +489,7 @@ TEST_F(UartCableOnBoard, HardwareFlowControlHoldsOutputUntilTheOtherSideIsReady)
 
 // ---- open and close
 
-// Another program that has the port open as well, and so keeps its settings alive.
+// Another process that has the port open too, and so keeps its settings alive.
 class other_user {
   public:
     explicit other_user(const char* path) : descriptor_(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK)) {
@@ -506,7 +506,7 @@ class other_user {
     int descriptor_;
 };
 
-TEST(UartSettingsOnBoard, ClosingPutsBackWhatThePortHadBefore) {
+TEST(UartSettingsOnBoard, ClosingRestoresThePortsOldSettings) {
     const other_user other(plugged_port);
     termios before = other.settings();
     before.c_lflag = ICANON | ECHO;
@@ -523,7 +523,7 @@ TEST(UartSettingsOnBoard, ClosingPutsBackWhatThePortHadBefore) {
     EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B19200));
 }
 
-TEST(UartSettingsOnBoard, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSet) {
+TEST(UartSettingsOnBoard, AfterTwoConfigurationsClosingRestoresThoseOfTheFirst) {
     const other_user other(plugged_port);
     const norv_uart_settings_t slow = at_speed(2400);
     norv_uart_t* uart = nullptr;
@@ -534,7 +534,7 @@ TEST(UartSettingsOnBoard, AfterTwoConfigurationsClosingRestoresWhatTheFirstHadSe
     EXPECT_EQ(cfgetospeed(&after), static_cast<speed_t>(B2400));
 }
 
-TEST(UartSettingsOnBoard, AFailedOpenPutsBackWhatThePortHadBefore) {
+TEST(UartSettingsOnBoard, AFailedOpenRestoresThePortsOldSettings) {
     const other_user other(plugged_port);
     const termios before = other.settings();
     const norv_uart_settings_t unsupported = at_speed(14400);
@@ -544,7 +544,7 @@ TEST(UartSettingsOnBoard, AFailedOpenPutsBackWhatThePortHadBefore) {
     EXPECT_EQ(other.settings().c_cflag, before.c_cflag);
 }
 
-TEST(UartOpeningOnBoard, WhatIsNoSerialPortIsRefused) {
+TEST(UartOpeningOnBoard, AFileThatIsNotASerialPortIsRefused) {
     norv_uart_t* uart = nullptr;
     EXPECT_EQ(norv_uart_open("/dev/null", &plain, &uart), errno_status(ENOTTY));
     EXPECT_EQ(uart, nullptr);
@@ -552,7 +552,7 @@ TEST(UartOpeningOnBoard, WhatIsNoSerialPortIsRefused) {
     EXPECT_EQ(uart, nullptr);
 }
 
-TEST(UartOpeningOnBoard, AfterAHangUpSendingFailsAndReceivingEndsByItsTimeOut) {
+TEST(UartOpeningOnBoard, AfterAHangUpSendingFailsAndReceivingTimesOut) {
     norv_uart_t* uart = nullptr;
     ASSERT_EQ(norv_uart_open(plugged_port, &plain, &uart), 0U);
     const int other = open(plugged_port, O_RDWR | O_NOCTTY | O_NONBLOCK);
@@ -571,7 +571,7 @@ TEST(UartOpeningOnBoard, AfterAHangUpSendingFailsAndReceivingEndsByItsTimeOut) {
 
 // ---- pseudo-terminals
 
-// A pseudo-terminal; the test plays the device at its far end.
+// A pseudo-terminal; the test plays the device at its other end.
 class PseudoTerminal : public testing::Test {
   protected:
     PseudoTerminal() {
@@ -591,7 +591,7 @@ class PseudoTerminal : public testing::Test {
     norv_uart_t* uart = nullptr;
 };
 
-TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteReceivedBySmallPieces) {
+TEST_F(PseudoTerminal, OneMebibyteReceivedInSmallPiecesArrivesWithoutLoss) {
     std::string bytes = many_bytes(1048576);
     std::thread device([&] {
         auto length = static_cast<uint32_t>(bytes.size());
@@ -602,7 +602,7 @@ TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteReceivedBySmallPieces) {
     EXPECT_EQ(first_difference(bytes, received), bytes.size());
 }
 
-TEST_F(PseudoTerminal, NothingIsLostInOneMebibyteSent) {
+TEST_F(PseudoTerminal, OneMebibyteSentArrivesWithoutLoss) {
     const std::string bytes = many_bytes(1048576);
     std::string received(bytes.size(), '\0');
     std::thread device([&] {
