@@ -40,7 +40,7 @@ static void open_port(struct port* port, const char* interface, uint32_t identif
     const uint32_t status =
         norv_linux_can_raw_add_with_alt_id(&port->can, 1, identifier, alternative, &port->channel);
     if (status != NORV_STATUS_OK) {
-        /* A channel that could not be added is removed all the same. */
+        /* A channel that could not be added is removed nevertheless. */
         norv_linux_can_remove(port->channel);
         norv_linux_can_close(&port->can);
         must(interface, status);

@@ -21,7 +21,7 @@
 
 namespace {
 
-// A place in a circular list, or the list's head.
+// A node of a circular list, or the list's head.
 struct list_node {
     list_node* next;
     list_node* prev;
@@ -30,14 +30,14 @@ struct list_node {
 }  // namespace
 
 struct norv_linux_can {
-    norv_linux_can_t** owner;  // where the caller keeps the handle
-    const char* interface_name;
+    norv_linux_can_t** owner;    // where the caller keeps the handle; never read
+    const char* interface_name;  // quirk 62: the caller's text
     norv_mutex_t lock;
     list_node channels;  // newest first
 };
 
 struct norv_linux_can_raw {
-    list_node node;  // both null while the channel is not in the list
+    list_node node;  // its pointers are null while the channel is not in the list
     uint32_t kind;
     int32_t descriptor;
     uint8_t nonblocking;
@@ -46,7 +46,7 @@ struct norv_linux_can_raw {
     sockaddr_can address;
     can_filter filters[2];
     uint8_t with_alternative;
-    uint8_t linked;  // unlike the node, not written when a neighbour comes or goes: read without the lock
+    uint8_t linked;  // unlike the node, not written when a neighbour changes, so it is read without the lock
 };
 
 static_assert(NORV_FOLLOWS(norv_linux_can_raw, node, kind));
@@ -62,7 +62,7 @@ static_assert(offsetof(norv_linux_can_raw, node) == 0 && IFNAMSIZ == 16 && sizeo
 
 namespace {
 
-constexpr uint32_t raw_channel = CAN_RAW;  // a channel's kind is its socket's protocol; there is one so far
+constexpr uint32_t raw_channel = CAN_RAW;  // a channel's kind is its socket's protocol; there is only one
 
 struct wanted_channel {
     uint8_t nonblocking;
@@ -88,7 +88,7 @@ void unlink(norv_linux_can_raw_t& channel) {
     channel.linked = 0;
 }
 
-// By the main identifier alone, on purpose, whatever else the channel was added with.
+// quirk 63, quirk 64: only the main identifier is compared, and a dead channel is found like any other.
 norv_linux_can_raw_t* find(norv_linux_can_t& can, uint32_t identifier) {
     for (list_node* node = can.channels.next; node != &can.channels; node = node->next) {
         norv_linux_can_raw_t* channel = channel_of(node);
@@ -111,7 +111,7 @@ norv_linux_can_raw_t* allocate(norv_linux_can_t& can, const wanted_channel& want
     channel->nonblocking = wanted.nonblocking;
     channel->context = &can;
     norv_strncpy(channel->request.ifr_name, can.interface_name, IFNAMSIZ);
-    // Only the 11 bits of a standard identifier, on purpose: extended frames pass by their low bits.
+    // quirk 65: only the 11 bits of a standard identifier are compared.
     channel->filters[0] = {wanted.identifier, CAN_SFF_MASK};
     channel->filters[1] = {wanted.alternative_identifier, CAN_SFF_MASK};
     channel->with_alternative = wanted.with_alternative;
@@ -126,12 +126,12 @@ void release(norv_linux_can_raw_t* channel) {
 uint32_t set_nonblocking(int32_t descriptor) {
     const int flags = fcntl(descriptor, F_GETFL);
     const uint32_t status = norv::status_of(flags);
-    // A socket that could not be opened gets both calls, on purpose.
+    // quirk 69: without a socket, both calls are made.
     if (status != NORV_STATUS_OK && descriptor >= 0) {
         return status;
     }
     const int known_flags = flags < 0 ? 0 : flags;
-    // Also where the flag is there already, on purpose.
+    // quirk 70: even if the flag is set already.
     const uint32_t set_status = norv::status_of(fcntl(descriptor, F_SETFL, known_flags | O_NONBLOCK));
     return status != NORV_STATUS_OK ? status : set_status;
 }
@@ -139,8 +139,7 @@ uint32_t set_nonblocking(int32_t descriptor) {
 uint32_t open_socket(norv_linux_can_raw_t& channel) {
     channel.descriptor = socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, static_cast<int>(channel.kind));
     const uint32_t status = norv::status_of(channel.descriptor);
-    // A socket that could not be opened is made non-blocking all the same, and the status of that failure is
-    // the one returned, on purpose.
+    // quirk 69: the status of a failed socket(2) gives way to that of fcntl(2) on the missing descriptor.
     return channel.nonblocking != 0 ? set_nonblocking(channel.descriptor) : status;
 }
 
@@ -153,7 +152,7 @@ uint32_t set_filters(const norv_linux_can_raw_t& channel) {
     return set_option(channel.descriptor, CAN_RAW_FILTER, channel.filters, count * sizeof(can_filter));
 }
 
-uint32_t switch_loop_back_off(const norv_linux_can_raw_t& channel) {
+uint32_t disable_loopback(const norv_linux_can_raw_t& channel) {
     const int off = 0;
     return set_option(channel.descriptor, CAN_RAW_LOOPBACK, &off, sizeof off);
 }
@@ -163,12 +162,11 @@ uint32_t bind_to_interface(norv_linux_can_raw_t& channel) {
     channel.address.can_ifindex = channel.request.ifr_ifindex;
     const int result =
         bind(channel.descriptor, reinterpret_cast<const sockaddr*>(&channel.address), sizeof channel.address);
-    // Of a failure not errno but the negated result, 1, on purpose: every cause is reported as EPERM, and
-    // callers know it by that.
+    // quirk 66: the negated result is used instead of errno. A failure gives 1, which is EPERM.
     return norv_get_status_by_errno(static_cast<uint32_t>(-result));
 }
 
-// Makes the socket of a channel. What a step that failed had opened stays open until the channel is removed.
+// Opens the socket of a channel. After a failure the socket stays open until the channel is removed.
 uint32_t connect_channel(norv_linux_can_raw_t& channel) {
     uint32_t status = open_socket(channel);
     if (status == NORV_STATUS_OK) {
@@ -178,7 +176,7 @@ uint32_t connect_channel(norv_linux_can_raw_t& channel) {
         status = set_filters(channel);
     }
     if (status == NORV_STATUS_OK) {
-        status = switch_loop_back_off(channel);
+        status = disable_loopback(channel);
     }
     return status == NORV_STATUS_OK ? bind_to_interface(channel) : status;
 }
@@ -193,16 +191,16 @@ uint32_t add(norv_linux_can_t& can, const wanted_channel& wanted, norv_linux_can
         link_first(can, *added);
     }
     if (channel != nullptr) {
-        *channel = added;  // after a failure too: the caller removes it
+        *channel = added;  // quirk 67: even after a failure, for the caller to remove
     } else if (status != NORV_STATUS_OK) {
-        release(added);  // nobody else knows it
+        release(added);  // no one else has a pointer to it
     }
     return status;
 }
 
-// ---- What the exported functions have in common ----
+// ---- Shared by the exported functions ----
 
-// Takes no lock, on purpose: callers keep adds apart from everything else.
+// quirk 71: takes no lock.
 uint32_t find_or_add(norv_linux_can_t** can, const wanted_channel& wanted, norv_linux_can_raw_t** channel) {
     if (!norv::is_open(can)) {
         return NORV_STATUS_INVALID_ARG;
@@ -217,6 +215,7 @@ uint32_t find_or_add(norv_linux_can_t** can, const wanted_channel& wanted, norv_
     return NORV_STATUS_OK;
 }
 
+// quirk 68: without a socket, poll(2) ignores the descriptor -1 and waits.
 uint32_t transfer(const norv_linux_can_raw_t* channel, void* buffer, uint32_t* length, int32_t timeout,
                   bool write) {
     return channel == nullptr ? NORV_STATUS_INVALID_ARG
@@ -238,7 +237,7 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
         return NORV_STATUS_NO_MEMORY;
     }
     opened->owner = can;
-    opened->interface_name = interface_name;  // the pointer, on purpose: callers may change the text
+    opened->interface_name = interface_name;  // quirk 62: callers may change the text
     norv::make_empty(opened->channels);
     const uint32_t status = norv_mutex_init(&opened->lock);
     if (status != NORV_STATUS_OK) {
@@ -270,6 +269,7 @@ void norv_linux_can_close(norv_linux_can_t** can) {
 
 uint32_t norv_linux_can_raw_add(norv_linux_can_t** can, uint32_t nonblocking, uint32_t identifier,
                                 norv_linux_can_raw_t** channel) {
+    // quirk 70: only the low byte of the flag counts.
     return find_or_add(can, {static_cast<uint8_t>(nonblocking), identifier, 0, 0}, channel);
 }
 
@@ -283,7 +283,7 @@ uint32_t norv_linux_can_remove(norv_linux_can_raw_t* channel) {
     if (channel == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The context of a channel that never got into its list may be gone.
+    // The context of a channel that is not in its list may have been closed.
     if (channel->linked == 0) {
         release(channel);
         return NORV_STATUS_OK;

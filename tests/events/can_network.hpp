@@ -1,4 +1,4 @@
-// CAN interfaces and the raw sockets on them, which receive what their filters let pass.
+// CAN interfaces and the raw sockets on them, which receive the frames that pass their filters.
 #pragma once
 
 #include <linux/can.h>
@@ -32,14 +32,14 @@ class can_socket : public device {
 
     const int type;
     const int protocol;
-    std::vector<can_filter> filters = {{0, 0}};  // everything, as the kernel begins
+    std::vector<can_filter> filters = {{0, 0}};  // everything, the kernel's default
     bool loop_back = true;
     int interface = 0;  // index; 0 before the bind
     bool open = true;
-    std::string asked_name;          // the 16 bytes of the interface name that was looked up
+    std::string looked_up_name;      // the interface name that was looked up, 16 bytes
     std::deque<can_frame> waiting;   // to be read
-    std::deque<can_frame> arriving;  // on the bus during later waits, one each
-    std::vector<int> poll_waits;     // the time-out of every poll
+    std::deque<can_frame> arriving;  // on the bus during later waits, one in each
+    std::vector<int> poll_waits;     // the timeout of each poll
     std::function<void()> on_close = [] {};
 
     void close() override {
@@ -86,12 +86,12 @@ class can_socket : public device {
     can_network& network_;
 };
 
-// The interfaces can0 and can1. It lives longer than the double that it is added to.
+// The interfaces can0 and can1. It outlives the kernel double to which it is added.
 class can_network {
   public:
     std::map<std::string, int> interfaces = {{"can0", 5}, {"can1", 6}};
     std::vector<std::shared_ptr<can_socket>> sockets;  // in the order in which they were opened
-    std::map<int, std::vector<can_frame>> sent;        // what went onto the bus, by interface
+    std::map<int, std::vector<can_frame>> sent;        // the frames on the bus, by interface
 
     void add_to(kernel_double& kernel) {
         kernel.add_socket_family(AF_CAN, [this](int type, int protocol) { return open(type, protocol); });
@@ -102,14 +102,14 @@ class can_network {
         return sockets.back();
     }
 
-    // A socket that some other program has open on an interface, receiving everything.
+    // A socket of another process on an interface, which receives everything.
     std::shared_ptr<can_socket> other_socket(const std::string& interface) {
         const auto socket = open(SOCK_RAW, CAN_RAW);
         socket->interface = interfaces.at(interface);
         return socket;
     }
 
-    // A frame comes over the bus.
+    // A frame arrives on the bus.
     void arrive(const std::string& interface, const can_frame& frame) {
         deliver(interfaces.at(interface), frame, nullptr);
     }
@@ -136,7 +136,7 @@ inline long can_socket::ioctl(unsigned long request, void* argument) {
         return -ENOTTY;
     }
     auto& asked = *static_cast<ifreq*>(argument);
-    asked_name.assign(asked.ifr_name, IFNAMSIZ);
+    looked_up_name.assign(asked.ifr_name, IFNAMSIZ);
     asked.ifr_name[IFNAMSIZ - 1] = '\0';
     const auto found = network_.interfaces.find(asked.ifr_name);
     if (found == network_.interfaces.end()) {

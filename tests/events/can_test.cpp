@@ -99,7 +99,7 @@ TEST_F(Can, TheInterfaceNameIsKeptByPointerAndReadWhenAChannelIsAdded) {
 }
 
 TEST_F(Can, OpeningWithoutMemoryLeavesTheVariableNull) {
-    can = reinterpret_cast<norv_linux_can_t*>(&network);  // whatever stood there before
+    can = reinterpret_cast<norv_linux_can_t*>(&network);  // an arbitrary previous value
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_linux_can_open("can0", &can), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(can, nullptr);
@@ -126,7 +126,7 @@ TEST_F(Can, ClosingANullVariableDoesNothing) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenCan, ClosingClosesEverySocketReleasesEveryChannelAndMakesTheVariableNull) {
+TEST_F(OpenCan, ClosingReleasesEveryChannelAndMakesTheVariableNull) {
     add(0x100);
     add(0x200);
     add(0x300);
@@ -154,7 +154,7 @@ TEST_F(OpenCan, ClosingTwiceClosesNothingTheSecondTime) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(OpenCan, ClosingTakesTheLockAndReleasesEverythingEvenWithoutIt) {
+TEST_F(OpenCan, ClosingReleasesEverythingEvenIfTheLockFails) {
     add(0x100);
     kernel.fail("norv_mutex_lock", EINVAL);
     norv_linux_can_close(&can);
@@ -164,7 +164,7 @@ TEST_F(OpenCan, ClosingTakesTheLockAndReleasesEverythingEvenWithoutIt) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(OpenCan, ClosingReleasesEveryChannelWithTheLock) {
+TEST_F(OpenCan, ClosingReleasesEveryChannelUnderTheLock) {
     add(0x100);
     add(0x200);
     std::vector<size_t> open;
@@ -230,9 +230,9 @@ TEST_F(CanWithoutStandardInput, ClosingDoesNotCloseTheDescriptor0) {
     norv_linux_can_close(&can);
 }
 
-// ---- add: what the kernel sees
+// ---- add: the system calls
 
-TEST_F(OpenCan, AChannelIsARawCanSocketThatProgramsDoNotInherit) {
+TEST_F(OpenCan, AChannelIsARawCanSocketThatIsClosedOnExec) {
     channel = add(0x123);
     EXPECT_GT(norv_linux_can_get_fd(channel), 0);
     ASSERT_THAT(network.sockets, SizeIs(1));
@@ -240,7 +240,7 @@ TEST_F(OpenCan, AChannelIsARawCanSocketThatProgramsDoNotInherit) {
     EXPECT_EQ(socket(0).protocol, CAN_RAW);
 }
 
-TEST_F(OpenCan, ABlockingChannelsFlagsAreLeftAlone) {
+TEST_F(OpenCan, ABlockingChannelKeepsItsFlags) {
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), 0U);
     EXPECT_THAT(names_of_calls(), ElementsAre("socket", "ioctl", "setsockopt", "setsockopt", "bind"));
 }
@@ -257,7 +257,7 @@ TEST_F(OpenCan, ANonBlockingChannelKeepsItsOtherFlags) {
 }
 
 // quirk 70
-TEST_F(OpenCan, TheNonBlockingFlagIsSetEvenWhereItIsThereAlready) {
+TEST_F(OpenCan, TheNonBlockingFlagIsSetEvenIfItIsAlreadySet) {
     kernel.answer("fcntl", O_RDWR | O_NONBLOCK);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), 0U);
     ASSERT_THAT(kernel.calls("fcntl"), SizeIs(2));
@@ -276,7 +276,7 @@ TEST_F(OpenCan, OnlyTheLowByteOfTheNonBlockingFlagCounts) {
 
 TEST_F(OpenCan, TheInterfaceIsLookedUpAndTheSocketBoundToItsIndex) {
     add(0x123);
-    EXPECT_EQ(socket(0).asked_name, "can0" + std::string(12, '\0'));
+    EXPECT_EQ(socket(0).looked_up_name, "can0" + std::string(12, '\0'));
     ASSERT_THAT(kernel.calls("bind"), SizeIs(1));
     EXPECT_EQ(kernel.calls("bind")[0].bytes,  // family 29, padding, index 5, the rest zeros
               "\x1d\0\0\0\x05\0\0\0"s + std::string(16, '\0'));
@@ -284,10 +284,10 @@ TEST_F(OpenCan, TheInterfaceIsLookedUpAndTheSocketBoundToItsIndex) {
 
 TEST_F(Can, AnInterfaceNameIsCopiedUpTo16Characters) {
     network.interfaces["interface_nam"] = 9;
-    network.interfaces["interface_name_"] = 7;  // what the kernel makes of the 16 characters
+    network.interfaces["interface_name_"] = 7;  // the kernel's name for the 16 characters
     EXPECT_EQ(norv_linux_can_open("interface_name_that_is_too_long", &can), 0U);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, nullptr), 0U);
-    EXPECT_EQ(network.sockets.at(0)->asked_name, "interface_name_t");
+    EXPECT_EQ(network.sockets.at(0)->looked_up_name, "interface_name_t");
     EXPECT_EQ(network.sockets.at(0)->interface, 7);
     norv_linux_can_close(&can);
 }
@@ -309,21 +309,21 @@ TEST_F(OpenCan, TheAlternativeIdentifier0IsAFilterToo) {
     EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\0\x01\0\0\xff\x07\0\0\0\0\0\0\xff\x07\0\0"s);
 }
 
-TEST_F(OpenCan, AnIdentifierGoesIntoItsFilterWithAllItsBits) {
+TEST_F(OpenCan, AFilterHoldsAllBitsOfItsIdentifier) {
     add(0x9ABCDEF0U);
     EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\xf0\xde\xbc\x9a\xff\x07\0\0"s);
 }
 
-TEST_F(OpenCan, LoopBackIsSwitchedOffByAnIntOfZero) {
+TEST_F(OpenCan, LoopbackIsSwitchedOffByAnIntOfZero) {
     add(0x123);
     EXPECT_EQ(kernel.calls("setsockopt")[1].flags, SOL_CAN_RAW);
     EXPECT_EQ(kernel.calls("setsockopt")[1].request, static_cast<unsigned long>(CAN_RAW_LOOPBACK));
     EXPECT_EQ(kernel.calls("setsockopt")[1].bytes, std::string(4, '\0'));
 }
 
-// ---- add: which channel the caller gets
+// ---- add: the returned channel
 
-TEST_F(OpenCan, AddingAnIdentifierTwiceReturnsTheSameChannelAndOpensOneSocket) {
+TEST_F(OpenCan, AddingAnIdentifierTwiceReturnsOneChannelWithOneSocket) {
     norv_linux_can_raw_t* first = add(0x123);
     EXPECT_EQ(add(0x123), first);
     EXPECT_THAT(network.sockets, SizeIs(1));
@@ -340,7 +340,7 @@ TEST_F(OpenCan, TheSecondAddComparesNothingButTheMainIdentifier) {
 }
 
 // quirk 63
-TEST_F(OpenCan, AnAlternativeIdentifierIsNoKey) {
+TEST_F(OpenCan, AnAlternativeIdentifierIsNotAKey) {
     EXPECT_EQ(norv_linux_can_raw_add_with_alt_id(&can, 0, 0x100, 0x200, &channel), 0U);
     EXPECT_NE(add(0x200), channel);
     EXPECT_THAT(network.sockets, SizeIs(2));
@@ -361,14 +361,14 @@ TEST_F(OpenCan, TheOldestOfManyChannelsIsFoundAgain) {
     EXPECT_THAT(network.sockets, SizeIs(20));
 }
 
-TEST_F(OpenCan, NobodyNeedsToTakeTheChannel) {
+TEST_F(OpenCan, TheChannelPointerMayBeNull) {
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, nullptr), 0U);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, nullptr), 0U);
     EXPECT_NE(add(0x123), nullptr);
     EXPECT_THAT(network.sockets, SizeIs(1));
 }
 
-TEST_F(OpenCan, WithoutMemoryTheChannelVariableIsLeftUntouched) {
+TEST_F(OpenCan, WithoutMemoryTheChannelVariableIsUnchanged) {
     auto* const before = reinterpret_cast<norv_linux_can_raw_t*>(&network);
     channel = before;
     kernel.fail("norv_zalloc", ENOMEM);
@@ -386,14 +386,14 @@ TEST_F(Can, AddingWithoutAContextIsAnInvalidArgument) {
 
 // ---- add: failures
 
-// The steps of an add, each with the calls that come before it.
+// The steps of an add, each with the calls before it.
 struct step {
     const char* call;
     int number;
     std::vector<std::string> before;
 };
 
-const std::vector<step> steps_behind_the_socket = {
+const std::vector<step> steps_after_the_socket = {
     {"fcntl", 1, {"socket"}},
     {"fcntl", 2, {"socket", "fcntl"}},
     {"ioctl", 1, {"socket", "fcntl", "fcntl"}},
@@ -402,8 +402,8 @@ const std::vector<step> steps_behind_the_socket = {
 };
 
 // quirk 67
-TEST_F(OpenCan, AFailingStepEndsTheAddWithItsErrnoStatusAndReturnsTheChannel) {
-    for (const step& failing : steps_behind_the_socket) {
+TEST_F(OpenCan, AFailedStepEndsTheAddAndReturnsTheChannel) {
+    for (const step& failing : steps_after_the_socket) {
         kernel.forget_calls();
         kernel.fail(failing.call, ENOBUFS, failing.number);
         channel = nullptr;
@@ -418,9 +418,9 @@ TEST_F(OpenCan, AFailingStepEndsTheAddWithItsErrnoStatusAndReturnsTheChannel) {
     }
 }
 
-TEST_F(OpenCan, AFailingStepWhoseErrnoMapsToZeroLetsTheAddGoOn) {
+TEST_F(OpenCan, AFailedStepWhoseErrnoMapsToZeroLetsTheAddContinue) {
     kernel.map_errno(ENOBUFS, 0);
-    for (const step& failing : steps_behind_the_socket) {
+    for (const step& failing : steps_after_the_socket) {
         kernel.forget_calls();
         kernel.fail(failing.call, ENOBUFS, failing.number);
         norv_linux_can_raw_t* added = add(0x123);
@@ -432,14 +432,14 @@ TEST_F(OpenCan, AFailingStepWhoseErrnoMapsToZeroLetsTheAddGoOn) {
     }
 }
 
-TEST_F(OpenCan, FlagsThatCouldNotBeReadAreTakenForNone) {
+TEST_F(OpenCan, UnreadableFlagsCountAsNoneIfTheErrnoMapsToZero) {
     kernel.map_errno(EIO, 0);
     kernel.fail("fcntl", EIO);
     add(0x123);
     EXPECT_EQ(kernel.calls("fcntl").at(1).request, static_cast<unsigned long>(O_NONBLOCK));
 }
 
-TEST_F(OpenCan, AFailingSocketEndsTheAddOfABlockingChannel) {
+TEST_F(OpenCan, AFailedSocketEndsTheAddOfABlockingChannel) {
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), errno_status(EMFILE));
     EXPECT_THAT(names_of_calls(), ElementsAre("socket"));
@@ -450,7 +450,7 @@ TEST_F(OpenCan, AFailingSocketEndsTheAddOfABlockingChannel) {
 }
 
 // quirk 68
-TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaitsForNothing) {
+TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaits) {
     can_frame frame = {};
     uint32_t length = sizeof frame;
     kernel.fail("socket", EMFILE);
@@ -462,14 +462,14 @@ TEST_F(OpenCan, ATransferOnAChannelWithoutASocketWaitsForNothing) {
 }
 
 // quirk 69
-TEST_F(OpenCan, AFailingSocketOfANonBlockingChannelIsReportedByTheFcntlPairOnPurpose) {
+TEST_F(OpenCan, TheFcntlPairReportsAFailedSocketOfANonBlockingChannel) {
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EBADF));
     EXPECT_THAT(names_of_calls(), ElementsAre("socket", "fcntl", "fcntl"));
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
-TEST_F(OpenCan, AFailingSocketWhoseErrnoMapsToZeroLetsTheAddGoOnWithoutOne) {
+TEST_F(OpenCan, AFailedSocketWhoseErrnoMapsToZeroLetsTheAddContinue) {
     kernel.map_errno(EMFILE, 0);
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), errno_status(EBADF));
@@ -477,7 +477,7 @@ TEST_F(OpenCan, AFailingSocketWhoseErrnoMapsToZeroLetsTheAddGoOnWithoutOne) {
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
-TEST_F(OpenCan, AFailingSocketWhoseFcntlPairMapsToZeroLetsTheAddGoOnWithoutOne) {
+TEST_F(OpenCan, AFailedSocketWhoseFcntlErrnoMapsToZeroLetsTheAddContinue) {
     kernel.map_errno(EBADF, 0);
     kernel.fail("socket", EMFILE);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EPERM));
@@ -487,7 +487,7 @@ TEST_F(OpenCan, AFailingSocketWhoseFcntlPairMapsToZeroLetsTheAddGoOnWithoutOne) 
 }
 
 // quirk 66
-TEST_F(OpenCan, EveryFailureOfBindIsReportedAsEpermOnPurpose) {
+TEST_F(OpenCan, EveryFailureOfBindIsReportedAsEperm) {
     for (const int error : {ENODEV, ENETDOWN, EADDRNOTAVAIL, EINVAL, EPERM}) {
         kernel.fail("bind", error);
         EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EPERM));
@@ -495,7 +495,7 @@ TEST_F(OpenCan, EveryFailureOfBindIsReportedAsEpermOnPurpose) {
     }
 }
 
-TEST_F(OpenCan, AFailingBindCountsAsSuccessWhereEpermMapsToZero) {
+TEST_F(OpenCan, AFailedBindCountsAsSuccessIfEpermMapsToZero) {
     kernel.map_errno(EPERM, 0);
     kernel.fail("bind", ENODEV);
     channel = add(0x123);
@@ -504,7 +504,7 @@ TEST_F(OpenCan, AFailingBindCountsAsSuccessWhereEpermMapsToZero) {
 }
 
 // quirk 66
-TEST_F(OpenCan, TheErrnoOfAFailingBindIsNotLookedAt) {
+TEST_F(OpenCan, TheErrnoOfAFailedBindIsIgnored) {
     kernel.map_errno(ENODEV, 0);
     kernel.fail("bind", ENODEV);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(EPERM));
@@ -530,7 +530,7 @@ TEST_F(OpenCan, AChannelOfAFailedAddIsNotFoundAgain) {
     EXPECT_EQ(kernel.open_descriptors(), 1U);
 }
 
-TEST_F(OpenCan, AChannelOfAFailedAddIsNotReleasedByCloseAndCanBeRemovedAfterIt) {
+TEST_F(OpenCan, AChannelOfAFailedAddCanBeRemovedAfterTheClose) {
     kernel.fail("bind", ENODEV);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 0, 0x123, &channel), errno_status(EPERM));
     norv_linux_can_close(&can);
@@ -575,7 +575,7 @@ TEST_F(OpenCan, RemovingOneOfThreeLeavesTheOthersInTheList) {
     }
 }
 
-TEST_F(OpenCan, RemovingTakesTheLockAndLeavesTheChannelInPlaceWithoutIt) {
+TEST_F(OpenCan, RemovingWithoutTheLockLeavesTheChannelInPlace) {
     channel = add(0x123);
     kernel.fail("norv_mutex_lock", EINVAL);
     EXPECT_EQ(norv_linux_can_remove(channel), NORV_STATUS_BAD_STATE);
@@ -583,11 +583,11 @@ TEST_F(OpenCan, RemovingTakesTheLockAndLeavesTheChannelInPlaceWithoutIt) {
     EXPECT_EQ(add(0x123), channel);
 }
 
-TEST_F(OpenCan, RemovingUnlinksAndReleasesWithTheLock) {
+TEST_F(OpenCan, RemovingUnlinksAndReleasesUnderTheLock) {
     channel = add(0x123);
     std::vector<norv_linux_can_raw_t*> found;
     kernel.on_lock([&](bool taken) {
-        // Adding takes no lock. While the channel is in the list, it is the one that is returned.
+        // Adding takes no lock. While the channel is in the list, an add returns it.
         found.push_back(taken ? add(0x123) : nullptr);
         EXPECT_EQ(kernel.open_descriptors(), taken ? 1U : 0U);
         EXPECT_EQ(kernel.allocations(), taken ? 2U : 1U) << "the context, and the channel";
@@ -605,7 +605,7 @@ TEST_F(OpenCan, RemovingReturnsTheStatusOfTheUnlock) {
     EXPECT_EQ(kernel.allocations(), 1U) << "the context alone";
 }
 
-TEST_F(OpenCan, AFailingCloseOfTheSocketIsNotReported) {
+TEST_F(OpenCan, AFailedCloseOfTheSocketIsNotReported) {
     channel = add(0x123);
     kernel.fail("close", EIO);
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
@@ -624,7 +624,7 @@ TEST_F(OpenCan, TwoThreadsMayRemoveDifferentChannelsAtTheSameTime) {
     for (uint32_t identifier = 0; identifier < 200; ++identifier) {
         channels.push_back(add(identifier));
     }
-    // Neighbours in the list go to different threads.
+    // Neighbours in the list are removed by different threads.
     const auto remove_every_second = [&](size_t first) {
         for (size_t number = first; number < channels.size(); number += 2) {
             EXPECT_EQ(norv_linux_can_remove(channels[number]), 0U);
@@ -666,7 +666,7 @@ class CanTransfer : public OpenCan {
     uint32_t length = sizeof frame;
 };
 
-TEST_F(CanTransfer, AWrittenFrameGoesOntoTheInterfaceAsItIs) {
+TEST_F(CanTransfer, AWrittenFrameReachesTheInterfaceUnchanged) {
     for (const int32_t timeout : {0, -1, 1000}) {
         network.sent.clear();
         length = sizeof frame;
@@ -683,12 +683,12 @@ TEST_F(CanTransfer, AFrameOfAnyIdentifierCanBeWritten) {
     EXPECT_EQ(network.sent[5].at(0).can_id, 0x1ABCDEF0U | CAN_EFF_FLAG);
 }
 
-TEST_F(CanTransfer, WritingWithTimeOut0DoesNotPoll) {
+TEST_F(CanTransfer, WritingWithTimeout0DoesNotPoll) {
     EXPECT_EQ(write(0), 0U);
     EXPECT_THAT(names_of_calls(), ElementsAre("write"));
 }
 
-TEST_F(CanTransfer, WritingWithAnyNegativeTimeOutPollsWithoutLimit) {
+TEST_F(CanTransfer, WritingWithAnyNegativeTimeoutPollsWithoutLimit) {
     for (const int32_t timeout : {-1, -7, -1000, INT32_MIN}) {
         socket(0).poll_waits.clear();
         EXPECT_EQ(write(timeout), 0U);
@@ -696,7 +696,7 @@ TEST_F(CanTransfer, WritingWithAnyNegativeTimeOutPollsWithoutLimit) {
     }
 }
 
-TEST_F(CanTransfer, WritingWithAPositiveTimeOutPollsForThatLong) {
+TEST_F(CanTransfer, WritingWithAPositiveTimeoutPollsForThatLong) {
     for (const int32_t timeout : {1, 1234, INT32_MAX}) {
         socket(0).poll_waits.clear();
         EXPECT_EQ(write(timeout), 0U);
@@ -718,7 +718,7 @@ TEST_F(CanTransfer, AFailedWriteReturnsTheErrnoStatus) {
     EXPECT_EQ(length, 0U);
 }
 
-TEST_F(CanTransfer, AWriteThatIsNotOfOneFrameGetsTheKernelsAnswer) {
+TEST_F(CanTransfer, AWriteOfOtherThanOneFrameGivesTheKernelsStatus) {
     const can_frame frames[] = {frame_of(0x1), frame_of(0x2)};
     for (const int32_t timeout : {0, -1}) {
         length = sizeof frames;
@@ -730,7 +730,7 @@ TEST_F(CanTransfer, AWriteThatIsNotOfOneFrameGetsTheKernelsAnswer) {
 
 // ---- read
 
-TEST_F(CanTransfer, AFrameThatCameIsReadAsItIs) {
+TEST_F(CanTransfer, AReceivedFrameIsReadUnchanged) {
     for (const int32_t timeout : {0, -1, 1000}) {
         network.arrive("can0", frame_of(0x123, "arrived"));
         length = sizeof frame;
@@ -741,13 +741,13 @@ TEST_F(CanTransfer, AFrameThatCameIsReadAsItIs) {
     }
 }
 
-TEST_F(CanTransfer, ReadingWithTimeOut0DoesNotWaitForAFrame) {
+TEST_F(CanTransfer, ReadingWithTimeout0DoesNotWaitForAFrame) {
     EXPECT_EQ(read(0), NORV_STATUS_AGAIN);
     EXPECT_EQ(length, sizeof frame);
     EXPECT_THAT(names_of_calls(), ElementsAre("read"));
 }
 
-TEST_F(CanTransfer, ReadingWithAnyNegativeTimeOutWaitsWithoutLimit) {
+TEST_F(CanTransfer, ReadingWithAnyNegativeTimeoutWaitsWithoutLimit) {
     for (const int32_t timeout : {-1, -7, -1000, INT32_MIN}) {
         socket(0).poll_waits.clear();
         socket(0).arriving = {frame_of(0x123, "late")};
@@ -757,7 +757,7 @@ TEST_F(CanTransfer, ReadingWithAnyNegativeTimeOutWaitsWithoutLimit) {
     }
 }
 
-TEST_F(CanTransfer, ReadingWithAPositiveTimeOutEndsWhenItIsUp) {
+TEST_F(CanTransfer, ReadingWithAPositiveTimeoutEndsWhenItExpires) {
     for (const int32_t timeout : {1, 50, INT32_MAX}) {
         socket(0).poll_waits.clear();
         length = sizeof frame;
@@ -782,7 +782,7 @@ TEST_F(CanTransfer, ABufferOfSeveralFramesIsFilledByOneReadEach) {
     }
 }
 
-TEST_F(CanTransfer, WithTimeOut0ABufferOfSeveralFramesGetsOne) {
+TEST_F(CanTransfer, WithTimeout0ABufferOfSeveralFramesGetsOne) {
     network.arrive("can0", frame_of(0x123, "first"));
     network.arrive("can0", frame_of(0x123, "second"));
     can_frame frames[2] = {};
@@ -792,7 +792,7 @@ TEST_F(CanTransfer, WithTimeOut0ABufferOfSeveralFramesGetsOne) {
     EXPECT_EQ(text_of(frames[0]), "first");
 }
 
-TEST_F(CanTransfer, WhenTheTimeIsUpTheFramesThatCameAreInTheBuffer) {
+TEST_F(CanTransfer, AfterATimeoutTheReceivedFramesAreInTheBuffer) {
     socket(0).arriving = {frame_of(0x123, "first")};
     can_frame frames[2] = {};
     length = sizeof frames;
@@ -832,7 +832,7 @@ TEST_F(CanTransfer, OneThreadMayWriteWhileAnotherReads) {
 
 // ---- which frames a channel receives
 
-// Everything that waits on a channel.
+// All frames that wait on a channel.
 std::vector<uint32_t> identifiers_read(norv_linux_can_raw_t* channel) {
     std::vector<uint32_t> identifiers;
     can_frame frame = {};
@@ -899,7 +899,7 @@ TEST_F(OpenCan, AWrittenFrameReachesNoOtherSocketOfThisHost) {
 
 // ---- failure sweep
 
-// What each failed call gives.
+// The status of each failed call.
 uint32_t expected_status(const fault& struck) {
     if (struck.name == "bind") {
         return errno_status(EPERM);
@@ -908,7 +908,7 @@ uint32_t expected_status(const fault& struck) {
         return errno_status(EBADF);  // of the fcntl pair
     }
     if (struck.name == "norv_mutex_lock") {
-        return NORV_STATUS_OK;  // of the close, which has nobody to tell
+        return NORV_STATUS_OK;  // of the close, which reports nothing
     }
     return struck.name == "norv_mutex_init" ? NORV_STATUS_NO_MEMORY : norv::test::status_of_fault(struck);
 }
@@ -943,7 +943,7 @@ TEST(CanSweep, WritingOnTwoChannels) {
     can_network network;
     norv::test::sweep_options options;
     options.expect = expected_status;
-    options.short_counts = false;  // a frame goes whole or not at all
+    options.short_counts = false;  // a frame is written completely or not at all
     norv::test::failure_sweep([&](kernel_double& kernel) { network.add_to(kernel); }, write_on_two_channels,
                               options);
 }

@@ -1,6 +1,6 @@
 // CAN channels of a real kernel: on a vxcan pair (vxcan0 and vxcan1 on one wire), on two emulated cards (can0
 // and can1) on one bus, which a board may lack (see board/tests/CMakeLists.txt), and on two controllers, the
-// last two interfaces, on a bus that wants acknowledgements and one bit rate.
+// last two interfaces, on a bus that requires acknowledgements and one bit rate.
 #include "norv_linux_can.h"
 
 #include <fcntl.h>
@@ -31,7 +31,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int32_t plenty = 60000;  // ms that nothing below needs
+constexpr int32_t plenty = 60000;  // ms, longer than any test below needs
 
 uint32_t errno_status(int error) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error));
@@ -54,7 +54,7 @@ uint64_t number_of(const can_frame& frame) {
 const bool has_cards = if_nametoindex("can2") != 0;
 const char* const controllers[] = {has_cards ? "can2" : "can0", has_cards ? "can3" : "can1"};
 
-// Makes the interfaces once for all tests.
+// Creates the interfaces once for all tests.
 class CanInterfaces : public testing::Environment {
   public:
     void SetUp() override {
@@ -89,7 +89,7 @@ class context {
     norv_linux_can_t* can_ = nullptr;
 };
 
-// A raw socket that some other program has open on an interface: receives everything, loops back.
+// A raw socket of another process on an interface: receives everything, loops back.
 class other_program {
   public:
     explicit other_program(const char* interface)
@@ -112,7 +112,7 @@ class other_program {
         return ::read(descriptor_, &frame, sizeof frame) > 0;
     }
 
-    // Waits for the next frame, and takes it.
+    // Waits for the next frame and reads it.
     void await_frame() const {
         pollfd request = {descriptor_, POLLIN, 0};
         EXPECT_EQ(poll(&request, 1, plenty), 1);
@@ -165,7 +165,7 @@ struct wire {
 
 class CanOnBoard : public testing::TestWithParam<wire> {
   protected:
-    // One after the other, for a card's receive buffer holds five frames.
+    // One after the other, because a card's receive buffer holds five frames.
     void send_one_by_one(norv_linux_can_raw_t* sender, const std::vector<can_frame>& frames) const {
         const other_program witness(GetParam().far);
         for (const can_frame& frame : frames) {
@@ -185,7 +185,7 @@ INSTANTIATE_TEST_SUITE_P(On, CanOnBoard,
 
 // ---- transfers
 
-TEST_P(CanOnBoard, AFrameArrivesAtTheOtherEndAsItWasWritten) {
+TEST_P(CanOnBoard, AFrameArrivesUnchangedAtTheOtherEnd) {
     norv_linux_can_raw_t* sender = near.add(0x001);
     norv_linux_can_raw_t* receiver = far.add(0x123);
     for (const int32_t timeout : {0, -1, plenty}) {
@@ -289,21 +289,21 @@ TEST_P(CanOnBoard, AnInvertedIdentifierReceivesEverythingElse) {
     EXPECT_THAT(identifiers_up_to(receiver, 2), ElementsAre(0x122U));
 }
 
-// ---- loop-back
+// ---- loopback
 
 TEST_P(CanOnBoard, AWrittenFrameReachesNoOtherSocketOnTheSameInterface) {
     const other_program other(GetParam().near);
     norv_linux_can_raw_t* sender = near.add(0x123);
     context second(GetParam().near);
     norv_linux_can_raw_t* neighbour = second.add(0x124);
-    // When the last one has arrived, those before it would have been looped back long since.
+    // When the last one has arrived, those before it would have been looped back long ago.
     send_one_by_one(sender, {frame_of(0x123), frame_of(0x124), frame_of(0x125)});
     EXPECT_FALSE(other.receives_something());
     EXPECT_EQ(read_status(neighbour, 0), NORV_STATUS_AGAIN);
     EXPECT_EQ(read_status(sender, 0), NORV_STATUS_AGAIN);
 }
 
-// What the test above would see if the loop-back were on.
+// What the test above would see with loopback on.
 TEST_P(CanOnBoard, AFrameOfAnotherProgramIsLoopedBackToTheChannels) {
     const other_program other(GetParam().near);
     norv_linux_can_raw_t* neighbour = near.add(0x123);
@@ -319,7 +319,7 @@ TEST_P(CanOnBoard, AddingAnIdentifierTwiceGivesOneChannel) {
     EXPECT_EQ(norv_linux_can_remove(first), 0U);
 }
 
-TEST_P(CanOnBoard, ARemovedChannelsSocketIsClosedAndTheOthersGoOn) {
+TEST_P(CanOnBoard, RemovingAChannelClosesItsSocketAndKeepsTheOthers) {
     norv_linux_can_raw_t* sender = near.add(0x001);
     norv_linux_can_raw_t* removed = far.add(0x123);
     norv_linux_can_raw_t* kept = far.add(0x124);
@@ -331,7 +331,7 @@ TEST_P(CanOnBoard, ARemovedChannelsSocketIsClosedAndTheOthersGoOn) {
     EXPECT_EQ(number_of(read(kept)), 3U);
 }
 
-TEST_P(CanOnBoard, TheSocketIsNotInheritedAndIsNonBlockingAsAsked) {
+TEST_P(CanOnBoard, TheSocketIsClosedOnExecAndNonBlockingIfRequested) {
     norv_linux_can_raw_t* blocking = nullptr;
     EXPECT_EQ(norv_linux_can_raw_add(near.get(), 0, 0x100, &blocking), 0U);
     const int descriptor = norv_linux_can_get_fd(near.add(0x200));
@@ -392,7 +392,7 @@ class pinned_thread {
 };
 
 // Sends numbered frames from one thread, never more than `window` ahead of the reader on another, and counts
-// those that come in their place.
+// those that arrive in order.
 uint64_t frames_in_place(norv_linux_can_raw_t* sender, norv_linux_can_raw_t* receiver, uint64_t count,
                          uint64_t window) {
     std::atomic<uint64_t> received = 0;
@@ -404,8 +404,8 @@ uint64_t frames_in_place(norv_linux_can_raw_t* sender, norv_linux_can_raw_t* rec
             received += lost ? 0 : 1;
         }
     });
-    // A frame waits in a queue of the processor that sent it: frames sent on two processors may overtake each
-    // other.
+    // A frame waits in a queue of the processor that sent it, so frames sent on two processors may overtake
+    // each other.
     const pinned_thread one_queue;
     for (uint64_t number = 0; number < count && !lost; ++number) {
         while (number >= received + window && !lost) {
@@ -487,7 +487,7 @@ class CanBusOnBoard : public testing::Test {
     }
 };
 
-TEST_F(CanBusOnBoard, AFrameOfANodeThatIsAloneIsNotSentUntilAnotherAcknowledgesIt) {
+TEST_F(CanBusOnBoard, AFrameOfALoneNodeIsSentOnceAnotherNodeAcknowledgesIt) {
     const error_listener errors(controllers[0]);
     ASSERT_EQ(norv::board::set_up(controllers[1], false), 0);
     const std::string sent_before = sent_frames();
@@ -503,7 +503,7 @@ TEST_F(CanBusOnBoard, AFrameOfANodeThatIsAloneIsNotSentUntilAnotherAcknowledgesI
     EXPECT_NE(sent_frames(), sent_before);
 }
 
-TEST_F(CanBusOnBoard, FramesThatNobodyAcknowledgesFillTheQueue) {
+TEST_F(CanBusOnBoard, UnacknowledgedFramesFillTheQueue) {
     ASSERT_EQ(norv::board::set_up(controllers[1], false), 0);
     context near(controllers[0]);
     norv_linux_can_raw_t* channel = near.add(0x001);
@@ -514,7 +514,7 @@ TEST_F(CanBusOnBoard, FramesThatNobodyAcknowledgesFillTheQueue) {
     EXPECT_EQ(status, errno_status(ENOBUFS));
 }
 
-TEST_F(CanBusOnBoard, ANodeOfAnotherBitRateTakesTheSenderOffTheBus) {
+TEST_F(CanBusOnBoard, ANodeWithAnotherBitRateTakesTheSenderOffTheBus) {
     const error_listener errors(controllers[0]);
     restart(controllers[1], 250000);
     const std::string sent_before = sent_frames();
@@ -547,15 +547,15 @@ TEST(CanFailuresOnBoard, AChannelOfAFailedAddIsRemovedAfterItsContextWasClosed) 
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
-TEST(CanFailuresOnBoard, AnInterfaceThatIsNoCanGivesTheStatusOfEpermOnPurpose) {
+TEST(CanFailuresOnBoard, AnInterfaceWithoutCanGivesTheStatusOfEperm) {
     context loop_back("lo");  // bind fails with ENODEV
     norv_linux_can_raw_t* channel = nullptr;
     EXPECT_EQ(norv_linux_can_raw_add(loop_back.get(), 0, 0x123, &channel), errno_status(EPERM));
     EXPECT_EQ(norv_linux_can_remove(channel), 0U);
 }
 
-// A channel on vxcan0, which has just come up. The kernel starts the queues of the pair a moment later, and
-// drops what is sent before: the frame is sent until it arrives.
+// A channel on vxcan0, which was just set up. The kernel starts the queues of the pair a moment later, and
+// drops frames sent before: the frame is sent until it arrives.
 void expect_to_receive_again(norv_linux_can_raw_t* channel) {
     context far("vxcan1");
     norv_linux_can_raw_t* sender = far.add(0x001);
@@ -581,7 +581,7 @@ TEST(CanFailuresOnBoard, AnInterfaceThatGoesDownIsReportedByReadAndWrite) {
     expect_to_receive_again(channel);
 }
 
-TEST(CanFailuresOnBoard, AChannelOfAnInterfaceThatIsDownReportsItOnceAndWorksWhenItIsUp) {
+TEST(CanFailuresOnBoard, AChannelReportsThatItsInterfaceIsDownOnceAndRecovers) {
     ASSERT_EQ(norv::board::set_up("vxcan0", false), 0);
     context near("vxcan0");
     norv_linux_can_raw_t* channel = near.add(0x123);
@@ -591,13 +591,13 @@ TEST(CanFailuresOnBoard, AChannelOfAnInterfaceThatIsDownReportsItOnceAndWorksWhe
     expect_to_receive_again(channel);
 }
 
-// A pair of its own, which is deleted at the end.
+// A separate pair, which is deleted at the end.
 class DeletedCanInterface : public testing::Test {
   protected:
     DeletedCanInterface() { EXPECT_EQ(norv::board::add_vxcan_pair("vxcan2", "vxcan3"), 0); }
     ~DeletedCanInterface() override { EXPECT_EQ(norv::board::delete_link("vxcan2"), 0); }
 
-    // Goes away and comes back.
+    // Deletes the pair and creates it again.
     static void replace_interface() {
         ASSERT_EQ(norv::board::delete_link("vxcan2"), 0);
         ASSERT_EQ(norv::board::add_vxcan_pair("vxcan2", "vxcan3"), 0);

@@ -1,13 +1,13 @@
-// Sets up the virtual board's CAN interfaces for a program that comes after: vxcan0 and vxcan1 on one wire,
-// and, where the board has them, the cards can0 and can1 at 500 kbit/s. What is set up already stays as it
-// is.
+// Sets up the virtual board's CAN interfaces for the program that follows: vxcan0 and vxcan1 on one wire,
+// and, where the board has them, the cards can0 and can1 at 500 kbit/s. Interfaces that are up stay
+// unchanged.
 #include "can_links.hpp"
 
 #include <cstdio>
 
 namespace {
 
-// Whether the interface is there and could be set up, or is up already, or is not there.
+// True if the interface was set up, is up already, or does not exist.
 bool start_card_if_there(const char* interface) {
     if (if_nametoindex(interface) == 0) {
         return true;

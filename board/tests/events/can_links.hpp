@@ -1,4 +1,4 @@
-// CAN interfaces of a real kernel, set up through rtnetlink: what `ip link` does, without the program.
+// CAN interfaces of a real kernel, set up through rtnetlink, like `ip link` but without that program.
 #pragma once
 
 #include <linux/can/netlink.h>
@@ -16,10 +16,10 @@
 
 namespace norv::board {
 
-// One request that makes, changes or deletes an interface.
+// One request that creates, changes or deletes an interface.
 class link_request {
   public:
-    // `flags` beyond those of every request: NLM_F_CREATE | NLM_F_EXCL makes an interface.
+    // `flags` besides those of each request: NLM_F_CREATE | NLM_F_EXCL creates an interface.
     explicit link_request(uint16_t flags, uint16_t type = RTM_NEWLINK) {
         nlmsghdr header = {};
         header.nlmsg_type = type;
@@ -27,7 +27,7 @@ class link_request {
         append(&header, sizeof header);
     }
 
-    // What the attributes behind it are about; `up` is what becomes of the interface.
+    // The interface that the following attributes concern; `up` is its new state.
     void add_interface(const std::string& name, bool up) {
         ifinfomsg interface = {};
         interface.ifi_change = IFF_UP;
@@ -54,12 +54,12 @@ class link_request {
     // 0, or the errno of the refusal.
     int send() {
         const auto size = static_cast<uint32_t>(bytes_.size());
-        memcpy(bytes_.data(), &size, sizeof size);  // a message begins with its length
+        memcpy(bytes_.data(), &size, sizeof size);  // a message starts with its length
         const int descriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
         struct {
             nlmsghdr header;
             nlmsgerr outcome;
-            char request[1024];  // comes back behind the outcome
+            char request[1024];  // is returned after the result
         } answer = {};
         const bool answered =
             ::send(descriptor, bytes_.data(), bytes_.size(), 0) == static_cast<ssize_t>(bytes_.size()) &&
@@ -81,7 +81,7 @@ inline int set_up(const std::string& interface, bool up = true) {
     return request.send();
 }
 
-// Makes a pair of interfaces on one wire, and sets both up. The kernel loads its module for them.
+// Creates a pair of interfaces on one wire, and sets both up. The kernel loads its module for them.
 inline int add_vxcan_pair(const std::string& first, const std::string& second) {
     link_request request(NLM_F_CREATE | NLM_F_EXCL);
     request.add_interface(first, false);
@@ -99,14 +99,14 @@ inline int add_vxcan_pair(const std::string& first, const std::string& second) {
     return first_error != 0 ? first_error : set_up(second);
 }
 
-// Deletes an interface; a vxcan interface takes its peer with it.
+// Deletes an interface; the peer of a vxcan interface is deleted too.
 inline int delete_link(const std::string& interface) {
     link_request request(0, RTM_DELLINK);
     request.add_interface(interface, false);
     return request.send();
 }
 
-// Gives a CAN card its bit rate, and sets it up.
+// Sets the bit rate of a CAN card, and sets it up.
 inline int start_card(const std::string& interface, uint32_t bits_per_second) {
     can_bittiming timing = {};
     timing.bitrate = bits_per_second;
