@@ -3,7 +3,7 @@
  *
  *     can_dump INTERFACE IDENTIFIER [ALTERNATIVE [COUNT [PARTNER]]]
  *
- * Ends after COUNT frames, 10 when nothing else is said, or when none came for ten seconds. With PARTNER,
+ * Ends after COUNT frames (default: 10), or when none arrived for ten seconds. With PARTNER,
  * another interface on the same bus, it sends the frames itself from there. Identifiers are hexadecimal:
  *
  *     ip link set can0 up type can bitrate 500000

@@ -3,8 +3,8 @@
  *
  *     i2c_eeprom [BUS [ADDRESS [TEXT]]]      default: 1 0x50 "the quick brown fox ..."
  *
- * For a 24C02 or a larger one with one address byte: 256 bytes, written in pages of 8. What stood there is
- * put back afterwards. On the virtual board:
+ * For a 24C02 or a larger one with one address byte: 256 bytes, written in pages of 8. Its contents are
+ * restored afterwards. On the virtual board:
  * board/run --module norv_board_i2c build/release/examples/i2c_eeprom
  */
 #include <stdbool.h>

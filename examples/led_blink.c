@@ -31,17 +31,17 @@ int main(int argc, char** argv) {
     const int32_t off = argc > 3 ? (int32_t)strtol(argv[3], NULL, 10) : 150;
 
     printf("  %s blinks: %d ms lit, %d ms dark\n", name, on, off);
-    must("choose the timer", norv_linux_led_set_trigger(name, "timer"));
-    must("set the rhythm", norv_linux_led_set_delay(name, on, off));
+    must("select the timer", norv_linux_led_set_trigger(name, "timer"));
+    must("set the blink times", norv_linux_led_set_delay(name, on, off));
     rest(1000);
 
     printf("  %s flashes once\n", name);
-    must("choose single flashes", norv_linux_led_set_trigger(name, "oneshot"));
+    must("select single flashes", norv_linux_led_set_trigger(name, "oneshot"));
     must("set their length", norv_linux_led_set_delay(name, on, off));
     must("flash", norv_linux_led_trigger_shot(name));
     rest(on + off);
 
-    must("take the LED from its trigger", norv_linux_led_set_trigger(name, "none"));
+    must("remove the trigger", norv_linux_led_set_trigger(name, "none"));
     must("switch it off", norv_linux_led_set_brightness(name, 0));
     printf("%s blinked, flashed and is dark\n", name);
     return EXIT_SUCCESS;

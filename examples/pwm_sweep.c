@@ -1,9 +1,9 @@
 /*
- * Sweeps the duty of a PWM channel from nothing to all, and measures it at another channel.
+ * Sweeps the duty of a PWM channel from 0 to 100 percent, and measures it at another channel.
  *
  *     pwm_sweep [CHIP OUTPUT INPUT]      default: 0 0 1
  *
- * Needs two channels that are wired together, and a driver that can capture at the second.
+ * Needs two channels that are wired together, and a driver that can capture on the second.
  */
 #include <stdio.h>
 #include <stdlib.h>

@@ -27,7 +27,7 @@ static unsigned long number(int count, char** arguments, int index, unsigned lon
 }
 
 int main(int count, char** arguments) {
-    static const char sent[] = "norv: anybody there? "; /* with its NUL an even number of bytes */
+    static const char sent[] = "norv: anybody there? "; /* an even number of bytes, including its NUL */
     const char* device = count > 1 ? arguments[1] : "/dev/spidev0.0";
     const norv_spi_config_t config = {.mode = 0,
                                       .max_speed_hz = (uint32_t)number(count, arguments, 3, 1000000),

@@ -1,9 +1,9 @@
 /*
- * Sends a line through a serial port and checks that it comes back, at one speed after the other.
+ * Sends a line through a serial port and checks that it comes back, at several speeds.
  *
  *     uart_echo [PORT [SPEED...]]      default: /dev/ttyS3 9600 115200
  *
- * Needs a loop-back plug, which connects TXD with RXD; on the virtual board /dev/ttyS3 has one.
+ * Needs a loopback plug, which connects TXD with RXD; on the virtual board /dev/ttyS3 has one.
  */
 #include <inttypes.h>
 #include <stdio.h>
@@ -31,7 +31,7 @@ static void echo_line(norv_uart_t** port, uint32_t baud) {
     must("send the line (without a time limit)", norv_uart_send(port, line, &sent, -1));
     const uint32_t status = norv_uart_recv(port, back, &received, 2000);
     if (status == NORV_STATUS_TIMEOUT) {
-        fprintf(stderr, "%" PRIu32 " of %" PRIu32 " bytes came back in 2 s: is the loop-back plug in?\n",
+        fprintf(stderr, "%" PRIu32 " of %" PRIu32 " bytes came back in 2 s: is the loopback plug in?\n",
                 received, sent);
         exit(EXIT_FAILURE);
     }
