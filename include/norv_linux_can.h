@@ -50,7 +50,7 @@ typedef struct norv_linux_can_raw norv_linux_can_raw_t;
  *                        text until the last channel is added
  * @param can             receives the context
  * @retval NORV_STATUS_NO_MEMORY  there is no memory for the context
- * @retval errno                  of `norv_mutex_init`
+ * @retval others                 of `norv_mutex_init`
  */
 NORV_API uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can);
 
@@ -110,7 +110,7 @@ NORV_API uint32_t norv_linux_can_raw_add(norv_linux_can_t** can, uint32_t nonblo
  * @param alternative_identifier  the other identifier, which may be 0; it is not a key: adding it as a main
  *                                identifier makes another channel (quirk 63)
  * @param channel                 as for `norv_linux_can_raw_add`
- * @retval errno  and all other statuses: as for `norv_linux_can_raw_add`
+ * @retval others  of `norv_linux_can_raw_add`
  *
  * Blocks, and must run alone, as `norv_linux_can_raw_add`.
  */
@@ -124,7 +124,7 @@ NORV_API uint32_t norv_linux_can_raw_add_with_alt_id(norv_linux_can_t** can, uin
  * A channel of a failed add is released without the lock and without the context, which may be closed.
  *
  * @param channel  from an add, successful or not; after a successful one, only until the context is closed
- * @retval errno  of `norv_mutex_lock`: the channel stays; or of `norv_mutex_unlock`: it is released
+ * @retval others  of `norv_mutex_lock`: the channel stays; or of `norv_mutex_unlock`: it is released
  *
  * Blocks while another remove runs. Any thread may call it, but not during an add or the close of the
  * context.

@@ -95,7 +95,7 @@ struct norv_i2c_bus {
  * @param bus_number  N of /dev/i2c-N
  * @retval NORV_STATUS_NO_MEMORY      nothing is opened
  * @retval NORV_STATUS_NOT_AVAILABLE  the adapter supports SMBus only
- * @retval errno                      of `norv_linux_i2c_open`
+ * @retval others                     of `norv_linux_i2c_open`
  */
 NORV_API uint32_t norv_linux_open_i2c_bus(norv_i2c_bus_t* bus, uint32_t bus_number);
 

@@ -61,7 +61,8 @@ typedef struct {
  * @param spi     receives the open slave
  * @retval NORV_STATUS_NOT_FOUND    there is no such device node
  * @retval NORV_STATUS_INVALID_ARG  as for `norv_linux_spi_config`
- * @retval errno                    of open(2), or of `norv_linux_spi_config`
+ * @retval errno                    of open(2)
+ * @retval others                   of `norv_linux_spi_config`
  */
 NORV_API uint32_t norv_linux_spi_open(const char* path, const norv_spi_config_t* config, norv_spi_t* spi);
 

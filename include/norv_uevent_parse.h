@@ -208,7 +208,7 @@ NORV_API norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t**
  * @param context  holds a context
  * @param list     receives the list
  * @retval NORV_STATUS_INVALID_ARG  there is no context
- * @retval errno                    of `norv_mutex_lock`
+ * @retval others                   of `norv_mutex_lock`
  *
  * Blocks while another thread changes the list, and forever in the handler of a removal (quirk 116).
  */

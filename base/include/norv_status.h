@@ -11,21 +11,22 @@
  * **Causes.** A description lists the statuses and their causes, but not 0 on success, nor
  * NORV_STATUS_INVALID_ARG for a null pointer. An entry named after an errno, such as ENODEV, stands for its
  * status, `norv_get_status_by_errno(ENODEV)`. The entry "errno" stands for the status of any errno that the
- * named system call sets. A call whose errno has the status 0 is taken for a success (quirk 1).
+ * named calls set, and "others" for the other statuses of the named functions. A call whose errno has the
+ * status 0 is taken for a success (quirk 1).
  *
- * **Pointers.** A pointer must not be null unless its description says that it may be. A function that
- * returns a status checks its pointers before it does anything else. Where null is not checked, the
- * description says so.
+ * **Pointers.** A pointer must not be null unless its description says that it may be, and neither must a
+ * handle that a variable holds. A function that returns a status checks both before it does anything else.
+ * Where null is not checked, the description says so.
  *
  * **Outputs.** What an argument or a record held is unchanged after a failure, unless the description says
  * otherwise.
  *
- * **Handles.** The storage of a record is the caller's: an open function fills it, whatever it held. A handle
- * that an open function allocates is stored in the caller's variable, which is null after a failure, and
- * again after the close. A close function accepts null, a handle that is not open and one that failed to
- * open, and does nothing then; it never fails. A descriptor that a function returns stays the handle's: do
- * not close it. A descriptor of 0 counts as not open and is not closed (quirk 3), so keep standard input
- * open.
+ * **Handles.** The storage of a record is the caller's: an open function fills it, whatever it held, and
+ * leaves it closed after a failure. A handle that an open function allocates is stored in the caller's
+ * variable, which is null after a failure, and again after the close. A close function never fails. It
+ * accepts null, a handle that is not open and one that failed to open, and does nothing then unless its
+ * description says otherwise. A descriptor that a function returns stays the handle's: do not close it. A
+ * descriptor of 0 counts as not open and is not closed (quirk 3), so keep standard input open.
  *
  * **Strings** end with a NUL, belong to the caller and are used only during the call. Paths are formatted
  * into 256 bytes and truncated silently after 255 characters (quirk 6). Numbers that become part of a path
