@@ -1,11 +1,11 @@
 /**
  * @file norv_linux_mtd.h
- * One partition of raw flash through the kernel's MTD character device, /dev/mtdN.
+ * One partition of raw flash through the kernel's MTD character device, /dev/mtdN. The conventions of
+ * norv_status.h hold.
  *
- * The record keeps the device node open, and its geometry as it was at the opening. Offsets and lengths are
- * bytes from the start of the partition. Flash is erased in blocks of `info.erasesize`, which sets every bit,
- * and written in units of `info.writesize`; NAND blocks may be bad, and are asked for and marked here. A
- * record is used by one thread at a time.
+ * The record keeps the device node open, and the geometry that it had then. Offsets and lengths are in bytes,
+ * from the start of the partition. Flash is erased in blocks of `info.erasesize`, which sets every bit, and
+ * written in units of `info.writesize`. Blocks of NAND flash may be bad.
  *
  *     norv_mtd_t partition;
  *     uint32_t count;
@@ -25,155 +25,150 @@
 
 NORV_BEGIN_DECLS
 
-/** One partition; the storage is the caller's, `norv_linux_mtd_open` fills it. */
+/** One partition. */
 typedef struct {
     int32_t descriptor;        /**< the open device node; -1 when closed */
-    struct mtd_info_user info; /**< as the kernel tells it; its `size` bounds every offset */
+    struct mtd_info_user info; /**< of `MEMGETINFO`; its `size` bounds every offset */
 } norv_mtd_t;
 
 /**
  * Opens a partition: open(2) with `O_RDWR | O_SYNC | O_CLOEXEC`, then `MEMGETINFO`.
  *
- * @param path    the device node, used as a printf format without values: a `%` in the path is written `%%`;
- *                cut silently after 255 characters; not null
- * @param device  filled; not null; after a failure it is closed and its descriptor is -1 (a node that got the
- *                descriptor 0, in a program without standard input, is not closed)
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null, with nothing opened; the errno status of
- *         open(2), for instance EACCES for a partition that cannot be written, or of the request
- *
- * Does not block. Any thread.
+ * @param path    the device node; a printf format without values: write `%%` for a `%` (quirk 125)
+ * @param device  receives the open partition; closed after a failure. If `MEMGETINFO` fails but its errno has
+ *                the status 0 (quirk 1), the partition is open and has the size 0
+ * @retval NORV_STATUS_NOT_FOUND  there is no such partition
+ * @retval EACCES                 the partition is read-only, or permission is denied
+ * @retval ENOTTY                 the node is not an MTD character device
+ * @retval errno                  of open(2) or `MEMGETINFO`
  */
 NORV_API uint32_t norv_linux_mtd_open(const char* path, norv_mtd_t* device);
 
 /**
- * Closes the device node; only a descriptor above 0 counts as open, any other is left as it is.
+ * Closes the device node and sets the descriptor to -1, if it is above 0: a record of zeros stays unchanged
+ * (quirk 126).
  *
- * @param device  may be null; the descriptor that was closed becomes -1, so that a second close closes
- *                nothing
- *
- * Never fails.
+ * @param device  may be null
  */
 NORV_API void norv_linux_mtd_close(norv_mtd_t* device);
 
 /**
- * Tells whether the partition is NAND flash, `MTD_NANDFLASH` or `MTD_MLCNANDFLASH`, which has bad blocks.
+ * Returns whether the partition is NAND flash, which may have bad blocks: `MTD_NANDFLASH` or
+ * `MTD_MLCNANDFLASH` according to the record.
  *
  * @param device  may be null
- * @return true for NAND; false for everything else, and for null; not a status
- *
- * Does not block; asks the record, not the kernel.
+ * @return true for NAND; false for everything else, and for null
  */
 NORV_API bool norv_linux_mtd_type_is_nand(const norv_mtd_t* device);
 
 /**
  * Erases blocks: `MEMERASE`.
  *
- * @param device  not null, open
- * @param start   first byte; the kernel wants a multiple of the erase size
- * @param length  in bytes; the kernel wants a multiple of the erase size
- * @return 0; NORV_STATUS_INVALID_ARG when `device` is null, when `start` is not below the size of the
- *         partition, or when `start + length` is above it, with nothing erased; the errno status of the
- *         request: INVALID_ARG for what is not aligned, DEVICE_ERROR (EIO) for a block that does not erase
+ * @param device  an open partition
+ * @param start   a multiple of the erase size
+ * @param length  a multiple of the erase size
+ * @retval NORV_STATUS_INVALID_ARG   `start` is not below the size of the partition, or `start + length`, in
+ *                                   64 bits, is above it; or the kernel refuses a misaligned range
+ * @retval NORV_STATUS_DEVICE_ERROR  a block does not erase
+ * @retval errno                     of `MEMERASE`
  *
  * Blocks until the blocks are erased.
  */
 NORV_API uint32_t norv_linux_mtd_erase(const norv_mtd_t* device, uint32_t start, uint32_t length);
 
 /**
- * Asks whether a block is bad: `MEMGETBADBLOCK`. Of flash without bad blocks, some kernels say that all are
- * good, and others fail.
+ * Queries whether a block is bad: `MEMGETBADBLOCK`. For flash without bad blocks, some kernels report every
+ * block as good, and others fail.
  *
- * @param device  not null, open
- * @param offset  any byte of the block
- * @param bad     receives 1 for a bad block, else 0; may be null; untouched on failure
- * @return 0; NORV_STATUS_INVALID_ARG when `device` is null or `offset` is not below the size of the
- *         partition; the errno status of the request, for instance NOT_AVAILABLE (EOPNOTSUPP)
+ * @param device  an open partition
+ * @param offset  of any byte of the block
+ * @param bad     receives 1 for a bad block, otherwise 0; may be null
+ * @retval NORV_STATUS_INVALID_ARG    `offset` is not below the size of the partition
+ * @retval NORV_STATUS_NOT_AVAILABLE  the flash has no bad blocks
+ * @retval errno                      of `MEMGETBADBLOCK`
  *
- * Does not block for longer than a read of the flash takes.
+ * Blocks for up to the time of a read of the flash.
  */
 NORV_API uint32_t norv_linux_mtd_block_isbad(const norv_mtd_t* device, uint32_t offset, uint8_t* bad);
 
 /**
- * Marks a block bad, for good: `MEMSETBADBLOCK`.
+ * Marks a block bad, permanently: `MEMSETBADBLOCK`.
  *
- * @param device  not null, open
- * @param offset  any byte of the block
- * @return 0; NORV_STATUS_INVALID_ARG when `device` is null or `offset` is not below the size of the
- *         partition; the errno status of the request
+ * @param device  an open partition
+ * @param offset  of any byte of the block
+ * @retval NORV_STATUS_INVALID_ARG    `offset` is not below the size of the partition
+ * @retval NORV_STATUS_NOT_AVAILABLE  the flash has no bad blocks
+ * @retval errno                      of `MEMSETBADBLOCK`
  *
  * Blocks until the mark is stored.
  */
 NORV_API uint32_t norv_linux_mtd_block_markbad(const norv_mtd_t* device, uint32_t offset);
 
 /**
- * Reads out-of-band bytes of a page: `MEMREADOOB`. The range is not checked here.
+ * Reads out-of-band bytes of a page: `MEMREADOOB`. The range is not checked (quirk 130).
  *
- * @param device  not null, open
- * @param start   offset of the page
- * @param length  in bytes; a page has `info.oobsize`
- * @param buffer  receives `length` bytes; owned by the caller
- * @return 0; NORV_STATUS_INVALID_ARG when `device` is null; the errno status of the request
+ * @param device  an open partition
+ * @param start   of the page
+ * @param length  a page has `info.oobsize` bytes
+ * @param buffer  receives `length` bytes; not checked
+ * @retval errno  of `MEMREADOOB`
  *
- * Blocks as long as the read of the flash takes.
+ * Blocks until the flash is read.
  */
 NORV_API uint32_t norv_linux_mtd_read_oob(const norv_mtd_t* device, uint32_t start, uint32_t length,
                                           void* buffer);
 
 /**
- * Writes out-of-band bytes of a page: `MEMWRITEOOB`. The range is not checked here.
+ * Writes out-of-band bytes of a page: `MEMWRITEOOB`. The range is not checked (quirk 130).
  *
- * @param device  not null, open
- * @param start   offset of the page
- * @param length  in bytes; a page has `info.oobsize`
- * @param data    `length` bytes, never changed; owned by the caller
- * @return 0; NORV_STATUS_INVALID_ARG when `device` is null; the errno status of the request
+ * @param device  an open partition
+ * @param start   of the page
+ * @param length  a page has `info.oobsize` bytes
+ * @param data    `length` bytes; not checked
+ * @retval NORV_STATUS_NOT_AVAILABLE  the flash has no out-of-band bytes
+ * @retval errno                      of `MEMWRITEOOB`
  *
- * Blocks as long as the write of the flash takes.
+ * Blocks until the bytes are stored.
  */
 NORV_API uint32_t norv_linux_mtd_write_oob(const norv_mtd_t* device, uint32_t start, uint32_t length,
                                            const void* data);
 
 /**
- * Reads: lseek(2) to the offset, then one read(2).
+ * Reads: lseek(2), then one read(2). If the seek fails, the read is made nevertheless, at the current file
+ * position, and the status of the seek is returned afterwards (quirk 127).
  *
- * Errors that the error correction of NAND cannot correct do not make read(2) fail: the kernel returns
- * damaged bytes and only counts the errors of each partition. Check the data against a checksum, or compare
- * the count before and after the reads: the field `failed` of `struct mtd_ecc_stats`, which the request
- * `ECCGETSTATS` on `device->descriptor` fills.
+ * Errors that the error correction of NAND cannot correct do not make the read fail: the kernel returns
+ * damaged bytes, and only counts the errors of each partition (quirk 129). Check the data against a checksum,
+ * or compare the count before and after the reads: the field `failed` of `struct mtd_ecc_stats`, which the
+ * request `ECCGETSTATS` on `device->descriptor` fills.
  *
- * A range that runs past the end of the partition is not refused: the kernel cuts it, and `count` tells. When
- * the seek fails the read is made all the same, wherever the file position stands; the call then returns the
- * status of the seek.
+ * @param device  an open partition
+ * @param offset  of the first byte
+ * @param length  in bytes; the kernel truncates a read past the end of the partition (quirk 128)
+ * @param buffer  receives the bytes
+ * @param count   receives the number of bytes read, also if only the seek failed; 0 for a failed read whose
+ *                errno has the status 0 (quirk 1); may be null
+ * @retval NORV_STATUS_INVALID_ARG  `offset` is not below the size of the partition
+ * @retval errno                    of read(2), otherwise of lseek(2); a short read is a success
  *
- * @param device  not null, open
- * @param offset  first byte
- * @param length  in bytes
- * @param buffer  receives up to `length` bytes; owned by the caller; not null
- * @param count   receives the bytes that were read; may be null; untouched when the call returns anything but
- *                0 or the status of the seek
- * @return 0, also after a short read; NORV_STATUS_INVALID_ARG when `device` or `buffer` is null or `offset`
- *         is not below the size of the partition; the errno status of the read, else that of the seek
- *
- * Blocks as long as the read of the flash takes.
+ * Blocks until the flash is read.
  */
 NORV_API uint32_t norv_linux_mtd_read(const norv_mtd_t* device, uint32_t offset, uint32_t length,
                                       void* buffer, uint32_t* count);
 
 /**
- * Writes: lseek(2) to the offset, then one write(2). The place must have been erased.
+ * Writes to erased flash: lseek(2), then one write(2), which is made even if the seek fails, as in
+ * `norv_linux_mtd_read` (quirk 127).
  *
- * A range that runs past the end of the partition is not refused: the kernel cuts it, and `count` tells. When
- * the seek fails the write is made all the same, wherever the file position stands; the call then returns the
- * status of the seek.
- *
- * @param device  not null, open
- * @param offset  first byte; the kernel wants a multiple of the write size
- * @param length  in bytes; the kernel wants a multiple of the write size
- * @param data    `length` bytes, never changed; owned by the caller; not null
- * @param count   receives the bytes that were written; may be null; untouched when the call returns anything
- *                but 0 or the status of the seek
- * @return 0, also after a short write; NORV_STATUS_INVALID_ARG when `device` or `data` is null or `offset` is
- *         not below the size of the partition; the errno status of the write, else that of the seek
+ * @param device  an open partition
+ * @param offset  of the first byte; the kernel requires a multiple of the write size
+ * @param length  in bytes; the kernel requires a multiple of the write size, and truncates a write past the
+ *                end of the partition (quirk 128)
+ * @param data    the bytes
+ * @param count   receives the number of bytes written, as in `norv_linux_mtd_read`; may be null
+ * @retval NORV_STATUS_INVALID_ARG  `offset` is not below the size of the partition, or the kernel refuses a
+ *                                  misaligned range
+ * @retval errno                    of write(2), otherwise of lseek(2); a short write is a success
  *
  * Blocks until the bytes are stored.
  */

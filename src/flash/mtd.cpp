@@ -21,13 +21,13 @@ static_assert(sizeof(void*) == 4 || (MEMWRITEOOB == 0xc0104d03 && MEMREADOOB == 
 
 namespace {
 
-bool lies_within(const norv_mtd_t* device, uint32_t offset) {
+bool is_within(const norv_mtd_t* device, uint32_t offset) {
     return device != nullptr && offset < device->info.size;
 }
 
-// A request about the block of an offset. Only the query has an answer.
+// Issues a request for the block of an offset. Only the query has an answer.
 uint32_t block_request(const norv_mtd_t* device, uint32_t offset, unsigned long request, uint8_t* answer) {
-    if (!lies_within(device, offset)) {
+    if (!is_within(device, offset)) {
         return NORV_STATUS_INVALID_ARG;
     }
     loff_t position = offset;
@@ -41,6 +41,7 @@ uint32_t block_request(const norv_mtd_t* device, uint32_t offset, unsigned long 
 
 uint32_t oob_request(const norv_mtd_t* device, unsigned long request, uint32_t start, uint32_t length,
                      void* bytes) {
+    // quirk 130: only the kernel checks the range.
     if (device == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -48,24 +49,26 @@ uint32_t oob_request(const norv_mtd_t* device, unsigned long request, uint32_t s
     return norv::device_ioctl(device->descriptor, request, &area);
 }
 
-int64_t move(int32_t descriptor, void* bytes, uint32_t length, bool write) {
+int64_t transfer(int32_t descriptor, void* bytes, uint32_t length, bool write) {
     return write ? ::write(descriptor, bytes, length) : ::read(descriptor, bytes, length);
 }
 
-uint32_t move_at(const norv_mtd_t* device, uint32_t offset, uint32_t length, void* bytes, uint32_t* count,
-                 bool write) {
-    if (!lies_within(device, offset) || bytes == nullptr) {
+uint32_t transfer_at(const norv_mtd_t* device, uint32_t offset, uint32_t length, void* bytes, uint32_t* count,
+                     bool write) {
+    if (!is_within(device, offset) || bytes == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // A failed seek does not keep the transfer from being made; it is only reported afterwards: kept.
+    // quirk 127: a failed seek is reported only after the transfer.
     const uint32_t seek_status = norv::status_of(lseek(device->descriptor, offset, SEEK_SET));
-    const int64_t moved = move(device->descriptor, bytes, length, write);
-    const uint32_t status = norv::status_of(moved);
+    // quirk 128: the kernel truncates at the end of the partition, and a short transfer is not continued.
+    // quirk 129: a read succeeds even if error correction fails.
+    const int64_t result = transfer(device->descriptor, bytes, length, write);
+    const uint32_t status = norv::status_of(result);
     if (status != NORV_STATUS_OK) {
         return status;
     }
     if (count != nullptr) {
-        *count = moved > 0 ? static_cast<uint32_t>(moved) : 0;
+        *count = result > 0 ? static_cast<uint32_t>(result) : 0;
     }
     return seek_status;
 }
@@ -77,6 +80,7 @@ uint32_t norv_linux_mtd_open(const char* path, norv_mtd_t* device) {
         return NORV_STATUS_INVALID_ARG;
     }
     *device = {-1, {}};
+    // quirk 125: the path is a printf format.
     uint32_t status = norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &device->descriptor, path);
     if (status == NORV_STATUS_OK) {
         status = norv::device_ioctl(device->descriptor, MEMGETINFO, &device->info);
@@ -88,7 +92,7 @@ uint32_t norv_linux_mtd_open(const char* path, norv_mtd_t* device) {
 }
 
 void norv_linux_mtd_close(norv_mtd_t* device) {
-    // A record of zeros was never opened, and stays as it is.
+    // quirk 126: a record of zeros was never opened, and stays unchanged.
     if (device != nullptr && device->descriptor > 0) {
         norv::close_descriptor(device->descriptor);
     }
@@ -99,7 +103,7 @@ bool norv_linux_mtd_type_is_nand(const norv_mtd_t* device) {
 }
 
 uint32_t norv_linux_mtd_erase(const norv_mtd_t* device, uint32_t start, uint32_t length) {
-    if (!lies_within(device, start) || length > device->info.size - start) {
+    if (!is_within(device, start) || length > device->info.size - start) {
         return NORV_STATUS_INVALID_ARG;
     }
     erase_info_user area = {start, length};
@@ -125,10 +129,10 @@ uint32_t norv_linux_mtd_write_oob(const norv_mtd_t* device, uint32_t start, uint
 
 uint32_t norv_linux_mtd_read(const norv_mtd_t* device, uint32_t offset, uint32_t length, void* buffer,
                              uint32_t* count) {
-    return move_at(device, offset, length, buffer, count, false);
+    return transfer_at(device, offset, length, buffer, count, false);
 }
 
 uint32_t norv_linux_mtd_write(const norv_mtd_t* device, uint32_t offset, uint32_t length, const void* data,
                               uint32_t* count) {
-    return move_at(device, offset, length, const_cast<void*>(data), count, true);
+    return transfer_at(device, offset, length, const_cast<void*>(data), count, true);
 }
