@@ -1,16 +1,17 @@
 /**
  * @file norv_linux_dma.h
- * Memory that devices reach by DMA: buffers of the driver behind /dev/uio-dma, the manager.
+ * Memory that devices reach by DMA: buffers of the driver at /dev/uio-dma, the manager. The conventions of
+ * norv_status.h hold.
  *
- * Every buffer is a dma-buf: it can be mapped into the process, synchronised between processor and device,
- * and handed to other drivers and programs by its descriptor. Locking it gives the pieces of memory that a
- * device is to be programmed with. Mapping and locking are independent of each other. The caller keeps the
- * manager's descriptor in a variable that stays where it is for as long as its buffers live; creating a
- * buffer allocates a handle, stores it in the caller's variable, and every other call takes the address of
- * that variable. The manager may serve buffers of several threads; a buffer is used by one thread at a time.
+ * Each buffer is a dma-buf: it can be mapped into the process, synchronised between processor and device, and
+ * passed to other drivers and programs by its descriptor. Locking it returns the pieces of memory with which
+ * a device is programmed. Mapping and locking are independent of each other.
  *
- * The order of use: create the manager; create a buffer; map it, lock it, or both; synchronise around each
- * transfer; unlock and unmap; destroy the buffer; destroy the manager.
+ * The caller keeps the manager's descriptor in a variable to which the buffers refer: it must stay in place
+ * for as long as they exist. Buffers of several threads may share a manager.
+ *
+ * Create the manager, then a buffer; map it, lock it, or both; synchronise around each transfer; unlock and
+ * unmap; destroy the buffer, then the manager.
  *
  *     int32_t manager;
  *     norv_linux_dma_t* buffer = NULL;
@@ -35,231 +36,221 @@
 
 NORV_BEGIN_DECLS
 
-/** A buffer; private, allocated by the create functions and released by `norv_linux_dma_destroy`. */
+/** A buffer. */
 typedef struct norv_linux_dma norv_linux_dma_t;
 
-/** The size in bytes of one scatter-gather entry; what is in it is the driver's business. */
+/** The size in bytes of a scatter-gather entry; the driver defines its contents. */
 enum { NORV_LINUX_DMA_SG_ENTRY_SIZE = 16 };
 
 /**
  * Opens the manager: open(2) of /dev/uio-dma with `O_RDONLY | O_CLOEXEC`.
  *
- * @param manager  receives the descriptor, -1 after a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `manager` is null; the errno status of open(2):
- *         NORV_STATUS_NOT_FOUND where there is no such driver
- *
- * Does not block. Any thread.
+ * @param manager  receives the descriptor; -1 after a failure
+ * @retval NORV_STATUS_NOT_FOUND  there is no such driver
+ * @retval errno                  of open(2)
  */
 NORV_API uint32_t norv_linux_dma_create_mgr(int32_t* manager);
 
 /**
- * Closes the manager; only a descriptor above 0 counts as open. The name is spelt like this on purpose:
- * programs are linked against it.
+ * Closes the manager. The misspelled name stays: programs are linked against it (quirk 87).
  *
- * @param manager  may be null; -1 afterwards, so that a second call closes nothing
+ * Buffers that remain can be unmapped and destroyed, but no longer locked.
  *
- * Does not block. Never fails. The buffers that are left can be unmapped and destroyed, no longer locked.
+ * @param manager  -1 afterwards; may be null
  */
 NORV_API void norv_linux_dma_destory_mgr(int32_t* manager);
 
 /**
  * Creates a buffer of the driver's default kind: ioctl `_IOWR('U', 0, 32)` on the manager, type 0.
  *
- * @param manager  an open manager; not null; the variable must outlive the buffer, which refers to it
- * @param size     in bytes
- * @param buffer   receives the handle; not null; what it held is overwritten; null after any failure
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; NORV_STATUS_NO_MEMORY when there is none for the
- *         handle, with nothing asked of the driver; the errno status of the request,
- *         NORV_STATUS_NO_MEMORY where the driver has no such memory left
+ * A refusal whose errno has the status 0 (quirk 1) gives a buffer with the descriptor -1.
  *
- * Blocks as long as the driver allocates. Any thread. Should the base library map the errno of a refusal to
- * 0, the call counts as successful, and the buffer has the descriptor -1.
+ * @param manager  an open manager; the variable must outlive the buffer
+ * @param size     in bytes
+ * @param buffer   receives the buffer
+ * @retval NORV_STATUS_NO_MEMORY  no memory for the handle: the driver is not called; or the driver has no
+ *                                memory of that kind left
+ * @retval errno                  of the ioctl
+ *
+ * Blocks while the driver allocates.
  */
 NORV_API uint32_t norv_linux_dma_create_mem(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer);
 
 /**
- * `norv_linux_dma_create_mem` with memory of the kernel's allocator for small pieces (kmalloc), type 1.
+ * Creates a buffer of kmalloc memory (for small sizes): `norv_linux_dma_create_mem` with type 1.
  *
- * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param manager  an open manager; the variable must outlive the buffer
  * @param size     in bytes
- * @param buffer   receives the handle; not null; null after any failure
- * @return as `norv_linux_dma_create_mem`
+ * @param buffer   receives the buffer
+ * @retval others  of `norv_linux_dma_create_mem`
  *
- * Blocks as long as the driver allocates. Any thread.
+ * Blocks while the driver allocates.
  */
 NORV_API uint32_t norv_linux_dma_create_by_kmalloc(int32_t* manager, uint64_t size,
                                                    norv_linux_dma_t** buffer);
 
 /**
- * `norv_linux_dma_create_mem` with contiguous memory of the kernel's pool for such (CMA), type 2.
+ * Creates a buffer of contiguous memory (CMA): `norv_linux_dma_create_mem` with type 2.
  *
- * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param manager  an open manager; the variable must outlive the buffer
  * @param size     in bytes
- * @param buffer   receives the handle; not null; null after any failure
- * @return as `norv_linux_dma_create_mem`
+ * @param buffer   receives the buffer
+ * @retval others  of `norv_linux_dma_create_mem`
  *
- * Blocks as long as the driver allocates. Any thread.
+ * Blocks while the driver allocates.
  */
 NORV_API uint32_t norv_linux_dma_create_by_cma(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer);
 
 /**
- * Creates a buffer of memory that the process has: as `norv_linux_dma_create_mem`, type 3.
+ * Creates a buffer of the process's own memory: `norv_linux_dma_create_mem` with type 3.
  *
- * @param manager  an open manager; not null; the variable must outlive the buffer
- * @param memory   `size` bytes of the caller's, which must outlive the buffer; passed on as it is, also null.
- *                 Drivers may insist on whole pages
+ * @param manager  an open manager; the variable must outlive the buffer
+ * @param memory   `size` bytes, which must outlive the buffer; passed to the driver, also if null. Drivers
+ *                 may require whole pages
  * @param size     in bytes
- * @param buffer   receives the handle; not null; null after any failure
- * @return as `norv_linux_dma_create_mem`; of a range that is not the process's own the errno status of the
- *         request, for instance that of EFAULT
+ * @param buffer   receives the buffer
+ * @retval EFAULT  the memory is not the process's own
+ * @retval others  of `norv_linux_dma_create_mem`
  *
- * Blocks as long as the driver takes to pin the memory. Any thread.
+ * Blocks while the driver pins the memory.
  */
 NORV_API uint32_t norv_linux_dma_create_by_user_ptr(int32_t* manager, void* memory, uint64_t size,
                                                     norv_linux_dma_t** buffer);
 
 /**
- * `norv_linux_dma_create_mem` with memory that was set aside when the board started, type 4.
+ * Creates a buffer of memory that was reserved at boot: `norv_linux_dma_create_mem` with type 4.
  *
- * @param manager  an open manager; not null; the variable must outlive the buffer
+ * @param manager  an open manager; the variable must outlive the buffer
  * @param size     in bytes
- * @param buffer   receives the handle; not null; null after any failure
- * @return as `norv_linux_dma_create_mem`
+ * @param buffer   receives the buffer
+ * @retval others  of `norv_linux_dma_create_mem`
  *
- * Blocks as long as the driver allocates. Any thread.
+ * Blocks while the driver allocates.
  */
 NORV_API uint32_t norv_linux_dma_create_by_reserved(int32_t* manager, uint64_t size,
                                                     norv_linux_dma_t** buffer);
 
 /**
- * Adopts a dma-buf of whatever origin, for instance of a camera or of another program. Nothing is asked of
- * the kernel.
+ * Creates a buffer from a dma-buf of any origin, for instance of a camera or of another program, without a
+ * system call.
  *
- * @param manager     not null; the variable must outlive the buffer; open where the buffer is locked
- * @param descriptor  the dma-buf; it stays the caller's, who keeps it open while the buffer lives and closes
- *                    it afterwards; not checked
- * @param size        in bytes, what a mapping is to cover; not checked
- * @param buffer      receives the handle; not null; null after any failure
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; NORV_STATUS_NO_MEMORY
- *
- * Does not block. Any thread.
+ * @param manager     the variable must outlive the buffer; open if the buffer is to be locked
+ * @param descriptor  the dma-buf; stays the caller's, who keeps it open while the buffer exists; not checked
+ * @param size        in bytes, of a mapping; not checked
+ * @param buffer      receives the buffer
+ * @retval NORV_STATUS_NO_MEMORY  out of memory
  */
 NORV_API uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint64_t size,
                                               norv_linux_dma_t** buffer);
 
 /**
- * Destroys a buffer: closes its descriptor, unless that was adopted or is 0 or below, and releases the
- * handle.
+ * Destroys a buffer: closes its descriptor, unless it came from `norv_linux_dma_create_by_fd`, and releases
+ * the handle.
  *
- * Does not unmap and does not unlock: the caller does that first. A buffer that is destroyed mapped stays
- * mapped, and its memory lives on, until the process ends; the entries of one that is destroyed locked stay
- * allocated, and its lock is the driver's to end.
+ * Unmap and unlock it first (quirk 89): the mapping of a buffer that is destroyed mapped, and its memory,
+ * remain until the process ends; the entries of one that is destroyed locked remain allocated, and the driver
+ * decides when its lock ends.
  *
- * @param buffer  becomes null; may be null or hold null, which does nothing
- *
- * Does not block. Never fails; what close(2) says is ignored.
+ * @param buffer  may be null
  */
 NORV_API void norv_linux_dma_destroy(norv_linux_dma_t** buffer);
 
 /**
- * Maps the buffer into the process: mmap(2) of the whole size from offset 0, readable, writable, shared.
+ * Maps the buffer into the process: mmap(2) of the whole size, readable, writable and shared.
  *
- * A buffer that is mapped already gives the mapping that it has, and nothing is asked of the kernel: a handle
- * has one mapping, and one `norv_linux_dma_unmap_mem` takes it away, however often it was asked for.
- *
- * @param buffer  not null, holds a buffer
- * @param memory  receives the address, null after a failure; the memory stays the buffer's, to be unmapped by
- *                `norv_linux_dma_unmap_mem`; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null; the errno status of mmap(2),
- *         NORV_STATUS_INVALID_ARG where the buffer is smaller than the size that was given for it
- *
- * Does not block. Should the base library map the errno of a failure to 0, the call returns 0 and a null
+ * Mapping a mapped buffer returns its mapping without a system call, and one `norv_linux_dma_unmap_mem`
+ * removes it. If mmap(2) fails but its errno has the status 0 (quirk 1), the call returns 0 and a null
  * address.
+ *
+ * @param buffer  a buffer
+ * @param memory  receives the address, valid until `norv_linux_dma_unmap_mem`; null after a failure
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer, or it is smaller than the size given for it
+ * @retval errno                    of mmap(2)
  */
 NORV_API uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory);
 
 /**
- * Takes the mapping away: munmap(2). Does nothing when the buffer is not mapped.
+ * Removes the mapping, if there is one: munmap(2). After a failure the buffer is still mapped, and the call
+ * may be repeated.
  *
- * @param buffer  not null, holds a buffer
- * @return 0, also when nothing was mapped; NORV_STATUS_INVALID_ARG when the pointer or the handle is null;
- *         the errno status of munmap(2): the buffer is still mapped, and the call may be tried again
- *
- * Does not block.
+ * @param buffer  a buffer
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer
+ * @retval errno                    of munmap(2)
  */
 NORV_API uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer);
 
 /**
- * Locks the buffer's memory in place and tells where it is: ioctl `_IOWR('U', 1, 8)` on the manager for the
+ * Locks the buffer's memory in place and gets its pieces: ioctl `_IOWR('U', 1, 8)` on the manager for the
  * number of scatter-gather entries, then `_IOWR('U', 3, 16)` for the entries.
  *
- * A buffer that is locked already is locked again: the driver is asked once more and may refuse, and it
- * decides how many times such a buffer is to be unlocked. Once the new entries are there those of the lock
- * before are released: the array that the earlier call returned must not be used any more. A second lock that
- * fails leaves it.
+ * A locked buffer is locked again: the driver may refuse, and decides how many times such a buffer is to be
+ * unlocked. The new entries replace those of the previous lock, whose array is released; a failure leaves
+ * them. After a failure of the allocation or of the second request, the driver keeps what it has locked until
+ * `norv_linux_dma_unlock_mem`.
  *
- * @param buffer   not null, holds a buffer
- * @param entries  receives the array, `*count` times NORV_LINUX_DMA_SG_ENTRY_SIZE bytes as the driver filled
- *                 them; the buffer's, valid until it is unlocked or locked again; unchanged after a failure;
- *                 not null
- * @param count    receives the number of entries; unchanged after a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null; the errno status of the first
- *         request; NORV_STATUS_NO_MEMORY when there is none for the entries; the errno status of the second
- *         request. What the driver locked in the first request stays locked after the last two:
- *         `norv_linux_dma_unlock_mem` ends that
+ * @param buffer   a buffer
+ * @param entries  receives the array of `*count` entries of NORV_LINUX_DMA_SG_ENTRY_SIZE bytes, as filled by
+ *                 the driver; it is the buffer's, and valid until the next lock or unlock
+ * @param count    receives the number of entries
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer
+ * @retval NORV_STATUS_NO_MEMORY    no memory for the entries
+ * @retval errno                    of either request
  *
- * Blocks as long as the driver takes. Allocates the array.
+ * Blocks while the driver works.
  */
 NORV_API uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint64_t* count);
 
 /**
- * Unlocks the buffer: ioctl `_IOW('U', 2, 4)` on the manager. The entries are released, also when the driver
- * refuses.
+ * Unlocks the buffer, locked or not: ioctl `_IOW('U', 2, 4)` on the manager. Releases the entries, even if
+ * the driver refuses (quirk 90).
  *
- * @param buffer  not null, holds a buffer, locked or not: the driver is asked in any case
- * @return 0; NORV_STATUS_INVALID_ARG when the pointer or the handle is null; the errno status of the request
+ * @param buffer  a buffer
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer
+ * @retval errno                    of the ioctl
  *
- * Blocks as long as the driver takes.
+ * Blocks while the driver works.
  */
 NORV_API uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer);
 
 /**
- * Opens or closes the processor's access to the whole buffer: ioctl `DMA_BUF_IOCTL_SYNC` on its descriptor.
+ * Starts or ends the processor's access to the whole buffer: ioctl `DMA_BUF_IOCTL_SYNC` on its descriptor.
  *
- * A transfer is opened by `end` false, which is `DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ`, and closed by `end`
- * true, which is `DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE`: the read at the start and the write at the end are
- * meant, there is no other pairing.
+ * There are two steps (quirk 88): `DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ` makes what the device wrote
+ * visible to the processor, `DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE` makes what the processor wrote visible to
+ * the device. Neither is a barrier between the memory and the registers of the device: norv_uio.h says what
+ * to put before the register write that starts it.
  *
- * @param buffer  not null, holds a buffer
- * @param end     false: what the device wrote becomes visible to the processor; true: what the processor
- *                wrote becomes visible to the device. Not a barrier between the memory and the registers of
- *                the device: norv_uio.h says what to put before the register write that starts it
- * @return 0; NORV_STATUS_INVALID_ARG when the pointer or the handle is null; the errno status of the request,
- *         NORV_STATUS_INTERRUPTED or NORV_STATUS_AGAIN when it is to be tried again
+ * @param buffer  a buffer
+ * @param end     false: start; true: end
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer
+ * @retval NORV_STATUS_INTERRUPTED  try again
+ * @retval NORV_STATUS_AGAIN        try again
+ * @retval errno                    of the ioctl
  *
- * Blocks as long as the driver takes, or until the device's work on the buffer is done. Allocates nothing.
+ * Blocks while the driver works, or until the device has finished with the buffer.
  */
 NORV_API uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end);
 
 /**
  * Synchronises part of a buffer by its scatter-gather entries: ioctl `_IOW('U', 4, 24)` on the manager.
  *
- * @param buffer     not null, holds a buffer
- * @param direction  passed on as 1 or 0
- * @param value64    passed on unchanged; the driver says what it means
- * @param value32    passed on unchanged; the driver says what it means
- * @return 0; NORV_STATUS_INVALID_ARG when the pointer or the handle is null; the errno status of the request
+ * @param buffer     a buffer
+ * @param direction  passed to the driver as 1 or 0
+ * @param value64    passed to the driver, which defines its meaning
+ * @param value32    passed to the driver, which defines its meaning
+ * @retval NORV_STATUS_INVALID_ARG  there is no buffer
+ * @retval errno                    of the ioctl
  *
- * Blocks as long as the driver takes. Allocates nothing.
+ * Blocks while the driver works.
  */
 NORV_API uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint64_t value64,
                                          uint32_t value32);
 
 /**
- * Tells the buffer's dma-buf descriptor, to be handed to another driver or program.
+ * Returns the buffer's dma-buf descriptor, to be passed to another driver or program.
  *
  * @param buffer  may be null
- * @return the descriptor, which stays the buffer's; -1 when `buffer` is null or holds none
+ * @return the descriptor; -1 if there is no buffer
  */
 NORV_API int32_t norv_linux_dma_get_fd(norv_linux_dma_t** buffer);
 

@@ -1,4 +1,4 @@
-// DMA buffers of the driver behind /dev/uio-dma.
+// DMA buffers of the driver at /dev/uio-dma.
 #include "norv_linux_dma.h"
 
 #include <fcntl.h>
@@ -23,7 +23,7 @@ struct norv_linux_dma {
     uint64_t size;
     uint32_t type;
     void* mapping;  // null when not mapped
-    void* entries;  // from the lock, null when not locked
+    void* entries;  // of the lock, null when not locked
 };
 
 static_assert(offsetof(norv_linux_dma, manager) == 0 && NORV_FOLLOWS(norv_linux_dma, manager, descriptor) &&
@@ -35,13 +35,13 @@ namespace {
 
 using namespace norv::dma_driver;
 
-// Start goes with read and end with write on purpose; callers open and close every transfer like this.
+// quirk 88: a start is always for reading, and an end for writing.
 constexpr uint64_t start_of_transfer = DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ;
 constexpr uint64_t end_of_transfer = DMA_BUF_SYNC_END | DMA_BUF_SYNC_WRITE;
 
 static_assert(DMA_BUF_IOCTL_SYNC == 0x40086200 && start_of_transfer == 1 && end_of_transfer == 6);
 
-// ---- the buffer that a caller's variable holds
+// ---- the handle in the caller's variable
 
 void release_handle(norv_linux_dma_t** buffer) {
     norv_free(*buffer);
@@ -49,7 +49,7 @@ void release_handle(norv_linux_dma_t** buffer) {
 }
 
 template <typename argument>
-uint32_t ask_manager(const norv_linux_dma& buffer, unsigned long request, argument* value) {
+uint32_t manager_ioctl(const norv_linux_dma& buffer, unsigned long request, argument* value) {
     return norv::device_ioctl(*buffer.manager, request, value);
 }
 
@@ -73,7 +73,7 @@ uint32_t allocate_handle(norv_linux_dma_t** buffer, int32_t* manager, uint64_t s
 
 uint32_t create_memory(norv_linux_dma& buffer, uint64_t address) {
     create_request request = {buffer.size, buffer.type, 0, -1, 0, address};
-    const uint32_t status = ask_manager(buffer, request_create, &request);
+    const uint32_t status = manager_ioctl(buffer, request_create, &request);
     if (status == NORV_STATUS_OK) {
         buffer.descriptor = request.descriptor;
     }
@@ -107,10 +107,9 @@ uint32_t map_whole(norv_linux_dma& buffer) {
 
 // ---- lock
 
-// Fills the array that the entries go into.
 uint32_t fetch_entries(const norv_linux_dma& buffer, uint32_t count, void* array) {
     entries_request request = {buffer.descriptor, count, reinterpret_cast<uintptr_t>(array)};
-    return ask_manager(buffer, request_entries, &request);
+    return manager_ioctl(buffer, request_entries, &request);
 }
 
 uint32_t obtain_entries(const norv_linux_dma& buffer, uint32_t count, void** array) {
@@ -136,7 +135,7 @@ uint32_t norv_linux_dma_create_mgr(int32_t* manager) {
     return norv_open_device(O_RDONLY | O_CLOEXEC, manager, "/dev/uio-dma");
 }
 
-// The name is spelt like this on purpose: programs are linked against it.
+// quirk 87: programs are linked against the misspelled name.
 void norv_linux_dma_destory_mgr(int32_t* manager) {
     if (manager != nullptr) {
         norv::close_descriptor(*manager);
@@ -173,8 +172,8 @@ uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint6
     return status;
 }
 
-// Leaves the mapping and the entries alone on purpose: a mapping outlives its buffer, and callers unmap and
-// unlock first.
+// quirk 89: the mapping and the entries stay. Callers unmap and unlock first, and a mapping may outlive its
+// buffer.
 void norv_linux_dma_destroy(norv_linux_dma_t** buffer) {
     norv_linux_dma* const held_buffer = norv::held(buffer);
     if (held_buffer == nullptr) {
@@ -195,7 +194,7 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // A second mapping would make the record forget the first, which nobody could take away then.
+    // The record keeps one mapping: after a second one, the first could not be unmapped.
     const uint32_t status = held_buffer->mapping == nullptr ? map_whole(*held_buffer) : NORV_STATUS_OK;
     *memory = held_buffer->mapping;
     return status;
@@ -223,7 +222,7 @@ uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint
         return NORV_STATUS_INVALID_ARG;
     }
     lock_request request = {held_buffer->descriptor, 0};
-    uint32_t status = ask_manager(*held_buffer, request_lock, &request);
+    uint32_t status = manager_ioctl(*held_buffer, request_lock, &request);
     if (status != NORV_STATUS_OK) {
         return status;
     }
@@ -243,7 +242,8 @@ uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const uint32_t status = ask_manager(*held_buffer, request_unlock, &held_buffer->descriptor);
+    const uint32_t status = manager_ioctl(*held_buffer, request_unlock, &held_buffer->descriptor);
+    // quirk 90: even if the driver has refused.
     replace_entries(*held_buffer, nullptr);
     return status;
 }
@@ -264,7 +264,7 @@ uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint6
         return NORV_STATUS_INVALID_ARG;
     }
     sync_request request = {held_buffer->descriptor, direction ? 1U : 0U, value32, 0, value64};
-    return ask_manager(*held_buffer, request_sync, &request);
+    return manager_ioctl(*held_buffer, request_sync, &request);
 }
 
 int32_t norv_linux_dma_get_fd(norv_linux_dma_t** buffer) {

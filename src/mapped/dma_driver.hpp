@@ -1,4 +1,4 @@
-// The interface of the driver behind /dev/uio-dma, which has no header of its own.
+// The interface of the driver at /dev/uio-dma, which has no header of its own.
 #pragma once
 
 #include <sys/ioctl.h>
@@ -14,7 +14,7 @@ enum allocation_type : uint32_t {
     type_cma = 2,
     type_user_pointer = 3,
     type_reserved = 4,
-    type_adopted = 5,  // the library's own: the driver is not asked
+    type_adopted = 5,  // the library's own: the driver is not called
 };
 
 struct create_request {
