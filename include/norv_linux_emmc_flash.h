@@ -1,33 +1,26 @@
 /**
  * @file norv_linux_emmc_flash.h
- * An eMMC, SD card or any other block device as a flash: erase, read, and write with verification, all of
- * which can be cancelled, report their progress and can be resumed (norv_flash_types.h describes how).
+ * An eMMC, SD card or other block device as a flash. The conventions of norv_status.h hold.
  *
- * The device is opened by its path, for instance "/dev/mmcblk0boot0", and accessed by positioned reads and
- * writes; there are no bad blocks, and erasing means writing zeros. Erase block and write unit are the
- * device's block size, a power of two. Addresses have 32 bits: what lies beyond 4 GiB cannot be reached, and
- * no operation continues at address 0 after it. A handle is used by one thread at a time.
+ * The device is opened by its path, for instance "/dev/mmcblk0boot0", and accessed with pread(2) and
+ * pwrite(2). There are no bad blocks, and erasing writes zeros. Erase block and write unit are the block size
+ * of the device, a power of two; for any other block size the same bit masks are used (quirk 149). Addresses
+ * are in bytes, with 32 bits: nothing past 4 GiB can be reached, and no operation wraps around to address 0.
  *
- * The continue operations work in chunks of 16 KiB to 128 KiB: the length rounded down to blocks (for an
- * erase rounded up), but no less and no more than that. With a length of 128 KiB or more a chunk is 128 KiB.
- * Whole chunks are written:
+ * The "continue" functions can be cancelled, report progress and can be resumed (see norv_flash_types.h).
+ * They work in chunks: the length in whole blocks, rounded down (for an erase, up), but at least 16 KiB and
+ * at most 128 KiB. The last chunk is written whole, so bytes past the area may be erased or overwritten,
+ * unless address and length are multiples of 128 KiB.
  *
- * - `norv_linux_emmc_flash_continue_erase` zeroes whole chunks, the last one too, which may run past the
- *   area;
- * - `norv_linux_emmc_flash_continue_write_verify` fills its last write with 0xFF, which may run past the
- *   data.
+ * Where the device ends within a chunk, the part before the end is transferred, and counts. The next chunk
+ * fails: a write or an erase with NORV_STATUS_EXHAUSTED (ENOSPC), a read with NORV_STATUS_RANGE. An erase
+ * whose last chunk extends past the end of the device succeeds.
  *
- * Nothing beyond the area is touched when address and length are multiples of 128 KiB.
- *
- * Where the device ends within a chunk, the part before its end is written or read, and counts. The next
- * chunk fails: a write or an erase with the errno status of pwrite(2) (ENOSPC), a read with
- * NORV_STATUS_RANGE. An erase whose last chunk runs past the end of the device succeeds.
- *
- * A verification reads back from the kernel's page cache, as a rule without reading a byte from the device.
- * It shows that the device has accepted the data, not that the medium returns it. To check the medium itself,
- * make the kernel discard what it holds, then read with `norv_linux_emmc_flash_continue_read` and compare:
+ * A verification reads from the kernel's page cache, normally without reading a byte from the device
+ * (quirk 151). It shows that the device has accepted the data, not that the medium returns it. To check the
+ * medium, make the kernel drop its cache, then read with `norv_linux_emmc_flash_continue_read` and compare:
  * close the device and open it again while nothing else has it open, or write 1 to /proc/sys/vm/drop_caches
- * (root). A device with a cache of its own may still answer from there until it is power-cycled.
+ * (root). A device with a cache of its own may still answer from there until its power is cycled.
  *
  *     norv_emmc_flash_t* flash = NULL;
  *     uint32_t length = image_size;
@@ -46,70 +39,71 @@
 
 NORV_BEGIN_DECLS
 
-/** An open device; private, allocated by `norv_linux_emmc_flash_open`, released by its close. */
+/** An open device. */
 typedef struct norv_emmc_flash norv_emmc_flash_t;
 
 /**
- * Opens a block device: open(2) with `O_RDWR | O_CLOEXEC | O_SYNC`, then the requests `BLKBSZGET` (block
- * size) and `BLKGETSIZE64` (size).
+ * Opens a block device: open(2) with `O_RDWR | O_CLOEXEC | O_SYNC`, then `BLKBSZGET` for the block size and
+ * `BLKGETSIZE64` for the size.
  *
- * @param flash  receives the handle; not null; what it held is overwritten; null after any failure
- * @param path   the device; cut silently after 255 characters; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null; NORV_STATUS_NO_MEMORY, with nothing opened; the
- *         errno status of open(2) or of a request (that of ENOTTY: no block device)
+ * A handle that could not be opened is released with free(3), although it comes from `norv_zalloc`
+ * (quirk 144): a base library with another allocator has to allow for that. A failed `BLKBSZGET` whose errno
+ * has the status 0 (quirk 1) leaves a block size of 0, with which nothing can be erased, and continued writes
+ * must start at address 0.
  *
- * A handle that could not be opened is released with free(3), although it comes from `norv_zalloc`: a base
- * library with another allocator has to allow for that. Does not block. Any thread.
+ * @param flash  receives the open device
+ * @param path   the device
+ * @retval NORV_STATUS_NO_MEMORY  out of memory; nothing is opened
+ * @retval NORV_STATUS_NOT_FOUND  there is no such device
+ * @retval ENOTTY                 not a block device
+ * @retval errno                  of open(2), `BLKBSZGET` or `BLKGETSIZE64`
  */
 NORV_API uint32_t norv_linux_emmc_flash_open(norv_emmc_flash_t** flash, const char* path);
 
 /**
- * Closes the device. A device that got the descriptor 0, in a program that had closed its standard input,
- * stays open.
+ * Closes the device. All writes have reached it (`O_SYNC`).
  *
- * @param flash  its handle is released and it becomes null; may be null or hold null, which does nothing
- *
- * Every write has reached the device before (`O_SYNC`). Never fails.
+ * @param flash  may be null
  */
 NORV_API void norv_linux_emmc_flash_close(norv_emmc_flash_t** flash);
 
 /**
- * Tells the geometry that the device had when it was opened: erase block and write unit are its block size.
+ * Gets the geometry that the device had when it was opened, without a system call.
  *
- * @param flash  not null, holds an open device
- * @param info   filled, except for `reserved`, which stays as it is; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null
- *
- * Makes no system call.
+ * @param flash  an open device
+ * @param info   receives it; `reserved` is not touched
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed
  */
 NORV_API uint32_t norv_linux_emmc_flash_get_info(norv_emmc_flash_t** flash, norv_flash_info_t* info);
 
 /**
- * Reads, with one pread(2).
+ * Reads: one pread(2).
  *
- * @param flash    not null, holds an open device
- * @param address  in bytes, any
- * @param buffer   receives the bytes; not null
- * @param length   in: bytes wanted, not 0; out: bytes read, fewer at the end of the device, where 0 is no
- *                 failure; unchanged after a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null or the length is 0; the errno
- * status of pread(2)
+ * @param flash    an open device
+ * @param address  in bytes
+ * @param buffer   receives the bytes
+ * @param length   in: bytes to read, at least 1; out: bytes read, fewer at the end of the device, 0 past it.
+ *                 A failure whose errno has the status 0 leaves it unchanged (quirk 1)
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed, or the length is 0
+ * @retval errno                    of pread(2)
  *
- * Blocks until the device has delivered.
+ * Blocks until the bytes are read.
  */
 NORV_API uint32_t norv_linux_emmc_flash_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
                                              uint32_t* length);
 
 /**
- * Writes, with one pwrite(2), and reads nothing back.
+ * Writes: one pwrite(2). Nothing is read back.
  *
- * @param flash    not null, holds an open device
- * @param address  in bytes, any
- * @param buffer   the bytes; only read; not null
- * @param length   in: bytes to write, not 0; out: bytes written, fewer where the device ends; unchanged after
- *                 a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null or the length is 0; the errno
- * status of pwrite(2) (that of ENOSPC: the address is at or past the end of the device)
+ * @param flash    an open device
+ * @param address  in bytes
+ * @param buffer   the bytes
+ * @param length   in: bytes to write, at least 1; out: bytes written, fewer at the end of the device, 0 if it
+ *                 accepts nothing (quirk 150). A failure whose errno has the status 0 leaves it unchanged
+ *                 (quirk 1)
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed, or the length is 0
+ * @retval NORV_STATUS_EXHAUSTED    the address is at or past the end of the device
+ * @retval errno                    of pwrite(2)
  *
  * Blocks until the bytes are on the device (`O_SYNC`).
  */
@@ -119,73 +113,76 @@ NORV_API uint32_t norv_linux_emmc_flash_write(norv_emmc_flash_t** flash, uint32_
 /**
  * Erases one block: `norv_linux_emmc_flash_erase_first_valid_block` without an end.
  *
- * @param flash    not null, holds an open device
- * @param address  of the block, in bytes; a multiple of the erase block size
- * @return as `norv_linux_emmc_flash_erase_first_valid_block`
+ * @param flash    an open device
+ * @param address  of the block; a multiple of the erase block size
+ * @retval others  of `norv_linux_emmc_flash_erase_first_valid_block`
  *
- * Blocks until the zeros are on the device. Allocates as much memory as it erases.
+ * Blocks until the zeros are on the device.
  */
 NORV_API uint32_t norv_linux_emmc_flash_erase_one_block(norv_emmc_flash_t** flash, uint32_t address);
 
 /**
- * Erases from an address to an end, or one block, by writing zeros with one pwrite(2). Unlike on a flash with
- * bad blocks, everything up to the end is erased.
+ * Erases from an address to an end, or one block: one pwrite(2) of zeros. Unlike on a flash with bad blocks,
+ * everything up to the end is erased. Allocates as much memory as it erases.
  *
- * @param flash    not null, holds an open device
- * @param address  in bytes; a multiple of the erase block size
- * @param end      in: where to stop, in bytes, a multiple of the erase block size and above `address`; out:
- *                 where the zeros end, less than wanted where the device ends; unchanged after a failure;
- *                 null: one block is erased
- * @return 0; NORV_STATUS_INVALID_ARG when `flash` or the handle is null, when the end is the address, and
- * also when there is no memory for the zeros; NORV_STATUS_RANGE when the address or the end is no multiple of
- *         the erase block size or the end is below the address, with nothing written; the errno status of
- *         pwrite(2)
+ * @param flash    an open device
+ * @param address  a multiple of the erase block size
+ * @param end      in: where to stop, a multiple of the erase block size; out: where the zeros end, earlier if
+ *                 the device ends before; null: one block is erased
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed, the end equals the address, or memory cannot be
+ *                                  allocated (quirk 147)
+ * @retval NORV_STATUS_RANGE        the address or the end is misaligned, or the end is below the address
+ * @retval NORV_STATUS_EXHAUSTED    the address is at or past the end of the device
+ * @retval errno                    of pwrite(2)
  *
- * Blocks until the zeros are on the device. Allocates as much memory as it erases.
+ * Blocks until the zeros are on the device.
  */
 NORV_API uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash, uint32_t address,
                                                                 uint32_t* end);
 
 /**
- * Erases an area by writing zeros, chunk by chunk, one pwrite(2) each.
+ * Erases an area: writes zeros, one pwrite(2) for each chunk.
  *
- * A chunk is the length rounded up to blocks, but 16 KiB to 128 KiB. The last chunk is written whole as well:
- * where the length is not a multiple of the chunk, up to a chunk less one byte beyond the area is zeroed. A
- * chunk of which the device takes only a part, as at its end, or nothing, counts as erased. A chunk has to
- * end below 4 GiB.
+ * The last chunk is written whole too, and may extend past the area by up to a chunk less one byte
+ * (quirk 145). A chunk of which the device accepts only a part (quirk 146) or nothing (quirk 150) counts as
+ * erased. After a failure, the chunks that were reported are erased, and the failed one may be in part.
+ * Allocates one chunk.
  *
- * @param flash     not null, holds an open device
- * @param address   in bytes; a multiple of the erase block size
+ * @param flash     an open device
+ * @param address   a multiple of the erase block size
  * @param length    in bytes; 0: nothing is done
- * @param cancel    asked before every chunk; may be null
- * @param progress  told after every chunk, always with status 0; may be null
+ * @param cancel    called before each chunk; may be null
+ * @param progress  called after each chunk, with status 0; may be null
  * @param user      passed to both; may be null
- * @return 0; NORV_STATUS_INVALID_ARG when `flash` or the handle is null, and also when there is no memory for
- *         the zeros; NORV_STATUS_RANGE when the address is no multiple of the erase block size, with nothing
- *         written, and when a chunk does not end below 4 GiB; NORV_STATUS_TIMEOUT when cancelled; the errno
- *         status of pwrite(2). Chunks that were reported are erased, the failed one may be in part
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed, or memory cannot be allocated (quirk 147)
+ * @retval NORV_STATUS_RANGE        the address is misaligned, or a chunk does not end below 4 GiB
+ * @retval NORV_STATUS_TIMEOUT      `cancel` returned true
+ * @retval NORV_STATUS_EXHAUSTED    a chunk starts at or past the end of the device
+ * @retval errno                    of pwrite(2)
  *
- * Blocks until the zeros are on the device. Allocates one chunk.
+ * Blocks until the zeros are on the device.
  */
 NORV_API uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_t address,
                                                        uint32_t length, norv_flash_cancel_fn cancel,
                                                        norv_flash_progress_fn progress, void* user);
 
 /**
- * Reads an area, chunk by chunk, one pread(2) each, up to the next chunk border.
+ * Reads an area: one pread(2) for each chunk, up to the next multiple of the chunk size.
  *
- * @param flash     not null, holds an open device
- * @param address   in bytes, any
- * @param buffer    receives the bytes; not null unless the length is 0
- * @param length    in: bytes wanted, 0: nothing is done; out, after a failure: bytes read; unchanged when
- *                  cancelled or when a pointer is null; not null
- * @param cancel    asked before every chunk; may be null
- * @param progress  told after every chunk, always with status 0; may be null
+ * @param flash     an open device
+ * @param address   in bytes
+ * @param buffer    receives the bytes; may be null if the length is 0
+ * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
+ *                  bytes read
+ * @param cancel    called before each chunk; may be null
+ * @param progress  called after each chunk, with status 0; may be null
  * @param user      passed to both; may be null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null; NORV_STATUS_TIMEOUT when
- * cancelled; NORV_STATUS_RANGE where the device ends, or 4 GiB; the errno status of pread(2)
+ * @retval NORV_STATUS_INVALID_ARG  the device is closed
+ * @retval NORV_STATUS_TIMEOUT      `cancel` returned true
+ * @retval NORV_STATUS_RANGE        the device, or the first 4 GiB, ended before the length
+ * @retval errno                    of pread(2)
  *
- * Blocks until the device has delivered. Allocates nothing.
+ * Blocks until the bytes are read.
  */
 NORV_API uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t address,
                                                       void* buffer, uint32_t* length,
@@ -193,30 +190,35 @@ NORV_API uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash,
                                                       norv_flash_progress_fn progress, void* user);
 
 /**
- * Writes an area, chunk by chunk, up to the next chunk border: one pwrite(2), one pread(2), and a comparison
- * each (with the page cache). The area need not be erased before.
+ * Writes an area: for each chunk, up to the next multiple of the chunk size, one pwrite(2), one pread(2) and
+ * a comparison. The area need not be erased.
  *
- * Where the data ends before the chunk border, bytes of 0xFF are written behind it: as many as make the
- * length of this last write a whole chunk, beyond the border too. Only the data is read back and compared.
- * (With a chunk that is no power of two, which lengths between 16 KiB and 128 KiB may give, the length of the
- * last write comes from the same bit mask, and is between the data's and nearly a chunk more.)
+ * Data that ends within a chunk is padded with 0xFF to a write of a whole chunk, past the chunk border too;
+ * the padding is not verified (quirk 148). If the chunk size is not a power of two, which lengths between
+ * 16 KiB and 128 KiB may cause, the length of this last write comes from the same bit mask, and exceeds that
+ * of the data by up to nearly one chunk (quirk 149).
  *
- * @param flash     not null, holds an open device
- * @param address   in bytes; a multiple of the write unit size
- * @param skip      how far behind the address the data goes, in bytes; a multiple of the write unit size
- * @param data      only read; not null unless the length is 0
- * @param length    in: bytes to write; out, after a failure in a chunk: bytes written and verified; unchanged
- *                  when cancelled, and when the call failed before the first chunk; not null
- * @param cancel    asked before every chunk; may be null
- * @param progress  told after every verified chunk, always with status 0; may be null
+ * A short read-back that matches is not a failure: the operation continues at its end (quirk 152). Allocates
+ * two chunks.
+ *
+ * @param flash     an open device
+ * @param address   a multiple of the write unit size
+ * @param skip      how far after the address the data starts; a multiple of the write unit size
+ * @param data      the bytes; may be null if the length is 0
+ * @param length    in: bytes to write; out: unchanged, also after a cancellation (quirk 153) or a failure
+ *                  before the first chunk; after any other failure, the bytes written and verified
+ * @param cancel    called before each chunk; may be null
+ * @param progress  called after each verified chunk, with status 0; may be null
  * @param user      passed to both; may be null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer or the handle is null; NORV_STATUS_RANGE when the address
- *         or the skip is no multiple of the write unit size, with nothing written, and where 4 GiB end;
- *         NORV_STATUS_NO_MEMORY, with nothing written, for a length of 0 too; NORV_STATUS_TIMEOUT when
- *         cancelled; NORV_STATUS_VERIFY_FAILED when other bytes come back than were written, none at all, or
- *         more than the device had taken; the errno status of pwrite(2) or pread(2)
+ * @retval NORV_STATUS_INVALID_ARG    the device is closed
+ * @retval NORV_STATUS_RANGE          the address or the skip is misaligned, or 4 GiB are reached
+ * @retval NORV_STATUS_NO_MEMORY      out of memory, also for a length of 0 (quirk 154); nothing is written
+ * @retval NORV_STATUS_TIMEOUT        `cancel` returned true
+ * @retval NORV_STATUS_VERIFY_FAILED  other bytes were read back, none, or more than were written
+ * @retval NORV_STATUS_EXHAUSTED      a chunk starts at or past the end of the device
+ * @retval errno                      of pwrite(2) or pread(2)
  *
- * Blocks until the data is on the device. Allocates two chunks.
+ * Blocks until the bytes are on the device.
  */
 NORV_API uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, uint32_t address,
                                                               uint32_t skip, const void* data,

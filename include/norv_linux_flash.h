@@ -1,25 +1,22 @@
 /**
  * @file norv_linux_flash.h
- * One interface over the two kinds of flash that a board may boot from: the SPI flash, which is its MTD
- * partitions joined (norv_linux_spi_flash.h), and an eMMC block device (norv_linux_emmc_flash.h).
+ * One interface to the two kinds of flash that a board may boot from: the SPI flash, which consists of MTD
+ * partitions (norv_linux_spi_flash.h), and an eMMC block device (norv_linux_emmc_flash.h). The conventions of
+ * norv_status.h hold.
  *
- * The handle holds the kind and the handle of that kind, and every call goes to the function of the same name
- * there: what it does, allocates and returns, and how long it blocks, is told in that header. A handle is
- * used by one thread at a time.
+ * Each call goes to the function of the same name of the handle's kind, whose description says what it does,
+ * returns and allocates, and for how long it blocks.
  *
- * An update of firmware works the same on both:
+ * A firmware update is the same on both; norv_flash_types.h describes how to continue an interrupted one:
  *
- * 1. `norv_linux_flash_get_info` tells the geometry. An erase starts at a multiple of the erase block size, a
- *    write at one of the write unit size, which the skip of a write is a multiple of, too.
- * 2. `norv_linux_flash_continue_erase` erases the area. For the SPI flash `end` is where the area ends, and
- *    becomes the first address after the erased blocks.
- * 3. `norv_linux_flash_continue_write_verify` writes from the same start, and reads back and compares every
- *    chunk. When a step fails, the length becomes what was written and verified.
- * 4. `norv_linux_flash_continue_read` reads it back. When a step fails, the length becomes what was read.
+ * 1. `norv_linux_flash_get_info` gets the geometry.
+ * 2. `norv_linux_flash_continue_erase` erases the area; the SPI flash needs the end of the area.
+ * 3. `norv_linux_flash_continue_write_verify` writes from the same start, up to the end that the erase has
+ *    stored, and verifies.
+ * 4. `norv_linux_flash_continue_read` reads the area back.
  *
- * How an update that was interrupted is continued, on both, is described in norv_flash_types.h. A cancel
- * callback that returns true ends any of the three with NORV_STATUS_TIMEOUT. Progress is reported for every
- * erase block of the SPI flash, and for every chunk of 16 KiB to 128 KiB of an eMMC.
+ * A cancel callback that returns true ends any of the last three with NORV_STATUS_TIMEOUT. A step is an erase
+ * block of the SPI flash, or a chunk of 16 KiB to 128 KiB of an eMMC.
  *
  *     const norv_flash_config_t config = {.kind = NORV_FLASH_KIND_EMMC, .emmc_path = "/dev/mmcblk0boot0"};
  *     norv_flash_t flash;
@@ -44,15 +41,15 @@ NORV_BEGIN_DECLS
 /** The kinds of flash. */
 enum { NORV_FLASH_KIND_SPI = 1, NORV_FLASH_KIND_EMMC = 2 };
 
-/** Which flash to open; the caller's, only read. */
+/** Which flash to open. */
 typedef struct {
     uint32_t kind;         /**< NORV_FLASH_KIND_SPI or NORV_FLASH_KIND_EMMC */
-    const char* emmc_path; /**< the block device of an eMMC; not looked at for the SPI flash */
+    const char* emmc_path; /**< the block device of an eMMC; ignored for the SPI flash */
 } norv_flash_config_t;
 
-/** A flash; the storage is the caller's, `norv_linux_flash_open` fills it. */
+/** A flash. */
 typedef struct {
-    uint32_t kind; /**< as configured, whatever it was; stays after a close */
+    uint32_t kind; /**< as configured, whatever it is, also after a failed open (quirk 155) and a close */
     union {
         norv_spi_flash_t* spi;   /**< of kind NORV_FLASH_KIND_SPI; null when closed */
         norv_emmc_flash_t* emmc; /**< of kind NORV_FLASH_KIND_EMMC; null when closed */
@@ -62,79 +59,80 @@ typedef struct {
 /**
  * Opens a flash: `norv_linux_spi_flash_open` or `norv_linux_emmc_flash_open`.
  *
- * @param config  only read; not null
- * @param flash   filled; not null; after a failure it holds the kind and no open flash: closing it does
- *                nothing
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null, when the kind is neither of the two, and when an
- *         eMMC has no path, with nothing opened; the status of the kind's open
- *
- * Any thread.
+ * @param config  the kind and, for an eMMC, its path
+ * @param flash   receives the open flash; after a failure, the kind and no open flash
+ * @retval NORV_STATUS_INVALID_ARG  the kind is neither of the two, or an eMMC has no path; nothing is opened
+ * @retval others                   of the kind's open function
  */
 NORV_API uint32_t norv_linux_flash_open(const norv_flash_config_t* config, norv_flash_t* flash);
 
 /**
- * Closes the flash with its kind's close; does nothing to a handle of another kind.
+ * Closes the flash with its kind's close function; does nothing if the kind is neither of the two.
  *
- * @param flash  may be null; opened, or filled by a failed open; the kind stays, and a second close does
- *               nothing
+ * @param flash  may be null
  */
 NORV_API void norv_linux_flash_close(norv_flash_t* flash);
 
 /**
- * Tells the geometry; `reserved` stays as it is.
+ * Gets the geometry.
  *
- * @param flash  not null
- * @param info   filled; not null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's get_info
+ * @param flash  an open flash
+ * @param info   receives it; `reserved` is not touched
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_get_info(norv_flash_t* flash, norv_flash_info_t* info);
 
 /**
  * Erases one block.
  *
- * @param flash    not null
- * @param address  of the block, in bytes; a multiple of the erase block size
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's erase_one_block
+ * @param flash    an open flash
+ * @param address  of the block; a multiple of the erase block size
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_erase_one_block(norv_flash_t* flash, uint32_t address);
 
 /**
- * Erases the first block that is not bad; an eMMC, which has no bad blocks, is erased up to the end.
+ * Erases the first block that is not bad; on an eMMC, which has no bad blocks, everything up to the end.
  *
- * @param flash    not null
- * @param address  in bytes; a multiple of the erase block size
- * @param end      in: where to stop, in bytes; out: the address after what was erased; may be null for an
- *                 eMMC
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's erase_first_valid_block
+ * @param flash    an open flash
+ * @param address  a multiple of the erase block size
+ * @param end      in: where to stop; out: the address after what was erased; may be null for an eMMC: one
+ *                 block is erased
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_erase_first_valid_block(norv_flash_t* flash, uint32_t address,
                                                            uint32_t* end);
 
 /**
- * Reads in one piece.
+ * Reads with one system call.
  *
- * @param flash    not null
+ * @param flash    an open flash
  * @param address  in bytes
- * @param buffer   receives the bytes; not null
- * @param length   in: bytes wanted, not 0; out: bytes read; not null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's read
+ * @param buffer   receives the bytes
+ * @param length   in: bytes to read, at least 1; out: bytes read
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_read(norv_flash_t* flash, uint32_t address, void* buffer,
                                         uint32_t* length);
 
 /**
- * Writes in one piece, without reading back.
+ * Writes with one system call, and does not read back.
  *
- * @param flash    not null
+ * @param flash    an open flash
  * @param address  in bytes
- * @param data     only read; not null
- * @param length   in: bytes to write, not 0; out: bytes written; not null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's write
+ * @param data     the bytes
+ * @param length   in: bytes to write, at least 1; out: bytes written
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_write(norv_flash_t* flash, uint32_t address, const void* data,
                                          uint32_t* length);
@@ -142,16 +140,17 @@ NORV_API uint32_t norv_linux_flash_write(norv_flash_t* flash, uint32_t address, 
 /**
  * Erases an area step by step.
  *
- * @param flash     not null
- * @param address   in bytes; a multiple of the erase block size
+ * @param flash     an open flash
+ * @param address   a multiple of the erase block size
  * @param length    in bytes
- * @param end       in: where the area ends, in bytes; out: the first address after the erased blocks; for the
- *                  SPI flash alone: neither read nor written for an eMMC, for which it may be null
- * @param cancel    asked before every step; may be null
- * @param progress  told after every step; may be null
+ * @param end       in: where the area ends; out: the address after the erased blocks; not checked. For an
+ *                  eMMC neither read nor written, and may be null (quirk 156)
+ * @param cancel    called before each step; may be null
+ * @param progress  called after each step; may be null
  * @param user      passed to both; may be null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's continue_erase
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t address, uint32_t length,
                                                   uint32_t* end, norv_flash_cancel_fn cancel,
@@ -160,39 +159,40 @@ NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t 
 /**
  * Reads an area step by step.
  *
- * @param flash     not null
+ * @param flash     an open flash
  * @param address   in bytes
- * @param buffer    receives the bytes; not null
- * @param length    in: bytes wanted; out, after a step that failed: bytes read; unchanged when cancelled; not
- *                  null
- * @param cancel    asked before every step; may be null
- * @param progress  told after every step; may be null
+ * @param buffer    receives the bytes
+ * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
+ *                  bytes read; not checked for the SPI flash
+ * @param cancel    called before each step; may be null
+ * @param progress  called after each step; may be null
  * @param user      passed to both; may be null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's continue_read
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_continue_read(norv_flash_t* flash, uint32_t address, void* buffer,
                                                  uint32_t* length, norv_flash_cancel_fn cancel,
                                                  norv_flash_progress_fn progress, void* user);
 
 /**
- * Writes an area step by step, and reads back and compares each.
+ * Writes an area step by step, and reads back and compares each step.
  *
- * @param flash     not null
- * @param address   in bytes; a multiple of the write unit size
- * @param skip      bytes after the address that are left out before the first byte is written; a multiple of
- *                  the write unit size
- * @param data      only read; not null
- * @param length    in: bytes to write; out, after a step that failed: bytes written and verified; unchanged
- *                  when cancelled, when the good blocks before the end are too few, and when nothing was
- *                  begun; not null
- * @param end       in: where the area ends, in bytes; out: where the next write goes on; for the SPI flash
- *                  alone: neither read nor written for an eMMC, for which it may be null
- * @param cancel    asked before every step; may be null
- * @param progress  told after every step; may be null
+ * @param flash     an open flash
+ * @param address   a multiple of the write unit size
+ * @param skip      bytes to skip before the first byte is written; a multiple of the write unit size
+ * @param data      the bytes; not checked for the SPI flash
+ * @param length    in: bytes to write; out: unchanged, also after a cancellation, if the good blocks before
+ *                  the end do not suffice, or if the call fails before its first step; after any other
+ *                  failure, the bytes written and verified; not checked for the SPI flash
+ * @param end       in: where the area ends; out: where the next write continues; not checked. For an eMMC
+ *                  neither read nor written, and may be null (quirk 156)
+ * @param cancel    called before each step; may be null
+ * @param progress  called after each step; may be null
  * @param user      passed to both; may be null
- * @return NORV_STATUS_INVALID_ARG when `flash` is null or not open; NORV_STATUS_BAD_STATE when its kind is
- *         neither of the two; else the status of the kind's continue_write_verify
+ * @retval NORV_STATUS_INVALID_ARG  the flash is not open
+ * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
+ * @retval others                   of the kind's function
  */
 NORV_API uint32_t norv_linux_flash_continue_write_verify(norv_flash_t* flash, uint32_t address, uint32_t skip,
                                                          const void* data, uint32_t* length, uint32_t* end,

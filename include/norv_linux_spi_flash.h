@@ -1,27 +1,26 @@
 /**
  * @file norv_linux_spi_flash.h
- * The SPI flash of a board: its MTD partitions /dev/mtd0 to /dev/mtd9, joined into one linear flash.
+ * The SPI flash of a board: its MTD partitions /dev/mtd0 to /dev/mtd9 as one address space. The conventions
+ * of norv_status.h hold.
  *
- * The partitions follow each other in the order of their names, each starting where the one before it ends;
- * addresses and lengths are unsigned 32-bit bytes of the whole. A partition is a region of the flash, with a
- * geometry of its own, and may be NOR or NAND; erase sizes are taken to be powers of two. Only NAND blocks
- * are asked whether they are bad.
+ * Each partition is a region of the flash. The regions follow each other in the order of their names, each
+ * starting where the previous one ends. Addresses and lengths are in bytes, with 32 bits. A region has its
+ * own geometry, and may be NOR or NAND; its erase size must be a power of two. Only NAND is queried for bad
+ * blocks.
  *
- * The three "continue" operations work through many blocks: they leave out bad ones, report their progress,
- * can be stopped between two steps, and leave a cursor from which the caller continues. They keep nothing
- * between two calls. Nothing is locked: a flash is used by one thread at a time, and callbacks run on that
- * thread. How an update that was interrupted is continued is described in norv_flash_types.h.
+ * The three "continue" functions work on many blocks. They skip bad ones, report progress, can be stopped
+ * between two steps, and leave a cursor from which the caller continues; norv_flash_types.h describes how.
+ * They keep no state between two calls.
  *
- * Where the base of a partition is not a multiple of its erase size, only
- * `norv_linux_spi_flash_erase_one_block` erases there: the other two erases return NORV_STATUS_RANGE at each
- * of its addresses, also when they reach it from the partition before.
+ * In a region whose base is not a multiple of its erase size, only `norv_linux_spi_flash_erase_one_block`
+ * erases. The other two erase functions return NORV_STATUS_RANGE at each of its addresses, also when they
+ * reach it from the region before.
  *
- * The size of a flash of exactly 4 GiB is reported as 0. Its end is 0, too, which as the end of an operation
- * lies before every address, so that nothing is erased or written. The last erase block is reached only by
- * the calls that take no end.
+ * A flash of exactly 4 GiB has the size 0, and its end is 0 too. As the end of an operation, that is before
+ * every address, so nothing is erased or written: only the functions without an end reach the last block.
  *
- * Errors that the error correction of NAND cannot correct do not make a read fail, see `norv_linux_mtd_read`;
- * a write with verification finds them, since it compares the bytes.
+ * Reading NAND does not fail when the error correction fails (quirk 129, see `norv_linux_mtd_read`); a write
+ * with verification does, because it compares the bytes.
  *
  *     norv_spi_flash_t* flash;
  *     uint32_t end = area_end, length = image_size;
@@ -43,82 +42,80 @@ NORV_BEGIN_DECLS
 /** One partition and its place in the flash. */
 typedef struct {
     uint64_t base;     /**< address of its first byte */
-    norv_mtd_t device; /**< its open device node, and its geometry */
+    norv_mtd_t device; /**< its open device node and its geometry */
 } norv_spi_flash_region_t;
 
-/** An open flash: allocated by `norv_linux_spi_flash_open`, released by close; only read it. */
+/**
+ * An open flash; do not change it. If the number of regions is negative, operations return NORV_STATUS_RANGE
+ * (quirk 132).
+ */
 typedef struct {
-    uint32_t size;                    /**< of all partitions, in bytes; counts modulo 2^32 */
-    int32_t region_count;             /**< how many partitions there are */
+    uint32_t size;                    /**< of all regions, in bytes, modulo 2^32 */
+    int32_t region_count;             /**< the number of regions */
     norv_spi_flash_region_t* regions; /**< in the order of their addresses */
 } norv_spi_flash_t;
 
 /**
- * Opens every partition that is named /dev/mtd0 to /dev/mtd9; /dev/mtd10, /dev/mtd0ro and /dev/mtdblock0 are
- * not taken.
+ * Opens each of /dev/mtd0 to /dev/mtd9 that exists; /dev/mtd10, /dev/mtd0ro and /dev/mtdblock0 are ignored.
  *
- * Where there is none the call succeeds, and every operation on the flash then fails with
- * NORV_STATUS_EMPTY (`norv_linux_spi_flash_get_info`: NORV_STATUS_NOT_FOUND).
+ * Without partitions opening succeeds, and the operations fail (quirk 133).
  *
- * @param flash  receives the open flash; null after a failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when `flash` is null; NORV_STATUS_NO_MEMORY; the errno status of reading
- *         /dev; the status of `norv_linux_mtd_open` for the first partition that does not open, with
- *         everything closed again
- *
- * Does not block. Any thread.
+ * @param flash  receives the open flash
+ * @retval NORV_STATUS_NO_MEMORY  out of memory
+ * @retval errno                  of scandir(3) of /dev
+ * @retval others                 of `norv_linux_mtd_open`, for the first partition that cannot be opened;
+ *                                none stays open
  */
 NORV_API uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash);
 
 /**
  * Closes the partitions and releases the flash.
  *
- * @param flash  may be null, and so may what it points to; that is null afterwards
- *
- * Never fails.
+ * @param flash  may be null
  */
 NORV_API void norv_linux_spi_flash_close(norv_spi_flash_t** flash);
 
 /**
- * Tells the geometry: the size of the whole flash, and the erase block and write unit of the first region
- * only, whatever those of the others are.
+ * Gets the geometry: the size of the whole flash, and the erase block and write unit size of the first
+ * region, whatever the others have (quirk 134).
  *
- * @param flash  not null, open
- * @param info   filled, but for its `reserved`; untouched on failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null or the flash is closed; NORV_STATUS_NOT_FOUND
- *         when there is no partition; NORV_STATUS_RANGE when the record counts less than none
- *
- * Does not block.
+ * @param flash  an open flash
+ * @param info   receives it; `reserved` is not touched
+ * @retval NORV_STATUS_INVALID_ARG  the flash is closed
+ * @retval NORV_STATUS_NOT_FOUND    there are no partitions
  */
 NORV_API uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_flash_info_t* info);
 
 /**
- * Reads within one region: one lseek(2), one read(2). Bad blocks are read like any other.
+ * Reads within one region: one lseek(2) and one read(2). Bad blocks are read like others.
  *
- * @param flash    not null, open
- * @param address  first byte
- * @param buffer   receives the bytes; owned by the caller; not null
- * @param length   in: bytes wanted, above 0; out: bytes read. What runs past the end of the region is cut
- *                 before the read, and the cut length is what a failed read leaves here; not null
- * @return 0, also after a short read; NORV_STATUS_INVALID_ARG when a pointer is null, the flash is closed or
- *         the length is 0; NORV_STATUS_EMPTY when there is no partition; NORV_STATUS_RANGE when the address
- *         lies in no region or the record counts less than none; the status of `norv_linux_mtd_read`
+ * @param flash    an open flash
+ * @param address  of the first byte
+ * @param buffer   receives the bytes
+ * @param length   in: bytes to read, at least 1; truncated at the end of the region before the read, also if
+ *                 that fails; out: bytes read
+ * @retval NORV_STATUS_INVALID_ARG  the flash is closed, or the length is 0
+ * @retval NORV_STATUS_EMPTY        there are no partitions
+ * @retval NORV_STATUS_RANGE        the address is in no region
+ * @retval others                   of `norv_linux_mtd_read`; a short read is a success
  *
- * Blocks as long as the read of the flash takes.
+ * Blocks until the flash is read.
  */
 NORV_API uint32_t norv_linux_spi_flash_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
                                             uint32_t* length);
 
 /**
- * Writes within one region: one lseek(2), one write(2). Nothing is erased, verified or left out.
+ * Writes within one region: one lseek(2) and one write(2). Nothing is erased, verified or skipped.
  *
- * @param flash    not null, open
- * @param address  first byte; the kernel wants a multiple of the region's write size
- * @param data     never changed; owned by the caller; not null
- * @param length   in: bytes to write, above 0; out: bytes written. What runs past the end of the region is
- *                 cut before the write, and the cut length is what a failed write leaves here; not null
- * @return 0, also after a short write; NORV_STATUS_INVALID_ARG when a pointer is null, the flash is closed or
- *         the length is 0; NORV_STATUS_EMPTY when there is no partition; NORV_STATUS_RANGE when the address
- *         lies in no region or the record counts less than none; the status of `norv_linux_mtd_write`
+ * @param flash    an open flash
+ * @param address  of the first byte; the kernel requires a multiple of the region's write size
+ * @param data     the bytes
+ * @param length   in: bytes to write, at least 1; truncated at the end of the region before the write, also
+ *                 if that fails; out: bytes written
+ * @retval NORV_STATUS_INVALID_ARG  the flash is closed, or the length is 0
+ * @retval NORV_STATUS_EMPTY        there are no partitions
+ * @retval NORV_STATUS_RANGE        the address is in no region
+ * @retval others                   of `norv_linux_mtd_write`; a short write is a success
  *
  * Blocks until the bytes are stored.
  */
@@ -126,36 +123,38 @@ NORV_API uint32_t norv_linux_spi_flash_write(norv_spi_flash_t** flash, uint32_t 
                                              uint32_t* length);
 
 /**
- * Erases the block that starts at an address. A NAND block that does not erase, or that cannot be asked
- * whether it is bad, is marked bad.
+ * Erases one block. A NAND block that does not erase is marked bad, and so is, without an erase, one whose
+ * state cannot be queried (quirk 136).
  *
- * @param flash    not null, open
- * @param address  start of the block: in its region, a multiple of the region's erase size
- * @return 0; NORV_STATUS_INVALID_ARG when `flash` is null or closed; NORV_STATUS_EMPTY when there is no
- *         partition; NORV_STATUS_RANGE when the address lies in no region or starts no block, or the record
- *         counts less than none; NORV_STATUS_EXHAUSTED when the block is bad, or has just been marked bad;
- * the status of `norv_linux_mtd_block_markbad` when that failed; on NOR the status of `norv_linux_mtd_erase`
+ * @param flash    an open flash
+ * @param address  of the block: in its region, a multiple of the erase size
+ * @retval NORV_STATUS_INVALID_ARG  the flash is closed
+ * @retval NORV_STATUS_EMPTY        there are no partitions
+ * @retval NORV_STATUS_RANGE        the address is in no region, or not the start of a block
+ * @retval NORV_STATUS_EXHAUSTED    the block is bad, or was just marked bad
+ * @retval others                   of `norv_linux_mtd_block_markbad`, or on NOR of `norv_linux_mtd_erase`
  *
  * Blocks until the block is erased.
  */
 NORV_API uint32_t norv_linux_spi_flash_erase_one_block(norv_spi_flash_t** flash, uint32_t address);
 
 /**
- * Erases the first block from an address on that is not bad.
+ * Erases the first block that is not bad.
  *
- * A NAND block that does not erase, or that cannot be asked whether it is bad, is marked bad, and the next
- * one is tried. When the marking fails, each NAND block that follows is marked bad without being asked or
- * erased, until a marking succeeds.
+ * A NAND block that does not erase, or whose state cannot be queried (quirk 136), is marked bad, and the next
+ * one is tried. After a failed marking, each following NAND block is marked bad without being queried or
+ * erased, until a marking succeeds (quirk 135).
  *
- * @param flash    not null, open
- * @param address  start of a block: a multiple of its region's erase size
- * @param end      in: where to stop, a multiple of the erase size of the region of the byte before it;
- *                 out: the address after the erased block; unchanged on failure; not null
- * @return 0; NORV_STATUS_INVALID_ARG when a pointer is null or the flash is closed; NORV_STATUS_EMPTY when
- *         there is no partition; NORV_STATUS_RANGE when the address is misaligned, the end is misaligned or
- *         outside the flash, or the record counts less than none; NORV_STATUS_EXHAUSTED when no block before
- *         the end could be erased; on NOR the status of `norv_linux_mtd_erase`, or of the marking that failed
- *         just before the region
+ * @param flash    an open flash
+ * @param address  of the first block: a multiple of its region's erase size
+ * @param end      in: where to stop, a multiple of the erase size of the region of the byte before it; out:
+ *                 the address after the erased block
+ * @retval NORV_STATUS_INVALID_ARG  the flash is closed
+ * @retval NORV_STATUS_EMPTY        there are no partitions
+ * @retval NORV_STATUS_RANGE        the address or the end is misaligned, or the end is outside the flash
+ * @retval NORV_STATUS_EXHAUSTED    no block before the end could be erased
+ * @retval others                   on NOR, of `norv_linux_mtd_erase`, or of the marking that failed just
+ *                                  before the region
  *
  * Blocks until the block is erased.
  */
@@ -163,30 +162,31 @@ NORV_API uint32_t norv_linux_spi_flash_erase_first_valid_block(norv_spi_flash_t*
                                                                uint32_t* end);
 
 /**
- * Erases blocks from an address on until `length` bytes of good blocks are erased, or the end is reached.
+ * Erases blocks until `length` bytes of good blocks are erased, or the end is reached (quirk 138). Nothing at
+ * or past the end is erased.
  *
- * A bad NAND block is left out: it does not count, and is not reported. One that does not erase, or cannot be
- * asked, is marked bad and does not count either; when the marking fails, each NAND block that follows is
- * marked bad without being asked or erased, until a marking succeeds. On NOR a failure ends the call. Nothing
- * at or past the end is erased.
+ * A bad NAND block is skipped: it neither counts nor is reported. One that does not erase, or whose state
+ * cannot be queried (quirk 136), is marked bad and does not count either. After a failed marking, each
+ * following NAND block is marked bad without being queried or erased, until a marking succeeds (quirk 135).
+ * On NOR a failure ends the call.
  *
- * Progress is reported for each block that was erased or marked: with the status of the marking, and, for the
- * last block before the end, always with status 0, nothing remaining and 100 percent.
+ * Each block that was erased or marked is reported, with the status of the marking. The last block before the
+ * end is reported with status 0, nothing remaining and 100 percent, whatever the result (quirk 137).
  *
- * @param flash     not null, open: not checked
- * @param address   start of a block: a multiple of its region's erase size
- * @param length    bytes of good blocks to erase; 0 only sets `end` to the address
- * @param end       in: where to stop, a multiple of the erase size of the region of the byte before it;
- *                  out: the first address after the last erased block, from which the next call goes on;
- *                  unchanged on failure, and when the address does not lie before it; not null: not checked
- * @param cancel    asked before each block; may be null
+ * @param flash     an open flash; not checked (quirk 131)
+ * @param address   of the first block: a multiple of its region's erase size
+ * @param length    bytes of good blocks; 0: only `end` is set, to the address
+ * @param end       in: where to stop, a multiple of the erase size of the region of the byte before it; out:
+ *                  the address after the last erased block, where the next call continues; unchanged if the
+ *                  address is not before it; not checked
+ * @param cancel    called before each block; may be null
  * @param progress  may be null
- * @param user      passed to both
- * @return 0, also when the end came before `length` bytes were erased; NORV_STATUS_TIMEOUT when `cancel` said
- *         so; NORV_STATUS_EMPTY when there is no partition; NORV_STATUS_RANGE when the address is misaligned
- *         or in no region, the end is misaligned or outside the flash, or the record counts less than none;
- *         the status of the last marking when that failed; on NOR the status of `norv_linux_mtd_erase`, or of
- *         the marking that failed just before the region
+ * @param user      passed to both; may be null
+ * @retval NORV_STATUS_TIMEOUT  `cancel` returned true
+ * @retval NORV_STATUS_EMPTY    there are no partitions
+ * @retval NORV_STATUS_RANGE    the address or the end is misaligned or outside the flash
+ * @retval others               of the last marking, if that failed; on NOR, of `norv_linux_mtd_erase`, or of
+ *                              the marking that failed just before the region
  *
  * Blocks until the blocks are erased.
  */
@@ -196,57 +196,61 @@ NORV_API uint32_t norv_linux_spi_flash_continue_erase(norv_spi_flash_t** flash, 
                                                       norv_flash_progress_fn progress, void* user);
 
 /**
- * Reads `length` bytes from the good blocks from an address on, at most one erase block at a time.
+ * Reads from the good blocks, up to the end of an erase block at a time.
  *
- * Behind the last region the call ends with success and an unchanged length, although it read less: keep
- * address and length inside the flash. A read that delivers nothing is tried again for as long as `cancel`
- * lets it.
+ * A read past the last region succeeds and leaves the length unchanged, although it has read less
+ * (quirk 139): keep address and length inside the flash. A read that returns no bytes is repeated until
+ * `cancel` stops it.
  *
- * @param flash     not null, open: not checked
- * @param address   first byte; in a bad block the reading starts with the block after it
- * @param buffer    receives the bytes; owned by the caller
- * @param length    in: bytes wanted; out: unchanged on success and when cancelled, the bytes that were read
- *                  on failure; not null: not checked
- * @param cancel    asked before each step; may be null
+ * @param flash     an open flash; not checked (quirk 131)
+ * @param address   of the first byte; in a bad block, reading starts after the block
+ * @param buffer    receives the bytes
+ * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
+ *                  bytes read; not checked
+ * @param cancel    called before each step; may be null
  * @param progress  called after each read; may be null
- * @param user      passed to both
- * @return 0, also when the flash ended first; NORV_STATUS_TIMEOUT when `cancel` said so; NORV_STATUS_EMPTY
- *         when there is no partition; NORV_STATUS_RANGE when the record counts less than none; the status of
- *         `norv_linux_mtd_block_isbad` or `norv_linux_mtd_read` (NORV_STATUS_INVALID_ARG for a null buffer)
+ * @param user      passed to both; may be null
+ * @retval NORV_STATUS_TIMEOUT  `cancel` returned true
+ * @retval NORV_STATUS_EMPTY    there are no partitions
+ * @retval others               of `norv_linux_mtd_block_isbad` or `norv_linux_mtd_read`
  *
- * Blocks as long as the reads of the flash take.
+ * Blocks until the flash is read.
  */
 NORV_API uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
                                                      uint32_t* length, norv_flash_cancel_fn cancel,
                                                      norv_flash_progress_fn progress, void* user);
 
 /**
- * Writes data into the good blocks from an address on, and reads back and compares each block. Erase the area
- * first; the end may be the one that `norv_linux_spi_flash_continue_erase` has left, or that of the area.
+ * Writes to the good blocks, and reads back and compares each. Erase the area first, and pass the end that
+ * `norv_linux_spi_flash_continue_erase` has stored, or the end of the area.
  *
- * The last write unit is filled with 0xFF. The end is looked at once for each block: a block that starts
- * before it is written up to its own end.
+ * The last write unit is padded with 0xFF. The end is compared once for each block: a block that starts
+ * before the end is written up to its own end (quirk 141).
  *
- * @param flash     not null, open: not checked
- * @param address   first byte: in its region, a multiple of the region's write size
- * @param skip      bytes of good blocks to leave out first, one write unit after the other, and `cancel` is
- *                  asked at each; a multiple of the write size of the region of the byte before the end
- * @param data      the bytes to write, never changed; owned by the caller; not null: not checked
- * @param length    in: bytes to write; out: unchanged on success, when cancelled, when the space before the
- *                  end was too small, and when nothing was begun; else the bytes that were written and
- *                  verified; not null: not checked
+ * @param flash     an open flash; not checked (quirk 131)
+ * @param address   of the first byte: in its region, a multiple of the write size
+ * @param skip      bytes of good blocks to skip first, in steps of a write unit; a multiple of the write size
+ *                  of the region of the byte before the end. A failed query of a block ends the call only
+ *                  after them (quirk 142)
+ * @param data      the bytes; not checked
+ * @param length    in: bytes to write; out: unchanged, also after a cancellation or if the space before the
+ *                  end is too small (quirk 143), or if the call fails before its first step; after any other
+ *                  failure, the bytes written and verified; not checked
  * @param end       in: where the area ends, a multiple of the write size of the region of the byte before it;
- *                  out: the start of the block after the last one written, or the address when the length is
- *                  0, from which the next call goes on; unchanged on failure; not null: not checked
- * @param cancel    asked before each step; may be null
+ *                  out: the start of the block after the last one written, where the next call continues, or
+ *                  the address if the length is 0; not checked
+ * @param cancel    called before each step; may be null
  * @param progress  called after each block that was written and verified; may be null
- * @param user      passed to both
- * @return 0; NORV_STATUS_TIMEOUT when `cancel` said so; NORV_STATUS_NO_MEMORY; NORV_STATUS_EMPTY when there
- * is no partition; NORV_STATUS_EXHAUSTED when the good blocks before the end are too few; NORV_STATUS_RANGE
- * when address, skip or end is misaligned, the end is outside the flash, or the record counts less than none:
- * a misaligned address leaves the work area, twice the erase size, allocated for good;
- * NORV_STATUS_VERIFY_FAILED when what was read back is shorter or different, or less was written; the status
- * of `norv_linux_mtd_block_isbad`, `norv_linux_mtd_write` or `norv_linux_mtd_read`
+ * @param user      passed to both; may be null
+ * @retval NORV_STATUS_TIMEOUT        `cancel` returned true
+ * @retval NORV_STATUS_NO_MEMORY      no memory for a work area of twice the largest erase block of the area
+ * @retval NORV_STATUS_EMPTY          there are no partitions
+ * @retval NORV_STATUS_EXHAUSTED      the good blocks before the end do not suffice
+ * @retval NORV_STATUS_RANGE          the end or the skip is misaligned, or the end is outside the flash; or
+ *                                    the address is misaligned: then the work area leaks (quirk 140)
+ * @retval NORV_STATUS_VERIFY_FAILED  fewer bytes or others were read back, or fewer were written
+ * @retval others                     of `norv_linux_mtd_block_isbad`, `norv_linux_mtd_write` or
+ *                                    `norv_linux_mtd_read`
  *
  * Blocks until the bytes are stored and read back.
  */

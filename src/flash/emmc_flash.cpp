@@ -35,7 +35,7 @@ namespace {
 constexpr uint32_t smallest_chunk = 16384;
 constexpr uint32_t largest_chunk = 131072;
 
-// ---- chunk arithmetic: by masks, exact for powers of two, and used as it is whatever the sizes are
+// ---- chunk arithmetic: by masks, which are exact for powers of two only (quirk 149)
 
 uint32_t round_down(uint32_t value, uint32_t unit) {
     return value & -unit;
@@ -58,7 +58,7 @@ uint32_t room_in_chunk(uint32_t address, uint32_t chunk) {
     return chunk - ((chunk - 1) & address);
 }
 
-// Addresses that are counted up have 64 bits: behind 4 GiB an operation ends, instead of going on at 0.
+// An operation counts addresses with 64 bits, so that it ends at 4 GiB instead of continuing at 0.
 bool is_addressable(uint64_t address) {
     return address <= UINT32_MAX;
 }
@@ -91,7 +91,8 @@ uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t e
     return fits ? NORV_STATUS_OK : NORV_STATUS_RANGE;
 }
 
-// Zeroes a whole chunk, in the last round too, and whatever the device takes of it counts as one: kept.
+// quirk 145: zeroes a whole chunk, also as the last one.
+// quirk 146, quirk 150: whatever the device accepts of it, the chunk counts as erased.
 uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk, const void* zeros) {
     const uint32_t status = check_area(*flash, address, uint64_t{address} + chunk);
     if (status != NORV_STATUS_OK) {
@@ -103,30 +104,29 @@ uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk
 
 // ---- chunk after chunk
 
-// One step of an operation: does what comes next at this address, with so many bytes still to do, and tells
-// how many of them it has done. Not 0.
+// Calls step(address, remaining, &done) until nothing remains. A step never reports 0 bytes done.
 template <typename step_type>
 uint32_t run_steps(const norv::flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
     for (uint32_t remaining = observer.total; remaining != 0;) {
-        // Stopped: the length stays, as callers expect it.
-        if (observer.stops()) {
+        // quirk 153: a cancellation leaves the length unchanged.
+        if (observer.is_cancelled()) {
             return NORV_STATUS_TIMEOUT;
         }
-        const auto place = static_cast<uint32_t>(address);
+        const auto start = static_cast<uint32_t>(address);
         uint32_t count = 0;
-        const uint32_t status = is_addressable(address) ? step(place, remaining, &count) : NORV_STATUS_RANGE;
+        const uint32_t status = is_addressable(address) ? step(start, remaining, &count) : NORV_STATUS_RANGE;
         if (status != NORV_STATUS_OK) {
             *length -= remaining;
             return status;
         }
         remaining -= count;
-        observer.hear(NORV_STATUS_OK, place, remaining);
+        observer.report(NORV_STATUS_OK, start, remaining);
         address += count;
     }
     return NORV_STATUS_OK;
 }
 
-// Reads up to the next chunk border. The end of the device would give 0 bytes again and again.
+// Reads up to the next chunk border. At the end of the device, every read would return 0 bytes.
 uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer, uint32_t count,
                     uint32_t* done) {
     const uint32_t status = norv_linux_emmc_flash_read(flash, address, buffer, &count);
@@ -134,34 +134,36 @@ uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer
     return status == NORV_STATUS_OK && count == 0 ? NORV_STATUS_RANGE : status;
 }
 
-// What writing and verifying works with: twice a chunk of memory.
+// The memory of a write with verification: two chunks.
 struct work_area {
-    uint8_t* outgoing;   // the last data with its filling
-    uint8_t* read_back;  // a chunk behind it
+    uint8_t* outgoing;   // the last data and its padding
+    uint8_t* read_back;  // the second chunk
     uint32_t chunk;
     uint32_t pad;
 };
 
-// The last data, filled with 0xFF up to the length of its write. Where a chunk is no power of two that may be
-// more than a chunk, but less than two: it then reaches into the place of what is read back afterwards.
-const uint8_t* fill_up(const work_area& area, const uint8_t* data, uint32_t count, uint32_t length) {
+// Pads the last data with 0xFF to the length of its write. If the chunk size is not a power of two, this may
+// be more than a chunk (quirk 149), but less than two: it then extends into the buffer of the read-back.
+const uint8_t* pad_data(const work_area& area, const uint8_t* data, uint32_t count, uint32_t length) {
     norv_memcpy(area.outgoing, data, count);
     norv_memset(area.outgoing + count, 0xFF, length - count);
     return area.outgoing;
 }
 
-// Writes up to the next chunk border and reads it back. Data that fills its write goes out from where it is.
+// Writes up to the next chunk border, and reads back. Data that needs no padding is written without a copy.
 uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t* data, uint32_t remaining,
                      const work_area& area, uint32_t* done) {
     const uint32_t room = room_in_chunk(address, area.chunk);
     const bool is_part = room > remaining;
+    // quirk 148: the padding makes a whole chunk, wherever the write starts, and is not verified.
     uint32_t written = is_part ? round_up(remaining, area.pad) : room;
-    const uint8_t* outgoing = is_part ? fill_up(area, data, remaining, written) : data;
+    const uint8_t* outgoing = is_part ? pad_data(area, data, remaining, written) : data;
     uint32_t status = norv_linux_emmc_flash_write(flash, address, outgoing, &written);
     if (status != NORV_STATUS_OK) {
         return status;
     }
     uint32_t count = std::min(remaining, room);
+    // quirk 151: this reads from the page cache. quirk 152: a short read that matches is done up to its end.
     status = norv_linux_emmc_flash_read(flash, address, area.read_back, &count);
     if (status != NORV_STATUS_OK) {
         return status;
@@ -171,8 +173,8 @@ uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t*
     return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
 }
 
-// Where data begins behind so many whole units.
-uint64_t behind_units(uint32_t address, uint32_t skip, uint32_t unit) {
+// The address after the whole units in `skip`.
+uint64_t skip_units(uint32_t address, uint32_t skip, uint32_t unit) {
     return unit != 0 ? uint64_t{address} + skip - skip % unit : address;
 }
 
@@ -193,7 +195,7 @@ uint32_t norv_linux_emmc_flash_open(norv_emmc_flash_t** flash, const char* path)
     const uint32_t status = open_device(opened, path);
     if (status != NORV_STATUS_OK) {
         norv::close_descriptor(opened->descriptor);
-        // Not norv_free as in close: kept.
+        // quirk 144: not norv_free, as in close.
         free(opened);
         return status;
     }
@@ -243,6 +245,7 @@ uint32_t norv_linux_emmc_flash_write(norv_emmc_flash_t** flash, uint32_t address
     if (count < 0) {
         return norv::errno_status();
     }
+    // quirk 150: also if nothing was written.
     *length = static_cast<uint32_t>(count);
     return NORV_STATUS_OK;
 }
@@ -263,7 +266,7 @@ uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash
     const uint32_t block = (*flash)->erase_block_size;
     uint32_t length = end != nullptr ? round_up(*end - address, block) : block;
     const norv::scoped_memory zeros(norv_zalloc(length));
-    // Without memory, and with an end that is the address, the write refuses: kept.
+    // quirk 147: without memory, or if the end equals the address, the write refuses.
     status = norv_linux_emmc_flash_write(flash, address, zeros.get(), &length);
     if (status == NORV_STATUS_OK && end != nullptr) {
         *end = address + length;
@@ -282,12 +285,12 @@ uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_
         return NORV_STATUS_RANGE;
     }
     const uint32_t chunk = chunk_size(round_up(length, block));
-    // The same zeros serve every chunk. Without memory for them the first write refuses.
+    // All chunks share the zeros. quirk 147: without memory for them, the first write refuses.
     const norv::scoped_memory zeros(length != 0 ? norv_zalloc(round_up(chunk, block)) : nullptr);
     return run_steps({cancel, progress, user, length}, address, &length,
-                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
+                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
                          *done = std::min(remaining, chunk);
-                         return erase_chunk(flash, place, chunk, zeros.get());
+                         return erase_chunk(flash, start, chunk, zeros.get());
                      });
 }
 
@@ -301,9 +304,9 @@ uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t
     const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
     auto* bytes = static_cast<uint8_t*>(buffer);
     return run_steps({cancel, progress, user, total}, address, length,
-                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
-                         const uint32_t count = std::min(remaining, room_in_chunk(place, chunk));
-                         return read_chunk(flash, place, bytes + (total - remaining), count, done);
+                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
+                         const uint32_t count = std::min(remaining, room_in_chunk(start, chunk));
+                         return read_chunk(flash, start, bytes + (total - remaining), count, done);
                      });
 }
 
@@ -321,14 +324,15 @@ uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, 
     const uint32_t total = *length;
     const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
     const norv::scoped_memory memory(norv_malloc(2 * static_cast<size_t>(chunk)));
+    // quirk 154: also for a length of 0.
     if (memory.get() == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
     auto* outgoing = static_cast<uint8_t*>(memory.get());
     const work_area area = {outgoing, outgoing + chunk, chunk, chunk_size(round_down(total, unit))};
     const auto* bytes = static_cast<const uint8_t*>(data);
-    return run_steps({cancel, progress, user, total}, behind_units(address, skip, unit), length,
-                     [&](uint32_t place, uint32_t remaining, uint32_t* done) {
-                         return write_chunk(flash, place, bytes + (total - remaining), remaining, area, done);
+    return run_steps({cancel, progress, user, total}, skip_units(address, skip, unit), length,
+                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
+                         return write_chunk(flash, start, bytes + (total - remaining), remaining, area, done);
                      });
 }

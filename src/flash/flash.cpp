@@ -11,7 +11,7 @@ static_assert(NORV_FOLLOWS(norv_flash_t, kind, backend) && sizeof(norv_flash_t) 
 
 namespace {
 
-// Calls the one of two functions that serves the handle's kind, with the place of that kind's own handle.
+// Calls the function of the handle's kind with the address of that kind's own handle.
 template <typename spi_call, typename emmc_call>
 uint32_t forward(norv_flash_t* flash, spi_call to_spi, emmc_call to_emmc) {
     if (flash == nullptr) {
@@ -27,7 +27,7 @@ uint32_t forward(norv_flash_t* flash, spi_call to_spi, emmc_call to_emmc) {
     }
 }
 
-// The same for functions whose arguments agree.
+// The same for functions with the same arguments.
 template <typename... arguments>
 uint32_t forward_all(norv_flash_t* flash, uint32_t (*to_spi)(norv_spi_flash_t**, arguments...),
                      uint32_t (*to_emmc)(norv_emmc_flash_t**, arguments...), arguments... values) {
@@ -46,7 +46,7 @@ uint32_t norv_linux_flash_open(const norv_flash_config_t* config, norv_flash_t* 
     if (config == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The kind is stored whatever it is: later calls tell by it that there is no such flash.
+    // quirk 155: for an unknown kind, later calls then return NORV_STATUS_BAD_STATE.
     flash->kind = config->kind;
     switch (config->kind) {
         case NORV_FLASH_KIND_SPI:
@@ -101,6 +101,7 @@ uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t address, 
         [=](norv_spi_flash_t** spi) {
             return norv_linux_spi_flash_continue_erase(spi, address, length, end, cancel, progress, user);
         },
+        // quirk 156: without the end.
         [=](norv_emmc_flash_t** emmc) {
             return norv_linux_emmc_flash_continue_erase(emmc, address, length, cancel, progress, user);
         });
@@ -123,6 +124,7 @@ uint32_t norv_linux_flash_continue_write_verify(norv_flash_t* flash, uint32_t ad
             return norv_linux_spi_flash_continue_write_verify(spi, address, skip, data, length, end, cancel,
                                                               progress, user);
         },
+        // quirk 156: without the end.
         [=](norv_emmc_flash_t** emmc) {
             return norv_linux_emmc_flash_continue_write_verify(emmc, address, skip, data, length, cancel,
                                                                progress, user);

@@ -1,4 +1,4 @@
-// The caller of an operation that can be resumed: may stop it, and hears how far it is.
+// The callbacks of an operation that can be resumed.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,9 @@ struct flash_observer {
     void* user;
     uint32_t total;  // of the operation, in bytes; not 0
 
-    bool stops() const { return cancel != nullptr && cancel(user); }
+    bool is_cancelled() const { return cancel != nullptr && cancel(user); }
 
-    void hear(uint32_t status, uint32_t address, uint32_t remaining) const {
+    void report(uint32_t status, uint32_t address, uint32_t remaining) const {
         if (progress != nullptr) {
             progress(user, status, address, remaining, percentage(total - remaining));
         }

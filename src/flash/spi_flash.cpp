@@ -1,4 +1,4 @@
-// The MTD partitions of a board joined into one flash: opening, geometry, plain reads and writes.
+// The MTD partitions of a board as one flash: opening, geometry, plain reads and writes.
 #include "norv_linux_spi_flash.h"
 
 #include <dirent.h>
@@ -27,7 +27,7 @@ int is_partition(const dirent* entry) {
     return fnmatch("mtd[0-9]", entry->d_name, 0) == 0 ? 1 : 0;
 }
 
-// Closes the first of the regions, and releases everything.
+// Closes the given number of regions, and releases everything.
 void release(norv_spi_flash_t* flash, int32_t region_count) {
     for (int32_t index = 0; index < region_count; ++index) {
         norv_linux_mtd_close(&flash->regions[index].device);
@@ -36,7 +36,7 @@ void release(norv_spi_flash_t* flash, int32_t region_count) {
     free(flash);
 }
 
-// Null when there is no memory. The C library's, not the base library's, on purpose.
+// Null if out of memory. The record comes from the C library, whatever allocator the base library uses.
 norv_spi_flash_t* allocate(int region_count) {
     auto* flash = static_cast<norv_spi_flash_t*>(calloc(1, sizeof(norv_spi_flash_t)));
     if (flash == nullptr) {
@@ -51,7 +51,7 @@ norv_spi_flash_t* allocate(int region_count) {
     return flash;
 }
 
-// Opens a partition behind those that are open.
+// Opens a partition as the next region.
 uint32_t append_region(norv_spi_flash_t* flash, const char* name) {
     char path[sizeof "/dev/" + sizeof dirent::d_name];
     snprintf(path, sizeof path, "/dev/%s", name);
@@ -78,10 +78,10 @@ uint32_t append_regions(norv_spi_flash_t* flash, const norv::directory_entries& 
     return NORV_STATUS_OK;
 }
 
-// Moves bytes by one call of the MTD layer, up to the end of the region.
-template <typename bytes, typename transfer>
-uint32_t move_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* buffer, uint32_t* length,
-                        transfer move) {
+// Reads or writes with one call of the MTD layer, up to the end of the region.
+template <typename bytes, typename mtd_call>
+uint32_t transfer_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* buffer, uint32_t* length,
+                            mtd_call transfer) {
     const uint32_t status = norv::check_open(flash);
     if (status != NORV_STATUS_OK) {
         return status;
@@ -94,7 +94,7 @@ uint32_t move_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* buffe
         return NORV_STATUS_RANGE;
     }
     *length = std::min(*length, place.rest_of_region());
-    return move(place.device(), place.offset(), *length, buffer, length);
+    return transfer(place.device(), place.offset(), *length, buffer, length);
 }
 
 }  // namespace
@@ -104,6 +104,7 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
         return NORV_STATUS_INVALID_ARG;
     }
     *flash = nullptr;
+    // quirk 133: no partitions are not a failure.
     const norv::directory_entries partitions("/dev", is_partition);
     if (partitions.status() != NORV_STATUS_OK) {
         return partitions.status();
@@ -114,7 +115,7 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
     }
     const uint32_t status = append_regions(opened, partitions);
     if (status != NORV_STATUS_OK) {
-        // The regions that were never opened are zeros, which closing leaves alone.
+        // Regions that were never opened are zeros, which closing leaves unchanged.
         release(opened, partitions.count());
         return status;
     }
@@ -139,7 +140,7 @@ uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_flash_info
     if (info == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The first region speaks for all of them: kept.
+    // quirk 134: the block sizes are those of the first region.
     const mtd_info_user& first = (*flash)->regions[0].device.info;
     info->size = (*flash)->size;
     info->erase_block_size = first.erasesize;
@@ -149,10 +150,10 @@ uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_flash_info
 
 uint32_t norv_linux_spi_flash_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
                                    uint32_t* length) {
-    return move_in_region(flash, address, buffer, length, norv_linux_mtd_read);
+    return transfer_in_region(flash, address, buffer, length, norv_linux_mtd_read);
 }
 
 uint32_t norv_linux_spi_flash_write(norv_spi_flash_t** flash, uint32_t address, const void* data,
                                     uint32_t* length) {
-    return move_in_region(flash, address, data, length, norv_linux_mtd_write);
+    return transfer_in_region(flash, address, data, length, norv_linux_mtd_write);
 }

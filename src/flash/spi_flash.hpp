@@ -1,4 +1,4 @@
-// The joined flash's inside: which region an address lies in, and where in it.
+// Internals of the SPI flash: the region of an address, and the offset in it.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace norv {
 
-// A place in the flash. Addresses are 64 bits wide here, so that one behind the last byte of 4 GiB is not 0.
+// A place in the flash. Addresses have 64 bits here, so that the end of a flash of 4 GiB is not 0.
 class flash_place {
   public:
     flash_place(const norv_spi_flash_region_t* region, uint64_t address)
         : region_(region), offset_(region != nullptr ? address - region->base : 0) {}
 
-    // Only of a place that exists there is more to tell.
+    // Check this before calling any other member.
     bool exists() const { return region_ != nullptr; }
 
     const norv_mtd_t* device() const { return &region_->device; }
@@ -32,7 +32,7 @@ class flash_place {
     uint64_t offset_;
 };
 
-// The first region that ends behind the address; none when the address lies behind them all.
+// The place in the first region that ends after the address; it does not exist if all end before.
 inline flash_place find_place(const norv_spi_flash_t* flash, uint64_t address) {
     for (int32_t index = 0; index < flash->region_count; ++index) {
         const norv_spi_flash_region_t& region = flash->regions[index];
@@ -53,8 +53,7 @@ inline bool is_aligned(uint64_t value, uint32_t size) {
     return (value & (size - 1U)) == 0;
 }
 
-// A flash without regions has a status of its own. One with fewer than none is checked for on purpose:
-// callers rely on its status.
+// quirk 132: a negative number of regions has a status of its own.
 inline uint32_t check_regions(const norv_spi_flash_t* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {
     if (flash->region_count == 0) {
         return status_of_none;

@@ -1,4 +1,4 @@
-// Erasing the joined flash: bad blocks are left out, and blocks that do not erase become bad ones.
+// Erasing the SPI flash: bad blocks are skipped, and blocks that do not erase are marked bad.
 #include <algorithm>
 
 #include "flash/observer.hpp"
@@ -8,43 +8,42 @@ namespace {
 
 using norv::flash_place;
 
-// What became of a block.
-enum class fate {
+enum class erase_result {
     erased,
-    bad,     // it was, and nothing was done to it
-    marked,  // it is bad from now on, or should be
-    failed,  // on NOR, where nothing is marked
+    skipped,  // a bad block
+    marked,   // marked bad, or tried to
+    failed,   // on NOR, where nothing is marked
 };
 
-// Erases the block of a place. `status` is 0, or the failure of the marking just before; it receives the
-// failure of this block, and for a block that was marked that of the marking.
+// Erases the block of a place. `status` is that of the previous marking, if that failed, otherwise 0; it
+// receives that of this block: of the marking, if the block was marked.
 //
-// After a marking that failed, the next block is marked without being asked or erased, and so on until a
-// marking succeeds: kept.
-fate erase_block(const flash_place& place, uint32_t& status) {
+// quirk 135: after a failed marking, the next block is marked without being queried or erased.
+// quirk 136: so is a block whose state cannot be queried.
+erase_result erase_block(const flash_place& place, uint32_t& status) {
     const norv_mtd_t* device = place.device();
     uint8_t bad = 0;
     if (place.is_nand() && status == NORV_STATUS_OK) {
         status = norv_linux_mtd_block_isbad(device, place.offset(), &bad);
     }
     if (bad != 0) {
-        return fate::bad;
+        return erase_result::skipped;
     }
     if (status == NORV_STATUS_OK) {
         status = norv_linux_mtd_erase(device, place.offset(), place.erase_size());
     }
     if (status == NORV_STATUS_OK) {
-        return fate::erased;
+        return erase_result::erased;
     }
     if (!place.is_nand()) {
-        return fate::failed;
+        return erase_result::failed;
     }
     status = norv_linux_mtd_block_markbad(device, place.offset());
-    return fate::marked;
+    return erase_result::marked;
 }
 
-// Whether a block starts at an address. The place in the region counts too: the kernel refuses to erase at
-// any other, and NAND blocks would be marked bad for it.
+// Whether a block starts at an address, also in its region: the kernel would refuse to erase at any other
+// offset, and a good NAND block would be marked bad.
 bool starts_block(const flash_place& place, uint64_t address) {
     return place.exists() && norv::is_aligned(address, place.erase_size()) && place.offset_in_block() == 0;
 }
@@ -61,12 +60,12 @@ uint32_t erase_first_valid(const norv_spi_flash_t* flash, uint64_t address, uint
         if (!starts_block(place, address)) {
             return NORV_STATUS_RANGE;
         }
-        const fate block = erase_block(place, status);
-        if (block == fate::failed) {
+        const erase_result result = erase_block(place, status);
+        if (result == erase_result::failed) {
             return status;
         }
         address += place.erase_size();
-        if (block == fate::erased) {
+        if (result == erase_result::erased) {
             *end = static_cast<uint32_t>(address);
             return NORV_STATUS_OK;
         }
@@ -74,7 +73,7 @@ uint32_t erase_first_valid(const norv_spi_flash_t* flash, uint64_t address, uint
     return NORV_STATUS_EXHAUSTED;
 }
 
-// A run over blocks, until enough of them are erased or the end is reached.
+// Erases blocks until enough of them are erased, or the end is reached.
 class continued_erase {
   public:
     continued_erase(const norv_spi_flash_t* flash, uint64_t address, uint32_t* end,
@@ -83,7 +82,7 @@ class continued_erase {
 
     uint32_t run() {
         do {
-            if (observer_.stops()) {
+            if (observer_.is_cancelled()) {
                 return NORV_STATUS_TIMEOUT;
             }
             const flash_place place = norv::find_place(flash_, address_);
@@ -96,6 +95,7 @@ class continued_erase {
             if (!erase(place)) {
                 return status_;
             }
+            // quirk 138: reaching the end before the length is a success.
         } while (remaining_ > 0 && address_ < *end_);
         if (status_ == NORV_STATUS_OK) {
             *end_ = static_cast<uint32_t>(address_);
@@ -104,27 +104,28 @@ class continued_erase {
     }
 
   private:
-    // False when the run cannot go on.
+    // False if the call has to end.
     bool erase(const flash_place& place) {
-        const fate block = erase_block(place, status_);
-        if (block == fate::failed) {
+        const erase_result result = erase_block(place, status_);
+        if (result == erase_result::failed) {
             return false;
         }
-        if (block == fate::erased) {
+        if (result == erase_result::erased) {
             remaining_ -= std::min(remaining_, place.erase_size());
         }
         const uint64_t start = address_;
         address_ += place.erase_size();
-        if (block != fate::bad) {
+        if (result != erase_result::skipped) {
             report(start);
         }
         return true;
     }
 
-    // The last block before the end is reported as the end of all work, whatever became of it: kept.
+    // quirk 137: the last block before the end is reported as done, whatever the result.
     void report(uint64_t start) const {
         const bool last = address_ >= *end_;
-        observer_.hear(last ? NORV_STATUS_OK : status_, static_cast<uint32_t>(start), last ? 0 : remaining_);
+        observer_.report(last ? NORV_STATUS_OK : status_, static_cast<uint32_t>(start),
+                         last ? 0 : remaining_);
     }
 
     const norv_spi_flash_t* flash_;
@@ -146,8 +147,9 @@ uint32_t norv_linux_spi_flash_erase_one_block(norv_spi_flash_t** flash, uint32_t
     if (!place.exists() || place.offset_in_block() != 0) {
         return NORV_STATUS_RANGE;
     }
-    const fate block = erase_block(place, status);
-    const bool is_bad = block == fate::bad || (block == fate::marked && status == NORV_STATUS_OK);
+    const erase_result result = erase_block(place, status);
+    const bool is_bad =
+        result == erase_result::skipped || (result == erase_result::marked && status == NORV_STATUS_OK);
     return is_bad ? NORV_STATUS_EXHAUSTED : status;
 }
 
@@ -164,7 +166,7 @@ uint32_t norv_linux_spi_flash_erase_first_valid_block(norv_spi_flash_t** flash, 
     return status != NORV_STATUS_OK ? status : erase_first_valid(*flash, address, end);
 }
 
-// A null flash is not checked for: kept.
+// quirk 131: a null flash is not checked for.
 uint32_t norv_linux_spi_flash_continue_erase(norv_spi_flash_t** flash, uint32_t address, uint32_t length,
                                              uint32_t* end, norv_flash_cancel_fn cancel,
                                              norv_flash_progress_fn progress, void* user) {

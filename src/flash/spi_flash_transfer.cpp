@@ -1,4 +1,4 @@
-// Reading and writing the joined flash over many blocks; bad ones are left out.
+// Reading and writing the SPI flash across blocks; bad ones are skipped.
 #include <algorithm>
 
 #include "flash/observer.hpp"
@@ -9,7 +9,7 @@ namespace {
 
 using norv::flash_place;
 
-// Only NAND is asked.
+// Only NAND is queried.
 uint32_t query_block(const flash_place& place, uint8_t* bad) {
     if (!place.is_nand()) {
         return NORV_STATUS_OK;
@@ -21,7 +21,7 @@ bool is_multiple(uint32_t value, uint32_t unit) {
     return unit != 0 && value % unit == 0;
 }
 
-// A run of reads, until all bytes are there or the flash ends.
+// Reads until all bytes are read, or the flash ends.
 class continued_read {
   public:
     continued_read(const norv_spi_flash_t* flash, uint64_t address, void* buffer,
@@ -30,12 +30,12 @@ class continued_read {
 
     uint32_t run(uint32_t* length) {
         while (remaining_ > 0) {
-            if (observer_.stops()) {
+            if (observer_.is_cancelled()) {
                 return NORV_STATUS_TIMEOUT;
             }
             const flash_place place = norv::find_place(flash_, address_);
             if (!place.exists()) {
-                // The flash ended early, and nobody is told: kept.
+                // quirk 139: the end of the flash is a success.
                 return NORV_STATUS_OK;
             }
             const uint32_t status = read(place);
@@ -63,7 +63,7 @@ class continued_read {
         }
         if (status == NORV_STATUS_OK) {
             remaining_ -= count;
-            observer_.hear(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+            observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
             address_ += count;
             buffer_ += count;
         }
@@ -77,7 +77,7 @@ class continued_read {
     uint32_t remaining_ = observer_.total;
 };
 
-// What a write with verify was asked for.
+// The arguments of a write with verification.
 struct write_request {
     const norv_spi_flash_t* flash;
     uint32_t address;
@@ -87,7 +87,7 @@ struct write_request {
     uint32_t* end;
 };
 
-// A run of writes, each read back and compared, until all bytes are stored.
+// Writes, reads back and compares, block by block, until all bytes are stored.
 class verified_write {
   public:
     verified_write(const write_request& request, const norv::flash_observer& observer, uint8_t* work_area,
@@ -111,9 +111,10 @@ class verified_write {
 
   private:
     uint32_t step() {
-        if (observer_.stops()) {
+        if (observer_.is_cancelled()) {
             return stop(NORV_STATUS_TIMEOUT);
         }
+        // quirk 141: the end is compared with the start of the block only.
         if (*request_.end <= address_) {
             return stop(NORV_STATUS_EXHAUSTED);
         }
@@ -122,12 +123,11 @@ class verified_write {
             return NORV_STATUS_RANGE;
         }
         misaligned_ = !is_multiple(place.offset(), place.write_size());
-        return misaligned_ ? NORV_STATUS_RANGE : enter(place);
+        return misaligned_ ? NORV_STATUS_RANGE : skip_or_store(place);
     }
 
-    // Leaves out what is bad or to be skipped. A failed query ends the run, but not before the skipping does:
-    // kept.
-    uint32_t enter(const flash_place& place) {
+    // Skips what is bad or to be skipped. quirk 142: a failed query ends the call only after that.
+    uint32_t skip_or_store(const flash_place& place) {
         uint8_t bad = 0;
         if (query_status_ == NORV_STATUS_OK) {
             query_status_ = query_block(place, &bad);
@@ -151,14 +151,14 @@ class verified_write {
         const uint32_t status = count < room ? write_padded(place, count) : write(place, data_, count, count);
         if (status == NORV_STATUS_OK) {
             remaining_ -= count;
-            observer_.hear(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+            observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
             address_ += room;
             data_ += count;
         }
         return status;
     }
 
-    // Whole blocks go out as they are; only the last bytes are copied, to be filled up to a write unit.
+    // Pads a copy of the last bytes to a write unit; whole blocks are written from the caller's memory.
     uint32_t write_padded(const flash_place& place, uint32_t count) {
         const uint32_t unit = place.write_size();
         const uint32_t size = (count + unit - 1) / unit * unit;
@@ -181,7 +181,7 @@ class verified_write {
         return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
     }
 
-    // Ends the run and leaves the length as it is.
+    // Ends the call and leaves the length unchanged: quirk 143.
     uint32_t stop(uint32_t status) {
         stopped_ = true;
         return status;
@@ -200,7 +200,7 @@ class verified_write {
     bool misaligned_ = false;
 };
 
-// The largest erase block of the area: with regions of different geometries, it may not be that of the last.
+// The largest erase block of the area, which may not be that of its last region.
 uint32_t largest_block(const write_request& request) {
     uint32_t largest = norv::find_end(request.flash, *request.end).erase_size();
     for (int32_t index = 0; index < request.flash->region_count; ++index) {
@@ -220,7 +220,7 @@ uint32_t write_and_verify(const write_request& request, const norv::flash_observ
     }
     verified_write run(request, observer, work_area, half);
     const uint32_t status = run.run();
-    // After a misaligned address the work area is not released: kept.
+    // quirk 140: a misaligned address leaks the work area.
     if (!run.misaligned()) {
         norv_free(work_area);
     }
@@ -229,7 +229,7 @@ uint32_t write_and_verify(const write_request& request, const norv::flash_observ
 
 }  // namespace
 
-// A null flash is not checked for: kept.
+// quirk 131: a null flash is not checked for.
 uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
                                             uint32_t* length, norv_flash_cancel_fn cancel,
                                             norv_flash_progress_fn progress, void* user) {
@@ -240,7 +240,7 @@ uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t a
     return continued_read(*flash, address, buffer, {cancel, progress, user, *length}).run(length);
 }
 
-// A null flash is not checked for: kept.
+// quirk 131: a null flash is not checked for.
 uint32_t norv_linux_spi_flash_continue_write_verify(norv_spi_flash_t** flash, uint32_t address, uint32_t skip,
                                                     const void* data, uint32_t* length, uint32_t* end,
                                                     norv_flash_cancel_fn cancel,
