@@ -1,7 +1,7 @@
 /*
- * Creates a DMA buffer, fills it between the two syncs of a transfer, and shows the pieces of memory that a
- * device would be programmed with. What was written is then read through a second handle on the same memory,
- * as another program or driver would see it.
+ * Creates a DMA buffer, fills it between the two syncs of a transfer, and counts the pieces of memory with
+ * which a device would be programmed. What was written is then read through a second handle on the same
+ * memory, as another program or driver would see it.
  *
  *     dma_buffer [KIND [BYTES]]      KIND: default, kmalloc, cma or reserved; default: default 16384
  */
@@ -24,7 +24,7 @@ static const struct kind kinds[] = {
     {"reserved", norv_linux_dma_create_by_reserved},
 };
 
-/* Ends the program when a call failed. */
+/* Ends the program if a call has failed. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
@@ -42,7 +42,7 @@ static const struct kind* kind_named(const char* name) {
     exit(2);
 }
 
-/* The device is not to touch the buffer while the processor writes it. */
+/* The device must not touch the buffer while the processor writes to it. */
 static void fill(norv_linux_dma_t** buffer, uint64_t size) {
     void* memory;
 
@@ -64,7 +64,7 @@ static uint64_t count_pieces(norv_linux_dma_t** buffer) {
     return count;
 }
 
-/* Looks at the buffer like somebody who was handed its descriptor. */
+/* Reads the buffer through its descriptor, as another program would. */
 static int is_filled(int32_t* manager, int32_t descriptor, uint64_t size) {
     norv_linux_dma_t* shared;
     void* memory;

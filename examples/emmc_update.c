@@ -29,7 +29,7 @@ static void open_flash(norv_flash_t* flash, const char* device) {
     must(device, norv_linux_flash_open(&config, flash));
 }
 
-/* Refuses an area that the flash does not have before anything is written. */
+/* Refuses an area that is not on the flash, before anything is written. */
 static void check_area(norv_flash_t* flash, const update_t* update, const char* device) {
     norv_flash_info_t info;
     must(device, norv_linux_flash_get_info(flash, &info));
@@ -46,7 +46,7 @@ static void check_area(norv_flash_t* flash, const update_t* update, const char* 
 
 /* ---- the update ---- */
 
-/* What an interrupted run has begun and not noted is erased again; nothing before the cursor is touched. */
+/* Erases again what an interrupted run has started but not noted; nothing before the cursor is touched. */
 static void write_rest(norv_flash_t* flash, update_t* update) {
     const uint8_t* rest = update->image + update->done;
     uint32_t length = update->size - update->done;

@@ -15,7 +15,7 @@
 
 #include "norv_linux_spi_flash.h"
 
-/* What an interrupted run has begun and not noted is erased again; nothing before the cursor is touched. */
+/* Erases again what an interrupted run has started but not noted; nothing before the cursor is touched. */
 static void write_rest(norv_spi_flash_t** flash, update_t* update) {
     const uint8_t* rest = update->image + update->done;
     uint32_t length = update->size - update->done;
@@ -26,7 +26,7 @@ static void write_rest(norv_spi_flash_t** flash, update_t* update) {
     update->doing = "erasing";
     must("erasing", norv_linux_spi_flash_continue_erase(flash, update->cursor, length, &end, is_interrupted,
                                                         show, update));
-    /* The end is now that of the erased blocks: the write stays within them. */
+    /* `end` is now the end of the erased blocks: the write stays within them. */
     update->doing = "writing";
     must("writing", norv_linux_spi_flash_continue_write_verify(flash, update->cursor, 0, rest, &length, &end,
                                                                is_interrupted, note, update));

@@ -1,5 +1,5 @@
 /*
- * Tells the geometry of a flash partition, counts its bad blocks, and shows its first bytes. Changes nothing.
+ * Prints the geometry of a flash partition, its bad blocks and its first bytes. Changes nothing.
  *
  *     mtd_info [DEVICE]      default: /dev/mtd0
  *
@@ -12,7 +12,7 @@
 #include "norv_base.h"
 #include "norv_linux_mtd.h"
 
-/* Ends the program when a call failed. */
+/* Ends the program if a call has failed. */
 static void must(const char* what, uint32_t status) {
     if (status != NORV_STATUS_OK) {
         fprintf(stderr, "%s: %s (%s)\n", what, norv_status_name(status), norv_status_text(status));
@@ -20,7 +20,7 @@ static void must(const char* what, uint32_t status) {
     }
 }
 
-/* Only NAND has bad blocks; other flash is not asked. */
+/* Only NAND is queried for bad blocks. */
 static unsigned count_bad_blocks(const norv_mtd_t* partition) {
     unsigned count = 0;
     if (!norv_linux_mtd_type_is_nand(partition)) {
@@ -28,7 +28,7 @@ static unsigned count_bad_blocks(const norv_mtd_t* partition) {
     }
     for (uint32_t block = 0; block < partition->info.size; block += partition->info.erasesize) {
         uint8_t bad = 0;
-        must("ask for a bad block", norv_linux_mtd_block_isbad(partition, block, &bad));
+        must("query a block", norv_linux_mtd_block_isbad(partition, block, &bad));
         if (bad != 0) {
             printf("  the block at 0x%08x is bad\n", block);
             ++count;
@@ -37,7 +37,7 @@ static unsigned count_bad_blocks(const norv_mtd_t* partition) {
     return count;
 }
 
-/* A read may be shorter than asked for: at the end of the partition it is. */
+/* A read may be short, for instance at the end of the partition. */
 static void show_start(const norv_mtd_t* partition) {
     uint8_t bytes[16];
     uint32_t count = 0;
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
 
     must(path, norv_linux_mtd_open(path, &partition));
     printf("%s: %s, %u KiB in erase blocks of %u, written in units of %u bytes\n", path,
-           norv_linux_mtd_type_is_nand(&partition) ? "NAND" : "no NAND", partition.info.size / 1024,
+           norv_linux_mtd_type_is_nand(&partition) ? "NAND" : "not NAND", partition.info.size / 1024,
            partition.info.erasesize, partition.info.writesize);
     show_start(&partition);
     const unsigned bad = count_bad_blocks(&partition);

@@ -7,7 +7,8 @@
  *     update of /dev/mmcblk0 0x100000-0x160000 with 393216 bytes, checksum 89abcdef01234567
  *     done 131072 cursor 0x120000
  *
- * The first line identifies the update. With the journal of another one an update starts from the beginning.
+ * The first line identifies the update. With the journal of another update, this one starts from the
+ * beginning.
  */
 #ifndef UPDATE_H
 #define UPDATE_H
@@ -45,7 +46,7 @@ static _Noreturn void fail(const char* what, const char* why) {
     exit(EXIT_FAILURE);
 }
 
-/* Ends the program when a call has failed or was cancelled. */
+/* Ends the program if a call has failed or was cancelled. */
 static void must(const char* what, uint32_t status) {
     if (status == NORV_STATUS_TIMEOUT && interrupted) {
         fail(what, "stopped; run the same command again to resume");
@@ -103,7 +104,7 @@ static uint64_t checksum(const uint8_t* bytes, uint32_t size) {
     return sum;
 }
 
-/* Takes over the progress of an earlier run of the same update. */
+/* Reads the progress of an earlier run of the same update. */
 static void read_journal(update_t* update, FILE* file) {
     char line[sizeof update->name] = "";
     uint32_t done = 0;
@@ -156,7 +157,7 @@ static void write_journal(const update_t* update) {
     }
 }
 
-/* Ends the update, with what was read back. Without a journal the next run writes everything again. */
+/* Ends the update with what was read back. Without the journal, the next run writes everything again. */
 static void close_journal(const update_t* update, const uint8_t* found) {
     remove(update->journal);
     if (memcmp(found, update->image, update->size) != 0) {
