@@ -1,11 +1,11 @@
 /*
- * Watches a thread: an event loop reports that it lives, a handler hangs, the watchdog notices, and the loop
+ * Watches a thread: an event loop reports to a watchdog, a handler hangs, the watchdog notices, and the loop
  * recovers.
  *
  *     watchdog [LIMIT_MS]      default: 500
  *
- * Needs no hardware. An application would restart the hanging part, or leave the board's own watchdog
- * unserved.
+ * Needs no hardware. An application would restart the part that hangs, or stop feeding the hardware
+ * watchdog.
  */
 #include <pthread.h>
 #include <semaphore.h>
@@ -41,12 +41,12 @@ static void* run_loop(void* argument) {
     return NULL;
 }
 
-/* Loop thread: a handler that hangs, as one does that waits for a device that is gone. */
+/* Loop thread: a handler that hangs, like one that waits for a device that is gone. */
 static void hang(norv_epoll_timer_t* timer) {
     sem_wait(&((hanger_t*)timer)->release);
 }
 
-/* Another thread: looks at the watchdog until it says what is expected, for ten seconds at most. */
+/* Another thread: checks the watchdog until it reports the expected status, for ten seconds at most. */
 static void expect(const norv_thread_watchdog_t* watchdog, uint32_t wanted, const char* words) {
     const struct timespec pause = {.tv_nsec = 10 * 1000 * 1000};
     const uint64_t start = norv_time_get_ms();
@@ -61,7 +61,7 @@ static void expect(const norv_thread_watchdog_t* watchdog, uint32_t wanted, cons
 }
 
 int main(int argc, char** argv) {
-    static norv_epoll_t loop; /* zero-filled, as open wants it */
+    static norv_epoll_t loop; /* zero-filled, as norv_epoll_open requires */
     norv_thread_watchdog_t watchdog;
     hanger_t hanger = {.timer = {.callback = hang, .name = "hanger"}};
     loop_thread_t thread = {&loop, &watchdog};

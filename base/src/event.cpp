@@ -1,5 +1,5 @@
 // The one-shot event: one futex word in the owner's record. Its low half counts the sets that no wait has
-// taken, its high half the threads that wait, so that a set knows whether there is anyone to wake.
+// taken, its high half the waiting threads, so that a set knows whether there is a thread to wake.
 #include <linux/futex.h>
 #include <linux/time_types.h>
 #include <sys/syscall.h>
@@ -24,15 +24,15 @@ uint32_t waiters_in(uint32_t state) {
     return state / one_waiter;
 }
 
-// One set for each waiter, or one for the next to come.
+// True if there is a set for each waiter or, without waiters, one for the next wait.
 bool has_enough_sets(uint32_t state) {
     return sets_in(state) >= std::max<uint32_t>(waiters_in(state), 1);
 }
 
-// What SYS_futex reads on every processor. A 32-bit build with 64-bit time has a wider timespec than that.
+// The type that SYS_futex reads. The timespec of a 32-bit build with 64-bit time is wider.
 using futex_time = __kernel_old_timespec;
 
-// The C library has no wrapper for futex(2), so this is the one place that calls a system call by number.
+// The C library has no wrapper for futex(2), so this is the only place that makes a system call by number.
 long futex(uint32_t* word, int operation, uint32_t value, const futex_time* deadline) {
     return syscall(SYS_futex, word, operation | FUTEX_PRIVATE_FLAG, value, deadline, nullptr,
                    FUTEX_BITSET_MATCH_ANY);
@@ -55,7 +55,7 @@ bool replace(norv_event_t* event, uint32_t* expected, uint32_t state) {
                                        __ATOMIC_RELAXED);
 }
 
-// Takes one set if there is one; `share` is this thread's part of the count of waiters, given up with it.
+// Takes a set if there is one. `share`, which this thread added to the count of waiters, is then subtracted.
 bool take_set(norv_event_t* event, uint32_t share) {
     uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
     while (sets_in(state) > 0) {
@@ -66,11 +66,11 @@ bool take_set(norv_event_t* event, uint32_t share) {
     return false;
 }
 
-// Sleeps until the event is set or gets another waiter. False when the deadline passed.
+// Sleeps until the event is set or gets another waiter. False if the deadline passed.
 bool sleep_unset(norv_event_t* event, const futex_time* deadline) {
     const uint32_t state = __atomic_load_n(&event->state, __ATOMIC_RELAXED);
-    const uint32_t unset =
-        state - sets_in(state);  // the kernel returns at once when the event is set already
+    // The kernel compares, and returns at once if the event has been set.
+    const uint32_t unset = state - sets_in(state);
     return futex(&event->state, FUTEX_WAIT_BITSET, unset, deadline) == 0 || errno != ETIMEDOUT;
 }
 
@@ -79,7 +79,7 @@ bool wait_as_waiter(norv_event_t* event, const futex_time* deadline) {
     __atomic_fetch_add(&event->state, one_waiter, __ATOMIC_RELAXED);
     while (!take_set(event, one_waiter)) {
         if (!in_time) {
-            // A set that comes at this moment still counts on the waiter; it stays for the next wait.
+            // A set that arrives before this still counts the waiter; it is left for the next wait.
             __atomic_fetch_sub(&event->state, one_waiter, __ATOMIC_RELAXED);
             return false;
         }
@@ -104,8 +104,8 @@ uint32_t norv_event_set(norv_event_t* event) {
     uint32_t added = 0;
     do {
         added = has_enough_sets(state) ? 0 : one_set;
-        // Written even if nothing is added: the wait that takes the earlier set must see what led to this
-        // one.
+        // Written even if nothing is added: the wait that takes the earlier set must see what came before
+        // this one.
     } while (!replace(event, &state, state + added));
     if (added != 0 && waiters_in(state) > 0) {
         futex(&event->state, FUTEX_WAKE, 1, nullptr);

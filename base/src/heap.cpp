@@ -1,13 +1,13 @@
-// The intrusive heap: two pairing heaps, one after the other.
+// The intrusive heap: two pairing heaps, one for recent nodes and one for settled nodes.
 //
-// A new node goes into the small heap of recent nodes. Once that has taken 512, it is emptied in order into
-// one chain, each node the only child of the one before, which joins the settled heap as a single tree.
-// A new node that comes in order is chained to the one before at once, and costs next to nothing.
+// A new node is added to the small heap of recent nodes. After 512 inserts, that heap is emptied in order
+// into a chain, in which each node is the only child of the one before; the chain joins the settled heap as a
+// single tree. A new node that is already in order is chained to the one before at once, at almost no cost.
 //
-// Leaving the settled heap then means choosing among the heads of the chains: a few hundred where a plain
-// pairing heap compares all nodes with each other, at the first expiry all at once. Cost as a multiple of a
-// four-way array heap that caches its keys: firing 1e4 timers 1.0, firing 1e6 timers 1.2 (a plain pairing
-// heap: 1.5 and 6.4); the first ten expiries after 1e5 starts take 3 us (1.5 ms). See docs/heap.md.
+// The next settled node is then chosen among the heads of the chains: a few hundred, where a plain pairing
+// heap compares all nodes with each other, at the first expiry all at once. Cost as a multiple of a four-way
+// array heap that caches its keys: firing 1e4 timers 1.0, firing 1e6 timers 1.2 (a plain pairing heap: 1.5
+// and 6.4); the first ten expiries after 1e5 starts take 3 us (1.5 ms). See docs/heap.md.
 #include "norv_base.h"
 
 namespace {
@@ -16,9 +16,9 @@ using node = norv_heap_node_t;
 
 constexpr uint32_t recent_limit = 512;
 
-// Fetches a node that will be compared soon, with the fields of its record that lie in front of it: the key.
+// Prefetches a node that will be compared soon, and the fields of its record before it, which hold the key.
 void prefetch(const node* soon) {
-    // Computed as a number: there may be no such object, nor a node at all.
+    // Computed as a number, because there may be no such object, and no node at all.
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(soon) - sizeof(node)));
     __builtin_prefetch(soon);
@@ -35,7 +35,7 @@ void add_child(node* parent, node* child) {
 
 // Makes one of two tops the child of the other.
 node* meld(node* first, node* second, norv_heap_less_fn less) {
-    // Which of them wins cannot be predicted: taking the winner from a table costs less than a wrong branch.
+    // Which one wins cannot be predicted: looking it up in a table costs less than a mispredicted branch.
     node* const tops[2] = {first, second};
     const bool second_wins = less(second, first);
     add_child(tops[second_wins], tops[!second_wins]);
@@ -75,7 +75,7 @@ node* meld_siblings(node* siblings, norv_heap_less_fn less) {
     return top;
 }
 
-// Makes one tree of the children of a node that leaves; null when there are none.
+// Makes one tree of the children of a node that leaves; null if there are none.
 node* tree_of(node* children, norv_heap_less_fn less) {
     if (children == nullptr) {
         return nullptr;
@@ -115,7 +115,7 @@ node* first_of(node* first, node* second, norv_heap_less_fn less) {
     return less(second, first) ? second : first;
 }
 
-// Whether the node comes after the one that was queued last, if that one is still there.
+// True if the node that was queued last is still there, and this one does not leave before it.
 bool comes_in_order(const norv_heap_t* heap, const node* inserted, norv_heap_less_fn less) {
     return heap->last != nullptr && !less(inserted, heap->last);
 }
@@ -127,8 +127,8 @@ void add_recent(norv_heap_t* heap, node* inserted, norv_heap_less_fn less) {
     }
 }
 
-// Puts a tree, or nothing, in the place of a node that has a parent. Nothing is compared: what was below the
-// node may stay below its parent.
+// Replaces a node that has a parent with a tree or with nothing. Nothing is compared: what was below the node
+// may be below its parent.
 void replace(node* leaving, node* tree) {
     node* successor = leaving->sibling;
     if (tree != nullptr) {
@@ -145,7 +145,7 @@ void replace(node* leaving, node* tree) {
     (before->child == leaving ? before->child : before->sibling) = successor;
 }
 
-// Other threads may look at the flag at any time.
+// Other threads may read the flag at any time.
 void reset(node* subject, uint8_t queued) {
     __atomic_store_n(&subject->queued, queued, __ATOMIC_RELAXED);
     subject->child = nullptr;

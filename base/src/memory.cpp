@@ -1,4 +1,4 @@
-// Memory and strings: the C library's own, under the names that a replacement library can take over.
+// Memory and strings: the functions of the C library, under names that another base library can define.
 #include <cstdlib>
 #include <cstring>
 

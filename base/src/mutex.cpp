@@ -3,7 +3,7 @@
 
 namespace {
 
-// The pthread calls return the error number instead of setting errno.
+// The pthread functions return the error number instead of setting errno.
 uint32_t status_of(int error_number) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error_number));
 }

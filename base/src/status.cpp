@@ -1,4 +1,4 @@
-// From errno to a status, and from a status to words.
+// The status of an errno, and statuses in words.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -12,8 +12,8 @@ struct equivalent {
     uint32_t status;
 };
 
-// The errno values that plainly mean one of the listed statuses, the transient ones of every transfer first.
-// No status stands twice, so that the errno can be told from the status.
+// The errno values that have the same meaning as a listed status, those after which a transfer is repeated
+// first. No status is listed twice, so that a status belongs to one errno.
 constexpr equivalent equivalents[] = {
     {EAGAIN, NORV_STATUS_AGAIN},
     {EINTR, NORV_STATUS_INTERRUPTED},
@@ -28,7 +28,7 @@ constexpr equivalent equivalents[] = {
     {ERANGE, NORV_STATUS_RANGE},
     {EBADFD, NORV_STATUS_BAD_STATE},
 };
-static_assert(EAGAIN == EWOULDBLOCK, "both are the transient condition that transfers try again");
+static_assert(EAGAIN == EWOULDBLOCK, "transfers are repeated after both");
 
 struct description {
     uint32_t status;
@@ -50,10 +50,10 @@ const description* find_description(uint32_t status) {
     return nullptr;
 }
 
-// Larger numbers are no errno: the kernel's end at 4095.
+// Larger numbers do not get a status of their own: the kernel's errno values end at 4095.
 constexpr uint32_t greatest_errno = NORV_STATUS_ERRNO_BASE - 1;
 
-// The errno that a status of the reserved range stands for; no errno (-1) for any other status.
+// The errno of a status in the range of errno values; -1 for any other status.
 int errno_of(uint32_t status) {
     const uint32_t error_number = status - NORV_STATUS_ERRNO_BASE;
     return error_number >= 1 && error_number <= greatest_errno ? static_cast<int>(error_number) : -1;
@@ -71,7 +71,7 @@ uint32_t norv_get_status_by_errno(uint32_t error_number) {
             return candidate.status;
         }
     }
-    // A number that is no errno must not wrap around to success or to a listed status.
+    // A number that is not an errno must not wrap around to success or to a listed status.
     return NORV_STATUS_ERRNO_BASE + std::min(error_number, greatest_errno);
 }
 

@@ -1,9 +1,9 @@
-// Threads: the caller's identity, and the watchdog through which one thread sees that another still reports.
+// Threads: the identifier of the calling thread, and the watchdog by which one thread checks on another.
 #include "norv_base.h"
 
 namespace {
 
-// Milliseconds that may wrap: only differences are used, which stay right across the wrap.
+// Milliseconds that may wrap: only differences are used, which are right across the wrap.
 uint32_t current_ms() {
     return static_cast<uint32_t>(norv_time_get_ms());
 }
@@ -29,7 +29,7 @@ uint32_t norv_thread_keep_alive(void* handle) {
 }
 
 uint32_t norv_thread_watchdog_check(const norv_thread_watchdog_t* watchdog) {
-    // Acquire: the clock must be read after the report, or a report made in between would lie in the future.
+    // Acquire: the clock must be read after the report; one made in between would seem to be in the future.
     const uint32_t last_report = __atomic_load_n(&watchdog->last_report, __ATOMIC_ACQUIRE);
     const bool late = current_ms() - last_report > watchdog->limit;
     return late ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK;

@@ -49,7 +49,7 @@ TEST(Clock, NeverRunsBackwards) {
     }
 }
 
-TEST(Clock, GoesOnWhileTheThreadSleeps) {
+TEST(Clock, RunsWhileTheThreadSleeps) {
     const uint64_t before = norv_time_get_ms();
     const timespec pause{.tv_sec = 0, .tv_nsec = 20000000};
     nanosleep(&pause, nullptr);

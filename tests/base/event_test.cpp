@@ -1,5 +1,5 @@
-// The one-shot event. The calls of futex(2) are counted on their way to the kernel, to see when a thread is
-// about to sleep and that a set without a waiter makes none.
+// The one-shot event. The calls of futex(2) are counted on their way to the kernel, to know when a thread is
+// about to sleep, and that a set without a waiter makes none.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
@@ -27,14 +27,14 @@ namespace {
 std::atomic<int> futex_waits;
 std::atomic<int> futex_wakes;
 std::atomic<int> shared_futexes;
-// Of this thread: what runs before its next wake, and the deadline of its last wait that had one.
+// For this thread: what runs before its next wake, and the deadline of its last wait that had one.
 thread_local std::function<void()> on_wake;
 thread_local __kernel_old_timespec last_deadline;
 
 }  // namespace
 
-// Stands in for the C library's in this program: counts, and goes on to the kernel. The base library calls it
-// for futex(2) alone, which has six arguments.
+// Replaces that of the C library in this program: counts the call, and makes it. The base library uses it
+// only for futex(2), which has six arguments.
 extern "C" long syscall(long number, ...) {
     std::array<long, 6> arguments{};
     va_list list;
@@ -69,7 +69,7 @@ class Event : public testing::Test {
     norv_event_t event{};
 };
 
-// Until `count` waits have gone to sleep, or are about to.
+// Waits until `count` waits sleep, or are about to.
 void await_sleepers(int count) {
     while (futex_waits < count) {
         std::this_thread::yield();
@@ -100,19 +100,19 @@ TEST_F(Event, TwoSetsWithoutAWaiterLetOneWaitPass) {
     EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_TIMEOUT);
 }
 
-TEST_F(Event, AWaitWithoutASetLastsItsTimeOut) {
+TEST_F(Event, AWaitWithoutASetLastsForItsTimeout) {
     const uint64_t before = norv_time_get_us();
     EXPECT_EQ(norv_event_wait(&event, 30), NORV_STATUS_TIMEOUT);
     EXPECT_GE(norv_time_get_us() - before, 30000U);
 }
 
-TEST_F(Event, ATimeOutAboveASecondIsKept) {
+TEST_F(Event, ATimeoutAboveASecondIsWaitedFor) {
     const uint64_t before = norv_time_get_us();
     EXPECT_EQ(norv_event_wait(&event, 1001), NORV_STATUS_TIMEOUT);
     EXPECT_GE(norv_time_get_us() - before, 1001000U);
 }
 
-TEST_F(Event, TheDeadlineIsTheTimeOutAfterNow) {
+TEST_F(Event, TheDeadlineIsNowPlusTheTimeout) {
     norv::test::kernel_double kernel;
     kernel.set_clock(0, 999999999);
     EXPECT_EQ(norv_event_wait(&event, 2001), NORV_STATUS_TIMEOUT);
@@ -120,7 +120,7 @@ TEST_F(Event, TheDeadlineIsTheTimeOutAfterNow) {
     EXPECT_EQ(last_deadline.tv_nsec, 999999);
 }
 
-TEST_F(Event, TheLongestTimeOutWaitsForTheSet) {
+TEST_F(Event, TheLongestTimeoutWaitsForTheSet) {
     futex_waits = 0;
     std::thread setter([&] {
         await_sleepers(1);
@@ -136,7 +136,7 @@ TEST_F(Event, AnEventInitialisedAgainIsNotSet) {
     EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_TIMEOUT);
 }
 
-TEST_F(Event, AZeroFilledEventIsReady) {
+TEST_F(Event, AZeroFilledEventIsInitialised) {
     norv_event_t zero_filled{};
     EXPECT_EQ(norv_event_wait(&zero_filled, 0), NORV_STATUS_TIMEOUT);
     norv_event_set(&zero_filled);
@@ -151,7 +151,7 @@ TEST_F(Event, ASetReleasesTheWaiter) {
     norv_event_set(&event);
     waiter.join();
     EXPECT_EQ(status, NORV_STATUS_OK);
-    EXPECT_EQ(shared_futexes, 0) << "an event is of one process";
+    EXPECT_EQ(shared_futexes, 0) << "an event belongs to one process";
 }
 
 TEST_F(Event, AReleasedWaitLeavesNothingBehind) {
@@ -166,7 +166,7 @@ TEST_F(Event, AReleasedWaitLeavesNothingBehind) {
     EXPECT_EQ(norv_event_wait(&event, 0), NORV_STATUS_TIMEOUT);
 }
 
-TEST_F(Event, ASetThatFindsTheWaiterServedWakesNobody) {
+TEST_F(Event, ASetForAServedWaiterWakesNoThread) {
     futex_waits = 0;
     futex_wakes = 0;
     std::thread waiter([&] { norv_event_wait(&event, NORV_EVENT_FOREVER); });
@@ -227,7 +227,7 @@ TEST_F(Event, SetsInQuickSuccessionReleaseAsManyWaiters) {
         waiters.emplace_back([&] { norv_event_wait(&event, NORV_EVENT_FOREVER); });
     }
     await_sleepers(count);
-    // All of them before the first one wakes anybody.
+    // All of them before the first one wakes a thread.
     int sets = 0;
     const std::function<void()> set_once_more = [&] {
         if (sets < count) {
@@ -257,8 +257,8 @@ class InterruptedEvent : public Event {
     }
     ~InterruptedEvent() override { sigaction(SIGUSR1, &previous, nullptr); }
 
-    // Until the thread goes to sleep again. One that was only about to sleep is not disturbed by a signal;
-    // one whose wait has ended does not sleep any more, for which ten seconds are more than enough.
+    // Waits until the thread sleeps again. A signal does not disturb a thread that was only about to sleep; a
+    // thread whose wait has ended does not sleep again, and ten seconds are more than enough to see that.
     static void interrupt(std::thread& thread) {
         const int waits = futex_waits;
         for (int tries = 0; futex_waits == waits && tries < 10000; ++tries) {
@@ -308,7 +308,7 @@ TEST(EventPair, HandsDataToAndFroBetweenTwoThreads) {
     constexpr int rounds = 20000;
     norv_event_t request{};
     norv_event_t reply{};
-    int ball = 0;  // not atomic, on purpose: the events order every access
+    int ball = 0;  // deliberately not atomic: the events order every access
     std::thread player([&] {
         for (int round = 0; round < rounds; ++round) {
             norv_event_wait(&request, NORV_EVENT_FOREVER);
@@ -324,23 +324,23 @@ TEST(EventPair, HandsDataToAndFroBetweenTwoThreads) {
     player.join();
 }
 
-TEST_F(Event, OfTwoThreadsThatLookAtOnceOneTakesTheSet) {
+TEST_F(Event, OneOfTwoConcurrentWaitsTakesTheSet) {
     constexpr int rounds = 2000;
     std::atomic<int> begun = 0;
     std::atomic<int> ended = 0;
     std::atomic<int> passed = 0;
-    const auto look = [&] { passed += norv_event_wait(&event, 0) == NORV_STATUS_OK ? 1 : 0; };
+    const auto wait = [&] { passed += norv_event_wait(&event, 0) == NORV_STATUS_OK ? 1 : 0; };
     std::thread other([&] {
         for (int round = 1; round <= rounds; ++round) {
             await(begun, round);
-            look();
+            wait();
             ended = round;
         }
     });
     for (int round = 1; round <= rounds; ++round) {
         norv_event_set(&event);
         begun = round;
-        look();
+        wait();
         await(ended, round);
     }
     other.join();
@@ -356,7 +356,7 @@ TEST_F(Event, NoSetIsLostAmongManySettersAndTimedWaiters) {
     for (int waiter = 0; waiter < 3; ++waiter) {
         waiters.emplace_back([&, waiter] {
             while (!stop) {
-                const auto timeout = static_cast<uint32_t>(waiter);  // 0: only look
+                const auto timeout = static_cast<uint32_t>(waiter);  // 0: returns at once
                 if (norv_event_wait(&event, timeout) == NORV_STATUS_OK && !stop) {
                     ++passed;
                     norv_event_set(&taken);

@@ -11,7 +11,7 @@
 
 namespace {
 
-// The heap sorts what came last at every so many inserts: tests of that need more nodes than this.
+// The heap sorts its recent nodes every 512 inserts, so tests of that need many more nodes.
 constexpr size_t many = 5000;
 
 struct record {
@@ -27,7 +27,7 @@ bool less(const norv_heap_node_t* first, const norv_heap_node_t* second) {
     return record_of(first).key < record_of(second).key;
 }
 
-// The order of counters that wrap around, which contradicts itself for values half the range apart.
+// The order of counters that wrap around; it contradicts itself for values half the range apart.
 bool less_by_difference(const norv_heap_node_t* first, const norv_heap_node_t* second) {
     return static_cast<int32_t>(record_of(first).key - record_of(second).key) < 0;
 }
@@ -106,7 +106,7 @@ TEST_F(Heap, TheTopIsTheNodeThatMustLeaveFirst) {
     EXPECT_EQ(heap.top, &records[1].node);
 }
 
-TEST_F(Heap, WhatANodeHeldBeforeItsInsertDoesNotMatter) {
+TEST_F(Heap, TheOldContentsOfANodeDoNotMatter) {
     record first{.key = 1};
     record second{.key = 2,
                   .node = {.queued = 9, .child = &first.node, .sibling = &first.node, .back = &first.node}};
@@ -182,7 +182,7 @@ TEST_F(Heap, RemovingTheOnlyNodeLeavesAnEmptyHeap) {
     EXPECT_EQ(heap.top, nullptr);
 }
 
-TEST_F(Heap, ANodeMayComeBackWithAnotherKey) {
+TEST_F(Heap, ANodeMayBeInsertedAgainWithAnotherKey) {
     auto records = records_with({1, 2});
     insert(records[0]);
     insert(records[1]);
@@ -200,7 +200,7 @@ TEST_F(Heap, EqualKeysAllLeave) {
     EXPECT_EQ(take_all(), std::vector<uint32_t>(many, 7));
 }
 
-TEST_F(Heap, NodesLeaveInOrderWhateverTheOrderOfTheirInserts) {
+TEST_F(Heap, NodesLeaveInOrderHoweverTheyWereInserted) {
     auto rising = ascending(many);
     auto falling = rising;
     std::reverse(falling.begin(), falling.end());
@@ -235,7 +235,7 @@ TEST_F(Heap, AllNodesCanBeRemovedInTheOrderOfTheirInserts) {
     EXPECT_EQ(heap.top, nullptr);
 }
 
-TEST_F(Heap, StartingAndStoppingOneNodeForEverLeavesTheOthersInOrder) {
+TEST_F(Heap, InsertingAndRemovingANodeRepeatedlyKeepsTheOrder) {
     auto records = records_with({10, 30, 20});
     for (record& subject : records) {
         insert(subject);
@@ -249,9 +249,9 @@ TEST_F(Heap, StartingAndStoppingOneNodeForEverLeavesTheOthersInOrder) {
     EXPECT_EQ(take_all(), (std::vector<uint32_t>{10, 20, 30}));
 }
 
-TEST_F(Heap, AHeapThatRanEmptyGoesOnWorking) {
+TEST_F(Heap, AHeapThatBecameEmptyStillWorks) {
     auto records = records_with(shuffled(many));
-    for (record& subject : records) {  // each alone, past every sorting of what came last
+    for (record& subject : records) {  // each alone, across every sorting of the recent nodes
         insert(subject);
         ASSERT_EQ(take_top(), subject.key);
         ASSERT_EQ(heap.top, nullptr);
@@ -273,7 +273,7 @@ TEST_F(Heap, AHundredThousandNodesInOneChainDoNotOverrunTheStack) {
     EXPECT_EQ(take_all(), keys);
 }
 
-TEST_F(Heap, AnOrderThatContradictsItselfLosesNoNode) {
+TEST_F(Heap, AContradictoryOrderLosesNoNode) {
     for (uint32_t seed = 0; seed < 200; ++seed) {
         std::mt19937 random(seed);
         std::vector<record> records(1500);

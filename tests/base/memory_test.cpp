@@ -7,7 +7,8 @@
 
 #include "norv_base.h"
 
-// The sanitizers end a program that asks for too much, unless told to answer null as the C library does.
+// The sanitizers end a program that allocates too much, unless they are told to return null as the C library
+// does.
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
@@ -32,7 +33,7 @@ TEST(Memory, AllocatedMemoryHoldsWhatIsWritten) {
     norv_free(memory);
 }
 
-TEST(Memory, MemoryThatCannotBeHadIsNull) {
+TEST(Memory, AFailedAllocationReturnsNull) {
     EXPECT_EQ(norv_malloc(SIZE_MAX), nullptr);
     EXPECT_EQ(norv_zalloc(SIZE_MAX), nullptr);
 }
@@ -57,7 +58,7 @@ TEST(Strings, MeasureCompareAndSearch) {
     EXPECT_EQ(norv_strstr("uio", "pci"), nullptr);
 }
 
-TEST(Strings, CopyPadsWithZerosAndMayLeaveTheEndOpen) {
+TEST(Strings, CopyPadsWithZerosAndMayLeaveOutTheNul) {
     char wide[5] = {'x', 'x', 'x', 'x', 'x'};
     norv_strncpy(wide, "ab", 5);
     EXPECT_EQ(std::string_view(wide, 5), std::string_view("ab\0\0\0", 5));
@@ -66,7 +67,7 @@ TEST(Strings, CopyPadsWithZerosAndMayLeaveTheEndOpen) {
     EXPECT_EQ(std::string_view(narrow, 2), "ab");
 }
 
-TEST(Strings, TokensAreCutOffOneByOne) {
+TEST(Strings, TokensAreReturnedOneByOne) {
     char text[] = "a, b";
     char* position = nullptr;
     EXPECT_STREQ(norv_strtok_r(text, ", ", &position), "a");

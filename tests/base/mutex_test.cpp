@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(Mutex, EveryCallSucceedsOnAPlainUse) {
+TEST(Mutex, EveryCallSucceedsInOrdinaryUse) {
     norv_mutex_t mutex;
     EXPECT_EQ(norv_mutex_init(&mutex), NORV_STATUS_OK);
     EXPECT_EQ(norv_mutex_lock(&mutex), NORV_STATUS_OK);
@@ -20,7 +20,7 @@ TEST(Mutex, EveryCallSucceedsOnAPlainUse) {
 TEST(Mutex, LetsOneThreadInAtATime) {
     norv_mutex_t mutex;
     ASSERT_EQ(norv_mutex_init(&mutex), NORV_STATUS_OK);
-    int counter = 0;  // not atomic, on purpose
+    int counter = 0;  // deliberately not atomic
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&] {
@@ -44,7 +44,7 @@ TEST(Mutex, AFailedLockGivesItsErrnoStatus) {
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
     ASSERT_EQ(pthread_mutex_init(&mutex.mutex, &attributes), 0);
-    ASSERT_EQ(norv_mutex_lock(&mutex), 0U);
+    ASSERT_EQ(norv_mutex_lock(&mutex), NORV_STATUS_OK);
 
     const uint32_t status = norv_mutex_lock(&mutex);
 

@@ -1,4 +1,4 @@
-// Statuses of the base library: from errno to a status, and from a status to words.
+// Statuses of the base library: the status of an errno, and statuses in words.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ struct listed_status {
 const std::vector<listed_status> listed = {NORV_STATUS_LIST(LISTED)};
 #undef LISTED
 
-TEST(Status, TheCodesAreThoseThatCallersHaveCompiledIn) {
+TEST(Status, TheCodesNeverChange) {
     EXPECT_EQ(NORV_STATUS_OK, 0U);
     EXPECT_EQ(NORV_STATUS_TIMEOUT, 2U);
     EXPECT_EQ(NORV_STATUS_AGAIN, 3U);
@@ -74,13 +74,13 @@ TEST(StatusByErrno, NoErrorIsSuccess) {
     EXPECT_EQ(norv_get_status_by_errno(0), NORV_STATUS_OK);
 }
 
-TEST(StatusByErrno, TransientErrnosAreToBeTriedAgain) {
+TEST(StatusByErrno, TransientErrnosHaveStatusesOfTheirOwn) {
     EXPECT_EQ(norv_get_status_by_errno(EAGAIN), NORV_STATUS_AGAIN);
     EXPECT_EQ(norv_get_status_by_errno(EWOULDBLOCK), NORV_STATUS_AGAIN);
     EXPECT_EQ(norv_get_status_by_errno(EINTR), NORV_STATUS_INTERRUPTED);
 }
 
-TEST(StatusByErrno, ErrnosThatPlainlyMeanAListedStatusGiveIt) {
+TEST(StatusByErrno, ErrnosWithTheMeaningOfAListedStatusGiveIt) {
     EXPECT_EQ(norv_get_status_by_errno(ETIMEDOUT), NORV_STATUS_TIMEOUT);
     EXPECT_EQ(norv_get_status_by_errno(EINVAL), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_get_status_by_errno(ENOMEM), NORV_STATUS_NO_MEMORY);
@@ -113,7 +113,7 @@ TEST(StatusByErrno, OnlyNoErrorIsSuccess) {
     }
 }
 
-TEST(StatusByErrno, ANumberThatIsNoErrnoNeverTurnsIntoAnotherStatus) {
+TEST(StatusByErrno, ANumberThatIsNotAnErrnoGivesNoOtherStatus) {
     constexpr uint32_t wraps_to_success = 0xFFFF0000;
     constexpr uint32_t wraps_to_timeout = 0xFFFF0002;
     constexpr uint32_t would_be_wake_failed = 0xFFFEFFFF;
@@ -139,7 +139,7 @@ TEST(StatusWords, EveryKnownErrnoHasANameOfItsOwn) {
     }
 }
 
-TEST(StatusWords, NumbersThatAreNoStatusAreUnknown) {
+TEST(StatusWords, NumbersThatAreNotStatusesAreUnknown) {
     for (const uint32_t number :
          {1U, 5U, 48U, 50U, NORV_STATUS_ERRNO_BASE - 1, NORV_STATUS_ERRNO_BASE, NORV_STATUS_ERRNO_BASE + 4095,
           2 * NORV_STATUS_ERRNO_BASE, 2 * NORV_STATUS_ERRNO_BASE + EPIPE, 0x80000000U, 0xFFFFFFFEU}) {

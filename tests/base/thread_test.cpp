@@ -1,4 +1,4 @@
-// Thread identity and the thread watchdog, whose clock these tests hold in their hands.
+// Thread identity and the thread watchdog, with a clock that the tests set.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -15,7 +15,7 @@ std::atomic<uint64_t> clock_ms;
 
 }  // namespace
 
-// Stands in for the base library's clock in this program.
+// Replaces the clock of the base library in this program.
 uint64_t norv_time_get_ms() {
     return clock_ms;
 }
@@ -102,7 +102,7 @@ TEST_F(Watchdog, AThreadThatReportsAgainAfterAStallIsAlive) {
     EXPECT_EQ(check_from_another_thread(), NORV_STATUS_OK);
 }
 
-TEST_F(Watchdog, TheWrapOf32BitMillisecondsIsNoStall) {
+TEST_F(Watchdog, TheWrapOf32BitMillisecondsIsNotAStall) {
     start_at(0xFFFFFFF0, 100);
     clock_ms = 0x100000050;  // 96 ms later
     EXPECT_EQ(check_from_another_thread(), NORV_STATUS_OK);
@@ -114,7 +114,7 @@ TEST_F(Watchdog, AStallAcrossTheWrapOf32BitMillisecondsIsDetected) {
     EXPECT_EQ(check_from_another_thread(), NORV_STATUS_TIMEOUT);
 }
 
-TEST_F(Watchdog, ReportsAndChecksMayMeet) {
+TEST_F(Watchdog, ReportsAndChecksMayCoincide) {
     start_at(5000, 100);
     std::atomic<bool> stop = false;
     std::thread watched([&] {
