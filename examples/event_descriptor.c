@@ -1,10 +1,10 @@
 /*
- * A worker thread hands results to the event loop, and a timer descriptor keeps the time in the same loop.
+ * A worker thread passes results to the event loop, in which a timer descriptor runs, too.
  *
  *     event_descriptor [RESULTS]      default: 30
  *
- * Needs no hardware. The worker does not wait for the loop: it puts a result down and raises an event.
- * However many results came meanwhile, the loop's callback runs once and takes them all.
+ * Needs no hardware. The worker does not wait for the loop: it counts a result and raises an event. However
+ * many results have accumulated, the callback runs once and takes them all.
  */
 #include <pthread.h>
 #include <stdio.h>
@@ -17,14 +17,14 @@
 typedef struct {
     norv_epoll_event_fd_t event; /* first, so that the callback reaches the whole record */
     norv_mutex_t mutex;
-    unsigned ready;  /* results put down and not taken yet; under the mutex */
-    unsigned wanted; /* results to come; not changed while the worker runs */
+    unsigned ready;  /* results that are not taken yet; protected by the mutex */
+    unsigned wanted; /* all results; not changed while the worker runs */
     unsigned taken;
     unsigned callbacks;
 } mailbox_t;
 
 typedef struct {
-    norv_epoll_timer_fd_t timer; /* first, likewise */
+    norv_epoll_timer_fd_t timer; /* first, for the same reason */
     unsigned ticks;
 } heartbeat_t;
 
@@ -54,7 +54,7 @@ static void* work(void* argument) {
     return NULL;
 }
 
-/* Loop thread: results have come. Keeping them takes its time, and more results come meanwhile. */
+/* Loop thread: there are results. Storing them takes some time, in which more results arrive. */
 static void on_results(norv_epoll_event_fd_t* event) {
     mailbox_t* mailbox = (mailbox_t*)event;
     norv_mutex_lock(&mailbox->mutex);

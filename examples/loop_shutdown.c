@@ -1,10 +1,10 @@
 /*
- * Ends an event loop that other threads use, in the one order in which none of them can hang.
+ * Shuts down an event loop that other threads use, in the only order in which none of them can hang.
  *
  *     loop_shutdown [RUNS]      default: 100
  *
- * Needs no hardware. In each run a loop serves the calls of three worker threads until one of them, or
- * several at once, want it to end.
+ * Needs no hardware. In each run, a loop serves the calls of three worker threads until one or more of them
+ * request its end.
  */
 #include <pthread.h>
 #include <semaphore.h>
@@ -16,7 +16,7 @@
 #include "norv_epoll.h"
 
 #define WORKERS 3
-#define CALLS 20 /* after so many calls a worker wants the loop to end */
+#define CALLS 20 /* calls after which a worker requests the end of the loop */
 
 typedef struct service service_t;
 
@@ -31,9 +31,9 @@ struct service {
     norv_epoll_t loop;
     pthread_t loop_thread;
     worker_t workers[WORKERS];
-    sem_t end_wanted; /* raised by whoever wants the loop to end; a signal handler may raise it too */
+    sem_t end_wanted; /* posted to request the end of the loop; a signal handler may post it, too */
     atomic_bool stopping;
-    unsigned served; /* on the loop's thread */
+    unsigned served; /* by the loop thread */
 };
 
 /* Ends the program when a call failed. */
@@ -57,7 +57,7 @@ static void* run_loop(void* loop) {
     return NULL;
 }
 
-/* Loop thread: what a worker has done here. */
+/* Loop thread: the function that a worker calls here. */
 static uint32_t serve(norv_epoll_t* loop, uint64_t argument1, uint64_t argument2) {
     service_t* service = (service_t*)(uintptr_t)argument1;
     (void)loop;
@@ -66,12 +66,12 @@ static uint32_t serve(norv_epoll_t* loop, uint64_t argument1, uint64_t argument2
     return NORV_STATUS_OK;
 }
 
-/* Loop thread: a worker's timer has come. */
+/* Loop thread: a worker's timer is due. */
 static void on_timer(norv_epoll_timer_t* timer) {
     (void)timer;
 }
 
-/* Worker thread: uses the loop until it is told to stop. */
+/* Worker thread: uses the loop until it is asked to stop. */
 static void* work(void* argument) {
     worker_t* worker = argument;
     norv_epoll_t* loop = &worker->service->loop;
@@ -99,9 +99,9 @@ static void start(service_t* service) {
     }
 }
 
-/* The thread that started the service ends it. */
+/* The thread that started the service shuts it down. */
 static void shut_down(service_t* service) {
-    /* First the threads that use the loop, while it still runs and serves what they are about to call. */
+    /* First the threads that use the loop, while it still runs and serves their last calls. */
     atomic_store(&service->stopping, true);
     for (unsigned index = 0; index < WORKERS; ++index) {
         pthread_join(service->workers[index].thread, NULL);
@@ -109,7 +109,7 @@ static void shut_down(service_t* service) {
     /* Then the loop: one exit, and no other call on the loop until its thread is joined. */
     must("stop the loop", norv_epoll_exit(&service->loop));
     pthread_join(service->loop_thread, NULL);
-    /* No other thread uses the loop now: this is where the rest is cancelled, removed and destroyed. */
+    /* No other thread uses the loop now: cancel, remove and destroy the rest here. */
     norv_epoll_close(&service->loop);
     sem_destroy(&service->end_wanted);
 }
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
     unsigned long served = 0;
 
     for (unsigned long run = 0; run < runs; ++run) {
-        service_t service = {.served = 0}; /* zero-filled, as the loop and the timers want it */
+        service_t service = {.served = 0}; /* zero-filled, as the loop and the timers require */
         unsigned called = 0;
         start(&service);
         sem_wait(&service.end_wanted);

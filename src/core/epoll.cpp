@@ -40,8 +40,8 @@ using norv::status_of;
 
 // ---- Calls from other threads ----
 
-// Nobody else touches the loop: it runs on this thread, or not at all. Pairs with the loop function, which
-// publishes its thread when it starts and all that it did when it ends.
+// True if no other thread uses the loop: it runs on this thread, or not at all. Pairs with the loop function,
+// which publishes its thread when it starts and everything that it did when it ends.
 bool runs_here(const norv_epoll_t* loop) {
     const uint64_t loop_thread = __atomic_load_n(&loop->loop_thread, __ATOMIC_ACQUIRE);
     return loop_thread == 0 || loop_thread == norv_get_curr_pthread_id();
@@ -49,15 +49,16 @@ bool runs_here(const norv_epoll_t* loop) {
 
 uint32_t wake_and_wait(norv_epoll_t* loop) {
     if (eventfd_write(loop->call_descriptor, 1) != 0) {
-        // Not the status of errno, on purpose: callers tell this apart from whatever the function returns.
+        // quirk 17: not the status of errno, so that callers can distinguish it from those of the function.
         return NORV_STATUS_WAKE_FAILED;
     }
+    // quirk 19: if the loop stops before it serves the call, the next run does.
     norv_event_wait(&loop->call_done, NORV_EVENT_FOREVER);
     return loop->call_result;
 }
 
-// Brings a call to the loop thread, whether or not a loop runs already, and waits for its status. Kept out of
-// line: what it needs saved must not slow down the calls that run at once.
+// Posts a call to the loop thread, even while no loop runs, and waits for its status. Not inlined: the
+// registers that it saves would slow down the calls that run at once.
 __attribute__((noinline)) uint32_t post(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1,
                                         uint64_t argument2) {
     const uint32_t locked = norv_mutex_lock(&loop->call_mutex);
@@ -90,8 +91,8 @@ uint32_t control(norv_epoll_t* loop, int operation, int32_t descriptor, uint32_t
     return status_of(epoll_ctl(loop->epoll_descriptor, operation, descriptor, &event));
 }
 
-// By number, not by record, and the first one only: a record may share its number with one whose descriptor
-// was closed and given out again, and then the earlier of their two events goes, whosever it is.
+// quirk 15: compares the descriptor numbers, not the records, and drops the first match only. A record may
+// have the number of another one whose descriptor was closed; the earlier of their two events is dropped.
 uint32_t ignore_pending_event(norv_epoll_t* loop, uint64_t descriptor, uint64_t) {
     for (int32_t index = loop->dispatch_index; index < loop->ready_count; ++index) {
         void* const target = loop->ready[index].data.ptr;
@@ -116,7 +117,7 @@ uint32_t open_call_descriptor(norv_epoll_t* loop) {
 }
 
 uint32_t open_parts(norv_epoll_t* loop) {
-    // Without close-on-exec on purpose: programs that the application executes inherit it.
+    // quirk 11: without close-on-exec. quirk 12: the other fields keep what the caller stored.
     loop->epoll_descriptor = epoll_create(1);
     uint32_t status = status_of(loop->epoll_descriptor);
     if (status == NORV_STATUS_OK) {
@@ -154,7 +155,7 @@ uint32_t norv_epoll_close(norv_epoll_t* loop) {
     if (loop == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // What the last step returned goes to the caller as it is, unmapped, on purpose.
+    // quirk 13: the result of the last step, not mapped to a status.
     norv_event_deinit(&loop->call_done);
     uint32_t result = norv_mutex_destroy(&loop->call_mutex);
     for (int32_t* descriptor : {&loop->call_descriptor, &loop->epoll_descriptor}) {
@@ -170,6 +171,7 @@ uint32_t norv_epoll_exit(norv_epoll_t* loop) {
 }
 
 uint32_t norv_epoll_wait_loop_started(norv_epoll_t* loop) {
+    // quirk 18: posted even while no loop runs, when norv_epoll_call_sync would call the function at once.
     return loop != nullptr ? post(loop, do_nothing, norv::no_argument, norv::no_argument)
                            : NORV_STATUS_INVALID_ARG;
 }
@@ -187,7 +189,7 @@ uint32_t norv_epoll_fd_add(norv_epoll_t* loop, norv_epoll_fd_t* record, uint32_t
     if (loop == nullptr || record == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    record->loop = loop;
+    record->loop = loop;  // quirk 14: even if the next step fails
     return control(loop, EPOLL_CTL_ADD, record->descriptor, events, record);
 }
 
@@ -213,8 +215,9 @@ uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* record) {
     uint32_t status =
         status_of(epoll_ctl(loop->epoll_descriptor, EPOLL_CTL_DEL, record->descriptor, nullptr));
     if (status == NORV_STATUS_OK) {
+        // quirk 16: after a refused removal, the pending event stays.
         status = norv_epoll_fd_ignore_once(loop, record);
     }
-    record->loop = nullptr;
+    record->loop = nullptr;  // quirk 14: even after a failure
     return status;
 }

@@ -1,4 +1,4 @@
-// The event loop's inside: the steps of a round, each in the file of what it serves.
+// Internals of the event loop: the steps of a round.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,10 @@
 
 namespace norv {
 
-// Of a call that takes fewer than two.
+// For a call that takes fewer than two arguments.
 constexpr uint64_t no_argument = 0;
 
-// Atomic because a thread that finds no loop running may set the flag while another one starts the loop.
+// Atomic because a thread that finds no loop running may set the flag while another thread starts the loop.
 inline void set_exit(norv_epoll_t* loop, bool requested) {
     __atomic_store_n(&loop->exit, static_cast<uint8_t>(requested), __ATOMIC_RELAXED);
 }
@@ -19,7 +19,7 @@ inline bool exit_requested(const norv_epoll_t* loop) {
     return __atomic_load_n(&loop->exit, __ATOMIC_RELAXED) != 0;
 }
 
-// Asked here, in every round, so that a round without timers and delayed calls makes no call for them.
+// Inline, so that a round without timers and delayed calls makes no call for them.
 inline bool has_timers(const norv_epoll_t* loop) {
     return loop->timers.top != nullptr;
 }
@@ -28,14 +28,14 @@ inline bool has_delayed_calls(const norv_epoll_t* loop) {
     return loop->delayed.top != nullptr;
 }
 
-// Milliseconds until the first of the timers is due, 0 when it is overdue.
+// Returns the milliseconds until the first timer is due; 0 if it is overdue.
 int32_t time_to_first_timer(const norv_epoll_t* loop);
 
-// Steps of a round. Each ends as soon as the loop was told to exit, and then does nothing at all.
+// Steps of a round. Each ends as soon as an exit is requested.
 void run_due_timers(norv_epoll_t* loop);
 void run_delayed_calls(norv_epoll_t* loop);
 
-// Runs the call that another thread posted, and lets that thread go on.
+// Runs the call that another thread posted, and wakes that thread.
 void serve_posted_call(norv_epoll_t* loop);
 
 }  // namespace norv

@@ -25,28 +25,28 @@ namespace {
 
 // ---- Event descriptors ----
 
-// A destroyed event has descriptor 0, which is somebody else's then: nothing may be read from it or written
-// to it. One that is registered may have got that number itself.
+// A destroyed event has descriptor 0, which it does not own: nothing may be read from it or written to it. A
+// registered event may have got that number itself.
 int32_t event_descriptor(const norv_epoll_event_fd_t* event) {
     const norv_epoll_fd_t& registration = event->registration;
     return registration.descriptor != 0 || registration.loop != nullptr ? registration.descriptor : -1;
 }
 
-// Takes what was raised; false when nothing was.
-bool take(const norv_epoll_event_fd_t* event) {
+// Reads the count of activations; false if there were none.
+bool clear(const norv_epoll_event_fd_t* event) {
     eventfd_t count;
     return eventfd_read(event_descriptor(event), &count) == 0;
 }
 
 void drain(const norv_epoll_event_fd_t* event) {
-    while (take(event)) {
+    while (clear(event)) {
     }
 }
 
 void call_back_once(norv_epoll_fd_t* record, uint32_t) {
     auto* event = reinterpret_cast<norv_epoll_event_fd_t*>(record);
-    // It may have been deactivated since the loop saw it ready.
-    if (take(event)) {
+    // It may have been deactivated after epoll_wait(2) reported it ready.
+    if (clear(event)) {
         drain(event);
         event->callback(event);
     }
@@ -63,7 +63,7 @@ uint32_t open_event(norv_epoll_t* loop, norv_epoll_event_fd_t* event) {
 
 void clear_and_call_back(norv_epoll_fd_t* record, uint32_t) {
     auto* timer = reinterpret_cast<norv_epoll_timer_fd_t*>(record);
-    // Calls back even when there was nothing to clear any more, unlike an event.
+    // quirk 31: calls back even if there is nothing to clear any more, unlike an event.
     norv_linux_timer_clear_event(&timer->timer);
     timer->callback(timer);
 }
@@ -89,13 +89,13 @@ uint32_t norv_epoll_event_fd_create(norv_epoll_t* loop, norv_epoll_event_fd_t* e
 }
 
 void norv_epoll_event_fd_destroy(norv_epoll_t* loop, norv_epoll_event_fd_t* event) {
-    // An event that got the descriptor 0 itself stays as well, on purpose: 0 counts as not open.
+    // quirk 3: an event that got descriptor 0 itself stays registered and open.
     if (event == nullptr || event->registration.descriptor <= 0) {
         return;
     }
     norv_epoll_fd_remove(loop, &event->registration);
     norv::close_descriptor(event->registration.descriptor);
-    // Unlike every other closed descriptor, which is -1: owners compare with 0.
+    // quirk 30: owners compare with 0.
     event->registration.descriptor = 0;
 }
 
@@ -127,11 +127,11 @@ void norv_epoll_timer_fd_destroy(norv_epoll_t* loop, norv_epoll_timer_fd_t* time
     if (timer == nullptr) {
         return;
     }
-    // A timer that got the descriptor 0 stays registered and open, on purpose, like such an event.
+    // quirk 3: a timer that got descriptor 0 stays registered and open.
     if (loop != nullptr && loop->epoll_descriptor > 0 && timer->registration.descriptor > 0) {
         norv_epoll_fd_remove(loop, &timer->registration);
     }
     norv_linux_timer_close(&timer->timer);
-    // The copy goes with it: the number may be somebody else's by the time of a second destroy.
+    // The copy is cleared too: the number may have been reused by the time of a second destroy.
     timer->registration.descriptor = timer->timer.descriptor;
 }

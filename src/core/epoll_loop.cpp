@@ -1,4 +1,4 @@
-// The event loop itself: rounds on the calling thread until it is told to exit.
+// The event loop itself: rounds on the calling thread until an exit is requested.
 #include "core/epoll.hpp"
 
 namespace {
@@ -18,7 +18,7 @@ void report(norv_epoll_timer_t* timer) {
 }
 
 void dispatch_ready_events(norv_epoll_t* loop) {
-    // The index stands in the record because a handler that removes a descriptor looks for its event from
+    // The index is kept in the record because a handler that removes a descriptor searches for its event from
     // there on.
     while (loop->dispatch_index < loop->ready_count && !exit_requested(loop)) {
         const epoll_event& event = loop->ready[loop->dispatch_index];
@@ -34,12 +34,12 @@ void dispatch_ready_events(norv_epoll_t* loop) {
 }
 
 void run_round(norv_epoll_t* loop) {
-    // Calls left over from before keep their numbers on purpose, and so may come after calls of this round.
+    // quirk 27: calls left over from earlier rounds keep their numbers, and may run after those of this one.
     loop->delayed_sequence = 0;
+    // quirk 29: delayed calls that are already queued do not shorten the wait.
     const int32_t timeout = has_timers(loop) ? norv::time_to_first_timer(loop) : -1;
     loop->dispatch_index = 0;
-    // A failure (-1: a signal, say) dispatches nothing; timers and delayed calls have their turn all the
-    // same.
+    // quirk 21: a failure (-1, for instance after a signal) dispatches nothing, and the round continues.
     loop->ready_count = epoll_wait(loop->epoll_descriptor, loop->ready, NORV_EPOLL_MAX_EVENTS, timeout);
     if (has_timers(loop)) {
         norv::run_due_timers(loop);
@@ -69,7 +69,7 @@ void norv_epoll_loop_with_watchdog(norv_epoll_t* loop, void* watchdog, uint32_t 
         norv_epoll_timer_schedule(loop, &reporter.timer, period, true);
     }
     set_loop_thread(loop, norv_get_curr_pthread_id());
-    norv::set_exit(loop, false);
+    norv::set_exit(loop, false);  // quirk 20: discards a request made while no loop ran
     do {
         run_round(loop);
     } while (!exit_requested(loop));

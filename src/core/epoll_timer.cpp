@@ -1,4 +1,4 @@
-// The event loop's timers and delayed calls: two heaps of records that their owners keep.
+// The event loop's timers and delayed calls: two heaps of records that belong to the callers.
 #include <bit>
 #include <cstddef>
 
@@ -30,9 +30,9 @@ namespace {
 
 // ---- The two orderings ----
 
-// How far `first` is past `second`. Both wrap at 32 bits: the difference stays right across the wrap, for
-// values less than 2^31 apart. Farther apart it is wrong, on purpose: 64 bits would change when such timers
-// fire.
+// How far `first` is past `second`. Both wrap at 32 bits: the difference is right across the wrap, for values
+// less than 2^31 apart.
+// quirk 23, quirk 24: it is wrong for values farther apart; 64 bits would change when such timers fire.
 int32_t distance(uint64_t first, uint64_t second) {
     return static_cast<int32_t>(static_cast<uint32_t>(first) - static_cast<uint32_t>(second));
 }
@@ -51,7 +51,7 @@ bool is_due_earlier(const norv_heap_node_t* first, const norv_heap_node_t* secon
     return distance(timer_of(first)->expiry, timer_of(second)->expiry) < 0;
 }
 
-// Priorities wrap as well, on purpose: they are compared like times, not like plain numbers.
+// quirk 23: priorities are compared like times, not like plain numbers.
 bool runs_earlier(const norv_heap_node_t* first, const norv_heap_node_t* second) {
     const norv_epoll_delayed_t* one = delayed_of(first);
     const norv_epoll_delayed_t* other = delayed_of(second);
@@ -67,7 +67,7 @@ norv_epoll_delayed_t* first_delayed(const norv_epoll_t* loop) {
     return const_cast<norv_epoll_delayed_t*>(delayed_of(loop->delayed.top));
 }
 
-// A snapshot: the loop thread may write the flag meanwhile.
+// A snapshot: the loop thread may be writing the flag.
 uint8_t is_queued(const norv_heap_node_t& node) {
     return __atomic_load_n(&node.queued, __ATOMIC_RELAXED);
 }
@@ -94,7 +94,7 @@ uint32_t schedule_timer(norv_epoll_t* loop, uint64_t argument, uint64_t) {
     const auto* request = record_of<const timer_request>(argument);
     norv_epoll_timer_t* timer = request->timer;
     norv_heap_remove(&loop->timers, &timer->node, is_due_earlier);
-    if (request->ms == NORV_EPOLL_NEVER) {
+    if (request->ms == NORV_EPOLL_NEVER) {  // quirk 25
         timer->loop = nullptr;
         return NORV_STATUS_OK;
     }
@@ -116,7 +116,7 @@ uint32_t cancel_timer(norv_epoll_t* loop, uint64_t argument, uint64_t) {
 uint32_t schedule_delayed(norv_epoll_t* loop, uint64_t argument, uint64_t priority) {
     auto* delayed = record_of<norv_epoll_delayed_t>(argument);
     if (delayed->node.queued != 0) {
-        // It keeps its place and its old priority, on purpose.
+        // quirk 26: it keeps its place and its old priority. quirk 28: it also stays on another loop.
         return NORV_STATUS_OK;
     }
     delayed->loop = loop;
@@ -133,13 +133,13 @@ uint32_t cancel_delayed(norv_epoll_t* loop, uint64_t argument, uint64_t) {
     return NORV_STATUS_OK;
 }
 
-// Takes the first timer out, or moves a periodic one on. It is done with before its callback runs, so that
-// the callback may cancel it, schedule it anew or free it.
-norv_epoll_timer_t* take_first_timer(norv_epoll_t* loop, uint64_t now) {
+// Dequeues the first timer, or reschedules a periodic one, before its callback runs: the callback may cancel,
+// schedule or free it.
+norv_epoll_timer_t* dequeue_first_timer(norv_epoll_t* loop, uint64_t now) {
     norv_epoll_timer_t* timer = first_timer(loop);
     norv_heap_dequeue(&loop->timers, is_due_earlier);
     if (timer->repeat != 0) {
-        // From now, not from the last expiry: a late round shifts the phase on purpose, it does not catch up.
+        // quirk 22: from now, not from the last expiry, so a late round shifts the phase.
         timer->expiry = timer->period + now;
         norv_heap_insert(&loop->timers, &timer->node, is_due_earlier);
     }
@@ -158,7 +158,7 @@ int32_t norv::time_to_first_timer(const norv_epoll_t* loop) {
 void norv::run_due_timers(norv_epoll_t* loop) {
     const uint64_t now = norv_time_get_us() / 1000;
     while (has_timers(loop) && !exit_requested(loop) && distance(first_timer(loop)->expiry, now) <= 0) {
-        norv_epoll_timer_t* timer = take_first_timer(loop, now);
+        norv_epoll_timer_t* timer = dequeue_first_timer(loop, now);
         timer->callback(timer);
     }
 }
@@ -177,14 +177,14 @@ uint32_t norv_epoll_timer_schedule(norv_epoll_t* loop, norv_epoll_timer_t* timer
     if (timer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // On the calling thread: the way to the loop thread does not make the timer later.
+    // The expiry is computed on the calling thread, so that the wait for the loop thread does not delay it.
     const timer_request request = {timer, ms + norv_time_get_ms(), ms, repeat};
     return norv_epoll_call_sync(loop, schedule_timer, argument_of(&request), norv::no_argument);
 }
 
 uint32_t norv_epoll_timer_schedule_us(norv_epoll_t* loop, norv_epoll_timer_t* timer, uint64_t microseconds,
                                       bool repeat) {
-    // Cut to whole milliseconds and to their low 32 bits, on purpose.
+    // Truncated to whole milliseconds, of which the low 32 bits are used.
     return norv_epoll_timer_schedule(loop, timer, static_cast<uint32_t>(microseconds / 1000), repeat);
 }
 

@@ -103,7 +103,7 @@ uint32_t expire_at_once(timer_descriptor& armed) {
 
 // ---- event descriptors: create
 
-TEST_F(EventDescriptor, CreatingMakesAnEventfdThatDoesNotBlockAndIsNotInheritedByPrograms) {
+TEST_F(EventDescriptor, CreatingMakesANonBlockingEventfdThatIsNotInherited) {
     event raised;
     ASSERT_EQ(create(raised), NORV_STATUS_OK);
     ASSERT_GT(raised.descriptor(), 0);
@@ -255,7 +255,7 @@ TEST_F(EventDescriptor, ADeactivatedEventDoesNotCallBack) {
     destroy(raised);
 }
 
-TEST_F(EventDescriptor, AnEventThatIsDeactivatedInTheRoundThatSawItReadyDoesNotCallBack) {
+TEST_F(EventDescriptor, AnEventDeactivatedInTheSameRoundDoesNotCallBack) {
     event raised;
     source earlier([&](uint32_t) { norv_epoll_event_fd_deactivate(&raised.record); });
     earlier.signal();
@@ -286,7 +286,7 @@ TEST_F(EventDescriptor, TheCallbackMayDestroyItsEvent) {
     EXPECT_EQ(raised.descriptor(), 0);
 }
 
-TEST_F(EventDescriptor, AnActivationBeyondTheCountersLimitReportsTheKernelsStatus) {
+TEST_F(EventDescriptor, AnActivationBeyondTheLimitOfTheCounterIsRefused) {
     event raised;
     create(raised);
     eventfd_write(raised.descriptor(), 0xfffffffffffffffe);
@@ -297,7 +297,7 @@ TEST_F(EventDescriptor, AnActivationBeyondTheCountersLimitReportsTheKernelsStatu
 // ---- event descriptors: destroy
 
 // quirk 30
-TEST_F(EventDescriptor, DestroyingRemovesTheRegistrationClosesTheDescriptorAndSetsItToZeroOnPurpose) {
+TEST_F(EventDescriptor, DestroyingSetsTheDescriptorToZero) {
     event raised;
     create(raised);
     const int descriptor = raised.descriptor();
@@ -330,7 +330,7 @@ TEST_F(EventDescriptor, DestroyingRemovesTheRegistrationBeforeItClosesTheDescrip
     event raised;
     create(raised);
     activate(raised);
-    // Keeps the eventfd, and so a registration that was not removed, when the descriptor is closed.
+    // Keeps the eventfd alive when the descriptor is closed, and so a registration that was not removed.
     const int copy = fcntl(raised.descriptor(), F_DUPFD_CLOEXEC, 0);
     destroy(raised);
     run_one_round();
@@ -347,7 +347,7 @@ TEST_F(EventDescriptor, DestroyingDoesNothingWithANegativeDescriptor) {
     EXPECT_EQ(raised.descriptor(), -1);
 }
 
-TEST_F(EventDescriptor, ADestroyedEventIsNotCalledBackInTheRoundThatSawItReady) {
+TEST_F(EventDescriptor, AnEventDestroyedInTheSameRoundIsNotCalledBack) {
     event raised;
     source earlier([&](uint32_t) { destroy(raised); });
     earlier.signal();
@@ -368,7 +368,7 @@ TEST_F(EventDescriptor, DestroyingWithoutALoopStillClosesTheDescriptor) {
     EXPECT_EQ(raised.descriptor(), 0);
 }
 
-TEST_F(EventDescriptor, ADestroyedEventTouchesNobodyElsesDescriptorZero) {
+TEST_F(EventDescriptor, ADestroyedEventLeavesDescriptorZeroAlone) {
     const int saved = dup(0);
     const int stranger = eventfd(5, EFD_NONBLOCK);
     ASSERT_EQ(dup2(stranger, 0), 0);
@@ -385,9 +385,9 @@ TEST_F(EventDescriptor, ADestroyedEventTouchesNobodyElsesDescriptorZero) {
     close(saved);
 }
 
-// ---- descriptor 0, which counts as none
+// ---- descriptor 0, which counts as not open
 
-TEST_F(EventDescriptor, AnEventWithTheDescriptor0IsCalledBack) {
+TEST_F(EventDescriptor, AnEventWithDescriptor0IsCalledBack) {
     const no_standard_input closed;
     event raised;
     ASSERT_EQ(create(raised), NORV_STATUS_OK);
@@ -399,7 +399,7 @@ TEST_F(EventDescriptor, AnEventWithTheDescriptor0IsCalledBack) {
     norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
 }
 
-TEST_F(EventDescriptor, AnEventWithTheDescriptor0CanBeDeactivated) {
+TEST_F(EventDescriptor, AnEventWithDescriptor0CanBeDeactivated) {
     const no_standard_input closed;
     event raised;
     create(raised);
@@ -411,7 +411,7 @@ TEST_F(EventDescriptor, AnEventWithTheDescriptor0CanBeDeactivated) {
 }
 
 // quirk 3
-TEST_F(EventDescriptor, DestroyingAnEventWithTheDescriptor0DoesNothingOnPurpose) {
+TEST_F(EventDescriptor, DestroyingAnEventWithDescriptor0DoesNothing) {
     const no_standard_input closed;
     event raised;
     create(raised);
@@ -423,7 +423,7 @@ TEST_F(EventDescriptor, DestroyingAnEventWithTheDescriptor0DoesNothingOnPurpose)
     norv_epoll_fd_remove(&loop.handle, &raised.record.registration);
 }
 
-TEST_F(EventDescriptor, RemovingAndClosingEndsAnEventWithTheDescriptor0) {
+TEST_F(EventDescriptor, RemovingAndClosingEndsAnEventWithDescriptor0) {
     const no_standard_input closed;
     event raised;
     create(raised);
@@ -436,7 +436,7 @@ TEST_F(EventDescriptor, RemovingAndClosingEndsAnEventWithTheDescriptor0) {
     EXPECT_EQ(raised.calls, 0);
 }
 
-TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor1TakesItOffTheLoop) {
+TEST_F(TimerDescriptor, DestroyingATimerWithDescriptor1RemovesIt) {
     timer_descriptor armed;
     armed.record.registration = {&loop.handle, 1, nullptr};
     armed.record.timer.descriptor = -1;  // standard output stays open
@@ -445,7 +445,7 @@ TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor1TakesItOffTheLoop) {
 }
 
 // quirk 3
-TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor0NeitherRemovesNorClosesItOnPurpose) {
+TEST_F(TimerDescriptor, DestroyingATimerWithDescriptor0NeitherRemovesNorClosesIt) {
     const no_standard_input closed;
     timer_descriptor due;
     create(due);
@@ -457,7 +457,7 @@ TEST_F(TimerDescriptor, DestroyingATimerWithTheDescriptor0NeitherRemovesNorClose
     EXPECT_EQ(due.calls, 1);
 }
 
-TEST_F(TimerDescriptor, RemovingAndClosingEndsATimerWithTheDescriptor0) {
+TEST_F(TimerDescriptor, RemovingAndClosingEndsATimerWithDescriptor0) {
     const no_standard_input closed;
     timer_descriptor due;
     create(due);
@@ -524,7 +524,7 @@ TEST_F(EventDescriptor, SeveralThreadsMayEndTheLoopThroughAnEvent) {
         for (std::thread& other : others) {
             other.join();
         }
-        norv_epoll_event_fd_deactivate(&ending.record);  // what came after the exit
+        norv_epoll_event_fd_deactivate(&ending.record);  // those that came after the exit
     }
     EXPECT_EQ(ending.calls, 200);
     destroy(ending);
@@ -532,7 +532,7 @@ TEST_F(EventDescriptor, SeveralThreadsMayEndTheLoopThroughAnEvent) {
 
 // ---- timer descriptors
 
-TEST_F(TimerDescriptor, CreatingOpensATimerThatIsNotArmedAndRegistersItsDescriptor) {
+TEST_F(TimerDescriptor, CreatingRegistersATimerThatIsNotArmed) {
     timer_descriptor due;
     ASSERT_EQ(create(due), NORV_STATUS_OK);
     ASSERT_GT(due.record.timer.descriptor, 0);
@@ -581,7 +581,7 @@ TEST_F(TimerDescriptor, APeriodCallsBackAgainAndAgain) {
     destroy(due);
 }
 
-TEST_F(TimerDescriptor, AnAlarmMayBeFartherAheadThanATimerOfTheLoop) {
+TEST_F(TimerDescriptor, AnAlarmMayBeFurtherAheadThanATimerOfTheLoop) {
     constexpr uint64_t day = 86400 * NORV_LINUX_TIMER_TICKS_PER_SECOND;
     timer_descriptor due;
     uint64_t now = 0;
@@ -607,7 +607,7 @@ TEST_F(TimerDescriptor, TheExpiryIsClearedBeforeTheCallback) {
 }
 
 // quirk 31
-TEST_F(TimerDescriptor, AnExpiryThatSomebodyElseClearedStillCallsBack) {
+TEST_F(TimerDescriptor, AnExpiryThatWasClearedElsewhereStillCallsBack) {
     timer_descriptor due;
     source earlier([&](uint32_t) { norv_linux_timer_clear_event(&due.record.timer); });
     earlier.signal();
@@ -630,12 +630,11 @@ TEST_F(TimerDescriptor, TheCallbackMayDestroyItsTimer) {
     EXPECT_EQ(due.record.timer.descriptor, -1);
 }
 
-TEST_F(TimerDescriptor, AFailedOpenIsReportedAndTouchesNoDescriptor) {
+TEST_F(TimerDescriptor, AFailedOpenIsReportedAndClosesNoDescriptor) {
     kernel_double kernel;
     kernel.fail("timerfd_create", EMFILE);
     timer_descriptor due;
-    due.record.registration.descriptor =
-        loop.handle.call_descriptor;  // left by an earlier use of the storage
+    due.record.registration.descriptor = loop.handle.call_descriptor;  // left over from an earlier use
     due.record.timer.descriptor = loop.handle.call_descriptor;
     EXPECT_EQ(create(due), norv_get_status_by_errno(EMFILE));
     EXPECT_EQ(due.descriptor(), -1);
@@ -662,7 +661,7 @@ TEST_F(TimerDescriptor, DestroyingRemovesTheRegistrationAndClosesTheTimer) {
     EXPECT_EQ(due.record.registration.loop, nullptr);
 }
 
-TEST_F(TimerDescriptor, ADestroyedTimerIsNotCalledBackInTheRoundThatSawItReady) {
+TEST_F(TimerDescriptor, ATimerDestroyedInTheSameRoundIsNotCalledBack) {
     timer_descriptor due;
     source earlier([&](uint32_t) { destroy(due); });
     earlier.signal();
@@ -674,7 +673,7 @@ TEST_F(TimerDescriptor, ADestroyedTimerIsNotCalledBackInTheRoundThatSawItReady) 
     EXPECT_EQ(due.calls, 0);
 }
 
-TEST_F(TimerDescriptor, ASecondDestroyLeavesTheNextOwnerOfTheNumberRegistered) {
+TEST_F(TimerDescriptor, ASecondDestroyDoesNotRemoveTheNextOwnerOfTheNumber) {
     timer_descriptor due;
     create(due);
     destroy(due);
@@ -702,7 +701,7 @@ TEST(TimerDescriptorOfAClosedLoop, DestroyingAfterTheLoopWasClosedOnlyClosesTheT
     EXPECT_EQ(due.record.timer.descriptor, -1);
 }
 
-// Destroys a record, and tells whether that asked the kernel to end a registration.
+// Destroys a record, and returns whether that made the kernel end a registration.
 bool destroying_removes(norv_epoll_t* loop, norv_epoll_timer_fd_t* record) {
     kernel_double kernel;
     kernel.fail("epoll_ctl", EINVAL);
@@ -755,7 +754,7 @@ uint32_t use_both(norv_epoll_t* loop, event& raised, timer_descriptor& due) {
     return status;
 }
 
-TEST(DescriptorSweep, FailuresAreReportedExceptInDrainingAndDestroyingAndNothingLeaks) {
+TEST(DescriptorSweep, FailuresAreReportedAndNothingLeaks) {
     kernel_double* board = nullptr;
     norv_epoll_t loop = {};
     bool struck_in_use = false;

@@ -24,22 +24,22 @@
 
 namespace {
 
-// What the end of a mutex returns.
-uint32_t mutex_end_status = NORV_STATUS_OK;
+// What destroying a mutex returns.
+uint32_t mutex_destroy_status = NORV_STATUS_OK;
 
-// What was ended, in this order.
-std::vector<const void*> ended;
+// What was destroyed, in this order.
+std::vector<const void*> destroyed;
 
 }  // namespace
 
 // The library finds these two first.
 extern "C" uint32_t norv_mutex_destroy(norv_mutex_t* mutex) {
-    ended.push_back(mutex);
+    destroyed.push_back(mutex);
     REAL(norv_mutex_destroy)(mutex);
-    return mutex_end_status;
+    return mutex_destroy_status;
 }
 extern "C" uint32_t norv_event_deinit(norv_event_t* event) {
-    ended.push_back(event);
+    destroyed.push_back(event);
     return REAL(norv_event_deinit)(event);
 }
 
@@ -70,7 +70,7 @@ bool is_open(int descriptor) {
     return fcntl(descriptor, F_GETFD) != -1;
 }
 
-// One descriptor that an epoll instance watches, as the kernel tells it.
+// A descriptor that an epoll instance watches, as the kernel shows it in /proc.
 struct registration {
     uint32_t events = 0;
     uint64_t data = 0;
@@ -99,14 +99,14 @@ class EventLoop : public testing::Test {
     void add(source& ready, uint32_t events = EPOLLIN) {
         ASSERT_EQ(norv_epoll_fd_add(&loop.handle, &ready.record, events), NORV_STATUS_OK);
     }
-    // Descriptors that are ready in this order.
+    // Adds descriptors that are ready in this order.
     void add_ready(std::initializer_list<source*> sources) {
         for (source* ready : sources) {
             ready->signal();
             add(*ready);
         }
     }
-    // Ends the run when the descriptors of the round have had their turn.
+    // Ends the run after the descriptors of the round.
     void exit_at_end_of_round() { norv_epoll_delayed_schedule(&loop.handle, &last_.record, 0); }
 
     open_loop loop;
@@ -118,25 +118,25 @@ class EventLoop : public testing::Test {
 
 // ---- open and close
 
-TEST_F(EventLoop, OpeningRegistersAWakeUpDescriptorWithTheHandleItselfAsItsData) {
+TEST_F(EventLoop, OpeningRegistersTheEventfdWithTheHandleAsItsData) {
     const auto found = registrations_of(loop.handle.epoll_descriptor, loop.handle.call_descriptor);
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].events, static_cast<uint32_t>(EPOLLIN | EPOLLERR | EPOLLHUP));
     EXPECT_EQ(found[0].data, word_of(&loop.handle));
 }
 
-TEST_F(EventLoop, TheWakeUpDescriptorDoesNotBlockAndIsNotInheritedByPrograms) {
+TEST_F(EventLoop, TheEventfdIsNonBlockingAndNotInheritedByPrograms) {
     EXPECT_NE(fcntl(loop.handle.call_descriptor, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(fcntl(loop.handle.call_descriptor, F_GETFD), FD_CLOEXEC);
 }
 
 // quirk 11
-TEST_F(EventLoop, TheEpollDescriptorIsInheritedByProgramsOnPurpose) {
+TEST_F(EventLoop, TheEpollDescriptorIsInheritedByPrograms) {
     EXPECT_EQ(fcntl(loop.handle.epoll_descriptor, F_GETFD), 0);
 }
 
 // quirk 12
-TEST(EventLoopHandle, OpeningDoesNotClearTheRecordOnPurpose) {
+TEST(EventLoopHandle, OpeningDoesNotClearTheRecord) {
     norv_epoll_t loop = {};
     loop.reserved = 7;
     loop.delayed_sequence = 5;
@@ -158,7 +158,7 @@ TEST(EventLoopHandle, ClosingClosesBothDescriptorsAndMarksThemClosed) {
     EXPECT_EQ(loop.call_descriptor, -1);
 }
 
-TEST(EventLoopHandle, ClosingClosesTheWakeUpDescriptorBeforeTheEpollDescriptor) {
+TEST(EventLoopHandle, ClosingClosesTheEventfdBeforeTheEpollDescriptor) {
     kernel_double kernel;
     norv_epoll_t loop = {};
     norv_epoll_open(&loop);
@@ -170,12 +170,12 @@ TEST(EventLoopHandle, ClosingClosesTheWakeUpDescriptorBeforeTheEpollDescriptor) 
     EXPECT_EQ(closes[1].path, "epoll_create");
 }
 
-TEST(EventLoopHandle, ClosingEndsTheEventAndThenTheMutex) {
+TEST(EventLoopHandle, ClosingDestroysTheEventAndThenTheMutex) {
     norv_epoll_t loop = {};
     norv_epoll_open(&loop);
-    ended.clear();
+    destroyed.clear();
     norv_epoll_close(&loop);
-    EXPECT_THAT(ended, ElementsAre(&loop.call_done, &loop.call_mutex));
+    EXPECT_THAT(destroyed, ElementsAre(&loop.call_done, &loop.call_mutex));
 }
 
 // quirk 13
@@ -198,13 +198,13 @@ TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsClosesNothing) {
 }
 
 // quirk 13
-TEST(EventLoopHandle, ClosingAHandleWithoutDescriptorsReturnsTheStatusOfTheMutexsEnd) {
-    mutex_end_status = NORV_STATUS_BAD_STATE;
+TEST(EventLoopHandle, ClosingWithoutDescriptorsReturnsTheStatusOfTheMutex) {
+    mutex_destroy_status = NORV_STATUS_BAD_STATE;
     norv_epoll_t loop = {};
     EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_BAD_STATE);
     EXPECT_EQ(norv_epoll_open(&loop), NORV_STATUS_OK);
-    EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);  // of the last step, a close(2)
-    mutex_end_status = NORV_STATUS_OK;
+    EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);  // that of the last step, a close(2)
+    mutex_destroy_status = NORV_STATUS_OK;
 }
 
 TEST(EventLoopHandle, ALoopCanBeOpenedAgainAfterItsClose) {
@@ -215,7 +215,7 @@ TEST(EventLoopHandle, ALoopCanBeOpenedAgainAfterItsClose) {
     EXPECT_EQ(norv_epoll_close(&loop), NORV_STATUS_OK);
 }
 
-// What each step of opening may fail with, and how many descriptors are open by then.
+// A failing step of opening, its status, and how many descriptors are open by then.
 struct failing_step {
     const char* call;
     uint32_t status;
@@ -255,7 +255,7 @@ TEST(EventLoopHandle, AHandleCanBeClosedAfterAFailedOpen) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
-TEST(EventLoopHandle, AnErrnoThatMapsToZeroLetsOpeningCarryOn) {
+TEST(EventLoopHandle, OpeningContinuesAfterAnErrnoThatMapsToZero) {
     kernel_double kernel;
     kernel.map_errno(EMFILE, NORV_STATUS_OK);
     kernel.fail("epoll_ctl", EMFILE);
@@ -363,7 +363,7 @@ TEST_F(EventLoop, AReadyDescriptorReachesItsHandlerWithTheKernelsEventMask) {
     EXPECT_EQ(ready.deliveries, 1);
 }
 
-TEST_F(EventLoop, EventsThatTheKernelReportsUnaskedPassThroughUnchanged) {
+TEST_F(EventLoop, UnrequestedEventsOfTheKernelReachTheHandler) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe(ends), 0);
     close(ends[1]);
@@ -414,7 +414,7 @@ TEST_F(EventLoop, MoreThan256ReadyDescriptorsAreServedInBatchesOf256) {
 
 // ---- pending events
 
-TEST_F(EventLoop, RemovingADescriptorThatIsReadyLaterInTheSameBatchDropsItsEvent) {
+TEST_F(EventLoop, RemovingADescriptorDropsItsEventInTheSameBatch) {
     source second;
     source first([&](uint32_t) {
         EXPECT_EQ(loop.handle.ready_count, 2);
@@ -451,7 +451,7 @@ TEST_F(EventLoop, AHandlerMayRemoveAndFreeItsOwnRecord) {
     EXPECT_EQ(itself, nullptr);
 }
 
-TEST_F(EventLoop, RemovingTheDescriptorWhoseHandlerRunsClearsItsOwnEntryAndIsHarmless) {
+TEST_F(EventLoop, AHandlerMayRemoveItsOwnDescriptor) {
     source itself([&](uint32_t) {
         EXPECT_EQ(norv_epoll_fd_remove(&loop.handle, &itself.record), NORV_STATUS_OK);
         EXPECT_EQ(loop.handle.ready[loop.handle.dispatch_index].data.u64, 0U);
@@ -545,7 +545,7 @@ class SharedNumber : public EventLoop {
 };
 
 // quirk 15
-TEST_F(SharedNumber, TheFirstPendingEventOfThatNumberIsDroppedWhoseverItIsOnPurpose) {
+TEST_F(SharedNumber, TheFirstPendingEventOfTheNumberIsDropped) {
     first.on_event([&](uint32_t) {
         EXPECT_EQ(loop.handle.ready_count, 3);
         EXPECT_EQ(norv_epoll_fd_ignore_once(&loop.handle, &fresh.record), NORV_STATUS_OK);
@@ -627,7 +627,7 @@ TEST_F(EventLoop, IgnoringOnceLeavesEventsThatWereDelivered) {
 }
 
 TEST_F(EventLoop, IgnoringOnceNeverDropsAPostedCall) {
-    // The handle, taken for a descriptor's record, would show the number of the epoll descriptor.
+    // The handle, mistaken for the record of a descriptor, would have the number of the epoll descriptor.
     norv_epoll_fd_t lookalike = {&loop.handle, loop.handle.epoll_descriptor, nullptr};
     std::atomic<bool> served = false;
     source first([&](uint32_t) {
@@ -647,7 +647,7 @@ TEST_F(EventLoop, IgnoringOnceNeverDropsAPostedCall) {
     EXPECT_TRUE(served);
 }
 
-TEST_F(EventLoop, EventsThatAnExitLeftUndeliveredComeInTheNextRun) {
+TEST_F(EventLoop, EventsNotDeliveredBeforeAnExitComeInTheNextRun) {
     source first([&](uint32_t) { loop.exit(); });
     source second([&](uint32_t) { loop.exit(); });
     add_ready({&first, &second});
@@ -687,7 +687,7 @@ TEST_F(EventLoop, ADirectCallTakesNoLock) {
     EXPECT_FALSE(kernel.struck());
 }
 
-TEST_F(EventLoop, ACallFromAnotherThreadRunsOnTheLoopThreadAndItsStatusComesBack) {
+TEST_F(EventLoop, ACallFromAnotherThreadRunsOnTheLoopThread) {
     const loop_thread running(&loop.handle);
     made_call made;
     EXPECT_EQ(norv_epoll_call_sync(&loop.handle, note_call, word_of(&made), 5), 77U);
@@ -696,7 +696,7 @@ TEST_F(EventLoop, ACallFromAnotherThreadRunsOnTheLoopThreadAndItsStatusComesBack
     EXPECT_EQ(made.thread, running.identifier());
 }
 
-// Calls itself until its depth is 0, and notes the way in and out.
+// Calls itself until its depth is 0, and records each entry and return.
 uint32_t descend(norv_epoll_t* loop, uint64_t journal, uint64_t depth) {
     auto* entries = record_of<std::vector<std::string>>(journal);
     entries->push_back("enter " + std::to_string(depth));
@@ -749,7 +749,7 @@ TEST_F(EventLoop, APostedCallRunsAtItsPlaceAmongTheHandlersOfTheBatch) {
     EXPECT_THAT(journal, ElementsAre("before", "posted", "after"));
 }
 
-TEST_F(EventLoop, TheWakeUpDescriptorIsDrainedWhenThePostedCallRuns) {
+TEST_F(EventLoop, TheEventfdIsDrainedWhenThePostedCallRuns) {
     const loop_thread running(&loop.handle);
     const norv_epoll_call_fn is_readable = [](norv_epoll_t* handle, uint64_t, uint64_t) {
         eventfd_t left = 0;
@@ -762,7 +762,7 @@ uint32_t combine(norv_epoll_t*, uint64_t thousands, uint64_t ones) {
     return static_cast<uint32_t>(thousands * 1000 + ones);
 }
 
-TEST_F(EventLoop, EachOfManyCallersGetsTheStatusOfItsOwnCall) {
+TEST_F(EventLoop, EachCallerGetsTheStatusOfItsOwnCall) {
     const loop_thread running(&loop.handle);
     std::atomic<int> wrong = 0;
     std::vector<std::thread> callers;
@@ -803,7 +803,7 @@ TEST_F(EventLoop, ACallPostedAsTheLoopStopsIsServedByTheNextRun) {
 }
 
 // quirk 18
-TEST_F(EventLoop, WaitingForTheLoopIsPostedEvenWhileNoneRunsAndEndsWhenOneDoes) {
+TEST_F(EventLoop, WaitingForTheLoopIsPostedEvenWhileNoLoopRuns) {
     std::atomic<bool> started = false;
     std::thread waiter([&] {
         EXPECT_EQ(norv_epoll_wait_loop_started(&loop.handle), NORV_STATUS_OK);
@@ -818,7 +818,7 @@ TEST_F(EventLoop, WaitingForTheLoopIsPostedEvenWhileNoneRunsAndEndsWhenOneDoes) 
 }
 
 // quirk 17
-TEST_F(EventLoop, AFailedWakeUpReturnsWakeFailedOnPurposeAndRunsNothing) {
+TEST_F(EventLoop, AFailedWakeUpReturnsWakeFailedAndRunsNothing) {
     kernel_double kernel;
     const loop_thread running(&loop.handle);
     made_call made;
@@ -827,7 +827,7 @@ TEST_F(EventLoop, AFailedWakeUpReturnsWakeFailedOnPurposeAndRunsNothing) {
     EXPECT_EQ(made.thread, 0U);
 }
 
-TEST_F(EventLoop, AFailedWakeUpLeavesTheLoopOpenToTheNextCall) {
+TEST_F(EventLoop, ACallSucceedsAfterAFailedWakeUp) {
     kernel_double kernel;
     const loop_thread running(&loop.handle);
     kernel.fail("eventfd_write", EIO);
@@ -843,7 +843,7 @@ TEST_F(EventLoop, AFailedLockReturnsItsStatusAndPostsNothing) {
     EXPECT_EQ(poll(&posted, 1, 0), 0);
 }
 
-TEST_F(EventLoop, ARemovalThatCannotWakeTheLoopReturnsWakeFailedAndClearsTheRecordsLoop) {
+TEST_F(EventLoop, ARemovalThatCannotWakeTheLoopClearsTheRecordsLoop) {
     kernel_double kernel;
     source idle;
     add(idle);
@@ -868,7 +868,7 @@ TEST_F(EventLoop, TheLoopThreadIsRecordedWhileTheLoopRuns) {
     EXPECT_EQ(loop.handle.loop_thread, 0U);
 }
 
-TEST_F(EventLoop, ALoopRunsAgainAfterItsExitAndOnAnotherThreadToo) {
+TEST_F(EventLoop, ALoopRunsAgainAfterItsExitEvenOnAnotherThread) {
     source ready([&](uint32_t) { loop.exit(); });
     add_ready({&ready});
     loop.run();
@@ -877,7 +877,7 @@ TEST_F(EventLoop, ALoopRunsAgainAfterItsExitAndOnAnotherThreadToo) {
 }
 
 // quirk 20
-TEST_F(EventLoop, AnExitWhileNoLoopRunsIsForgottenWhenOneStarts) {
+TEST_F(EventLoop, AnExitWhileNoLoopRunsIsDiscardedWhenOneStarts) {
     EXPECT_EQ(norv_epoll_exit(&loop.handle), NORV_STATUS_OK);
     EXPECT_EQ(loop.handle.exit, 1U);
     source ready([&](uint32_t) { loop.exit(); });
@@ -886,7 +886,7 @@ TEST_F(EventLoop, AnExitWhileNoLoopRunsIsForgottenWhenOneStarts) {
     EXPECT_EQ(ready.deliveries, 1);
 }
 
-TEST_F(EventLoop, AnExitThatComesAsALoopStartsIsObeyedOrForgotten) {
+TEST_F(EventLoop, AnExitWhileALoopStartsIsHonouredOrDiscarded) {
     source ready([&](uint32_t) { exit_at_end_of_round(); });
     add_ready({&ready});
     for (int round = 0; round < 20; ++round) {
@@ -904,23 +904,23 @@ TEST_F(EventLoop, AnExitThatComesAsALoopStartsIsObeyedOrForgotten) {
     EXPECT_GT(ready.deliveries, 0);
 }
 
-TEST_F(EventLoop, AnExitFromAHandlerLeavesTheRestOfTheBatchAndTheDelayedCallsUndone) {
+TEST_F(EventLoop, AnExitFromAHandlerSkipsTheRestOfTheRound) {
     delayed_call never;
     source second;
     source first([&](uint32_t) {
         norv_epoll_delayed_schedule(&loop.handle, &never.record, 0);
         EXPECT_EQ(norv_epoll_exit(&loop.handle), NORV_STATUS_OK);
-        journal.emplace_back("the handler itself goes on");
+        journal.emplace_back("the handler itself continues");
     });
     add_ready({&first, &second});
     loop.run();
-    EXPECT_THAT(journal, ElementsAre("the handler itself goes on"));
+    EXPECT_THAT(journal, ElementsAre("the handler itself continues"));
     EXPECT_EQ(second.deliveries, 0);
     EXPECT_EQ(never.runs, 0);
     EXPECT_EQ(norv_epoll_delayed_pending(&never.record), 1);
 }
 
-TEST_F(EventLoop, AnExitFromAnotherThreadLeavesTheRestOfTheBatchUndone) {
+TEST_F(EventLoop, AnExitFromAnotherThreadSkipsTheRestOfTheBatch) {
     source never;
     add(never);
     std::thread stopper;
@@ -938,7 +938,7 @@ TEST_F(EventLoop, AnExitFromAnotherThreadLeavesTheRestOfTheBatchUndone) {
 }
 
 // quirk 21
-TEST_F(EventLoop, AFailedWaitDispatchesNothingAndTheRoundGoesOn) {
+TEST_F(EventLoop, AFailedWaitDispatchesNothingAndTheRoundContinues) {
     kernel_double kernel;
     source ready;
     add_ready({&ready});
@@ -984,7 +984,7 @@ TEST_F(EventLoop, ALoopWithoutTimersWaitsWithoutLimit) {
 
 // ---- many threads
 
-// What one thread does to a running loop: descriptors, timers and delayed calls come, go and are freed.
+// What one thread does to a running loop: adds, removes and frees descriptors, timers and delayed calls.
 void disturb(norv_epoll_t* loop, std::atomic<int>& failures) {
     for (uint32_t round = 0; round < 100; ++round) {
         const auto ready = std::make_unique<source>();
@@ -1058,7 +1058,7 @@ TEST_F(EventLoop, HandlersAndOtherThreadsMayRescheduleTheSameRecords) {
     EXPECT_EQ(norv_epoll_delayed_pending(&call.record), 0);
 }
 
-TEST_F(EventLoop, AStartIsAwaitedAndAnExitObeyedAgainAndAgain) {
+TEST_F(EventLoop, ALoopCanBeStartedAndEndedRepeatedly) {
     std::atomic<bool> last = false;
     std::atomic<int> runs = 0;
     std::thread runner([&] {

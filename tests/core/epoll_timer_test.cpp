@@ -1,4 +1,4 @@
-// Timers and delayed calls of the event loop, and the loop's watchdog, by a clock that the test sets.
+// Timers and delayed calls of the event loop, and its watchdog, with a clock that the tests set.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ namespace {
 
 // Microseconds that both clocks show; 0: the real time.
 std::atomic<uint64_t> shown_time = 0;
-// How far this thread's clock is ahead of that.
+// How far the clock of this thread is ahead of that, in microseconds.
 thread_local uint64_t ahead = 0;
 std::atomic<int> readings = 0;
 std::atomic<int> reports = 0;
@@ -87,7 +87,7 @@ class TimedLoop : public testing::Test {
         loop.run();
         norv_epoll_fd_remove(&loop.handle, &ready.record);
     }
-    // A callback that notes its name.
+    // A callback that records its name.
     std::function<void()> note(const std::string& name) {
         return [this, name] { journal.push_back(name); };
     }
@@ -124,7 +124,7 @@ TEST_F(LoopTimer, TheExpiryKeepsAll64BitsOfTheClock) {
     norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
-TEST_F(LoopTimer, CancellingTakesTheTimerOffAndClearsItsLoop) {
+TEST_F(LoopTimer, CancellingDequeuesTheTimerAndClearsItsLoop) {
     timer due;
     schedule(due, 10);
     EXPECT_EQ(norv_epoll_timer_cancel(&loop.handle, &due.record), NORV_STATUS_OK);
@@ -140,7 +140,7 @@ TEST_F(LoopTimer, CancellingATimerThatIsNotScheduledIsHarmless) {
 }
 
 // quirk 25
-TEST_F(LoopTimer, SchedulingForNeverTakesAPendingTimerOff) {
+TEST_F(LoopTimer, SchedulingForNeverCancelsAPendingTimer) {
     timer due;
     schedule(due, 10);
     schedule(due, 0xFFFFFFFF, true);
@@ -151,7 +151,7 @@ TEST_F(LoopTimer, SchedulingForNeverTakesAPendingTimerOff) {
     EXPECT_EQ(due.record.expiry, 1010U);
 }
 
-TEST_F(LoopTimer, MicrosecondsAreCutToWholeMilliseconds) {
+TEST_F(LoopTimer, MicrosecondsAreTruncatedToMilliseconds) {
     timer due;
     EXPECT_EQ(norv_epoll_timer_schedule_us(&loop.handle, &due.record, 2999, true), NORV_STATUS_OK);
     EXPECT_EQ(due.record.period, 2U);
@@ -172,7 +172,7 @@ TEST_F(LoopTimer, LessThan1000MicrosecondsAreATimerOfZeroMilliseconds) {
     EXPECT_EQ(due.expiries, 1);
 }
 
-TEST_F(LoopTimer, MicrosecondsBeyond32BitsOfMillisecondsLoseTheirUpperBitsOnPurpose) {
+TEST_F(LoopTimer, OnlyTheLow32BitsOfTheMillisecondsAreUsed) {
     timer due;
     norv_epoll_timer_schedule_us(&loop.handle, &due.record, (wrap_of_32_bits + 5) * 1000, false);
     EXPECT_EQ(due.record.period, 5U);
@@ -204,7 +204,7 @@ TEST_F(LoopTimer, ATimerFiresOnlyWhenItsTimeHasCome) {
     EXPECT_EQ(due.expiries, 1);
 }
 
-TEST_F(LoopTimer, AOneShotTimerIsNoLongerPendingInItsCallbackButItsLoopStaysSet) {
+TEST_F(LoopTimer, AOneShotTimerIsNotPendingInItsCallback) {
     timer due([&] {
         EXPECT_EQ(norv_epoll_timer_pending(&due.record), 0);
         EXPECT_EQ(due.record.loop, &loop.handle);
@@ -227,7 +227,7 @@ TEST_F(LoopTimer, AOneShotTimerMayFreeItselfInItsCallback) {
     EXPECT_THAT(journal, ElementsAre("freed"));
 }
 
-TEST_F(LoopTimer, APeriodicTimerIsQueuedAgainWithItsNewExpiryBeforeItsCallback) {
+TEST_F(LoopTimer, APeriodicTimerIsPendingAgainInItsCallback) {
     timer due([&] {
         EXPECT_EQ(norv_epoll_timer_pending(&due.record), 1);
         EXPECT_EQ(due.record.expiry, 1020U);
@@ -240,7 +240,7 @@ TEST_F(LoopTimer, APeriodicTimerIsQueuedAgainWithItsNewExpiryBeforeItsCallback) 
 }
 
 // quirk 22
-TEST_F(LoopTimer, APeriodicTimerThatIsServedLateShiftsItsPhaseAndDoesNotCatchUp) {
+TEST_F(LoopTimer, APeriodicTimerThatFiresLateShiftsItsPhase) {
     timer due;
     schedule(due, 10, true);
     set_ms(1037);
@@ -305,11 +305,11 @@ TEST_F(LoopTimer, OneMillisecondDecidesTheOrder) {
     EXPECT_THAT(journal, ElementsAre("first", "second"));
 }
 
-TEST_F(LoopTimer, OneTimeHoldsForTheWholeRound) {
+TEST_F(LoopTimer, TheTimeIsReadOnceForTheWholeRound) {
     timer later(note("later"));
     delayed_call after_timers(note("end of the first round"));
     timer slow([&] {
-        set_ms(1050);  // `later` comes due while this callback runs
+        set_ms(1050);  // `later` becomes due while this callback runs
         schedule(after_timers, 0);
     });
     schedule(slow, 10);
@@ -340,7 +340,7 @@ TEST_F(LoopTimer, ATimerMayCancelAnotherDueTimer) {
     EXPECT_EQ(second.expiries, 0);
 }
 
-TEST_F(LoopTimer, AnExitFromATimerStopsTheRoundBeforeOtherTimersDescriptorsAndDelayedCalls) {
+TEST_F(LoopTimer, AnExitFromATimerSkipsTheRestOfTheRound) {
     timer second;
     delayed_call never;
     source ready;
@@ -372,7 +372,7 @@ TEST_F(LoopTimer, TimersLeftByAnExitFireInTheNextRun) {
     EXPECT_EQ(second.expiries, 1);
 }
 
-TEST_F(LoopTimer, OrderAndDueTimeStayRightWhenTheMillisecondCountWrapsAt32Bits) {
+TEST_F(LoopTimer, TimersAreRightWhenTheMillisecondsWrapAt32Bits) {
     timer after(note("after the wrap"));
     timer before(note("before the wrap"));
     set_ms(wrap_of_32_bits - 16);
@@ -390,7 +390,7 @@ TEST_F(LoopTimer, OrderAndDueTimeStayRightWhenTheMillisecondCountWrapsAt32Bits) 
 }
 
 // quirk 23
-TEST_F(LoopTimer, TwoTimersMoreThan2To31MillisecondsApartAreTakenInTheOtherOrderOnPurpose) {
+TEST_F(LoopTimer, TimersMoreThan2To31MillisecondsApartAreInReverseOrder) {
     timer far(note("far"));
     timer near(note("near"));
     schedule(far, 0x80000000 + 20);
@@ -400,7 +400,7 @@ TEST_F(LoopTimer, TwoTimersMoreThan2To31MillisecondsApartAreTakenInTheOtherOrder
     norv_epoll_timer_cancel(&loop.handle, &near.record);
 }
 
-TEST_F(LoopTimer, TheTimeRunsFromTheClockOfTheSchedulingThread) {
+TEST_F(LoopTimer, TheExpiryIsComputedOnTheSchedulingThread) {
     timer due;
     {
         const loop_thread running(&loop.handle);
@@ -413,7 +413,7 @@ TEST_F(LoopTimer, TheTimeRunsFromTheClockOfTheSchedulingThread) {
 }
 
 // quirk 23
-TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpose) {
+TEST_F(LoopTimer, ATimerOf2To31MinusOneMillisecondsDelaysLateOnes) {
     timer far(note("far"));
     timer near(note("near"));
     schedule(near, 10);
@@ -427,7 +427,7 @@ TEST_F(LoopTimer, ATimerOf2To31MillisecondsLessOneDelaysOthersThatAreLateOnPurpo
 }
 
 // quirk 24
-TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsNeverLetsTheRoundEndOnPurpose) {
+TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsKeepsTheRoundFromEnding) {
     source ready([this](uint32_t) { loop.exit(); });
     timer due([&] {
         if (due.expiries == 100) {
@@ -442,7 +442,7 @@ TEST_F(LoopTimer, APeriodicTimerOf2To31MillisecondsNeverLetsTheRoundEndOnPurpose
     norv_epoll_timer_cancel(&loop.handle, &due.record);
 }
 
-// A time that is farther than a timer reaches, in steps of 2^30 ms.
+// A time that is too far ahead for a timer, in steps of 2^30 ms.
 class far_timer {
   public:
     explicit far_timer(norv_epoll_t* loop) : loop_(loop) {}
@@ -471,7 +471,7 @@ class far_timer {
     timer timer_{[this] { take_step(); }};
 };
 
-TEST_F(LoopTimer, ATimeBeyond2To31MillisecondsIsReachedInStepsOf2To30) {
+TEST_F(LoopTimer, ATimeBeyond2To31MillisecondsIsReachedInSteps) {
     constexpr uint64_t day = 86400000;
     far_timer far(&loop.handle);
     timer hourly;
@@ -489,7 +489,7 @@ TEST_F(LoopTimer, ATimeBeyond2To31MillisecondsIsReachedInStepsOf2To30) {
 
 // ---- how long a round waits
 
-// The time-outs with which the loop waited, in one run of it.
+// The timeouts with which the loop waited in one run.
 class LoopWait : public TimedLoop {
   protected:
     std::vector<int> waits() {
@@ -542,7 +542,7 @@ TEST_F(LoopWait, ItIsZeroWhenATimerIsOverdue) {
     EXPECT_THAT(waits(), ElementsAre(0));
 }
 
-TEST_F(LoopWait, ItStaysRightWhenTheMillisecondCountWrapsAt32Bits) {
+TEST_F(LoopWait, ItIsRightWhenTheMillisecondsWrapAt32Bits) {
     timer due;
     set_ms(wrap_of_32_bits - 16);
     schedule(due, 32);
@@ -550,7 +550,7 @@ TEST_F(LoopWait, ItStaysRightWhenTheMillisecondCountWrapsAt32Bits) {
     EXPECT_THAT(waits(), ElementsAre(32));
 }
 
-TEST_F(LoopWait, ItLasts2To31MillisecondsLessOneAtMost) {
+TEST_F(LoopWait, ItLastsAtMost2To31MinusOneMilliseconds) {
     timer due;
     schedule(due, 0x7FFFFFFF);
     run_one_round();
@@ -560,7 +560,7 @@ TEST_F(LoopWait, ItLasts2To31MillisecondsLessOneAtMost) {
 }
 
 // quirk 24
-TEST_F(LoopWait, ItIsZeroForATimerOf2To31MillisecondsOrMoreWhichFiresAtOnceOnPurpose) {
+TEST_F(LoopWait, ItIsZeroForATimerOf2To31MillisecondsOrMore) {
     for (const uint32_t ms : {0x80000000U, 0xFFFFFFFEU}) {
         timer due;
         schedule(due, ms);
@@ -623,7 +623,7 @@ TEST_F(RealTimeLoop, ATimerNeverFiresEarly) {
     EXPECT_GE(fired - start, 20U);
 }
 
-TEST_F(RealTimeLoop, TheTimeRunsFromTheCallOfTheSchedulingThread) {
+TEST_F(RealTimeLoop, TheTimeRunsFromTheCallOnTheSchedulingThread) {
     timer due;
     uint64_t before = 0;
     uint64_t after = 0;
@@ -637,7 +637,7 @@ TEST_F(RealTimeLoop, TheTimeRunsFromTheCallOfTheSchedulingThread) {
     EXPECT_LE(due.record.expiry, after + 60000);
 }
 
-TEST_F(RealTimeLoop, AnyThreadMayAskWhatIsPending) {
+TEST_F(RealTimeLoop, AnyThreadMayQueryWhatIsPending) {
     timer due;
     norv_epoll_timer_schedule(&loop.handle, &due.record, 0, false);
     const loop_thread running(&loop.handle);
@@ -716,7 +716,7 @@ TEST_F(DelayedCall, EqualPrioritiesRunInTheOrderOfScheduling) {
 }
 
 // quirk 23
-TEST_F(DelayedCall, PrioritiesAreComparedByTheirWrappingDifferenceOnPurpose) {
+TEST_F(DelayedCall, PrioritiesAreComparedByTheirWrappingDifference) {
     delayed_call zero(note("0"));
     delayed_call largest(note("0xFFFFFFFF"));
     schedule(zero, 0);
@@ -754,7 +754,7 @@ TEST_F(DelayedCall, ArrivalNumbersKeepTheirOrderWhenTheyWrapAt32Bits) {
     EXPECT_THAT(journal, ElementsAre("before the wrap", "after the wrap"));
 }
 
-TEST_F(DelayedCall, ACallScheduledFromACallRunsInTheSameRoundBeforeLessUrgentOnes) {
+TEST_F(DelayedCall, ACallScheduledByACallRunsInTheSameRoundByPriority) {
     delayed_call urgent(note("urgent"));
     delayed_call waiting(note("waiting"));
     delayed_call first([&] {
@@ -767,7 +767,7 @@ TEST_F(DelayedCall, ACallScheduledFromACallRunsInTheSameRoundBeforeLessUrgentOne
     EXPECT_THAT(journal, ElementsAre("first", "urgent", "waiting"));
 }
 
-TEST_F(DelayedCall, ACallOfTheRoundComesBeforeCallsLeftFromBefore) {
+TEST_F(DelayedCall, ACallOfTheRoundRunsBeforeOnesLeftOver) {
     delayed_call late(note("late"));
     delayed_call first([&] {
         journal.emplace_back("first");
@@ -779,7 +779,7 @@ TEST_F(DelayedCall, ACallOfTheRoundComesBeforeCallsLeftFromBefore) {
     schedule(second, 5);
     schedule(third, 5);
     run_one_round();
-    // The round began to count at 0, and had one call of its own already.
+    // The round started numbering at 0, and had one call of its own already.
     EXPECT_THAT(journal, testing::AnyOf(ElementsAre("first", "late", "second", "third"),
                                         ElementsAre("first", "second", "late", "third")));
 }
@@ -808,7 +808,7 @@ TEST_F(DelayedCall, ACallThatIsPendingOnAnotherLoopStaysThere) {
     EXPECT_EQ(queued.runs, 1);
 }
 
-TEST_F(DelayedCall, ACallIsNoLongerPendingInItsCallbackAndMayScheduleItselfForTheSameRound) {
+TEST_F(DelayedCall, ACallMayScheduleItselfForTheSameRound) {
     delayed_call again;
     again.on_run([&] {
         EXPECT_EQ(norv_epoll_delayed_pending(&again.record), 0);
@@ -832,7 +832,7 @@ TEST_F(DelayedCall, ACallMayFreeItself) {
     EXPECT_THAT(journal, ElementsAre("freed"));
 }
 
-TEST_F(DelayedCall, CancellingTakesTheCallOffAndClearsItsLoop) {
+TEST_F(DelayedCall, CancellingDequeuesTheCallAndClearsItsLoop) {
     delayed_call call;
     schedule(call, 0);
     EXPECT_EQ(norv_epoll_delayed_cancel(&loop.handle, &call.record), NORV_STATUS_OK);
@@ -868,7 +868,7 @@ TEST_F(DelayedCall, ACallOfATimerRunsAtTheEndOfTheSameRound) {
     EXPECT_THAT(journal, ElementsAre("timer", "delayed call"));
 }
 
-TEST_F(DelayedCall, ArrivalsAreCountedFromZeroInEveryRound) {
+TEST_F(DelayedCall, ArrivalsAreNumberedFromZeroInEveryRound) {
     delayed_call first;
     run_one_round();
     timer due([&] { schedule(first, 0); });
@@ -878,7 +878,7 @@ TEST_F(DelayedCall, ArrivalsAreCountedFromZeroInEveryRound) {
 }
 
 // quirk 27
-TEST_F(DelayedCall, ACallLeftOverFromBeforeTheRoundKeepsItsOldArrivalNumberOnPurpose) {
+TEST_F(DelayedCall, ACallLeftOverFromAnEarlierRoundKeepsItsNumber) {
     delayed_call left_over(note("left over"));
     delayed_call spare;
     schedule(spare, 0);
@@ -955,7 +955,7 @@ TEST_F(LoopWatchdog, IsFirstKeptAliveOnePeriodAfterTheStart) {
 }
 
 // quirk 24
-TEST_F(LoopWatchdog, IsKeptAliveWithoutEndByAPeriodOf2To31MillisecondsOnPurpose) {
+TEST_F(LoopWatchdog, IsKeptAliveEndlesslyByAPeriodOf2To31Milliseconds) {
     norv_thread_watchdog_t watchdog = {};
     source ready([this](uint32_t) { loop.exit(); });
     ready.signal();
@@ -985,7 +985,7 @@ TEST_F(LoopWatchdog, IsNotKeptAliveWhileAHandlerHangs) {
     EXPECT_EQ(hanging.deliveries, 1);
 }
 
-// What the loop's first timer looks like while the loop runs.
+// The first timer of the loop, as it is while the loop runs.
 struct shown_timer {
     bool present = false;
     std::string name;
@@ -1005,7 +1005,7 @@ shown_timer first_timer_of(const norv_epoll_t& loop) {
 
 class WatchdogTimer : public LoopWatchdog {
   protected:
-    // Runs the loop for one round, and tells what its first timer was meanwhile.
+    // Runs the loop for one round, and returns what its first timer was meanwhile.
     shown_timer run_watched(void* watched, uint32_t period) {
         shown_timer shown;
         source ready([&](uint32_t) {
@@ -1022,7 +1022,7 @@ class WatchdogTimer : public LoopWatchdog {
     norv_thread_watchdog_t watchdog = {0, 1000};
 };
 
-TEST_F(WatchdogTimer, IsANamedPeriodicTimerWithTheWatchdogRightBehindIt) {
+TEST_F(WatchdogTimer, IsANamedPeriodicTimerFollowedByTheWatchdog) {
     const shown_timer shown = run_watched(&watchdog, 100);
     EXPECT_TRUE(shown.present);
     EXPECT_EQ(shown.name, "epoll_watchdog_timer");
@@ -1031,7 +1031,7 @@ TEST_F(WatchdogTimer, IsANamedPeriodicTimerWithTheWatchdogRightBehindIt) {
     EXPECT_EQ(shown.watchdog, &watchdog);
 }
 
-TEST_F(WatchdogTimer, IsTakenOffWhenTheLoopEnds) {
+TEST_F(WatchdogTimer, IsCancelledWhenTheLoopEnds) {
     run_watched(&watchdog, 100);
     EXPECT_EQ(loop.handle.timers.top, nullptr);
 }

@@ -10,8 +10,8 @@
 
 namespace {
 
-// A loop that watches line 17, and a timer that toggles line 16. The records stand first in the board's
-// structure of their own, so that the handlers reach it.
+// A loop that watches line 17, and a timer that toggles line 16. Each record is the first member of a
+// structure through which its handler reaches the board.
 struct board {
     struct watched {
         norv_epoll_fd_t record;
@@ -38,10 +38,10 @@ struct board {
 void on_edge(norv_epoll_fd_t* record, uint32_t events) {
     board* owner = reinterpret_cast<struct board::watched*>(record)->owner;
     EXPECT_NE(events & EPOLLPRI, 0U);
-    // Reading arms the next edge. The level may be low again: a late round toggles the output first.
-    EXPECT_EQ(norv_linux_gpio_get_value(&owner->input, nullptr), 0U);
+    // Reading rearms the notification. The level may be low again: a late round toggles the output first.
+    EXPECT_EQ(norv_linux_gpio_get_value(&owner->input, nullptr), NORV_STATUS_OK);
     ++owner->edges;
-    EXPECT_EQ(norv_epoll_delayed_schedule(&owner->loop, &owner->counter.record, 1), 0U);
+    EXPECT_EQ(norv_epoll_delayed_schedule(&owner->loop, &owner->counter.record, 1), NORV_STATUS_OK);
 }
 
 void count_delayed(norv_epoll_delayed_t* record) {
@@ -51,29 +51,29 @@ void count_delayed(norv_epoll_delayed_t* record) {
 void toggle(norv_epoll_timer_t* record) {
     board* owner = reinterpret_cast<struct board::toggler*>(record)->owner;
     if (owner->toggles == owner->wanted_toggles) {
-        EXPECT_EQ(norv_epoll_exit(&owner->loop), 0U);
+        EXPECT_EQ(norv_epoll_exit(&owner->loop), NORV_STATUS_OK);
         return;
     }
     ++owner->toggles;
     owner->level = !owner->level;
-    EXPECT_EQ(norv_linux_gpio_set_value(&owner->output, owner->level), 0U);
+    EXPECT_EQ(norv_linux_gpio_set_value(&owner->output, owner->level), NORV_STATUS_OK);
 }
 
 class LoopOnBoard : public testing::Test {
   protected:
     LoopOnBoard() {
-        EXPECT_EQ(norv_linux_gpio_open(16, &here.output), 0U);
-        EXPECT_EQ(norv_linux_gpio_set_dir(&here.output, true), 0U);
-        EXPECT_EQ(norv_linux_gpio_open(17, &here.input), 0U);
-        EXPECT_EQ(norv_linux_gpio_set_dir(&here.input, false), 0U);
-        EXPECT_EQ(norv_linux_gpio_set_irq(&here.input, NORV_LINUX_GPIO_EDGE_RISING), 0U);
+        EXPECT_EQ(norv_linux_gpio_open(16, &here.output), NORV_STATUS_OK);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&here.output, true), NORV_STATUS_OK);
+        EXPECT_EQ(norv_linux_gpio_open(17, &here.input), NORV_STATUS_OK);
+        EXPECT_EQ(norv_linux_gpio_set_dir(&here.input, false), NORV_STATUS_OK);
+        EXPECT_EQ(norv_linux_gpio_set_irq(&here.input, NORV_LINUX_GPIO_EDGE_RISING), NORV_STATUS_OK);
         uint8_t level = 0;
-        EXPECT_EQ(norv_linux_gpio_get_value(&here.input, &level), 0U);
-        EXPECT_EQ(norv_epoll_open(&here.loop), 0U);
+        EXPECT_EQ(norv_linux_gpio_get_value(&here.input, &level), NORV_STATUS_OK);
+        EXPECT_EQ(norv_epoll_open(&here.loop), NORV_STATUS_OK);
         here.watched.owner = &here;
         here.watched.record.descriptor = norv_linux_gpio_get_fd(&here.input);
         here.watched.record.handler = on_edge;
-        EXPECT_EQ(norv_epoll_fd_add(&here.loop, &here.watched.record, EPOLLPRI), 0U);
+        EXPECT_EQ(norv_epoll_fd_add(&here.loop, &here.watched.record, EPOLLPRI), NORV_STATUS_OK);
         here.toggler.owner = &here;
         here.toggler.record.callback = toggle;
         here.counter.owner = &here;
@@ -90,10 +90,10 @@ class LoopOnBoard : public testing::Test {
 
 TEST_F(LoopOnBoard, EveryRisingEdgeReachesItsHandler) {
     here.wanted_toggles = 200;
-    EXPECT_EQ(norv_epoll_timer_schedule(&here.loop, &here.toggler.record, 2, true), 0U);
+    EXPECT_EQ(norv_epoll_timer_schedule(&here.loop, &here.toggler.record, 2, true), NORV_STATUS_OK);
     EXPECT_NE(norv_epoll_timer_pending(&here.toggler.record), 0);
     norv_epoll_loop_with_watchdog(&here.loop, nullptr, 0);
-    EXPECT_EQ(norv_epoll_timer_cancel(&here.loop, &here.toggler.record), 0U);
+    EXPECT_EQ(norv_epoll_timer_cancel(&here.loop, &here.toggler.record), NORV_STATUS_OK);
     EXPECT_EQ(here.edges, 100);
     EXPECT_EQ(here.delayed_calls, 100);
     EXPECT_EQ(norv_epoll_delayed_pending(&here.counter.record), 0);
@@ -104,27 +104,27 @@ TEST_F(LoopOnBoard, OtherThreadsStartChangeAndStopTheLoop) {
     norv_thread_watchdog_t watchdog;
     norv_thread_watchdog_start(&watchdog, 60000);
     std::thread runner([&] { norv_epoll_loop_with_watchdog(&here.loop, &watchdog, 5); });
-    EXPECT_EQ(norv_epoll_wait_loop_started(&here.loop), 0U);
+    EXPECT_EQ(norv_epoll_wait_loop_started(&here.loop), NORV_STATUS_OK);
 
-    EXPECT_EQ(norv_epoll_timer_schedule_us(&here.loop, &here.toggler.record, 2000, true), 0U);
-    EXPECT_EQ(norv_epoll_fd_modify(&here.loop, &here.watched.record, EPOLLPRI | EPOLLERR), 0U);
+    EXPECT_EQ(norv_epoll_timer_schedule_us(&here.loop, &here.toggler.record, 2000, true), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_fd_modify(&here.loop, &here.watched.record, EPOLLPRI | EPOLLERR), NORV_STATUS_OK);
     const auto edges_so_far = [](norv_epoll_t*, uint64_t argument, uint64_t) -> uint32_t {
         return static_cast<uint32_t>(reinterpret_cast<board*>(argument)->edges);
     };
     while (norv_epoll_call_sync(&here.loop, edges_so_far, reinterpret_cast<uintptr_t>(&here), 0) < 20) {
         std::this_thread::yield();
     }
-    EXPECT_EQ(norv_thread_watchdog_check(&watchdog), 0U);
-    EXPECT_EQ(norv_epoll_fd_ignore_once(&here.loop, &here.watched.record), 0U);
-    EXPECT_EQ(norv_epoll_fd_remove(&here.loop, &here.watched.record), 0U);
+    EXPECT_EQ(norv_thread_watchdog_check(&watchdog), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_fd_ignore_once(&here.loop, &here.watched.record), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_fd_remove(&here.loop, &here.watched.record), NORV_STATUS_OK);
     const uint32_t edges =
         norv_epoll_call_sync(&here.loop, edges_so_far, reinterpret_cast<uintptr_t>(&here), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(norv_epoll_call_sync(&here.loop, edges_so_far, reinterpret_cast<uintptr_t>(&here), 0), edges);
 
-    EXPECT_EQ(norv_epoll_delayed_cancel(&here.loop, &here.counter.record), 0U);
-    EXPECT_EQ(norv_epoll_timer_cancel(&here.loop, &here.toggler.record), 0U);
-    EXPECT_EQ(norv_epoll_exit(&here.loop), 0U);
+    EXPECT_EQ(norv_epoll_delayed_cancel(&here.loop, &here.counter.record), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_timer_cancel(&here.loop, &here.toggler.record), NORV_STATUS_OK);
+    EXPECT_EQ(norv_epoll_exit(&here.loop), NORV_STATUS_OK);
     runner.join();
 }
 
