@@ -1,9 +1,9 @@
 /*
- * A periodic job that keeps its pace: a kernel timer wakes it, and reports how late each wake-up came.
+ * A periodic job that does not drift: a kernel timer wakes it, and it reports how late each wake-up was.
  *
  *     interval_timer [PERIOD_MS [COUNT]]      default: 20 10
  *
- * Needs no hardware. The alarms stand at absolute times, so that a late one does not shift those that follow.
+ * Needs no hardware. The alarms are at absolute times, so that a late one does not shift the next ones.
  */
 #include <poll.h>
 #include <stdio.h>

@@ -3,8 +3,8 @@
  *
  *     thread_setup [PROCESSOR]      default: 0
  *
- * Needs no hardware. Without the privilege the thread keeps its ordinary priority, which the library does not
- * report: a program to which it matters looks, like this one.
+ * Needs no hardware. Without the privilege, the thread keeps its ordinary priority, which the library does
+ * not report: a program for which it matters checks it, as this one does.
  */
 #include <pthread.h>
 #include <sched.h>

@@ -15,8 +15,8 @@ namespace {
 
 constexpr int mask_bits = 32;
 
-// CPU_SET passes over a number that the set cannot hold (a negative one is huge as a size): the set then
-// stays empty, and the kernel refuses it.
+// CPU_SET ignores a number that the set cannot hold (a negative one is huge as a size): the set then stays
+// empty, and the kernel refuses it.
 void add(cpu_set_t& processors, int32_t processor) {
     CPU_SET(static_cast<size_t>(processor), &processors);
 }
@@ -37,8 +37,8 @@ cpu_set_t set_of_mask(uint32_t mask) {
     return processors;
 }
 
-// Whether the mask names a processor from this number on.
-bool names_processor_from(uint32_t mask, long first) {
+// True if the mask contains this processor or a later one.
+bool has_processor_from(uint32_t mask, long first) {
     return first < mask_bits && mask >> (first > 0 ? first : 0) != 0;
 }
 
@@ -46,8 +46,8 @@ uint32_t run_on(const cpu_set_t& processors) {
     return norv::status_of(sched_setaffinity(0, sizeof processors, &processors));
 }
 
-// The pthread_ calls report a failure by a positive error number, which counts as success here, on purpose:
-// callers run without the privilege and carry on at the priority that they have.
+// quirk 33: the pthread functions report a failure by a positive number, which counts as a success here.
+// Callers without the privilege continue with the priority that they have.
 uint32_t status_of_negative(int result) {
     return norv::status_of(result);
 }
@@ -67,7 +67,7 @@ uint32_t norv_linux_thread_set_cpu_affinity_mask(uint32_t mask) {
     if (status != NORV_STATUS_OK) {
         return status;
     }
-    return names_processor_from(mask, count) ? NORV_STATUS_INVALID_ARG : run_on(set_of_mask(mask));
+    return has_processor_from(mask, count) ? NORV_STATUS_INVALID_ARG : run_on(set_of_mask(mask));
 }
 
 uint32_t norv_linux_thread_set_cpu_affinity(int32_t processor) {

@@ -35,7 +35,7 @@ timespec time_of(uint64_t ticks) {
         .tv_nsec = static_cast<decltype(timespec::tv_nsec)>(ticks % ticks_per_second * nanoseconds_per_tick)};
 }
 
-// ---- The manager record's operations ----
+// ---- The operations of the manager ----
 
 struct manager_context {
     norv_linux_timer_t* timer;
@@ -44,7 +44,7 @@ struct manager_context {
 static_assert(sizeof(manager_context) == 8 && sizeof(norv_linux_timer_mgr_t) == 48);
 #endif
 
-// Null after release: the operations then answer as for a null timer.
+// Null after release: the operations then do what they do for a null timer.
 norv_linux_timer_t* timer_of(const norv_linux_timer_mgr_t* manager) {
     const auto* context = static_cast<const manager_context*>(manager->context);
     return context != nullptr ? context->timer : nullptr;
@@ -106,7 +106,7 @@ uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uint64_t tim
 
 ssize_t norv_linux_timer_clear_event(norv_linux_timer_t* timer) {
     uint64_t expiries = 0;
-    // Not a status, on purpose: callers compare with 8.
+    // quirk 32: not a status; callers compare it with 8.
     return timer != nullptr ? read(timer->descriptor, &expiries, sizeof expiries) : -1;
 }
 

@@ -1,4 +1,4 @@
-// Thread control: what the kernel is asked for, and what it then says of the thread.
+// Thread control: the requests to the kernel, and what it then reports about the thread.
 #include "norv_linux_thread.h"
 
 #include <gmock/gmock.h>
@@ -24,14 +24,14 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// A machine with so many processors, whose kernel takes any set.
+// A machine with the given number of processors, whose kernel accepts any set.
 void build_machine(kernel_double& kernel, long processors) {
     kernel.answer("sysconf", processors);
     kernel.answer("sched_setaffinity", 0);
 }
 
-// The processors of the only set that the kernel was asked for.
-std::vector<int> asked_processors(const kernel_double& kernel) {
+// The processors of the only request to the kernel.
+std::vector<int> requested_processors(const kernel_double& kernel) {
     const auto calls = kernel.calls("sched_setaffinity");
     EXPECT_THAT(calls, SizeIs(1));
     cpu_set_t set = {};
@@ -45,13 +45,13 @@ std::vector<int> asked_processors(const kernel_double& kernel) {
     return processors;
 }
 
-// Runs something on a thread of its own, so that the test's thread keeps its settings.
+// Runs an action on a thread of its own, so that the thread of the test keeps its settings.
 template <typename action>
 void on_another_thread(action act) {
     std::thread(act).join();
 }
 
-// The first processor that the test's own thread may run on.
+// The first processor that the thread of the test may run on.
 int allowed_processor() {
     cpu_set_t allowed = {};
     sched_getaffinity(0, sizeof allowed, &allowed);
@@ -68,7 +68,7 @@ TEST(ThreadAffinityMask, TheMasksProcessorsGoToTheKernelForTheCallingThread) {
     kernel_double kernel;
     build_machine(kernel, 4);
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0xd), NORV_STATUS_OK);
-    EXPECT_THAT(asked_processors(kernel), ElementsAre(0, 2, 3));
+    EXPECT_THAT(requested_processors(kernel), ElementsAre(0, 2, 3));
     const call made = kernel.calls("sched_setaffinity")[0];
     EXPECT_EQ(made.flags, 0);
     EXPECT_EQ(made.request, 128U);
@@ -78,10 +78,10 @@ TEST(ThreadAffinityMask, TheOnlyProcessorOfAMachineIsAccepted) {
     kernel_double kernel;
     build_machine(kernel, 1);
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_OK);
-    EXPECT_THAT(asked_processors(kernel), ElementsAre(0));
+    EXPECT_THAT(requested_processors(kernel), ElementsAre(0));
 }
 
-TEST(ThreadAffinityMask, AProcessorThatTheMachineDoesNotHaveIsRefusedWithoutAskingTheKernel) {
+TEST(ThreadAffinityMask, AMissingProcessorIsRefusedWithoutAskingTheKernel) {
     kernel_double kernel;
     build_machine(kernel, 1);
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x2), NORV_STATUS_INVALID_ARG);
@@ -102,21 +102,21 @@ TEST(ThreadAffinityMask, OnAMachineOf32ProcessorsAndMoreEveryBitIsAccepted) {
         kernel_double kernel;
         build_machine(kernel, processors);
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0xffffffff), NORV_STATUS_OK);
-        EXPECT_THAT(asked_processors(kernel), SizeIs(32));
+        EXPECT_THAT(requested_processors(kernel), SizeIs(32));
     }
 }
 
 TEST(ThreadAffinityMask, AnEmptyMaskGoesToTheKernelWhichRefusesIt) {
     const kernel_double kernel;
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0), norv_get_status_by_errno(EINVAL));
-    EXPECT_THAT(asked_processors(kernel), IsEmpty());
+    EXPECT_THAT(requested_processors(kernel), IsEmpty());
 }
 
-TEST(ThreadAffinityMask, OneProcessorIsACountToo) {
+TEST(ThreadAffinityMask, ACountOfOneIsAccepted) {
     kernel_double kernel;
     build_machine(kernel, 1);
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_OK);
-    EXPECT_THAT(asked_processors(kernel), ElementsAre(0));
+    EXPECT_THAT(requested_processors(kernel), ElementsAre(0));
 }
 
 TEST(ThreadAffinityMask, AFailureToCountTheProcessorsIsReported) {
@@ -126,19 +126,19 @@ TEST(ThreadAffinityMask, AFailureToCountTheProcessorsIsReported) {
     EXPECT_THAT(kernel.calls("sched_setaffinity"), IsEmpty());
 }
 
-TEST(ThreadAffinityMask, ACountBelowOneWithoutAnErrnoLeavesNoProcessorToName) {
+TEST(ThreadAffinityMask, ACountBelowOneWithoutAnErrnoAllowsNoProcessor) {
     for (const long processors : {0L, -1L}) {
         kernel_double kernel;
         build_machine(kernel, processors);
-        errno = EBUSY;  // left by something earlier
+        errno = EBUSY;  // left over from an earlier call
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0x1), NORV_STATUS_INVALID_ARG);
         EXPECT_THAT(kernel.calls("sched_setaffinity"), IsEmpty());
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0), NORV_STATUS_OK);
-        EXPECT_THAT(asked_processors(kernel), IsEmpty());
+        EXPECT_THAT(requested_processors(kernel), IsEmpty());
     }
 }
 
-TEST(ThreadAffinityMask, ACountThatFailsWithAnErrnoThatMapsToZeroLeavesNoProcessorToName) {
+TEST(ThreadAffinityMask, AFailedCountWhoseErrnoMapsToZeroAllowsNoProcessor) {
     kernel_double kernel;
     kernel.map_errno(EIO, 0);
     kernel.fail("sysconf", EIO);
@@ -158,18 +158,18 @@ TEST(ThreadAffinity, TheProcessorGoesToTheKernelForTheCallingThread) {
         kernel_double kernel;
         build_machine(kernel, 1);
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), NORV_STATUS_OK);
-        EXPECT_THAT(asked_processors(kernel), ElementsAre(processor));
+        EXPECT_THAT(requested_processors(kernel), ElementsAre(processor));
         const call made = kernel.calls("sched_setaffinity")[0];
         EXPECT_EQ(made.flags, 0);
         EXPECT_EQ(made.request, 128U);
     }
 }
 
-TEST(ThreadAffinity, AProcessorBeyondTheSetAsksForNoneAndTheKernelRefuses) {
+TEST(ThreadAffinity, AProcessorBeyondTheSetGivesAnEmptySet) {
     for (const int processor : {-1, 1024, INT32_MIN, INT32_MAX}) {
         const kernel_double kernel;
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), norv_get_status_by_errno(EINVAL));
-        EXPECT_THAT(asked_processors(kernel), IsEmpty());
+        EXPECT_THAT(requested_processors(kernel), IsEmpty());
     }
 }
 
@@ -189,7 +189,7 @@ TEST(ThreadAffinity, TheThreadThenRunsThere) {
 
 // ---- class and priority
 
-TEST(ThreadPriority, NormalIsTheOrdinaryClassAtItsHighestPriority) {
+TEST(ThreadPriority, NormalIsSchedOtherAtItsHighestPriority) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", 0);
     EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
@@ -200,7 +200,7 @@ TEST(ThreadPriority, NormalIsTheOrdinaryClassAtItsHighestPriority) {
     EXPECT_EQ(calls[0].request, static_cast<unsigned long>(sched_get_priority_max(SCHED_OTHER)));
 }
 
-TEST(ThreadPriority, RealTimeIsTheFifoClassAtItsHighestPriority) {
+TEST(ThreadPriority, RealTimeIsSchedFifoAtItsHighestPriority) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", 0);
     EXPECT_EQ(norv_linux_thread_set_realtime_priority(), NORV_STATUS_OK);
@@ -212,7 +212,7 @@ TEST(ThreadPriority, RealTimeIsTheFifoClassAtItsHighestPriority) {
 }
 
 // quirk 33
-TEST(ThreadPriority, ARefusalByAPositiveNumberReturnsZeroOnPurpose) {
+TEST(ThreadPriority, ARefusalByAPositiveNumberReturnsZero) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", EPERM);
     EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
@@ -227,7 +227,7 @@ TEST(ThreadPriority, ANegativeResultIsAFailure) {
     EXPECT_EQ(norv_linux_thread_set_realtime_priority(), norv_get_status_by_errno(EPERM));
 }
 
-TEST(ThreadPriority, AThreadSetToNormalIsOrdinary) {
+TEST(ThreadPriority, AThreadSetToNormalHasTheOrdinaryClass) {
     on_another_thread([] {
         EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
         EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
@@ -246,7 +246,7 @@ TEST(ThreadName, TheCallingThreadGetsTheName) {
 }
 
 // quirk 33
-TEST(ThreadName, ANameOf16CharactersIsNotSetAndReturnsZeroOnPurpose) {
+TEST(ThreadName, ANameOf16CharactersIsNotSetAndReturnsZero) {
     on_another_thread([] {
         norv_linux_thread_set_name("before");
         EXPECT_EQ(norv_linux_thread_set_name("sixteen letters."), NORV_STATUS_OK);

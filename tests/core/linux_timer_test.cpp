@@ -1,4 +1,4 @@
-// Interval timers: what the kernel is asked for, and how they expire.
+// Interval timers: the requests to the kernel, and how they expire.
 #include "norv_linux_timer.h"
 
 #include <fcntl.h>
@@ -54,7 +54,7 @@ bool is_armed(const itimerspec& setting) {
     return setting.it_value.tv_sec != 0 || setting.it_value.tv_nsec != 0;
 }
 
-// The only setting that the kernel got.
+// The only setting that was passed to the kernel.
 itimerspec sent_setting(const kernel_double& kernel) {
     const auto calls = kernel.calls("timerfd_settime");
     EXPECT_THAT(calls, SizeIs(1));
@@ -67,7 +67,7 @@ itimerspec sent_setting(const kernel_double& kernel) {
 
 // ---- open and close
 
-TEST(IntervalTimer, AnOpenedTimerDoesNotBlockIsNotInheritedByProgramsAndIsNotArmed) {
+TEST(IntervalTimer, ANewTimerIsNonBlockingNotInheritedAndNotArmed) {
     const open_timer timer;
     ASSERT_GT(timer.handle.descriptor, 0);
     EXPECT_NE(fcntl(timer.handle.descriptor, F_GETFL) & O_NONBLOCK, 0);
@@ -92,7 +92,7 @@ TEST(IntervalTimer, AFailedOpenWhoseErrnoMapsToZeroCountsAsSuccess) {
     EXPECT_EQ(timer.descriptor, -1);
 }
 
-TEST(IntervalTimer, ClosingMarksTheTimerClosedAndASecondCloseClosesNothing) {
+TEST(IntervalTimer, ASecondCloseClosesNothing) {
     const kernel_double kernel;
     norv_linux_timer_t timer = {};
     norv_linux_timer_open(&timer);
@@ -118,7 +118,7 @@ TEST(IntervalTimer, ANullTimerIsAnInvalidArgumentAndCloseAcceptsIt) {
 
 // ---- the time
 
-TEST(IntervalTimer, TheTimeIsTheMonotonicClocksInTicksOf100Nanoseconds) {
+TEST(IntervalTimer, TheTimeIsThatOfTheMonotonicClockIn100Nanoseconds) {
     kernel_double kernel;
     kernel.set_clock(3, 799);
     EXPECT_EQ(now(), 30000007U);
@@ -141,7 +141,7 @@ TEST(IntervalTimer, GettingTheTimeWithANullOutputReturnsZero) {
     EXPECT_EQ(norv_linux_timer_get_time(nullptr, nullptr), NORV_STATUS_OK);
 }
 
-TEST(IntervalTimer, AClockFailureIsReportedAndLeavesTheOutputAlone) {
+TEST(IntervalTimer, AClockFailureLeavesTheOutputUnchanged) {
     kernel_double kernel;
     uint64_t ticks = 42;
     kernel.fail("clock_gettime", EPERM);
@@ -181,7 +181,7 @@ TEST(IntervalTimer, APeriodWithTimeZeroStartsOnePeriodFromNow) {
     EXPECT_EQ(sent.it_interval.tv_nsec, 500000000);
 }
 
-TEST(IntervalTimer, TenMillionTicksFromTimeZeroFireOneSecondFromNowAndEverySecondAfter) {
+TEST(IntervalTimer, TenMillionTicksArePeriodsOfOneSecondFromNow) {
     open_timer timer;
     EXPECT_EQ(norv_linux_timer_set_alarm_time(&timer.handle, 0, 10000000), NORV_STATUS_OK);
     const itimerspec setting = timer.setting();
@@ -210,7 +210,7 @@ TEST(IntervalTimer, ATimeThatHasPassedFiresAtOnce) {
     EXPECT_TRUE(timer.expires_within(0));
 }
 
-TEST(IntervalTimer, TimeZeroWithoutAPeriodDisarmsAndForgetsWhatCame) {
+TEST(IntervalTimer, TimeZeroWithoutAPeriodDisarmsAndClearsExpiries) {
     open_timer timer;
     norv_linux_timer_set_alarm_time(&timer.handle, 1, ticks_per_second);
     ASSERT_TRUE(timer.expires_within(0));
@@ -219,7 +219,7 @@ TEST(IntervalTimer, TimeZeroWithoutAPeriodDisarmsAndForgetsWhatCame) {
     EXPECT_FALSE(timer.expires_within(0));
 }
 
-TEST(IntervalTimer, WithoutAPeriodTheClockIsNotAsked) {
+TEST(IntervalTimer, WithoutAPeriodTheClockIsNotRead) {
     kernel_double kernel;
     open_timer timer;
     kernel.fail("clock_gettime", EPERM);
@@ -244,13 +244,13 @@ TEST(IntervalTimer, AnAlarmOfAClosedTimerReportsTheKernelsStatus) {
 // ---- expiries
 
 // quirk 32
-TEST(IntervalTimer, ClearingTheEventOfATimerThatHasNotExpiredReturnsMinusOneAtOnce) {
+TEST(IntervalTimer, ClearingATimerThatHasNotExpiredReturnsMinusOne) {
     open_timer timer;
     EXPECT_EQ(norv_linux_timer_clear_event(&timer.handle), -1);
     EXPECT_EQ(errno, EAGAIN);
 }
 
-TEST(IntervalTimer, ClearingTakesAllExpiriesAtOnce) {
+TEST(IntervalTimer, ClearingClearsAllExpiriesAtOnce) {
     open_timer timer;
     norv_linux_timer_set_alarm_time(&timer.handle, 1, ticks_per_second);  // many periods have passed since
     ASSERT_TRUE(timer.expires_within(0));
@@ -258,9 +258,9 @@ TEST(IntervalTimer, ClearingTakesAllExpiriesAtOnce) {
     EXPECT_EQ(norv_linux_timer_clear_event(&timer.handle), -1);
 }
 
-// ---- the manager record
+// ---- the manager
 
-TEST(TimerManager, TheRecordStartsWithTwoZeroWordsAndHasAllOperations) {
+TEST(TimerManager, OpeningFillsInTheOperationsAfterTwoZeroWords) {
     const kernel_double kernel;
     open_timer timer;
     norv_linux_timer_mgr_t manager;
@@ -388,7 +388,7 @@ uint32_t clear_an_expired_timer() {
     return norv_linux_timer_clear_event(&timer.handle) == 8 ? 0U : 1U;
 }
 
-TEST(IntervalTimerSweep, AFailedReadOfTheExpiriesIsReturnedAsTheReadReturnedIt) {
+TEST(IntervalTimerSweep, AFailedReadOfTheExpiriesIsReturned) {
     kernel_double kernel;
     kernel.fail("read", EINTR);
     EXPECT_EQ(clear_an_expired_timer(), 1U);

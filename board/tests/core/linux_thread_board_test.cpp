@@ -1,4 +1,4 @@
-// Thread control on a real scheduler, on a machine of two processors, with privilege and without.
+// Thread control on a real scheduler with two processors, with and without privilege.
 #include "norv_linux_thread.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ TEST(ThreadOnBoard, AThreadRunsOnTheProcessorsOfItsMask) {
     on_another_thread([] {
         ASSERT_EQ(allowed_mask(), 0x3U);
         for (const uint32_t mask : {0x1U, 0x2U, 0x3U}) {
-            EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(mask), 0U);
+            EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(mask), NORV_STATUS_OK);
             EXPECT_EQ(allowed_mask(), mask);
             EXPECT_NE(1U << sched_getcpu() & mask, 0U);
         }
@@ -73,32 +73,32 @@ TEST(ThreadOnBoard, TheKernelRefusesAnEmptySet) {
 TEST(ThreadOnBoard, AThreadRunsOnOneProcessor) {
     on_another_thread([] {
         for (const int processor : {1, 0, 1}) {
-            EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), 0U);
+            EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), NORV_STATUS_OK);
             EXPECT_EQ(sched_getcpu(), processor);
         }
     });
 }
 
 TEST(ThreadOnBoard, OnlyTheCallingThreadIsMoved) {
-    on_another_thread([] { EXPECT_EQ(norv_linux_thread_set_cpu_affinity(1), 0U); });
+    on_another_thread([] { EXPECT_EQ(norv_linux_thread_set_cpu_affinity(1), NORV_STATUS_OK); });
     EXPECT_EQ(allowed_mask(), 0x3U);
 }
 
-TEST(ThreadOnBoard, WithThePrivilegeRealTimeIsFifoAtPriority99AndNormalIsOrdinaryAgain) {
+TEST(ThreadOnBoard, WithPrivilegeRealTimeIsFifoAtPriority99) {
     ASSERT_EQ(geteuid(), 0U);
     on_another_thread([] {
-        EXPECT_EQ(norv_linux_thread_set_realtime_priority(), 0U);
+        EXPECT_EQ(norv_linux_thread_set_realtime_priority(), NORV_STATUS_OK);
         EXPECT_EQ(sched_getscheduler(0), SCHED_FIFO);
         EXPECT_EQ(current().policy, SCHED_FIFO);
         EXPECT_EQ(current().parameters.sched_priority, 99);
-        EXPECT_EQ(norv_linux_thread_set_normal_priority(), 0U);
+        EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
         EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
         EXPECT_EQ(current().parameters.sched_priority, 0);
     });
     EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
 }
 
-// Runs as an ordinary user, in a process of its own; 0 when all is as it must be, else where it was not.
+// Runs as an ordinary user, in a process of its own. Returns 0, or the number of the step that failed.
 int without_privilege() {
     if (setresuid(nobody, nobody, nobody) != 0) {
         return 1;
@@ -112,7 +112,7 @@ int without_privilege() {
     return norv_linux_thread_set_normal_priority() == 0 ? 0 : 4;
 }
 
-TEST(ThreadOnBoard, WithoutThePrivilegeRealTimeReturnsZeroAndChangesNothingOnPurpose) {
+TEST(ThreadOnBoard, WithoutPrivilegeRealTimeReturnsZeroAndChangesNothing) {
     const pid_t child = fork();
     ASSERT_NE(child, -1);
     if (child == 0) {
@@ -126,8 +126,8 @@ TEST(ThreadOnBoard, WithoutThePrivilegeRealTimeReturnsZeroAndChangesNothingOnPur
 
 TEST(ThreadOnBoard, TheKernelShowsTheName) {
     on_another_thread([] {
-        EXPECT_EQ(norv_linux_thread_set_name("norv control"), 0U);
-        EXPECT_EQ(norv_linux_thread_set_name("longer than the kernel takes"), 0U);
+        EXPECT_EQ(norv_linux_thread_set_name("norv control"), NORV_STATUS_OK);
+        EXPECT_EQ(norv_linux_thread_set_name("longer than the kernel takes"), NORV_STATUS_OK);
         char name[16] = {};
         pthread_getname_np(pthread_self(), name, sizeof name);
         EXPECT_STREQ(name, "norv control");
