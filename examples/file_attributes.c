@@ -1,10 +1,10 @@
 /*
- * Reads attributes of a network interface, changes one and changes it back, and leaves a marker
- * file in place for as long as that takes.
+ * Reads attributes of a network interface, changes one and restores it, with a marker file in place
+ * meanwhile.
  *
  *     file_attributes [INTERFACE]      default: lo
  *
- * Changing needs the right to write to sysfs; without it the program tells so and reads only.
+ * Changing needs permission to write to sysfs; without it, the program says so and only reads.
  */
 #include <fcntl.h>
 #include <stdio.h>
@@ -34,7 +34,7 @@ static void read_attribute(const char* interface, const char* name, char* text, 
     printf("  %-13s %s\n", name, text);
 }
 
-/* Writes one attribute through a descriptor; a text goes out with its terminating NUL. */
+/* Writes one attribute through a descriptor; the terminating NUL of a text is written too. */
 static void write_queue_length(const char* interface, uint32_t packets) {
     int32_t descriptor = -1;
     must("open tx_queue_len",
@@ -43,7 +43,7 @@ static void write_queue_length(const char* interface, uint32_t packets) {
     close(descriptor);
 }
 
-/* Somebody who finds the mark knows that the interface is not as it should be. */
+/* The mark shows that the interface is not in its normal state. */
 static void change_and_restore(const char* interface, uint32_t before) {
     char text[32];
     must("set the mark", norv_file_mark(MARK, interface));

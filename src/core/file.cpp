@@ -18,9 +18,9 @@ using norv::scoped_descriptor;
 using norv::status_of;
 
 constexpr uint32_t path_size = 256;
-constexpr uint32_t page_size = 4096;  // no attribute takes more
+constexpr uint32_t page_size = 4096;  // the most that an attribute takes
 
-// A path in its buffer; cut silently when it is longer.
+// A formatted path. quirk 6: truncated silently if it does not fit.
 class formatted_path {
   public:
     formatted_path(const char* format, va_list values)
@@ -34,12 +34,12 @@ class formatted_path {
     bool valid_;
 };
 
-int64_t move(int32_t descriptor, void* buffer, size_t length, bool write) {
+int64_t read_or_write(int32_t descriptor, void* buffer, size_t length, bool write) {
     return write ? ::write(descriptor, buffer, length) : ::read(descriptor, buffer, length);
 }
 
-// Opens, moves once, closes.
-uint32_t move_device(uint32_t flags, void* buffer, uint32_t* length, const char* format, va_list values) {
+// Opens a file, transfers once, and closes it.
+uint32_t transfer_device(uint32_t flags, void* buffer, uint32_t* length, const char* format, va_list values) {
     scoped_descriptor file;
     if (length == nullptr) {
         return NORV_STATUS_INVALID_ARG;
@@ -51,7 +51,7 @@ uint32_t move_device(uint32_t flags, void* buffer, uint32_t* length, const char*
     return norv_iorw_nonblock(file.get(), buffer, length, (flags & O_ACCMODE) == O_WRONLY);
 }
 
-// Writes a text that is longer than a page, which may be more than a thread's stack has left.
+// Writes a text that is longer than a page and may not fit the stack of a thread.
 uint32_t write_long_text(int32_t descriptor, size_t size, const char* format, va_list values) {
     const norv::scoped_memory memory(norv_zalloc(size));
     auto* text = static_cast<char*>(memory.get());
@@ -62,7 +62,7 @@ uint32_t write_long_text(int32_t descriptor, size_t size, const char* format, va
     return status_of(write(descriptor, text, size));
 }
 
-// A buffer on its way through a descriptor.
+// The transfer of a whole buffer.
 class transfer {
   public:
     transfer(int32_t descriptor, void* buffer, uint32_t length, bool write)
@@ -71,7 +71,7 @@ class transfer {
     bool complete() const { return done_ >= total_; }
     uint32_t done() const { return static_cast<uint32_t>(done_); }
 
-    // Waits until something can be moved, and moves it.
+    // Waits until the descriptor is ready, and reads or writes once.
     uint32_t step(int32_t poll_timeout) {
         const auto events = static_cast<int16_t>(write_ ? POLLOUT : POLLIN);
         int64_t result = norv::poll_once(descriptor_, events, poll_timeout);
@@ -79,10 +79,10 @@ class transfer {
             return NORV_STATUS_TIMEOUT;
         }
         if (result > 0) {
-            result = move(descriptor_, buffer_ + done_, total_ - done_, write_);
+            result = read_or_write(descriptor_, buffer_ + done_, total_ - done_, write_);
         }
         const uint32_t status = status_of(result);
-        // An errno that maps to 0 moved nothing either.
+        // quirk 1: a failure whose errno maps to 0 transfers nothing. quirk 8: nor does the end of a file.
         if (status == NORV_STATUS_OK && result > 0) {
             done_ += static_cast<size_t>(result);
         }
@@ -127,7 +127,7 @@ uint32_t norv_open_device(uint32_t flags, int32_t* descriptor, const char* forma
 uint32_t norv_read_device(void* buffer, uint32_t* length, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const uint32_t status = move_device(O_RDONLY | O_CLOEXEC, buffer, length, format, values);
+    const uint32_t status = transfer_device(O_RDONLY | O_CLOEXEC, buffer, length, format, values);
     va_end(values);
     return status;
 }
@@ -136,7 +136,7 @@ uint32_t norv_write_device(const void* buffer, uint32_t* length, const char* for
     va_list values;
     va_start(values, format);
     const uint32_t status =
-        move_device(O_WRONLY | O_CLOEXEC, const_cast<void*>(buffer), length, format, values);
+        transfer_device(O_WRONLY | O_CLOEXEC, const_cast<void*>(buffer), length, format, values);
     va_end(values);
     return status;
 }
@@ -150,10 +150,9 @@ uint32_t norv_write_string_va(int32_t descriptor, uint32_t maximum, const char* 
     va_copy(values_again, values);
     const int length = vsnprintf(text, sizeof text, format, values);
     uint32_t status = NORV_STATUS_INVALID_ARG;
-    // A text that does not fit the maximum is not written: its whole length would reach past a buffer of that
-    // size.
+    // A text that does not fit the maximum is not written: its length exceeds a buffer of that size.
     if (length >= 0 && static_cast<uint32_t>(length) < maximum) {
-        const size_t size = static_cast<size_t>(length) + 1;
+        const size_t size = static_cast<size_t>(length) + 1;  // quirk 7: with the NUL
         status = size <= sizeof text ? status_of(write(descriptor, text, size))
                                      : write_long_text(descriptor, size, format, values_again);
     }
@@ -173,7 +172,7 @@ uint32_t norv_iorw_nonblock(int32_t descriptor, void* buffer, uint32_t* length, 
     if (length == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const int64_t count = move(descriptor, buffer, *length, write);
+    const int64_t count = read_or_write(descriptor, buffer, *length, write);
     if (count < 0) {
         return norv::errno_status();
     }
@@ -189,7 +188,7 @@ uint32_t norv_iorw_block(int32_t descriptor, void* buffer, uint32_t* length, boo
     while (!moving.complete()) {
         const uint32_t status = moving.step(-1);
         if (ends_transfer(status)) {
-            return status;
+            return status;  // quirk 9: the length is left unchanged
         }
     }
     *length = moving.done();
@@ -204,11 +203,11 @@ uint32_t norv_iorw_timeout(int32_t descriptor, void* buffer, uint32_t* length, i
     transfer moving(descriptor, buffer, *length, write);
     uint32_t status = NORV_STATUS_OK;
     while (!moving.complete() && !ends_transfer(status)) {
-        // One budget for the whole call: each step gets what is left of it.
+        // One limit for the whole call: each step gets the rest of it.
         const int64_t left = timeout - static_cast<int64_t>(norv_time_get_ms() - start);
         status = left < 1 ? NORV_STATUS_TIMEOUT : moving.step(static_cast<int32_t>(left));
     }
-    *length = moving.done();
+    *length = moving.done();  // quirk 9: even after a failure
     return status;
 }
 
@@ -229,7 +228,7 @@ uint32_t norv_file_mark(const char* format, ...) {
         return NORV_STATUS_INVALID_ARG;
     }
     scoped_descriptor file;
-    // The path is the format of this second call on purpose: a '%' left in it is expanded again.
+    // quirk 10: the path is the format of this second call, which expands a '%' in it again.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
     return norv_open_device(O_RDWR | O_CREAT | O_SYNC, file.out(), path.text());

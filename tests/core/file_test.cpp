@@ -25,7 +25,7 @@
 
 namespace {
 
-// What the next readings of the clock return; then the real time.
+// What the next readings of the clock return; after that, the real time.
 std::deque<uint64_t> clock_readings;
 
 }  // namespace
@@ -52,17 +52,17 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// A wide character that has no form in the C locale: formatting it fails.
+// A wide character that the C locale cannot represent: formatting it fails.
 const wchar_t unprintable[] = {0x20AC, 0};
 
-// A device that takes and gives at most three bytes at a time.
+// A device that transfers at most three bytes at a time.
 class slow_device : public device {
   public:
     std::string received;
     std::string content = "abcdefgh";
     std::vector<std::pair<short, int>> polls;
-    std::deque<long> poll_answers;  // used up first; then always ready
-    std::deque<long> answers;       // of reads and writes
+    std::deque<long> poll_answers;  // consumed first; after that, always ready
+    std::deque<long> answers;       // for reads and writes
     std::function<void()> on_poll = [] {};
 
     long read(void* buffer, size_t size, off_t offset) override {
@@ -102,12 +102,12 @@ class File : public testing::Test {
     kernel_double kernel;
 };
 
-// A slow device, opened.
+// An open slow device.
 class Transfer : public File {
   protected:
     Transfer() {
         kernel.add_device("/dev/slow", device_);
-        EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/slow"), 0U);
+        EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/slow"), NORV_STATUS_OK);
     }
     ~Transfer() override { close(descriptor); }
 
@@ -121,7 +121,7 @@ class Transfer : public File {
 TEST_F(File, OpensTheFormattedPathWithTheGivenFlags) {
     kernel.add_file("/dev/port7");
     int32_t descriptor = -1;
-    EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/%s%d", "port", 7), 0U);
+    EXPECT_EQ(norv_open_device(O_RDWR | O_CLOEXEC, &descriptor, "/dev/%s%d", "port", 7), NORV_STATUS_OK);
     EXPECT_GT(descriptor, 0);
     EXPECT_THAT(kernel.open_flags("/dev/port7"), ElementsAre(O_RDWR | O_CLOEXEC));
     close(descriptor);
@@ -129,7 +129,7 @@ TEST_F(File, OpensTheFormattedPathWithTheGivenFlags) {
 
 TEST_F(File, CreatesFilesForTheOwnerOnly) {
     int32_t descriptor = -1;
-    ASSERT_EQ(norv_open_device(O_RDWR | O_CREAT, &descriptor, "/dev/new"), 0U);
+    ASSERT_EQ(norv_open_device(O_RDWR | O_CREAT, &descriptor, "/dev/new"), NORV_STATUS_OK);
     struct stat found {};
     fstat(descriptor, &found);
     EXPECT_EQ(found.st_mode & 0777, 0600U);
@@ -163,11 +163,11 @@ TEST_F(File, ANullFormatOrDescriptorIsAnInvalidArgument) {
 }
 
 // quirk 6
-TEST_F(File, APathLongerThan255CharactersIsCutSilently) {
+TEST_F(File, APathLongerThan255CharactersIsTruncatedSilently) {
     const std::string cut = "/dev/" + std::string(250, 'x');
     kernel.add_file(cut);
     int32_t descriptor = -1;
-    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "%sYYY", cut.c_str()), 0U);
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "%sYYY", cut.c_str()), NORV_STATUS_OK);
     EXPECT_THAT(kernel.open_flags(cut), SizeIs(1));
     close(descriptor);
 }
@@ -176,17 +176,17 @@ TEST_F(File, APathLongerThan255CharactersIsCutSilently) {
 TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedOpenCountAsSuccess) {
     kernel.map_errno(ENOENT, 0);
     int32_t descriptor = 5;
-    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/missing"), 0U);
+    EXPECT_EQ(norv_open_device(O_RDONLY, &descriptor, "/dev/missing"), NORV_STATUS_OK);
     EXPECT_EQ(descriptor, -1);
 }
 
 // ---- single reads and writes
 
-TEST_F(File, ReadsOnceAndTellsTheCount) {
+TEST_F(File, ReadsOnceAndReturnsTheCount) {
     kernel.add_file("/sys/class/net/eth0/mtu", "1500\n");
     char text[16] = {};
     uint32_t length = sizeof text;
-    EXPECT_EQ(norv_read_device(text, &length, "/sys/class/net/%s/mtu", "eth0"), 0U);
+    EXPECT_EQ(norv_read_device(text, &length, "/sys/class/net/%s/mtu", "eth0"), NORV_STATUS_OK);
     EXPECT_EQ(length, 5U);
     EXPECT_STREQ(text, "1500\n");
     EXPECT_THAT(kernel.open_flags("/sys/class/net/eth0/mtu"), ElementsAre(O_RDONLY | O_CLOEXEC));
@@ -197,7 +197,7 @@ TEST_F(File, CountsHave32Bits) {
     kernel.add_file("/dev/long", std::string(65537, 'x'));
     std::string text(70000, '-');
     auto length = static_cast<uint32_t>(text.size());
-    EXPECT_EQ(norv_read_device(text.data(), &length, "/dev/long"), 0U);
+    EXPECT_EQ(norv_read_device(text.data(), &length, "/dev/long"), NORV_STATUS_OK);
     EXPECT_EQ(length, 65537U);
 }
 
@@ -205,7 +205,7 @@ TEST_F(File, AShortReadIsASuccess) {
     kernel.add_device("/dev/slow", std::make_shared<slow_device>());
     char text[16] = {};
     uint32_t length = 8;
-    EXPECT_EQ(norv_read_device(text, &length, "/dev/slow"), 0U);
+    EXPECT_EQ(norv_read_device(text, &length, "/dev/slow"), NORV_STATUS_OK);
     EXPECT_EQ(length, 3U);
 }
 
@@ -218,17 +218,17 @@ TEST_F(File, AFailedReadLeavesTheLength) {
     EXPECT_EQ(length, 4U);
 }
 
-TEST_F(File, ReadingAMissingFileGivesTheStatusOfTheOpenAndLeavesTheLength) {
+TEST_F(File, ReadingAMissingFileGivesTheStatusOfTheOpen) {
     char text[4] = {};
     uint32_t length = 4;
     EXPECT_EQ(norv_read_device(text, &length, "/sys/missing"), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(length, 4U);
 }
 
-TEST_F(File, WritesOnceAndTellsTheCount) {
+TEST_F(File, WritesOnceAndReturnsTheCount) {
     kernel.add_file("/sys/class/leds/red/brightness");
     uint32_t length = 4;
-    EXPECT_EQ(norv_write_device("255", &length, "/sys/class/leds/%s/brightness", "red"), 0U);
+    EXPECT_EQ(norv_write_device("255", &length, "/sys/class/leds/%s/brightness", "red"), NORV_STATUS_OK);
     EXPECT_EQ(length, 4U);
     EXPECT_THAT(kernel.writes("/sys/class/leds/red/brightness"), ElementsAre("255\0"s));
     EXPECT_THAT(kernel.open_flags("/sys/class/leds/red/brightness"), ElementsAre(O_WRONLY | O_CLOEXEC));
@@ -237,7 +237,7 @@ TEST_F(File, WritesOnceAndTellsTheCount) {
 TEST_F(File, AShortWriteIsASuccess) {
     kernel.add_device("/dev/slow", std::make_shared<slow_device>());
     uint32_t length = 8;
-    EXPECT_EQ(norv_write_device("12345678", &length, "/dev/slow"), 0U);
+    EXPECT_EQ(norv_write_device("12345678", &length, "/dev/slow"), NORV_STATUS_OK);
     EXPECT_EQ(length, 3U);
 }
 
@@ -268,23 +268,23 @@ TEST_F(File, ADevicePathThatCannotBeFormattedIsAnInvalidArgument) {
 
 // quirk 7
 TEST_F(Transfer, AOneIsWrittenAsTwoBytes) {
-    EXPECT_EQ(norv_write_string(descriptor, 2, "1"), 0U);
+    EXPECT_EQ(norv_write_string(descriptor, 2, "1"), NORV_STATUS_OK);
     EXPECT_EQ(device_->received, "1\0"s);
 }
 
 TEST_F(Transfer, FormattedTextIsWrittenWithItsNulInOneWrite) {
-    EXPECT_EQ(norv_write_string(descriptor, 12, "%s%d", "a", 7), 0U);
+    EXPECT_EQ(norv_write_string(descriptor, 12, "%s%d", "a", 7), NORV_STATUS_OK);
     EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("a7\0"s));
 }
 
 TEST_F(Transfer, AnEmptyTextIsItsNul) {
-    EXPECT_EQ(norv_write_string(descriptor, 1, "%s", ""), 0U);
+    EXPECT_EQ(norv_write_string(descriptor, 1, "%s", ""), NORV_STATUS_OK);
     EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre("\0"s));
 }
 
 // quirk 7
 TEST_F(Transfer, AShortWriteOfATextIsASuccess) {
-    EXPECT_EQ(norv_write_string(descriptor, 12, "%s", "longer"), 0U);
+    EXPECT_EQ(norv_write_string(descriptor, 12, "%s", "longer"), NORV_STATUS_OK);
     EXPECT_EQ(device_->received, "lon");
 }
 
@@ -299,7 +299,8 @@ TEST_F(Transfer, ATextThatDoesNotFitIsRefusedAndNothingIsWritten) {
 TEST_F(Transfer, ATextLongerThanAPageIsWrittenInOneWrite) {
     for (const int length : {4095, 4096, 5000, 100000}) {
         kernel.forget_calls();
-        EXPECT_EQ(norv_write_string(descriptor, static_cast<uint32_t>(length) + 1, "%*s", length, "end"), 0U);
+        EXPECT_EQ(norv_write_string(descriptor, static_cast<uint32_t>(length) + 1, "%*s", length, "end"),
+                  NORV_STATUS_OK);
         const std::string text = std::string(static_cast<size_t>(length) - 3, ' ') + "end\0"s;
         EXPECT_THAT(kernel.writes("/dev/slow"), ElementsAre(text));
     }
@@ -307,7 +308,7 @@ TEST_F(Transfer, ATextLongerThanAPageIsWrittenInOneWrite) {
 
 TEST_F(Transfer, ATextLongerThanAPageNeedsMemory) {
     kernel.fail("norv_zalloc", ENOMEM);
-    EXPECT_EQ(norv_write_string(descriptor, 5000, "%4095d", 1), 0U);
+    EXPECT_EQ(norv_write_string(descriptor, 5000, "%4095d", 1), NORV_STATUS_OK);
     kernel.forget_calls();
     EXPECT_EQ(norv_write_string(descriptor, 5000, "%4096d", 1), NORV_STATUS_NO_MEMORY);
     EXPECT_THAT(kernel.writes("/dev/slow"), IsEmpty());
@@ -316,12 +317,12 @@ TEST_F(Transfer, ATextLongerThanAPageNeedsMemory) {
 // Runs on a thread with a stack of 256 KiB.
 void* write_with_huge_maximum(void* descriptor) {
     const auto slow = *static_cast<const int32_t*>(descriptor);
-    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "1"), 0U);
-    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "%1000000d", 1), 0U);
+    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "1"), NORV_STATUS_OK);
+    EXPECT_EQ(norv_write_string(slow, UINT32_MAX, "%1000000d", 1), NORV_STATUS_OK);
     return nullptr;
 }
 
-TEST_F(Transfer, AHugeMaximumTakesNoStack) {
+TEST_F(Transfer, AHugeMaximumNeedsNoStack) {
     pthread_attr_t small_stack;
     pthread_t thread = {};
     ASSERT_EQ(pthread_attr_init(&small_stack), 0);
@@ -345,15 +346,15 @@ TEST_F(Transfer, AFailedTextWriteGivesTheErrnoStatus) {
 
 // ---- one transfer without waiting
 
-TEST_F(Transfer, NonBlockingMovesOnceInTheAskedDirection) {
+TEST_F(Transfer, NonBlockingTransfersOnceInTheRequestedDirection) {
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 3U);
     EXPECT_STREQ(buffer, "abc");
 
     char text[] = "xyz!";
     length = 4;
-    EXPECT_EQ(norv_iorw_nonblock(descriptor, text, &length, true), 0U);
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, text, &length, true), NORV_STATUS_OK);
     EXPECT_EQ(length, 3U);
     EXPECT_EQ(device_->received, "xyz");
     EXPECT_THAT(device_->polls, IsEmpty());
@@ -370,7 +371,7 @@ TEST_F(Transfer, ANonBlockingFailureWhoseErrnoMapsToZeroLeavesTheLengthToo) {
     kernel.map_errno(EIO, 0);
     device_->answers = {-EIO};
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_nonblock(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 8U);
 }
 
@@ -378,7 +379,7 @@ TEST_F(Transfer, ANonBlockingFailureWhoseErrnoMapsToZeroLeavesTheLengthToo) {
 
 TEST_F(Transfer, BlockingReadsEverythingPieceByPiece) {
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 8U);
     EXPECT_STREQ(buffer, "abcdefgh");
     EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLIN, -1)));
@@ -387,7 +388,7 @@ TEST_F(Transfer, BlockingReadsEverythingPieceByPiece) {
 TEST_F(Transfer, BlockingWritesEverythingPieceByPiece) {
     char text[] = "12345678";
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_block(descriptor, text, &length, true), 0U);
+    EXPECT_EQ(norv_iorw_block(descriptor, text, &length, true), NORV_STATUS_OK);
     EXPECT_EQ(length, 8U);
     EXPECT_EQ(device_->received, "12345678");
     EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLOUT, -1)));
@@ -395,22 +396,22 @@ TEST_F(Transfer, BlockingWritesEverythingPieceByPiece) {
 
 TEST_F(Transfer, BlockingNothingReturnsAtOnce) {
     uint32_t length = 0;
-    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 0U);
     EXPECT_THAT(device_->polls, IsEmpty());
 }
 
-TEST_F(Transfer, BlockingTriesTransientConditionsAgain) {
+TEST_F(Transfer, BlockingRetriesTransientFailures) {
     device_->answers = {-EAGAIN, -EINTR};
     device_->poll_answers = {-EINTR};
     uint32_t length = 3;
-    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_STREQ(buffer, "abc");
     EXPECT_THAT(device_->polls, SizeIs(4));
 }
 
 // quirk 9
-TEST_F(Transfer, ABlockingFailureEndsTheCallAndLeavesTheLengthAsItWas) {
+TEST_F(Transfer, ABlockingFailureLeavesTheLengthUnchanged) {
     device_->answers = {1, -EIO};
     uint32_t length = 8;
     EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), errno_status(EIO));
@@ -424,18 +425,18 @@ TEST_F(Transfer, AFailingPollEndsABlockingTransfer) {
     EXPECT_EQ(length, 8U);
 }
 
-TEST_F(Transfer, AFailureWhoseErrnoMapsToZeroMovesNothingAndCarriesOn) {
+TEST_F(Transfer, AFailureWhoseErrnoMapsToZeroTransfersNothing) {
     kernel.map_errno(EIO, 0);
     device_->answers = {1, -EIO};
     device_->poll_answers = {POLLIN, POLLIN, -EIO};
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), 0U);
+    EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 8U);
     EXPECT_STREQ(buffer, "abcdefgh");
 }
 
 // quirk 8
-TEST_F(Transfer, TheEndOfAFileIsNotDetectedAndKeepsABlockingReadPolling) {
+TEST_F(Transfer, TheEndOfAFileKeepsABlockingReadPolling) {
     device_->answers = {0, 0, 0, -EPIPE};
     uint32_t length = 8;
     EXPECT_EQ(norv_iorw_block(descriptor, buffer, &length, false), errno_status(EPIPE));
@@ -444,16 +445,16 @@ TEST_F(Transfer, TheEndOfAFileIsNotDetectedAndKeepsABlockingReadPolling) {
 
 // ---- transfer within a time limit
 
-TEST_F(Transfer, WithinTheLimitEverythingIsMoved) {
+TEST_F(Transfer, WithinTheLimitEverythingIsTransferred) {
     char text[] = "12345678";
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, text, &length, 60000, true), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, text, &length, 60000, true), NORV_STATUS_OK);
     EXPECT_EQ(length, 8U);
     EXPECT_EQ(device_->received, "12345678");
 }
 
 // Three bytes arrive every 300 ms.
-TEST_F(Transfer, EachStepOfATimeLimitedTransferGetsWhatIsLeftOfTheLimit) {
+TEST_F(Transfer, EachStepGetsTheRestOfTheLimit) {
     long milliseconds = 0;
     kernel.set_clock(1, 0);
     device_->on_poll = [&] {
@@ -461,31 +462,31 @@ TEST_F(Transfer, EachStepOfATimeLimitedTransferGetsWhatIsLeftOfTheLimit) {
         kernel.set_clock(1, milliseconds * 1000000);
     };
     uint32_t length = 8;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_OK);
     EXPECT_THAT(device_->polls,
                 ElementsAre(std::pair<short, int>(POLLIN, 800), std::pair<short, int>(POLLIN, 500),
                             std::pair<short, int>(POLLIN, 200)));
 }
 
-TEST_F(Transfer, TheFirstStepGetsWhatIsLeftOfTheLimitToo) {
+TEST_F(Transfer, TheFirstStepGetsTheRestOfTheLimitToo) {
     clock_readings = {1000, 1003};
     uint32_t length = 3;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_OK);
     EXPECT_THAT(device_->polls, ElementsAre(std::pair<short, int>(POLLIN, 797)));
     EXPECT_THAT(clock_readings, IsEmpty());
 }
 
-TEST_F(Transfer, TheLastMillisecondOfALimitIsStillWaitedFor) {
+TEST_F(Transfer, TheLastMillisecondOfTheLimitIsWaitedFor) {
     clock_readings = {1000, 1000};
     uint32_t length = 3;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 1, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 1, false), NORV_STATUS_OK);
     clock_readings = {1000, 1799};
     length = 3;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_OK);
     EXPECT_THAT(device_->polls, testing::Each(std::pair<short, int>(POLLIN, 1)));
 }
 
-TEST_F(Transfer, ALimitThatIsUsedUpBeforeTheFirstStepIsATimeOut) {
+TEST_F(Transfer, ALimitReachedBeforeTheFirstStepIsATimeout) {
     clock_readings = {1000, 1800};
     uint32_t length = 8;
     EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 800, false), NORV_STATUS_TIMEOUT);
@@ -493,7 +494,7 @@ TEST_F(Transfer, ALimitThatIsUsedUpBeforeTheFirstStepIsATimeOut) {
     EXPECT_THAT(device_->polls, IsEmpty());
 }
 
-TEST_F(Transfer, ALimitThatIsUsedUpBetweenTwoStepsIsATimeOut) {
+TEST_F(Transfer, ALimitReachedBetweenTwoStepsIsATimeout) {
     long milliseconds = 0;
     kernel.set_clock(1, 0);
     device_->on_poll = [&] {
@@ -506,7 +507,7 @@ TEST_F(Transfer, ALimitThatIsUsedUpBetweenTwoStepsIsATimeOut) {
     EXPECT_THAT(device_->polls, SizeIs(2));
 }
 
-TEST_F(Transfer, ATimeOutTellsHowMuchWasMoved) {
+TEST_F(Transfer, ATimeoutReturnsTheBytesTransferred) {
     device_->poll_answers = {POLLIN, POLLIN, 0};
     uint32_t length = 8;
     EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), NORV_STATUS_TIMEOUT);
@@ -514,21 +515,21 @@ TEST_F(Transfer, ATimeOutTellsHowMuchWasMoved) {
 }
 
 // quirk 9
-TEST_F(Transfer, AFailureWithinTheLimitTellsHowMuchWasMoved) {
+TEST_F(Transfer, AFailureWithinTheLimitReturnsTheBytesTransferred) {
     device_->answers = {1, -EIO};
     uint32_t length = 8;
     EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), errno_status(EIO));
     EXPECT_EQ(length, 3U);
 }
 
-TEST_F(Transfer, TransientConditionsAreTriedAgainUntilTheLimit) {
+TEST_F(Transfer, TransientFailuresAreRetriedUntilTheLimit) {
     device_->answers = {-EAGAIN, -EINTR};
     uint32_t length = 3;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 60000, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 3U);
 }
 
-TEST_F(Transfer, ALimitOfZeroOrLessTimesOutAtOnceWithNothingMoved) {
+TEST_F(Transfer, ALimitOfZeroOrLessTimesOutAtOnce) {
     for (const int32_t timeout : {0, -1, INT32_MIN}) {
         uint32_t length = 8;
         EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, timeout, false), NORV_STATUS_TIMEOUT);
@@ -537,9 +538,9 @@ TEST_F(Transfer, ALimitOfZeroOrLessTimesOutAtOnceWithNothingMoved) {
     EXPECT_THAT(device_->polls, IsEmpty());
 }
 
-TEST_F(Transfer, MovingNothingWithinALimitReturnsAtOnce) {
+TEST_F(Transfer, TransferringNothingWithinALimitReturnsAtOnce) {
     uint32_t length = 0;
-    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 0, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(descriptor, buffer, &length, 0, false), NORV_STATUS_OK);
     EXPECT_EQ(length, 0U);
     EXPECT_THAT(device_->polls, IsEmpty());
 }
@@ -555,6 +556,25 @@ TEST_F(File, ASilentPipeTimesOut) {
     close(ends[1]);
 }
 
+// A write(2) to a blocking pipe waits until all bytes fit, whatever the limit.
+TEST_F(File, ABlockingDescriptorMayTakeLongerThanTheLimit) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread reader([&] {
+        usleep(50000);
+        std::string received(1 << 20, '\0');
+        auto length = static_cast<uint32_t>(received.size());
+        EXPECT_EQ(norv_iorw_block(ends[0], received.data(), &length, false), NORV_STATUS_OK);
+    });
+    std::string sent(1 << 20, 'x');
+    auto length = static_cast<uint32_t>(sent.size());
+    EXPECT_EQ(norv_iorw_timeout(ends[1], sent.data(), &length, 10, true), NORV_STATUS_OK);
+    EXPECT_EQ(length, sent.size());
+    reader.join();
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST_F(File, ALateWriterIsWaitedFor) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
@@ -566,7 +586,7 @@ TEST_F(File, ALateWriterIsWaitedFor) {
     });
     char text[5] = {};
     uint32_t length = 4;
-    EXPECT_EQ(norv_iorw_timeout(ends[0], text, &length, 60000, false), 0U);
+    EXPECT_EQ(norv_iorw_timeout(ends[0], text, &length, 60000, false), NORV_STATUS_OK);
     EXPECT_STREQ(text, "abcd");
     writer.join();
     close(ends[0]);
@@ -575,7 +595,7 @@ TEST_F(File, ALateWriterIsWaitedFor) {
 
 // ---- a closed descriptor
 
-TEST_F(File, ATransferOnTheDescriptorOfAClosedHandleFailsOnlyIfItDoesNotWait) {
+TEST_F(File, OnlyANonBlockingTransferFailsOnAClosedHandle) {
     char byte = 0;
     uint32_t length = 1;
     EXPECT_EQ(norv_iorw_nonblock(-1, &byte, &length, false), errno_status(EBADF));
@@ -583,7 +603,7 @@ TEST_F(File, ATransferOnTheDescriptorOfAClosedHandleFailsOnlyIfItDoesNotWait) {
     EXPECT_EQ(length, 0U);
 }
 
-TEST_F(File, ABlockingTransferOnTheDescriptorOfAClosedHandleWaits) {
+TEST_F(File, ABlockingTransferOnAClosedHandleWaits) {
     constexpr uint32_t ended_by_the_test = 77;
     kernel.map_errno(EINTR, ended_by_the_test);
     const auto previous = std::signal(SIGUSR1, [](int) {});
@@ -610,15 +630,15 @@ TEST_F(Transfer, ATransferWithoutALengthIsAnInvalidArgument) {
 
 // ---- access and markers
 
-TEST_F(File, AccessTellsWhetherThePathExists) {
+TEST_F(File, AccessReturnsWhetherThePathExists) {
     kernel.add_file("/sys/class/uio/uio0/name");
     EXPECT_TRUE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 0));
     EXPECT_FALSE(norv_file_access(F_OK, "/sys/class/uio/uio%d/name", 1));
     EXPECT_FALSE(norv_file_access(F_OK, "/sys/%ls", unprintable));
 }
 
-TEST_F(File, AccessTellsWhetherTheModeIsAllowed) {
-    kernel.add_file("/sys/value");  // which nobody may execute, root neither
+TEST_F(File, AccessReturnsWhetherTheModeIsAllowed) {
+    kernel.add_file("/sys/value");  // which no user may execute, not even root
     EXPECT_TRUE(norv_file_access(R_OK, "/sys/value"));
     EXPECT_FALSE(norv_file_access(X_OK, "/sys/value"));
 }
@@ -630,21 +650,21 @@ TEST_F(File, AnErrnoThatMapsToZeroMakesAFailedAccessCountAsSuccess) {
 }
 
 TEST_F(File, AMarkIsAnEmptyFile) {
-    EXPECT_EQ(norv_file_mark("/dev/mark%d", 1), 0U);
+    EXPECT_EQ(norv_file_mark("/dev/mark%d", 1), NORV_STATUS_OK);
     EXPECT_TRUE(kernel.exists("/dev/mark1"));
     EXPECT_EQ(kernel.content("/dev/mark1"), "");
     EXPECT_THAT(kernel.open_flags("/dev/mark1"), ElementsAre(O_RDWR | O_CREAT | O_SYNC));
 }
 
 TEST_F(File, MarkingAnExistingFileLeavesItsContent) {
-    kernel.add_file("/dev/mark", "kept");
-    EXPECT_EQ(norv_file_mark("/dev/mark"), 0U);
-    EXPECT_EQ(kernel.content("/dev/mark"), "kept");
+    kernel.add_file("/dev/mark", "content");
+    EXPECT_EQ(norv_file_mark("/dev/mark"), NORV_STATUS_OK);
+    EXPECT_EQ(kernel.content("/dev/mark"), "content");
 }
 
 // quirk 10
 TEST_F(File, APercentSignInAMarkIsExpandedAgain) {
-    EXPECT_EQ(norv_file_mark("/dev/%s", "full%%"), 0U);
+    EXPECT_EQ(norv_file_mark("/dev/%s", "full%%"), NORV_STATUS_OK);
     EXPECT_TRUE(kernel.exists("/dev/full%"));
 }
 
@@ -655,7 +675,7 @@ TEST_F(File, AMarkThatCannotBeMadeGivesTheErrnoStatus) {
 
 TEST_F(File, UnmarkingDeletesTheFile) {
     kernel.add_file("/dev/mark1");
-    EXPECT_EQ(norv_file_unmark("/dev/mark%d", 1), 0U);
+    EXPECT_EQ(norv_file_unmark("/dev/mark%d", 1), NORV_STATUS_OK);
     EXPECT_FALSE(kernel.exists("/dev/mark1"));
 }
 
@@ -677,7 +697,7 @@ TEST(FileSweep, SingleTransfers) {
                   });
 }
 
-uint32_t move_in_time(bool write, int32_t timeout) {
+uint32_t transfer_in_time(bool write, int32_t timeout) {
     char text[] = "12345678";
     uint32_t length = 8;
     int32_t descriptor = -1;
@@ -690,7 +710,7 @@ uint32_t move_in_time(bool write, int32_t timeout) {
     return status;
 }
 
-TEST(FileSweep, WaitingTransfersTryInterruptionsAgain) {
+TEST(FileSweep, WaitingTransfersRetryInterruptions) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
         const bool tried_again = struck.error == EINTR && struck.name != "open";
@@ -702,7 +722,7 @@ TEST(FileSweep, WaitingTransfersTryInterruptionsAgain) {
                 [](kernel_double& kernel) {
                     kernel.add_device("/dev/slow", std::make_shared<slow_device>());
                 },
-                [=] { return move_in_time(write, timeout); }, options);
+                [=] { return transfer_in_time(write, timeout); }, options);
         }
     }
 }
