@@ -1,4 +1,4 @@
-// What of an attribute is the same for every family that writes one.
+// Instantiations that all families share.
 #include "core/attribute.hpp"
 
 #include <cstdint>

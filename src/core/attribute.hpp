@@ -11,7 +11,7 @@
 
 namespace norv {
 
-// One opened attribute, closed at the end of the scope. A failed open is judged where the attribute is used.
+// An open attribute, closed at the end of the scope. A failed open is reported when the attribute is used.
 class attribute {
   public:
     template <typename... values>
@@ -19,7 +19,7 @@ class attribute {
         status_ = norv_open_device(flags | O_CLOEXEC, file_.out(), path_format, path_values...);
     }
 
-    // Writes a text with its NUL: the status of the open if that failed, else of the write.
+    // Writes a text with its NUL. Returns the status of the open if that failed, otherwise that of the write.
     template <typename... values>
     uint32_t write(uint32_t maximum, const char* format, values... text_values) const {
         return status_ != NORV_STATUS_OK ? status_
@@ -38,12 +38,12 @@ class attribute {
 extern template uint32_t attribute::write(uint32_t maximum, const char* format, const char* text) const;
 extern template uint32_t attribute::write(uint32_t maximum, const char* format, uint32_t number) const;
 
-// Reads an attribute's text, at most one byte less than there is room for, and cuts its last byte: the
-// newline.
+// Reads an attribute's text, at most one byte less than there is room for. quirk 5: the last byte is dropped,
+// whether or not it is a newline.
 template <uint32_t room, typename... values>
 uint32_t read_text(char (&text)[room], const char* path_format, values... path_values) {
     uint32_t length = room - 1;
-    // Cleared, because a failure whose errno maps to 0 counts as a read of the whole length.
+    // Cleared, because a failure whose errno maps to 0 (quirk 1) counts as a read of the whole length.
     memset(text, 0, room);
     const uint32_t status = norv_read_device(text, &length, path_format, path_values...);
     if (length > 0) {
@@ -52,7 +52,7 @@ uint32_t read_text(char (&text)[room], const char* path_format, values... path_v
     return status;
 }
 
-// Writes a text with its NUL. The count of what was written is not looked at: a short write is a success.
+// Writes a text with its NUL. A short write counts as a success.
 template <typename... values>
 uint32_t write_text(const char* text, const char* path_format, values... path_values) {
     auto length = static_cast<uint32_t>(strlen(text) + 1);

@@ -14,7 +14,7 @@ namespace norv {
 // The entries of a directory in alphabetical order, released at the end of the scope.
 class directory_entries {
   public:
-    // With a filter, only those for which it returns something else than 0.
+    // With a filter, only those for which it does not return 0.
     explicit directory_entries(const char* path, int (*filter)(const dirent*) = nullptr)
         : found_(scandir(path, &entries_, filter, alphasort)), status_(status_of(found_)) {}
     ~directory_entries() {
@@ -29,14 +29,14 @@ class directory_entries {
 
     bool listed() const { return found_ >= 0; }
     int count() const { return std::max(found_, 0); }
-    // The errno status when the directory could not be listed.
+    // The errno status if the directory could not be listed.
     uint32_t status() const { return status_; }
     dirent* const* begin() const { return entries_; }
     dirent* const* end() const { return entries_ + count(); }
 
   private:
     dirent** entries_ = nullptr;
-    int found_;  // negative when the directory could not be listed
+    int found_;  // negative if the directory could not be listed
     uint32_t status_;
 };
 

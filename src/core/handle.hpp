@@ -1,9 +1,9 @@
-// Handles: the caller's variable holds a pointer to the record of what is open, null when nothing is.
+// Handles: the caller's variable points to the record that an open function allocated, or is null.
 #pragma once
 
 namespace norv {
 
-// The open record; null also without a variable.
+// Returns the open record; null also if there is no variable.
 template <typename record>
 record* held(record* const* variable) {
     return variable != nullptr ? *variable : nullptr;

@@ -9,7 +9,7 @@
 
 namespace norv {
 
-// Issues one request; its failure becomes a status.
+// Makes one request, and returns its status.
 template <typename argument>
 uint32_t device_ioctl(int32_t descriptor, unsigned long request, argument* value) {
     return status_of(ioctl(descriptor, request, value));

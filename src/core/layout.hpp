@@ -1,10 +1,10 @@
-// Record layouts: callers compile them in, so they are pinned beside the code that uses them.
+// Record layouts: they are part of the ABI, so they are asserted next to the code that uses them.
 #pragma once
 
 #include <cstddef>
 
-// Holds when `field` comes next after `previous`, without more room between them than its type asks for. Says
-// nothing about the size of the types themselves, which may be the base library's.
+// True if `field` follows `previous` with no more padding than its type requires. The sizes of the types are
+// not compared, because they may be those of another base library.
 #define NORV_FOLLOWS(record, previous, field)                                                      \
     (offsetof(record, field) == (offsetof(record, previous) + sizeof(decltype(record::previous)) + \
                                  alignof(decltype(record::field)) - 1) /                           \

@@ -1,5 +1,5 @@
-// Circular lists, doubly linked. A link is a structure whose members `next` and `prev` point to links; so is
-// the list's head, which points to itself when the list is empty.
+// Circular doubly linked lists. A link is a structure whose members `next` and `prev` point to links. So is
+// the head of a list, which points to itself if the list is empty.
 #pragma once
 
 namespace norv {
@@ -14,7 +14,7 @@ bool is_empty(const link& head) {
     return head.next == &head;
 }
 
-// Before the head is the end of the list.
+// Inserting before the head appends to the list.
 template <typename link>
 void insert_before(link& place, link& added) {
     added = {&place, place.prev};
@@ -22,7 +22,7 @@ void insert_before(link& place, link& added) {
     place.prev = &added;
 }
 
-// The link itself keeps what it points to.
+// The removed link itself is not changed.
 template <typename link>
 void take_out(link& taken) {
     taken.prev->next = taken.next;

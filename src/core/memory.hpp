@@ -1,4 +1,4 @@
-// Memory: how much of it to ask for, and memory of the base library that is released at the end of a scope.
+// Memory: sizes, and memory of the base library that is released at the end of a scope.
 #pragma once
 
 #include <algorithm>
@@ -9,8 +9,8 @@
 
 namespace norv {
 
-// A number of bytes as the C library takes it. One that a 32-bit processor can not address asks for more than
-// there is.
+// A number of bytes as a size_t. What a 32-bit processor cannot address becomes SIZE_MAX, which cannot be
+// allocated.
 inline size_t memory_size(uint64_t bytes) {
     return static_cast<size_t>(std::min<uint64_t>(bytes, SIZE_MAX));
 }
@@ -22,7 +22,7 @@ class scoped_memory {
     scoped_memory(const scoped_memory&) = delete;
     scoped_memory& operator=(const scoped_memory&) = delete;
 
-    // Null when the allocation failed, or when there was none.
+    // Null if the allocation failed, or there was none.
     void* get() const { return memory_; }
 
   private:

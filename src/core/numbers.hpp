@@ -9,8 +9,8 @@ inline bool is_digit(char character) {
     return character >= '0' && character <= '9';
 }
 
-// Takes the first numbers of a text: each longest run of digits is one, whatever stands between them. Larger
-// numbers than 32 bits hold wrap around. Returns how many were found, `count` at most.
+// Parses the first numbers of a text: each run of digits is one, whatever is between them. Numbers that
+// exceed 32 bits wrap around. Returns how many were found, at most `count`.
 inline uint32_t scan_numbers(const char* text, uint32_t* numbers, uint32_t count) {
     uint32_t found = 0;
     while (found < count) {

@@ -1,4 +1,4 @@
-// Opening a device node whose path the caller gives.
+// Opening a device node with a path from the caller.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace norv {
 
-// The path is the format on purpose: "%%" in it is one '%' of the file's name.
+// quirk 61, quirk 125: the path is the format, so "%%" in it is one '%' of the file's name.
 inline uint32_t open_path(uint32_t flags, int32_t* descriptor, const char* path) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"

@@ -9,7 +9,7 @@
 
 namespace norv {
 
-// The status of errno. quirk 1: where it is 0, the caller carries on as if the call had succeeded, so turn each
+// The status of errno. quirk 1: if it is 0, the caller continues as if the call had succeeded, so turn each
 // failure into a status before testing it.
 inline uint32_t errno_status() {
     return norv_get_status_by_errno(static_cast<uint32_t>(errno));

@@ -8,15 +8,15 @@
 
 namespace norv {
 
-constexpr int line_size = 256;  // a longer line comes in several pieces
+constexpr int line_size = 256;  // a longer line is read in several pieces
 
-// Opens a file for reading, not inherited by programs. Null, and the errno status, on failure.
+// Opens a file for reading, with close-on-exec. On failure, stores null and returns the errno status.
 inline uint32_t open_stream(FILE*& stream, const char* path) {
     stream = fopen(path, "re");
     return stream == nullptr ? errno_status() : NORV_STATUS_OK;
 }
 
-// Closes an open stream of a record, and marks the record closed.
+// Closes the stream of a record, and marks the record closed.
 inline void close_stream(FILE*& stream) {
     if (stream != nullptr) {
         fclose(stream);
@@ -24,15 +24,15 @@ inline void close_stream(FILE*& stream) {
     }
 }
 
-// Goes back to the start so that the kernel is asked anew: without the flush the C library would repeat what
-// it still has in its buffer. A failure is not reported, on purpose: only that of the read that follows is.
+// Seeks to the start, so that the kernel generates the text again; without the flush, the C library would
+// return the text that is still in its buffer. quirk 100: a failure is not reported.
 inline void rewind_stream(FILE* stream) {
     fflush(stream);
     fseek(stream, 0, SEEK_SET);
 }
 
-// Reads a line with its newline, cut after 255 characters. The line is empty at the end of the file, and
-// after a failure, which gives the errno status.
+// Reads a line with its newline. quirk 99: it is truncated after 255 characters. The line is empty at the end
+// of the file, and after a failure, whose errno status is returned.
 inline uint32_t read_line(FILE* stream, char (&line)[line_size]) {
     if (fgets(line, line_size, stream) != nullptr) {
         return NORV_STATUS_OK;

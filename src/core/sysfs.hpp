@@ -1,4 +1,4 @@
-// Looking around in sysfs.
+// Queries of sysfs.
 #pragma once
 
 #include <sys/stat.h>
@@ -8,8 +8,8 @@
 
 namespace norv {
 
-// Tells whether the formatted path is a directory: this is how an exported line or channel shows itself. A
-// path of `path_size` characters or more is cut.
+// Returns whether the formatted path is a directory: that of a line or channel exists while it is exported. A
+// path of `path_size` characters or more is truncated.
 template <size_t path_size = 256, typename... values>
 bool is_directory(const char* format, values... path_values) {
     char path[path_size];

@@ -1,4 +1,4 @@
-// Transfers whose time-out argument chooses how they wait.
+// Transfers that wait according to their timeout.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace norv {
 
-// Moves bytes: 0 does not wait, a negative time-out waits without limit, a positive one so many milliseconds.
+// Transfers bytes. Timeout 0: does not wait; negative: no limit; positive: milliseconds.
 inline uint32_t transfer_bytes(int32_t descriptor, void* buffer, uint32_t* length, int32_t timeout,
                                bool write) {
     if (timeout == 0) {
