@@ -104,9 +104,10 @@ hosts: ## Try the README's commands on fresh Debian 12 and 13 systems; needs roo
 	@tools/need-packages $(HOSTS_PACKAGES)
 	@tools/hosts
 
-scripts-check: setup-check ## Check the shell and Python scripts, and the mutation tool
+scripts-check: setup-check ## Check the shell and Python scripts, the wording of headers and pages, and the mutation tool
 	@tools/scripts | xargs shellcheck --external-sources
 	@tools/scripts python3 | xargs pyflakes3
+	@tools/wording
 	@tests/mutation/check_mutation.sh
 
 doc: ## Make the reference of the headers below build/doc: HTML and man pages

@@ -149,8 +149,8 @@ struct norv_epoll_timer_fd {
 /**
  * Opens a loop: epoll_create(2), and an eventfd(2) that wakes the loop thread for the calls of other threads.
  *
- * Programs that the process executes inherit the epoll descriptor, which has no close-on-exec flag (quirk
- * 11), but not the eventfd.
+ * Programs that the process executes inherit the epoll descriptor, which has no close-on-exec flag
+ * (quirk 11), but not the eventfd.
  *
  * @param loop  filled with zeros by the caller; opening does not clear it (quirk 12)
  * @retval errno  of epoll_create(2), eventfd(2) or epoll_ctl(2), or a status of `norv_mutex_init` or

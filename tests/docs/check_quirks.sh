@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks that every quirk on docs/quirks.md is marked in a test, and every mark is a quirk on the page.
+# Checks that every quirk on docs/quirks.md is marked in a header, at its source line and in a test, and that every mark is a
+# quirk on the page.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -24,5 +25,7 @@ compare() {
     done < <(comm -13 <(uniq <<<"$listed") <(echo "$marked"))
 }
 
+compare 'a header' base/include include
+compare 'a source' base/src src
 compare 'a test' tests board/tests
 exit "$failed"
