@@ -82,7 +82,7 @@ board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zyn
 	@ctest --test-dir build/zynq -C soc -R '^board\.zynq' --output-on-failure
 
 board-check: build ## Test the virtual board itself
-	@board/tests/run_test.sh
+	@ctest --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)
 
 board-kernels: build ## Run the board tests on the kernels of Debian 12 and 13, and print a table
 	@tools/board-kernels build/release

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Tests board/run --machine: run_soc_test.sh MACHINE [TEST]... Each test is a function whose name says what holds. What the
-# other boards have in common with these machines is tested there (board/tests/run_test.sh).
+# other boards have in common with these machines is tested there (board/tests/runner/).
 set -uo pipefail
 
 # shellcheck source=../run_support.sh
