@@ -10,7 +10,7 @@
  * The "continue" functions can be cancelled, report progress and can be resumed (see norv_flash_types.h).
  * They work in chunks: the length in whole blocks, rounded down (for an erase, up), but at least 16 KiB and
  * at most 128 KiB. The last chunk is written whole, so bytes past the area may be erased or overwritten,
- * unless address and length are multiples of 128 KiB.
+ * unless address and length are multiples of 128 KiB. Misaligned arguments are refused before any write.
  *
  * Where the device ends within a chunk, the part before the end is transferred, and counts. The next chunk
  * fails: a write or an erase with NORV_STATUS_EXHAUSTED (ENOSPC), a read with NORV_STATUS_RANGE. An erase

@@ -170,8 +170,8 @@ NORV_API uint32_t norv_linux_spi_flash_erase_first_valid_block(norv_spi_flash_t*
  * following NAND block is marked bad without being queried or erased, until a marking succeeds (quirk 135).
  * On NOR a failure ends the call.
  *
- * Each block that was erased or marked is reported, with the status of the marking. The last block before the
- * end is reported with status 0, nothing remaining and 100 percent, whatever the result (quirk 137).
+ * Reports each block that was erased or marked, with status 0 or that of the marking; the last block before
+ * the end with status 0, nothing remaining and 100 percent, whatever the result (quirk 137).
  *
  * @param flash     an open flash; not checked (quirk 131)
  * @param address   of the first block: a multiple of its region's erase size
