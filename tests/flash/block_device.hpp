@@ -1,4 +1,4 @@
-// A block device of any size: keeps what is written to it, and can be made to do less than it is asked.
+// A block device of any size: stores what is written to it, and can be made to transfer less.
 #pragma once
 
 #include <linux/fs.h>
@@ -24,7 +24,7 @@ class block_device : public device {
     uint64_t size;
     size_t most_per_read = SIZE_MAX;
     size_t most_per_write = SIZE_MAX;
-    std::optional<off_t> flipped;  // a byte of which every read shows the lowest bit flipped
+    std::optional<off_t> flipped;  // a byte that reads back with its lowest bit flipped
 
     // The medium itself.
     std::string content(uint64_t address, size_t count) const {
@@ -69,7 +69,7 @@ class block_device : public device {
     }
 
   private:
-    // How much of that many bytes lies on the device.
+    // How many of these bytes are on the device.
     size_t within(size_t count, off_t offset) const {
         const auto start = static_cast<uint64_t>(offset);
         return start < size ? static_cast<size_t>(std::min<uint64_t>(count, size - start)) : 0;

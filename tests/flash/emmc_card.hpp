@@ -1,4 +1,4 @@
-// A card in the virtual slot of the eMMC tests, and what they look at.
+// The card of the eMMC tests, and how they observe it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ inline constexpr uint32_t KiB = 1024;
 inline constexpr uint32_t MiB = 1024 * KiB;
 inline constexpr uint64_t GiB = 1024 * MiB;
 
-// Random bytes, others for every seed.
+// Random bytes, different for each seed.
 inline std::string pattern(size_t length, unsigned seed = 1) {
     static const std::string pool = [] {
         std::string bytes(4 * MiB, '\0');
@@ -41,7 +41,7 @@ inline std::string ones(size_t length) {
     return std::string(length, '\xFF');
 }
 
-// Where a call started and how many bytes it was to move.
+// The address and length of a call.
 struct transfer {
     unsigned long address;
     size_t length;
@@ -51,7 +51,7 @@ struct transfer {
     }
 };
 
-// A card that a test inserts and opens as it needs it.
+// A card that a test inserts and opens.
 class EmmcFlash : public testing::Test {
   protected:
     void insert(uint64_t size, int block_size = 512) {
@@ -77,7 +77,7 @@ class EmmcFlash : public testing::Test {
         }
         return made;
     }
-    // The card as it was, but for these bytes.
+    // The former contents of the card, except for these bytes.
     std::string before_with(size_t address, const std::string& bytes) const {
         return std::string(before).replace(address, bytes.size(), bytes);
     }

@@ -1,4 +1,4 @@
-// Block devices as flash: random operations leave the medium as a plain model tells.
+// Block devices as flash: random operations leave the medium as in a simple model.
 #include "norv_linux_emmc_flash.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ using norv::test::ones;
 using norv::test::pattern;
 using norv::test::zeros;
 
-// What a continue operation does, chunk by chunk, worked out the plain way.
+// What a continue operation does, chunk by chunk, computed in the simplest way.
 struct expectation {
     uint32_t status = 0;
     uint32_t length = 0;
@@ -49,7 +49,7 @@ void put(std::string& medium, uint64_t address, const std::string& bytes) {
     }
 }
 
-// How a chunk begins: cancelled, failing, at the end of the device, or not at all special.
+// How a chunk begins: cancelled, failing, at the end of the device, or none of these.
 uint32_t begin_chunk(const plan& given, uint32_t chunk_number, uint64_t address, size_t size) {
     if (chunk_number == given.stop_at) {
         return NORV_STATUS_TIMEOUT;
@@ -113,7 +113,7 @@ class RandomOperations : public EmmcFlash {
         return given;
     }
 
-    // Performs an operation on a card with the pattern, and compares what became of it.
+    // Performs an operation on a card with the pattern, and compares the result.
     template <typename performing>
     void compare(const plan& given, const expectation& expected, performing perform) {
         SCOPED_TRACE("seed " + std::to_string(seed) + ": " + std::to_string(given.length) + " bytes at " +
@@ -150,13 +150,13 @@ class RandomOperations : public EmmcFlash {
     std::mt19937 random{seed};
 };
 
-TEST_F(RandomOperations, ErasingLeavesTheMediumAsTheModelTells) {
+TEST_F(RandomOperations, ErasingLeavesTheMediumAsInTheModel) {
     try_cases(
         [&](const plan& given, uint32_t block) { return expect_erase(given, block, before); },
         [&](const plan& given, uint32_t& length) { return erase(given.address, std::exchange(length, 0)); });
 }
 
-TEST_F(RandomOperations, WritingLeavesTheMediumAsTheModelTells) {
+TEST_F(RandomOperations, WritingLeavesTheMediumAsInTheModel) {
     const std::string data = pattern(1 * MiB, 999);
     try_cases(
         [&](const plan& given, uint32_t block) { return expect_write(given, block, data, before); },

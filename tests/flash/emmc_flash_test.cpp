@@ -1,4 +1,4 @@
-// Block devices as flash: opening, single transfers, erasing of blocks.
+// Block devices as flash: opening, single transfers, erasing blocks.
 #include "norv_linux_emmc_flash.h"
 
 #include <fcntl.h>
@@ -35,7 +35,7 @@ using testing::SizeIs;
 
 // ---- open and close
 
-TEST_F(EmmcFlash, OpeningAsksForBlockSizeAndSize) {
+TEST_F(EmmcFlash, OpeningQueriesTheBlockSizeAndTheSize) {
     insert(3 * GiB + 512, 4096);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);
     EXPECT_THAT(kernel.open_flags("/dev/mmcblk0"), ElementsAre(O_RDWR | O_CLOEXEC | O_SYNC));
@@ -46,7 +46,7 @@ TEST_F(EmmcFlash, OpeningAsksForBlockSizeAndSize) {
     EXPECT_EQ(requests[1].request, on_64_bits ? 0x80081272U : 0x80041272U);
 }
 
-TEST_F(EmmcFlash, ErasingAndWritingWorkInTheBlocksOfTheDevice) {
+TEST_F(EmmcFlash, TheGeometryIsTheSizeAndTheBlockSizeOfTheDevice) {
     open(5 * GiB + 512, 4096);
     norv_flash_info_t info = {};
     EXPECT_EQ(norv_linux_emmc_flash_get_info(&flash, &info), 0U);
@@ -55,14 +55,14 @@ TEST_F(EmmcFlash, ErasingAndWritingWorkInTheBlocksOfTheDevice) {
     EXPECT_EQ(info.write_unit_size, 4096U);
 }
 
-TEST_F(SmallCard, TheGeometryLeavesTheReservedFieldAsItIs) {
+TEST_F(SmallCard, TheGeometryLeavesTheReservedFieldUnchanged) {
     norv_flash_info_t info = {0x1122334455667788, 0, 0, 0};
     EXPECT_EQ(norv_linux_emmc_flash_get_info(&flash, &info), 0U);
     EXPECT_EQ(info.reserved, 0x1122334455667788U);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(EmmcFlash, ADeviceThatIsNotThereCannotBeOpened) {
+TEST_F(EmmcFlash, AMissingDeviceCannotBeOpened) {
     flash = reinterpret_cast<norv_emmc_flash_t*>(&kernel);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk9"), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(flash, nullptr);
@@ -70,7 +70,7 @@ TEST_F(EmmcFlash, ADeviceThatIsNotThereCannotBeOpened) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
-TEST_F(EmmcFlash, AFileThatIsNoBlockDeviceCannotBeOpened) {
+TEST_F(EmmcFlash, AFileThatIsNotABlockDeviceCannotBeOpened) {
     kernel.add_file("/dev/file");
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/file"), errno_status(ENOTTY));
     EXPECT_EQ(flash, nullptr);
@@ -87,7 +87,7 @@ TEST_F(EmmcFlash, ADeviceWithoutASizeIsClosedAgain) {
 }
 
 // quirk 144
-TEST_F(EmmcFlash, AHandleThatCouldNotBeOpenedIsReleasedByTheCLibraryOnPurpose) {
+TEST_F(EmmcFlash, AHandleThatCouldNotBeOpenedIsReleasedByTheCLibrary) {
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk9"), NORV_STATUS_NOT_FOUND);
     EXPECT_THAT(kernel.calls("free"), SizeIs(1));
 }
@@ -107,7 +107,7 @@ TEST_F(EmmcFlash, WithoutMemoryForTheHandleNothingIsOpened) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(EmmcFlash, AFailedOpenWhoseErrnoMapsToZeroGoesOnToTheRequests) {
+TEST_F(EmmcFlash, AFailedOpenWhoseErrnoMapsToZeroContinuesWithTheRequests) {
     kernel.map_errno(ENOENT, 0);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk9"), errno_status(EBADF));
     EXPECT_THAT(kernel.calls("ioctl"), SizeIs(1));
@@ -125,13 +125,13 @@ TEST_F(EmmcFlash, AFailedRequestWhoseErrnoMapsToZeroCountsAsAnswered) {
     EXPECT_EQ(info.erase_block_size, 0U);
 }
 
-TEST_F(EmmcFlash, ThePathIsNoFormat) {
+TEST_F(EmmcFlash, ThePathIsNotAFormat) {
     card = std::make_shared<block_device>(1 * MiB);
     kernel.add_device("/dev/a%%b", card);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/a%%b"), 0U);
 }
 
-TEST_F(EmmcFlash, APathLongerThan255CharactersIsCut) {
+TEST_F(EmmcFlash, APathIsTruncatedAfter255Characters) {
     card = std::make_shared<block_device>(1 * MiB);
     const std::string path = "/dev/" + std::string(250, 'x');
     kernel.add_device(path, card);
@@ -235,7 +235,7 @@ TEST_F(SmallCard, ANullBufferLengthOrRecordIsAnInvalidArgument) {
 
 // ---- plain read and write
 
-TEST_F(SmallCard, AReadGetsBytesFromAnyAddress) {
+TEST_F(SmallCard, AReadMayStartAtAnyAddress) {
     std::string bytes(1000, '-');
     uint32_t length = 1000;
     EXPECT_EQ(norv_linux_emmc_flash_read(&flash, 12345, bytes.data(), &length), 0U);
@@ -244,7 +244,7 @@ TEST_F(SmallCard, AReadGetsBytesFromAnyAddress) {
     EXPECT_THAT(transfers("pread"), ElementsAre(transfer{12345, 1000}));
 }
 
-TEST_F(SmallCard, AWritePutsBytesAtAnyAddress) {
+TEST_F(SmallCard, AWriteMayStartAtAnyAddress) {
     uint32_t length = 5;
     EXPECT_EQ(norv_linux_emmc_flash_write(&flash, 12345, "hello", &length), 0U);
     EXPECT_EQ(length, 5U);
@@ -252,7 +252,7 @@ TEST_F(SmallCard, AWritePutsBytesAtAnyAddress) {
     EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{12345, 5}));
 }
 
-TEST_F(EmmcFlash, TheHighestAddressIsReached) {
+TEST_F(EmmcFlash, TheHighestAddressCanBeReached) {
     open(5 * GiB);
     char byte = 'x';
     uint32_t length = 1;
@@ -271,7 +271,7 @@ TEST_F(SmallCard, ALengthOfZeroIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(SmallCard, AReadAcrossTheEndTellsHowMuchItGot) {
+TEST_F(SmallCard, AReadAcrossTheEndReportsTheBytesRead) {
     std::string bytes(100, '-');
     uint32_t length = 100;
     EXPECT_EQ(norv_linux_emmc_flash_read(&flash, 1 * MiB - 40, bytes.data(), &length), 0U);
@@ -279,14 +279,14 @@ TEST_F(SmallCard, AReadAcrossTheEndTellsHowMuchItGot) {
     EXPECT_EQ(bytes, before.substr(1 * MiB - 40) + std::string(60, '-'));
 }
 
-TEST_F(SmallCard, AReadBehindTheEndGetsZeroBytesAndIsNoFailure) {
+TEST_F(SmallCard, AReadPastTheEndReadsZeroBytesAndSucceeds) {
     char byte = '-';
     uint32_t length = 1;
     EXPECT_EQ(norv_linux_emmc_flash_read(&flash, 1 * MiB, &byte, &length), 0U);
     EXPECT_EQ(length, 0U);
 }
 
-TEST_F(SmallCard, AWriteAcrossTheEndTellsHowMuchWasTaken) {
+TEST_F(SmallCard, AWriteAcrossTheEndReportsTheBytesWritten) {
     const std::string bytes(100, 'x');
     uint32_t length = 100;
     EXPECT_EQ(norv_linux_emmc_flash_write(&flash, 1 * MiB - 40, bytes.data(), &length), 0U);
@@ -294,7 +294,7 @@ TEST_F(SmallCard, AWriteAcrossTheEndTellsHowMuchWasTaken) {
 }
 
 // quirk 150
-TEST_F(SmallCard, AWriteThatMovesNothingSucceedsWithALengthOf0) {
+TEST_F(SmallCard, AWriteThatStoresNothingSucceedsWithALengthOfZero) {
     char byte = 0;
     uint32_t length = 1;
     card->most_per_write = 0;
@@ -306,7 +306,7 @@ TEST_F(SmallCard, AWriteThatMovesNothingSucceedsWithALengthOf0) {
     EXPECT_EQ(card->content(), before);
 }
 
-TEST_F(SmallCard, AFailedTransferGivesTheErrnoStatusAndLeavesTheLength) {
+TEST_F(SmallCard, AFailedTransferReturnsTheErrnoAndLeavesTheLengthUnchanged) {
     char byte = 0;
     uint32_t length = 1;
     kernel.fail("pread", EIO);
@@ -340,7 +340,7 @@ TEST_F(SmallCard, ErasingTheFirstValidBlockWithoutAnEndErasesOneBlock) {
     EXPECT_EQ(card->content(), before_with(1024, zeros(512)));
 }
 
-TEST_F(SmallCard, WithAnEndEverythingUpToItIsErasedByOneWrite) {
+TEST_F(SmallCard, WithAnEndEverythingBeforeItIsErasedByOneWrite) {
     uint32_t end = 1024 + 600 * 512;
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1024, &end), 0U);
     EXPECT_EQ(end, 1024U + 600 * 512);
@@ -348,21 +348,21 @@ TEST_F(SmallCard, WithAnEndEverythingUpToItIsErasedByOneWrite) {
     EXPECT_THAT(transfers("pwrite"), ElementsAre(transfer{1024, 600 * 512}));
 }
 
-TEST_F(SmallCard, TheEndBecomesTheEndOfWhatTheDeviceTook) {
+TEST_F(SmallCard, TheEndBecomesTheEndOfWhatTheDeviceAccepted) {
     uint32_t end = 1 * MiB + 512;
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1 * MiB - 512, &end), 0U);
     EXPECT_EQ(end, 1 * MiB);
 }
 
 // quirk 147
-TEST_F(SmallCard, AnEndThatIsTheAddressIsAnInvalidArgument) {
+TEST_F(SmallCard, AnEndThatEqualsTheAddressIsAnInvalidArgument) {
     uint32_t end = 1024;
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1024, &end), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(end, 1024U);
     EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
 }
 
-TEST_F(SmallCard, AnAddressWithinABlockIsOutOfRange) {
+TEST_F(SmallCard, AMisalignedAddressIsOutOfRange) {
     uint32_t end = 2048;
     EXPECT_EQ(norv_linux_emmc_flash_erase_one_block(&flash, 1), NORV_STATUS_RANGE);
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 256, nullptr), NORV_STATUS_RANGE);
@@ -371,7 +371,7 @@ TEST_F(SmallCard, AnAddressWithinABlockIsOutOfRange) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(SmallCard, AnEndWithinABlockOrBelowTheAddressIsOutOfRange) {
+TEST_F(SmallCard, AMisalignedEndOrOneBelowTheAddressIsOutOfRange) {
     for (const uint32_t wrong : {1025U, 1500U, 512U, 0U}) {
         uint32_t end = wrong;
         EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 1024, &end), NORV_STATUS_RANGE);
@@ -381,7 +381,7 @@ TEST_F(SmallCard, AnEndWithinABlockOrBelowTheAddressIsOutOfRange) {
 }
 
 // quirk 147
-TEST_F(SmallCard, WithoutMemoryForTheZerosTheStatusIsInvalidArgumentOnPurpose) {
+TEST_F(SmallCard, WithoutMemoryForTheZerosTheStatusIsInvalidArgument) {
     uint32_t end = 2048;
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 0, &end), NORV_STATUS_INVALID_ARG);
@@ -392,7 +392,7 @@ TEST_F(SmallCard, WithoutMemoryForTheZerosTheStatusIsInvalidArgumentOnPurpose) {
     EXPECT_THAT(kernel.calls("pwrite"), IsEmpty());
 }
 
-TEST_F(SmallCard, AFailedEraseLeavesTheEnd) {
+TEST_F(SmallCard, AFailedEraseLeavesTheEndUnchanged) {
     uint32_t end = 2048;
     kernel.fail("pwrite", EIO);
     EXPECT_EQ(norv_linux_emmc_flash_erase_first_valid_block(&flash, 0, &end), NORV_STATUS_DEVICE_ERROR);
@@ -409,7 +409,7 @@ TEST_F(EmmcFlash, TheLastBlockBelow4GiBCanBeErased) {
 
 // ---- failure sweep
 
-// Everything that a card can do, up to the first failure.
+// Each operation on a card once, up to the first failure.
 uint32_t use_card() {
     norv_emmc_flash_t* flash = nullptr;
     std::string image = pattern(131072 + 1000, 2);
@@ -438,12 +438,12 @@ uint32_t use_card() {
 TEST(EmmcFlashSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
     options.expect = [](const fault& struck) {
-        // Memory for zeros that is missing is noticed by the write, which refuses a null buffer; the first
-        // allocation is the handle's.
+        // Without memory for the zeros, the write refuses the null buffer; the first allocation is the
+        // handle's.
         if (struck.name == "norv_zalloc" && struck.number != 1) {
             return NORV_STATUS_INVALID_ARG;
         }
-        // After three writes of zeros, the fourth is verified, and more comes back than it wrote.
+        // After three writes of zeros, the fourth is verified: more bytes are read back than it wrote.
         if (struck.how == fault::kind::short_count && struck.number == 4) {
             return NORV_STATUS_VERIFY_FAILED;
         }

@@ -1,4 +1,4 @@
-// The flash front: every call reaches the flash of the handle's kind, with all that it was given.
+// The flash front: every call reaches the flash of the handle's kind, with all its arguments.
 #include "norv_linux_flash.h"
 
 #include <gmock/gmock.h>
@@ -74,7 +74,7 @@ class EmmcFront : public Flash {
     EmmcFront() { open(emmc_config); }
 };
 
-// A handle of a kind that there is not.
+// A handle of an unknown kind.
 class UnknownFront : public Flash {
   protected:
     UnknownFront() {
@@ -101,7 +101,7 @@ TEST_F(Flash, Kind2OpensTheBlockDeviceOfThePath) {
     EXPECT_THAT(kernel.open_flags("/dev/mtd0"), IsEmpty());
 }
 
-TEST_F(Flash, Kind2WithoutAPathIsAnInvalidArgumentAndTouchesNoFile) {
+TEST_F(Flash, Kind2WithoutAPathIsAnInvalidArgumentAndOpensNothing) {
     const norv_flash_config_t config = {2, nullptr};
     EXPECT_EQ(norv_linux_flash_open(&config, &flash), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(flash.kind, 2U);
@@ -109,7 +109,7 @@ TEST_F(Flash, Kind2WithoutAPathIsAnInvalidArgumentAndTouchesNoFile) {
 }
 
 // quirk 155
-TEST_F(Flash, AnyOtherKindIsAnInvalidArgumentAndIsStoredAllTheSame) {
+TEST_F(Flash, AnyOtherKindIsAnInvalidArgumentButIsStored) {
     for (const uint32_t kind : {0U, 3U, 0x101U, 0xFFFFFFFFU}) {
         const norv_flash_config_t config = {kind, "/dev/mmcblk0"};
         EXPECT_EQ(norv_linux_flash_open(&config, &flash), NORV_STATUS_INVALID_ARG);
@@ -119,7 +119,7 @@ TEST_F(Flash, AnyOtherKindIsAnInvalidArgumentAndIsStoredAllTheSame) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(Flash, ABackendThatDoesNotOpenGivesItsStatusAndLeavesNoHandle) {
+TEST_F(Flash, ABackendThatCannotBeOpenedReturnsItsStatusAndNoHandle) {
     flash.backend.emmc = reinterpret_cast<norv_emmc_flash_t*>(&kernel);
     const norv_flash_config_t missing = {2, "/dev/mmcblk9"};
     EXPECT_EQ(norv_linux_flash_open(&missing, &flash), NORV_STATUS_NOT_FOUND);
@@ -161,7 +161,7 @@ TEST_F(UnknownFront, ClosingDoesNothing) {
 
 // ---- handles that no call can use
 
-// Every operation on a handle gives this status.
+// Every operation on a handle returns this status.
 void expect_of_every_operation(norv_flash_t* flash, uint32_t status) {
     norv_flash_info_t info = {};
     char byte = 0;
@@ -181,7 +181,7 @@ void expect_of_every_operation(norv_flash_t* flash, uint32_t status) {
     EXPECT_EQ(end, 4096U);
 }
 
-TEST_F(UnknownFront, EveryOperationIsInABadState) {
+TEST_F(UnknownFront, EveryOperationReturnsBadState) {
     expect_of_every_operation(&flash, NORV_STATUS_BAD_STATE);
     flash.kind = 0;
     expect_of_every_operation(&flash, NORV_STATUS_BAD_STATE);
@@ -199,7 +199,7 @@ TEST_F(Flash, WithoutAnOpenFlashEveryOperationIsAnInvalidArgument) {
 
 // ---- the SPI flash
 
-TEST_F(SpiFront, TellsTheGeometryOfThePartitions) {
+TEST_F(SpiFront, GetsTheGeometryOfThePartitions) {
     norv_flash_info_t info = {0x1122334455667788, 0, 0, 0};
     EXPECT_EQ(norv_linux_flash_get_info(&flash, &info), 0U);
     EXPECT_EQ(info.reserved, 0x1122334455667788U);
@@ -214,7 +214,7 @@ TEST_F(SpiFront, ErasesOneBlock) {
     EXPECT_THAT(nor->steps, SizeIs(1));
 }
 
-TEST_F(SpiFront, ErasesTheFirstValidBlockAndTellsItsEnd) {
+TEST_F(SpiFront, ErasesTheFirstValidBlockAndReturnsItsEnd) {
     uint32_t end = 32 * KiB;
     EXPECT_EQ(norv_linux_flash_erase_first_valid_block(&flash, 8 * KiB, &end), 0U);
     EXPECT_EQ(end, 12 * KiB);
@@ -235,14 +235,14 @@ TEST_F(SpiFront, ReadsAndWrites) {
     EXPECT_EQ(on_nor(512, 256), repeated('B', 256));
 }
 
-TEST_F(SpiFront, AReadAcrossTheEndOfThePartitionTellsHowMuchItGot) {
+TEST_F(SpiFront, AReadAcrossTheEndOfThePartitionReportsTheBytesRead) {
     std::string bytes(8, '-');
     uint32_t length = 8;
     EXPECT_EQ(norv_linux_flash_read(&flash, 64 * KiB - 4, bytes.data(), &length), 0U);
     EXPECT_EQ(length, 4U);
 }
 
-TEST_F(SpiFront, ContinuesAnEraseWithTheEndTheCallbacksAndTheUser) {
+TEST_F(SpiFront, PassesTheEndAndTheCallbacksToAnErase) {
     uint32_t end = 32 * KiB;
     watching.stop_at = 3;
     EXPECT_EQ(norv_linux_flash_continue_erase(&flash, 8 * KiB, 8 * KiB, &end, observer::cancel,
@@ -255,7 +255,7 @@ TEST_F(SpiFront, ContinuesAnEraseWithTheEndTheCallbacksAndTheUser) {
     EXPECT_EQ(norv_linux_flash_continue_erase(&flash, 8 * KiB, 8 * KiB, &end, observer::cancel,
                                               observer::progress, &watching),
               NORV_STATUS_TIMEOUT);
-    EXPECT_EQ(watching.questions, 1U);
+    EXPECT_EQ(watching.cancel_calls, 1U);
 }
 
 TEST_F(SpiFront, TheEndBoundsAnErase) {
@@ -265,7 +265,7 @@ TEST_F(SpiFront, TheEndBoundsAnErase) {
     EXPECT_EQ(on_nor(12 * KiB, 4 * KiB), repeated('b', 4 * KiB));
 }
 
-TEST_F(SpiFront, ContinuesAReadWithTheCallbacksAndTheUser) {
+TEST_F(SpiFront, PassesTheCallbacksToARead) {
     std::string bytes(6 * KiB, '-');
     uint32_t length = 6 * KiB;
     EXPECT_EQ(norv_linux_flash_continue_read(&flash, 4 * KiB, bytes.data(), &length, observer::cancel,
@@ -273,10 +273,10 @@ TEST_F(SpiFront, ContinuesAReadWithTheCallbacksAndTheUser) {
               0U);
     EXPECT_EQ(bytes, repeated('b', 6 * KiB));
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 4 * KiB, 2 * KiB, 66}, report{0, 8 * KiB, 0, 100}));
-    EXPECT_EQ(watching.questions, 2U);
+    EXPECT_EQ(watching.cancel_calls, 2U);
 }
 
-TEST_F(SpiFront, ContinuesAWriteWithSkipEndCallbacksAndUser) {
+TEST_F(SpiFront, PassesTheSkipTheEndAndTheCallbacksToAWrite) {
     std::fill(nor->bytes.begin(), nor->bytes.end(), uint8_t{0xFF});
     const std::string data = repeated('d', 5 * KiB);
     uint32_t length = 5 * KiB;
@@ -288,7 +288,7 @@ TEST_F(SpiFront, ContinuesAWriteWithSkipEndCallbacksAndUser) {
     EXPECT_EQ(end, 12 * KiB);
     EXPECT_EQ(on_nor(4 * KiB, 8 * KiB), repeated('\xFF', 2 * KiB) + data + repeated('\xFF', KiB));
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 6 * KiB, 3 * KiB, 40}, report{0, 8 * KiB, 0, 100}));
-    EXPECT_GT(watching.questions, 2U);
+    EXPECT_GT(watching.cancel_calls, 2U);
 }
 
 TEST_F(SpiFront, StatusesPassThroughUnchanged) {
@@ -303,7 +303,7 @@ TEST_F(SpiFront, StatusesPassThroughUnchanged) {
 
 // ---- the eMMC
 
-TEST_F(EmmcFront, TellsTheGeometryOfTheDevice) {
+TEST_F(EmmcFront, GetsTheGeometryOfTheDevice) {
     norv_flash_info_t info = {0x1122334455667788, 0, 0, 0};
     EXPECT_EQ(norv_linux_flash_get_info(&flash, &info), 0U);
     EXPECT_EQ(info.reserved, 0x1122334455667788U);
@@ -337,7 +337,7 @@ TEST_F(EmmcFront, ReadsAndWrites) {
 }
 
 // quirk 156
-TEST_F(EmmcFront, ContinuesAnEraseWithoutTheEnd) {
+TEST_F(EmmcFront, PassesAnEraseWithoutTheEnd) {
     uint32_t end = 1;
     watching.stop_at = 2;
     EXPECT_EQ(norv_linux_flash_continue_erase(&flash, 1024, 256 * KiB, &end, observer::cancel,
@@ -350,10 +350,10 @@ TEST_F(EmmcFront, ContinuesAnEraseWithoutTheEnd) {
     EXPECT_EQ(norv_linux_flash_continue_erase(&flash, 0, 512, nullptr, observer::cancel, observer::progress,
                                               &watching),
               NORV_STATUS_TIMEOUT);
-    EXPECT_EQ(watching.questions, 3U);
+    EXPECT_EQ(watching.cancel_calls, 3U);
 }
 
-TEST_F(EmmcFront, ContinuesAReadWithTheCallbacksAndTheUser) {
+TEST_F(EmmcFront, PassesTheCallbacksToARead) {
     std::string bytes(192 * KiB, '-');
     uint32_t length = 192 * KiB;
     EXPECT_EQ(norv_linux_flash_continue_read(&flash, 128 * KiB, bytes.data(), &length, observer::cancel,
@@ -362,11 +362,11 @@ TEST_F(EmmcFront, ContinuesAReadWithTheCallbacksAndTheUser) {
     EXPECT_EQ(bytes, repeated('b', 192 * KiB));
     EXPECT_THAT(watching.reports,
                 ElementsAre(report{0, 128 * KiB, 64 * KiB, 66}, report{0, 256 * KiB, 0, 100}));
-    EXPECT_EQ(watching.questions, 2U);
+    EXPECT_EQ(watching.cancel_calls, 2U);
 }
 
 // quirk 156
-TEST_F(EmmcFront, ContinuesAWriteWithSkipCallbacksAndUserButWithoutTheEnd) {
+TEST_F(EmmcFront, PassesAWriteWithoutTheEnd) {
     const std::string data = repeated('d', 128 * KiB);
     uint32_t length = 128 * KiB;
     uint32_t end = 1;
@@ -377,7 +377,7 @@ TEST_F(EmmcFront, ContinuesAWriteWithSkipCallbacksAndUserButWithoutTheEnd) {
     EXPECT_EQ(end, 1U);
     EXPECT_EQ(card->content(128 * KiB - 1, 128 * KiB + 2), "b" + data + "b");
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 128 * KiB, 0, 100}));
-    EXPECT_EQ(watching.questions, 1U);
+    EXPECT_EQ(watching.cancel_calls, 1U);
 }
 
 TEST_F(EmmcFront, StatusesPassThroughUnchanged) {

@@ -1,4 +1,4 @@
-// A partition that is too large for the test's memory: keeps no bytes, only where it was read, written and
+// A partition that is too large for the test's memory: stores no bytes, only where it was read, written and
 // erased.
 #pragma once
 

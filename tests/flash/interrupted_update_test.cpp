@@ -1,6 +1,6 @@
-// An update whose process is killed again and again, at random calls, goes on by the two numbers of its
-// journal (norv_flash_types.h) on both kinds of flash: the image is complete at last, and nothing around it
-// has changed.
+// An update whose process is killed repeatedly, at random calls, is continued from the two numbers in its
+// journal (norv_flash_types.h) on both kinds of flash: in the end the image is complete, and nothing around
+// it has changed.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -25,7 +25,7 @@ using bytes = std::vector<uint8_t>;
 constexpr uint32_t KiB = 1024;
 constexpr uint32_t kills_wanted = 120;
 
-// What an update keeps on another medium.
+// The journal of an update, on another medium.
 struct journal {
     uint32_t cursor;
     uint32_t done;
@@ -45,7 +45,7 @@ void note(void* user, uint32_t, uint32_t address, uint32_t remaining, uint32_t) 
     job->noted.done = done;
 }
 
-// Erases and writes what is left, from the cursor on.
+// Erases and writes the rest, starting at the cursor.
 uint32_t write_rest(norv_flash_t* flash, update& job) {
     uint32_t end = job.area_end;
     uint32_t length = static_cast<uint32_t>(job.image.size()) - job.noted.done;
@@ -83,7 +83,7 @@ class InterruptedUpdate : public testing::Test {
     }
 
     // Runs an update in a process of its own, whose power fails during one of the next calls. Returns its
-    // exit status, or nothing when the power failed first.
+    // exit status, or nothing if the power failed first.
     std::optional<int> run_until_the_power_fails(update& job, uint32_t most_calls) {
         const uint32_t calls = 1 + below(most_calls);
         const auto seed_of_power = static_cast<uint32_t>(random());
@@ -98,7 +98,7 @@ class InterruptedUpdate : public testing::Test {
         return WIFEXITED(ended) ? std::optional(WEXITSTATUS(ended)) : std::nullopt;
     }
 
-    // Runs an update until it comes to its end.
+    // Runs an update until it is complete.
     void finish(update& job, uint32_t most_calls) {
         std::optional<int> ended;
         for (uint32_t runs = 0; !ended && runs < 1000; ++runs) {
@@ -144,7 +144,7 @@ class InterruptedUpdateOfSpiFlash : public InterruptedUpdate {
         return all;
     }
 
-    // What the good blocks hold from the start of the area on.
+    // The contents of the good blocks from the start of the area.
     bytes content(size_t size) {
         bytes found(partitions[0]->bytes.begin() + start, partitions[0]->bytes.end());
         for (const auto& part : {partitions[1], partitions[2]}) {

@@ -1,5 +1,5 @@
-// Flash that outlives the process that uses it, as a chip does: its cells are in memory that processes share.
-// The process can be killed in the middle of any call, which leaves the call half done.
+// Flash that outlives the process that uses it, like a chip: its cells are in shared memory.
+// The process can be killed during any call, which is then done in part.
 #pragma once
 
 #include <linux/fs.h>
@@ -49,8 +49,8 @@ class power_supply {
     uint32_t calls = UINT32_MAX;
     std::minstd_rand random;
 
-    // Called as a call begins. True when the power fails during it: the device does a part of the call, and
-    // cuts.
+    // Called at the start of a call. True if the power fails during it: the device does a part of the call,
+    // then calls cut().
     bool fails() { return --calls == 0; }
     size_t part(size_t whole) { return random() % (whole + 1); }
     static void cut() { kill(getpid(), SIGKILL); }
@@ -62,7 +62,7 @@ class power_supply {
     }
 };
 
-// Cells that last, in a device that can lose its power.
+// Persistent cells, in a device that can lose its power.
 class lasting_device : public device {
   public:
     lasting_device(size_t size, power_supply& power) : bytes(size), power_(power) {
@@ -87,7 +87,7 @@ class lasting_device : public device {
     power_supply& power_;
 };
 
-// A partition. NAND takes one program per page and erase: a second one leaves a wrong bit in the page.
+// A partition. NAND allows one program of a page per erase: a second one leaves a wrong bit in the page.
 class lasting_partition : public lasting_device {
   public:
     lasting_partition(const flash_geometry& geometry, power_supply& power)
@@ -98,8 +98,8 @@ class lasting_partition : public lasting_device {
         std::fill(programmed_.begin(), programmed_.end(), true);
     }
 
-    shared_array<bool> bad;                // by the block's number
-    std::vector<uint32_t> does_not_erase;  // blocks, by their numbers
+    shared_array<bool> bad;                // by block number
+    std::vector<uint32_t> does_not_erase;  // block numbers
 
     long write(const void* buffer, size_t size, off_t offset) override {
         const bool cut = power_.fails();
@@ -147,7 +147,7 @@ class lasting_partition : public lasting_device {
         programmed_[page] = true;
     }
 
-    // An erase that is cut off leaves anything in the block.
+    // An interrupted erase leaves random contents in the block.
     long erase(uint32_t start) {
         const bool cut = power_.fails();
         const uint32_t block = start / geometry_.erase_size;
@@ -168,7 +168,7 @@ class lasting_partition : public lasting_device {
     shared_array<bool> programmed_;
 };
 
-// A card in blocks of 512 bytes, which are written whole or not at all.
+// A card with blocks of 512 bytes, each of which is written completely or not at all.
 class lasting_card : public lasting_device {
   public:
     lasting_card(size_t size, power_supply& power) : lasting_device(size, power), size_(size) {}

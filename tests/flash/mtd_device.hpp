@@ -1,5 +1,5 @@
-// A partition of raw flash as the kernel's MTD layer shows it: NOR or NAND, with bad blocks, blocks that wear
-// out, and bits that flip.
+// A partition of raw flash as the kernel's MTD layer presents it: NOR or NAND, with bad blocks, blocks that
+// wear out, and bits that flip.
 #pragma once
 
 #include <mtd/mtd-user.h>
@@ -37,7 +37,7 @@ constexpr flash_geometry nand(uint32_t size, uint32_t erase_size, uint32_t write
     return {MTD_NANDFLASH, size, erase_size, write_size, 16};
 }
 
-// As the kernel tells it.
+// The kernel's answer to MEMGETINFO.
 constexpr mtd_info_user info_of(const flash_geometry& geometry) {
     return {geometry.type,
             MTD_WRITEABLE,
@@ -48,7 +48,7 @@ constexpr mtd_info_user info_of(const flash_geometry& geometry) {
             0};
 }
 
-// One thing that was done to the medium.
+// One operation on the medium.
 struct flash_step {
     std::string what;  // "erase", "query", "mark", "read" or "write"
     uint32_t offset;
@@ -65,18 +65,18 @@ class mtd_device : public device {
     explicit mtd_device(const flash_geometry& geometry)
         : bytes(geometry.size, 0xFF), geometry_(geometry), oob_(pages() * geometry.oob_size, 0xFF) {}
 
-    // The medium, and what was done to it.
+    // The medium, and the operations on it.
     std::vector<uint8_t> bytes;
     std::set<uint32_t> bad_blocks;  // by number
     std::vector<flash_step> steps;
 
-    // Failures, by block: the errno that the request on it fails with.
+    // Failures, by block: the errno of the request for it.
     std::map<uint32_t, int> erase_errors;
     std::map<uint32_t, int> query_errors;
     std::map<uint32_t, int> marking_errors;
     std::set<uint32_t> flipped;        // bytes that read back with a wrong bit
-    std::function<void()> on_query;    // called at every query
-    uint32_t most_bytes = UINT32_MAX;  // that one read moves
+    std::function<void()> on_query;    // called at each query
+    uint32_t most_bytes = UINT32_MAX;  // of one read
     uint32_t most_written = UINT32_MAX;
 
     std::vector<uint8_t> part(uint32_t offset, uint32_t length) const {
@@ -105,7 +105,7 @@ class mtd_device : public device {
         return static_cast<long>(count);
     }
 
-    // Writing clears bits, and sets none.
+    // Writing only clears bits.
     long write(const void* buffer, size_t size, off_t offset) override {
         const uint32_t start = static_cast<uint32_t>(offset);
         steps.push_back({"write", start, static_cast<uint32_t>(size)});

@@ -60,7 +60,7 @@ class NandMtd : public Mtd {
 
 // ---- open and close
 
-TEST_F(Mtd, OpeningAsksForTheGeometry) {
+TEST_F(Mtd, OpeningQueriesTheGeometry) {
     kernel.add_device("/dev/mtd3", std::make_shared<mtd_device>(nand(0x20000, 0x4000, 512)));
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd3", &partition), 0U);
     EXPECT_GT(partition.descriptor, 0);
@@ -79,20 +79,20 @@ TEST_F(Mtd, ThePathIsAFormat) {
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd%%0", &partition), 0U);
 }
 
-TEST_F(Mtd, APartitionThatIsNotThereCannotBeOpened) {
+TEST_F(Mtd, AMissingPartitionCannotBeOpened) {
     partition.descriptor = 77;
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &partition), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(partition.descriptor, -1);
 }
 
-TEST_F(Mtd, ADeviceThatIsNoFlashIsClosedAgain) {
+TEST_F(Mtd, ADeviceThatIsNotAFlashIsClosedAgain) {
     kernel.add_device("/dev/mtd0", std::make_shared<norv::test::device>());
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd0", &partition), errno_status(ENOTTY));
     EXPECT_EQ(partition.descriptor, -1);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(Mtd, AGeometryWhoseFailureMapsToZeroGivesAnOpenPartitionOfNoSize) {
+TEST_F(Mtd, AGeometryWhoseErrnoMapsToZeroOpensAPartitionOfSizeZero) {
     kernel.add_device("/dev/mtd0", std::make_shared<norv::test::device>());
     kernel.map_errno(ENOTTY, 0);
     partition.info.size = 0x1000;
@@ -112,7 +112,7 @@ TEST_F(NorMtd, ClosingTwiceClosesOnce) {
 }
 
 // quirk 126
-TEST_F(Mtd, ARecordOfZerosIsNotClosedAndStaysAsItIs) {
+TEST_F(Mtd, ARecordOfZerosIsNotClosedAndStaysUnchanged) {
     norv_linux_mtd_close(&partition);
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
     EXPECT_EQ(partition.descriptor, 0);
@@ -162,7 +162,7 @@ TEST_F(Mtd, ANullPointerIsAnInvalidArgumentAndCloseAcceptsIt) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(Mtd, BothKindsOfNandAreNandAndNothingElse) {
+TEST_F(Mtd, BothKindsOfNandAreNandAndNothingElseIs) {
     for (const int type : {MTD_ABSENT, MTD_RAM, MTD_ROM, MTD_NORFLASH, MTD_DATAFLASH, MTD_UBIVOLUME}) {
         partition.info.type = static_cast<uint8_t>(type);
         EXPECT_FALSE(norv_linux_mtd_type_is_nand(&partition)) << type;
@@ -195,19 +195,19 @@ TEST_F(NorMtd, AStartAtTheEndOfThePartitionIsRefused) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(NorMtd, AnEraseThatRunsOver4GibibytesIsRefused) {
+TEST_F(NorMtd, AnEraseAcross4GiBIsRefused) {
     EXPECT_EQ(norv_linux_mtd_erase(&partition, 0x1000, 0xFFFFF000), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(NorMtd, ABlockThatDoesNotEraseGivesTheErrnoStatus) {
+TEST_F(NorMtd, ABlockThatDoesNotEraseReturnsTheErrno) {
     flash->erase_errors[2] = EIO;
     EXPECT_EQ(norv_linux_mtd_erase(&partition, 0x2000, 0x1000), errno_status(EIO));
 }
 
 // ---- bad blocks
 
-TEST_F(NandMtd, ABadBlockIsToldByItsFlag) {
+TEST_F(NandMtd, ABadBlockSetsTheFlag) {
     flash->bad_blocks = {3};
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&partition, 0x3000, &bad), 0U);
@@ -223,14 +223,14 @@ TEST_F(NandMtd, ABadBlockQueryNeedsNoFlag) {
     EXPECT_THAT(flash->steps, ElementsAre(flash_step{"query", 0x3000}));
 }
 
-TEST_F(NandMtd, AFailedQueryGivesTheErrnoStatusAndLeavesTheFlag) {
+TEST_F(NandMtd, AFailedQueryReturnsTheErrnoAndLeavesTheFlagUnchanged) {
     flash->query_errors[3] = EIO;
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&partition, 0x3000, &bad), errno_status(EIO));
     EXPECT_EQ(bad, 9);
 }
 
-TEST_F(NandMtd, AFailedQueryWhoseErrnoMapsToZeroSaysGood) {
+TEST_F(NandMtd, AFailedQueryWhoseErrnoMapsToZeroReportsAGoodBlock) {
     flash->query_errors[3] = EIO;
     kernel.map_errno(EIO, 0);
     uint8_t bad = 9;
@@ -238,7 +238,7 @@ TEST_F(NandMtd, AFailedQueryWhoseErrnoMapsToZeroSaysGood) {
     EXPECT_EQ(bad, 0);
 }
 
-TEST_F(NorMtd, ABadBlockQueryOnNorGivesTheKernelsErrnoStatus) {
+TEST_F(NorMtd, ABadBlockQueryOnNorReturnsTheErrno) {
     flash->query_errors[0] = EOPNOTSUPP;
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&partition, 0, &bad), errno_status(EOPNOTSUPP));
@@ -251,12 +251,12 @@ TEST_F(NandMtd, MarkingABlockMakesItBad) {
     EXPECT_THAT(flash->steps, ElementsAre(flash_step{"mark", 0x5000}));
 }
 
-TEST_F(NandMtd, AFailedMarkingGivesTheErrnoStatus) {
+TEST_F(NandMtd, AFailedMarkingReturnsTheErrno) {
     flash->marking_errors[5] = EROFS;
     EXPECT_EQ(norv_linux_mtd_block_markbad(&partition, 0x5000), errno_status(EROFS));
 }
 
-TEST_F(NandMtd, ABlockBehindTheEndIsRefused) {
+TEST_F(NandMtd, ABlockPastTheEndIsRefused) {
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&partition, 0x10000, &bad), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_mtd_block_markbad(&partition, 0x10000), NORV_STATUS_INVALID_ARG);
@@ -300,7 +300,7 @@ TEST_F(NandMtd, WritingAndReadingStartAtTheOffset) {
     EXPECT_THAT(flash->part(0x1000, 0x100), Each(0xFF));
 }
 
-TEST_F(NandMtd, TheCountMayBeLeftOut) {
+TEST_F(NandMtd, TheCountMayBeNull) {
     std::vector<uint8_t> page(256, 0x5A);
     EXPECT_EQ(norv_linux_mtd_write(&partition, 0, 256, page.data(), nullptr), 0U);
     EXPECT_EQ(norv_linux_mtd_read(&partition, 0, 256, page.data(), nullptr), 0U);
@@ -317,7 +317,7 @@ TEST_F(NorMtd, ASingleByteIsCounted) {
 }
 
 // quirk 128
-TEST_F(NorMtd, ATransferPastTheEndIsCutByTheKernelAndToldByItsCount) {
+TEST_F(NorMtd, TheKernelTruncatesATransferPastTheEnd) {
     std::vector<uint8_t> bytes(16, 0x11);
     uint32_t count = 0;
     EXPECT_EQ(norv_linux_mtd_write(&partition, 0xFFFC, 16, bytes.data(), &count), 0U);
@@ -327,7 +327,7 @@ TEST_F(NorMtd, ATransferPastTheEndIsCutByTheKernelAndToldByItsCount) {
 }
 
 // quirk 128
-TEST_F(NorMtd, AShortTransferIsNotRepeated) {
+TEST_F(NorMtd, AShortTransferIsNotContinued) {
     flash->most_bytes = 3;
     flash->most_written = 5;
     std::vector<uint8_t> bytes(16);
@@ -350,7 +350,7 @@ TEST_F(NorMtd, AnOffsetAtTheEndOrNoBufferIsRefused) {
     EXPECT_THAT(flash->steps, IsEmpty());
 }
 
-TEST_F(NorMtd, AFailedTransferGivesItsErrnoStatusAndLeavesTheCount) {
+TEST_F(NorMtd, AFailedTransferReturnsTheErrnoAndLeavesTheCountUnchanged) {
     for (const char* call : {"read", "write"}) {
         kernel.fail(call, EIO);
         char byte = 0;
@@ -362,7 +362,7 @@ TEST_F(NorMtd, AFailedTransferGivesItsErrnoStatusAndLeavesTheCount) {
     }
 }
 
-TEST_F(NorMtd, AFailedTransferWhoseErrnoMapsToZeroMovedNothing) {
+TEST_F(NorMtd, AFailedTransferWhoseErrnoMapsToZeroCountsZeroBytes) {
     kernel.map_errno(EIO, 0);
     kernel.fail("read", EIO);
     char byte = 0;
@@ -372,7 +372,7 @@ TEST_F(NorMtd, AFailedTransferWhoseErrnoMapsToZeroMovedNothing) {
 }
 
 // quirk 127
-TEST_F(NorMtd, AfterAFailedSeekTheTransferIsMadeAllTheSameAndTheSeekReported) {
+TEST_F(NorMtd, AFailedSeekIsReportedOnlyAfterTheTransfer) {
     std::vector<uint8_t> bytes(4, 0x22);
     uint32_t count = 0;
     kernel.fail("lseek", ESPIPE);
@@ -393,7 +393,7 @@ TEST_F(NorMtd, AFailedSeekWhoseErrnoMapsToZeroIsNotReported) {
 
 // ---- failure sweep
 
-// Everything that a partition can do, up to the first failure.
+// Each operation on a partition once, up to the first failure.
 uint32_t use_partition() {
     norv_mtd_t partition;
     char bytes[256] = {};

@@ -1,4 +1,4 @@
-// Watches an operation that reports its progress, and stops it when it is told to.
+// Records the progress reports of an operation, and stops it at a chosen point.
 #pragma once
 
 #include <cstdint>
@@ -17,21 +17,21 @@ struct report {
     uint32_t percentage;
 
     bool operator==(const report&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const report& told) {
-        return out << "{" << told.status << ", " << told.address << ", " << told.remaining << ", "
-                   << told.percentage << "}";
+    friend std::ostream& operator<<(std::ostream& out, const report& made) {
+        return out << "{" << made.status << ", " << made.address << ", " << made.remaining << ", "
+                   << made.percentage << "}";
     }
 };
 
-// Given to an operation as its `user`, together with `cancel` and `progress`.
+// Passed to an operation as its `user`, together with `cancel` and `progress`.
 struct observer {
-    uint32_t stop_at = UINT32_MAX;  // the question that is answered with "stop", counted from 0
-    uint32_t questions = 0;
+    uint32_t stop_at = UINT32_MAX;  // the call of `cancel` that returns true, counted from 0
+    uint32_t cancel_calls = 0;
     std::vector<report> reports = {};
 
     static bool cancel(void* user) {
         auto* self = static_cast<observer*>(user);
-        return self->questions++ == self->stop_at;
+        return self->cancel_calls++ == self->stop_at;
     }
     static void progress(void* user, uint32_t status, uint32_t address, uint32_t remaining,
                          uint32_t percentage) {

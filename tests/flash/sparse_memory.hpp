@@ -1,4 +1,4 @@
-// Memory of any size, zero at first, of which only what is written takes room.
+// Memory of any size, initially zero, of which only what is written is allocated.
 #pragma once
 
 #include <algorithm>
@@ -36,7 +36,7 @@ class sparse_memory {
     static constexpr size_t piece_size = 65536;
     using piece = std::array<uint8_t, piece_size>;
 
-    // Calls with each piece that a range touches: its number, the range's offset in it, the length.
+    // Calls the handler for each piece of a range: its number, the offset in it, the length.
     template <typename handler>
     static void in_pieces(uint64_t address, size_t count, handler handle) {
         while (count > 0) {

@@ -1,14 +1,14 @@
-// The joined flash: erasing.
+// The concatenated flash: erasing.
+#include "flash/concatenated_flash.hpp"
 #include "flash/huge_partition.hpp"
-#include "flash/joined_flash.hpp"
 
 namespace {
 
+using norv::test::concatenated_flash;
 using norv::test::errno_status;
 using norv::test::flash_geometry;
 using norv::test::flash_step;
 using norv::test::huge_partition;
-using norv::test::joined_flash;
 using norv::test::nand;
 using norv::test::nor;
 using norv::test::observer;
@@ -17,12 +17,12 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class EraseOneBlock : public joined_flash {
+class EraseOneBlock : public concatenated_flash {
   protected:
     uint32_t erase(uint32_t address) { return norv_linux_spi_flash_erase_one_block(&flash, address); }
 };
 
-class EraseFirstValidBlock : public joined_flash {
+class EraseFirstValidBlock : public concatenated_flash {
   protected:
     uint32_t erase(uint32_t address) {
         return norv_linux_spi_flash_erase_first_valid_block(&flash, address, &end);
@@ -31,7 +31,7 @@ class EraseFirstValidBlock : public joined_flash {
     uint32_t end = 0;
 };
 
-class ContinueErase : public joined_flash {
+class ContinueErase : public concatenated_flash {
   protected:
     uint32_t erase(uint32_t address, uint32_t length) {
         return norv_linux_spi_flash_continue_erase(&flash, address, length, &end, observer::cancel,
@@ -47,7 +47,7 @@ constexpr flash_geometry small_nand = nand(0x4000, 0x1000);
 
 // ---- one block
 
-TEST_F(EraseOneBlock, OnNorErasesWithoutAskingForBadBlocks) {
+TEST_F(EraseOneBlock, OnNorErasesWithoutAQuery) {
     open({small_nor});
     partition(0).bytes.assign(0x4000, 0);
     EXPECT_EQ(erase(0x1000), 0U);
@@ -56,7 +56,7 @@ TEST_F(EraseOneBlock, OnNorErasesWithoutAskingForBadBlocks) {
     EXPECT_THAT(partition(0).part(0x2000, 0x1000), Each(0));
 }
 
-TEST_F(EraseOneBlock, OnNandAsksFirst) {
+TEST_F(EraseOneBlock, OnNandQueriesFirst) {
     open({small_nand});
     EXPECT_EQ(erase(0x1000), 0U);
     EXPECT_THAT(partition(0).steps,
@@ -102,14 +102,14 @@ TEST_F(EraseOneBlock, ANandBlockThatDoesNotEraseIsMarkedBad) {
 }
 
 // quirk 136
-TEST_F(EraseOneBlock, ABlockThatCannotBeAskedIsMarkedBadWithoutBeingErased) {
+TEST_F(EraseOneBlock, ABlockThatCannotBeQueriedIsMarkedBadWithoutAnErase) {
     open({small_nand});
     partition(0).query_errors[1] = EIO;
     EXPECT_EQ(erase(0x1000), NORV_STATUS_EXHAUSTED);
     EXPECT_THAT(partition(0).steps, ElementsAre(flash_step{"query", 0x1000}, flash_step{"mark", 0x1000}));
 }
 
-TEST_F(EraseOneBlock, AFailedMarkingGivesItsStatus) {
+TEST_F(EraseOneBlock, AFailedMarkingReturnsItsStatus) {
     open({small_nand});
     partition(0).erase_errors[1] = EIO;
     partition(0).query_errors[2] = EIO;
@@ -119,7 +119,7 @@ TEST_F(EraseOneBlock, AFailedMarkingGivesItsStatus) {
     EXPECT_THAT(partition(0).bad_blocks, IsEmpty());
 }
 
-TEST_F(EraseOneBlock, ANorBlockThatDoesNotEraseGivesTheStatusAndIsNotMarked) {
+TEST_F(EraseOneBlock, ANorBlockThatDoesNotEraseReturnsTheStatusAndIsNotMarked) {
     open({small_nor});
     partition(0).erase_errors[1] = EIO;
     EXPECT_EQ(erase(0x1000), errno_status(EIO));
@@ -128,7 +128,7 @@ TEST_F(EraseOneBlock, ANorBlockThatDoesNotEraseGivesTheStatusAndIsNotMarked) {
 
 // ---- the first block that is not bad
 
-TEST_F(EraseFirstValidBlock, TakesTheBlockOfTheAddressWhenItIsGood) {
+TEST_F(EraseFirstValidBlock, ErasesTheBlockAtTheAddressIfItIsGood) {
     open({small_nand});
     end = 0x4000;
     EXPECT_EQ(erase(0x1000), 0U);
@@ -137,7 +137,7 @@ TEST_F(EraseFirstValidBlock, TakesTheBlockOfTheAddressWhenItIsGood) {
                 ElementsAre(flash_step{"query", 0x1000}, flash_step{"erase", 0x1000, 0x1000}));
 }
 
-TEST_F(EraseFirstValidBlock, GoesOverBadBlocks) {
+TEST_F(EraseFirstValidBlock, SkipsBadBlocks) {
     open({small_nand});
     partition(0).bad_blocks = {0, 1};
     end = 0x4000;
@@ -146,7 +146,7 @@ TEST_F(EraseFirstValidBlock, GoesOverBadBlocks) {
     EXPECT_THAT(partition(0).steps_of("erase"), ElementsAre(flash_step{"erase", 0x2000, 0x1000}));
 }
 
-TEST_F(EraseFirstValidBlock, GoesOverTheBorderOfAPartition) {
+TEST_F(EraseFirstValidBlock, CrossesTheBorderOfAPartition) {
     open({small_nand, nand(0x8000, 0x4000)});
     partition(0).bad_blocks = {3};
     end = 0xC000;
@@ -164,7 +164,7 @@ TEST_F(EraseFirstValidBlock, WithoutAGoodBlockBeforeTheEndIsExhausted) {
     EXPECT_THAT(partition(0).steps_of("erase"), IsEmpty());
 }
 
-TEST_F(EraseFirstValidBlock, AnEndThatIsNotBehindTheAddressIsExhausted) {
+TEST_F(EraseFirstValidBlock, AnEndThatIsNotAfterTheAddressIsExhausted) {
     open({small_nand});
     end = 0x1000;
     EXPECT_EQ(erase(0x1000), NORV_STATUS_EXHAUSTED);
@@ -189,7 +189,7 @@ TEST_F(EraseFirstValidBlock, ANullEndIsAnInvalidArgument) {
     EXPECT_EQ(norv_linux_spi_flash_erase_first_valid_block(&flash, 0, nullptr), NORV_STATUS_INVALID_ARG);
 }
 
-TEST_F(EraseFirstValidBlock, ABlockThatFailsIsMarkedBadAndTheNextOneTried) {
+TEST_F(EraseFirstValidBlock, ABlockThatFailsIsMarkedBadAndTheNextOneIsTried) {
     open({small_nand});
     partition(0).erase_errors[0] = EIO;
     partition(0).query_errors[1] = EIO;
@@ -203,7 +203,7 @@ TEST_F(EraseFirstValidBlock, ABlockThatFailsIsMarkedBadAndTheNextOneTried) {
 }
 
 // quirk 135
-TEST_F(EraseFirstValidBlock, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMarkingSucceeds) {
+TEST_F(EraseFirstValidBlock, AfterAFailedMarkingBlocksAreMarkedUntilAMarkingSucceeds) {
     open({nand(0x5000, 0x1000)});
     partition(0).erase_errors[0] = EIO;
     partition(0).marking_errors = {{0, EROFS}, {1, EROFS}};
@@ -217,7 +217,7 @@ TEST_F(EraseFirstValidBlock, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUnt
                             flash_step{"query", 0x3000}, flash_step{"erase", 0x3000, 0x1000}));
 }
 
-TEST_F(EraseFirstValidBlock, WhenEveryMarkingFailsTheSpaceIsExhausted) {
+TEST_F(EraseFirstValidBlock, IfEveryMarkingFailsTheSpaceIsExhausted) {
     open({small_nand});
     partition(0).erase_errors[0] = EIO;
     partition(0).marking_errors = {{0, EROFS}, {1, EROFS}, {2, EROFS}, {3, EROFS}};
@@ -245,7 +245,7 @@ TEST_F(EraseFirstValidBlock, AFailedMarkingEndsTheCallAtTheFirstNorBlock) {
     EXPECT_THAT(partition(1).steps, IsEmpty());
 }
 
-TEST_F(EraseFirstValidBlock, TheEndIsLookedAtAgainForEachBlock) {
+TEST_F(EraseFirstValidBlock, TheEndIsReadAgainForEachBlock) {
     open({small_nand});
     partition(0).bad_blocks = {0};
     partition(0).on_query = [this] { end = 0x1000; };
@@ -256,7 +256,7 @@ TEST_F(EraseFirstValidBlock, TheEndIsLookedAtAgainForEachBlock) {
 
 // ---- many blocks
 
-TEST_F(ContinueErase, ErasesTheLengthAndLeavesTheCursorBehindIt) {
+TEST_F(ContinueErase, ErasesTheLengthAndStoresTheAddressAfterIt) {
     open({small_nor});
     partition(0).bytes.assign(0x4000, 0);
     end = 0x4000;
@@ -292,11 +292,11 @@ TEST_F(ContinueErase, ALengthOfZeroOnlyMovesTheEndToTheAddress) {
     end = 0x4000;
     EXPECT_EQ(erase(0x1234, 0), 0U);
     EXPECT_EQ(end, 0x1234U);
-    EXPECT_EQ(watcher.questions, 0U);
+    EXPECT_EQ(watcher.cancel_calls, 0U);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(ContinueErase, GoesOverTheBorderOfPartitionsWithDifferentBlocks) {
+TEST_F(ContinueErase, CrossesTheBorderOfPartitionsWithDifferentBlocks) {
     open({nor(0x4000, 0x1000), nor(0x8000, 0x4000)});
     end = 0xC000;
     EXPECT_EQ(erase(0x3000, 0x5000), 0U);
@@ -305,7 +305,7 @@ TEST_F(ContinueErase, GoesOverTheBorderOfPartitionsWithDifferentBlocks) {
     EXPECT_THAT(partition(1).steps, ElementsAre(flash_step{"erase", 0, 0x4000}));
 }
 
-TEST_F(ContinueErase, ABadBlockIsLeftOutAndNeitherCountedNorReported) {
+TEST_F(ContinueErase, ABadBlockIsSkippedAndNeitherCountedNorReported) {
     open({small_nand});
     partition(0).bad_blocks = {1};
     partition(0).bytes.assign(0x4000, 0);
@@ -316,11 +316,11 @@ TEST_F(ContinueErase, ABadBlockIsLeftOutAndNeitherCountedNorReported) {
                                                 flash_step{"query", 0x1000}, flash_step{"query", 0x2000},
                                                 flash_step{"erase", 0x2000, 0x1000}));
     EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0, 0x1000, 50}, report{0, 0x2000, 0, 100}));
-    EXPECT_EQ(watcher.questions, 3U);
+    EXPECT_EQ(watcher.cancel_calls, 3U);
 }
 
 // quirk 138
-TEST_F(ContinueErase, TheEndComesBeforeTheLength) {
+TEST_F(ContinueErase, ReachingTheEndBeforeTheLengthIsASuccess) {
     open({small_nor});
     end = 0x2000;
     EXPECT_EQ(erase(0, 0x8000), 0U);
@@ -378,7 +378,7 @@ TEST_F(ContinueErase, ABlockThatFailsIsMarkedBadAndDoesNotCount) {
 }
 
 // quirk 135
-TEST_F(ContinueErase, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMarkingSucceeds) {
+TEST_F(ContinueErase, AfterAFailedMarkingBlocksAreMarkedUntilAMarkingSucceeds) {
     open({nand(0x6000, 0x1000)});
     partition(0).erase_errors[0] = EIO;
     partition(0).marking_errors = {{0, EROFS}, {1, EROFS}};
@@ -397,7 +397,7 @@ TEST_F(ContinueErase, AfterAFailedMarkingTheNextBlocksAreMarkedUnaskedUntilAMark
 }
 
 // quirk 137
-TEST_F(ContinueErase, AMarkingThatStillFailsAtTheEndIsReturnedAndTheEndStays) {
+TEST_F(ContinueErase, AMarkingThatStillFailsAtTheEndIsReturned) {
     open({small_nand});
     partition(0).erase_errors[2] = EIO;
     partition(0).marking_errors = {{2, EROFS}, {3, EPERM}};
@@ -409,7 +409,7 @@ TEST_F(ContinueErase, AMarkingThatStillFailsAtTheEndIsReturnedAndTheEndStays) {
 }
 
 // quirk 137
-TEST_F(ContinueErase, TheLastBlockBeforeTheEndIsReportedAsDoneWhateverBecameOfIt) {
+TEST_F(ContinueErase, TheLastBlockBeforeTheEndIsReportedAsDone) {
     open({small_nand});
     partition(0).erase_errors[3] = EIO;
     end = 0x4000;
@@ -439,7 +439,7 @@ TEST_F(ContinueErase, AFailedMarkingEndsTheCallAtTheFirstNorBlock) {
     EXPECT_THAT(partition(1).steps, IsEmpty());
 }
 
-TEST_F(ContinueErase, CanBeStoppedBeforeEachBlockAndGoesOnFromThere) {
+TEST_F(ContinueErase, CanBeStoppedBeforeEachBlockAndContinuesFromThere) {
     open({small_nor});
     for (uint32_t question = 0; question < 4; ++question) {
         partition(0).steps.clear();
@@ -483,7 +483,7 @@ TEST_F(ContinueErase, MisalignedAddressesAndEndsAreRefused) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(ContinueErase, AnAlignedAddressThatStartsNoBlockOfItsPartitionIsRefusedAndNothingIsMarked) {
+TEST_F(ContinueErase, AnAddressThatStartsNoBlockOfItsPartitionIsRefused) {
     open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
     end = 0x8000;
     EXPECT_EQ(erase(0x2000, 0x2000), NORV_STATUS_RANGE);
@@ -491,7 +491,7 @@ TEST_F(ContinueErase, AnAlignedAddressThatStartsNoBlockOfItsPartitionIsRefusedAn
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(ContinueErase, ABlockAtAnUnalignedAddressIsErasedOnlyAlone) {
+TEST_F(ContinueErase, ABlockAtAMisalignedAddressIsErasedOnlyAlone) {
     open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
     for (const uint32_t wanted : {0x3000U, 0x9000U}) {
         end = 0x8000;
@@ -504,7 +504,7 @@ TEST_F(ContinueErase, ABlockAtAnUnalignedAddressIsErasedOnlyAlone) {
     EXPECT_THAT(partition(1).steps_of("erase"), ElementsAre(flash_step{"erase", 0, 0x2000}));
 }
 
-TEST_F(ContinueErase, ARunStopsAtAPartitionWithAnUnalignedBase) {
+TEST_F(ContinueErase, AnEraseStopsAtAPartitionWithAMisalignedBase) {
     open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
     end = 0x8000;
     EXPECT_EQ(erase(0, 0x3000), NORV_STATUS_RANGE);
@@ -513,7 +513,7 @@ TEST_F(ContinueErase, ARunStopsAtAPartitionWithAnUnalignedBase) {
     EXPECT_THAT(partition(1).steps, IsEmpty());
 }
 
-TEST_F(ContinueErase, AnUnalignedEndIsRefusedEvenAtTheEndOfABlock) {
+TEST_F(ContinueErase, AMisalignedEndIsRefusedEvenAtTheEndOfABlock) {
     open({nand(0x1000, 0x1000), nand(0x8000, 0x2000)});
     end = 0x3000;
     EXPECT_EQ(erase(0, 0x1000), NORV_STATUS_RANGE);
@@ -528,13 +528,13 @@ TEST_F(ContinueErase, PercentagesOfGibibytesAreExact) {
     end = 0x80000000;
     EXPECT_EQ(erase(0, total), 0U);
     ASSERT_EQ(watcher.reports.size(), total / huge_partition::block + 1);
-    for (const report& told : watcher.reports) {
-        const uint64_t done = total - told.remaining;
-        ASSERT_EQ(told.percentage, done * 100 / total) << done;
+    for (const report& progress : watcher.reports) {
+        const uint64_t done = total - progress.remaining;
+        ASSERT_EQ(progress.percentage, done * 100 / total) << done;
     }
 }
 
-TEST_F(ContinueErase, TheCallbacksMayBeLeftOut) {
+TEST_F(ContinueErase, TheCallbacksMayBeNull) {
     open({small_nand});
     end = 0x4000;
     EXPECT_EQ(norv_linux_spi_flash_continue_erase(&flash, 0, 0x4000, &end, nullptr, nullptr, nullptr), 0U);

@@ -1,10 +1,9 @@
-// The joined flash against a plain model of what its medium must look like afterwards, for thousands of
-// random boards: partitions, bad blocks, failures, lengths, skips and cancels. A failure names the seed of
-// its board.
+// The concatenated flash against a simple model of its medium, for thousands of random boards: partitions,
+// bad blocks, failures, lengths, skips and cancellations. A failure prints the seed of its board.
 #include <algorithm>
 #include <random>
 
-#include "flash/joined_flash.hpp"
+#include "flash/concatenated_flash.hpp"
 
 namespace {
 
@@ -30,9 +29,9 @@ struct block {
     uint32_t end() const { return start + size; }
 };
 
-// What an operation leaves behind, besides the medium.
+// The results of an operation, besides the medium.
 struct outcome {
-    uint32_t status;  // 0, one of the library's own, or `device_failure` for any of the device
+    uint32_t status;  // 0, one of the library's own, or `device_failure` for any errno
     uint32_t cursor;
 
     bool operator==(const outcome&) const = default;
@@ -45,7 +44,7 @@ uint32_t kind_of(uint32_t status) {
     return own ? status : device_failure;
 }
 
-// The medium as one row of bytes and one of blocks.
+// The medium as an array of bytes and one of blocks.
 class model {
   public:
     std::vector<uint8_t> bytes;
@@ -54,12 +53,12 @@ class model {
     outcome erase(uint32_t address, uint32_t length, uint32_t end, uint32_t stop_at) {
         bool marking_failed = false;
         uint32_t cursor = address;
-        uint32_t questions = 0;
+        uint32_t cancel_calls = 0;
         for (block& each : blocks) {
             if (each.start < address || each.start >= end || length == 0) {
                 continue;
             }
-            if (questions++ == stop_at) {
+            if (cancel_calls++ == stop_at) {
                 return {NORV_STATUS_TIMEOUT, end};
             }
             cursor = each.end();
@@ -82,13 +81,13 @@ class model {
         return marking_failed ? outcome{device_failure, end} : outcome{0, cursor};
     }
 
-    // Also tells where the first byte of the data went.
+    // Also returns where the first byte of the data was written.
     outcome write(uint32_t address, uint32_t skip, const std::vector<uint8_t>& data, uint32_t end,
                   uint32_t stop_at, uint32_t& first) {
         size_t done = 0;
         uint32_t cursor = address;
-        uint32_t questions = 0;
-        const auto is_stopped = [&] { return questions++ == stop_at; };
+        uint32_t cancel_calls = 0;
+        const auto is_stopped = [&] { return cancel_calls++ == stop_at; };
         for (const block& each : blocks) {
             if (each.end() <= address || each.start >= end || done == data.size()) {
                 continue;
@@ -125,7 +124,7 @@ class model {
     }
 };
 
-class SpiFlashProperty : public norv::test::joined_flash {
+class SpiFlashProperty : public norv::test::concatenated_flash {
   protected:
     uint32_t below(uint32_t limit) { return std::uniform_int_distribution<uint32_t>(0, limit - 1)(random); }
     bool one_in(uint32_t count) { return below(count) == 0; }
@@ -148,7 +147,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
     }
 
     void add_random_partition() {
-        // Whole multiples of the largest block, so that every region starts at a multiple of its own.
+        // Multiples of the largest block, so that every region starts at a multiple of its own block.
         const uint32_t size = 0x1000 * (1 + below(3));
         const uint32_t erase_size = 0x400U << below(3);
         const bool is_nand = !one_in(3);
@@ -185,7 +184,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
         }
     }
 
-    // From now on every block can be asked.
+    // From now on every block can be queried.
     void heal_queries() {
         for (const auto& part : partitions) {
             part->query_errors.clear();
@@ -236,7 +235,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
         EXPECT_EQ(bad, expected_bad);
     }
 
-    // Not so where a block neither erased nor could be marked, and a later marking succeeded.
+    // Not if a block could neither be erased nor marked, and a later marking succeeded.
     bool is_erased(uint32_t address, uint32_t end) const {
         return std::all_of(expected.blocks.begin(), expected.blocks.end(), [&](const block& each) {
             return each.bad || each.start < address || each.start >= end ||
@@ -245,7 +244,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
         });
     }
 
-    // Erases an area: stopped somewhere at first, then to its end. Returns the cursor.
+    // Erases an area: stopped somewhere first, then to its end. Returns the cursor.
     uint32_t erase_area(uint32_t address, uint32_t end) {
         const uint32_t length = 1 + below(end - address + 0x800);
         const uint32_t stop_at = below(12);
@@ -257,7 +256,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
         return wanted.status == 0 ? wanted.cursor : address;
     }
 
-    // Writes data into an erased area, stopped somewhere at first, and reads it back.
+    // Writes data to an erased area, stopped somewhere first, and reads it back.
     void write_area(uint32_t address, uint32_t end) {
         const uint32_t skip = one_in(2) ? 0 : 0x200 * below(6);
         std::vector<uint8_t> data(1 + below(end - address));
@@ -267,7 +266,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
         EXPECT_EQ(write(address, skip, data, end, stop_at),
                   expected.write(address, skip, data, end, stop_at, first));
         expect_medium();
-        // What is written again is the same, and clears no bit.
+        // The same data is written again, which clears no bit.
         const outcome wanted = expected.write(address, skip, data, end, UINT32_MAX, first);
         EXPECT_EQ(write(address, skip, data, end, UINT32_MAX), wanted);
         expect_medium();
@@ -289,7 +288,7 @@ class SpiFlashProperty : public norv::test::joined_flash {
     model expected;
 };
 
-TEST_F(SpiFlashProperty, AnyAreaIsErasedWrittenAndReadAsTheModelSays) {
+TEST_F(SpiFlashProperty, AnyAreaIsErasedWrittenAndReadAsInTheModel) {
     uint32_t written = 0;
     for (uint32_t seed = 1; seed <= boards && !HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));

@@ -1,10 +1,10 @@
-// The joined flash: open and close, geometry, plain reads and writes.
+// The concatenated flash: open and close, geometry, plain reads and writes.
 #include "norv_linux_spi_flash.h"
 
 #include <fcntl.h>
 
+#include "flash/concatenated_flash.hpp"
 #include "flash/huge_partition.hpp"
-#include "flash/joined_flash.hpp"
 #include "support/failure_sweep.hpp"
 #include "support/standard_input.hpp"
 
@@ -24,7 +24,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using SpiFlash = norv::test::joined_flash;
+using SpiFlash = norv::test::concatenated_flash;
 
 // ---- open and close
 
@@ -38,7 +38,7 @@ TEST_F(SpiFlash, PartitionsFollowEachOther) {
     EXPECT_EQ(flash->regions[1].device.info.size, 0xF00000U);
 }
 
-TEST_F(SpiFlash, PartitionsAreTakenInTheOrderOfTheirNames) {
+TEST_F(SpiFlash, PartitionsAreOrderedByTheirNames) {
     for (const char* name : {"/dev/mtd9", "/dev/mtd2", "/dev/mtd5"}) {
         const auto size = static_cast<uint32_t>(name[8] - '0') * 0x1000;
         kernel.add_device(name, std::make_shared<mtd_device>(nor(size, 0x1000)));
@@ -51,7 +51,7 @@ TEST_F(SpiFlash, PartitionsAreTakenInTheOrderOfTheirNames) {
     EXPECT_EQ(flash->regions[2].base, 0x7000U);
 }
 
-TEST_F(SpiFlash, OnlyTheNodesMtd0ToMtd9AreTaken) {
+TEST_F(SpiFlash, OnlyTheNodesMtd0ToMtd9AreOpened) {
     for (const char* name : {"mtd", "mtd10", "mtdblock0", "mtd0ro", "mtda", "xmtd1", "MTD1"}) {
         kernel.add_device(std::string("/dev/") + name, std::make_shared<mtd_device>(nor(0x1000, 0x1000)));
     }
@@ -60,7 +60,7 @@ TEST_F(SpiFlash, OnlyTheNodesMtd0ToMtd9AreTaken) {
     EXPECT_EQ(flash->size, 0x2000U);
 }
 
-TEST_F(SpiFlash, EveryPartitionIsOpenedToReadAndWriteSynchronously) {
+TEST_F(SpiFlash, EveryPartitionIsOpenedForSynchronousReadingAndWriting) {
     add(nor(0x1000, 0x1000));
     add(nor(0x1000, 0x1000));
     EXPECT_EQ(norv_linux_spi_flash_open(&flash), 0U);
@@ -70,7 +70,7 @@ TEST_F(SpiFlash, EveryPartitionIsOpenedToReadAndWriteSynchronously) {
 }
 
 // quirk 133
-TEST_F(SpiFlash, WithoutPartitionsOpenSucceedsAndNothingElseDoes) {
+TEST_F(SpiFlash, WithoutPartitionsOnlyOpeningSucceeds) {
     open({});
     EXPECT_EQ(flash->region_count, 0);
     EXPECT_EQ(flash->size, 0U);
@@ -94,7 +94,7 @@ TEST_F(SpiFlash, WithoutPartitionsOpenSucceedsAndNothingElseDoes) {
 }
 
 // quirk 132
-TEST_F(SpiFlash, ARecordThatCountsFewerThanNoRegionsIsOutOfRange) {
+TEST_F(SpiFlash, ANegativeNumberOfRegionsIsOutOfRange) {
     open({nor(0x1000, 0x1000)});
     flash->region_count = -1;
     norv_flash_info_t info = {};
@@ -117,14 +117,14 @@ TEST_F(SpiFlash, ARecordThatCountsFewerThanNoRegionsIsOutOfRange) {
     flash->region_count = 1;
 }
 
-TEST_F(SpiFlash, ADirectoryThatCannotBeReadGivesTheErrnoStatusAndANullHandle) {
+TEST_F(SpiFlash, ADirectoryThatCannotBeReadReturnsTheErrnoAndANullHandle) {
     flash = reinterpret_cast<norv_spi_flash_t*>(16);
     kernel.fail("scandir", EACCES);
     EXPECT_EQ(norv_linux_spi_flash_open(&flash), errno_status(EACCES));
     EXPECT_EQ(flash, nullptr);
 }
 
-TEST_F(SpiFlash, ADirectoryWhoseFailureMapsToZeroHasNoPartitions) {
+TEST_F(SpiFlash, ADirectoryWhoseErrnoMapsToZeroHasNoPartitions) {
     add(nor(0x1000, 0x1000));
     kernel.fail("scandir", EACCES);
     kernel.map_errno(EACCES, 0);
@@ -145,7 +145,7 @@ TEST_F(SpiFlash, WithoutMemoryForTheRecordOrItsRegionsNothingIsOpened) {
     EXPECT_THAT(kernel.calls("open"), IsEmpty());
 }
 
-TEST_F(SpiFlash, APartitionThatDoesNotOpenClosesThoseBeforeItAndNoneBehindIt) {
+TEST_F(SpiFlash, APartitionThatCannotBeOpenedClosesTheEarlierOnes) {
     for (int number = 0; number < 4; ++number) {
         add(nor(0x1000, 0x1000));
     }
@@ -160,7 +160,7 @@ TEST_F(SpiFlash, APartitionThatDoesNotOpenClosesThoseBeforeItAndNoneBehindIt) {
     EXPECT_EQ(kernel.allocations(), 0U);
 }
 
-TEST_F(SpiFlash, APartitionThatIsNoFlashFailsTheOpenWithItsStatus) {
+TEST_F(SpiFlash, APartitionThatIsNotAFlashMakesOpeningFailWithItsStatus) {
     add(nor(0x1000, 0x1000));
     kernel.add_device("/dev/mtd1", std::make_shared<norv::test::device>());
     EXPECT_EQ(norv_linux_spi_flash_open(&flash), errno_status(ENOTTY));
@@ -168,7 +168,7 @@ TEST_F(SpiFlash, APartitionThatIsNoFlashFailsTheOpenWithItsStatus) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
-TEST_F(SpiFlash, ClosingClosesEveryPartitionAndForgetsTheFlash) {
+TEST_F(SpiFlash, ClosingClosesEveryPartitionAndClearsTheVariable) {
     open({nor(0x1000, 0x1000), nor(0x1000, 0x1000)});
     norv_linux_spi_flash_close(&flash);
     EXPECT_EQ(flash, nullptr);
@@ -213,9 +213,9 @@ TEST_F(SpiFlash, ANullOrClosedFlashIsAnInvalidArgument) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-// Without a kernel double: its scratch tree would outlive the process that dies.
+// Without a kernel double: the process dies, and would leave its scratch tree.
 // quirk 131
-TEST(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
+TEST(SpiFlashDeathTest, TheContinueFunctionsDoNotCheckForANullFlash) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     norv_spi_flash_t* flash = nullptr;
     uint8_t byte = 0;
@@ -232,7 +232,7 @@ TEST(SpiFlashDeathTest, TheContinueOperationsDoNotCheckForANullFlash) {
 // ---- geometry
 
 // quirk 134
-TEST_F(SpiFlash, TheGeometryIsTheWholeSizeAndTheBlocksOfTheFirstRegionOnly) {
+TEST_F(SpiFlash, TheGeometryIsTheWholeSizeAndTheBlocksOfTheFirstRegion) {
     open({nand(0x4000, 0x1000, 512), nor(0x8000, 0x2000)});
     norv_flash_info_t info = {77, 0, 0, 0};
     EXPECT_EQ(norv_linux_spi_flash_get_info(&flash, &info), 0U);
@@ -242,7 +242,7 @@ TEST_F(SpiFlash, TheGeometryIsTheWholeSizeAndTheBlocksOfTheFirstRegionOnly) {
     EXPECT_EQ(info.write_unit_size, 512U);
 }
 
-TEST_F(SpiFlash, AGeometryWithoutAPlaceForItIsAnInvalidArgument) {
+TEST_F(SpiFlash, ANullGeometryIsAnInvalidArgument) {
     open({nor(0x1000, 0x1000)});
     EXPECT_EQ(norv_linux_spi_flash_get_info(&flash, nullptr), NORV_STATUS_INVALID_ARG);
 }
@@ -264,7 +264,7 @@ TEST_F(SpiFlash, ReadingAndWritingReachThePartitionOfTheAddress) {
                 ElementsAre(flash_step{"write", 0x100, 16}, flash_step{"read", 0x100, 16}));
 }
 
-TEST_F(SpiFlash, AReadOf8BytesThatStarts4BeforeTheEndOfAPartitionReads4) {
+TEST_F(SpiFlash, AReadThatStarts4BytesBeforeTheEndOfAPartitionReads4) {
     open({nor(0x1000, 0x1000), nor(0x1000, 0x1000)});
     std::vector<uint8_t> found(8, 0x77);
     uint32_t length = 8;
@@ -275,7 +275,7 @@ TEST_F(SpiFlash, AReadOf8BytesThatStarts4BeforeTheEndOfAPartitionReads4) {
     EXPECT_THAT(partition(1).steps, IsEmpty());
 }
 
-TEST_F(SpiFlash, AWriteIsCutAtTheEndOfItsPartitionToo) {
+TEST_F(SpiFlash, AWriteIsTruncatedAtTheEndOfItsPartitionToo) {
     open({nor(0x1000, 0x1000), nor(0x1000, 0x1000)});
     uint32_t length = 8;
     EXPECT_EQ(norv_linux_spi_flash_write(&flash, 0xFFC, "12345678", &length), 0U);
@@ -284,7 +284,7 @@ TEST_F(SpiFlash, AWriteIsCutAtTheEndOfItsPartitionToo) {
     EXPECT_THAT(partition(1).bytes, Each(0xFF));
 }
 
-TEST_F(SpiFlash, AnAddressAtTheEndOfTheFlashLiesInNoRegion) {
+TEST_F(SpiFlash, AnAddressAtTheEndOfTheFlashIsInNoRegion) {
     open({nor(0x100000, 0x10000), nor(0xF00000, 0x10000)});
     uint8_t byte = 0;
     uint32_t length = 1;
@@ -298,7 +298,7 @@ TEST_F(SpiFlash, AnAddressAtTheEndOfTheFlashLiesInNoRegion) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(SpiFlash, ANullBufferOrLengthAndALengthOfZeroAreRefused) {
+TEST_F(SpiFlash, ANullBufferOrLengthOrALengthOfZeroIsRefused) {
     open({nor(0x1000, 0x1000)});
     uint8_t byte = 0;
     uint32_t length = 1;
@@ -312,7 +312,7 @@ TEST_F(SpiFlash, ANullBufferOrLengthAndALengthOfZeroAreRefused) {
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }
 
-TEST_F(SpiFlash, AShortTransferIsToldByItsLength) {
+TEST_F(SpiFlash, AShortTransferSetsTheLength) {
     open({nor(0x1000, 0x1000)});
     partition(0).most_bytes = 3;
     partition(0).most_written = 5;
@@ -325,7 +325,7 @@ TEST_F(SpiFlash, AShortTransferIsToldByItsLength) {
     EXPECT_EQ(length, 5U);
 }
 
-TEST_F(SpiFlash, AFailedReadLeavesTheCutLength) {
+TEST_F(SpiFlash, AFailedReadLeavesTheTruncatedLength) {
     open({nor(0x1000, 0x1000)});
     std::vector<uint8_t> bytes(16);
     uint32_t length = 16;
@@ -334,7 +334,7 @@ TEST_F(SpiFlash, AFailedReadLeavesTheCutLength) {
     EXPECT_EQ(length, 8U);
 }
 
-TEST_F(SpiFlash, PlainReadsAndWritesDoNotAskForBadBlocks) {
+TEST_F(SpiFlash, PlainReadsAndWritesDoNotQueryForBadBlocks) {
     open({nand(0x2000, 0x1000)});
     partition(0).bad_blocks = {0};
     const auto data = pattern(256);
@@ -360,7 +360,7 @@ TEST_F(SpiFlash, AddressesReachUpTo4Gibibytes) {
     EXPECT_THAT(upper->reads, ElementsAre(0x3FFFFFFF));
 }
 
-TEST_F(SpiFlash, TheSizeCountsModulo4Gibibytes) {
+TEST_F(SpiFlash, TheSizeIsModulo4Gibibytes) {
     kernel.add_device("/dev/mtd0", std::make_shared<huge_partition>(0xC0000000));
     kernel.add_device("/dev/mtd1", std::make_shared<huge_partition>(0x50000000));
     open({});
@@ -368,7 +368,7 @@ TEST_F(SpiFlash, TheSizeCountsModulo4Gibibytes) {
     EXPECT_EQ(flash->regions[1].base, 0xC0000000U);
 }
 
-// A flash of 4 GiB, whose end is no 32-bit address.
+// A flash of 4 GiB, whose end is not a 32-bit address.
 class SpiFlashOf4Gibibytes : public SpiFlash {
   protected:
     SpiFlashOf4Gibibytes() {
@@ -404,7 +404,7 @@ TEST_F(SpiFlashOf4Gibibytes, AWriteThatReachesTheEndDoesNotContinueAtZero) {
     EXPECT_THAT(lower->writes, IsEmpty());
 }
 
-TEST_F(SpiFlashOf4Gibibytes, AnEndOfZeroLiesBeforeEveryAddress) {
+TEST_F(SpiFlashOf4Gibibytes, AnEndOfZeroIsBeforeEveryAddress) {
     uint8_t byte = 0xFF;
     uint32_t length = 1;
     uint32_t end = 0;
@@ -437,7 +437,7 @@ TEST_F(SpiFlashOf4Gibibytes, TheGeometryHasASizeOfZero) {
 
 // ---- failure sweep
 
-// Everything that a flash can do, up to the first failure.
+// Each operation on a flash once, up to the first failure.
 uint32_t use_flash() {
     norv_spi_flash_t* flash = nullptr;
     const auto data = pattern(0x1000);

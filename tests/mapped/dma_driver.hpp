@@ -1,4 +1,4 @@
-// The driver behind /dev/uio-dma, and the dma-bufs that it hands out.
+// The driver at /dev/uio-dma, and the dma-bufs that it creates.
 #pragma once
 
 #include <linux/dma-buf.h>
@@ -24,7 +24,7 @@ number field(const std::string& record, size_t offset) {
     return value;
 }
 
-// One buffer: journals how it is mapped and synchronised.
+// One buffer: records how it is mapped and synchronised.
 class dma_buffer : public device {
   public:
     struct mapping {
@@ -56,7 +56,7 @@ class dma_buffer : public device {
     char memory_[16] = {};
 };
 
-// The manager: journals each record as it came in, and answers from what the test puts here.
+// The manager: records each request, and answers as the test has set it.
 class dma_manager : public device {
   public:
     explicit dma_manager(kernel_double& kernel) : kernel_(kernel) {}

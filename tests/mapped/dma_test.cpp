@@ -38,7 +38,7 @@ constexpr unsigned long entries_request = 0xC0105503;
 constexpr unsigned long sg_sync_request = 0x40185504;
 constexpr unsigned long whole_sync_request = 0x40086200;
 
-// A board with the driver, before anything is open.
+// A board with the driver; nothing is open.
 class DmaManager : public testing::Test {
   protected:
     DmaManager() { kernel.add_device("/dev/uio-dma", driver); }
@@ -156,7 +156,7 @@ struct kind_of_memory {
 
 class DmaKind : public Dma, public testing::WithParamInterface<kind_of_memory> {};
 
-TEST_P(DmaKind, AsksTheManagerForThatTypeOfMemoryAndSize) {
+TEST_P(DmaKind, RequestsThatTypeAndSizeOfTheManager) {
     EXPECT_EQ(GetParam().create(&manager, 0x123456789A, &buffer), 0U);
     EXPECT_THAT(requests(), ElementsAre(create_request));
     EXPECT_EQ(field<uint64_t>(record(), 0), 0x123456789AU);
@@ -167,13 +167,13 @@ TEST_P(DmaKind, AsksTheManagerForThatTypeOfMemoryAndSize) {
     EXPECT_EQ(field<uint64_t>(record(), 24), 0U);
 }
 
-TEST_P(DmaKind, TheBufferHasTheDescriptorThatTheDriverHandedOut) {
+TEST_P(DmaKind, TheBufferHasTheDescriptorFromTheDriver) {
     EXPECT_EQ(GetParam().create(&manager, 4096, &buffer), 0U);
     EXPECT_GT(driver->descriptor, 0);
     EXPECT_EQ(norv_linux_dma_get_fd(&buffer), driver->descriptor);
 }
 
-TEST_P(DmaKind, ARefusalLeavesNoBuffer) {
+TEST_P(DmaKind, ARefusalReturnsNoBuffer) {
     auto* const from_before = reinterpret_cast<norv_linux_dma_t*>(&manager);
     buffer = from_before;
     kernel.fail("ioctl", ENOSPC);
@@ -189,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(OfMemory, DmaKind,
                                          kind_of_memory{"Reserved", norv_linux_dma_create_by_reserved, 4}),
                          [](const auto& kind) { return kind.param.name; });
 
-TEST_F(Dma, MemoryOfTheProcessIsNamedByItsAddress) {
+TEST_F(Dma, MemoryOfTheProcessIsPassedByItsAddress) {
     char own[4096];
     EXPECT_EQ(norv_linux_dma_create_by_user_ptr(&manager, own, 4096, &buffer), 0U);
     EXPECT_THAT(requests(), ElementsAre(create_request));
@@ -202,20 +202,20 @@ TEST_F(Dma, MemoryOfTheProcessIsNamedByItsAddress) {
     EXPECT_EQ(norv_linux_dma_get_fd(&buffer), driver->descriptor);
 }
 
-TEST_F(Dma, ANullAddressOfTheProcessIsTheDriversToRefuse) {
+TEST_F(Dma, ANullAddressOfTheProcessIsPassedToTheDriver) {
     kernel.fail("ioctl", EFAULT);
     EXPECT_EQ(norv_linux_dma_create_by_user_ptr(&manager, nullptr, 4096, &buffer), errno_status(EFAULT));
     EXPECT_TRUE(kernel.struck());
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST_F(Dma, AnAdoptedDescriptorIsTheBuffersWithoutAnyCallOfTheDriver) {
+TEST_F(Dma, AnAdoptedDescriptorNeedsNoCallToTheDriver) {
     EXPECT_EQ(norv_linux_dma_create_by_fd(&manager, 1234, 4096, &buffer), 0U);
     EXPECT_EQ(norv_linux_dma_get_fd(&buffer), 1234);
     EXPECT_THAT(kernel.calls("ioctl"), IsEmpty());
 }
 
-TEST_F(Dma, WithoutMemoryForTheHandleTheDriverIsNotAsked) {
+TEST_F(Dma, WithoutMemoryForTheHandleTheDriverIsNotCalled) {
     kernel.fail("norv_zalloc", ENOMEM);
     EXPECT_EQ(norv_linux_dma_create_mem(&manager, 4096, &buffer), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(buffer, nullptr);
@@ -229,7 +229,7 @@ TEST_F(Dma, WithoutMemoryForTheHandleNoDescriptorIsAdopted) {
 }
 
 // quirk 1
-TEST_F(Dma, ARefusalWhoseErrnoMapsToZeroGivesABufferWithoutADescriptor) {
+TEST_F(Dma, ARefusalWhoseErrnoMapsToZeroLeavesADescriptorOfMinus1) {
     kernel.map_errno(ENOMEM, 0);
     kernel.fail("ioctl", ENOMEM);
     EXPECT_EQ(norv_linux_dma_create_mem(&manager, 4096, &buffer), 0U);
@@ -239,13 +239,13 @@ TEST_F(Dma, ARefusalWhoseErrnoMapsToZeroGivesABufferWithoutADescriptor) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
-TEST_F(Dma, AClosedManagerGivesTheStatusOfABadDescriptor) {
+TEST_F(Dma, AClosedManagerIsABadDescriptor) {
     norv_linux_dma_destory_mgr(&manager);
     EXPECT_EQ(norv_linux_dma_create_mem(&manager, 4096, &buffer), errno_status(EBADF));
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST_F(Dma, ANullManagerEmptiesTheVariable) {
+TEST_F(Dma, ANullManagerClearsTheVariable) {
     buffer = reinterpret_cast<norv_linux_dma_t*>(&manager);
     EXPECT_EQ(norv_linux_dma_create_mem(nullptr, 4096, &buffer), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(buffer, nullptr);
@@ -260,7 +260,7 @@ TEST_F(DmaBuffer, RefersToTheVariableOfTheManager) {
 
 // ---- destroy
 
-TEST_F(DmaBuffer, DestroyingClosesTheDescriptorAndEmptiesTheVariable) {
+TEST_F(DmaBuffer, DestroyingClosesTheDescriptorAndClearsTheVariable) {
     norv_linux_dma_destroy(&buffer);
     EXPECT_EQ(buffer, nullptr);
     ASSERT_THAT(kernel.calls("close"), SizeIs(1));
@@ -270,7 +270,7 @@ TEST_F(DmaBuffer, DestroyingClosesTheDescriptorAndEmptiesTheVariable) {
     EXPECT_THAT(kernel.calls("close"), SizeIs(1));
 }
 
-TEST_F(Dma, DestroyingABufferCreatedFromADescriptorLeavesThatDescriptorOpen) {
+TEST_F(Dma, DestroyingLeavesAnAdoptedDescriptorOpen) {
     const int adopted = kernel.hand_out("of a camera", std::make_shared<dma_buffer>());
     norv_linux_dma_create_by_fd(&manager, adopted, 4096, &buffer);
     norv_linux_dma_destroy(&buffer);
@@ -288,7 +288,7 @@ TEST_F(Dma, ABufferWithTheDescriptor0IsNotClosed) {
 }
 
 // quirk 89
-TEST_F(DmaBuffer, DestroyingNeitherUnmapsNorUnlocksOnPurpose) {
+TEST_F(DmaBuffer, DestroyingNeitherUnmapsNorUnlocks) {
     norv_linux_dma_map_mem(&buffer, &memory);
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
     kernel.accept_leaked_allocations(1);
@@ -313,7 +313,7 @@ TEST_F(DmaBuffer, MappingSharesTheWholeBufferForReadingAndWriting) {
     EXPECT_THAT(requests(), IsEmpty());
 }
 
-TEST_F(Dma, AnAdoptedDescriptorIsMappedInTheGivenSize) {
+TEST_F(Dma, AnAdoptedDescriptorIsMappedWithTheGivenSize) {
     const auto of_camera = std::make_shared<dma_buffer>();
     const int adopted = kernel.hand_out("of a camera", of_camera);
     void* memory = nullptr;
@@ -324,7 +324,7 @@ TEST_F(Dma, AnAdoptedDescriptorIsMappedInTheGivenSize) {
     close(adopted);
 }
 
-TEST_F(Dma, ALargeBufferIsMappedAndUnmappedWhole) {
+TEST_F(Dma, ALargeBufferIsMappedAndUnmappedCompletely) {
     const auto of_camera = std::make_shared<dma_buffer>();
     const int adopted = kernel.hand_out("of a camera", of_camera);
     const uint64_t size = 0x180001000;
@@ -338,7 +338,7 @@ TEST_F(Dma, ALargeBufferIsMappedAndUnmappedWhole) {
     close(adopted);
 }
 
-TEST_F(DmaBuffer, AFailedMappingGivesNullAndTheErrnoStatus) {
+TEST_F(DmaBuffer, AFailedMappingReturnsNullAndTheErrno) {
     kernel.fail("mmap", EACCES);
     memory = this;
     EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &memory), errno_status(EACCES));
@@ -348,7 +348,7 @@ TEST_F(DmaBuffer, AFailedMappingGivesNullAndTheErrnoStatus) {
 }
 
 // quirk 1
-TEST_F(DmaBuffer, AFailedMappingWhoseErrnoMapsToZeroGivesNullAndSuccess) {
+TEST_F(DmaBuffer, AFailedMappingWhoseErrnoMapsToZeroReturnsNullAndSuccess) {
     kernel.map_errno(EACCES, 0);
     kernel.fail("mmap", EACCES);
     memory = this;
@@ -356,7 +356,7 @@ TEST_F(DmaBuffer, AFailedMappingWhoseErrnoMapsToZeroGivesNullAndSuccess) {
     EXPECT_EQ(memory, nullptr);
 }
 
-TEST_F(DmaBuffer, MappingAgainGivesTheMappingThatThereIs) {
+TEST_F(DmaBuffer, MappingAgainReturnsTheSameMapping) {
     norv_linux_dma_map_mem(&buffer, &memory);
     void* again = nullptr;
     EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &again), 0U);
@@ -369,7 +369,7 @@ TEST_F(DmaBuffer, UnmappingABufferThatWasNeverMappedReturnsZero) {
     EXPECT_THAT(kernel.calls("munmap"), IsEmpty());
 }
 
-TEST_F(DmaBuffer, UnmappingTakesTheWholeMappingAway) {
+TEST_F(DmaBuffer, UnmappingRemovesTheWholeMapping) {
     norv_linux_dma_map_mem(&buffer, &memory);
     EXPECT_EQ(norv_linux_dma_unmap_mem(&buffer), 0U);
     EXPECT_EQ(kernel.mappings(), 0U);
@@ -384,14 +384,14 @@ TEST_F(DmaBuffer, UnmappingTwiceUnmapsOnce) {
     EXPECT_THAT(kernel.calls("munmap"), SizeIs(1));
 }
 
-TEST_F(DmaBuffer, AfterUnmappingItIsMappedAnew) {
+TEST_F(DmaBuffer, AfterUnmappingItCanBeMappedAgain) {
     norv_linux_dma_map_mem(&buffer, &memory);
     norv_linux_dma_unmap_mem(&buffer);
     EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &memory), 0U);
     EXPECT_EQ(memory, memory_of_driver().address_of_mapping(2));
 }
 
-TEST_F(DmaBuffer, AFailedUnmappingKeepsTheMappingAndCanBeTriedAgain) {
+TEST_F(DmaBuffer, AFailedUnmappingKeepsTheMappingAndCanBeRepeated) {
     norv_linux_dma_map_mem(&buffer, &memory);
     kernel.fail("munmap", EINVAL);
     EXPECT_EQ(norv_linux_dma_unmap_mem(&buffer), NORV_STATUS_INVALID_ARG);
@@ -414,7 +414,7 @@ TEST_F(DmaBuffer, AFailedUnmappingWhoseErrnoMapsToZeroCountsAsSuccess) {
 
 // ---- lock and unlock
 
-TEST_F(DmaBuffer, LockingAsksForTheNumberOfEntriesAndThenForTheEntries) {
+TEST_F(DmaBuffer, LockingRequestsTheNumberOfEntriesAndThenTheEntries) {
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
     EXPECT_THAT(requests(), ElementsAre(lock_request, entries_request));
     const std::string& query = driver->requests[0].record;
@@ -426,7 +426,7 @@ TEST_F(DmaBuffer, LockingAsksForTheNumberOfEntriesAndThenForTheEntries) {
     EXPECT_EQ(field<uint64_t>(fetch, 8), reinterpret_cast<uintptr_t>(entries));
 }
 
-TEST_F(DmaBuffer, TheEntriesAreHandedOnAsTheDriverFilledThem) {
+TEST_F(DmaBuffer, TheEntriesAreReturnedAsTheDriverFilledThem) {
     driver->entries = std::string("0123456789abcdefABCDEFGHIJKLMNOP................");
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
     EXPECT_EQ(count, 3U);
@@ -443,7 +443,7 @@ TEST_F(DmaBuffer, EntriesThatTheDriverDoesNotFillAreZeros) {
     EXPECT_EQ(std::string(static_cast<const char*>(entries), 32), std::string(32, '\0'));
 }
 
-TEST_F(DmaBuffer, ABufferWithoutEntriesIsLockedAllTheSame) {
+TEST_F(DmaBuffer, ABufferWithoutEntriesCanBeLocked) {
     driver->entries.clear();
     count = 7;
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
@@ -470,7 +470,7 @@ TEST_F(DmaBuffer, ARefusedLockFetchesNoEntries) {
     EXPECT_EQ(count, 0U);
 }
 
-TEST_F(DmaBuffer, ARefusedLockWhoseErrnoMapsToZeroFetchesNoneOfTheEntries) {
+TEST_F(DmaBuffer, ARefusedLockWhoseErrnoMapsToZeroFetchesNoEntries) {
     kernel.map_errno(EBUSY, 0);
     kernel.fail("ioctl", EBUSY);
     driver->fills_entries = false;
@@ -497,7 +497,7 @@ TEST_F(DmaBuffer, AFailedFetchReleasesTheArrayAndLeavesTheOutputs) {
     EXPECT_THAT(driver->unlocked, IsEmpty());
 }
 
-TEST_F(DmaBuffer, AFailedFetchWhoseErrnoMapsToZeroGivesZeros) {
+TEST_F(DmaBuffer, AFailedFetchWhoseErrnoMapsToZeroReturnsZeros) {
     kernel.map_errno(EIO, 0);
     kernel.fail("ioctl", EIO, 2);
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
@@ -505,7 +505,7 @@ TEST_F(DmaBuffer, AFailedFetchWhoseErrnoMapsToZeroGivesZeros) {
     EXPECT_EQ(std::string(static_cast<const char*>(entries), 32), std::string(32, '\0'));
 }
 
-TEST_F(DmaBuffer, LockingAgainReleasesTheEntriesOfTheLockBefore) {
+TEST_F(DmaBuffer, LockingAgainReleasesTheEntriesOfThePreviousLock) {
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
     driver->entries = "the only entry .";
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
@@ -523,7 +523,7 @@ TEST_F(DmaBuffer, ASecondLockThatFailsLeavesTheEntriesOfTheFirst) {
     EXPECT_EQ(std::string(static_cast<const char*>(first), 32), driver->entries);
 }
 
-TEST_F(DmaBuffer, UnlockingNamesTheDescriptorAndReleasesTheEntries) {
+TEST_F(DmaBuffer, UnlockingPassesTheDescriptorAndReleasesTheEntries) {
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
     driver->requests.clear();
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), 0U);
@@ -533,7 +533,7 @@ TEST_F(DmaBuffer, UnlockingNamesTheDescriptorAndReleasesTheEntries) {
 }
 
 // quirk 90
-TEST_F(DmaBuffer, ARefusedUnlockReleasesTheEntriesAllTheSame) {
+TEST_F(DmaBuffer, ARefusedUnlockReleasesTheEntriesNevertheless) {
     norv_linux_dma_lock_mem(&buffer, &entries, &count);
     kernel.fail("ioctl", EPERM);
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), errno_status(EPERM));
@@ -548,7 +548,7 @@ TEST_F(DmaBuffer, ARefusedUnlockWhoseErrnoMapsToZeroCountsAsSuccess) {
     EXPECT_EQ(kernel.allocations(), 1U);  // the handle
 }
 
-TEST_F(DmaBuffer, UnlockingABufferThatIsNotLockedAsksTheDriver) {
+TEST_F(DmaBuffer, UnlockingABufferThatIsNotLockedCallsTheDriver) {
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), 0U);
     kernel.fail("ioctl", EINVAL);
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), NORV_STATUS_INVALID_ARG);
@@ -567,13 +567,13 @@ TEST_F(DmaBuffer, TheStartOfATransferIsAReadStartWithTheFlags1) {
 }
 
 // quirk 88
-TEST_F(DmaBuffer, TheEndOfATransferIsAWriteEndWithExactlyTheFlags6OnPurpose) {
+TEST_F(DmaBuffer, TheEndOfATransferIsAWriteEndWithExactlyTheFlags6) {
     EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
     EXPECT_THAT(memory_of_driver().sync_flags, ElementsAre(6));
     EXPECT_EQ(kernel.calls("ioctl").at(0).request, whole_sync_request);
 }
 
-TEST_F(DmaBuffer, AFailedSyncGivesTheErrnoStatus) {
+TEST_F(DmaBuffer, AFailedSyncReturnsTheErrno) {
     kernel.fail("ioctl", EINTR);
     EXPECT_EQ(norv_linux_dma_sync(&buffer, false), NORV_STATUS_INTERRUPTED);
     EXPECT_THAT(kernel.calls("ioctl"), SizeIs(1));
@@ -602,12 +602,12 @@ TEST_F(DmaBuffer, TheOtherDirectionOfAScatterGatherSyncIs0) {
     EXPECT_EQ(field<uint64_t>(record(), 16), 1U);
 }
 
-TEST_F(DmaBuffer, AFailedScatterGatherSyncGivesTheErrnoStatus) {
+TEST_F(DmaBuffer, AFailedScatterGatherSyncReturnsTheErrno) {
     kernel.fail("ioctl", ERANGE);
     EXPECT_EQ(norv_linux_dma_sg_sync(&buffer, true, 0, 0), errno_status(ERANGE));
 }
 
-TEST_F(DmaBuffer, AFailedScatterGatherSyncWhoseErrnoMapsToZeroCountsAsSuccess) {
+TEST_F(DmaBuffer, AFailedScatterGatherSyncWhoseErrnoMapsToZeroSucceeds) {
     kernel.map_errno(ERANGE, 0);
     kernel.fail("ioctl", ERANGE);
     EXPECT_EQ(norv_linux_dma_sg_sync(&buffer, true, 0, 0), 0U);
@@ -615,7 +615,7 @@ TEST_F(DmaBuffer, AFailedScatterGatherSyncWhoseErrnoMapsToZeroCountsAsSuccess) {
 
 // ---- null
 
-// Collects what every call that needs a buffer returns.
+// The statuses of all calls that need a buffer.
 void use(norv_linux_dma_t** buffer, std::vector<uint32_t>& statuses) {
     void* memory = nullptr;
     void* entries = nullptr;
@@ -645,7 +645,7 @@ TEST_F(Dma, WithoutABufferThereIsNoDescriptorAndNothingToDestroy) {
     EXPECT_THAT(kernel.calls("close"), IsEmpty());
 }
 
-TEST_F(Dma, MappingWithoutABufferGivesNull) {
+TEST_F(Dma, MappingWithoutABufferReturnsNull) {
     void* memory = this;
     EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &memory), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(memory, nullptr);
@@ -663,7 +663,7 @@ TEST_F(DmaBuffer, ANullOutputIsAnInvalidArgumentAndNothingIsDone) {
 
 // ---- failure sweep
 
-// A transfer through one buffer, up to the first failure.
+// A transfer with one buffer, up to the first failure.
 uint32_t transfer(norv_linux_dma_t** buffer) {
     void* memory = nullptr;
     void* entries = nullptr;

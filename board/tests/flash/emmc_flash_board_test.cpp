@@ -32,7 +32,7 @@ std::string ones(size_t length) {
     return std::string(length, '\xFF');
 }
 
-// Opens a device by its path, and keeps a view of its medium.
+// An open device, and its medium as seen past the page cache.
 class emmc {
   public:
     explicit emmc(const std::string& path) : on(path) {
@@ -155,14 +155,14 @@ TEST(EmmcFlashOnBoard, TheEndOfTheCardEndsAWrite) {
     EXPECT_TRUE(bytes.substr(0, chunk) == image.substr(0, chunk));
 }
 
-TEST(EmmcFlashOnBoard, AFileThatIsNoBlockDeviceCannotBeOpened) {
+TEST(EmmcFlashOnBoard, AFileThatIsNotABlockDeviceCannotBeOpened) {
     norv_emmc_flash_t* flash = nullptr;
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/null"), norv_get_status_by_errno(ENOTTY));
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk7"), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(flash, nullptr);
 }
 
-// The first descriptor that writes through, -1 if there is none.
+// The first descriptor with O_SYNC, -1 if there is none.
 int synchronous_descriptor() {
     for (int descriptor = 3; descriptor < 256; ++descriptor) {
         const int flags = fcntl(descriptor, F_GETFL);
@@ -173,7 +173,7 @@ int synchronous_descriptor() {
     return -1;
 }
 
-TEST(EmmcFlashOnBoard, TheDeviceIsOpenedSynchronousAndCloseOnExecAndGivenBack) {
+TEST(EmmcFlashOnBoard, TheDeviceIsOpenedSynchronousAndCloseOnExecAndIsClosed) {
     emmc card(sd_card);
     const int descriptor = synchronous_descriptor();
     ASSERT_GT(descriptor, 0);
@@ -183,9 +183,9 @@ TEST(EmmcFlashOnBoard, TheDeviceIsOpenedSynchronousAndCloseOnExecAndGivenBack) {
     EXPECT_EQ(synchronous_descriptor(), -1);
 }
 
-// ---- what a verification sees
+// ---- what a verification reads
 
-// How much was ever read from the card itself, past the kernel's page cache.
+// How much was read from the card itself so far, past the kernel's page cache.
 uint64_t bytes_read_from_card() {
     uint64_t requests = 0;
     uint64_t merged = 0;
@@ -229,14 +229,14 @@ TEST_F(VerificationOnBoard, ReadsThePageCacheAndNothingFromTheCard) {
     EXPECT_EQ(bytes_read_from_card(), before);
 }
 
-TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterTheDeviceWasReopened) {
+TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterReopeningTheDevice) {
     norv_linux_emmc_flash_close(&flash);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, sd_card), 0U);
     expect_image();
     EXPECT_GE(bytes_read_from_card(), before + 1 * MiB);
 }
 
-TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterTheCachesWereDropped) {
+TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterDroppingTheCaches) {
     medium another_opener(sd_card);
     norv_linux_emmc_flash_close(&flash);
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, sd_card), 0U);
@@ -249,7 +249,7 @@ TEST_F(VerificationOnBoard, OfTheMediumIsAReadAfterTheCachesWereDropped) {
 
 // ---- loop devices
 
-TEST(EmmcFlashOnBoard, BytesBehindTheDataAreFilledUpToAChunk) {
+TEST(EmmcFlashOnBoard, TheDataIsPaddedToAChunk) {
     loop_device loop(1 * MiB);
     emmc disk(loop.path());
     const std::string before = pattern(1 * MiB, 7);
@@ -262,7 +262,7 @@ TEST(EmmcFlashOnBoard, BytesBehindTheDataAreFilledUpToAChunk) {
                 std::string(before).replace(4096, 16384, "hello board" + ones(16373)));
 }
 
-TEST(EmmcFlashOnBoard, ADeviceOf5GiBIsReachedUpTo4GiBAndNoOperationGoesOnAtItsStart) {
+TEST(EmmcFlashOnBoard, ADeviceOf5GiBIsReachedUpTo4GiBWithoutWrappingAround) {
     loop_device loop(5 * GiB);
     emmc disk(loop.path());
     const std::string start = pattern(chunk, 8);

@@ -18,11 +18,11 @@ using norv::board::MiB;
 using norv::board::pattern;
 using testing::ElementsAre;
 
-// One kind of flash, and what is to be expected of it.
+// One kind of flash, and what is expected of it.
 struct kind {
     const char* name;
     norv_flash_config_t config;
-    const char* device;  // on which the flash stands
+    const char* device;  // of the flash
     uint64_t size;
     char erased;
     std::vector<uint32_t> percentages;  // of half a MiB
@@ -42,7 +42,7 @@ class FlashOnBoard : public testing::TestWithParam<kind> {
     ~FlashOnBoard() override { norv_linux_flash_close(&flash); }
 
     std::string erased(size_t count) const { return std::string(count, GetParam().erased); }
-    // Brings bytes onto the flash, erasing what was there.
+    // Erases the place, and writes bytes to it.
     void put(uint32_t address, const std::string& bytes) {
         uint32_t end = address + static_cast<uint32_t>(bytes.size());
         auto length = static_cast<uint32_t>(bytes.size());
@@ -125,7 +125,7 @@ bool stop_after_two(void* user) {
     return ++*static_cast<uint32_t*>(user) > 2;
 }
 
-TEST_P(FlashOnBoard, ACancelledWriteGoesOnBehindASkip) {
+TEST_P(FlashOnBoard, ACancelledWriteContinuesAfterASkip) {
     const std::string image = pattern(512 * KiB, 4);
     put(MiB, erased(512 * KiB));
     uint32_t questions = 0;

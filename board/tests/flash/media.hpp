@@ -22,7 +22,7 @@ inline constexpr uint32_t KiB = 1024;
 inline constexpr uint32_t MiB = 1024 * KiB;
 inline constexpr uint64_t GiB = 1024 * MiB;
 
-// Random bytes, others for every seed; up to 6 MiB.
+// Random bytes, different for each seed; up to 6 MiB.
 inline std::string pattern(size_t length, unsigned seed) {
     static const std::string pool = [] {
         std::string bytes(8 * MiB, '\0');
@@ -33,7 +33,7 @@ inline std::string pattern(size_t length, unsigned seed) {
     return pool.substr(seed * 4099 % (2 * MiB), length);
 }
 
-// A block device beside the library: its bytes come from the device itself, past what the kernel remembers.
+// A block device, without the library: its bytes come from the device itself, past the page cache.
 class medium {
   public:
     explicit medium(const std::string& path) : descriptor_(open_when_there(path)) {}
@@ -55,14 +55,14 @@ class medium {
     }
     std::string content(uint64_t address, size_t count) const {
         std::string bytes(count, '\0');
-        ioctl(descriptor_, BLKFLSBUF, 0);  // an MTD partition has no cache to drop, and refuses
+        ioctl(descriptor_, BLKFLSBUF, 0);  // an MTD partition refuses: it has no cache to drop
         EXPECT_EQ(pread(descriptor_, bytes.data(), count, static_cast<off_t>(address)),
                   static_cast<ssize_t>(count));
         return bytes;
     }
 
   private:
-    // A card is found some time after its driver was loaded.
+    // A card is detected some time after its driver is loaded.
     static int open_when_there(const std::string& path) {
         for (int tenths = 0; tenths < 600 && access(path.c_str(), F_OK) != 0; ++tenths) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -73,7 +73,7 @@ class medium {
     int descriptor_;
 };
 
-// A loop device over an empty file of that size in memory.
+// A loop device on an empty file of that size in memory.
 class loop_device {
   public:
     explicit loop_device(uint64_t size) {

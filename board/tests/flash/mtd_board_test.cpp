@@ -49,7 +49,7 @@ class MtdOnBoard : public testing::Test {
     norv_mtd_t nand = {};
 };
 
-TEST_F(MtdOnBoard, OpeningTellsTheGeometry) {
+TEST_F(MtdOnBoard, OpeningGetsTheGeometry) {
     EXPECT_FALSE(norv_linux_mtd_type_is_nand(&nor));
     EXPECT_EQ(nor.info.size, 0x800000U);
     EXPECT_EQ(nor.info.erasesize, nor_block);
@@ -61,19 +61,19 @@ TEST_F(MtdOnBoard, OpeningTellsTheGeometry) {
     EXPECT_EQ(nand.info.oobsize, 16U);
 }
 
-TEST_F(MtdOnBoard, APartitionThatIsNotThereCannotBeOpened) {
+TEST_F(MtdOnBoard, AMissingPartitionCannotBeOpened) {
     norv_mtd_t none = {};
     EXPECT_EQ(norv_linux_mtd_open("/dev/mtd9", &none), NORV_STATUS_NOT_FOUND);
     EXPECT_EQ(none.descriptor, -1);
 }
 
-TEST_F(MtdOnBoard, ANodeThatIsNoFlashCannotBeOpened) {
+TEST_F(MtdOnBoard, ANodeThatIsNotAFlashCannotBeOpened) {
     norv_mtd_t none = {};
     EXPECT_EQ(norv_linux_mtd_open("/dev/null", &none), NORV_STATUS_ERRNO_BASE + ENOTTY);
     EXPECT_EQ(none.descriptor, -1);
 }
 
-TEST_F(MtdOnBoard, ClosingGivesTheDescriptorBack) {
+TEST_F(MtdOnBoard, ClosingReleasesTheDescriptor) {
     const int32_t descriptor = nor.descriptor;
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
     norv_linux_mtd_close(&nor);
@@ -92,7 +92,7 @@ TEST_F(MtdOnBoard, WhatIsWrittenIsReadBackAndErased) {
     }
 }
 
-TEST_F(MtdOnBoard, WritingNorWithoutAnEraseOnlyClearsBitsAndIsASuccess) {
+TEST_F(MtdOnBoard, WritingNorWithoutAnEraseOnlyClearsBitsAndSucceeds) {
     EXPECT_EQ(norv_linux_mtd_erase(&nor, 0, nor_block), 0U);
     write(nor, 0, {0xF0, 0x0F});
     write(nor, 0, {0x3C, 0xFF});
@@ -101,7 +101,7 @@ TEST_F(MtdOnBoard, WritingNorWithoutAnEraseOnlyClearsBitsAndIsASuccess) {
     EXPECT_THAT(read(nor, 0, nor_block), Each(0xFF));
 }
 
-TEST_F(MtdOnBoard, AReadPastTheEndIsCut) {
+TEST_F(MtdOnBoard, AReadPastTheEndIsTruncated) {
     std::vector<uint8_t> bytes(64);
     uint32_t count = 0;
     EXPECT_EQ(norv_linux_mtd_read(&nor, 0x7FFFF0, 64, bytes.data(), &count), 0U);
@@ -115,13 +115,13 @@ TEST_F(MtdOnBoard, NandRefusesPartsOfAPage) {
     EXPECT_EQ(norv_linux_mtd_write(&nand, 100, nand_page, bytes.data(), nullptr), NORV_STATUS_INVALID_ARG);
 }
 
-TEST_F(MtdOnBoard, AnEraseThatIsNotAlignedOrRunsPastTheEndIsRefused) {
+TEST_F(MtdOnBoard, AnEraseThatIsMisalignedOrExtendsPastTheEndIsRefused) {
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 100, nand_block), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 0x400000 - nand_block, nand_block + 1), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_mtd_erase(&nor, 0x800000 - nor_block, nor_block), 0U);
 }
 
-TEST_F(MtdOnBoard, ABadBlockIsToldAndNotErased) {
+TEST_F(MtdOnBoard, ABadBlockIsReportedAndNotErased) {
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 2 * nand_block, &bad), 0U);
     EXPECT_EQ(bad, 0);
@@ -130,7 +130,7 @@ TEST_F(MtdOnBoard, ABadBlockIsToldAndNotErased) {
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 3 * nand_block, nand_block), NORV_STATUS_DEVICE_ERROR);
 }
 
-TEST_F(MtdOnBoard, ABlockThatIsMarkedIsBadFromThenOn) {
+TEST_F(MtdOnBoard, ABlockThatWasMarkedIsBad) {
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&nand, 9 * nand_block, &bad), 0U);
     EXPECT_EQ(bad, 0);
@@ -145,7 +145,7 @@ TEST_F(MtdOnBoard, AWornOutBlockDoesNotErase) {
 
 // ---- data that the error correction cannot restore
 
-// Page 32000 of the chip, the first of block 232 of its last partition, loses what is written to it.
+// Page 32000 of the chip, the first of block 232 of its last partition, does not keep what is written to it.
 class DamagedPageOnBoard : public testing::Test {
   protected:
     static constexpr uint32_t block = 232 * nand_block;
@@ -179,15 +179,15 @@ TEST_F(DamagedPageOnBoard, IsReadWithoutAFailureAndCountedByTheKernel) {
     EXPECT_GT(uncorrected(), before);
 }
 
-TEST_F(MtdOnBoard, FlashWithoutBadBlocksCallsEveryBlockGoodAndMarksNone) {
+TEST_F(MtdOnBoard, FlashWithoutBadBlocksReportsGoodBlocksAndMarksNone) {
     uint8_t bad = 9;
     EXPECT_EQ(norv_linux_mtd_block_isbad(&nor, 0, &bad), 0U);
     EXPECT_EQ(bad, 0);
     EXPECT_EQ(norv_linux_mtd_block_markbad(&nor, 0), NORV_STATUS_NOT_AVAILABLE);
 }
 
-TEST_F(MtdOnBoard, OutOfBandBytesStandBesideTheirPage) {
-    // The first 8 bytes are the driver's: the mark of a bad block, and the error correction.
+TEST_F(MtdOnBoard, OutOfBandBytesAreSeparateFromTheirPage) {
+    // The first 8 bytes belong to the driver: the mark of a bad block, and the error correction.
     const std::string written = "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFFmetadata";
     std::string found(16, '-');
     EXPECT_EQ(norv_linux_mtd_erase(&nand, 2 * nand_block, nand_block), 0U);
@@ -198,7 +198,7 @@ TEST_F(MtdOnBoard, OutOfBandBytesStandBesideTheirPage) {
     EXPECT_EQ(norv_linux_mtd_read_oob(&nand, 0x400000, 16, found.data()), NORV_STATUS_INVALID_ARG);
 }
 
-TEST_F(MtdOnBoard, FlashWithoutOutOfBandBytesSaysSo) {
+TEST_F(MtdOnBoard, FlashWithoutOutOfBandBytesRefusesTheRequests) {
     char byte = 0;
     EXPECT_EQ(norv_linux_mtd_read_oob(&nor, 0, 1, &byte), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_linux_mtd_write_oob(&nor, 0, 1, &byte), NORV_STATUS_NOT_AVAILABLE);

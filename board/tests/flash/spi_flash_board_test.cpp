@@ -1,6 +1,6 @@
-// The joined flash on a real kernel: 8 MiB of NOR below the MTD layer in blocks of 128 KiB, and 16 MiB of
-// simulated NAND in blocks of 16 KiB, divided into three partitions. Bad blocks stand at the borders and in
-// runs; one block never erases.
+// The concatenated flash on a real kernel: 8 MiB of NOR below the MTD layer in blocks of 128 KiB, and 16 MiB
+// of simulated NAND in blocks of 16 KiB, divided into three partitions. There are bad blocks at the borders
+// and in runs; one block never erases.
 #include "norv_linux_spi_flash.h"
 
 #include <gmock/gmock.h>
@@ -26,7 +26,7 @@ constexpr uint32_t nand_2 = 12 * MiB;
 constexpr uint32_t nand_3 = 20 * MiB;
 constexpr uint32_t flash_end = 24 * MiB;
 
-// Blocks of the NAND chip, as the module was told.
+// Blocks of the NAND chip, as set by the module's parameters.
 constexpr uint32_t worn_out = 7;
 constexpr uint32_t first_bad = 3;
 constexpr uint32_t last_of_nand_1 = 255;  // bad, and so is the next one
@@ -62,7 +62,7 @@ class SpiFlashOnBoard : public testing::Test {
 
 // ---- geometry, plain calls
 
-TEST_F(SpiFlashOnBoard, ThePartitionsAreJoined) {
+TEST_F(SpiFlashOnBoard, ThePartitionsAreConcatenated) {
     ASSERT_EQ(flash->region_count, 4);
     EXPECT_EQ(flash->size, flash_end);
     EXPECT_EQ(flash->regions[1].base, nand_1);
@@ -96,7 +96,7 @@ TEST_F(SpiFlashOnBoard, APlainReadEndsAtTheBorder) {
     EXPECT_EQ(norv_linux_spi_flash_read(&flash, flash_end, found.data(), &length), NORV_STATUS_RANGE);
 }
 
-TEST_F(SpiFlashOnBoard, ABadBlockIsNotErasedAndTheFirstGoodOneBehindItIs) {
+TEST_F(SpiFlashOnBoard, ABadBlockIsNotErasedButTheFirstGoodOneAfterItIs) {
     uint32_t end = nand_2;
     EXPECT_EQ(norv_linux_spi_flash_erase_one_block(&flash, nand_1 + first_bad * nand_block),
               NORV_STATUS_EXHAUSTED);
@@ -111,7 +111,7 @@ TEST_F(SpiFlashOnBoard, ABadBlockIsNotErasedAndTheFirstGoodOneBehindItIs) {
 
 // ---- many blocks
 
-TEST_F(SpiFlashOnBoard, AnAreaOverBorderAndBadBlocksIsErasedWrittenAndRead) {
+TEST_F(SpiFlashOnBoard, AnAreaAcrossBadBlocksIsErasedWrittenAndRead) {
     const bytes data = pattern(700 * KiB, 1);
     const uint32_t start = nand_1 - 2 * nor_block;
     uint32_t end = nand_1 + MiB;
@@ -125,7 +125,7 @@ TEST_F(SpiFlashOnBoard, AnAreaOverBorderAndBadBlocksIsErasedWrittenAndRead) {
     EXPECT_EQ(read_good(start, 700 * KiB), data);
 }
 
-TEST_F(SpiFlashOnBoard, AWornOutBlockIsMarkedBadAndLeftOut) {
+TEST_F(SpiFlashOnBoard, AWornOutBlockIsMarkedBadAndSkipped) {
     uint32_t end = nand_1 + (worn_out + 2) * nand_block;
     EXPECT_EQ(norv_linux_spi_flash_continue_erase(&flash, nand_1 + worn_out * nand_block, nand_block, &end,
                                                   nullptr, nullptr, nullptr),
@@ -151,7 +151,7 @@ TEST_F(SpiFlashOnBoard, AWriteToAFlashThatWasNotErasedFailsTheVerification) {
     }
 }
 
-// Page 32000 of the NAND loses what is written to it.
+// Page 32000 of the NAND does not keep what is written to it.
 // quirk 129
 TEST_F(SpiFlashOnBoard, ADamagedPageFailsTheVerificationButNotARead) {
     const uint32_t address = nand_1 + 1000 * nand_block;

@@ -1,5 +1,5 @@
-// The examples that update firmware, on a real kernel: killed again and again at random moments, and given
-// journals that are not theirs. The image is complete at last, and the flash around it has not changed.
+// The examples that update firmware, on a real kernel: killed repeatedly at random moments, and given the
+// journals of other updates. In the end the image is complete, and the flash around it has not changed.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -124,12 +124,12 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         uint32_t end = address + length;
         ASSERT_EQ(norv_linux_flash_continue_erase(&flash, address, length, &end, nullptr, nullptr, nullptr),
                   0U);
-        // What bad blocks leave no room for stays out.
+        // With bad blocks, not all bytes fit.
         norv_linux_flash_continue_write_verify(&flash, address, 0, bytes.data(), &length, &end, nullptr,
                                                nullptr, nullptr);
     }
 
-    // The bytes before and after the area, those of bad blocks too.
+    // The bytes before and after the area, including those of bad blocks.
     std::string read_around() {
         std::string bytes;
         for (const uint32_t address : {GetParam().start - margin, GetParam().end}) {
@@ -153,7 +153,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         return {on.program, device, number(on.start), image_path(), journal_path(), number(on.end)};
     }
 
-    // Starts an update. What it prints goes into a file.
+    // Starts an update. Its output goes to a file.
     pid_t start() const {
         std::vector<std::string> words = command();
         std::vector<char*> arguments;
@@ -172,7 +172,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         return process;
     }
 
-    // Waits for the end of an update: its exit status, -1 when it was killed.
+    // Waits for the end of an update. Returns its exit status, -1 if it was killed.
     static int wait_for(pid_t process) {
         int status = 0;
         waitpid(process, &status, 0);
@@ -185,7 +185,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         EXPECT_EQ(wait_for(start()), 0) << text_of(output_path());
     }
 
-    // Runs the update of an image, and kills it after its first note in the journal.
+    // Runs the update of an image, and kills it after it has first written the journal.
     void begin(const std::string& image) {
         store(image_path(), image);
         for (int attempts = 0; !has_journal(); ++attempts) {
@@ -202,7 +202,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
 
     bool has_journal() const { return access(journal_path().c_str(), F_OK) == 0; }
 
-    // What the good blocks of the area hold.
+    // The contents of the good blocks of the area.
     std::string content(uint32_t length) {
         std::string found(length, '-');
         EXPECT_EQ(norv_linux_flash_continue_read(&flash, GetParam().start, found.data(), &length, nullptr,
@@ -235,7 +235,7 @@ TEST_P(UpdateOnBoard, AnUpdateKilledAtRandomMomentsIsCompleted) {
         const std::string image = pattern(image_size, round);
         store(image_path(), image);
         int ended = -1;
-        // After each kill the next run gets a little more time, so that every update comes to its end.
+        // After each kill the next run gets a little more time, so that every update is completed.
         for (auto patience = whole / 2; ended == -1; patience += patience / 8) {
             const pid_t process = start();
             usleep(static_cast<useconds_t>(random() % patience));

@@ -1,5 +1,4 @@
-// DMA buffers of a real kernel: dma-bufs of a driver behind /dev/uio-dma, and a device that moves data by
-// DMA.
+// DMA buffers of a real kernel: dma-bufs of a driver at /dev/uio-dma, and a device that moves data by DMA.
 #include "norv_linux_dma.h"
 
 #include <fcntl.h>
@@ -26,7 +25,7 @@ using testing::SizeIs;
 
 constexpr uint64_t page = 4096;
 
-// What the driver saw.
+// A number that the driver reports in debugfs.
 uint64_t seen(const std::string& name) {
     return std::stoull(norv::board::attribute("/sys/kernel/debug/norv_board_dma/" + name));
 }
@@ -84,7 +83,7 @@ TEST_F(DmaOnBoard, TheManagerIsTheDriversNodeOpenForReading) {
     EXPECT_STREQ(target, "/dev/uio-dma");
 }
 
-TEST_F(DmaOnBoard, DestroyingTheManagerGivesItsDescriptorBack) {
+TEST_F(DmaOnBoard, DestroyingTheManagerReleasesItsDescriptor) {
     const int32_t descriptor = manager;
     norv_linux_dma_destory_mgr(&manager);
     EXPECT_EQ(manager, -1);
@@ -110,7 +109,7 @@ TEST_P(DmaKindOnBoard, IsADmaBufOfThatKindAndSize) {
     EXPECT_THAT(norv::board::attribute("/sys/kernel/debug/dma_buf/bufinfo"), HasSubstr(GetParam().exporter));
 }
 
-TEST_P(DmaKindOnBoard, KeepsWhatIsWrittenIntoItsMapping) {
+TEST_P(DmaKindOnBoard, KeepsWhatIsWrittenToItsMapping) {
     ASSERT_EQ(GetParam().create(&manager, 3 * page, &buffer), 0U);
     char* memory = map();
     EXPECT_THAT(std::string(memory, 3 * page), Each('\0'));
@@ -181,14 +180,14 @@ TEST_F(DmaOnBoard, MemoryThatTheProcessDoesNotHaveIsRefused) {
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST_F(DmaOnBoard, MoreThanThereIsOfAKindIsRefused) {
+TEST_F(DmaOnBoard, MoreMemoryThanAKindHasIsRefused) {
     EXPECT_EQ(norv_linux_dma_create_by_kmalloc(&manager, 8 << 20, &buffer), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(buffer, nullptr);
     EXPECT_EQ(norv_linux_dma_create_mem(&manager, 1ULL << 40, &buffer), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST_F(DmaOnBoard, ReservedMemoryIsThereAgainAfterItsBufferIsDestroyed) {
+TEST_F(DmaOnBoard, ReservedMemoryIsFreeAgainAfterItsBufferIsDestroyed) {
     norv_linux_dma_t* second = nullptr;
     ASSERT_EQ(norv_linux_dma_create_by_reserved(&manager, 256 << 10, &buffer), 0U);
     EXPECT_EQ(norv_linux_dma_create_by_reserved(&manager, page, &second), NORV_STATUS_NO_MEMORY);
@@ -218,7 +217,7 @@ TEST_F(DmaOnBoard, AnAdoptedBufferIsTheSameMemoryAndStaysOpen) {
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
 }
 
-TEST_F(DmaOnBoard, WhatIsNoDmaBufCanBeAdoptedButNotUsed) {
+TEST_F(DmaOnBoard, AFileThatIsNotADmaBufCanBeAdoptedButNotUsed) {
     const int null_device = open("/dev/null", O_RDWR | O_CLOEXEC);
     ASSERT_EQ(norv_linux_dma_create_by_fd(&manager, null_device, page, &buffer), 0U);
     void* entries = nullptr;
@@ -240,7 +239,7 @@ TEST_F(DmaOnBoard, AMappingBeyondTheEndOfTheBufferIsRefused) {
 
 // ---- destroy
 
-TEST_F(DmaOnBoard, ABufferThatIsDestroyedMappedKeepsItsMemoryUntilItIsUnmapped) {
+TEST_F(DmaOnBoard, ABufferDestroyedWhileMappedKeepsItsMemory) {
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
     char* memory = map();
     norv_linux_dma_destroy(&buffer);
@@ -253,7 +252,7 @@ TEST_F(DmaOnBoard, ABufferThatIsDestroyedMappedKeepsItsMemoryUntilItIsUnmapped) 
 
 // ---- lock
 
-TEST_F(DmaOnBoard, ASecondLockIsRefusedByThisDriverAndTheEntriesStay) {
+TEST_F(DmaOnBoard, ThisDriverRefusesASecondLockAndTheEntriesStay) {
     ASSERT_EQ(norv_linux_dma_create_by_kmalloc(&manager, page, &buffer), 0U);
     void* entries = nullptr;
     uint64_t count = 0;
@@ -264,7 +263,7 @@ TEST_F(DmaOnBoard, ASecondLockIsRefusedByThisDriverAndTheEntriesStay) {
     EXPECT_EQ(static_cast<const entry*>(first)->length, page);
 }
 
-TEST_F(DmaOnBoard, UnlockingWhatIsNotLockedIsRefusedByThisDriver) {
+TEST_F(DmaOnBoard, ThisDriverRefusesToUnlockWhatIsNotLocked) {
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), NORV_STATUS_INVALID_ARG);
 }
@@ -278,7 +277,7 @@ TEST_F(DmaOnBoard, ABufferCanBeLockedAgainAfterItWasUnlocked) {
 
 // ---- synchronise
 
-TEST_F(DmaOnBoard, ATransferIsOpenedForReadingAndClosedForWriting) {
+TEST_F(DmaOnBoard, ATransferIsStartedForReadingAndEndedForWriting) {
     constexpr uint64_t to_device = 1;
     constexpr uint64_t from_device = 2;
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
@@ -294,7 +293,7 @@ TEST_F(DmaOnBoard, ATransferIsOpenedForReadingAndClosedForWriting) {
     EXPECT_EQ(seen("end_direction"), to_device);
 }
 
-TEST_F(DmaOnBoard, TheDeviceTakesDataFromABufferAndPutsItIntoAnother) {
+TEST_F(DmaOnBoard, TheDeviceCopiesDataFromOneBufferToAnother) {
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, 3 * page, &buffer), 0U);
     norv_linux_dma_t* other = nullptr;
     ASSERT_EQ(norv_linux_dma_create_by_cma(&manager, page, &other), 0U);
@@ -317,7 +316,7 @@ TEST_F(DmaOnBoard, TheDeviceTakesDataFromABufferAndPutsItIntoAnother) {
     norv_linux_dma_destroy(&other);
 }
 
-// Starts the device, which sees what was synchronised and no more.
+// Starts the device, which sees only what was synchronised.
 class StartedDeviceOnBoard : public DmaOnBoard {
   protected:
     StartedDeviceOnBoard() {
@@ -344,14 +343,14 @@ class StartedDeviceOnBoard : public DmaOnBoard {
     uint64_t address = 0;
 };
 
-TEST_F(StartedDeviceOnBoard, TakesWhatWasWrittenBeforeTheLastEndOfATransfer) {
+TEST_F(StartedDeviceOnBoard, ReadsWhatWasWrittenBeforeTheLastEndOfATransfer) {
     memcpy(memory, "new", 3);
     EXPECT_EQ(taken(), "old");
     EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
     EXPECT_EQ(taken(), "new");
 }
 
-TEST_F(StartedDeviceOnBoard, PutsWhatTheProcessSeesAfterTheNextStartOfATransfer) {
+TEST_F(StartedDeviceOnBoard, WritesWhatTheProcessReadsAfterTheNextStartOfATransfer) {
     EXPECT_EQ(taken(), "old");
     memcpy(memory, "new", 3);
     EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
@@ -361,14 +360,14 @@ TEST_F(StartedDeviceOnBoard, PutsWhatTheProcessSeesAfterTheNextStartOfATransfer)
     EXPECT_EQ(std::string(memory, 3), "old");
 }
 
-TEST_F(StartedDeviceOnBoard, ReachesNoBufferThatIsNotLocked) {
+TEST_F(StartedDeviceOnBoard, CannotReachABufferThatIsNotLocked) {
     EXPECT_EQ(norv_linux_dma_unlock_mem(&buffer), 0U);
     EXPECT_FALSE(start("take", address));
     lock();
     EXPECT_TRUE(start("take", address));
 }
 
-TEST_F(DmaOnBoard, TheCallersValuesReachTheDriverInFullWidth) {
+TEST_F(DmaOnBoard, TheCallersValuesReachTheDriverWithAllTheirBits) {
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
     lock();
     EXPECT_EQ(norv_linux_dma_sg_sync(&buffer, true, 0xFEDCBA9876543210, 0x89ABCDEF), NORV_STATUS_INVALID_ARG);
@@ -378,7 +377,7 @@ TEST_F(DmaOnBoard, TheCallersValuesReachTheDriverInFullWidth) {
 
 // ---- soak
 
-// Fills a buffer, lets the device take it, and leaves nothing behind.
+// Fills a buffer, lets the device read it, and releases everything.
 void run_transfers(int32_t* manager, int rounds) {
     for (int round = 0; round < rounds; ++round) {
         norv_linux_dma_t* buffer = nullptr;
@@ -413,8 +412,8 @@ TEST_F(DmaOnBoard, OneManagerServesBuffersOfSeveralThreads) {
     }
 }
 
-// A program that ends, or destroys its manager, without unlocking.
-TEST_F(DmaOnBoard, AClosedManagerHoldsNoLockAndGivesTheStatusOfABadDescriptor) {
+// A program that exits, or destroys its manager, without unlocking.
+TEST_F(DmaOnBoard, AClosedManagerHoldsNoLockAndIsABadDescriptor) {
     ASSERT_EQ(norv_linux_dma_create_mem(&manager, page, &buffer), 0U);
     lock();
     norv_linux_dma_destory_mgr(&manager);

@@ -1,4 +1,4 @@
-// Tests of the joined flash: a board whose partitions the test chooses, and a caller that watches.
+// The base of the SPI flash tests: a board whose partitions the test chooses, and an observer.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -16,9 +16,9 @@
 
 namespace norv::test {
 
-class joined_flash : public testing::Test {
+class concatenated_flash : public testing::Test {
   protected:
-    ~joined_flash() override { norv_linux_spi_flash_close(&flash); }
+    ~concatenated_flash() override { norv_linux_spi_flash_close(&flash); }
 
     // Adds a partition, /dev/mtd0 and so on.
     std::shared_ptr<mtd_device> add(const flash_geometry& geometry) {
