@@ -135,7 +135,7 @@ NORV_API uint32_t norv_linux_dma_create_by_reserved(int32_t* manager, uint64_t s
  * system call.
  *
  * @param manager     the variable must outlive the buffer; open if the buffer is to be locked
- * @param descriptor  the dma-buf; stays the caller's, who keeps it open while the buffer exists; not checked
+ * @param descriptor  the dma-buf; stays the caller's: close it after the buffer is destroyed; not checked
  * @param size        in bytes, of a mapping; not checked
  * @param buffer      receives the buffer
  * @retval NORV_STATUS_NO_MEMORY  out of memory
@@ -190,7 +190,7 @@ NORV_API uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer);
  *
  * @param buffer   a buffer
  * @param entries  receives the array of `*count` entries of NORV_LINUX_DMA_SG_ENTRY_SIZE bytes, as filled by
- *                 the driver; it is the buffer's, and valid until the next lock or unlock
+ *                 the driver; it is the buffer's, and valid until that is locked again or unlocked
  * @param count    receives the number of entries
  * @retval NORV_STATUS_INVALID_ARG  there is no buffer
  * @retval NORV_STATUS_NO_MEMORY    no memory for the entries

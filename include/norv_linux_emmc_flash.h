@@ -172,8 +172,7 @@ NORV_API uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash
  * @param flash     an open device
  * @param address   in bytes
  * @param buffer    receives the bytes; may be null if the length is 0
- * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
- *                  bytes read
+ * @param length    in: bytes to read; out, only after a failed chunk (not a cancellation): bytes read
  * @param cancel    called before each chunk; may be null
  * @param progress  called after each chunk, with status 0; may be null
  * @param user      passed to both; may be null
@@ -205,8 +204,8 @@ NORV_API uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash,
  * @param address   a multiple of the write unit size
  * @param skip      how far after the address the data starts; a multiple of the write unit size
  * @param data      the bytes; may be null if the length is 0
- * @param length    in: bytes to write; out: unchanged, also after a cancellation (quirk 153) or a failure
- *                  before the first chunk; after any other failure, the bytes written and verified
+ * @param length    in: bytes to write; out, only after a failed chunk (not a cancellation: quirk 153): bytes
+ *                  written and verified
  * @param cancel    called before each chunk; may be null
  * @param progress  called after each verified chunk, with status 0; may be null
  * @param user      passed to both; may be null

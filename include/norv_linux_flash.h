@@ -162,8 +162,8 @@ NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t 
  * @param flash     an open flash
  * @param address   in bytes
  * @param buffer    receives the bytes
- * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
- *                  bytes read; not checked for the SPI flash
+ * @param length    in: bytes to read; out, only after a failed step (not a cancellation): bytes read; not
+ *                  checked for the SPI flash
  * @param cancel    called before each step; may be null
  * @param progress  called after each step; may be null
  * @param user      passed to both; may be null
@@ -182,9 +182,9 @@ NORV_API uint32_t norv_linux_flash_continue_read(norv_flash_t* flash, uint32_t a
  * @param address   a multiple of the write unit size
  * @param skip      bytes to skip before the first byte is written; a multiple of the write unit size
  * @param data      the bytes; not checked for the SPI flash
- * @param length    in: bytes to write; out: unchanged, also after a cancellation, if the good blocks before
- *                  the end do not suffice, or if the call fails before its first step; after any other
- *                  failure, the bytes written and verified; not checked for the SPI flash
+ * @param length    in: bytes to write; out, only after a failed step: bytes written and verified. A
+ *                  cancellation, or too few good blocks before the end, leaves it unchanged. Not checked for
+ *                  the SPI flash
  * @param end       in: where the area ends; out: where the next write continues; not checked. For an eMMC
  *                  neither read nor written, and may be null (quirk 156)
  * @param cancel    called before each step; may be null

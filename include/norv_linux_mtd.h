@@ -69,7 +69,7 @@ NORV_API bool norv_linux_mtd_type_is_nand(const norv_mtd_t* device);
  * @param length  a multiple of the erase size
  * @retval NORV_STATUS_INVALID_ARG   `start` is not below the size of the partition, or `start + length`, in
  *                                   64 bits, is above it; or the kernel refuses a misaligned range
- * @retval NORV_STATUS_DEVICE_ERROR  a block does not erase
+ * @retval NORV_STATUS_DEVICE_ERROR  a block is bad, or does not erase
  * @retval errno                     of `MEMERASE`
  *
  * Blocks until the blocks are erased.

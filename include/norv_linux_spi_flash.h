@@ -8,13 +8,12 @@
  * own geometry, and may be NOR or NAND; its erase size must be a power of two. Only NAND is queried for bad
  * blocks.
  *
- * The three "continue" functions work on many blocks. They skip bad ones, report progress, can be stopped
- * between two steps, and leave a cursor from which the caller continues; norv_flash_types.h describes how.
- * They keep no state between two calls.
+ * The "continue" functions work on many blocks. They skip bad ones, report progress, can be stopped between
+ * two steps, and leave a cursor from which the caller continues (see norv_flash_types.h). They keep no state
+ * between calls.
  *
  * In a region whose base is not a multiple of its erase size, only `norv_linux_spi_flash_erase_one_block`
- * erases. The other two erase functions return NORV_STATUS_RANGE at each of its addresses, also when they
- * reach it from the region before.
+ * erases: the other two return NORV_STATUS_RANGE, also when they reach it from the region before.
  *
  * A flash of exactly 4 GiB has the size 0, and its end is 0 too. As the end of an operation, that is before
  * every address, so nothing is erased or written: only the functions without an end reach the last block.
@@ -92,8 +91,8 @@ NORV_API uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_f
  * @param flash    an open flash
  * @param address  of the first byte
  * @param buffer   receives the bytes
- * @param length   in: bytes to read, at least 1; truncated at the end of the region before the read, also if
- *                 that fails; out: bytes read
+ * @param length   in: bytes to read, at least 1; truncated at the end of the region, even if the read fails;
+ *                 out: bytes read
  * @retval NORV_STATUS_INVALID_ARG  the flash is closed, or the length is 0
  * @retval NORV_STATUS_EMPTY        there are no partitions
  * @retval NORV_STATUS_RANGE        the address is in no region
@@ -110,8 +109,8 @@ NORV_API uint32_t norv_linux_spi_flash_read(norv_spi_flash_t** flash, uint32_t a
  * @param flash    an open flash
  * @param address  of the first byte; the kernel requires a multiple of the region's write size
  * @param data     the bytes
- * @param length   in: bytes to write, at least 1; truncated at the end of the region before the write, also
- *                 if that fails; out: bytes written
+ * @param length   in: bytes to write, at least 1; truncated at the end of the region, even if the write
+ *                 fails; out: bytes written
  * @retval NORV_STATUS_INVALID_ARG  the flash is closed, or the length is 0
  * @retval NORV_STATUS_EMPTY        there are no partitions
  * @retval NORV_STATUS_RANGE        the address is in no region
@@ -205,8 +204,8 @@ NORV_API uint32_t norv_linux_spi_flash_continue_erase(norv_spi_flash_t** flash, 
  * @param flash     an open flash; not checked (quirk 131)
  * @param address   of the first byte; in a bad block, reading starts after the block
  * @param buffer    receives the bytes
- * @param length    in: bytes to read; out: unchanged, also after a cancellation; after any other failure, the
- *                  bytes read; not checked
+ * @param length    in: bytes to read; out, only after a failed step (not a cancellation): bytes read; not
+ *                  checked
  * @param cancel    called before each step; may be null
  * @param progress  called after each read; may be null
  * @param user      passed to both; may be null
@@ -233,9 +232,9 @@ NORV_API uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, u
  *                  of the region of the byte before the end. A failed query of a block ends the call only
  *                  after them (quirk 142)
  * @param data      the bytes; not checked
- * @param length    in: bytes to write; out: unchanged, also after a cancellation or if the space before the
- *                  end is too small (quirk 143), or if the call fails before its first step; after any other
- *                  failure, the bytes written and verified; not checked
+ * @param length    in: bytes to write; out, only after a failed step: bytes written and verified. A
+ *                  cancellation, or too little space before the end, leaves it unchanged (quirk 143). Not
+ *                  checked
  * @param end       in: where the area ends, a multiple of the write size of the region of the byte before it;
  *                  out: the start of the block after the last one written, where the next call continues, or
  *                  the address if the length is 0; not checked
