@@ -62,7 +62,7 @@ typedef struct {
  * @param config  the kind and, for an eMMC, its path
  * @param flash   receives the open flash; after a failure, the kind and no open flash
  * @retval NORV_STATUS_INVALID_ARG  the kind is neither of the two, or an eMMC has no path; nothing is opened
- * @retval others                   of the kind's open function
+ * @retval others                   of `norv_linux_spi_flash_open` or `norv_linux_emmc_flash_open`
  */
 NORV_API uint32_t norv_linux_flash_open(const norv_flash_config_t* config, norv_flash_t* flash);
 
@@ -80,7 +80,7 @@ NORV_API void norv_linux_flash_close(norv_flash_t* flash);
  * @param info   receives it; `reserved` is not touched
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_get_info` or `norv_linux_emmc_flash_get_info`
  */
 NORV_API uint32_t norv_linux_flash_get_info(norv_flash_t* flash, norv_flash_info_t* info);
 
@@ -91,7 +91,8 @@ NORV_API uint32_t norv_linux_flash_get_info(norv_flash_t* flash, norv_flash_info
  * @param address  of the block; a multiple of the erase block size
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_erase_one_block` or
+ *                                  `norv_linux_emmc_flash_erase_one_block`
  */
 NORV_API uint32_t norv_linux_flash_erase_one_block(norv_flash_t* flash, uint32_t address);
 
@@ -104,7 +105,8 @@ NORV_API uint32_t norv_linux_flash_erase_one_block(norv_flash_t* flash, uint32_t
  *                 block is erased
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_erase_first_valid_block` or
+ *                                  `norv_linux_emmc_flash_erase_first_valid_block`
  */
 NORV_API uint32_t norv_linux_flash_erase_first_valid_block(norv_flash_t* flash, uint32_t address,
                                                            uint32_t* end);
@@ -118,7 +120,7 @@ NORV_API uint32_t norv_linux_flash_erase_first_valid_block(norv_flash_t* flash, 
  * @param length   in: bytes to read, at least 1; out: bytes read
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_read` or `norv_linux_emmc_flash_read`
  */
 NORV_API uint32_t norv_linux_flash_read(norv_flash_t* flash, uint32_t address, void* buffer,
                                         uint32_t* length);
@@ -132,7 +134,7 @@ NORV_API uint32_t norv_linux_flash_read(norv_flash_t* flash, uint32_t address, v
  * @param length   in: bytes to write, at least 1; out: bytes written
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_write` or `norv_linux_emmc_flash_write`
  */
 NORV_API uint32_t norv_linux_flash_write(norv_flash_t* flash, uint32_t address, const void* data,
                                          uint32_t* length);
@@ -150,7 +152,8 @@ NORV_API uint32_t norv_linux_flash_write(norv_flash_t* flash, uint32_t address, 
  * @param user      passed to both; may be null
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_continue_erase` or
+ *                                  `norv_linux_emmc_flash_continue_erase`
  */
 NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t address, uint32_t length,
                                                   uint32_t* end, norv_flash_cancel_fn cancel,
@@ -169,7 +172,8 @@ NORV_API uint32_t norv_linux_flash_continue_erase(norv_flash_t* flash, uint32_t 
  * @param user      passed to both; may be null
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_continue_read` or
+ *                                  `norv_linux_emmc_flash_continue_read`
  */
 NORV_API uint32_t norv_linux_flash_continue_read(norv_flash_t* flash, uint32_t address, void* buffer,
                                                  uint32_t* length, norv_flash_cancel_fn cancel,
@@ -192,7 +196,8 @@ NORV_API uint32_t norv_linux_flash_continue_read(norv_flash_t* flash, uint32_t a
  * @param user      passed to both; may be null
  * @retval NORV_STATUS_INVALID_ARG  the flash is not open
  * @retval NORV_STATUS_BAD_STATE    the handle is of neither kind
- * @retval others                   of the kind's function
+ * @retval others                   of `norv_linux_spi_flash_continue_write_verify` or
+ *                                  `norv_linux_emmc_flash_continue_write_verify`
  */
 NORV_API uint32_t norv_linux_flash_continue_write_verify(norv_flash_t* flash, uint32_t address, uint32_t skip,
                                                          const void* data, uint32_t* length, uint32_t* end,
