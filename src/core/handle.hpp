@@ -5,13 +5,13 @@ namespace norv {
 
 // Returns the open record; null also if there is no variable.
 template <typename record>
-record* held(record* const* variable) {
+record* record_of(record* const* variable) {
     return variable != nullptr ? *variable : nullptr;
 }
 
 template <typename record>
 bool is_open(record* const* variable) {
-    return held(variable) != nullptr;
+    return record_of(variable) != nullptr;
 }
 
 }  // namespace norv

@@ -5,28 +5,32 @@
 namespace norv {
 
 template <typename link>
-void make_empty(link& head) {
+void list_init(link& head) {
     head = {&head, &head};
 }
 
 template <typename link>
-bool is_empty(const link& head) {
+bool list_empty(const link& head) {
     return head.next == &head;
 }
 
-// Inserting before the head appends to the list.
 template <typename link>
-void insert_before(link& place, link& added) {
-    added = {&place, place.prev};
-    place.prev->next = &added;
-    place.prev = &added;
+void list_add_tail(link& head, link& added) {
+    added = {&head, head.prev};
+    head.prev->next = &added;
+    head.prev = &added;
+}
+
+template <typename link>
+void list_add(link& head, link& added) {
+    list_add_tail(*head.next, added);
 }
 
 // The removed link itself is not changed.
 template <typename link>
-void take_out(link& taken) {
-    taken.prev->next = taken.next;
-    taken.next->prev = taken.prev;
+void list_del(link& removed) {
+    removed.prev->next = removed.next;
+    removed.next->prev = removed.prev;
 }
 
 }  // namespace norv

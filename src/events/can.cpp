@@ -78,12 +78,12 @@ norv_linux_can_raw_t* channel_of(list_node* node) {
 }
 
 void link_first(norv_linux_can_t& can, norv_linux_can_raw_t& channel) {
-    norv::insert_before(*can.channels.next, channel.node);
+    norv::list_add(can.channels, channel.node);
     channel.linked = 1;
 }
 
 void unlink(norv_linux_can_raw_t& channel) {
-    norv::take_out(channel.node);
+    norv::list_del(channel.node);
     channel.node = {nullptr, nullptr};
     channel.linked = 0;
 }
@@ -238,7 +238,7 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
     }
     opened->owner = can;
     opened->interface_name = interface_name;  // quirk 62: callers may change the text
-    norv::make_empty(opened->channels);
+    norv::list_init(opened->channels);
     const uint32_t status = norv_mutex_init(&opened->lock);
     if (status != NORV_STATUS_OK) {
         norv_free(opened);
@@ -249,12 +249,12 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
 }
 
 void norv_linux_can_close(norv_linux_can_t** can) {
-    norv_linux_can_t* context = norv::held(can);
+    norv_linux_can_t* context = norv::record_of(can);
     if (context == nullptr) {
         return;
     }
     const uint32_t locked = norv_mutex_lock(&context->lock);
-    while (!norv::is_empty(context->channels)) {
+    while (!norv::list_empty(context->channels)) {
         norv_linux_can_raw_t* channel = channel_of(context->channels.next);
         unlink(*channel);
         release(channel);

@@ -144,13 +144,13 @@ uint32_t open_port(norv_uart_t** uart, const char* path, const norv_uart_setting
 }
 
 uint32_t transfer(norv_uart_t** uart, void* buffer, uint32_t* length, int32_t timeout, bool write) {
-    const norv_uart_t* port = norv::held(uart);
+    const norv_uart_t* port = norv::record_of(uart);
     return port == nullptr ? NORV_STATUS_INVALID_ARG
                            : norv::transfer_bytes(port->descriptor, buffer, length, timeout, write);
 }
 
 uint32_t set_modem_line(norv_uart_t** uart, int line, uint32_t high) {
-    const norv_uart_t* port = norv::held(uart);
+    const norv_uart_t* port = norv::record_of(uart);
     if (port == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -159,7 +159,7 @@ uint32_t set_modem_line(norv_uart_t** uart, int line, uint32_t high) {
 }
 
 uint32_t get_modem_line(norv_uart_t** uart, int line, uint8_t* high) {
-    const norv_uart_t* port = norv::held(uart);
+    const norv_uart_t* port = norv::record_of(uart);
     if (port == nullptr || high == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -194,7 +194,7 @@ uint32_t norv_uart_open(const char* path, const norv_uart_settings_t* settings, 
 }
 
 void norv_uart_close(norv_uart_t** uart) {
-    norv_uart_t* port = norv::held(uart);
+    norv_uart_t* port = norv::record_of(uart);
     if (port == nullptr) {
         return;
     }
@@ -205,7 +205,7 @@ void norv_uart_close(norv_uart_t** uart) {
 }
 
 uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settings) {
-    norv_uart_t* port = norv::held(uart);
+    norv_uart_t* port = norv::record_of(uart);
     if (port == nullptr || settings == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -224,7 +224,7 @@ uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settin
 }
 
 int32_t norv_uart_get_fd(norv_uart_t** uart) {
-    const norv_uart_t* port = norv::held(uart);
+    const norv_uart_t* port = norv::record_of(uart);
     return port == nullptr ? -1 : port->descriptor;
 }
 

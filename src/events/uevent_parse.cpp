@@ -196,7 +196,7 @@ uint32_t norv_uevent_parse_open(norv_uevent_parse_t** context, const norv_uevent
 }
 
 void norv_uevent_parse_close(norv_uevent_parse_t** context) {
-    norv_uevent_parse_t* parser = norv::held(context);
+    norv_uevent_parse_t* parser = norv::record_of(context);
     if (parser == nullptr) {
         return;
     }
@@ -211,7 +211,7 @@ void norv_uevent_parse_close(norv_uevent_parse_t** context) {
 }
 
 uint32_t norv_uevent_parse_poll(norv_uevent_parse_t** context) {
-    norv_uevent_parse_t* parser = norv::held(context);
+    norv_uevent_parse_t* parser = norv::record_of(context);
     if (parser == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -227,7 +227,7 @@ uint32_t norv_uevent_parse_poll(norv_uevent_parse_t** context) {
 }
 
 norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t** context, uint32_t filter) {
-    norv_uevent_parse_t* parser = norv::held(context);
+    norv_uevent_parse_t* parser = norv::record_of(context);
     if (parser != nullptr) {
         __atomic_store_n(&parser->filter, filter, __ATOMIC_RELAXED);
     }
@@ -235,7 +235,7 @@ norv_uevent_parse_t* norv_uevent_parse_set_filter(norv_uevent_parse_t** context,
 }
 
 uint32_t norv_uevent_parse_get_device(norv_uevent_parse_t** context, const norv_uevent_device_list_t** list) {
-    norv_uevent_parse_t* parser = norv::held(context);
+    norv_uevent_parse_t* parser = norv::record_of(context);
     if (parser == nullptr || list == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -248,7 +248,7 @@ uint32_t norv_uevent_parse_get_device(norv_uevent_parse_t** context, const norv_
 }
 
 int32_t norv_uevent_parse_get_fd(norv_uevent_parse_t** context) {
-    const norv_uevent_parse_t* parser = norv::held(context);
+    const norv_uevent_parse_t* parser = norv::record_of(context);
     return parser == nullptr ? -1 : parser->descriptor;
 }
 

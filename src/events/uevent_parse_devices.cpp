@@ -94,7 +94,7 @@ norv_uevent_device_t* create_device(const parsed_event& event) {
     copy_text(device->devtype, event.devtype);
     copy_text(device->product, event.product);
     read_product_name(*device);
-    make_empty(device->children);
+    list_init(device->children);
     return device;
 }
 
@@ -109,17 +109,17 @@ void append_child(norv_uevent_device_t& parent, const parsed_event& node) {
     join_text(child->devnode, "/dev/", node.devname);
     copy_text(child->parent_product_name, parent.product_name);
     copy_text(child->subsystem, node.subsystem);
-    insert_before(parent.children, child->link);
+    list_add_tail(parent.children, child->link);
     ++parent.child_count;
 }
 
 void release_device(norv_uevent_device_t& device) {
-    while (!is_empty(device.children)) {
+    while (!list_empty(device.children)) {
         norv_uevent_link_t* child = device.children.next;
-        take_out(*child);
+        list_del(*child);
         norv_free(child);
     }
-    take_out(device.link);
+    list_del(device.link);
     norv_free(&device);
 }
 
@@ -137,7 +137,7 @@ class list_lock {
     list_lock(const list_lock&) = delete;
     list_lock& operator=(const list_lock&) = delete;
 
-    bool held() const { return held_; }
+    bool record_of() const { return held_; }
 
   private:
     norv_mutex_t& mutex_;
@@ -152,11 +152,11 @@ void notify(const norv_uevent_parse& parser, const norv_uevent_device_t* device)
 
 bool append_device(norv_uevent_parse& parser, norv_uevent_device_t& device) {
     const list_lock lock(parser);
-    if (lock.held()) {
+    if (lock.record_of()) {
         ++parser.list->count;
-        insert_before(parser.list->devices, device.link);
+        list_add_tail(parser.list->devices, device.link);
     }
-    return lock.held();
+    return lock.record_of();
 }
 
 // quirk 109: the first in the list, not the nearest, compared by characters.
@@ -184,7 +184,7 @@ bool can_be_added(const parsed_event& node) {
 // Adds a node to its device. Returns what the handler is called with, null if it is not called.
 const norv_uevent_device_t* append_to_parent(norv_uevent_parse& parser, const parsed_event& node) {
     const list_lock lock(parser);
-    if (!lock.held()) {
+    if (!lock.record_of()) {
         return nullptr;
     }
     norv_uevent_device_t* parent = find_parent(*parser.list, node.devpath);
@@ -193,7 +193,7 @@ const norv_uevent_device_t* append_to_parent(norv_uevent_parse& parser, const pa
         return &device_of(parser.list->devices);
     }
     // quirk 110: only the first node is kept.
-    if (!is_empty(parent->children)) {
+    if (!list_empty(parent->children)) {
         return nullptr;
     }
     if (can_be_added(node)) {  // quirk 114: the parent is reported in any case
@@ -207,7 +207,7 @@ const norv_uevent_device_t* append_to_parent(norv_uevent_parse& parser, const pa
 norv_uevent_device_list_t* create_list() {
     auto* list = static_cast<norv_uevent_device_list_t*>(norv_zalloc(sizeof(norv_uevent_device_list_t)));
     if (list != nullptr) {
-        make_empty(list->devices);
+        list_init(list->devices);
     }
     return list;
 }
@@ -218,7 +218,7 @@ void release_list(norv_uevent_parse& parser) {
         return;
     }
     const list_lock lock(parser);
-    while (!is_empty(parser.list->devices)) {
+    while (!list_empty(parser.list->devices)) {
         release_device(device_of(*parser.list->devices.next));
     }
     norv_free(parser.list);
@@ -245,7 +245,7 @@ void add_child(norv_uevent_parse& parser, const parsed_event& node) {
 
 void remove_devices(norv_uevent_parse& parser, const char* devpath) {
     const list_lock lock(parser);
-    if (!lock.held()) {
+    if (!lock.record_of()) {
         return;
     }
     norv_uevent_link_t& head = parser.list->devices;

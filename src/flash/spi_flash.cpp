@@ -124,7 +124,7 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
 }
 
 void norv_linux_spi_flash_close(norv_spi_flash_t** flash) {
-    norv_spi_flash_t* closed = norv::held(flash);
+    norv_spi_flash_t* closed = norv::record_of(flash);
     if (closed == nullptr) {
         return;
     }

@@ -175,7 +175,7 @@ uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint6
 // quirk 89: the mapping and the entries stay. Callers unmap and unlock first, and a mapping may outlive its
 // buffer.
 void norv_linux_dma_destroy(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = norv::held(buffer);
+    norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return;
     }
@@ -190,7 +190,7 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
         return NORV_STATUS_INVALID_ARG;
     }
     *memory = nullptr;
-    norv_linux_dma* const held_buffer = norv::held(buffer);
+    norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -201,7 +201,7 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
 }
 
 uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = norv::held(buffer);
+    norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -217,7 +217,7 @@ uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
 }
 
 uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint64_t* count) {
-    norv_linux_dma* const held_buffer = norv::held(buffer);
+    norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr || entries == nullptr || count == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -238,7 +238,7 @@ uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint
 }
 
 uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
-    norv_linux_dma* const held_buffer = norv::held(buffer);
+    norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -249,7 +249,7 @@ uint32_t norv_linux_dma_unlock_mem(norv_linux_dma_t** buffer) {
 }
 
 uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end) {
-    const norv_linux_dma* const held_buffer = norv::held(buffer);
+    const norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -259,7 +259,7 @@ uint32_t norv_linux_dma_sync(norv_linux_dma_t** buffer, bool end) {
 
 uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint64_t value64,
                                 uint32_t value32) {
-    const norv_linux_dma* const held_buffer = norv::held(buffer);
+    const norv_linux_dma* const held_buffer = norv::record_of(buffer);
     if (held_buffer == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -268,6 +268,6 @@ uint32_t norv_linux_dma_sg_sync(norv_linux_dma_t** buffer, bool direction, uint6
 }
 
 int32_t norv_linux_dma_get_fd(norv_linux_dma_t** buffer) {
-    const norv_linux_dma* const held_buffer = norv::held(buffer);
+    const norv_linux_dma* const held_buffer = norv::record_of(buffer);
     return held_buffer != nullptr ? held_buffer->descriptor : -1;
 }

@@ -1,4 +1,4 @@
-// NOR flash at a real SPI controller: each chip a partition of its own, and both joined.
+// NOR flash at a real SPI controller: each chip a partition of its own, and both concatenated.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
