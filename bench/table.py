@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Prints one table of ratios from the JSON files of many runs of the benchmark programs.
 
 Within a file, the contenders of a row ran one after the other. Each run gives one ratio of a contender to

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/prepare: packages of Debian's archive, fetched without root and unpacked without being installed.
 # shellcheck shell=bash disable=SC2154  # board/prepare and board/common.sh set the variables
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by the scripts of the virtual board: where things are, and how they speak.
 # shellcheck shell=bash
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/prepare: which kernel boots, and how its package becomes the directory that the board is made from:
 #
 #   boot/vmlinux                the kernel, unpacked

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/run: what the virtual machine is made of. A device that a family needs is added
 # to machine_devices, with a comment that names the family.
 # shellcheck shell=bash

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Shows facts about the board: time since its start, memory, the size of its card, and whether a USB host uses
  * it as a device.

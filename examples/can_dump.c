@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Shows the frames of one identifier, or two, that arrive on a CAN interface.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Creates a DMA buffer, fills it between the two syncs of a transfer, and counts the pieces of memory with
  * which a device would be programmed. What was written is then read through a second handle on the same

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Updates firmware on either kind of flash: erases an area, writes a file there and verifies it, and reads
  * the whole back.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A worker thread passes results to the event loop, in which a timer descriptor runs, too.
  *

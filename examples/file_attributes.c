@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Reads attributes of a network interface, changes one and restores it, with a marker file in place
  * meanwhile.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Drives one GPIO line and waits until another one, which is wired to it, shows the edge. */
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Writes an image into the SPI flash of a board, around bad blocks, verifies it, and reads the whole back.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Brings up the programmable logic: programs the FPGA, waits until it is operating, and describes the new
  * hardware to the kernel with a device-tree overlay, which it unloads at the end.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A GPIO edge travels from the kernel through the event loop to its handler.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A device's driver over the I2C bus record: it sets up some registers and reads them back.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Writes a text into an I2C EEPROM and reads it back.
  *

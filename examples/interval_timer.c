@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * A periodic job that does not drift: a kernel timer wakes it, and it reports how late each wake-up was.
  *

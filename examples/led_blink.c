@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Lets the kernel blink an LED, flashes it once, and switches it off.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Shuts down an event loop that other threads use, in the only order in which none of them can hang.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Prints the geometry of a flash partition, its bad blocks and its first bytes. Changes nothing.
  *

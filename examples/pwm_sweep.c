@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Sweeps the duty of a PWM channel from 0 to 100 percent, and measures it at another channel.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Marks a boot of the board: which kernel runs, for how long, and a fresh identifier for the log.
  *

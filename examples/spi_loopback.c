@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Sends a text to an SPI slave and checks that it comes back: the first thing to try on a new board, with
  * MOSI and MISO wired together.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Prepares a control thread: its name, its processor, and real-time priority.
  *

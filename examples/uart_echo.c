@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Sends a line through a serial port and checks that it comes back, at several speeds.
  *

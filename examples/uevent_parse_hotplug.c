@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Shows the USB devices that are plugged in, each with its camera, input or sound node, and then each change.
  *

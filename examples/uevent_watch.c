@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Shows the kernel's uevent messages as they arrive, each with its keys on one line.
  *

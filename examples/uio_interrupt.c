@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Waits for interrupts of a UIO device, and enables the interrupt again after each.
  *

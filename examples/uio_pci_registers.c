@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Binds a PCI device to the kernel's UIO driver, and prints its PCI address and, through a register-bus
  * record, its first registers.

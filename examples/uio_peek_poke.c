@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Reads a register of a UIO device, or writes one and reads it back.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Registers an interrupt source of a UMCB device and waits for its interrupts.
  *

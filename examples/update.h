@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * What the two examples of a firmware update share: the image, the journal from which an interrupted update
  * is resumed, Ctrl-C, and the progress bar.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Disconnects the board from its USB host and connects it again, by software, and watches the state.
  *

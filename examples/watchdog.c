@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Watches a thread: an event loop reports to a watchdog, a handler hangs, the watchdog notices, and the loop
  * recovers.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Reads temperatures, a supply voltage and fabric clocks of a Zynq-7000 or ZynqMP device.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // /proc/stat as the fuzzer likes it.
 #include "norv_cpu_usage.h"
 #include "support/kernel_file.hpp"

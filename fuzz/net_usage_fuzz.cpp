@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // /proc/net/dev as the fuzzer likes it. The first line of the input is the name that is searched for.
 #include <algorithm>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // /proc/meminfo, a controller's state and a card's size as the fuzzer likes them.
 #include "norv_system_info.h"
 #include "support/kernel_file.hpp"

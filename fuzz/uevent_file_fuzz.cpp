@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A device's "uevent" file as the fuzzer likes it, found when the hot-plug parser is opened.
 #include <dirent.h>
 #include <dlfcn.h>

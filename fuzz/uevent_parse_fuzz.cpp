@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Uevent messages as the fuzzer likes them. Each line of the input is a message; a vertical bar in it stands
 // for the NUL between two texts.
 #include <sys/socket.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_cpu_usage.h
  * CPU load of the whole system over the time between two calls, from /proc/stat. The conventions of

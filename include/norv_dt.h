@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_dt.h
  * Device-tree overlays through configfs, /sys/kernel/config/device-tree/overlays: describe to the kernel, at

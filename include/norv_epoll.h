@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_epoll.h
  * The event loop: descriptors, timers, delayed calls, and event and timer descriptors, all served on one

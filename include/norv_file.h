@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_file.h
  * Device nodes and attribute files: open by formatted path, read or write in one call, transfer a whole

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_flash_types.h
  * What the flash families share: the geometry, the callbacks, and the way to continue an interrupted update.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_fpga.h
  * Programming an FPGA through the kernel's FPGA manager, /sys/class/fpga_manager. The conventions of

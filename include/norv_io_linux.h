@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_io_linux.h
  * All of libnorv_io_linux. A program that uses one or two families includes their headers instead.

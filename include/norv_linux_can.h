@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_can.h
  * CAN frames through the kernel's raw CAN sockets. The conventions of norv_status.h hold.

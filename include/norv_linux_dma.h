@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_dma.h
  * Memory that devices reach by DMA: buffers of the driver at /dev/uio-dma, the manager. The conventions of

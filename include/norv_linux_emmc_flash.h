@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_emmc_flash.h
  * An eMMC, SD card or other block device as a flash. The conventions of norv_status.h hold.

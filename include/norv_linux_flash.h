@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_flash.h
  * One interface to the two kinds of flash that a board may boot from: the SPI flash, which consists of MTD

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_gpio.h
  * One GPIO line through the kernel's sysfs interface, /sys/class/gpio. The conventions of norv_status.h hold.

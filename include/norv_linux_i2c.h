@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_i2c.h
  * I2C transfers through an adapter's character device, /dev/i2c-N (kernel driver i2c-dev). The conventions of

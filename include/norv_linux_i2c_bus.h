@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_i2c_bus.h
  * An I2C bus as a record of operations, so that a device's driver does not depend on the kind of bus. The

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_led.h
  * LEDs of the kernel's LED class, /sys/class/leds. The conventions of norv_status.h hold.

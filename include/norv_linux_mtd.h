@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_mtd.h
  * One partition of raw flash through the kernel's MTD character device, /dev/mtdN. The conventions of

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_pwm.h
  * PWM channels through the kernel's sysfs interface, /sys/class/pwm. The conventions of norv_status.h hold.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_spi.h
  * One SPI slave through the kernel's spidev character device, /dev/spidevBUS.SELECT. The conventions of

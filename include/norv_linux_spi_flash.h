@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_spi_flash.h
  * The SPI flash of a board: its MTD partitions /dev/mtd0 to /dev/mtd9 as one address space. The conventions

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_thread.h
  * The calling thread: the processors that it may run on, its scheduling class and priority, and its name. The

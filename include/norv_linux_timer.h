@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_linux_timer.h
  * Interval timers: a kernel timer (timerfd) on CLOCK_MONOTONIC, armed at an absolute time. The conventions of

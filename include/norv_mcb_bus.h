@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_mcb_bus.h
  * The registers of a mapped device as a record of operations, for code over a register map that does not

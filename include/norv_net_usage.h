@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_net_usage.h
  * Receive and transmit rates of one network interface over the time between two calls, from /proc/net/dev.

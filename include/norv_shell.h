@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_shell.h
  * Runs a shell command and captures its output. The conventions of norv_status.h hold.

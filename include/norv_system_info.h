@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_system_info.h
  * Facts about the running board: whether a USB host uses it as a device, memory, time since the start, and

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_uart.h
  * One serial port: line settings, raw transfers with or without a timeout, modem lines. The conventions of

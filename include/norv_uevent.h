@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_uevent.h
  * The kernel's uevent messages about devices that are added, removed or changed, received from its netlink

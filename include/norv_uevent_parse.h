@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_uevent_parse.h
  * A live list of the board's USB devices, each with its camera, input or sound node, and reports of display

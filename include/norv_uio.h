@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_uio.h
  * UIO devices, on PCI and elsewhere: registers mapped into the program, and one interrupt. The conventions of

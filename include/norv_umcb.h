@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_umcb.h
  * UMCB devices: registers mapped into the program, and an interrupt controller with several sources. The

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_usb_gadget.h
  * The board as a USB device: the state of its USB device controller, /sys/class/udc/NAME, and connecting to

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_uuid.h
  * Random UUIDs from the kernel. The conventions of norv_status.h hold.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_zynq.h
  * Fabric clocks, temperatures and supply voltages of Zynq-7000 and ZynqMP devices. The conventions of

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_base.h
  * The base library, libnorv_base: memory, strings, mutex, one-shot event, intrusive heap, clock, thread

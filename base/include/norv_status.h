@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /**
  * @file norv_status.h
  * Status codes, and the conventions that every function of libnorv_io_linux and libnorv_base follows.

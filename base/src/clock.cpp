@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clock: CLOCK_MONOTONIC, which the C library reads without a system call.
 #include <ctime>
 

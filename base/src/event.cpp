@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one-shot event: one futex word in the owner's record. Its low half counts the sets that no wait has
 // taken, its high half the waiting threads, so that a set knows whether there is a thread to wake.
 #include <linux/futex.h>

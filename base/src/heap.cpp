@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The intrusive heap: two pairing heaps, one for recent nodes and one for settled nodes.
 //
 // A new node is added to the small heap of recent nodes. After 512 inserts, that heap is emptied in order

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory and strings: the functions of the C library, under names that another base library can define.
 #include <cstdlib>
 #include <cstring>

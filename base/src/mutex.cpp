@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mutex: a POSIX mutex in the owner's record.
 #include "norv_base.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The status of an errno, and statuses in words.
 #include <algorithm>
 #include <cerrno>

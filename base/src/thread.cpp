@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads: the identifier of the calling thread, and the watchdog by which one thread checks on another.
 #include "norv_base.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The intrusive heap beside the hand-written array heap: what is left of a timer without its clock.
 #include <norv_base.h>
 

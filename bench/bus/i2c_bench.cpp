@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // I2C transfers, and the operations of the bus record, beside the bare request that each of them is. Needs
 // the registers of the virtual board.
 #include <fcntl.h>

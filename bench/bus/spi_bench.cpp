@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SPI transfers beside the bare requests that they must make, on slaves of the kernel that it runs on: needs
 // /dev/spidev0.0, and /dev/spidev1.0 on a controller that refuses 16-bit words, as on the virtual board.
 #include <linux/spi/spidev.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A call that another thread has the loop run, there and back.
 #include <sched.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls that a handler leaves for the end of the round.
 #include <vector>
 

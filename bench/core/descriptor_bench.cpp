@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registering a descriptor and ending its registration.
 #include <vector>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handing ready descriptors to their handlers.
 #include <sys/resource.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An event that is raised and handled, beside the bare system calls that this must make.
 #include <norv_epoll.h>
 #include <sys/epoll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Firing timers that are due.
 #include <chrono>
 #include <string>

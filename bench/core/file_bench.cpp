@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file helpers beside the bare system calls they must make.
 #include <fcntl.h>
 #include <norv_file.h>

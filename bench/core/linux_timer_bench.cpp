@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Interval timers beside the bare system calls they must make.
 #include <norv_linux_timer.h>
 #include <sys/timerfd.h>

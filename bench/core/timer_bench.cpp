@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting, stopping and moving timers while others are pending.
 #include <string>
 #include <vector>

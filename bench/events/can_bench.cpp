@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN transfers beside the bare system calls, over a vxcan pair of the virtual board.
 #include <linux/can.h>
 #include <norv_linux_can.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modem-line calls of a serial port beside the bare ioctl, on /dev/ttyS3 of the virtual board: a
 // pseudo-terminal has no such lines.
 #include <norv_uart.h>

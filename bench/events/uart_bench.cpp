@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serial-port calls beside the bare system calls they must make: transfers through a pseudo-terminal,
 // everything else on the 16550 /dev/ttyS3 of the virtual board.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Received uevent messages beside the bare recv(2): handed on as they are, and parsed. Sends the messages
 // itself, which takes CAP_NET_ADMIN, as on the virtual board.
 #include <linux/netlink.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The state of a USB device controller beside the bare read, on the virtual board's.
 #include <norv_usb_gadget.h>
 #include <unistd.h>

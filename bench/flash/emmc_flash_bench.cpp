@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Erasing, writing with verification and reading beside the bare calls in the same chunks, on a loop device
 // over memory: needs root and the module loop, as on the virtual board.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DMA buffers beside the bare requests that they must make, on a driver of the kernel that it runs on: needs
 // /dev/uio-dma as on the virtual board.
 #include <linux/dma-buf.h>

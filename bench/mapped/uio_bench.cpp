@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registers and interrupts of UIO devices beside the bare volatile access and the bare system calls. Needs
 // the UIO devices of the virtual board.
 #include <fcntl.h>

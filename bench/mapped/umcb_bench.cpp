@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registers and interrupt sources of UMCB devices beside the bare volatile access and the bare system calls.
 // Needs the UMCB device of the virtual board.
 #include <norv_umcb.h>

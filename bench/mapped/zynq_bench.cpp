@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clock and sensor calls beside the bare system calls they must make, on the kernel that they run on: needs
 // the clocks and the system monitor of the virtual board.
 #include <fcntl.h>

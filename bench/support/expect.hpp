@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a benchmark ends when a call fails: one that went on would measure something else.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The raw reference for timers: a four-way heap in an array of (key, item). An item keeps its place in
 // `index`, so that it can be moved and removed.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libev as a contender. It leaves a descriptor that is no longer watched in the kernel's set.
 #pragma once
 

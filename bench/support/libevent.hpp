@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libevent as a contender.
 #pragma once
 

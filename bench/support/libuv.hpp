@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libuv as a contender. It has no delayed calls; a check handle that stops itself comes nearest.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What all contending loops have in common.
 //
 // Each loop is a class with run, stop, settle (a round that does not wait, for the loops that put changes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All contending loops besides raw. libevent stands before libev in the link: libev brings an emulation of
 // libevent's functions under the same names.
 #pragma once

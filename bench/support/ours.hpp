@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // This library as a contender.
 #pragma once
 

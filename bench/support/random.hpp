@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Numbers that look random, cost a nanosecond and are the same in every run.
 #pragma once
 

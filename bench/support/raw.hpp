@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The raw contenders: for each kind of work the loop that one would write by hand if nothing else mattered.
 #pragma once
 

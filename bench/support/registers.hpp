@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rows for mapped registers: one 32-bit access through the library beside the bare one.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rows of the table: each is one piece of work that several contenders do, one after the other.
 //
 // A benchmark's name is "row|contender", and its row's target travels with it as a counter; `table.py` makes

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sd-event as a contender. It takes no calls of other threads; an eventfd of one's own serves instead.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPIO calls beside the bare system calls they must make, on a line of the kernel that it runs on: needs line
 // 16 as an output, as on the virtual board.
 #include <fcntl.h>

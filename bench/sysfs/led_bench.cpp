@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LED calls beside the bare system calls they must make, on an LED of the virtual board.
 #include <fcntl.h>
 #include <norv_linux_led.h>

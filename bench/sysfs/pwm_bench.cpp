@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PWM calls beside the bare system calls they must make, on a channel of the virtual board.
 #include <fcntl.h>
 #include <norv_linux_pwm.h>

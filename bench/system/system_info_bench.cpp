@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // System information beside the bare system calls that it needs.
 #include <fcntl.h>
 #include <norv_system_info.h>

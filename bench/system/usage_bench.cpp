@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The samplers of CPU and network usage beside the bare read of their files, as much of these as the samplers
 // need.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A UUID beside the bare system calls that it takes.
 #include <fcntl.h>
 #include <norv_uuid.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/common.sh: the machine zynq, a Zynq-7000 on the board ZC702, with programs for 32-bit ARM.
 # shellcheck shell=bash
 # shellcheck disable=SC2034,SC2154  # shared with the scripts that source this file

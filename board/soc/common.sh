@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by the description of an SoC machine, board/machines/NAME.sh: what these machines have in common, in place of what
 # board/common.sh says of the others.
 # shellcheck shell=bash

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * Reaches files of the host from within a machine that has no other way to it: through the emulator's
  * semihosting, the calls by which an ARM program asks its debugger for files. The emulator answers them in

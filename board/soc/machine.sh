@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/run for an SoC machine, after board/machine.sh: what these machines are made of. They have no bus for
 # the host's directories and virtual ports. Files go in with the initial file system; what comes out, and the control of the
 # emulator, goes through semihosting (board/soc/hostcall.c).

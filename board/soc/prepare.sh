@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/prepare for an SoC machine: its kernel, built from Debian's sources of it, its device tree, and its
 # initial file system.
 #

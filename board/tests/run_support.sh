@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by the tests of board/run: what tests say, and how they run.
 # shellcheck shell=bash
 # shellcheck disable=SC2034  # used by the scripts that source this file

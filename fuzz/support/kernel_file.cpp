@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/kernel_file.hpp"
 
 #include <dlfcn.h>

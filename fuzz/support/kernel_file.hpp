@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file of the kernel whose content the fuzzer chooses.
 //
 //     extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The I2C bus record, and its operations on a Linux I2C adapter.
 #include "norv_linux_i2c_bus.h"
 

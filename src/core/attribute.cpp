@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Instantiations that all families share.
 #include "core/attribute.hpp"
 

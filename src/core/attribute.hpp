@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attribute files of sysfs and configfs: opened, used once and closed.
 #pragma once
 

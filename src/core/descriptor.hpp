@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Descriptors: how they are closed, and how one is closed at the end of a scope.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Listing directories.
 #pragma once
 

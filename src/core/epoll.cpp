@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event loop's handle: open and close, calls from other threads, descriptors.
 #include "core/epoll.hpp"
 

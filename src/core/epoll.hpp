@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Internals of the event loop: the steps of a round.
 #pragma once
 

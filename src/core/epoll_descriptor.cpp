@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event and timer descriptors: an eventfd and an interval timer, each with its registration in the loop.
 #include <sys/eventfd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event loop itself: rounds on the calling thread until an exit is requested.
 #include "core/epoll.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event loop's timers and delayed calls: two heaps of records that belong to the callers.
 #include <bit>
 #include <cstddef>

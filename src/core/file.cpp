@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device and attribute file helpers.
 #include "norv_file.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Handles: the caller's variable points to the record that an open function allocated, or is null.
 #pragma once
 

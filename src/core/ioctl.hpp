@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Requests to device drivers.
 #pragma once
 

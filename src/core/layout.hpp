@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Record layouts: they are part of the ABI, so they are asserted next to the code that uses them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calling thread's processors, scheduling class and priority, and name.
 #include "norv_linux_thread.h"
 

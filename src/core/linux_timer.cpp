@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Interval timers: timerfd on the monotonic clock, in ticks of 100 ns.
 #include "norv_linux_timer.h"
 

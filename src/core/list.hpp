@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Circular doubly linked lists. A link is a structure whose members `next` and `prev` point to links. So is
 // the head of a list, which points to itself if the list is empty.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory: sizes, and memory of the base library that is released at the end of a scope.
 #pragma once
 

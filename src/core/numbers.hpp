@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Unsigned numbers in a text.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening a device node with a path from the caller.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waiting for one descriptor.
 #pragma once
 

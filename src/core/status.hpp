@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a failed kernel call becomes a status.
 #pragma once
 

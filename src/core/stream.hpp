@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Files of /proc that are read as text, line by line.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Queries of sysfs.
 #pragma once
 

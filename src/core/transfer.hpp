@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Transfers that wait according to their timeout.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN through raw CAN sockets.
 #include "norv_linux_can.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serial ports through termios.
 #include "norv_uart.h"
 

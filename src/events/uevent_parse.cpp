@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hot-plug parser: its context, and how the kernel's messages are parsed and applied.
 #include "events/uevent_parse.hpp"
 

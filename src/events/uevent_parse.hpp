@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Private parts of the hot-plug parser: the context, a parsed message, and the steps that change the list.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hot-plug parser's list of devices and their children.
 #include <cstdio>
 

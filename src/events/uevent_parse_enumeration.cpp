@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hot-plug parser's enumeration of sysfs: the devices that are plugged in already.
 #include <dirent.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The USB device controller through /sys/class/udc.
 #include "norv_usb_gadget.h"
 

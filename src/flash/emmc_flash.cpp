@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A block device as a flash.
 #include "norv_linux_emmc_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One interface over the kinds of flash.
 #include "norv_linux_flash.h"
 

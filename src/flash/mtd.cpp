@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One MTD partition through its character device.
 #include "norv_linux_mtd.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The callbacks of an operation that can be resumed.
 #pragma once
 

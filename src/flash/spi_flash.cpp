@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The MTD partitions of a board as one flash: opening, geometry, plain reads and writes.
 #include "norv_linux_spi_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Internals of the SPI flash: the region of an address, and the offset in it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Erasing the SPI flash: bad blocks are skipped, and blocks that do not erase are marked bad.
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing the SPI flash across blocks; bad ones are skipped.
 #include <algorithm>
 

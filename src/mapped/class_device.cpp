@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices of a class whose registers a program maps.
 #include "mapped/class_device.hpp"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices of a class whose registers a program maps: /dev/CLASSn, described in /sys/class/CLASS/CLASSn. The
 // functions take the name of the class.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handle of a mapped device: a record to which the caller's variable points. Each type of record has the
 // members `node`, `kind`, `ops` (the operations of its kind, which may be null) and `pci`.
 #pragma once

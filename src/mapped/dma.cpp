@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DMA buffers of the driver at /dev/uio-dma.
 #include "norv_linux_dma.h"
 

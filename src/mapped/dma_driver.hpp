@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interface of the driver at /dev/uio-dma, which has no header of its own.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FPGA programming through /sys/class/fpga_manager.
 #include "norv_fpga.h"
 

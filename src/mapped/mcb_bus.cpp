@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Register-bus records over UIO devices.
 #include "mapped/mcb_bus.hpp"
 

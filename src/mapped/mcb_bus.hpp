@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bus record's operations over any record that begins with a mapped node.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device-tree overlays through configfs.
 #include <fcntl.h>
 #include <sys/stat.h>

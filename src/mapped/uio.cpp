@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices.
 #include "norv_uio.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The record of a UIO device, for the sources that share it.
 #pragma once
 

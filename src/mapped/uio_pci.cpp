@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices on PCI: binding, finding, and the operations that differ from platform devices.
 #include <fcntl.h>
 #include <unistd.h>

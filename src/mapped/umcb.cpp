@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UMCB devices and their interrupt sources.
 #include "norv_umcb.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fabric clocks and system-monitor sensors of Zynq and ZynqMP.
 #include "norv_zynq.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPIO lines through /sys/class/gpio.
 #include "norv_linux_gpio.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LEDs through /sys/class/leds.
 #include "norv_linux_led.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PWM channels through /sys/class/pwm.
 #include "norv_linux_pwm.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CPU load from /proc/stat.
 #include "norv_cpu_usage.h"
 

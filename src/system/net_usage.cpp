@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rates of a network interface from /proc/net/dev.
 #include "norv_net_usage.h"
 

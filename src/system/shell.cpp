@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands whose output is captured.
 #include "norv_shell.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UUIDs from the kernel's random number generator.
 #include "norv_uuid.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that norv_io_linux.h includes each other public header, once and in alphabetical order.
 set -euo pipefail
 cd "$(dirname "$0")/../../include"

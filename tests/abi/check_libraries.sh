@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks the two built libraries from outside: check_libraries.sh LIBNORV_IO_LINUX LIBNORV_BASE
 #  - they export what their linker maps list, and the public headers declare exactly that;
 #  - the hardware library exports every name of exported_names.txt and no other: programs are built against them, so a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The clock of the base library.
 #include <gtest/gtest.h>
 

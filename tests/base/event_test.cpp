@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one-shot event. The calls of futex(2) are counted on their way to the kernel, to know when a thread is
 // about to sleep, and that a set without a waiter makes none.
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The intrusive heap: single cases, and random operations against a sorted model.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory and strings of the base library.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mutex in its owner's record.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Statuses of the base library: the status of an errno, and statuses in words.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

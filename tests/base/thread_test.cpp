@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread identity and the thread watchdog, with a clock that the tests set.
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An I2C adapter as i2c-dev shows it: /dev/i2c-N, with a register device at address 0x50.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // I2C transfers.
 #include "norv_linux_i2c.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A slave as spidev shows it: keeps its settings, and records every message.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SPI slaves.
 #include "norv_linux_spi.h"
 

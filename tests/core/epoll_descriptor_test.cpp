@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event and timer descriptors: how they are created, raised, called back and destroyed.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event loop: its handle, descriptors, calls from other threads, and how it runs and ends.
 #include "norv_epoll.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Timers and delayed calls of the event loop, and its watchdog, with a clock that the tests set.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

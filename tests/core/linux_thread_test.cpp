@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread control: the requests to the kernel, and what it then reports about the thread.
 #include "norv_linux_thread.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Interval timers: the requests to the kernel, and how they expire.
 #include "norv_linux_timer.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that the code on the pages for users is code that is built and run: each block is a verbatim part of the
 # example that its page named last, and the tour of the virtual board runs every example.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that a family is whole: its source stands with a unit test, a board test and a page of the same name, and that
 # every page answers the same questions in the same order.
 set -euo pipefail

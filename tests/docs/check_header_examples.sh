@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Compiles the examples in the public headers: check_header_examples.sh CC. tests/docs/header_examples.h declares what they
 # leave to the reader.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that what the documents link to in the repository exists, headings included.
 set -euo pipefail
 cd "$(dirname "$0")/../.."

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that every quirk on docs/quirks.md is marked in a header, at its source line and in a test, and that every mark is a
 # quirk on the page.
 set -euo pipefail

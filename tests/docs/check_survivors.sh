@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that docs/testing.md shows the mutants of tests/mutation/survivors.txt, all with a reason.
 set -euo pipefail
 cd "$(dirname "$0")/../.."

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 // What the examples in the public headers leave to the reader.
 #include <linux/can.h>
 #include <poll.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN interfaces and the raw sockets on them, which receive the frames that pass their filters.
 #pragma once
 

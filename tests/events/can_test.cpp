@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN channels.
 #include "norv_linux_can.h"
 

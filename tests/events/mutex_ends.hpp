@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counts the mutexes of the base library that the library under test destroys. For one source of a test
 // program.
 #pragma once

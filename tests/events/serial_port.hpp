@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A serial port: keeps its terminal settings and modem lines, takes and delivers bytes in pieces.
 #pragma once
 

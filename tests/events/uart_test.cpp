@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serial ports.
 #include "norv_uart.h"
 

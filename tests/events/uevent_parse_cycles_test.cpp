@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hot-plug parser in long runs and with bad input: plugging and unplugging compared with a model of the
 // rules, storms of messages, and messages and files that no kernel writes.
 #include <gmock/gmock.h>

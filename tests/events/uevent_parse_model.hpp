@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A model of the hot-plug parser's rules, to compare its list with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hot-plug parser that records the calls of its handler.
 #pragma once
 

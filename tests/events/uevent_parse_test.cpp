@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The hot-plug parser.
 #include "norv_uevent_parse.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The socket on which the kernel sends uevent messages, and the messages.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's uevent messages, unparsed.
 #include "norv_uevent.h"
 

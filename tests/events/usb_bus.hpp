@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // USB devices and their nodes in sysfs, for an enumeration. Entries are listed in the order in which they are
 // added here.
 #pragma once

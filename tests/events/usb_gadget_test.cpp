@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The USB device controller.
 #include "norv_usb_gadget.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A block device of any size: stores what is written to it, and can be made to transfer less.
 #pragma once
 

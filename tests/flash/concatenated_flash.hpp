@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The base of the SPI flash tests: a board whose partitions the test chooses, and an observer.
 #pragma once
 

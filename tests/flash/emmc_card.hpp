@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The card of the eMMC tests, and how they observe it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block devices as flash: the operations that report progress, can be cancelled and can be resumed.
 #include "norv_linux_emmc_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block devices as flash: random operations leave the medium as in a simple model.
 #include "norv_linux_emmc_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block devices as flash: opening, single transfers, erasing blocks.
 #include "norv_linux_emmc_flash.h"
 

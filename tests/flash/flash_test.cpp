@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flash front: every call reaches the flash of the handle's kind, with all its arguments.
 #include "norv_linux_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A partition that is too large for the test's memory: stores no bytes, only where it was read, written and
 // erased.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An update whose process is killed repeatedly, at random calls, is continued from the two numbers in its
 // journal (norv_flash_types.h) on both kinds of flash: in the end the image is complete, and nothing around
 // it has changed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Flash that outlives the process that uses it, like a chip: its cells are in shared memory.
 // The process can be killed during any call, which is then done in part.
 #pragma once

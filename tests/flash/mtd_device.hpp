@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A partition of raw flash as the kernel's MTD layer presents it: NOR or NAND, with bad blocks, blocks that
 // wear out, and bits that flip.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Raw flash partitions.
 #include "norv_linux_mtd.h"
 

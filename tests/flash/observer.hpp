@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records the progress reports of an operation, and stops it at a chosen point.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory of any size, initially zero, of which only what is written is allocated.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The concatenated flash: erasing.
 #include "flash/concatenated_flash.hpp"
 #include "flash/huge_partition.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The concatenated flash against a simple model of its medium, for thousands of random boards: partitions,
 // bad blocks, failures, lengths, skips and cancellations. A failure prints the seed of its board.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The concatenated flash: open and close, geometry, plain reads and writes.
 #include "norv_linux_spi_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The concatenated flash: reading, and writing with verification, across blocks.
 #include "flash/concatenated_flash.hpp"
 

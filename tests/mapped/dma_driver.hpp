@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The driver at /dev/uio-dma, and the dma-bufs that it creates.
 #pragma once
 

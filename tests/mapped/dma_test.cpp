@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DMA buffers.
 #include "norv_linux_dma.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programming an FPGA.
 #include "norv_fpga.h"
 

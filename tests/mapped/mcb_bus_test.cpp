@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Register-bus records over UIO devices.
 #include "norv_mcb_bus.h"
 

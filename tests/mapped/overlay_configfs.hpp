@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configfs side of device-tree overlays: creating a directory creates an overlay, writing its dtbo
 // applies it.
 #pragma once

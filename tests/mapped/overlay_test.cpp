@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device-tree overlays.
 #include <fcntl.h>
 #include <gmock/gmock.h>

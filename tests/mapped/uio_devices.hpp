@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices as the kernel shows them: entries of /sys/class/uio and their nodes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices on PCI: binding, finding, the configuration space, the identity.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices: discovery, mapping, registers and the interrupt of platform devices.
 #include "norv_uio.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UMCB devices as the kernel shows them: entries of /sys/class/umcb, their nodes, and the descriptors of
 // their interrupt sources.
 #pragma once

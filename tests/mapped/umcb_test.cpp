@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UMCB devices: discovery, mapping, registers, the identity of those on PCI, and the interrupt sources.
 #include "norv_umcb.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clocks and sensors of Zynq and ZynqMP.
 #include "norv_zynq.h"
 

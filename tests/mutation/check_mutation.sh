@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks tools/mutation with a small library whose mutants are known: what it changes, how it judges, when it fails.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -40,13 +41,13 @@ check_list() {
 check_verdicts() {
     mutation --threshold 50
     check_status 0 "a run above its threshold"
-    check_verdict killed 'src/planted.cpp:13:9 assignment += -> -='
-    check_verdict survived 'src/planted.cpp:19:33 arithmetic - -> +'
-    check_verdict equivalent 'src/planted.cpp:24:15 relational == -> <='
-    check_verdict duplicate 'src/planted.cpp:27:20 constant 10 -> 11'
-    check_verdict 'timed out' 'src/steps.hpp:9:21 logical && -> ||'
-    check_verdict accepted 'src/steps.hpp:8:5 narrowing unsigned -> unsigned char'
-    check_verdict 'not compiled' 'src/planted.hpp:7:40 constant 2 -> 1'
+    check_verdict killed 'src/planted.cpp:14:9 assignment += -> -='
+    check_verdict survived 'src/planted.cpp:20:33 arithmetic - -> +'
+    check_verdict equivalent 'src/planted.cpp:25:15 relational == -> <='
+    check_verdict duplicate 'src/planted.cpp:28:20 constant 10 -> 11'
+    check_verdict 'timed out' 'src/steps.hpp:10:21 logical && -> ||'
+    check_verdict accepted 'src/steps.hpp:9:5 narrowing unsigned -> unsigned char'
+    check_verdict 'not compiled' 'src/planted.hpp:8:40 constant 2 -> 1'
 }
 
 # What is kept of the run before needs no program to run.
@@ -59,9 +60,9 @@ check_resumption() {
 }
 
 check_one() {
-    mutation --only 'src/planted.cpp:13:9 assignment += -> -='
+    mutation --only 'src/planted.cpp:14:9 assignment += -> -='
     [[ $output == *"+    sum -= second;"*"killed planted_test exit status 1"* ]] || fail "one mutant shows: $output"
-    mutation --only 'src/planted.cpp:1:1 arithmetic + -> -'
+    mutation --only 'src/planted.cpp:2:1 arithmetic + -> -'
     check_status 1 "a mutant that does not exist"
 }
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # What all commands have in common: help, exit statuses, the words of errors.
 
 load support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # The completions and the man page, which are made from what the tool says of its commands.
 
 load support

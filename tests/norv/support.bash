@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the tests of the tool have in common. NORV is the tool under test; each test runs it with `norv ARGUMENT...`,
 # which sets status, output (standard output) and stderr, as bats' `run` does.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv usb, on a machine with whatever USB devices there are
 
 load support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Tries out what `cmake --install` makes, as its users do: check_package.sh CHECK BUILD, where CHECK is one of the
 # functions below. The compilers come from CC and CXX; EMULATOR runs the programs, where they are of another processor;
 # OPTIMISED is 1 for a build type with an optimising compiler.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks what the Yocto recipe repeats of the project, without bitbake: the license's sum, the options of the build, and
 # the version's first two numbers.
 set -euo pipefail

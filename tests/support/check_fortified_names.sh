@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that a call of the library under test cannot pass by the kernel double because the compiler gave it its
 # fortified name: check_fortified_names.sh LIBRARY TEST_PROGRAM. What the program defines under the ordinary name, it has
 # to define under the fortified name as well, where the library calls that.

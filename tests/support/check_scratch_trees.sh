@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Checks that a test program, run to its end, leaves none of its scratch trees behind.
 # check_scratch_trees.sh PROGRAM [ARGUMENT...]
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A device model: what answers the system calls on a device node, attribute or socket of the kernel double.
 #pragma once
 

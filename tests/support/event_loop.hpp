@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event-loop records whose handlers and callbacks are functions of the test, and a thread that runs a loop.
 #pragma once
 

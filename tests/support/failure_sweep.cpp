@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/failure_sweep.hpp"
 
 #include <gtest/gtest.h>

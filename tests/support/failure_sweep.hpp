@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The failure sweep: runs a scenario again and again, and makes its 1st, 2nd, 3rd, ... kernel call or
 // allocation fail, until a run meets no failure any more.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names under which the C library's headers call some of its functions where _FORTIFY_SOURCE makes the
 // compiler pass the size of the caller's buffer as well: they end the program when the call would go beyond
 // the buffer, and do the function's work otherwise. The libraries are shipped with them.

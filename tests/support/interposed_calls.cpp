@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C-library and base-library calls that reach the kernel double. The library under test calls these
 // ordinary names, and the dynamic linker finds them here first.
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls on directories, on the size of a file and on the text of a path that reach the kernel double.
 #include <dirent.h>
 #include <sys/stat.h>

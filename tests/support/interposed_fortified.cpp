@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fortified names of the calls that reach the kernel double: after the C library's check they call the
 // double under the ordinary name. snprintf has both of its names in interposed_directories.cpp.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's own memory functions, as far as the library under test calls them itself: they can fail
 // there, and what they give out is watched. Everybody else in the program calls past the double.
 #include <dlfcn.h>

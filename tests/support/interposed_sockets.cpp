@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls on sockets, and on a descriptor's flags, that reach the kernel double.
 #include <fcntl.h>
 #include <sys/socket.h>

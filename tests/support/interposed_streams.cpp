@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls on streams and on names of files that reach the kernel double.
 #include <climits>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls on clocks, threads and programs that reach the kernel double.
 #include <gtest/gtest.h>
 #include <pthread.h>

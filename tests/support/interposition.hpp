@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the interposed calls have in common: they pass through the double that stands in, can fail there, and
 // leave a trace in its journal.
 #pragma once

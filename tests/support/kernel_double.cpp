@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/kernel_double.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel double: a small board inside the test program.
 //
 // While a kernel_double lives, every path under /sys, /proc, /dev and /config that the library (or the test)

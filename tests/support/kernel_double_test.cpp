@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel double and the failure sweep: what every other unit test stands on.
 #include "support/kernel_double.hpp"
 

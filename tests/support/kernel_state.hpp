@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel double's inside: what the interposed calls share with it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The C library's own functions, behind the ones that this program puts in front of them.
 #pragma once
 

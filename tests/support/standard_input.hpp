@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process without standard input, as services may be started.
 #pragma once
 

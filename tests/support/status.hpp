@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a test expects of a failed kernel call.
 #pragma once
 

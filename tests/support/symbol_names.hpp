@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The names by which the C library exports its calls. Where a 32-bit processor has 64-bit file offsets and
 // time, the C library's headers give some calls another name, in what the library under test calls and in
 // what this program defines: only who looks one up by name has to know it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sysfs side of a GPIO chip: exporting a line creates its directory, unexporting removes it.
 #pragma once
 

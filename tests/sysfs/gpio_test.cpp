@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPIO lines.
 #include "norv_linux_gpio.h"
 

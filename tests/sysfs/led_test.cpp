@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LEDs.
 #include "norv_linux_led.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PWM channels.
 #include "norv_linux_pwm.h"
 

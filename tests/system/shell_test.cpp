@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands: what they leave in the buffer.
 #include "norv_shell.h"
 

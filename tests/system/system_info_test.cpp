@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // USB connection, memory, uptime and card size.
 #include "norv_system_info.h"
 

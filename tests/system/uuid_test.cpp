@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UUIDs: what is read from the kernel's file.
 #include "norv_uuid.h"
 

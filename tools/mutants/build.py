@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Compiles mutants in scratch copies of the sources, and links the libraries with them."""
 
 import hashlib

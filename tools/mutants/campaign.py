@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs mutants: compiles them all, drops those that change nothing, and runs the tests over the others."""
 
 import json

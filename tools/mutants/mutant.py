@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Mutants: one change each of one of the project's files, and where they are found."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The mutation operators: each looks at one node of the syntax tree and yields changes (begin, end, new text)."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The unit test programs: which of them call into a file of a library, and whether they pass with a mutant of it."""
 
 import os

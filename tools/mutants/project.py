@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a build directory knows of the libraries: their translation units, how each is compiled and linked."""
 
 import hashlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a run prints: its progress, the table of files, the survivors."""
 
 import sys

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The list of mutants that no test can tell from the original, each with its reason: tests/mutation/survivors.txt.
 
 An entry is a paragraph of `name: value` lines. It names its place by the function and the line of code, with runs of

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """clang's syntax tree of a translation unit, reduced to the project's own files."""
 
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bytes.hpp"
 
 #include <algorithm>

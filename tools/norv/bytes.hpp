@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bytes on the command line and on the screen.
 #pragma once
 

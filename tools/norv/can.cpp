@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv can: frames on a CAN bus, written and shown as by cansend and candump.
 #include "norv_linux_can.h"
 

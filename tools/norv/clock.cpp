@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv clock: the fabric clocks of Zynq and ZynqMP devices.
 #include <cmath>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "command.hpp"
 
 namespace norv::tool {

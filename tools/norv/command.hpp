@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How a command, and a group of commands, becomes part of the tool.
 //
 // A command is a structure: its members are its arguments, `declare` names them on the command line, `run`

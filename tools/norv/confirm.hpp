@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Before something is destroyed: say what, and ask.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All commands and their arguments as JSON: what the completions and the man page are made from (generate).
 #pragma once
 

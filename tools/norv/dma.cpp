@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv dma: what memory the DMA driver has for devices, and whether it works.
 #include <unistd.h>
 

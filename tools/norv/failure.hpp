@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What ends a command early: a failure (exit status 1) or wrong usage (exit status 2).
 //
 // A failure names the thing, the status by its name, and what usually causes it:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv flash: the SPI flash (all its partitions concatenated) or an eMMC. Ctrl-C stops between two blocks, and the
 // command that goes on from there is told.
 #include "norv_linux_flash.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv fpga: programming FPGAs through the kernel's FPGA manager.
 #include "norv_fpga.h"
 

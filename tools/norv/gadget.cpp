@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv gadget: the board as a USB device, by the state of its USB device controller.
 #include "command.hpp"
 #include "failure.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv gpio: lines of GPIO chips, by the kernel's number.
 //
 // A line that is exported when a command begins stays exported; what the command exports itself it gives back

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv i2c: devices on an I2C bus, in the manner of i2cdetect, i2cget, i2cset, i2cdump and i2ctransfer.
 #include "norv_linux_i2c.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Ctrl-C (and SIGTERM): the first one asks a command to end in good order, the second one kills it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "irq_wait.hpp"
 
 #include "text.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv led: LEDs of the LED class, by the names of their directories.
 #include "norv_linux_led.h"
 

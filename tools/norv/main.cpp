@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv: the hardware of the board from a shell. Each group of commands has a file of its own; here they are
 // put together, and an exit status is made of what became of the one that ran.
 #include <CLI/CLI.hpp>

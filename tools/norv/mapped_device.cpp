@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mapped_device.hpp"
 
 #include <algorithm>

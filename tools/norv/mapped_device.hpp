@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Devices whose registers are mapped into a program. The classes uio and umcb look alike in sysfs: each
 // device has a number, a name, and the size of its region 0, the one that is used.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv mtd: partitions of raw flash. Nothing here changes one.
 #include "norv_linux_mtd.h"
 

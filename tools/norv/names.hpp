@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words of the command line that become part of a path. The library truncates a path after 255 characters, so
 // that a long word with "../" in it would lead to any file: such words are wrong usage.
 #pragma once

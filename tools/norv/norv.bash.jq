@@ -2,7 +2,8 @@
 def commands($path): ($path + .name) as $here | {path: $here, command: .}, (.commands[] | commands($here + " "));
 def words: [.commands[].name] + [.options[].names[]] | join(" ");
 
-"# Completion of norv for bash. Made by tools/norv/generate: change that.
+"# SPDX-License-Identifier: MIT
+# Completion of norv for bash. Made by tools/norv/generate: change that.
 
 # Sourced by a function of bash-completion: without -g it would be gone when that returns.
 declare -gA _norv_words=(",

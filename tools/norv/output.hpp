@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Standard output. What a command prints is written at once, and a command whose output cannot be written
 // ends.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv overlay: device-tree overlays, which tell the kernel what hardware there is.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long a command waits for what it shows, whatever else wakes it meanwhile.
 #pragma once
 

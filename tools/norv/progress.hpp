@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How far a long operation is, on standard error: a bar with rate and time left on a terminal, and else a
 // plain line for every tenth.
 #pragma once

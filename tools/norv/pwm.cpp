@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv pwm: channels of PWM chips. What a command sets up stays, and goes on after its end.
 #include "norv_linux_pwm.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands on mapped devices and their registers, the same for every kind of them. `Device` opens one:
 //
 //     struct device {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a command has read: text for people, or JSON for programs (--json).
 //
 // A command that answers once shows one document; one that goes on (watch, dump) shows a document per line

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv sensors: temperatures and supply voltages from the system monitor of Zynq and ZynqMP devices.
 #include "command.hpp"
 #include "failure.hpp"

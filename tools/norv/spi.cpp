@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv spi: slaves on an SPI bus.
 #include "norv_linux_spi.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv stat: how the board is doing.
 #include <unistd.h>
 

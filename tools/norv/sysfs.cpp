@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sysfs.hpp"
 
 #include <string.h>

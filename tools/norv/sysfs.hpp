@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the kernel shows beside the library's calls: directories and attributes below /sys and /proc, for
 // commands that list and show.
 #pragma once

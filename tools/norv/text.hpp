@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text as printf(3) makes it, in a std::string; small operations on text; and text from elsewhere, escaped
 // for a terminal.
 #pragma once

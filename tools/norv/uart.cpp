@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv uart: serial ports.
 #include "norv_uart.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv uevent: the kernel's messages of devices that come, go and change.
 #include "norv_uevent.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv uio: registers and the interrupt of UIO devices.
 #include "norv_uio.h"
 

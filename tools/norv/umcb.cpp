@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv umcb: registers and interrupt sources of UMCB devices.
 #include "norv_umcb.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv usb: USB devices, and the camera, input or sound node that each brought.
 #include <map>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // norv uuid: random identities.
 #include "norv_uuid.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "zynq.hpp"
 
 #include "command.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Zynq or ZynqMP: their clocks and sensors are reached in different ways.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // I2C transfers with the chips of the virtual board.
 #include "norv_linux_i2c.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The I2C bus record with the chips of the virtual board.
 #include "norv_linux_i2c_bus.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The I2C buses of the virtual board: provided by board/modules/i2c.c and board/modules/smbus.c.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SPI slaves of a real kernel. Both send back what they receive, and 1, 2, 3, ... in a transfer that sends
 // nothing. The controller of bus 0 accepts 16-bit words, the one of bus 1 refuses them.
 #include "norv_linux_spi.h"

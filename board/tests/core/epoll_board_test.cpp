@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The event loop over a real GPIO line: line 16 drives line 17.
 #include "norv_epoll.h"
 

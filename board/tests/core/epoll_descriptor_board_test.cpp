@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event and timer descriptors in a loop on a real kernel: threads raise the event, and the timer expires.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The file helpers on a real kernel: attributes, pipes and marker files.
 #include "norv_file.h"
 

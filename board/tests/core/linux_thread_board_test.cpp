@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread control on a real scheduler with two processors, with and without privilege.
 #include "norv_linux_thread.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Interval timers on a real kernel: they expire on time, and not earlier.
 #include "norv_linux_timer.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN channels of a real kernel: on a vxcan pair (vxcan0 and vxcan1 on one wire), on two emulated cards (can0
 // and can1) on one bus, which a board may lack (see board/tests/CMakeLists.txt), and on two controllers, the
 // last two interfaces, on a bus that requires acknowledgements and one bit rate.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sets up the virtual board's CAN interfaces for the program that follows: vxcan0 and vxcan1 on one wire,
 // and, where the board has them, the cards can0 and can1 at 500 kbit/s. Interfaces that are up stay
 // unchanged.

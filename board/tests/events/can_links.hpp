@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CAN interfaces of a real kernel, set up through rtnetlink, like `ip link` but without that program.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serial ports of a real kernel: 16550s, with /dev/ttyS1 wired to /dev/ttyS2 and /dev/ttyS3 to itself, and
 // pseudo-terminals. A Zynq has only one port for this, /dev/ttyPS1, which is wired to itself.
 #include "norv_uart.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages of a real kernel. Writing to a device's "uevent" attribute requests another message about that
 // device; the loopback network device always exists.
 #include "norv_uevent.h"

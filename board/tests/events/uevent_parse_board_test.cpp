@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // USB devices that are plugged in and out while the parser runs on a real kernel: keyboards, a mouse on a hub
 // and a sound device at ports of the emulated machine, a camera at a port that the kernel simulates; and a
 // display that changes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The USB device controller of dummy_hcd, which is connected to the board's own USB host.
 #include "norv_usb_gadget.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plugs USB devices into the machine's ports and out of them, with commands to the emulator's control port.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A camera at a USB port that the kernel simulates: its gadget side, which a program has to implement. It
 // answers the requests that the host makes before it accepts the camera; it never sends a picture.
 #pragma once

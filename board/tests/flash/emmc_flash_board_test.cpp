@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block devices of a real kernel as flash: an SD card on an SDHCI controller, and loop devices.
 #include "norv_linux_emmc_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flash front on both kinds of flash of a real kernel: NOR below the MTD layer, and an SD card.
 #include "norv_linux_flash.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The block devices of the virtual board on which the flash families work.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Raw flash of a real kernel: /dev/mtd0 is 8 MiB of NOR below the MTD layer, erased in blocks of 128 KiB;
 // /dev/mtd1 to /dev/mtd3 are a simulated NAND chip in blocks of 16 KiB and pages of 512 bytes: block 3 of
 // /dev/mtd1 is bad from the start, and its block 7 never erases.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The concatenated flash on a real kernel: 8 MiB of NOR below the MTD layer in blocks of 128 KiB, and 16 MiB
 // of simulated NAND in blocks of 16 KiB, divided into three partitions. There are bad blocks at the borders
 // and in runs; one block never erases.

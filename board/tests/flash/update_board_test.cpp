@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The examples that update firmware, on a real kernel: killed repeatedly at random moments, and given the
 // journals of other updates. In the end the image is complete, and the flash around it has not changed.
 #include <fcntl.h>

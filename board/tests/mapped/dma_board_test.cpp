@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DMA buffers of a real kernel: dma-bufs of a driver at /dev/uio-dma, and a device that moves data by DMA.
 #include "norv_linux_dma.h"
 

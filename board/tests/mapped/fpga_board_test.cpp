@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FPGA managers of the board's kernel: fpga0 works, fpga1 fails while it is written.
 #include "norv_fpga.h"
 

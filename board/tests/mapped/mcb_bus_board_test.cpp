@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The register-bus record over a UIO device of a real kernel: what it writes, the driver sees.
 #include "norv_mcb_bus.h"
 

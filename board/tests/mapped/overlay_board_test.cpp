@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Device-tree overlays of the board's kernel, in a real configfs.
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices of a real kernel: the registers and the interrupt of norv-board-regs.
 #include "norv_uio.h"
 

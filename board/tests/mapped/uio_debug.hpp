@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the driver norv_board_uio reports of its device, and lets tests do to it.
 #pragma once
 

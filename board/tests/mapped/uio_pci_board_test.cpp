@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UIO devices on the PCI bus of a real kernel: QEMU's educational device, bound to uio_pci_mmap.
 #include <fcntl.h>
 #include <gmock/gmock.h>

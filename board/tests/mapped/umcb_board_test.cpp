@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UMCB devices of a real kernel: the registers and the sources of norv-board-control, and a PCI device.
 #include "norv_umcb.h"
 

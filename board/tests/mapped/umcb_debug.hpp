@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the driver norv_board_umcb reports of its devices, and lets tests do to them.
 #pragma once
 

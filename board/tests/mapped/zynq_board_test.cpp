@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clocks and the system monitor of the board's kernel: a real class, real platform devices and a real IIO
 // device.
 #include "norv_zynq.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv can on the virtual board: vxcan0 and vxcan1 on one wire, can0 and can1 on one bus
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv clock on the virtual board: four clocks, divided from 999999990 Hz
 
 load ../../../tests/norv/support

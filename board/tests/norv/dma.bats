@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv dma on the virtual board
 
 load ../../../tests/norv/support

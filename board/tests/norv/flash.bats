@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv flash on the virtual board: 4 MiB like NOR at 0, 4 MiB NAND at 0x400000 with its blocks 3, 4 and 255 bad, 8 MiB NAND
 # at 0x800000 with its blocks 0 and 44 bad, 4 MiB NAND at 0x1000000 whose page at 0x13a0000 loses its data; a card as eMMC.
 # The NAND takes milliseconds for a page, so that Ctrl-C finds an operation under way.

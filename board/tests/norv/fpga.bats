@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv fpga on the virtual board: fpga0 is sound, fpga1 fails while it is written
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv gadget on the virtual board, which is its own USB host
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv gpio on the virtual board: lines 2n and 2n+1 hang on one wire
 
 load ../../../tests/norv/support

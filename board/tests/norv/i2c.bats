@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv i2c on the virtual board: registers at 0x20, an EEPROM at 0x50
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # What the tool says where the kernel has no such interface: a file system without files is in the place of its directories.
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv led on the virtual board: one LED that can be dimmed, one that is lit or dark
 
 load ../../../tests/norv/support

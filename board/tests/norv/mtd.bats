@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv mtd on the virtual board: mtd0 is like NOR, mtd1 to mtd3 are a NAND chip with bad blocks
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # A session with the tool on the virtual board: every group of commands meets its driver, GROUP.bats for each.
 #
 #   board/run MODULES... -- norv_session.sh BUILD [GROUP...]

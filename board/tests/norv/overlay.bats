@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv overlay on the virtual board, whose tree has the nodes / and /axi
 
 load ../../../tests/norv/support

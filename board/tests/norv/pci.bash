@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # QEMU's educational PCI device, and what the tests of its two drivers share.
 
 pci_device=1234:11e8

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv pwm on the virtual board: channels 2n and 2n+1 of chip 0 are wired to each other
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv sensors on the virtual board, whose system monitor has the channels of a Zynq and of a ZynqMP
 
 load ../../../tests/norv/support

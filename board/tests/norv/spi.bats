@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv spi on the virtual board: the slaves send back what they are sent, and 1, 2, 3 ... for nothing
 
 load ../../../tests/norv/support

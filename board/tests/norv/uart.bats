@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv uart on the virtual board: ttyS1 and ttyS2 are wired to each other, ttyS3 has a loop-back plug
 
 load ../../../tests/norv/support

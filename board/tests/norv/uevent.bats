@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv uevent on the virtual board. Writing to a device's "uevent" attribute makes the kernel announce it again.
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv uio on the virtual board: a device with an interrupt, one without, and QEMU's educational PCI device
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv umcb on the virtual board: a device with four sources, and QEMU's educational PCI device without any
 
 load ../../../tests/norv/support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # norv usb on the virtual board, whose gadget is plugged into its own host
 
 load ../../../tests/norv/support

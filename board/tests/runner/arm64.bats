@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # The virtual board with a 64-bit ARM processor.
 
 load support

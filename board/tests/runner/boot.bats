@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # Boots that fail: which are tried again, which skip the tests and which fail them.
 
 load support

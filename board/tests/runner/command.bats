@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # What a command on the virtual board finds, and what becomes of its output and its status.
 
 load support

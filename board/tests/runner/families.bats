@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # board/tests/run-families: the families of a group, one after the other on one board.
 
 load support

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # The wires of the virtual board's serial ports and GPIO chip. These tests run on the board, with norv_board_gpio loaded.
 
 bats_require_minimum_version 1.5.0

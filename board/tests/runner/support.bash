@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the tests of board/run have in common.
 
 bats_require_minimum_version 1.5.0

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # What board/run refuses, and what it says where something is missing.
 
 load support

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FPGA manager of a Zynq-7000: the kernel's own driver for the device configuration interface, with the
 // attribute that board/soc/modules/fpga_firmware.c adds. The emulator has no programmable logic that answers
 // to its reset: the driver waits for PCFG_INIT in vain.

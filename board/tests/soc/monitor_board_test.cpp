@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system monitor of a Zynq-7000: temperatures and voltages of the kernel's driver for it. In the emulator
 // every reading is 0.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // NOR flash at a real SPI controller: each chip a partition of its own, and both concatenated.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The GPIO controller of a Zynq and an LED at it, as far as a model carries them: the kernel's drivers are
 // there, and keep what was set.
 #include <gtest/gtest.h>

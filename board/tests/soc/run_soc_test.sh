@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Tests board/run --machine: run_soc_test.sh MACHINE [TEST]... Each test is a function whose name says what holds. What the
 # other boards have in common with these machines is tested there (board/tests/runner/).
 set -uo pipefail

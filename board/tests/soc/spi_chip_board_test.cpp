@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A flash chip at a real SPI controller, talked to through spidev in its own commands.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

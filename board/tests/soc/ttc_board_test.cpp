@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A triple timer counter of a Zynq as a UIO device: registers of real hardware, and interrupts that its
 // counter raises, through the kernel's driver uio_pdrv_genirq.
 #include <gtest/gtest.h>

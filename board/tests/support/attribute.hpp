@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attributes of the kernel, as a board test looks at them to see what a call has done.
 #pragma once
 

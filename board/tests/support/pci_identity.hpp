@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the running kernel answers to an identity that a PCI driver has already.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A USB gadget with one serial port, made in configfs and bound to dummy_hcd's controller, whose host is the
 // board itself.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPIO lines of a real kernel: line 16 drives line 17.
 #include "norv_linux_gpio.h"
 

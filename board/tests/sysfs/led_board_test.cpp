@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // LEDs of a real kernel, with its timer and oneshot triggers.
 #include "norv_linux_led.h"
 

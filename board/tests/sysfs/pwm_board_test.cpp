@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PWM channels of a real kernel. On chip 0, channels 0 and 1 are wired to each other, and so are 2 and 3: a
 // capture on one measures the signal of the other.
 #include "norv_linux_pwm.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // CPU load of a real kernel with two processors, under known loads. Other processes may run too, so a load is
 // never less than what the test makes, and seldom more.
 #include "norv_cpu_usage.h"

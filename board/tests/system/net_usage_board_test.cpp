@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rates of a real kernel's loopback interface, under known traffic.
 #include "norv_net_usage.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell commands on a real kernel and its user space.
 #include "norv_shell.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The facts that a real kernel reports, compared with what the calls return.
 #include "norv_system_info.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UUIDs of a real kernel.
 #include "norv_uuid.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # The hot-plug parser's board test beside a udev daemon, which repeats every message of the kernel to all that listen.
 
 @test "hotplug: ADaemonsMessagesDoNotChangeTheList" {

@@ -1,4 +1,5 @@
 #!/usr/bin/env bats
+# SPDX-License-Identifier: MIT
 # The rights that docs/porting.md gives a user. The page is the code: its commands are run and its rules are loaded.
 
 page=$BATS_TEST_DIRNAME/../../../docs/porting.md

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # What holds beside a udev daemon, tried on the virtual board: the rights that docs/porting.md gives a user, and hot-plug.
 #
 #   board/run MODULES... -- udev_session.sh BUILD [PART...]

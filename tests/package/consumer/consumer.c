@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A user's program in C, with a call of each library. */
 #include <norv_base.h>
 #include <norv_io_linux.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A user's program over the base library alone. */
 #include <norv_base.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* A user's program that calls no function of the base library. */
 #include <norv_io_linux.h>
 #include <stdio.h>

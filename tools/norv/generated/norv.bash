@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Completion of norv for bash. Made by tools/norv/generate: change that.
 
 # Sourced by a function of bash-completion: without -g it would be gone when that returns.
