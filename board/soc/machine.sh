@@ -49,7 +49,7 @@ soc_control() {
 soc_initrd() {
     local request=$1 board=$2 root=$1/root
     printf '%s\n' "$request" >"$request/directory"
-    printf '%s\n' "${files[@]}" >"$request/files"
+    printf '%s\n' "${files[@]}" | grep . >"$request/files" || true
     rm -rf "$root"
     mkdir -p "$root/request" "$root/host$project" "$root/host$PWD"
     find "$request" -mindepth 1 -maxdepth 1 -type f -exec cp {} "$root/request/" \;

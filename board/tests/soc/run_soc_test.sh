@@ -51,6 +51,12 @@ AModuleThatIsRefusedEndsTheRun() {
     expect 'message' 0 $?
 }
 
+# The copies of the host's files are memory: a second copy of them would be 90 MiB.
+NothingIsCopiedThatIsNotNamed() {
+    board --machine "$machine" ls -d /host
+    expect status 2 "$status"
+}
+
 AFileThatIsNamedIsThere() {
     local directory
     directory=$(mktemp --directory --tmpdir=/tmp)
