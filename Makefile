@@ -78,8 +78,8 @@ board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit
 	@ctest --test-dir build/aarch64 --label-regex board --output-on-failure -j $(JOBS)
 
 board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zynq-7000, whose kernel is built first
-	@tools/build zynq
-	@ctest --test-dir build/zynq -C soc -R '^board\.zynq' --output-on-failure
+	@tools/build armhf
+	@ctest --test-dir build/armhf -C soc -R '^board\.zynq' --output-on-failure
 
 board-check: build ## Test the virtual board itself
 	@ctest --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)

@@ -13,8 +13,8 @@ soc_image=arch/arm/boot/zImage
 soc_tree=zynq-zc702
 soc_trees=arch/arm/boot/dts
 soc_lost_properties=()
-# The presets whose programs run on it, and what compiles for it. In ARM code the host is called in another way.
-soc_presets=(zynq armhf)
+# The preset whose programs run on it, and what compiles for it. In ARM code the host is called in another way.
+soc_preset=armhf
 soc_triplet=arm-linux-gnueabihf
 soc_flags=(-marm)
 soc_packages=(gcc-arm-linux-gnueabihf)

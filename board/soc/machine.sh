@@ -78,14 +78,13 @@ soc_copy_given_files() {
 # The project's scripts, and what was built for the machine: programs, libraries, overlays and lists of tests. Paths are
 # relative to the project.
 soc_project_files() {
-    local preset part
+    local part
     cd "$project" || return
     find board tools examples -type f
-    for preset in "${soc_presets[@]}"; do
-        for part in base src examples board/tests tools/norv; do
-            [[ ! -d build/$preset/$part ]] || find "build/$preset/$part" -name CMakeFiles -prune -o \
-                \( -type l -o -type f \( -perm /111 -o -name '*.dtbo' -o -name '*.families' \) \) -print
-        done
+    for part in base src examples board/tests tools/norv; do
+        part=build/$soc_preset/$part
+        [[ ! -d $part ]] || find "$part" -name CMakeFiles -prune -o \
+            \( -type l -o -type f \( -perm /111 -o -name '*.dtbo' -o -name '*.families' \) \) -print
     done
 }
 
