@@ -13,7 +13,7 @@ FUZZ_SECONDS ?= 30
 MUTANTS ?= 2000
 MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-zynq board-check board-kernels soak mutation hosts doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-zynq board-zynqmp board-check board-kernels soak mutation hosts doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -80,6 +80,10 @@ board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit
 board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zynq-7000, whose kernel is built first
 	@tools/build armhf
 	@ctest --test-dir build/armhf -C soc -R '^board\.zynq' --output-on-failure
+
+board-zynqmp: setup-cross ## Run the board tests and the examples on a virtual ZynqMP, whose kernel is built first
+	@tools/build aarch64
+	@ctest --test-dir build/aarch64 -C soc -R '^board\.zynqmp' --output-on-failure
 
 board-check: build ## Test the virtual board itself
 	@ctest --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)

@@ -92,8 +92,9 @@ static int add_bus(void) {
     return pci_host_probe(bridge);
 }
 
+// Number 0, which would be free on some machines, is that of no interrupt.
 static int add_interrupt(void) {
-    interrupt = irq_alloc_descs(-1, 0, 1, NUMA_NO_NODE);
+    interrupt = irq_alloc_descs(-1, 1, 1, NUMA_NO_NODE);
     if (interrupt < 0) {
         return interrupt;
     }

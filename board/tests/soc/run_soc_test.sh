@@ -71,7 +71,7 @@ AFileThatIsNamedIsThere() {
 AnUnknownMachineIsOneLineWithTheKnownOnes() {
     board --machine pdp11 true
     expect status 2 "$status"
-    expect 'standard error' "board: 'pdp11' is not a known machine; there are zynq" "$err"
+    expect 'standard error' "board: 'pdp11' is not a known machine; there are zynq zynqmp" "$err"
 }
 
 WhatTheseMachinesCannotDoIsWrongUsage() {
