@@ -6,6 +6,7 @@ CHECK_PACKAGES = $(shell cat packaging/packages.check)
 CROSS_PACKAGES = $(shell cat packaging/packages.cross)
 DEBIAN_PACKAGES = $(shell cat packaging/packages.debian)
 DOC_PACKAGES = $(shell cat packaging/packages.doc)
+SOC_PACKAGES = $(shell cat packaging/packages.soc)
 HOSTS_PACKAGES = $(shell cat packaging/packages.hosts)
 BENCH_PACKAGES = $(shell cat packaging/packages.bench)
 JOBS ?= $(shell nproc)
@@ -13,7 +14,7 @@ FUZZ_SECONDS ?= 30
 MUTANTS ?= 2000
 MUTATION_THRESHOLD = 97
 
-.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-zynq board-zynqmp board-check board-kernels soak mutation hosts doc build clean
+.PHONY: help demo test check bench coverage format format-check tidy sanitizers clang-build scripts-check fuzz abi-check abi-baseline packages cross board-arm64 board-zynq board-zynqmp board-soc board-check board-kernels soak mutation hosts doc build clean
 
 help: ## Show this list
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
@@ -25,7 +26,7 @@ demo: setup ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak cross board-arm64 ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, ARM
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak cross board-arm64 board-soc ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, ARM
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
@@ -84,6 +85,10 @@ board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zyn
 board-zynqmp: setup-cross ## Run the board tests and the examples on a virtual ZynqMP, whose kernel is built first
 	@tools/build aarch64
 	@ctest --test-dir build/aarch64 -C soc -R '^board\.zynqmp' --output-on-failure
+
+board-soc: setup-cross ## Both of these at the same time
+	@tools/need-packages $(SOC_PACKAGES)
+	@$(MAKE) --no-print-directory --jobs=2 --output-sync=target board-zynq board-zynqmp
 
 board-check: build ## Test the virtual board itself
 	@ctest --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)
