@@ -124,4 +124,7 @@ AKernelThatDoesNotBuildShowsTheEndOfItsLog() {
 
 # ---- running them
 
+# The first run may have much to say: packages, sources, the kernel.
+NORV_BOARD_MACHINE=$machine board/prepare >/dev/null || exit
+
 run_tests "${BASH_SOURCE[0]}" "$@"
