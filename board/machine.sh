@@ -8,8 +8,9 @@
 machine_command() {
     local accelerator=$1 request=$2 board=$3 log=$4 kernel_parameters
     "machine_of_$architecture" "$accelerator"
-    machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -smp 2 -m 1024 -nic none)
+    machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -nic none)
     machine+=(-kernel "$board/vmlinux" -initrd "$board/initramfs.gz")
+    [[ ! -e $request/tree.dtb ]] || machine+=(-dtb "$request/tree.dtb")
     # An oops ends the machine: nothing that a broken kernel says afterwards can be trusted.
     machine+=(-append "$kernel_parameters oops=panic panic=-1")
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")" -serial chardev:console)
@@ -24,7 +25,7 @@ machine_command() {
 # ciphers. A "pc" machine takes longer than a q35 for every PCI device: the ACPI method that routes its interrupts is a loop.
 machine_of_x86_64() {
     kernel_parameters="console=ttyS0 no_timer_check cryptomgr.notests"
-    machine=(qemu-system-x86_64 -machine "q35,sata=off,smbus=off" -accel "$1")
+    machine=(qemu-system-x86_64 -machine "q35,sata=off,smbus=off" -smp 2 -m 1024 -accel "$1")
     case $1 in
         kvm) machine+=(-cpu host) ;;
         *) machine+=(-cpu "qemu64,+rdrand") ;;
@@ -35,8 +36,19 @@ machine_of_x86_64() {
 # others have the names that they have everywhere.
 machine_of_arm64() {
     kernel_parameters="console=ttyAMA0"
-    machine=(qemu-system-aarch64 -machine virt -accel "$1" -cpu cortex-a53)
+    machine=(qemu-system-aarch64 -machine virt -smp 2 -m 1024 -accel "$1" -cpu cortex-a53)
     machine+=(-chardev null,id=unused -device pci-serial,chardev=unused)
+}
+
+# The device tree that the emulator makes for that board, and where its sources may include files from (see board/tree.sh).
+machine_tree() {
+    machine_of_arm64 tcg
+    "${machine[@]}" -machine "dumpdtb=$(qemu_path "$2")" -nodefaults -display none >/dev/null 2>&1
+}
+tree_includes() {
+    local version
+    version=$(basename "$(dirname "$(dirname "$(readlink "$1/vmlinux")")")")
+    printf '/usr/src/linux-headers-%s-common/include\n' "${version%-arm64}"
 }
 
 # A comma in a value is doubled.

@@ -10,6 +10,9 @@ soc_source=$board_source/soc
 soc_kernel_source() { printf '%s' "$board_cache/linux"; }
 soc_kernel_objects() { printf '%s' "$board_cache/linux-$machine_name"; }
 
+# The source of the board's device tree. Later kernels have a directory for each maker.
+soc_tree_source() { find "$(soc_kernel_source)/$soc_trees" -name "$soc_tree.dts"; }
+
 # The kernel's configuration.
 soc_fragments=("$soc_source/kernel.config" "$soc_source/kernel-$machine_name.config")
 

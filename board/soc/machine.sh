@@ -6,11 +6,12 @@
 # shellcheck disable=SC2034,SC2154  # shared with the scripts that source this file
 
 machine_command() {
-    local request=$2 board=$3 log=$4 kernel_parameters
+    local request=$2 board=$3 log=$4 kernel_parameters tree=$3/tree.dtb
+    [[ ! -e $request/tree.dtb ]] || tree=$request/tree.dtb
     soc_initrd "$request" "$board"
     soc_machine "$request"
     machine+=(-name norv-board -no-user-config -nodefaults -display none -no-reboot -nic none)
-    machine+=(-kernel "$board/vmlinux" -dtb "$board/tree.dtb")
+    machine+=(-kernel "$board/vmlinux" -dtb "$tree")
     machine+=(-initrd "$request/initrd")
     machine+=(-append "$kernel_parameters oops=panic panic=-1")
     machine+=(-chardev "file,id=console,append=on,path=$(qemu_path "$log")")
@@ -18,6 +19,11 @@ machine_command() {
     soc_plug "$request/plug"
     soc_control "$request"
 }
+
+# The machine's own device tree, and where sources may include files from (see board/tree.sh): the kernel's bindings, and
+# the trees of its boards.
+machine_tree() { cp "$1/tree.dtb" "$2"; }
+tree_includes() { printf '%s\n' "$(soc_kernel_source)/include" "$(dirname "$(soc_tree_source)")"; }
 
 # What the second serial port sends comes back to it.
 soc_plug() {

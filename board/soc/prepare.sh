@@ -117,7 +117,8 @@ link_kernel() {
 # The device tree of the machine's board without the properties in soc_lost_properties, and with what is in MACHINE.dtso.
 make_tree() {
     local tree words
-    tree=$(find "$(soc_kernel_source)/$soc_trees" -name "$soc_tree.dts" -printf '%P')
+    tree=$(soc_tree_source)
+    tree=${tree#"$(soc_kernel_source)/$soc_trees/"}
     tree=${tree%.dts}.dtb
     words=$(IFS='|' && printf '%s' "${soc_lost_properties[*]:-none}")
     make_kernel --silent DTC_FLAGS=-@ "$tree" >&2

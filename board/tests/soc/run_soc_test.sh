@@ -66,6 +66,71 @@ AFileThatIsNamedIsThere() {
     expect 'standard output' content "$out"
 }
 
+# ---- device trees
+
+# Source files below $scratch: FILE, from standard input. An overlay in there has the first two lines already.
+tree_source() { cat >"$scratch/$1"; }
+overlay_source() { { printf '/dts-v1/;\n/plugin/;\n' && cat; } >"$scratch/$1"; }
+
+OverlaysOfBothFormsAreMergedOneAfterTheOther() {
+    overlay_source first.dtso <<'END'
+#include <dt-bindings/gpio/gpio.h>
+&uart0 { norv-label; };
+&{/} { norv-first { number = <GPIO_ACTIVE_LOW>; }; };
+END
+    overlay_source second.dtso <<<'&{/norv-first} { norv-second; };'
+    dtc --quiet --symbols --out "$scratch/second.dtbo" "$scratch/second.dtso"
+    board --machine "$machine" --overlay "$scratch/first.dtso" --overlay "$scratch/second.dtbo" sh -c \
+        'cd /proc/device-tree/norv-first && od -An -t x1 number; ls; ls ../axi/serial*/norv-label | wc -l'
+    expect status 0 "$status"
+    expect 'standard output' $' 00 00 00 01\nname\nnorv-second\nnumber\n1' "$out"
+}
+
+# What `sh` runs on the machine to show the model that its tree names.
+show_model="tr -d '\\0' </proc/device-tree/model"
+
+ADeviceTreeInPlaceOfTheMachinesIsBooted() {
+    "$run" --machine "$machine" cat /sys/firmware/fdt >"$scratch/own.dtb" 2>/dev/null
+    fdtput --type s "$scratch/own.dtb" / model 'A board of ours'
+    overlay_source own.dtso <<<'&uart0 { norv-overlay; };'
+    board --machine "$machine" --dtb "$scratch/own.dtb" --overlay "$scratch/own.dtso" sh -c \
+        "$show_model; ls /proc/device-tree/axi/serial*/norv-overlay | wc -l"
+    expect status 0 "$status"
+    expect 'standard output' 'A board of ours1' "$out"
+}
+
+# A board's source may include what those of the kernel's boards include.
+ASourceInPlaceOfTheMachinesTreeIsCompiled() {
+    tree_source own.dts <<END
+#include "$(if [[ $machine == zynq ]]; then echo zynq-zc702.dts; else echo zynqmp-zcu102-rev1.0.dts; fi)"
+/ { model = "A board of ours"; };
+END
+    board --machine "$machine" --dtb "$scratch/own.dts" sh -c "$show_model"
+    expect status 0 "$status"
+    expect 'standard output' 'A board of ours' "$out"
+}
+
+# refused_tree MESSAGE OPTION FILE: what is wrong with a tree ends the run before the machine starts.
+refused_tree() {
+    board --machine "$machine" "$2" "$scratch/$3" true
+    expect "status of $2 $3" 2 "$status"
+    expect "last line for $2 $3" "board: '$scratch/$3' $1" "${err##*$'\n'}"
+}
+
+ATreeThatIsWrongIsNamedWithWhatIsWrong() {
+    overlay_source labels.dtso <<<'&nowhere { a; }; &uart0 { b; }; &elsewhere { c; };'
+    overlay_source path.dtso <<<'&{/nowhere} { a; };'
+    tree_source broken.dts <<<'/dts-v1/; / { broken'
+    tree_source plain.dts <<<'/dts-v1/; / { };'
+    printf '\320\015\376\355 and no more' >"$scratch/short.dtb"
+    refused_tree 'does not fit the device tree, which lacks the labels: elsewhere nowhere' --overlay labels.dtso
+    refused_tree 'does not fit the device tree' --overlay path.dtso
+    refused_tree 'is not an overlay: it has no fragments' --overlay plain.dts
+    refused_tree 'is not a device tree: it is neither a blob nor a source that compiles' --overlay broken.dts
+    refused_tree 'is not a device tree: it is neither a blob nor a source that compiles' --dtb short.dtb
+    refused_tree 'is an overlay; --overlay merges it into a device tree' --dtb labels.dtso
+}
+
 # ---- what is refused before anything starts
 
 AnUnknownMachineIsOneLineWithTheKnownOnes() {
@@ -81,6 +146,8 @@ WhatTheseMachinesCannotDoIsWrongUsage() {
     expect 'status of --file without a machine' 2 "$status"
     board --machine "$machine" --file /no-such-file true
     expect 'status of a file that does not exist' 2 "$status"
+    board --machine "$machine" --overlay /no-such-file true
+    expect 'status of an overlay that does not exist' 2 "$status"
 }
 
 # ---- the kernel
