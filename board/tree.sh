@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/run: the device tree of a run that is given one of its own (--dtb), or additions to the machine's
 # (--overlay). Both are taken as blobs and as sources, which may include the kernel's files as they do in its tree.
 # shellcheck shell=bash

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by board/common.sh: the machine zynqmp, a ZynqMP on the board ZCU102, with programs for 64-bit ARM.
 # shellcheck shell=bash
 # shellcheck disable=SC2034,SC2154  # shared with the scripts that source this file

@@ -21,6 +21,17 @@ is_wrong_usage() {
     is_wrong_usage --module ./nowhere.ko true
 }
 
+@test "a board without a device tree names in one line those that have one" {
+    local option
+    echo '/dts-v1/; / { };' >"$scratch/own.dts"
+    for option in --dtb --overlay; do
+        board "$option" "$scratch/own.dts" true
+        expect "status of $option" 2 "$status"
+        expect "standard error of $option" \
+            'board: --dtb and --overlay are for boards that have a device tree: --arch arm64, --machine zynq or zynqmp' "$stderr"
+    done
+}
+
 @test "an unknown kernel is wrong usage, and the known ones are named" {
     board --kernel 4.9 true
     expect_status 2
