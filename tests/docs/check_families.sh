@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Checks that a family is whole: its source stands with a unit test, a board test and a page of the same name, and that
-# every page answers the same questions in the same order.
+# Checks that a family is complete: its source has a unit test, a board test and a page of the same name, and every page
+# answers the same questions in the same order.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
-# Sources that share the tests and the page of the family behind the colon.
-parts=(attribute:file epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
-    class_device:uio uevent_parse_devices:uevent_parse uevent_parse_enumeration:uevent_parse)
+# shellcheck source=families.bash
+source tests/docs/families.bash
 
 # What every page has; sections of its own may stand between.
 sections="## Example
@@ -18,20 +17,13 @@ sections="## Example
 
 failed=0
 
-family_of() {
-    local part
-    for part in "${parts[@]}"; do
-        [[ $1 != "${part%%:*}" ]] || { echo "${part##*:}" && return; }
-    done
-    echo "$1"
-}
-
 require() {
     [[ -f $1 ]] || { echo "FAILED: $2 has no $1" && failed=1; }
 }
 
 for source in src/*/*.cpp; do
     group=$(basename "$(dirname "$source")")
+    [[ $group != core ]] || continue
     family=$(family_of "$(basename "$source" .cpp)")
     require "tests/$group/${family}_test.cpp" "$source"
     require "board/tests/$group/${family}_board_test.cpp" "$source"

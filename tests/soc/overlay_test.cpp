@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "mapped/overlay_configfs.hpp"
+#include "soc/overlay_configfs.hpp"
 #include "norv_dt.h"
 #include "support/failure_sweep.hpp"
 #include "support/status.hpp"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The event loop itself: rounds on the calling thread until an exit is requested.
-#include "core/epoll.hpp"
+#include "loop/epoll.hpp"
 
 namespace {
 

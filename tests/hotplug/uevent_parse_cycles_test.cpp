@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "events/uevent_parse_model.hpp"
-#include "events/uevent_parse_recorder.hpp"
-#include "events/uevent_socket.hpp"
-#include "events/usb_bus.hpp"
+#include "hotplug/uevent_parse_model.hpp"
+#include "hotplug/uevent_parse_recorder.hpp"
+#include "hotplug/uevent_socket.hpp"
+#include "hotplug/usb_bus.hpp"
 #include "norv_uevent_parse.h"
 
 namespace {

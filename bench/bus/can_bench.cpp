@@ -5,7 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "events/can_links.hpp"
+#include "bus/can_links.hpp"
 #include "support/expect.hpp"
 #include "support/rows.hpp"
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "events/uevent_parse.hpp"
+#include "hotplug/uevent_parse.hpp"
 
 namespace norv {
 namespace {

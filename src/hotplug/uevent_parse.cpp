@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The hot-plug parser: its context, and how the kernel's messages are parsed and applied.
-#include "events/uevent_parse.hpp"
+#include "hotplug/uevent_parse.hpp"
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -14,7 +14,7 @@
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
 #include "core/status.hpp"
-#include "events/uevent_socket.hpp"
+#include "hotplug/uevent_socket.hpp"
 #include "norv_uevent.h"
 
 namespace norv {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "events/serial_port.hpp"
+#include "bus/serial_port.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/standard_input.hpp"

@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "events/can_network.hpp"
-#include "events/mutex_ends.hpp"
+#include "bus/can_network.hpp"
+#include "hotplug/mutex_ends.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/standard_input.hpp"

@@ -12,7 +12,7 @@
 
 #include "core/layout.hpp"
 #include "core/status.hpp"
-#include "events/uevent_socket.hpp"
+#include "hotplug/uevent_socket.hpp"
 
 static_assert(offsetof(norv_uevent_t, buffer_size) == 0 && offsetof(norv_uevent_t, fd) == 8);
 static_assert(NORV_FOLLOWS(norv_uevent_t, fd, buffer));

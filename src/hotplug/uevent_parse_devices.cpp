@@ -4,7 +4,7 @@
 
 #include "core/layout.hpp"
 #include "core/list.hpp"
-#include "events/uevent_parse.hpp"
+#include "hotplug/uevent_parse.hpp"
 
 static_assert(NORV_FOLLOWS(norv_uevent_link_t, next, prev) && offsetof(norv_uevent_link_t, next) == 0);
 static_assert(NORV_FOLLOWS(norv_uevent_device_list_t, count, devices) &&

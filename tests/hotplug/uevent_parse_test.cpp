@@ -19,10 +19,10 @@
 #include <thread>
 #include <vector>
 
-#include "events/mutex_ends.hpp"
-#include "events/uevent_parse_recorder.hpp"
-#include "events/uevent_socket.hpp"
-#include "events/usb_bus.hpp"
+#include "hotplug/mutex_ends.hpp"
+#include "hotplug/uevent_parse_recorder.hpp"
+#include "hotplug/uevent_socket.hpp"
+#include "hotplug/usb_bus.hpp"
 #include "norv_base.h"
 #include "norv_uevent.h"
 #include "support/failure_sweep.hpp"

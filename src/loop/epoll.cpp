@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The event loop's handle: open and close, calls from other threads, descriptors.
-#include "core/epoll.hpp"
+#include "loop/epoll.hpp"
 
 #include <sys/eventfd.h>
 

@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "../support/attribute.hpp"
-#include "events/uevent_parse_model.hpp"
-#include "events/uevent_parse_recorder.hpp"
+#include "hotplug/uevent_parse_model.hpp"
+#include "hotplug/uevent_parse_recorder.hpp"
 #include "norv_base.h"
 #include "norv_epoll.h"
 #include "norv_file.h"

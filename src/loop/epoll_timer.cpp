@@ -3,7 +3,7 @@
 #include <bit>
 #include <cstddef>
 
-#include "core/epoll.hpp"
+#include "loop/epoll.hpp"
 #include "core/layout.hpp"
 
 static_assert(offsetof(norv_epoll_timer_t, loop) == 0);

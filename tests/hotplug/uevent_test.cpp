@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "events/uevent_socket.hpp"
+#include "hotplug/uevent_socket.hpp"
 #include "norv_base.h"
 #include "support/failure_sweep.hpp"
 #include "support/standard_input.hpp"
