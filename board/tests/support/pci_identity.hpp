@@ -18,7 +18,7 @@ namespace norv::board {
 inline uint32_t status_of_adding_again(const std::string& driver, const char* identity, size_t length) {
     const int new_id = open(("/sys/bus/pci/drivers/" + driver + "/new_id").c_str(), O_WRONLY | O_CLOEXEC);
     const bool taken = write(new_id, identity, length) == static_cast<ssize_t>(length);
-    const uint32_t status = taken ? 0 : norv_get_status_by_errno(errno);
+    const uint32_t status = taken ? 0 : norv_get_status_by_errno(static_cast<uint32_t>(errno));
     close(new_id);
     return status;
 }
