@@ -26,21 +26,21 @@ demo: setup ## Boot the virtual board and show the library at work on a real ker
 test: build ## Build, run the unit tests and, on the virtual board, the board tests
 	@tools/run-tests build/release
 
-check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak cross board-arm64 board-soc ## The slow ring: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, ARM
+check: format-check scripts-check doc tidy clang-build abi-check packages sanitizers fuzz coverage board-check soak cross board-arm64 board-soc ## The full check: formatting, reference, static analysis, binary interface, packages, sanitizers, fuzzing, coverage, ARM
 
 bench: ## Time the library beside the bare system calls and beside other event loops
 	@tools/need-packages $(BUILD_PACKAGES) $(BENCH_PACKAGES)
 	@bench/run
 
-coverage: setup-check ## Run the unit tests and insist on covered lines and branches
+coverage: setup-check ## Run the unit tests and check the coverage of lines and branches
 	@tools/build coverage
 	@ctest --test-dir build/coverage --output-on-failure -j $(JOBS)
 	@tools/coverage build/coverage
 
-format: setup-check ## Lay out all sources
+format: setup-check ## Format all sources
 	@tools/sources | xargs clang-format -i
 
-format-check: setup-check ## Insist on the layout of all sources
+format-check: setup-check ## Check the formatting of all sources
 	@tools/sources | xargs clang-format --dry-run --Werror
 
 tidy: setup-check ## Analyse the libraries' sources with clang-tidy
