@@ -93,7 +93,7 @@ board-soc: setup-cross ## Both of these at the same time
 board-check: build ## Test the virtual board itself
 	@ctest --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)
 
-board-kernels: build ## Run the board tests on the kernels of Debian 12 and 13, and print a table
+board-kernels: build ## Run the board tests on the kernels of Debian 11, 12 and 13 and the newest, and make the table in docs/kernels.md
 	@tools/board-kernels build/release
 
 soak: build ## Move a mebibyte through an emulated serial port, and plug 200 emulated USB devices in and out
