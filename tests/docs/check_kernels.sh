@@ -37,7 +37,7 @@ done < <(grep '^[^#]' board/tests/kernel-notes.txt)
 cd "$scratch"
 rm -r board/tests
 mkdir -p board/tests/{sysfs,norv,udev} build
-touch board/tests/sysfs/{gpio,led,pwm}_board_test.cpp
+touch board/tests/sysfs/{gpio,led,pwm,sysfs}_board_test.cpp
 printf 'led: blinks\nled: and dims\n' >board/tests/kernel-notes.txt
 # shellcheck disable=SC2016  # expanded by that script
 printf '#!/bin/sh\necho "$2.0-1-amd64" | sed s/newest/7.3/\n' >board/run
@@ -49,7 +49,7 @@ case $NORV_BOARD_KERNEL in
     6.1) printf 'FAILED  led, 1 s: status 1\npassed  pwm, 1 s\n' && exit 1 ;;
     6.12) printf 'passed  led, 1 s\n' && exit 125 ;;
 esac
-printf 'passed  led, 1 s\npassed  pwm, 1 s\n'
+printf 'passed  led, 1 s\npassed  pwm, 1 s\npassed  sysfs, 1 s\n'
 EOF
 printf '@test "%s"\n' "can: A" "can: B" >board/tests/norv/can.bats
 printf '@test "%s"\n' "gpio: A" >board/tests/norv/gpio.bats
@@ -98,6 +98,7 @@ expect_rows <<'EOF'
 | gpio | passed | passed | passed | passed |  |
 | led | passed | FAILED | passed | passed | blinks; and dims |
 | pwm | passed | passed | FAILED | passed |  |
+| sysfs | passed | FAILED | FAILED | passed |  |
 | examples | passed | passed | passed | passed |  |
 | norv | FAILED | passed | FAILED | passed |  |
 | udev | passed | passed | passed | FAILED |  |
