@@ -23,7 +23,7 @@ installed_kernel() {
 
 unavailable_kernel() {
     say "the package archive does not offer linux-image-$1, the kernel of the installed linux-headers-amd64"
-    say "(or the archive can not be reached). To take the current kernel instead:"
+    say "(or the archive cannot be reached). To take the current kernel instead:"
     say "    sudo apt-get update && sudo apt-get install linux-headers-amd64"
     exit 77
 }
@@ -186,7 +186,7 @@ link_usr_modules() {
     ln -s ../usr/lib/modules "$1/lib/modules"
 }
 
-# A PC's kernel is packed as a compressed payload behind a loader. Unpacking it once, here, saves the
+# A PC's kernel is packed as a compressed payload after a loader. Unpacking it once, here, saves the
 # board three seconds of emulated decompression at every boot.
 extract_kernel_image_x86_64() {
     local packed=$1 image=$2 setup_sectors payload_offset payload_length
@@ -199,7 +199,7 @@ extract_kernel_image_x86_64() {
     unpack "$scratch/payload" >"$image"
 }
 
-# The first four bytes of a compressed file tell how it is compressed.
+# The first four bytes of a compressed file show how it is compressed.
 unpack() {
     local magic
     magic=$(od -An -t x1 -N 4 "$1")

@@ -72,6 +72,6 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     change_and_restore(interface, (uint32_t)strtoul(text, NULL, 10));
-    printf("%s was changed, and is as it was before\n", interface);
+    printf("%s was changed and restored\n", interface);
     return EXIT_SUCCESS;
 }

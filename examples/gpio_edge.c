@@ -6,7 +6,7 @@
  *
  * Needs two lines that are wired together; on the virtual board 16 drives 17. A loop timer toggles the
  * output, the loop reports each rising edge of the input with its level and the time that it took, and
- * another thread stops the loop after so many edges.
+ * another thread stops the loop after that many edges.
  */
 #include <pthread.h>
 #include <semaphore.h>

@@ -48,7 +48,7 @@ static void wait_until_stored(const eeprom_t* eeprom) {
     must("wait for the write cycle", status);
 }
 
-/* Page by page: a write that runs over the end of a page goes on at the page's start. */
+/* Page by page: a write that runs over the end of a page continues at the page's start. */
 static void write_eeprom(const eeprom_t* eeprom, uint8_t offset, const char* data, size_t length) {
     while (length > 0) {
         const size_t room = PAGE_SIZE - offset % PAGE_SIZE;
@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
     const uint8_t address = argc > 2 ? (uint8_t)strtoul(argv[2], NULL, 0) : 0x50;
     const char* text = argc > 3 ? argv[3] : "the quick brown fox jumps over the lazy dog";
     const size_t length = strlen(text);
-    const uint8_t offset = 5; /* not at the start of a page, on purpose */
+    const uint8_t offset = 5; /* deliberately not at the start of a page */
     eeprom_t eeprom = {-1, address};
     char before[EEPROM_SIZE] = "";
     char found[EEPROM_SIZE] = "";

@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
     must("stop the signal", norv_linux_pwm_enable(&output, false));
     norv_linux_pwm_close(&input);
     norv_linux_pwm_close(&output);
-    printf("%s\n", wrong == 0 ? "every duty was measured as it was set" : "the wire shows another signal");
+    printf("%s\n",
+           wrong == 0 ? "every measured duty is the one that was set" : "the wire shows another signal");
     return wrong == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -32,7 +32,7 @@ void check(const norv_uevent_device_list_t& list) {
 
 }  // namespace
 
-// Stands in front of the C library's: what the library receives is the fuzzer's.
+// Found before the C library's: what the library receives is the fuzzer's.
 extern "C" ssize_t recv(int, void* buffer, size_t size, int) {
     if (waiting.empty()) {
         errno = EAGAIN;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Work on flash beside the bare calls that it must make, in the same steps, on flash of the kernel that it
-// runs on: needs a flash without bad blocks first, and NAND behind it, as the virtual board has them with
+// runs on: needs a flash without bad blocks first, and NAND after it, as the virtual board has them with
 // mtdram and nandsim.
 #include <fcntl.h>
 #include <mtd/mtd-user.h>

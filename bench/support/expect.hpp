@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a benchmark ends when a call fails: one that went on would measure something else.
+// How a benchmark ends when a call fails: one that continued would measure something else.
 #pragma once
 
 #include <cstdio>

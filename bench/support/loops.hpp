@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// All contending loops besides raw. libevent stands before libev in the link: libev brings an emulation of
+// All contending loops besides raw. libevent comes before libev in the link: libev brings an emulation of
 // libevent's functions under the same names.
 #pragma once
 

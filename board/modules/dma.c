@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The driver behind /dev/uio-dma on the virtual board, with a device that moves data by DMA.
+// The driver of /dev/uio-dma on the virtual board, with a device that moves data by DMA.
 //
 // Buffers are dma-bufs, listed in /sys/kernel/debug/dma_buf/bufinfo and in /proc/PID/fdinfo/FD under names
-// that tell where their memory comes from: single pages ("norv_board_dma_default"), the kernel's allocator
+// that select where their memory comes from: single pages ("norv_board_dma_default"), the kernel's allocator
 // ("..._kmalloc", 4 MiB at most), contiguous pages ("..._cma"), pages of the process that asked ("..._user",
 // whole pages), or 256 KiB that were set aside when the module was loaded ("..._reserved").
 //
@@ -27,7 +27,7 @@
 // or put: it takes that many bytes at an address from the entries of a locked buffer into its own memory, or
 // puts them there from its memory, which the file `memory` shows. At another address it fails (-EFAULT).
 //
-// /sys/kernel/debug/norv_board_dma/ tells what the driver saw: `buffers` and `locks` that there are now, how
+// /sys/kernel/debug/norv_board_dma/ shows what the driver saw: `buffers` and `locks` that there are now, how
 // often access by the processor began and ended (`begins`, `ends`) and its direction the last time (1:
 // written to the device, 2: read from it), and the values of the last scatter-gather sync.
 

@@ -35,7 +35,7 @@ MODULE_PARM_DESC(write_ms, "time that writing an image takes (default 20 ms)");
 struct fpga {
     struct device* device;
     struct mutex lock;  // one image at a time
-    bool claimed;       // by somebody else
+    bool claimed;       // by another driver
     const char* state;
     char image[NAME_MAX + 1];
     size_t image_size;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // The GPIO chips of the virtual board. The first has 32 lines, wired in pairs. Lines 2n and 2n+1 hang on one
-// wire, so driving line 16 changes line 17, and the other way round. A wire that nobody drives keeps its
+// wire, so driving line 16 changes line 17, and the other way round. A wire that no line drives keeps its
 // level; at load every wire is low. Every change of a wire is an edge for both of its lines.
 //
 // Line 29 is input-only: it refuses to become an output. Line 31 refuses to be requested at all.

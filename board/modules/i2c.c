@@ -7,7 +7,7 @@
 //   0x20  registers, 0 at load
 //   0x21  registers, 0 at load; register 2 refuses to be written (-EREMOTEIO), as a chip does that does not
 //         acknowledge a byte, and at register 0x10 the chip holds the clock low, so that a transfer which
-//         reaches it ends by the adapter's time-out (-ETIMEDOUT)
+//         reaches it ends by the adapter's timeout (-ETIMEDOUT)
 //   0x50  an EEPROM like a 24C02, erased (0xFF) at load: a write stays within its page of 8 bytes, and for
 //         5 ms after one the chip does not answer
 //
@@ -28,7 +28,7 @@ static int bus = 1;
 module_param(bus, int, 0444);
 MODULE_PARM_DESC(bus, "number of the bus (default 1)");
 
-// The longest messages; 0 is no limit.
+// The longest messages; 0: unlimited.
 static struct i2c_adapter_quirks quirks = {.max_read_len = 255, .max_write_len = 255};
 module_param_named(max_read_length, quirks.max_read_len, ushort, 0644);
 MODULE_PARM_DESC(max_read_length, "longest message that is read (default 255; 0: no limit)");

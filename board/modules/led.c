@@ -3,7 +3,7 @@
 // The LEDs of the virtual board: norv:green:status can be dimmed from 0 to 255, norv:red:alarm is lit or
 // dark.
 //
-// Each has the attribute "changes" beside those of the LED class: so many times its light has changed since
+// Each has the attribute "changes" beside those of the LED class: the number of times its light has changed since
 // the module was loaded. It shows blinking and flashes to whoever cannot look.
 
 #include <linux/atomic.h>

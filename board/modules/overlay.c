@@ -384,7 +384,7 @@ static void name_device(const struct added_node* node, char* name, size_t size) 
     }
 }
 
-// As in the kernel, a device that cannot be made is no reason not to apply the overlay.
+// As in the kernel, a device that cannot be made does not keep the overlay from being applied.
 static void add_device(struct added_node* node) {
     struct platform_device_info info = {.id = PLATFORM_DEVID_NONE};
     char name[2 * LONGEST_NAME];
@@ -444,7 +444,7 @@ CONFIGFS_ATTR_RO(overlay_, status);
 
 static struct configfs_attribute* overlay_attrs[] = {&overlay_attr_status, NULL};
 
-// The directory is gone, and nobody has its files open any more.
+// The directory is gone, and its files are not open any longer.
 static void overlay_release(struct config_item* item) {
     struct overlay* overlay = overlay_of(item);
 

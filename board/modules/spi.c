@@ -6,7 +6,7 @@
 // The slave sends back what it is sent, byte by byte. A transfer that sends nothing receives 1, 2, 3, ...
 // instead, counted from the moment the slave was selected. Words of 16 bits go over the wire high byte first.
 //
-// /sys/kernel/debug/norv_board_spi/BUS/ tells what went over the wire while the slave was selected last:
+// /sys/kernel/debug/norv_board_spi/BUS/ shows what went over the wire while the slave was selected last:
 // `wire` holds the bytes that were sent, in their order (the first 8192), `length` their number, `delay_us`
 // the pauses between the transfers; and `selections` how often the slave was selected, `mode`, `speed_hz` and
 // `bits_per_word` how the last transfer was made.
@@ -48,8 +48,8 @@ static void put_on_wire(struct slave* slave, u8 byte) {
     slave->blob.size = min_t(u32, slave->length, WIRE_SIZE);
 }
 
-// Where the byte that goes over the wire as number `index` stands in memory: a 16-bit word stands there with
-// its low byte first.
+// Where the byte that goes over the wire as number `index` is in memory: a 16-bit word has its low byte first
+// there.
 static unsigned int place_in_memory(const struct spi_transfer* transfer, unsigned int index) {
     return transfer->bits_per_word > 8 ? index ^ 1 : index;
 }

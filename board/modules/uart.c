@@ -7,7 +7,7 @@
 //
 // Bytes take the time that the speed gives them. They arrive as they were sent where both ports have the same
 // speed, word length and parity; otherwise they arrive as other bytes, each counted as a framing error, or,
-// where only the parity differs, as a parity error. A port that nobody has open receives nothing.
+// where only the parity differs, as a parity error. A port that is not open receives nothing.
 
 #include <linux/module.h>
 #include <linux/platform_device.h>
@@ -71,7 +71,7 @@ static void receive_byte(struct line* line, const struct line* sender, u8 byte) 
         line->port.icount.parity++;
         flag = TTY_PARITY;
     }
-    // The terminal is told of a bad byte only when it has asked for the check, as with other drivers.
+    // The terminal gets a bad byte reported only when it has asked for the check, as with other drivers.
     if (!(line->port.read_status_mask & INPCK)) {
         flag = TTY_NORMAL;
     }

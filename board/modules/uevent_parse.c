@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// A display of the virtual board that can be told to change: writing N to the "connector" attribute of
+// A display of the virtual board that can be made to change: writing N to the "connector" attribute of
 // /sys/class/norv_board_display/card9 makes the kernel announce what a display driver announces when
 // something happens at connector N.
 

@@ -18,11 +18,11 @@
 //   0x00  identity, 0x4E4F5256
 //   0x04  interrupts that came
 //   0x08  operand: the program's
-//   0x0C  result: the operand's complement, as it was when the last interrupt came
+//   0x0C  result: the operand's complement, at the time of the last interrupt
 //
 // The interrupt is disabled at first, and again whenever it has come. In /sys/kernel/debug/norv_board_uio/
 // a number N written to `raise` makes the device interrupt N more times, each time `delay_us` after the
-// interrupt was enabled; `pending` tells how many are still to come, `enabled` whether it may, `controls` how
+// interrupt was enabled; `pending` shows how many are still to come, `enabled` whether it may, `controls` how
 // often it was enabled or disabled, and `registers` holds the page as the driver sees it.
 
 #include <linux/debugfs.h>

@@ -3,7 +3,7 @@
 // The PCI driver uio_pci_mmap of the virtual board: it serves the devices whose identity is written to its
 // "new_id", and shows each as a UIO device "uio_pci_mmap" with BAR 0 as region 0.
 //
-// An interrupt sets the Interrupt Disable bit of the command register, as the device goes on asserting its
+// An interrupt sets the Interrupt Disable bit of the command register, as the device keeps asserting its
 // line until the program has served it; the program clears the bit again in the configuration space.
 //
 // The emulator (QEMU 7.2) looks at that bit only when the low byte of the command register is written, so

@@ -19,8 +19,8 @@
 //
 // In /sys/kernel/debug/norv_board_umcb/ a number N written to `source0/raise` makes that source interrupt N
 // more times, each time `delay_us` after it could: the device and the source are enabled, and the last event
-// was cleared. `pending` tells how many are still to come, `registered`, `enabled` and `type` the source's
-// state, `clears` how often an event was cleared. For the device `mode` and `modes` tell the last mode and
+// was cleared. `pending` shows how many are still to come, `registered`, `enabled` and `type` the source's
+// state, `clears` how often an event was cleared. For the device `mode` and `modes` show the last mode and
 // how often one was given, `enabled` whether it is enabled, and `registers` holds the page as the driver sees
 // it.
 
@@ -218,7 +218,7 @@ static int take_source(struct source* source) {
     return taken ? -EBUSY : 0;
 }
 
-// Opens a descriptor for a source that was taken, and tells its number.
+// Opens a descriptor for a source that was taken, and returns its number.
 static int open_source(struct source* source, struct registration __user* out) {
     struct file* file = anon_inode_getfile("[umcb-irq]", &source_operations, source, O_RDWR);
     int fd;

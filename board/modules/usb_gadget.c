@@ -5,11 +5,10 @@
 // - It gets the attribute "is_host_win", which drivers of some controllers have; it shows the parameter
 //   "host_win" of this module.
 // - Its state becomes "not attached" when the pull-up is dropped, which dummy_hcd does not report.
-// - It hears the host again when it was disconnected and connected by software: the kernel then starts the
-//   controller without telling it that it may call back, and dummy_hcd, unlike others, insists on that.
-// - Its endpoints of no fixed type may be isochronous, as a camera's stream asks for. Nothing can be
-// streamed: the
-//   host side of dummy_hcd has no isochronous transfers.
+// - It notices the host again when it was disconnected and connected by software: the kernel then starts the
+//   controller without allowing it to call back, which dummy_hcd, unlike others, requires.
+// - Its endpoints without a fixed type may be isochronous, as a camera's stream requires. Nothing can be
+//   streamed: the host side of dummy_hcd has no isochronous transfers.
 
 #include <linux/device.h>
 #include <linux/kprobes.h>

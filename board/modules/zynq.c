@@ -160,7 +160,7 @@ static const struct iio_chan_spec channels[] = {
     CHANNEL(IIO_VOLTAGE, 11, NULL, RAW | SCALE),
 };
 
-// What stands in the same place above: a Zynq at 34.45 degrees, a ZynqMP at 38.41 and 37.25 degrees.
+// The values of these attributes: a Zynq at 34.45 degrees, a ZynqMP at 38.41 and 37.25 degrees.
 static struct sensor sensors[ARRAY_SIZE(channels)] = {
     {.name = "temp0", .raw = 2500, .offset = -2219, .scale = 123, .scale_nano = 40771484},
     {.name = "temp0_ps_temp", .raw = 41000, .offset = -36058, .scale = 7, .scale_nano = 771514892},

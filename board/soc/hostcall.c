@@ -44,7 +44,7 @@ static intptr_t call_host(uintptr_t operation, const void* argument) {
 }
 
 /*
- * The emulator looks at the memory of a call as it is mapped at that moment: what a call refers to is on the
+ * The emulator looks at the memory of a call in the mapping of that moment: what a call refers to is on the
  * stack, and was written just before.
  */
 static intptr_t open_on_host(const char* given, uintptr_t mode) {

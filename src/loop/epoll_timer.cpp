@@ -3,8 +3,8 @@
 #include <bit>
 #include <cstddef>
 
-#include "loop/epoll.hpp"
 #include "core/layout.hpp"
+#include "loop/epoll.hpp"
 
 static_assert(offsetof(norv_epoll_timer_t, loop) == 0);
 static_assert(NORV_FOLLOWS(norv_epoll_timer_t, loop, callback));

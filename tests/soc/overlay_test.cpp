@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
-#include "soc/overlay_configfs.hpp"
 #include "norv_dt.h"
+#include "soc/overlay_configfs.hpp"
 #include "support/failure_sweep.hpp"
 #include "support/status.hpp"
 

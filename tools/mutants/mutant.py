@@ -86,7 +86,7 @@ class Finder:
 
 
 def numbered(mutants):
-    """Counts mutants that nothing else tells apart, and makes their names unique."""
+    """Counts mutants that nothing else distinguishes, and makes their names unique."""
     keys, names = {}, {}
     for mutant in mutants:
         keys[mutant.key] = mutant.occurrence = keys.get(mutant.key, 0) + 1

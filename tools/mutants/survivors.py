@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The list of mutants that no test can tell from the original, each with its reason: tests/mutation/survivors.txt.
+"""The list of mutants that no test can distinguish from the original, each with its reason: tests/mutation/survivors.txt.
 
 An entry is a paragraph of `name: value` lines. It names its place by the function and the line of code, with runs of
 spaces as one, so that it outlives changes elsewhere in its file.

@@ -105,7 +105,7 @@ struct set {
     }
 
     void run() {
-        // The driver is told a signed number.
+        // The driver gets a signed number.
         if (!(rate >= 1 && rate <= INT32_MAX)) {
             throw usage_error{text("a rate of %g Hz cannot be requested", rate)};
         }

@@ -29,7 +29,7 @@
 
 namespace norv::tool {
 
-// Told before `main` begins; `main` shows groups in the order of their names.
+// Registered before `main` starts; `main` shows groups in the order of their names.
 class group {
   public:
     using declaration = void (*)(CLI::App&);

@@ -12,9 +12,8 @@ class confirmation {
     // Adds --yes to the command.
     void offer_yes(CLI::App& command);
 
-    // Says what will be done ("erase 0x0 to 0x20000 of the SPI flash") and returns when that is wanted: --yes
-    // was given, or the user says so at the terminal. Throws otherwise; without a terminal nobody can be
-    // asked, and --yes is needed.
+    // Says what will be done ("erase 0x0 to 0x20000 of the SPI flash") and returns if the user agrees, by --yes or
+    // at the terminal. Throws otherwise; without a terminal, --yes is required.
     void ask(const std::string& plan) const;
 
   private:

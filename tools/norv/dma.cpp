@@ -49,7 +49,7 @@ struct releaser {
 };
 using process_memory = std::unique_ptr<void, releaser>;
 
-// Whole pages, as drivers insist on them. Null when there is no such memory.
+// Whole pages, which drivers require. Null when there is no such memory.
 process_memory pages(uint64_t size) {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     if (size > SIZE_MAX - page) {
@@ -70,7 +70,7 @@ class buffer {
     buffer(const buffer&) = delete;
     buffer& operator=(const buffer&) = delete;
 
-    // The pieces of memory that a device would be told, as the driver describes them.
+    // The pieces of memory that a device would get, as the driver describes them.
     std::vector<bytes> pieces() {
         void* entries = nullptr;
         uint64_t count = 0;
@@ -129,7 +129,7 @@ class buffer {
     norv_linux_dma_t* handle_ = nullptr;
 };
 
-// Makes a buffer, uses it as a program would, and tells its pieces.
+// Makes a buffer, uses it as a program would, and returns its pieces.
 std::vector<bytes> try_out(manager& of, const std::string& kind, uint64_t size) {
     buffer made{of, kind, size};
     made.check();

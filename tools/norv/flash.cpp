@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // norv flash: the SPI flash (all its partitions concatenated) or an eMMC. Ctrl-C stops between two blocks, and the
-// command that goes on from there is told.
+// command that continues from there is printed.
 #include "norv_linux_flash.h"
 
 #include <sys/ioctl.h>
@@ -154,7 +154,7 @@ class operation {
     uint64_t cursor() const { return cursor_; }
 
   private:
-    // Blocks that are bad lie between: of the SPI flash the cursor is behind the block of the last step.
+    // Blocks that are bad lie between: of the SPI flash the cursor is after the block of the last step.
     void advance(uint64_t address, uint64_t remaining) {
         done_ = total_ - std::min(remaining, total_);
         cursor_ = on_.is_emmc() ? start_ + done_ : on_.block_end(address);
@@ -432,7 +432,7 @@ struct write {
         }
     }
 
-    // An eMMC needs no erasing. The library writes whole chunks: what is behind the data is written back as
+    // An eMMC needs no erasing. The library writes whole chunks: what is after the data is written back as
     // it is.
     void write_emmc(flash& opened, bytes& data) {
         const auto size = static_cast<uint32_t>(data.size());

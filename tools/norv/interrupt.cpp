@@ -23,7 +23,7 @@ void on_interrupt(int) {
     errno = saved;
 }
 
-// Waits that a signal cuts short go on with the time that is left.
+// Waits that a signal interrupts continue with the time that is left.
 int remaining(uint64_t end) {
     const uint64_t now = norv_time_get_ms();
     return now < end ? static_cast<int>(end - now) : 0;

@@ -7,7 +7,7 @@ namespace norv::tool {
 
 namespace {
 
-// However the wait ends, nobody listens any more.
+// However the wait ends, the interrupt is disabled.
 class disable_at_end {
   public:
     explicit disable_at_end(irq_source& source) : source_{source} {}

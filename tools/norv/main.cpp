@@ -32,7 +32,7 @@ std::string furthest_command(const CLI::App* command) {
     return words;
 }
 
-// CLI11's own statuses are many; help and version are no mistakes.
+// CLI11's own statuses are many; help and version are not failures.
 int report_parse_end(const CLI::App& tool, const CLI::ParseError& end) {
     if (end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         std::ostringstream shown;

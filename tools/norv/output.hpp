@@ -12,10 +12,10 @@ namespace norv::tool {
 // device would get; and a reader that goes away is found by `print`, so that the command ends in good order.
 void prepare_output();
 
-// Nobody reads the pipe any more.
+// The pipe has no reader any longer.
 class reader_gone : public std::exception {
   public:
-    const char* what() const noexcept override { return "standard output: EPIPE: nobody reads it"; }
+    const char* what() const noexcept override { return "standard output: EPIPE: it has no reader"; }
 };
 
 // Throws a failure, or reader_gone, when not all of it is written.

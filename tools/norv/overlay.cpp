@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// norv overlay: device-tree overlays, which tell the kernel what hardware there is.
+// norv overlay: device-tree overlays, which describe hardware to the kernel.
 #include <unistd.h>
 
 #include <filesystem>
@@ -93,7 +93,7 @@ struct load_overlay {
 
     void load() const {
         const uint32_t status = norv_dt_load_overlay(called.c_str(), file.c_str());
-        // The name was free: it is not somebody else's overlay that would go.
+        // The name was free: no other program's overlay would be removed.
         if (status != NORV_STATUS_OK && status != status_of(EEXIST)) {
             norv_dt_unload_overlay(called.c_str());
         }

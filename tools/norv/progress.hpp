@@ -14,7 +14,7 @@ class progress {
     progress(std::string title, uint64_t total);
     ~progress();
 
-    // Tells how much of the total is done.
+    // Reports how much of the total is done.
     void advance(uint64_t done);
 
     progress(const progress&) = delete;

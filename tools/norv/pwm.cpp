@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// norv pwm: channels of PWM chips. What a command sets up stays, and goes on after its end.
+// norv pwm: channels of PWM chips. What a command sets up stays, and continues after its end.
 #include "norv_linux_pwm.h"
 
 #include <cmath>

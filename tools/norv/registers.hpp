@@ -8,7 +8,7 @@
 //         const mapped_device& description() const;
 //         norv_mcb_bus_t& bus();
 //
-//         static uint32_t serve(const pci_identity& pci);            tells the kernel's driver
+//         static uint32_t serve(const pci_identity& pci);            gives it to the kernel's driver
 //         static constexpr auto no_driver = "no driver; ...";        the usual cause when it is missing
 //     };
 #pragma once
@@ -92,7 +92,8 @@ struct write_registers {
     void declare(CLI::App& command) {
         on.declare(command);
         from.declare(command);
-        command.add_option("VALUE", values, "32 bits; more go to the registers behind")->required();
+        command.add_option("VALUE", values, "32 bits; further values go to the following registers")
+            ->required();
     }
 
     void run() {

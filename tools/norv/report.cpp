@@ -11,7 +11,7 @@ void report::offer_json(CLI::App& command) {
 }
 
 void report::show(const std::string& text, const json& document) const {
-    // Bytes that are no UTF-8, from a file or a device, must not end the program.
+    // Bytes that are not UTF-8, from a file or a device, must not end the program.
     const std::string line =
         json_ ? printable_json(document.dump(-1, ' ', false, json::error_handler_t::replace))
               : printable_lines(text);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a command has read: text for people, or JSON for programs (--json).
 //
-// A command that answers once shows one document; one that goes on (watch, dump) shows a document per line
+// A command that answers once shows one document; one that keeps running (watch, dump) shows a document per line
 // for as long as it runs. Every line is out before `show` returns, so that a pipe gets it at once.
 #pragma once
 

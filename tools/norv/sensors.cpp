@@ -50,7 +50,7 @@ struct reading {
     }
 };
 
-// Supplies have a name behind the number of their channel: voltage0_vccint; external inputs, whose range is
+// Supplies have a name after the number of their channel: voltage0_vccint; external inputs, whose range is
 // the lower one, have none.
 bool is_external(const std::string& channel) {
     return channel.find('_') == std::string::npos;

@@ -12,7 +12,7 @@ namespace norv::tool {
 namespace {
 
 // The bytes of a character of UTF-8 by its first two: what begins an overlong form, a surrogate or a number
-// above U+10FFFF is no character.
+// above U+10FFFF is not a character.
 size_t expected_length(unsigned char first, unsigned char second) {
     if (first < 0x80) {
         return 1;

@@ -33,7 +33,7 @@ class socket {
 
     int descriptor() const { return uevent_.fd; }
 
-    // What the kernel had to drop is no reason to miss the rest.
+    // What the kernel had to drop does not affect the rest.
     void poll(norv_uevent_handler handler, void* user) {
         const uint32_t status = norv_uevent_poll(&uevent_, handler, user);
         if (status == status_of(ENOBUFS)) {

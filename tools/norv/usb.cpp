@@ -41,7 +41,7 @@ json document(const norv_uevent_device_t& device) {
             {"nodes", nodes}};
 }
 
-// The list of the devices; `handler` is told of changes while it lives.
+// The list of the devices; `handler` is called for changes while it lives.
 class device_list {
   public:
     device_list(norv_uevent_parse_handler handler, void* user) {
@@ -57,7 +57,7 @@ class device_list {
     int descriptor() { return norv_uevent_parse_get_fd(&parser_); }
     void poll() { must("usb", norv_uevent_parse_poll(&parser_), usual); }
 
-    // A node that belongs to no device is told with the list's head in place of one.
+    // A node that belongs to no device is reported with the list's head in place of one.
     bool holds(const norv_uevent_device_t* device) const { return &device->link != &list_->devices; }
 
     template <typename Visit>
@@ -133,7 +133,7 @@ struct watch {
         });
     }
 
-    // A device is told again with each node, also with those that it does not get.
+    // A device is reported again with each node, also with those that it does not get.
     void take(const norv_uevent_device_t& device) {
         const auto known = known_nodes.find(device.syspath);
         if (device.action == NORV_UEVENT_ACTION_REMOVE) {

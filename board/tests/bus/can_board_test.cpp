@@ -450,7 +450,7 @@ class error_listener {
     error_listener& operator=(const error_listener&) = delete;
 
     // Waits for an error frame that has one of these flags: of its identifier, or of its second byte.
-    bool hears(canid_t kind, uint8_t detail) const {
+    bool receives(canid_t kind, uint8_t detail) const {
         pollfd request = {descriptor_, POLLIN, 0};
         can_frame frame = {};
         while (poll(&request, 1, plenty) == 1 && ::read(descriptor_, &frame, sizeof frame) > 0) {
@@ -494,7 +494,7 @@ TEST_F(CanBusOnBoard, AFrameOfALoneNodeIsSentOnceAnotherNodeAcknowledgesIt) {
     const std::string sent_before = sent_frames();
     context near(controllers[0]);
     write(near.add(0x001), frame_of(0x123, 7));
-    EXPECT_TRUE(errors.hears(CAN_ERR_CRTL, CAN_ERR_CRTL_TX_PASSIVE));
+    EXPECT_TRUE(errors.receives(CAN_ERR_CRTL, CAN_ERR_CRTL_TX_PASSIVE));
     EXPECT_EQ(sent_frames(), sent_before);
     context far(controllers[1]);
     norv_linux_can_raw_t* receiver = far.add(0x123);
@@ -523,7 +523,7 @@ TEST_F(CanBusOnBoard, ANodeWithAnotherBitRateTakesTheSenderOffTheBus) {
     context far(controllers[1]);
     norv_linux_can_raw_t* receiver = far.add(0x123);
     write(near.add(0x001), frame_of(0x123));
-    EXPECT_TRUE(errors.hears(CAN_ERR_BUSOFF, 0));
+    EXPECT_TRUE(errors.receives(CAN_ERR_BUSOFF, 0));
     EXPECT_EQ(sent_frames(), sent_before);
     EXPECT_EQ(read_status(receiver, 0), NORV_STATUS_AGAIN);
     EXPECT_EQ(norv::board::attribute(std::string("/sys/class/net/") + controllers[0] + "/carrier"), "0");

@@ -127,16 +127,18 @@ TEST_F(I2cOnBoard, WriteThenReadDoesBoth) {
 
 TEST_F(I2cOnBoard, AtAnUnansweredAddressEveryTransferFails) {
     const uint32_t expected = errno_status(ENXIO);
-    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::nobody, 0, data.data(), 1), expected);
-    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::nobody, 0, "x", 1), expected);
-    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::nobody, data.data(), 1), expected);
-    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::nobody, "x", 1), expected);
-    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, norv::board::nobody, "x", 1, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_read(&bus, norv::board::absent_address, 0, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::absent_address, 0, "x", 1), expected);
+    EXPECT_EQ(norv_linux_i2c_raw_read(&bus, norv::board::absent_address, data.data(), 1), expected);
+    EXPECT_EQ(norv_linux_i2c_raw_write(&bus, norv::board::absent_address, "x", 1), expected);
+    EXPECT_EQ(norv_linux_i2c_write_then_read(&bus, norv::board::absent_address, "x", 1, data.data(), 1),
+              expected);
     EXPECT_THAT(data, Each(9));
 }
 
 TEST_F(I2cOnBoard, AnAddressAbove7BitsIsNotRefusedByTheKernel) {
-    EXPECT_EQ(norv_linux_i2c_read(&bus, 0x80 + norv::board::nobody, 0, data.data(), 1), errno_status(ENXIO));
+    EXPECT_EQ(norv_linux_i2c_read(&bus, 0x80 + norv::board::absent_address, 0, data.data(), 1),
+              errno_status(ENXIO));
     // The adapter has put the low 7 bits on the bus, where another chip may have that address.
     EXPECT_EQ(norv_linux_i2c_write(&bus, norv::board::registers, 0x10, "\x42", 1), 0U);
     EXPECT_EQ(norv_linux_i2c_read(&bus, 0x80 + norv::board::registers, 0x10, data.data(), 1), 0U);

@@ -69,11 +69,11 @@ TEST_F(I2cBusOnBoard, TheReadBitOfAn8BitAddressIsDropped) {
 }
 
 TEST_F(I2cBusOnBoard, A7BitAddressAbove0x7FIsPassedOnToTheAdapter) {
-    EXPECT_EQ(bus.read_reg(&bus, 0x80 + norv::board::nobody, 0, data), errno_status(ENXIO));
+    EXPECT_EQ(bus.read_reg(&bus, 0x80 + norv::board::absent_address, 0, data), errno_status(ENXIO));
 }
 
 TEST_F(I2cBusOnBoard, AnUnansweredAddressGivesTheStatusOfTheTransfer) {
-    EXPECT_EQ(bus.read_reg(&bus, norv::board::nobody, 0, data), errno_status(ENXIO));
+    EXPECT_EQ(bus.read_reg(&bus, norv::board::absent_address, 0, data), errno_status(ENXIO));
 }
 
 TEST_F(I2cBusOnBoard, AnAdapterWithSmbusOnlyIsNotAvailableAndIsClosed) {

@@ -19,7 +19,7 @@ constexpr uint8_t refusing_registers = 0x21;   // register 2 refuses data
 constexpr uint8_t stretching_register = 0x10;  // of the same chip: holds the clock low
 constexpr uint16_t longest_message = 255;      // the adapter's default
 constexpr uint8_t eeprom = 0x50;
-constexpr uint8_t nobody = 0x30;
+constexpr uint8_t absent_address = 0x30;
 
 inline uint32_t errno_status(int error) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error));

@@ -60,7 +60,7 @@ class TtcOnBoard : public testing::Test {
         norv_uio_write_32(&timer, counter_control, interval_mode | restart);
     }
 
-    // Whether the interval was reached since the last call. Other bits tell of matches.
+    // Whether the interval was reached since the last call. Other bits report matches.
     bool acknowledge() { return (norv_uio_read_32(&timer, interrupt_status) & interval_reached) != 0; }
 
     norv_uio_t* timer = nullptr;

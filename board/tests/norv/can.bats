@@ -64,5 +64,5 @@ dump_in_background() {
         ! grep --quiet "^ *$interface " /proc/net/can/rcvlist_* || return 0
         sleep 0.1
     done
-    fail "nobody receives on $interface"
+    fail "no socket receives on $interface"
 }

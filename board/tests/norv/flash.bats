@@ -111,7 +111,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
 }
 
 @test "flash: CtrlCCancelsAReadAndTheCommandThatIsToldGoesOn" {
-    # The read goes on after the image, for longer than the test takes from one look to the next.
+    # The read continues after the image, for longer than the test takes from one look to the next.
     random 1048576
     norv flash write --yes --address 0x800000 --end 0x920000 "$image"
     norv_behind flash read "$image.back" --address 0x800000 --length 3145728
@@ -166,7 +166,7 @@ holds() {
     cmp "$image" "$image.back"
 }
 
-# Runs the command that the tool in the background has told.
+# Runs the command that the tool in the background has printed.
 go_on() {
     local command
     command=$(sed -n 's/^    norv //p' "$BATS_TEST_TMPDIR/background")

@@ -62,7 +62,7 @@ load ../../../tests/norv/support
     norv gpio set 16=0
     mkfifo "$BATS_TEST_TMPDIR/pipe"
     "$NORV" gpio watch 17 >"$BATS_TEST_TMPDIR/pipe" 3>&- &
-    # The start is read, and the next edge finds nobody.
+    # The start is read, and no reader waits for the next edge.
     head -n 1 "$BATS_TEST_TMPDIR/pipe"
     "$NORV" gpio set 16=1
     wait_until test ! -e /sys/class/gpio/gpio17

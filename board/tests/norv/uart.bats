@@ -84,5 +84,5 @@ wait_for_open_port() {
         ! stty --file="/dev/ttyS$1" --all | grep --quiet -- -icanon || return 0
         sleep 0.1
     done
-    fail "nobody has opened ttyS$1"
+    fail "no process has opened ttyS$1"
 }

@@ -51,7 +51,7 @@ is_wrong_usage() {
 }
 
 # As on a system of another kind: the few programs that these scripts call, and none of Debian's.
-@test "a machine without Debian's packages is told what it lacks" {
+@test "a machine without Debian's packages is shown what it lacks" {
     local program
     mkdir "$scratch/few"
     for program in bash cut dirname env grep mkdir mktemp mv rm sha256sum; do
