@@ -40,7 +40,7 @@ setup() { image=$BATS_TEST_TMPDIR/image; }
     norv flash write --yes "$0"
     norv flash erase --length 0x20000
     is_wrong_usage "This will erase 131072 bytes from 0x0 to 0x20000 of the flash (SPI flash)."
-    [[ $stderr == *"say --yes"* ]]
+    [[ $stderr == *"use --yes"* ]]
     norv flash read - --length 2
     [[ $output == "#!" ]]
 }
