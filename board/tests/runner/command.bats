@@ -38,7 +38,7 @@ load support
 
 @test "output arrives while the command runs" {
     local first board_pid status=0
-    exec {lines}< <("$runner" sh -c 'echo first; exec sleep 1000' </dev/null 3>&-)
+    exec {lines}< <(exec "$runner" sh -c 'echo first; exec sleep 1000' </dev/null 3>&-)
     board_pid=$!
     read -r -u "$lines" first
     expect 'first line' first "$first"
