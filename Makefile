@@ -97,9 +97,7 @@ board-kernels: build ## Run the board tests on the kernels of Debian 11, 12 and 
 	@tools/board-kernels build/release
 
 soak: build ## Move a mebibyte through an emulated serial port, and plug 200 emulated USB devices in and out
-	@NORV_LONG_SOAK=1 board/run --time-limit 900 --module norv_board_uart -- build/release/board/tests/uart_board_test --gtest_filter='*NothingIsLost*'
-	@NORV_LONG_SOAK=1 board/run --time-limit 1200 --module xhci_pci --module usbhid --module hid_generic --module evdev -- \
-		build/release/board/tests/uevent_parse_board_test --gtest_filter='*ManyReal*'
+	@tools/soak build/release
 
 fuzz: setup-check ## Run each fuzz target for FUZZ_SECONDS (30)
 	@tools/build fuzz
