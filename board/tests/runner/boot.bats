@@ -4,11 +4,7 @@
 
 load support
 
-setup() {
-    cd "$BATS_TEST_DIRNAME/../../.."
-    scratch=$(mktemp --directory --tmpdir="$project/build")
-    export NORV_BOARD_ACCEL=tcg
-}
+setup_file() { export NORV_BOARD_ACCEL=tcg; }
 
 # unstartable CI_VALUE: runs a board that cannot be started, with CI set to this value.
 unstartable() { CI=$1 board --qemu-arg -no-such-option true; }
