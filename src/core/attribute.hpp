@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "core/descriptor.hpp"
+#include "core/status.hpp"
 #include "norv_file.h"
 
 namespace norv {
@@ -23,8 +24,8 @@ class attribute {
     // Writes a text with its NUL. Returns the status of the open if that failed, otherwise that of the write.
     template <typename... values>
     uint32_t write(uint32_t maximum, const char* format, values... text_values) const {
-        return status_ != NORV_STATUS_OK ? status_
-                                         : norv_write_string(file_.get(), maximum, format, text_values...);
+        NORV_TRY(status_);
+        return norv_write_string(file_.get(), maximum, format, text_values...);
     }
 
     uint32_t status() const { return status_; }

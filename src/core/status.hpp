@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a failed kernel call becomes a status.
+// How a failed kernel call becomes a status, and how a status is passed on.
 #pragma once
 
 #include <cerrno>
@@ -22,3 +22,12 @@ inline uint32_t status_of(int64_t result) {
 }
 
 }  // namespace norv
+
+// Returns from the calling function with the status of an expression, unless that is 0.
+#define NORV_TRY(expression)                           \
+    do {                                               \
+        const uint32_t norv_try_status = (expression); \
+        if (norv_try_status != NORV_STATUS_OK) {       \
+            return norv_try_status;                    \
+        }                                              \
+    } while (false)

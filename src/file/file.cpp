@@ -45,10 +45,7 @@ uint32_t transfer_device(uint32_t flags, void* buffer, uint32_t* length, const c
     if (length == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const uint32_t status = norv_open_device_va(flags, file.out(), format, values);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv_open_device_va(flags, file.out(), format, values));
     return norv_iorw_nonblock(file.get(), buffer, length, (flags & O_ACCMODE) == O_WRONLY);
 }
 
