@@ -41,6 +41,14 @@ const char* digit(bool value) {
     return value ? "1" : "0";
 }
 
+uint32_t export_and_open(norv_linux_gpio_t* gpio) {
+    if (!is_exported(gpio->number)) {
+        NORV_TRY(write_global("export", gpio->number));
+    }
+    return norv_open_device(O_RDWR | O_CLOEXEC, &gpio->value_descriptor, "/sys/class/gpio/gpio%d/%s",
+                            gpio->number, "value");
+}
+
 }  // namespace
 
 uint32_t norv_linux_gpio_open(uint32_t number, norv_linux_gpio_t* gpio) {
@@ -48,11 +56,7 @@ uint32_t norv_linux_gpio_open(uint32_t number, norv_linux_gpio_t* gpio) {
         return NORV_STATUS_INVALID_ARG;
     }
     *gpio = {number, -1};
-    uint32_t status = is_exported(number) ? NORV_STATUS_OK : write_global("export", number);
-    if (status == NORV_STATUS_OK) {
-        status = norv_open_device(O_RDWR | O_CLOEXEC, &gpio->value_descriptor, "/sys/class/gpio/gpio%d/%s",
-                                  number, "value");
-    }
+    const uint32_t status = export_and_open(gpio);
     if (status != NORV_STATUS_OK) {
         // quirk 38: the line stays exported.
         norv::close_descriptor(gpio->value_descriptor);
@@ -104,14 +108,12 @@ uint32_t norv_linux_gpio_get_value(norv_linux_gpio_t* gpio, uint8_t* value) {
         return NORV_STATUS_INVALID_ARG;
     }
     char text[2] = {};
-    uint32_t status = norv::status_of(lseek(gpio->value_descriptor, 0, SEEK_SET));
-    if (status == NORV_STATUS_OK) {
-        status = norv::status_of(read(gpio->value_descriptor, text, sizeof text));
-    }
-    if (status == NORV_STATUS_OK && value != nullptr) {
+    NORV_TRY(norv::status_of(lseek(gpio->value_descriptor, 0, SEEK_SET)));
+    NORV_TRY(norv::status_of(read(gpio->value_descriptor, text, sizeof text)));
+    if (value != nullptr) {
         *value = text[0] == '1' ? 1 : 0;
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_gpio_wait_irq(norv_linux_gpio_t* gpio, uint32_t timeout) {

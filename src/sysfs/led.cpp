@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/status.hpp"
 #include "norv_file.h"
 
 namespace {
@@ -36,8 +37,8 @@ uint32_t norv_linux_led_set_brightness(const char* name, int32_t brightness) {
 }
 
 uint32_t norv_linux_led_set_delay(const char* name, int32_t on, int32_t off) {
-    const uint32_t status = write_number(name, "delay_on", on);
-    return status != NORV_STATUS_OK ? status : write_number(name, "delay_off", off);
+    NORV_TRY(write_number(name, "delay_on", on));
+    return write_number(name, "delay_off", off);
 }
 
 uint32_t norv_linux_led_trigger_shot(const char* name) {

@@ -65,20 +65,12 @@ uint32_t norv_linux_pwm_get_nchannel(uint32_t chip, uint32_t* count) {
         return NORV_STATUS_INVALID_ARG;
     }
     int32_t file = -1;
-    const uint32_t opened =
-        norv_open_device(O_RDONLY | O_CLOEXEC, &file, "/sys/class/pwm/pwmchip%d/%s", chip, "npwm");
-    if (opened != NORV_STATUS_OK) {
-        return opened;
-    }
+    NORV_TRY(norv_open_device(O_RDONLY | O_CLOEXEC, &file, "/sys/class/pwm/pwmchip%d/%s", chip, "npwm"));
     char text[3] = {};
-    uint32_t status = norv::status_of(lseek(file, 0, SEEK_SET));
-    if (status == NORV_STATUS_OK) {
-        // quirk 46: two digits at most.
-        status = norv::status_of(read(file, text, sizeof text - 1));
-    }
-    if (status != NORV_STATUS_OK) {
-        return status;  // quirk 47: the descriptor stays open
-    }
+    // quirk 47: if this or the read fails, the descriptor stays open.
+    NORV_TRY(norv::status_of(lseek(file, 0, SEEK_SET)));
+    // quirk 46: two digits at most.
+    NORV_TRY(norv::status_of(read(file, text, sizeof text - 1)));
     *count = static_cast<uint32_t>(strtoul(text, nullptr, 10));
     norv::close_descriptor(file);
     return NORV_STATUS_OK;
@@ -106,9 +98,7 @@ uint32_t norv_linux_pwm_get_capture(norv_linux_pwm_t* pwm, uint32_t* period, uin
         return NORV_STATUS_INVALID_ARG;
     }
     const norv::attribute capture = channel_attribute(pwm, O_RDONLY, "capture");
-    if (capture.status() != NORV_STATUS_OK) {
-        return capture.status();
-    }
+    NORV_TRY(capture.status());
     char text[129] = {};
     int32_t values[2] = {};
     // quirk 48: how much was read is not checked, and a number that the text lacks is 0. The status is taken
