@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/attribute.hpp"
+#include "core/status.hpp"
 
 // The number is printed signed: quirk 2.
 uint32_t norv_fpga_program(uint32_t index, const char* firmware) {
@@ -18,9 +19,7 @@ uint32_t norv_fpga_is_program_done(uint32_t index, bool* done) {
     }
     char state[16];
     // The last byte is dropped: quirk 5.
-    const uint32_t status = norv::read_text(state, "/sys/class/fpga_manager/fpga%d/state", index);
-    if (status == NORV_STATUS_OK) {
-        *done = strcmp(state, "operating") == 0;
-    }
-    return status;
+    NORV_TRY(norv::read_text(state, "/sys/class/fpga_manager/fpga%d/state", index));
+    *done = strcmp(state, "operating") == 0;
+    return NORV_STATUS_OK;
 }

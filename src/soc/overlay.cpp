@@ -46,25 +46,16 @@ uint32_t read_applied(const char* name, bool* applied) {
 uint32_t copy_file(const char* path, const overlay_directory& directory) {
     norv::scoped_descriptor file;
     *file.out() = open(path, O_RDONLY | O_CLOEXEC);
-    uint32_t status = status_of(file.get());
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(status_of(file.get()));
     struct stat found {};
-    status = status_of(fstat(file.get(), &found));
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(status_of(fstat(file.get(), &found)));
     const auto size = static_cast<size_t>(found.st_size);
     const norv::scoped_memory content(norv_malloc(size));
     if (content.get() == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
     const int64_t count = read(file.get(), content.get(), size);
-    status = status_of(count);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(status_of(count));
     norv::close_descriptor(*file.out());
     // quirk 1: a failed read whose errno has the status 0 has read nothing.
     auto length = static_cast<uint32_t>(std::max(count, int64_t{0}));
@@ -79,18 +70,13 @@ uint32_t norv_dt_load_overlay(const char* name, const char* path) {
         return NORV_STATUS_INVALID_ARG;
     }
     // quirk 73: an existing directory is a failure because mkdir(2) says so.
-    uint32_t status = status_of(mkdir(directory.path(), 0777));
-    if (status == NORV_STATUS_OK) {
-        // quirk 72: the directory stays after a failure, so that the kernel's view can be inspected.
-        status = copy_file(path, directory);
-    }
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(status_of(mkdir(directory.path(), 0777)));
+    // quirk 72: the directory stays after a failure, so that the kernel's view can be inspected.
+    NORV_TRY(copy_file(path, directory));
     // The kernel accepts any file; only the status shows whether it was applied.
     bool applied = false;
-    status = read_applied(name, &applied);
-    return status == NORV_STATUS_OK && !applied ? NORV_STATUS_NOT_APPLIED : status;
+    NORV_TRY(read_applied(name, &applied));
+    return applied ? NORV_STATUS_OK : NORV_STATUS_NOT_APPLIED;
 }
 
 uint32_t norv_dt_has_overlay(const char* name, bool* applied) {

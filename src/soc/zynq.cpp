@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "core/attribute.hpp"
+#include "core/status.hpp"
 
 namespace {
 
@@ -31,21 +32,17 @@ long number_in(const char* text) {
 template <typename key>
 uint32_t read_number(const char* path_format, key name, long* number) {
     char text[text_size];
-    const uint32_t status = norv::read_text(text, path_format, name);
-    if (status == NORV_STATUS_OK) {
-        *number = number_in(text);
-    }
-    return status;
+    NORV_TRY(norv::read_text(text, path_format, name));
+    *number = number_in(text);
+    return NORV_STATUS_OK;
 }
 
 // Leaves the number unchanged if the attribute cannot be read.
 uint32_t read_real(const char* path_format, const char* name, float* number) {
     char text[text_size];
-    const uint32_t status = norv::read_text(text, path_format, name);
-    if (status == NORV_STATUS_OK) {
-        *number = static_cast<float>(strtod(text, nullptr));
-    }
-    return status;
+    NORV_TRY(norv::read_text(text, path_format, name));
+    *number = static_cast<float>(strtod(text, nullptr));
+    return NORV_STATUS_OK;
 }
 
 uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
@@ -53,11 +50,9 @@ uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
         return NORV_STATUS_INVALID_ARG;
     }
     long number = 0;
-    const uint32_t status = read_number(path_format, index, &number);
-    if (status == NORV_STATUS_OK) {
-        *rate = static_cast<uint32_t>(number);
-    }
-    return status;
+    NORV_TRY(read_number(path_format, index, &number));
+    *rate = static_cast<uint32_t>(number);
+    return NORV_STATUS_OK;
 }
 
 // A value outside the range becomes the nearest integer in it, and NaN becomes 0.
@@ -83,12 +78,10 @@ uint32_t measure_temperature(const char* channel, int32_t* temperature) {
     // quirk 79: an offset or scale that cannot be read is 0.
     read_real(sensor_offset, channel, &offset);
     read_real(sensor_scale, channel, &scale);
-    const uint32_t status = read_real(sensor_raw, channel, &raw);
-    if (status == NORV_STATUS_OK) {
-        // The scale is in thousandths of a degree.
-        *temperature = rounded((raw + offset) * scale / 10.0F);
-    }
-    return status;
+    NORV_TRY(read_real(sensor_raw, channel, &raw));
+    // The scale is in thousandths of a degree.
+    *temperature = rounded((raw + offset) * scale / 10.0F);
+    return NORV_STATUS_OK;
 }
 
 }  // namespace
@@ -100,10 +93,7 @@ uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate) {
     char text[text_size];
     // quirk 76: printed signed, so 2^31 Hz or more become negative.
     snprintf(text, sizeof text, "%d", *rate);
-    const uint32_t status = norv::write_text(text, zynq_rate, index);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::write_text(text, zynq_rate, index));
     // quirk 75: read into the buffer of the requested rate, which is returned if the read fails, because the
     // clock was set.
     uint32_t length = sizeof text - 1;
@@ -127,12 +117,10 @@ uint32_t norv_zynq_get_temperature(int32_t* temperature) {
         return NORV_STATUS_INVALID_ARG;
     }
     long raw = 0;
-    const uint32_t status = read_number(sensor_raw, "temp0", &raw);
-    if (status == NORV_STATUS_OK) {
-        // quirk 82: an int.
-        *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
-    }
-    return status;
+    NORV_TRY(read_number(sensor_raw, "temp0", &raw));
+    // quirk 82: an int.
+    *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int32_t* voltage) {
@@ -140,11 +128,9 @@ uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int32_t* vol
         return NORV_STATUS_INVALID_ARG;
     }
     long raw = 0;
-    const uint32_t status = read_number(sensor_raw, channel, &raw);
-    if (status == NORV_STATUS_OK) {
-        *voltage = rounded(static_cast<float>(raw) * (low_range ? 1000.0F : 3000.0F) * per_step);
-    }
-    return status;
+    NORV_TRY(read_number(sensor_raw, channel, &raw));
+    *voltage = rounded(static_cast<float>(raw) * (low_range ? 1000.0F : 3000.0F) * per_step);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_zynqmp_get_fclk_freq(uint32_t index, uint32_t* rate) {
@@ -167,9 +153,7 @@ uint32_t norv_zynqmp_get_voltage(const char* channel, int32_t* voltage) {
     float scale = 0;
     // quirk 80: a missing raw value is 0, and a missing scale is a failure.
     read_real(sensor_raw, channel, &raw);
-    const uint32_t status = read_real(sensor_scale, channel, &scale);
-    if (status == NORV_STATUS_OK) {
-        *voltage = rounded(raw * scale);
-    }
-    return status;
+    NORV_TRY(read_real(sensor_scale, channel, &scale));
+    *voltage = rounded(raw * scale);
+    return NORV_STATUS_OK;
 }
