@@ -82,9 +82,7 @@ void parse_uevent_line(const char* line, norv_uio_info_t* info) {
 
 uint32_t highest_index(const char* directory, int32_t* index) {
     const directory_entries entries(directory);
-    if (entries.status() != NORV_STATUS_OK) {
-        return entries.status();
-    }
+    NORV_TRY(entries.status());
     *index = -1;
     for (const dirent* entry : entries) {
         *index = std::max(*index, index_of(entry->d_name));
@@ -120,11 +118,7 @@ uint32_t open_node(const char* device_class, mapped_node& node) {
 
 uint32_t map_region(const char* device_class, mapped_node& node) {
     char size[24];
-    const uint32_t status =
-        read_text(size, "/sys/class/%s/%s%d/maps/map0/size", device_class, device_class, node.index);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(read_text(size, "/sys/class/%s/%s%d/maps/map0/size", device_class, device_class, node.index));
     node.map_size = strtoul(size, nullptr, 0);
     node.map =
         mmap(nullptr, memory_size(node.map_size), PROT_READ | PROT_WRITE, MAP_SHARED, node.descriptor, 0);

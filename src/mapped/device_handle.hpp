@@ -8,6 +8,7 @@
 
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
+#include "core/status.hpp"
 #include "mapped/class_device.hpp"
 #include "norv_base.h"
 
@@ -30,6 +31,12 @@ uint32_t allocate_handle(uint32_t index, device** handle) {
     return NORV_STATUS_OK;
 }
 
+template <typename device, typename function>
+uint32_t allocate_and_set_up(uint32_t index, device** handle, function set_up) {
+    NORV_TRY(allocate_handle(index, handle));
+    return set_up();
+}
+
 // Allocates the handle and sets the device up. Each failure ends in `close`, which makes the variable null.
 // quirk 157: without memory that closes the handle which the variable still held.
 template <typename device, typename function>
@@ -37,10 +44,7 @@ uint32_t open_handle(uint32_t index, device** handle, function set_up, void (*cl
     if (handle == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status = allocate_handle(index, handle);
-    if (status == NORV_STATUS_OK) {
-        status = set_up();
-    }
+    const uint32_t status = allocate_and_set_up(index, handle, set_up);
     if (status != NORV_STATUS_OK) {
         close(handle);
     }

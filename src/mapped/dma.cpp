@@ -74,20 +74,15 @@ uint32_t allocate_handle(norv_linux_dma_t** buffer, int32_t* manager, uint64_t s
 
 uint32_t create_memory(norv_linux_dma& buffer, uint64_t address) {
     create_request request = {buffer.size, buffer.type, 0, -1, 0, address};
-    const uint32_t status = manager_ioctl(buffer, request_create, &request);
-    if (status == NORV_STATUS_OK) {
-        buffer.descriptor = request.descriptor;
-    }
-    return status;
+    NORV_TRY(manager_ioctl(buffer, request_create, &request));
+    buffer.descriptor = request.descriptor;
+    return NORV_STATUS_OK;
 }
 
 uint32_t create(int32_t* manager, uint64_t size, allocation_type type, const void* memory,
                 norv_linux_dma_t** buffer) {
-    uint32_t status = allocate_handle(buffer, manager, size, type);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
-    status = create_memory(**buffer, reinterpret_cast<uintptr_t>(memory));
+    NORV_TRY(allocate_handle(buffer, manager, size, type));
+    const uint32_t status = create_memory(**buffer, reinterpret_cast<uintptr_t>(memory));
     if (status != NORV_STATUS_OK) {
         release_handle(buffer);
     }
@@ -166,11 +161,9 @@ uint32_t norv_linux_dma_create_by_reserved(int32_t* manager, uint64_t size, norv
 
 uint32_t norv_linux_dma_create_by_fd(int32_t* manager, int32_t descriptor, uint64_t size,
                                      norv_linux_dma_t** buffer) {
-    const uint32_t status = allocate_handle(buffer, manager, size, type_adopted);
-    if (status == NORV_STATUS_OK) {
-        (*buffer)->descriptor = descriptor;
-    }
-    return status;
+    NORV_TRY(allocate_handle(buffer, manager, size, type_adopted));
+    (*buffer)->descriptor = descriptor;
+    return NORV_STATUS_OK;
 }
 
 // quirk 89: the mapping and the entries stay. Callers unmap and unlock first, and a mapping may outlive its
@@ -196,9 +189,11 @@ uint32_t norv_linux_dma_map_mem(norv_linux_dma_t** buffer, void** memory) {
         return NORV_STATUS_INVALID_ARG;
     }
     // The record keeps one mapping: after a second one, the first could not be unmapped.
-    const uint32_t status = held_buffer->mapping == nullptr ? map_whole(*held_buffer) : NORV_STATUS_OK;
+    if (held_buffer->mapping == nullptr) {
+        NORV_TRY(map_whole(*held_buffer));
+    }
     *memory = held_buffer->mapping;
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
@@ -209,12 +204,9 @@ uint32_t norv_linux_dma_unmap_mem(norv_linux_dma_t** buffer) {
     if (held_buffer->mapping == nullptr) {
         return NORV_STATUS_OK;
     }
-    const uint32_t status =
-        norv::status_of(munmap(held_buffer->mapping, norv::memory_size(held_buffer->size)));
-    if (status == NORV_STATUS_OK) {
-        held_buffer->mapping = nullptr;
-    }
-    return status;
+    NORV_TRY(norv::status_of(munmap(held_buffer->mapping, norv::memory_size(held_buffer->size))));
+    held_buffer->mapping = nullptr;
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint64_t* count) {
@@ -223,15 +215,9 @@ uint32_t norv_linux_dma_lock_mem(norv_linux_dma_t** buffer, void** entries, uint
         return NORV_STATUS_INVALID_ARG;
     }
     lock_request request = {held_buffer->descriptor, 0};
-    uint32_t status = manager_ioctl(*held_buffer, request_lock, &request);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(manager_ioctl(*held_buffer, request_lock, &request));
     void* array = nullptr;
-    status = obtain_entries(*held_buffer, request.count, &array);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(obtain_entries(*held_buffer, request.count, &array));
     replace_entries(*held_buffer, array);
     *entries = array;
     *count = request.count;

@@ -63,16 +63,11 @@ constexpr norv_uio_ops_t generic_ops = {nullptr, nullptr, map, unmap, enable_irq
 // Everything after the allocation of the record. The caller closes the handle after a failure.
 uint32_t set_up(norv_uio_t** uio) {
     norv_uio_t* device = *uio;
-    uint32_t status = norv::read_kind(norv::uio_class, device->node.index, "uio_pci_mmap", &device->kind);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::read_kind(norv::uio_class, device->node.index, "uio_pci_mmap", &device->kind));
     device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_uio_get_pci_ops() : norv_uio_get_generic_ops();
-    status = norv::open_node(norv::uio_class, device->node);
-    if (status == NORV_STATUS_OK) {
-        status = norv::run_open_hook(uio);
-    }
-    return status == NORV_STATUS_OK ? device->ops->map(uio) : status;
+    NORV_TRY(norv::open_node(norv::uio_class, device->node));
+    NORV_TRY(norv::run_open_hook(uio));
+    return device->ops->map(uio);
 }
 
 }  // namespace
@@ -91,8 +86,8 @@ uint32_t norv_uio_open_by_name(const char* name, norv_uio_t** uio) {
         return NORV_STATUS_INVALID_ARG;
     }
     uint32_t index = 0;
-    const uint32_t status = norv::find_by_name(norv::uio_class, name, &index);
-    return status == NORV_STATUS_OK ? norv_uio_open_by_idx(index, uio) : status;
+    NORV_TRY(norv::find_by_name(norv::uio_class, name, &index));
+    return norv_uio_open_by_idx(index, uio);
 }
 
 void norv_uio_close(norv_uio_t** uio) {
@@ -140,10 +135,7 @@ uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout) {
         return NORV_STATUS_INVALID_ARG;
     }
     const int32_t descriptor = (*uio)->node.descriptor;
-    const uint32_t status = norv::wait_for(descriptor, POLLIN, static_cast<int32_t>(timeout));
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::wait_for(descriptor, POLLIN, static_cast<int32_t>(timeout)));
     uint32_t count = 0;
     // quirk 159: a short read is a success.
     return norv::status_of(read(descriptor, &count, sizeof count));

@@ -57,10 +57,7 @@ uint32_t status_of_byte(int64_t count) {
 uint32_t change_command(norv_uio_t** uio, uint8_t kept_bits, uint8_t set_bits) {
     const int32_t descriptor = (*uio)->pci->descriptor;
     uint8_t value = 0;  // quirk 1: the value after a failed read whose errno has the status 0
-    const uint32_t status = status_of_byte(pread(descriptor, &value, 1, command_high_byte));
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(status_of_byte(pread(descriptor, &value, 1, command_high_byte)));
     value = static_cast<uint8_t>((value & kept_bits) | set_bits);
     return status_of_byte(pwrite(descriptor, &value, 1, command_high_byte));
 }
@@ -99,8 +96,8 @@ uint32_t norv_uio_open_by_pci_id(uint16_t vendor, uint16_t device, norv_uio_t** 
         return NORV_STATUS_INVALID_ARG;
     }
     uint32_t index = 0;
-    const uint32_t status = norv::find_by_pci_id(norv::uio_class, vendor, device, &index);
-    return status == NORV_STATUS_OK ? norv_uio_open_by_idx(index, uio) : status;
+    NORV_TRY(norv::find_by_pci_id(norv::uio_class, vendor, device, &index));
+    return norv_uio_open_by_idx(index, uio);
 }
 
 const norv_uio_ops_t* norv_uio_get_pci_ops() {

@@ -72,19 +72,12 @@ uint32_t apply_mode(const norv::mapped_node& node, int32_t mode) {
 // Everything after the allocation of the record. The caller closes the handle after a failure.
 uint32_t set_up(int32_t mode, norv_umcb_t** umcb) {
     norv_umcb_t* device = *umcb;
-    uint32_t status = norv::read_kind(umcb_class, device->node.index, "umcb_pci_mmap", &device->kind);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::read_kind(umcb_class, device->node.index, "umcb_pci_mmap", &device->kind));
     device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_umcb_get_pci_ops() : nullptr;
-    status = norv::open_node(umcb_class, device->node);
-    if (status == NORV_STATUS_OK) {
-        status = norv::run_open_hook(umcb);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = apply_mode(device->node, mode);
-    }
-    return status == NORV_STATUS_OK ? norv::map_region(umcb_class, device->node) : status;
+    NORV_TRY(norv::open_node(umcb_class, device->node));
+    NORV_TRY(norv::run_open_hook(umcb));
+    NORV_TRY(apply_mode(device->node, mode));
+    return norv::map_region(umcb_class, device->node);
 }
 
 // ---- requests
@@ -115,8 +108,8 @@ uint32_t norv_umcb_open_by_name(const char* name, int32_t mode, norv_umcb_t** um
     }
     uint32_t index = 0;
     // quirk 163: the number is parsed from the fourth character on, which gives 0 for an entry umcbN.
-    const uint32_t status = norv::find_by_name(umcb_class, name, &index);
-    return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
+    NORV_TRY(norv::find_by_name(umcb_class, name, &index));
+    return norv_umcb_open_by_idx(index, mode, umcb);
 }
 
 uint32_t norv_umcb_open_by_pci_id(uint16_t vendor, uint16_t device, int32_t mode, norv_umcb_t** umcb) {
@@ -125,8 +118,8 @@ uint32_t norv_umcb_open_by_pci_id(uint16_t vendor, uint16_t device, int32_t mode
     }
     uint32_t index = 0;
     // quirk 163: as by name.
-    const uint32_t status = norv::find_by_pci_id(umcb_class, vendor, device, &index);
-    return status == NORV_STATUS_OK ? norv_umcb_open_by_idx(index, mode, umcb) : status;
+    NORV_TRY(norv::find_by_pci_id(umcb_class, vendor, device, &index));
+    return norv_umcb_open_by_idx(index, mode, umcb);
 }
 
 void norv_umcb_close(norv_umcb_t** umcb) {
@@ -182,11 +175,9 @@ uint32_t norv_umcb_irq_register(norv_umcb_t** umcb, uint32_t irq, int32_t* descr
         return NORV_STATUS_INVALID_ARG;
     }
     irq_registration registration = {irq, 0};
-    const uint32_t status = norv::device_ioctl((*umcb)->node.descriptor, register_irq, &registration);
-    if (status == NORV_STATUS_OK) {
-        *descriptor = static_cast<int32_t>(registration.descriptor);
-    }
-    return status;
+    NORV_TRY(norv::device_ioctl((*umcb)->node.descriptor, register_irq, &registration));
+    *descriptor = static_cast<int32_t>(registration.descriptor);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_umcb_irq_global_enable(norv_umcb_t** umcb) {
@@ -215,7 +206,7 @@ uint32_t norv_umcb_irq_clear_event(int32_t descriptor) {
 }
 
 uint32_t norv_umcb_irq_wait(int32_t descriptor, uint32_t timeout) {
-    const uint32_t status = norv::wait_for(descriptor, POLLPRI, static_cast<int32_t>(timeout));
+    NORV_TRY(norv::wait_for(descriptor, POLLPRI, static_cast<int32_t>(timeout)));
     // quirk 165: whatever poll(2) reported, an error condition too.
-    return status == NORV_STATUS_OK ? norv_umcb_irq_clear_event(descriptor) : status;
+    return norv_umcb_irq_clear_event(descriptor);
 }
