@@ -62,10 +62,7 @@ uint32_t wake_and_wait(norv_epoll_t* loop) {
 // registers that it saves would slow down the calls that run at once.
 __attribute__((noinline)) uint32_t post(norv_epoll_t* loop, norv_epoll_call_fn function, uint64_t argument1,
                                         uint64_t argument2) {
-    const uint32_t locked = norv_mutex_lock(&loop->call_mutex);
-    if (locked != NORV_STATUS_OK) {
-        return locked;
-    }
+    NORV_TRY(norv_mutex_lock(&loop->call_mutex));
     loop->call_argument1 = argument1;
     loop->call_argument2 = argument2;
     __atomic_store_n(&loop->call_function, function, __ATOMIC_RELEASE);
@@ -108,26 +105,27 @@ uint32_t ignore_pending_event(norv_epoll_t* loop, uint64_t descriptor, uint64_t)
     return NORV_STATUS_OK;
 }
 
+uint32_t remove_from(norv_epoll_t* loop, norv_epoll_fd_t* record) {
+    NORV_TRY(status_of(epoll_ctl(loop->epoll_descriptor, EPOLL_CTL_DEL, record->descriptor, nullptr)));
+    // quirk 16: after a refused removal, the pending event stays.
+    return norv_epoll_fd_ignore_once(loop, record);
+}
+
 // ---- Opening ----
 
 uint32_t open_call_descriptor(norv_epoll_t* loop) {
     loop->call_descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    const uint32_t status = status_of(loop->call_descriptor);
-    return status != NORV_STATUS_OK ? status
-                                    : control(loop, EPOLL_CTL_ADD, loop->call_descriptor, EPOLLIN, loop);
+    NORV_TRY(status_of(loop->call_descriptor));
+    return control(loop, EPOLL_CTL_ADD, loop->call_descriptor, EPOLLIN, loop);
 }
 
 uint32_t open_parts(norv_epoll_t* loop) {
     // quirk 11: without close-on-exec. quirk 12: the other fields keep what the caller stored.
     loop->epoll_descriptor = epoll_create(1);
-    uint32_t status = status_of(loop->epoll_descriptor);
-    if (status == NORV_STATUS_OK) {
-        status = norv_mutex_init(&loop->call_mutex);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = norv_event_init(&loop->call_done);
-    }
-    return status != NORV_STATUS_OK ? status : open_call_descriptor(loop);
+    NORV_TRY(status_of(loop->epoll_descriptor));
+    NORV_TRY(norv_mutex_init(&loop->call_mutex));
+    NORV_TRY(norv_event_init(&loop->call_done));
+    return open_call_descriptor(loop);
 }
 
 }  // namespace
@@ -213,12 +211,7 @@ uint32_t norv_epoll_fd_remove(norv_epoll_t* loop, norv_epoll_fd_t* record) {
     if (loop == nullptr || record == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status =
-        status_of(epoll_ctl(loop->epoll_descriptor, EPOLL_CTL_DEL, record->descriptor, nullptr));
-    if (status == NORV_STATUS_OK) {
-        // quirk 16: after a refused removal, the pending event stays.
-        status = norv_epoll_fd_ignore_once(loop, record);
-    }
+    const uint32_t status = remove_from(loop, record);
     record->loop = nullptr;  // quirk 14: even after a failure
     return status;
 }

@@ -56,8 +56,8 @@ void call_back_once(norv_epoll_fd_t* record, uint32_t) {
 uint32_t open_event(norv_epoll_t* loop, norv_epoll_event_fd_t* event) {
     event->registration.descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     event->registration.handler = call_back_once;
-    const uint32_t status = norv::status_of(event->registration.descriptor);
-    return status != NORV_STATUS_OK ? status : norv_epoll_fd_add(loop, &event->registration, EPOLLIN);
+    NORV_TRY(norv::status_of(event->registration.descriptor));
+    return norv_epoll_fd_add(loop, &event->registration, EPOLLIN);
 }
 
 // ---- Timer descriptors ----
@@ -73,7 +73,8 @@ uint32_t open_timer(norv_epoll_t* loop, norv_epoll_timer_fd_t* timer) {
     const uint32_t status = norv_linux_timer_open(&timer->timer);
     timer->registration.descriptor = timer->timer.descriptor;
     timer->registration.handler = clear_and_call_back;
-    return status != NORV_STATUS_OK ? status : norv_epoll_fd_add(loop, &timer->registration, EPOLLIN);
+    NORV_TRY(status);
+    return norv_epoll_fd_add(loop, &timer->registration, EPOLLIN);
 }
 
 }  // namespace

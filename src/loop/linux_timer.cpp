@@ -82,11 +82,11 @@ void norv_linux_timer_close(norv_linux_timer_t* timer) {
 
 uint32_t norv_linux_timer_get_time(const norv_linux_timer_t*, uint64_t* ticks) {
     timespec now{};
-    const uint32_t status = norv::status_of(clock_gettime(CLOCK_MONOTONIC, &now));
-    if (status == NORV_STATUS_OK && ticks != nullptr) {
+    NORV_TRY(norv::status_of(clock_gettime(CLOCK_MONOTONIC, &now)));
+    if (ticks != nullptr) {
         *ticks = ticks_of(now);
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uint64_t time, uint64_t period) {
@@ -94,10 +94,7 @@ uint32_t norv_linux_timer_set_alarm_time(norv_linux_timer_t* timer, uint64_t tim
         return NORV_STATUS_INVALID_ARG;
     }
     if (period != 0 && time == 0) {
-        const uint32_t status = norv_linux_timer_get_time(timer, &time);
-        if (status != NORV_STATUS_OK) {
-            return status;
-        }
+        NORV_TRY(norv_linux_timer_get_time(timer, &time));
         time += period;
     }
     const itimerspec setting = {time_of(period), time_of(time)};
