@@ -30,6 +30,12 @@ uint8_t* allocate_buffer(uint64_t size) {
     return static_cast<uint8_t*>(malloc(static_cast<size_t>(std::min<uint64_t>(size, SIZE_MAX))));
 }
 
+uint32_t open_socket_and_buffer(norv_uevent_t* uevent) {
+    NORV_TRY(norv::open_uevent_socket(uevent->fd));
+    uevent->buffer = allocate_buffer(uevent->buffer_size);
+    return uevent->buffer == nullptr ? NORV_STATUS_NO_MEMORY : NORV_STATUS_OK;
+}
+
 }  // namespace
 
 uint32_t norv_uevent_open(norv_uevent_t* uevent) {
@@ -37,11 +43,7 @@ uint32_t norv_uevent_open(norv_uevent_t* uevent) {
         return NORV_STATUS_INVALID_ARG;
     }
     uevent->buffer = nullptr;
-    uint32_t status = norv::open_uevent_socket(uevent->fd);
-    if (status == NORV_STATUS_OK) {
-        uevent->buffer = allocate_buffer(uevent->buffer_size);
-        status = uevent->buffer == nullptr ? NORV_STATUS_NO_MEMORY : NORV_STATUS_OK;
-    }
+    const uint32_t status = open_socket_and_buffer(uevent);
     if (status != NORV_STATUS_OK) {
         norv_uevent_close(uevent);
     }

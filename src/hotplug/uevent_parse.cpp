@@ -125,16 +125,13 @@ char* allocate_buffer(uint32_t size) {
 
 uint32_t prepare(norv_uevent_parse& parser, const norv_uevent_parse_settings_t& settings) {
     parser.buffer_size = settings.buffer_size;
-    uint32_t status = open_uevent_socket(parser.descriptor);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(open_uevent_socket(parser.descriptor));
     parser.buffer = allocate_buffer(settings.buffer_size);
     parser.list = parser.buffer == nullptr ? nullptr : create_list();
     if (parser.list == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
-    status = norv_mutex_init(&parser.mutex);
+    const uint32_t status = norv_mutex_init(&parser.mutex);
     parser.has_mutex = status == NORV_STATUS_OK;
     parser.handler = settings.handler;
     parser.user = settings.user;
@@ -240,12 +237,10 @@ uint32_t norv_uevent_parse_get_device(norv_uevent_parse_t** context, const norv_
     if (parser == nullptr || list == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const uint32_t status = norv_mutex_lock(&parser->mutex);
-    if (status == NORV_STATUS_OK) {
-        *list = parser->list;
-        norv_mutex_unlock(&parser->mutex);
-    }
-    return status;
+    NORV_TRY(norv_mutex_lock(&parser->mutex));
+    *list = parser->list;
+    norv_mutex_unlock(&parser->mutex);
+    return NORV_STATUS_OK;
 }
 
 int32_t norv_uevent_parse_get_fd(norv_uevent_parse_t** context) {

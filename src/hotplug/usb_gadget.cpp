@@ -9,6 +9,7 @@
 
 #include "core/attribute.hpp"
 #include "core/descriptor.hpp"
+#include "core/status.hpp"
 #include "norv_file.h"
 
 namespace {
@@ -87,10 +88,9 @@ uint32_t norv_usb_gadget_is_host_win(const char* name, uint8_t* is_host_win) {
         return NORV_STATUS_INVALID_ARG;
     }
     const norv::attribute attribute(O_RDONLY, attribute_format, name, "is_host_win");
-    if (attribute.status() == NORV_STATUS_OK) {
-        char text[16];
-        read_from_start(attribute.descriptor(), text);
-        *is_host_win = text[0] == '1' ? 1 : 0;
-    }
-    return attribute.status();
+    NORV_TRY(attribute.status());
+    char text[16];
+    read_from_start(attribute.descriptor(), text);
+    *is_host_win = text[0] == '1' ? 1 : 0;
+    return NORV_STATUS_OK;
 }
