@@ -134,7 +134,8 @@ uint32_t set_nonblocking(int32_t descriptor) {
     const int known_flags = flags < 0 ? 0 : flags;
     // quirk 70: even if the flag is set already.
     const uint32_t set_status = norv::status_of(fcntl(descriptor, F_SETFL, known_flags | O_NONBLOCK));
-    return status != NORV_STATUS_OK ? status : set_status;
+    NORV_TRY(status);
+    return set_status;
 }
 
 uint32_t open_socket(norv_linux_can_raw_t& channel) {
@@ -169,17 +170,11 @@ uint32_t bind_to_interface(norv_linux_can_raw_t& channel) {
 
 // Opens the socket of a channel. After a failure the socket stays open until the channel is removed.
 uint32_t connect_channel(norv_linux_can_raw_t& channel) {
-    uint32_t status = open_socket(channel);
-    if (status == NORV_STATUS_OK) {
-        status = norv::device_ioctl(channel.descriptor, SIOCGIFINDEX, &channel.request);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = set_filters(channel);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = disable_loopback(channel);
-    }
-    return status == NORV_STATUS_OK ? bind_to_interface(channel) : status;
+    NORV_TRY(open_socket(channel));
+    NORV_TRY(norv::device_ioctl(channel.descriptor, SIOCGIFINDEX, &channel.request));
+    NORV_TRY(set_filters(channel));
+    NORV_TRY(disable_loopback(channel));
+    return bind_to_interface(channel);
 }
 
 uint32_t add(norv_linux_can_t& can, const wanted_channel& wanted, norv_linux_can_raw_t** channel) {
@@ -290,10 +285,7 @@ uint32_t norv_linux_can_remove(norv_linux_can_raw_t* channel) {
         return NORV_STATUS_OK;
     }
     norv_linux_can_t* context = channel->context;
-    const uint32_t locked = norv_mutex_lock(&context->lock);
-    if (locked != NORV_STATUS_OK) {
-        return locked;
-    }
+    NORV_TRY(norv_mutex_lock(&context->lock));
     unlink(*channel);
     release(channel);
     return norv_mutex_unlock(&context->lock);

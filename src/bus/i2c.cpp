@@ -8,6 +8,7 @@
 
 #include "core/descriptor.hpp"
 #include "core/ioctl.hpp"
+#include "core/status.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 
@@ -58,11 +59,14 @@ uint32_t raw_transfer(const int32_t* descriptor, uint8_t address, uint16_t flags
 
 uint32_t require_plain_transfers(int32_t descriptor) {
     unsigned long functions = 0;
-    const uint32_t status = norv::device_ioctl(descriptor, I2C_FUNCS, &functions);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::device_ioctl(descriptor, I2C_FUNCS, &functions));
     return (functions & I2C_FUNC_I2C) != 0 ? NORV_STATUS_OK : NORV_STATUS_NOT_AVAILABLE;
+}
+
+uint32_t open_adapter(uint32_t bus_number, int32_t* descriptor) {
+    // The number is printed signed: quirk 2.
+    NORV_TRY(norv_open_device(O_RDWR | O_CLOEXEC, descriptor, "/dev/i2c-%d", bus_number));
+    return require_plain_transfers(*descriptor);
 }
 
 }  // namespace
@@ -71,11 +75,7 @@ uint32_t norv_linux_i2c_open(uint32_t bus_number, int32_t* descriptor) {
     if (descriptor == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // The number is printed signed: quirk 2.
-    uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC, descriptor, "/dev/i2c-%d", bus_number);
-    if (status == NORV_STATUS_OK) {
-        status = require_plain_transfers(*descriptor);
-    }
+    const uint32_t status = open_adapter(bus_number, descriptor);
     if (status != NORV_STATUS_OK) {
         norv::close_descriptor(*descriptor);
     }

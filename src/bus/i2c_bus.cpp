@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "core/status.hpp"
 #include "norv_base.h"
 #include "norv_linux_i2c.h"
 
@@ -69,11 +70,10 @@ uint32_t read_reg_list(norv_i2c_bus_t* bus, uint8_t address, const uint8_t* regi
         return NORV_STATUS_INVALID_ARG;
     }
     const slave to(bus, address);
-    uint32_t status = NORV_STATUS_OK;
-    for (uint32_t index = 0; index < count && status == NORV_STATUS_OK; ++index) {
-        status = norv_linux_i2c_read(to.descriptor, to.address, registers[index], &values[index], 1);
+    for (uint32_t index = 0; index < count; ++index) {
+        NORV_TRY(norv_linux_i2c_read(to.descriptor, to.address, registers[index], &values[index], 1));
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t write_reg_list(norv_i2c_bus_t* bus, uint8_t address, const norv_i2c_reg_value_t* list,
@@ -82,11 +82,10 @@ uint32_t write_reg_list(norv_i2c_bus_t* bus, uint8_t address, const norv_i2c_reg
         return NORV_STATUS_INVALID_ARG;
     }
     const slave to(bus, address);
-    uint32_t status = NORV_STATUS_OK;
-    for (uint32_t index = 0; index < count && status == NORV_STATUS_OK; ++index) {
-        status = norv_linux_i2c_write(to.descriptor, to.address, list[index].reg, &list[index].value, 1);
+    for (uint32_t index = 0; index < count; ++index) {
+        NORV_TRY(norv_linux_i2c_write(to.descriptor, to.address, list[index].reg, &list[index].value, 1));
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t raw_read(norv_i2c_bus_t* bus, uint8_t address, void* data, uint16_t length) {

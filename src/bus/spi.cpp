@@ -13,6 +13,7 @@
 #include "core/layout.hpp"
 #include "core/memory.hpp"
 #include "core/open.hpp"
+#include "core/status.hpp"
 #include "norv_base.h"
 
 static_assert(sizeof(norv_spi_t) == 8 && offsetof(norv_spi_t, swap16) == 4);
@@ -40,12 +41,19 @@ uint32_t write_setting(const norv_spi_t* spi, unsigned long request, setting val
 
 // A controller that refuses 16 bits per word runs with 8, and the bytes are swapped here.
 uint32_t set_bits_per_word(norv_spi_t* spi, uint8_t bits) {
-    uint32_t status = write_setting<uint8_t>(spi, SPI_IOC_WR_BITS_PER_WORD, bits);
-    if (status != NORV_STATUS_OK && bits == 16) {
-        status = write_setting<uint8_t>(spi, SPI_IOC_WR_BITS_PER_WORD, 8);
-        spi->swap16 = status == NORV_STATUS_OK ? 1 : 0;
+    const uint32_t status = write_setting<uint8_t>(spi, SPI_IOC_WR_BITS_PER_WORD, bits);
+    if (status == NORV_STATUS_OK || bits != 16) {
+        return status;
     }
-    return status;
+    NORV_TRY(write_setting<uint8_t>(spi, SPI_IOC_WR_BITS_PER_WORD, 8));
+    spi->swap16 = 1;
+    return NORV_STATUS_OK;
+}
+
+uint32_t open_and_configure(const char* path, const norv_spi_config_t* config, norv_spi_t* spi) {
+    // quirk 61: the path is a format.
+    NORV_TRY(norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path));
+    return norv_linux_spi_config(spi, config);
 }
 
 // ---- transfers
@@ -99,11 +107,7 @@ uint32_t norv_linux_spi_open(const char* path, const norv_spi_config_t* config, 
     if (config == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    // quirk 61: the path is a format.
-    uint32_t status = norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path);
-    if (status == NORV_STATUS_OK) {
-        status = norv_linux_spi_config(spi, config);
-    }
+    const uint32_t status = open_and_configure(path, config, spi);
     if (status != NORV_STATUS_OK) {
         norv_linux_spi_close(spi);
     }
@@ -129,17 +133,10 @@ uint32_t norv_linux_spi_config(norv_spi_t* spi, const norv_spi_config_t* config)
     if (config->mode > highest_mode) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status = write_setting<uint8_t>(spi, SPI_IOC_WR_MODE, static_cast<uint8_t>(config->mode));
-    if (status == NORV_STATUS_OK) {
-        status = set_bits_per_word(spi, config->bits_per_word);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = write_setting<uint32_t>(spi, SPI_IOC_WR_MAX_SPEED_HZ, config->max_speed_hz);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = write_setting<uint8_t>(spi, SPI_IOC_WR_LSB_FIRST, config->lsb_first != 0 ? 1 : 0);
-    }
-    return status;
+    NORV_TRY(write_setting<uint8_t>(spi, SPI_IOC_WR_MODE, static_cast<uint8_t>(config->mode)));
+    NORV_TRY(set_bits_per_word(spi, config->bits_per_word));
+    NORV_TRY(write_setting<uint32_t>(spi, SPI_IOC_WR_MAX_SPEED_HZ, config->max_speed_hz));
+    return write_setting<uint8_t>(spi, SPI_IOC_WR_LSB_FIRST, config->lsb_first != 0 ? 1 : 0);
 }
 
 uint32_t norv_linux_spi_dplx(const norv_spi_t* spi, const void* tx_buffer, void* rx_buffer, uint32_t length) {
@@ -157,11 +154,9 @@ uint32_t norv_linux_spi_dplx(const norv_spi_t* spi, const void* tx_buffer, void*
         tx_buffer = swapped.get();
     }
     const spi_ioc_transfer transfer = transfer_of(tx_buffer, rx_buffer, length, 0);
-    const uint32_t status = run_message(spi, &transfer, 1);
-    if (status == NORV_STATUS_OK) {
-        swap_received(spi, rx_buffer, length);
-    }
-    return status;
+    NORV_TRY(run_message(spi, &transfer, 1));
+    swap_received(spi, rx_buffer, length);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_spi_write_then_read(const norv_spi_t* spi, const void* tx_buffer, uint32_t tx_length,
@@ -184,10 +179,9 @@ uint32_t norv_linux_spi_write_then_read(const norv_spi_t* spi, const void* tx_bu
     if (replaced && zeros.get() == nullptr) {
         return NORV_STATUS_NO_MEMORY;
     }
-    if (status == NORV_STATUS_OK) {
-        swap_received(spi, rx_buffer, rx_length);
-    }
-    return status;
+    NORV_TRY(status);
+    swap_received(spi, rx_buffer, rx_length);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_spi_xfer(const norv_spi_t* spi, const norv_spi_transfer_t* transfers, uint32_t count) {

@@ -137,11 +137,11 @@ void restore_settings(const norv_uart& port) {
 
 uint32_t open_port(norv_uart_t** uart, const char* path, const norv_uart_settings_t* settings) {
     int32_t& descriptor = (*uart)->descriptor;
-    uint32_t status = norv_open_device(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC, &descriptor, "%s", path);
-    if (status == NORV_STATUS_OK && isatty(descriptor) == 0) {
-        status = norv::errno_status();
+    NORV_TRY(norv_open_device(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC, &descriptor, "%s", path));
+    if (isatty(descriptor) == 0) {
+        NORV_TRY(norv::errno_status());
     }
-    return status == NORV_STATUS_OK ? norv_uart_config(uart, settings) : status;
+    return norv_uart_config(uart, settings);
 }
 
 uint32_t transfer(norv_uart_t** uart, void* buffer, uint32_t* length, int32_t timeout, bool write) {
@@ -165,11 +165,9 @@ uint32_t get_modem_line(norv_uart_t** uart, int line, uint8_t* high) {
         return NORV_STATUS_INVALID_ARG;
     }
     int lines = 0;
-    const uint32_t status = norv::device_ioctl(port->descriptor, TIOCMGET, &lines);
-    if (status == NORV_STATUS_OK) {
-        *high = (lines & line) != 0 ? 1 : 0;
-    }
-    return status;
+    NORV_TRY(norv::device_ioctl(port->descriptor, TIOCMGET, &lines));
+    *high = (lines & line) != 0 ? 1 : 0;
+    return NORV_STATUS_OK;
 }
 
 }  // namespace
@@ -210,10 +208,7 @@ uint32_t norv_uart_config(norv_uart_t** uart, const norv_uart_settings_t* settin
     if (port == nullptr || settings == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const uint32_t status = save_settings(*port);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(save_settings(*port));
     termios wanted;
     if (!build_raw(*settings, wanted)) {
         return NORV_STATUS_INVALID_ARG;
