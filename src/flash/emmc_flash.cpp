@@ -68,18 +68,15 @@ bool is_addressable(uint64_t address) {
 
 uint32_t find_geometry(norv_emmc_flash_t* flash) {
     int block_size = 0;
-    const uint32_t status = norv::device_ioctl(flash->descriptor, BLKBSZGET, &block_size);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::device_ioctl(flash->descriptor, BLKBSZGET, &block_size));
     flash->erase_block_size = static_cast<uint32_t>(block_size);
     flash->write_unit_size = static_cast<uint32_t>(block_size);
     return norv::device_ioctl(flash->descriptor, BLKGETSIZE64, &flash->size);
 }
 
 uint32_t open_device(norv_emmc_flash_t* flash, const char* path) {
-    const uint32_t status = norv_open_device(O_RDWR | O_CLOEXEC | O_SYNC, &flash->descriptor, "%s", path);
-    return status != NORV_STATUS_OK ? status : find_geometry(flash);
+    NORV_TRY(norv_open_device(O_RDWR | O_CLOEXEC | O_SYNC, &flash->descriptor, "%s", path));
+    return find_geometry(flash);
 }
 
 // ---- erasing
@@ -95,10 +92,7 @@ uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t e
 // quirk 145: zeroes a whole chunk, also as the last one.
 // quirk 146, quirk 150: whatever the device accepts of it, the chunk counts as erased.
 uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk, const void* zeros) {
-    const uint32_t status = check_area(*flash, address, uint64_t{address} + chunk);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(check_area(*flash, address, uint64_t{address} + chunk));
     uint32_t count = round_up(chunk, (*flash)->erase_block_size);
     return norv_linux_emmc_flash_write(flash, address, zeros, &count);
 }
@@ -132,7 +126,8 @@ uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer
                     uint32_t* done) {
     const uint32_t status = norv_linux_emmc_flash_read(flash, address, buffer, &count);
     *done = count;
-    return status == NORV_STATUS_OK && count == 0 ? NORV_STATUS_RANGE : status;
+    NORV_TRY(status);
+    return count == 0 ? NORV_STATUS_RANGE : NORV_STATUS_OK;
 }
 
 // The memory of a write with verification: two chunks.
@@ -159,16 +154,10 @@ uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t*
     // quirk 148: the padding makes a whole chunk, wherever the write starts, and is not verified.
     uint32_t written = is_part ? round_up(remaining, area.pad) : room;
     const uint8_t* outgoing = is_part ? pad_data(area, data, remaining, written) : data;
-    uint32_t status = norv_linux_emmc_flash_write(flash, address, outgoing, &written);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv_linux_emmc_flash_write(flash, address, outgoing, &written));
     uint32_t count = std::min(remaining, room);
     // quirk 151: this reads from the page cache. quirk 152: a short read that matches is done up to its end.
-    status = norv_linux_emmc_flash_read(flash, address, area.read_back, &count);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv_linux_emmc_flash_read(flash, address, area.read_back, &count));
     *done = count;
     const bool same = count != 0 && count <= written && norv_memcmp(data, area.read_back, count) == 0;
     return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
@@ -260,19 +249,16 @@ uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash
     if (!norv::is_open(flash)) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status = check_area(*flash, address, end != nullptr ? *end : address);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(check_area(*flash, address, end != nullptr ? *end : address));
     const uint32_t block = (*flash)->erase_block_size;
     uint32_t length = end != nullptr ? round_up(*end - address, block) : block;
     const norv::scoped_memory zeros(norv_zalloc(length));
     // quirk 147: without memory, or if the end equals the address, the write refuses.
-    status = norv_linux_emmc_flash_write(flash, address, zeros.get(), &length);
-    if (status == NORV_STATUS_OK && end != nullptr) {
+    NORV_TRY(norv_linux_emmc_flash_write(flash, address, zeros.get(), &length));
+    if (end != nullptr) {
         *end = address + length;
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_t address, uint32_t length,

@@ -33,11 +33,11 @@ uint32_t block_request(const norv_mtd_t* device, uint32_t offset, unsigned long 
     }
     loff_t position = offset;
     const int result = ioctl(device->descriptor, request, &position);
-    const uint32_t status = norv::status_of(result);
-    if (status == NORV_STATUS_OK && answer != nullptr) {
+    NORV_TRY(norv::status_of(result));
+    if (answer != nullptr) {
         *answer = result > 0 ? 1 : 0;
     }
-    return status;
+    return NORV_STATUS_OK;
 }
 
 uint32_t oob_request(const norv_mtd_t* device, unsigned long request, uint32_t start, uint32_t length,
@@ -64,14 +64,17 @@ uint32_t transfer_at(const norv_mtd_t* device, uint32_t offset, uint32_t length,
     // quirk 128: the kernel truncates at the end of the partition, and a short transfer is not continued.
     // quirk 129: a read succeeds even if error correction fails.
     const int64_t result = transfer(device->descriptor, bytes, length, write);
-    const uint32_t status = norv::status_of(result);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::status_of(result));
     if (count != nullptr) {
         *count = result > 0 ? static_cast<uint32_t>(result) : 0;
     }
     return seek_status;
+}
+
+uint32_t open_device(const char* path, norv_mtd_t* device) {
+    // quirk 125: the path is a printf format.
+    NORV_TRY(norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &device->descriptor, path));
+    return norv::device_ioctl(device->descriptor, MEMGETINFO, &device->info);
 }
 
 }  // namespace
@@ -81,11 +84,7 @@ uint32_t norv_linux_mtd_open(const char* path, norv_mtd_t* device) {
         return NORV_STATUS_INVALID_ARG;
     }
     *device = {-1, {}};
-    // quirk 125: the path is a printf format.
-    uint32_t status = norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &device->descriptor, path);
-    if (status == NORV_STATUS_OK) {
-        status = norv::device_ioctl(device->descriptor, MEMGETINFO, &device->info);
-    }
+    const uint32_t status = open_device(path, device);
     if (status != NORV_STATUS_OK) {
         norv_linux_mtd_close(device);
     }

@@ -57,10 +57,7 @@ uint32_t append_region(norv_spi_flash_t* flash, const char* name) {
     char path[sizeof "/dev/" + sizeof dirent::d_name];
     snprintf(path, sizeof path, "/dev/%s", name);
     norv_spi_flash_region_t* region = &flash->regions[flash->region_count];
-    const uint32_t status = norv_linux_mtd_open(path, &region->device);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv_linux_mtd_open(path, &region->device));
     if (flash->region_count > 0) {
         region->base = region[-1].base + region[-1].device.info.size;
     }
@@ -71,10 +68,7 @@ uint32_t append_region(norv_spi_flash_t* flash, const char* name) {
 
 uint32_t append_regions(norv_spi_flash_t* flash, const norv::directory_entries& partitions) {
     for (const dirent* partition : partitions) {
-        const uint32_t status = append_region(flash, partition->d_name);
-        if (status != NORV_STATUS_OK) {
-            return status;
-        }
+        NORV_TRY(append_region(flash, partition->d_name));
     }
     return NORV_STATUS_OK;
 }
@@ -83,10 +77,7 @@ uint32_t append_regions(norv_spi_flash_t* flash, const norv::directory_entries& 
 template <typename bytes, typename mtd_call>
 uint32_t transfer_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* buffer, uint32_t* length,
                             mtd_call transfer) {
-    const uint32_t status = norv::check_open(flash);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_open(flash));
     if (buffer == nullptr || length == nullptr || *length == 0) {
         return NORV_STATUS_INVALID_ARG;
     }
@@ -107,9 +98,7 @@ uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
     *flash = nullptr;
     // quirk 133: no partitions are not a failure.
     const norv::directory_entries partitions("/dev", is_partition);
-    if (partitions.status() != NORV_STATUS_OK) {
-        return partitions.status();
-    }
+    NORV_TRY(partitions.status());
     norv_spi_flash_t* opened = allocate(partitions.count());
     if (opened == nullptr) {
         return NORV_STATUS_NO_MEMORY;
@@ -134,10 +123,7 @@ void norv_linux_spi_flash_close(norv_spi_flash_t** flash) {
 }
 
 uint32_t norv_linux_spi_flash_get_info(norv_spi_flash_t** flash, norv_flash_info_t* info) {
-    const uint32_t status = norv::check_open(flash, NORV_STATUS_NOT_FOUND);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_open(flash, NORV_STATUS_NOT_FOUND));
     if (info == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }

@@ -2,6 +2,7 @@
 // Erasing the SPI flash: bad blocks are skipped, and blocks that do not erase are marked bad.
 #include <algorithm>
 
+#include "core/status.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
 
@@ -140,14 +141,12 @@ class continued_erase {
 }  // namespace
 
 uint32_t norv_linux_spi_flash_erase_one_block(norv_spi_flash_t** flash, uint32_t address) {
-    uint32_t status = norv::check_open(flash);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_open(flash));
     const flash_place place = norv::find_place(*flash, address);
     if (!place.exists() || place.offset_in_block() != 0) {
         return NORV_STATUS_RANGE;
     }
+    uint32_t status = NORV_STATUS_OK;
     const erase_result result = erase_block(place, status);
     const bool is_bad =
         result == erase_result::skipped || (result == erase_result::marked && status == NORV_STATUS_OK);
@@ -156,28 +155,20 @@ uint32_t norv_linux_spi_flash_erase_one_block(norv_spi_flash_t** flash, uint32_t
 
 uint32_t norv_linux_spi_flash_erase_first_valid_block(norv_spi_flash_t** flash, uint32_t address,
                                                       uint32_t* end) {
-    uint32_t status = norv::check_open(flash);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_open(flash));
     if (end == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    status = check_end(*flash, *end);
-    return status != NORV_STATUS_OK ? status : erase_first_valid(*flash, address, end);
+    NORV_TRY(check_end(*flash, *end));
+    return erase_first_valid(*flash, address, end);
 }
 
 // quirk 131: a null flash is not checked for.
 uint32_t norv_linux_spi_flash_continue_erase(norv_spi_flash_t** flash, uint32_t address, uint32_t length,
                                              uint32_t* end, norv_flash_cancel_fn cancel,
                                              norv_flash_progress_fn progress, void* user) {
-    uint32_t status = norv::check_regions(*flash);
-    if (status == NORV_STATUS_OK) {
-        status = check_end(*flash, *end);
-    }
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_regions(*flash));
+    NORV_TRY(check_end(*flash, *end));
     if (length == 0) {
         *end = address;
         return NORV_STATUS_OK;

@@ -2,6 +2,7 @@
 // Reading and writing the SPI flash across blocks; bad ones are skipped.
 #include <algorithm>
 
+#include "core/status.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
 #include "norv_base.h"
@@ -52,23 +53,19 @@ class continued_read {
     // Up to the end of the block.
     uint32_t read(const flash_place& place) {
         uint8_t bad = 0;
-        uint32_t status = query_block(place, &bad);
-        if (status == NORV_STATUS_OK && bad != 0) {
+        NORV_TRY(query_block(place, &bad));
+        if (bad != 0) {
             address_ += place.rest_of_block();
             return NORV_STATUS_OK;
         }
         uint32_t count = 0;
-        if (status == NORV_STATUS_OK) {
-            status = norv_linux_mtd_read(place.device(), place.offset(),
-                                         std::min(remaining_, place.rest_of_block()), buffer_, &count);
-        }
-        if (status == NORV_STATUS_OK) {
-            remaining_ -= count;
-            observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
-            address_ += count;
-            buffer_ += count;
-        }
-        return status;
+        NORV_TRY(norv_linux_mtd_read(place.device(), place.offset(),
+                                     std::min(remaining_, place.rest_of_block()), buffer_, &count));
+        remaining_ -= count;
+        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+        address_ += count;
+        buffer_ += count;
+        return NORV_STATUS_OK;
     }
 
     const norv_spi_flash_t* flash_;
@@ -142,21 +139,20 @@ class verified_write {
             address_ += place.write_size();
             return NORV_STATUS_OK;
         }
-        return query_status_ != NORV_STATUS_OK ? query_status_ : store(place);
+        NORV_TRY(query_status_);
+        return store(place);
     }
 
     // Up to the end of the block.
     uint32_t store(const flash_place& place) {
         const uint32_t room = place.rest_of_block();
         const uint32_t count = std::min(remaining_, room);
-        const uint32_t status = count < room ? write_padded(place, count) : write(place, data_, count, count);
-        if (status == NORV_STATUS_OK) {
-            remaining_ -= count;
-            observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
-            address_ += room;
-            data_ += count;
-        }
-        return status;
+        NORV_TRY(count < room ? write_padded(place, count) : write(place, data_, count, count));
+        remaining_ -= count;
+        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
+        address_ += room;
+        data_ += count;
+        return NORV_STATUS_OK;
     }
 
     // Pads a copy of the last bytes to a write unit; whole blocks are written from the caller's memory.
@@ -171,13 +167,8 @@ class verified_write {
     uint32_t write(const flash_place& place, const uint8_t* bytes, uint32_t size, uint32_t count) {
         uint32_t written = 0;
         uint32_t found = 0;
-        uint32_t status = norv_linux_mtd_write(place.device(), place.offset(), size, bytes, &written);
-        if (status == NORV_STATUS_OK) {
-            status = norv_linux_mtd_read(place.device(), place.offset(), count, read_buffer_, &found);
-        }
-        if (status != NORV_STATUS_OK) {
-            return status;
-        }
+        NORV_TRY(norv_linux_mtd_write(place.device(), place.offset(), size, bytes, &written));
+        NORV_TRY(norv_linux_mtd_read(place.device(), place.offset(), count, read_buffer_, &found));
         const bool same = found == count && written >= count && norv_memcmp(bytes, read_buffer_, count) == 0;
         return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
     }
@@ -234,10 +225,7 @@ uint32_t write_and_verify(const write_request& request, const norv::flash_observ
 uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t address, void* buffer,
                                             uint32_t* length, norv_flash_cancel_fn cancel,
                                             norv_flash_progress_fn progress, void* user) {
-    const uint32_t status = norv::check_regions(*flash);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_regions(*flash));
     return continued_read(*flash, address, buffer, {cancel, progress, user, *length}).run(length);
 }
 
@@ -246,10 +234,7 @@ uint32_t norv_linux_spi_flash_continue_write_verify(norv_spi_flash_t** flash, ui
                                                     const void* data, uint32_t* length, uint32_t* end,
                                                     norv_flash_cancel_fn cancel,
                                                     norv_flash_progress_fn progress, void* user) {
-    const uint32_t status = norv::check_regions(*flash);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::check_regions(*flash));
     const flash_place last = norv::find_end(*flash, *end);
     if (!last.exists() || !is_multiple(*end, last.write_size()) || !is_multiple(skip, last.write_size())) {
         return NORV_STATUS_RANGE;
