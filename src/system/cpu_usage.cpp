@@ -4,6 +4,7 @@
 
 #include "core/layout.hpp"
 #include "core/numbers.hpp"
+#include "core/status.hpp"
 #include "core/stream.hpp"
 
 static_assert(offsetof(norv_cpu_usage_t, file) == 0 && NORV_FOLLOWS(norv_cpu_usage_t, file, usage) &&
@@ -36,13 +37,19 @@ uint32_t busy_share(uint32_t idle, uint32_t total) {
 
 uint32_t read_times(FILE* file, uint32_t (&times)[time_count]) {
     char line[norv::line_size];
-    norv::rewind_stream(file);                            // quirk 100: a failure is not reported
-    const uint32_t status = norv::read_line(file, line);  // quirk 99: truncated
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    norv::rewind_stream(file);              // quirk 100: a failure is not reported
+    NORV_TRY(norv::read_line(file, line));  // quirk 99: truncated
     return norv::scan_numbers(line, times, time_count) < time_count ? NORV_STATUS_PARSE_ERROR
                                                                     : NORV_STATUS_OK;
+}
+
+uint32_t open_and_update(norv_cpu_usage_t* cpu) {
+    const uint32_t status = norv::open_stream(cpu->file, "/proc/stat");
+    // quirk 95: last_total is unchanged; the caller has filled the record with zeros.
+    cpu->usage = 0;
+    cpu->last_idle = 0;
+    NORV_TRY(status);
+    return norv_cpu_usage_update(cpu);
 }
 
 }  // namespace
@@ -51,13 +58,7 @@ uint32_t norv_cpu_usage_open(norv_cpu_usage_t* cpu) {
     if (cpu == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status = norv::open_stream(cpu->file, "/proc/stat");
-    // quirk 95: last_total is unchanged; the caller has filled the record with zeros.
-    cpu->usage = 0;
-    cpu->last_idle = 0;
-    if (status == NORV_STATUS_OK) {
-        status = norv_cpu_usage_update(cpu);
-    }
+    const uint32_t status = open_and_update(cpu);
     if (status != NORV_STATUS_OK) {
         norv_cpu_usage_close(cpu);
     }
@@ -72,10 +73,7 @@ uint32_t norv_cpu_usage_update(norv_cpu_usage_t* cpu) {
         return NORV_STATUS_BAD_STATE;
     }
     uint32_t times[time_count] = {};
-    const uint32_t status = read_times(cpu->file, times);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(read_times(cpu->file, times));
     const uint32_t idle = times[idle_index];
     const uint32_t total = sum_of(times);
     cpu->usage = busy_share(idle - cpu->last_idle, total - cpu->last_total);

@@ -64,9 +64,8 @@ uint32_t set_highest_priority_of(int policy) {
 uint32_t norv_linux_thread_set_cpu_affinity_mask(uint32_t mask) {
     errno = 0;
     const long count = sysconf(_SC_NPROCESSORS_CONF);
-    const uint32_t status = count < 1 ? norv::errno_status() : NORV_STATUS_OK;
-    if (status != NORV_STATUS_OK) {
-        return status;
+    if (count < 1) {
+        NORV_TRY(norv::errno_status());
     }
     return has_processor_from(mask, count) ? NORV_STATUS_INVALID_ARG : run_on(set_of_mask(mask));
 }

@@ -6,6 +6,7 @@
 
 #include "core/layout.hpp"
 #include "core/numbers.hpp"
+#include "core/status.hpp"
 #include "core/stream.hpp"
 #include "norv_base.h"
 
@@ -44,11 +45,10 @@ const char* counters_of(char* line, const char* ifname) {
 
 // Finds the interface's line; `counters` points into `line`.
 uint32_t find_interface(const norv_net_usage_t* net, char (&line)[norv::line_size], const char*& counters) {
-    uint32_t status = NORV_STATUS_OK;
     norv::rewind_stream(net->file);  // quirk 100: a failure is not reported
-    while (status == NORV_STATUS_OK) {
-        status = norv::read_line(net->file, line);  // quirk 99: truncated
-        if (status == NORV_STATUS_OK && line[0] == '\0') {
+    while (true) {
+        NORV_TRY(norv::read_line(net->file, line));  // quirk 99: truncated
+        if (line[0] == '\0') {
             return NORV_STATUS_NOT_FOUND;
         }
         counters = counters_of(line, net->ifname);
@@ -56,16 +56,12 @@ uint32_t find_interface(const norv_net_usage_t* net, char (&line)[norv::line_siz
             return NORV_STATUS_OK;
         }
     }
-    return status;
 }
 
 uint32_t read_counts(const norv_net_usage_t* net, byte_counts& counts) {
     char line[norv::line_size];
     const char* text = nullptr;
-    const uint32_t status = find_interface(net, line, text);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(find_interface(net, line, text));
     uint32_t counters[counter_count];
     if (norv::scan_numbers(text, counters, counter_count) < counter_count) {
         return NORV_STATUS_PARSE_ERROR;
@@ -112,6 +108,12 @@ uint32_t copy_name(norv_net_usage_t* net, const char* ifname) {
     return NORV_STATUS_OK;
 }
 
+uint32_t open_and_update(norv_net_usage_t* net, const char* ifname) {
+    NORV_TRY(norv::open_stream(net->file, "/proc/net/dev"));
+    NORV_TRY(copy_name(net, ifname));
+    return norv_net_usage_update(net);
+}
+
 }  // namespace
 
 uint32_t norv_net_usage_open(norv_net_usage_t* net, const char* ifname) {
@@ -123,13 +125,7 @@ uint32_t norv_net_usage_open(norv_net_usage_t* net, const char* ifname) {
     if (ifname == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    uint32_t status = norv::open_stream(net->file, "/proc/net/dev");
-    if (status == NORV_STATUS_OK) {
-        status = copy_name(net, ifname);
-    }
-    if (status == NORV_STATUS_OK) {
-        status = norv_net_usage_update(net);
-    }
+    const uint32_t status = open_and_update(net, ifname);
     if (status != NORV_STATUS_OK) {
         norv_net_usage_close(net);
     }
@@ -144,10 +140,7 @@ uint32_t norv_net_usage_update(norv_net_usage_t* net) {
         return NORV_STATUS_BAD_STATE;
     }
     byte_counts counts = {};
-    const uint32_t status = read_counts(net, counts);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(read_counts(net, counts));
     const auto now = static_cast<uint32_t>(norv_time_get_ms());
     if (net->started == 0) {
         start(net, counts, now);

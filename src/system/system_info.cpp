@@ -84,20 +84,15 @@ uint32_t norv_get_usb_periph_state(const char* name, uint32_t* state) {
     }
     short_text configuration;
     // quirk 94: the name is not checked.
-    uint32_t status = configuration.read("/sys/class/udc/%s/state", name);
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(configuration.read("/sys/class/udc/%s/state", name));
     if (!configuration.is("configured")) {
         *state = NORV_USB_PERIPH_NOT_CONFIGURED;
         return NORV_STATUS_OK;
     }
     short_text speed;
-    status = speed.read("/sys/class/udc/%s/current_speed", name);
-    if (status == NORV_STATUS_OK) {
-        *state = state_of_speed(speed);
-    }
-    return status;
+    NORV_TRY(speed.read("/sys/class/udc/%s/current_speed", name));
+    *state = state_of_speed(speed);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_get_mem_info(norv_mem_info_t* info) {
@@ -105,10 +100,7 @@ uint32_t norv_get_mem_info(norv_mem_info_t* info) {
         return NORV_STATUS_INVALID_ARG;
     }
     FILE* file = nullptr;
-    const uint32_t status = norv::open_stream(file, "/proc/meminfo");
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv::open_stream(file, "/proc/meminfo"));
     const bool complete = read_figures(file, info);
     norv::close_stream(file);
     return complete ? NORV_STATUS_OK : NORV_STATUS_PARSE_ERROR;
@@ -119,11 +111,9 @@ uint32_t norv_get_uptime(uint32_t* seconds) {
         return NORV_STATUS_INVALID_ARG;
     }
     struct sysinfo information = {};
-    const uint32_t status = norv::status_of(sysinfo(&information));
-    if (status == NORV_STATUS_OK) {
-        *seconds = static_cast<uint32_t>(information.uptime);
-    }
-    return status;
+    NORV_TRY(norv::status_of(sysinfo(&information)));
+    *seconds = static_cast<uint32_t>(information.uptime);
+    return NORV_STATUS_OK;
 }
 
 uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
@@ -131,10 +121,8 @@ uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
         return NORV_STATUS_INVALID_ARG;
     }
     short_text sectors;
-    const uint32_t status = sectors.read("/sys/class/block/mmcblk%d/size", index);
-    if (status == NORV_STATUS_OK) {
-        // quirk 104: from 2^31 sectors on, number() is negative, or 2^31 - 1 where a long has 32 bits.
-        *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
-    }
-    return status;
+    NORV_TRY(sectors.read("/sys/class/block/mmcblk%d/size", index));
+    // quirk 104: from 2^31 sectors on, number() is negative, or 2^31 - 1 where a long has 32 bits.
+    *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
+    return NORV_STATUS_OK;
 }

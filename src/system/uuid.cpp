@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "core/descriptor.hpp"
+#include "core/status.hpp"
 #include "norv_file.h"
 
 uint32_t norv_uuid_generate(char* buffer) {
@@ -13,11 +14,7 @@ uint32_t norv_uuid_generate(char* buffer) {
         return NORV_STATUS_INVALID_ARG;
     }
     norv::scoped_descriptor file;
-    const uint32_t status =
-        norv_open_device(O_RDONLY | O_CLOEXEC, file.out(), "%s", "/proc/sys/kernel/random/uuid");
-    if (status != NORV_STATUS_OK) {
-        return status;
-    }
+    NORV_TRY(norv_open_device(O_RDONLY | O_CLOEXEC, file.out(), "%s", "/proc/sys/kernel/random/uuid"));
     // quirk 124: a failed read counts as a short one, and nothing terminates the text.
     return pread(file.get(), buffer, NORV_UUID_LENGTH, 0) < NORV_UUID_LENGTH ? NORV_STATUS_SHORT_READ
                                                                              : NORV_STATUS_OK;
