@@ -59,7 +59,7 @@ INTEGERS = {
 LITERALS = {"IntegerLiteral", "CharacterLiteral", "FloatingLiteral", "CXXBoolLiteralExpr", "StringLiteral"}
 DELETABLE = {
     "AtomicExpr", "CallExpr", "CXXMemberCallExpr", "CXXOperatorCallExpr", "CompoundAssignOperator", "CXXDeleteExpr",
-    "BreakStmt", "ContinueStmt",
+    "CStyleCastExpr", "BreakStmt", "ContinueStmt",
 }  # fmt: skip
 TAKERS = {"CallExpr", "CXXMemberCallExpr", "CXXConstructExpr", "CXXTemporaryObjectExpr", "InitListExpr"}
 ALLOCATORS = {"malloc", "calloc", "norv_malloc", "norv_zalloc"}

@@ -47,3 +47,20 @@ void planted_text(char* buffer, unsigned number) {
         *buffer++ = character;
     }
 }
+
+#ifndef NORV_TRY
+#define NORV_TRY(expression)             \
+    do {                                 \
+        const int result = (expression); \
+        if (result != 0) {               \
+            return result;               \
+        }                                \
+    } while (false)
+#endif
+
+int planted_steps_of(int value) {
+    NORV_TRY(planted_sum(value, 3));
+    const int flags = planted_flags(value < -3) & PLANTED_WRITE;
+    NORV_TRY(flags);
+    return 4;
+}

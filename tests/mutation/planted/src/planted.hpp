@@ -18,4 +18,5 @@ bool planted_is_same(const char* first, const char* second);
 int planted_smaller(int first, int second);
 bool planted_is_before(const char* first, const char* second);
 void* planted_word(const char* word);
+int planted_steps_of(int value);
 }

@@ -18,5 +18,6 @@ int main() {
     const bool words = planted_is_same("a", "a") && !planted_is_same("a", "b") &&
                        planted_is_before("a", "b") && !planted_is_before("b", "a") &&
                        !planted_is_before("a", "a") && planted_smaller(3, 2) == 2;
-    return sums && sizes && steps && flags && words && text_is_right() ? 0 : 1;
+    const bool tried = planted_steps_of(2) == 5 && planted_steps_of(-3) == 4;
+    return sums && tried && sizes && steps && flags && words && text_is_right() ? 0 : 1;
 }
