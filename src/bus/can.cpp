@@ -228,10 +228,8 @@ uint32_t norv_linux_can_open(const char* interface_name, norv_linux_can_t** can)
     if (interface_name == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    auto* opened = static_cast<norv_linux_can_t*>(norv_zalloc(sizeof(norv_linux_can_t)));
-    if (opened == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    norv_linux_can_t* opened = nullptr;
+    NORV_TRY(norv::allocate_record(opened));
     opened->owner = can;
     opened->interface_name = interface_name;  // quirk 62: callers may change the text
     norv::list_init(opened->channels);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "core/handle.hpp"
 #include "core/status.hpp"
 #include "norv_base.h"
 #include "norv_linux_i2c.h"
@@ -124,10 +125,7 @@ uint32_t norv_linux_open_i2c_bus(norv_i2c_bus_t* bus, uint32_t bus_number) {
         return NORV_STATUS_INVALID_ARG;
     }
     *bus = {};
-    bus->state = static_cast<norv_i2c_bus_state_t*>(norv_zalloc(sizeof *bus->state));
-    if (bus->state == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    NORV_TRY(norv::allocate_record(bus->state));
     bus->state->bus_number = bus_number;
     const uint32_t status = norv_linux_i2c_open(bus_number, &bus->state->descriptor);
     if (status != NORV_STATUS_OK) {

@@ -180,10 +180,7 @@ uint32_t norv_uart_open(const char* path, const norv_uart_settings_t* settings, 
     if (path == nullptr || settings == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    *uart = static_cast<norv_uart_t*>(norv_zalloc(sizeof(norv_uart_t)));
-    if (*uart == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    NORV_TRY(norv::allocate_record(*uart));
     (*uart)->descriptor = -1;
     const uint32_t status = open_port(uart, path, settings);
     if (status != NORV_STATUS_OK) {

@@ -2,7 +2,19 @@
 // Handles: the caller's variable points to the record that an open function allocated, or is null.
 #pragma once
 
+#include <cstdint>
+
+#include "norv_base.h"
+#include "norv_status.h"
+
 namespace norv {
+
+// Allocates a record of zeros. Without memory the variable becomes null.
+template <typename record>
+uint32_t allocate_record(record*& variable) {
+    variable = static_cast<record*>(norv_zalloc(sizeof(record)));
+    return variable == nullptr ? NORV_STATUS_NO_MEMORY : NORV_STATUS_OK;
+}
 
 // Returns the open record; null also if there is no variable.
 template <typename record>

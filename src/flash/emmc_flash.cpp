@@ -178,10 +178,8 @@ uint32_t norv_linux_emmc_flash_open(norv_emmc_flash_t** flash, const char* path)
     if (path == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    auto* opened = static_cast<norv_emmc_flash_t*>(norv_zalloc(sizeof(norv_emmc_flash_t)));
-    if (opened == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    norv_emmc_flash_t* opened = nullptr;
+    NORV_TRY(norv::allocate_record(opened));
     const uint32_t status = open_device(opened, path);
     if (status != NORV_STATUS_OK) {
         norv::close_descriptor(opened->descriptor);

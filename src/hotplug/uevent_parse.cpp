@@ -178,10 +178,7 @@ uint32_t norv_uevent_parse_open(norv_uevent_parse_t** context, const norv_uevent
         return NORV_STATUS_INVALID_ARG;
     }
     // Stored before the enumeration, because the handler that it calls uses the variable.
-    *context = static_cast<norv_uevent_parse_t*>(norv_zalloc(sizeof(norv_uevent_parse_t)));
-    if (*context == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    NORV_TRY(norv::allocate_record(*context));
     const uint32_t status = norv::prepare(**context, *settings);
     if (status != NORV_STATUS_OK) {
         norv_uevent_parse_close(context);

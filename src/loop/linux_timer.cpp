@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "core/descriptor.hpp"
+#include "core/handle.hpp"
 #include "core/layout.hpp"
 #include "core/status.hpp"
 #include "norv_base.h"
@@ -113,10 +114,8 @@ uint32_t norv_linux_timer_mgr_open(norv_linux_timer_t* timer, norv_linux_timer_m
         return NORV_STATUS_INVALID_ARG;
     }
     *manager = {};
-    auto* context = static_cast<manager_context*>(norv_zalloc(sizeof(manager_context)));
-    if (context == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    manager_context* context = nullptr;
+    NORV_TRY(norv::allocate_record(context));
     context->timer = timer;
     manager->get_time = manager_get_time;
     manager->set_alarm = manager_set_alarm;

@@ -19,21 +19,13 @@ struct pci_configuration {
     int32_t descriptor;
 };
 
-template <typename device>
-uint32_t allocate_handle(uint32_t index, device** handle) {
-    auto* record = static_cast<device*>(norv_zalloc(sizeof(device)));
-    if (record == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+template <typename device, typename function>
+uint32_t allocate_and_set_up(uint32_t index, device** handle, function set_up) {
+    device* record = nullptr;
+    NORV_TRY(allocate_record(record));
     record->node.index = index;
     record->node.descriptor = -1;
     *handle = record;
-    return NORV_STATUS_OK;
-}
-
-template <typename device, typename function>
-uint32_t allocate_and_set_up(uint32_t index, device** handle, function set_up) {
-    NORV_TRY(allocate_handle(index, handle));
     return set_up();
 }
 

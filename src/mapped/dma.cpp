@@ -64,10 +64,7 @@ uint32_t allocate_handle(norv_linux_dma_t** buffer, int32_t* manager, uint64_t s
     if (manager == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    *buffer = static_cast<norv_linux_dma*>(norv_zalloc(sizeof(norv_linux_dma)));
-    if (*buffer == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
+    NORV_TRY(norv::allocate_record(*buffer));
     **buffer = {manager, -1, size, type, nullptr, nullptr};
     return NORV_STATUS_OK;
 }
