@@ -239,13 +239,16 @@ TEST_F(SwappingSpi, ConfiguringEightBitsEndsTheEmulation) {
     EXPECT_EQ(spi.swap16, 0);
 }
 
-TEST_F(EightBitSpi, RefusedTwelveBitWordsAreNotTriedAsEight) {
-    const norv_spi_config_t config = {1, 5'000'000, 12, 0};
-    EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
-    EXPECT_THAT(requests(), ElementsAre(SPI_IOC_WR_MODE, SPI_IOC_WR_BITS_PER_WORD));
-    EXPECT_EQ(spi.swap16, 0);
-    EXPECT_EQ(slave->mode, 1);
-    EXPECT_EQ(slave->speed, 1'000'000U);
+TEST_F(EightBitSpi, OtherRefusedWordLengthsAreNotTriedAsEight) {
+    for (const uint8_t bits : {uint8_t{12}, uint8_t{24}}) {
+        kernel.forget_calls();
+        const norv_spi_config_t config = {1, 5'000'000, bits, 0};
+        EXPECT_EQ(norv_linux_spi_config(&spi, &config), NORV_STATUS_INVALID_ARG);
+        EXPECT_THAT(requests(), ElementsAre(SPI_IOC_WR_MODE, SPI_IOC_WR_BITS_PER_WORD));
+        EXPECT_EQ(spi.swap16, 0);
+        EXPECT_EQ(slave->mode, 1);
+        EXPECT_EQ(slave->speed, 1'000'000U);
+    }
 }
 
 TEST_F(EightBitSpi, AFailedRetryWithEightBitsEndsTheConfigurationWithItsStatus) {
