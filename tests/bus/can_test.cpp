@@ -652,10 +652,12 @@ TEST_F(Can, WithoutAChannelEveryCallIsAnInvalidArgument) {
 
 // ---- write
 
-// A channel for 0x123 on can0, and the frame that it writes.
+// A channel for 0x123 on can0, the frame that it writes, and a clock that stands still: what a wait is given
+// does not depend on the machine.
 class CanTransfer : public OpenCan {
   protected:
     CanTransfer() {
+        kernel.set_clock(1, 0);
         channel = add(0x123);
         kernel.forget_calls();
     }
