@@ -44,7 +44,7 @@ check_needed() {
 }
 
 check_soname() {
-    readelf --dynamic "$1" | grep -qF "Library soname: [$2]" || fail "the soname of $1 is not $2"
+    grep -qF "Library soname: [$2]" < <(readelf --dynamic "$1") || fail "the soname of $1 is not $2"
 }
 
 check_names "$1" src/norv_io_linux.map include/norv_*.h

@@ -19,7 +19,7 @@ check_link() {
     [[ -e $file ]] || { echo "FAILED: $1 links to $2, which does not exist" && failed=1 && return; }
     [[ $2 == *'#'* ]] || return 0
     anchor=${2#*#}
-    anchors "$file" | grep -qxF -- "$anchor" || { echo "FAILED: $1 links to $2, and there is no such heading" && failed=1; }
+    grep -qxF -- "$anchor" < <(anchors "$file") || { echo "FAILED: $1 links to $2, and there is no such heading" && failed=1; }
 }
 
 pages=$(git ls-files --cached --others --exclude-standard -- '*.md')
