@@ -11,9 +11,11 @@
 #include <cstring>
 
 #include "core/attribute.hpp"
+#include "core/descriptor.hpp"
 #include "core/directory.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
+#include "norv_base.h"
 #include "norv_file.h"
 
 namespace norv {
@@ -104,6 +106,9 @@ uint32_t find_by_pci_id(const char* device_class, uint16_t vendor, uint16_t devi
     });
 }
 
+namespace {
+
+// NORV_UIO_KIND_PCI if the device's name is that of the PCI driver, otherwise NORV_UIO_KIND_PLAIN.
 uint32_t read_kind(const char* device_class, uint32_t index, const char* pci_driver, uint32_t* kind) {
     char name[128];
     const uint32_t status = read_text(name, "/sys/class/%s/%s%d/name", device_class, device_class, index);
@@ -111,9 +116,14 @@ uint32_t read_kind(const char* device_class, uint32_t index, const char* pci_dri
     return status;
 }
 
-uint32_t open_node(const char* device_class, mapped_node& node) {
-    return norv_open_device(O_RDWR | O_CLOEXEC, &node.descriptor, "/dev/%s%d", device_class,
-                            static_cast<int32_t>(node.index));
+}  // namespace
+
+uint32_t open_node(const char* device_class, uint32_t index, const char* pci_driver, mapped_device& device) {
+    device.node.index = index;
+    device.node.descriptor = -1;
+    NORV_TRY(read_kind(device_class, index, pci_driver, &device.kind));
+    return norv_open_device(O_RDWR | O_CLOEXEC, &device.node.descriptor, "/dev/%s%d", device_class,
+                            static_cast<int32_t>(index));
 }
 
 uint32_t map_region(const char* device_class, mapped_node& node) {
@@ -134,6 +144,11 @@ void unmap_region(mapped_node& node) {
 
 bool is_mapped(const mapped_node& node) {
     return node.map != nullptr && node.map != MAP_FAILED;
+}
+
+void release(mapped_device* device) {
+    close_descriptor(device->node.descriptor);
+    norv_free(device);
 }
 
 uint32_t announce_pci_id(const char* new_id, int32_t vendor, int32_t device) {

@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: MIT
-// Devices of a class whose registers a program maps: /dev/CLASSn, described in /sys/class/CLASS/CLASSn. The
-// functions take the name of the class.
+// Devices of a class whose registers a program maps: /dev/CLASSn, described in /sys/class/CLASS/CLASSn. UIO
+// and UMCB devices have the same record. The functions take the name of the class.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
+#include "norv_status.h"
 #include "norv_uio.h"
+#include "norv_umcb.h"
 
 namespace norv {
 
-// The beginning of the record of such a device.
+constexpr char uio_class[] = "uio";
+constexpr char umcb_class[] = "umcb";
+
 struct mapped_node {
     uint32_t index;      // n
     int32_t descriptor;  // of /dev/CLASSn
@@ -17,7 +22,25 @@ struct mapped_node {
     uint64_t map_size;
 };
 
+// A PCI device's configuration space.
+struct pci_configuration {
+    int32_t descriptor;
+};
+
+// The record to which a handle variable points. `ops` is the table of its kind, in the member of its class.
+struct mapped_device {
+    mapped_node node;
+    uint32_t kind;
+    union {
+        const norv_uio_ops_t* uio;    // null until the node is open
+        const norv_umcb_ops_t* umcb;  // null on a device that is not on PCI
+    } ops;
+    pci_configuration* pci;  // null on a platform device; of a UMCB device always: it is not used
+};
+
 static_assert(sizeof(mapped_node) == 16 + sizeof(uint64_t) && sizeof(void*) <= 8);
+static_assert(offsetof(mapped_device, kind) == 24 && offsetof(mapped_device, ops) == 24 + sizeof(void*) &&
+              offsetof(mapped_device, pci) == 24 + 2 * sizeof(void*));
 
 // One aligned 32-bit access through the pointer is one bus access.
 inline volatile uint32_t* register_at(const mapped_node& node, uint32_t offset) {
@@ -32,13 +55,20 @@ uint32_t highest_index(const char* directory, int32_t* index);
 uint32_t find_by_name(const char* device_class, const char* name, uint32_t* index);
 uint32_t find_by_pci_id(const char* device_class, uint16_t vendor, uint16_t device, uint32_t* index);
 
-// Reads the device's name: NORV_UIO_KIND_PCI if it is that of the PCI driver, otherwise NORV_UIO_KIND_PLAIN.
-uint32_t read_kind(const char* device_class, uint32_t index, const char* pci_driver, uint32_t* kind);
-
-uint32_t open_node(const char* device_class, mapped_node& node);
+// Reads the kind of a device and opens its node, into a record of zeros.
+uint32_t open_node(const char* device_class, uint32_t index, const char* pci_driver, mapped_device& device);
 uint32_t map_region(const char* device_class, mapped_node& node);
 void unmap_region(mapped_node& node);
 bool is_mapped(const mapped_node& node);
+
+// Runs a hook of a table of operations; null: nothing to do.
+template <typename device>
+uint32_t run_hook(uint32_t (*hook)(device**), device** handle) {
+    return hook == nullptr ? NORV_STATUS_OK : hook(handle);
+}
+
+// The last step of closing, after the region was unmapped.
+void release(mapped_device* device);
 
 // Announces a PCI identity to a driver through its "new_id".
 uint32_t announce_pci_id(const char* new_id, int32_t vendor, int32_t device);
@@ -47,3 +77,6 @@ uint32_t announce_pci_id(const char* new_id, int32_t vendor, int32_t device);
 uint32_t read_pci_identity(const char* uevent, norv_uio_info_t* info);
 
 }  // namespace norv
+
+struct norv_uio : norv::mapped_device {};
+struct norv_umcb : norv::mapped_device {};

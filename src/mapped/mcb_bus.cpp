@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "core/layout.hpp"
-#include "mapped/uio.hpp"
+#include "mapped/class_device.hpp"
 
 static_assert(sizeof(norv_mcb_reg_value_t) == 8 && offsetof(norv_mcb_reg_value_t, value) == 4);
 static_assert(sizeof(norv_mcb_bus_t) == 15 * sizeof(void*) && offsetof(norv_mcb_bus_t, flags) == 0 &&

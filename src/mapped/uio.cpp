@@ -7,11 +7,11 @@
 
 #include <cstddef>
 
+#include "core/handle.hpp"
 #include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
-#include "mapped/uio.hpp"
-#include "norv_base.h"
+#include "mapped/class_device.hpp"
 
 static_assert(sizeof(norv_uio_ops_t) == 7 * sizeof(void*) && offsetof(norv_uio_ops_t, open) == 0 &&
               NORV_FOLLOWS(norv_uio_ops_t, open, close) && NORV_FOLLOWS(norv_uio_ops_t, close, map) &&
@@ -60,14 +60,23 @@ constexpr norv_uio_ops_t generic_ops = {nullptr, nullptr, map, unmap, enable_irq
 
 // ---- opening
 
-// Everything after the allocation of the record. The caller closes the handle after a failure.
-uint32_t set_up(norv_uio_t** uio) {
-    norv_uio_t* device = *uio;
-    NORV_TRY(norv::read_kind(norv::uio_class, device->node.index, "uio_pci_mmap", &device->kind));
-    device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_uio_get_pci_ops() : norv_uio_get_generic_ops();
-    NORV_TRY(norv::open_node(norv::uio_class, device->node));
-    NORV_TRY(norv::run_open_hook(uio));
-    return device->ops->map(uio);
+// The caller closes the handle after a failure.
+uint32_t open_device(uint32_t index, norv_uio_t** uio) {
+    norv_uio_t* device = nullptr;
+    NORV_TRY(norv::allocate_record(device));
+    *uio = device;
+    NORV_TRY(norv::open_node(norv::uio_class, index, "uio_pci_mmap", *device));
+    const bool is_pci = device->kind == NORV_UIO_KIND_PCI;
+    device->ops.uio = is_pci ? norv_uio_get_pci_ops() : norv_uio_get_generic_ops();
+    NORV_TRY(norv::run_hook(device->ops.uio->open, uio));
+    return device->ops.uio->map(uio);
+}
+
+void run_close_hook(norv_uio_t** uio) {
+    const norv_uio_ops_t* operations = (*uio)->ops.uio;
+    if (operations != nullptr && operations->close != nullptr) {
+        operations->close(uio);
+    }
 }
 
 }  // namespace
@@ -77,8 +86,15 @@ uint32_t norv_uio_get_max_idx(int32_t* index) {
 }
 
 uint32_t norv_uio_open_by_idx(uint32_t index, norv_uio_t** uio) {
-    return norv::open_handle(
-        index, uio, [=] { return set_up(uio); }, norv_uio_close);
+    if (uio == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t status = open_device(index, uio);
+    if (status != NORV_STATUS_OK) {
+        // quirk 157: without memory this closes the handle that the variable still holds.
+        norv_uio_close(uio);
+    }
+    return status;
 }
 
 uint32_t norv_uio_open_by_name(const char* name, norv_uio_t** uio) {
@@ -94,11 +110,12 @@ void norv_uio_close(norv_uio_t** uio) {
     if (!norv::is_open(uio)) {
         return;
     }
-    norv::run_close_hook(uio);
+    run_close_hook(uio);
     if (norv::is_mapped((*uio)->node)) {
-        (*uio)->ops->unmap(uio);
+        (*uio)->ops.uio->unmap(uio);
     }
-    norv::release_handle(uio);
+    norv::release(*uio);
+    *uio = nullptr;
 }
 
 int32_t norv_uio_get_fd(norv_uio_t** uio) {
@@ -119,15 +136,15 @@ uint32_t norv_uio_read_32(norv_uio_t** uio, uint32_t offset) {
 
 uint32_t norv_uio_get_info(norv_uio_t** uio, norv_uio_info_t* info) {
     return !norv::is_open(uio) || info == nullptr ? NORV_STATUS_INVALID_ARG
-                                                  : (*uio)->ops->get_info(uio, info);
+                                                  : (*uio)->ops.uio->get_info(uio, info);
 }
 
 uint32_t norv_uio_enable_irq(norv_uio_t** uio) {
-    return norv::is_open(uio) ? (*uio)->ops->enable_irq(uio) : NORV_STATUS_INVALID_ARG;
+    return norv::is_open(uio) ? (*uio)->ops.uio->enable_irq(uio) : NORV_STATUS_INVALID_ARG;
 }
 
 uint32_t norv_uio_disable_irq(norv_uio_t** uio) {
-    return norv::is_open(uio) ? (*uio)->ops->disable_irq(uio) : NORV_STATUS_INVALID_ARG;
+    return norv::is_open(uio) ? (*uio)->ops.uio->disable_irq(uio) : NORV_STATUS_INVALID_ARG;
 }
 
 uint32_t norv_uio_wait_irq(norv_uio_t** uio, uint32_t timeout) {

@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "core/descriptor.hpp"
 #include "core/status.hpp"
-#include "mapped/uio.hpp"
+#include "mapped/class_device.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 #include "norv_uio.h"
@@ -71,8 +73,11 @@ uint32_t disable_irq(norv_uio_t** uio) {
 }
 
 uint32_t get_info(norv_uio_t** uio, norv_uio_info_t* info) {
-    // quirk 160: 41 characters and the NUL.
-    return norv::read_pci_info<42>(norv::uio_class, uio, info);
+    char uevent[42];  // quirk 160: a longer path, that of a number of ten digits, is truncated
+    snprintf(uevent, sizeof uevent, "/sys/class/uio/uio%d/device/uevent",
+             static_cast<int32_t>((*uio)->node.index));
+    info->kind = (*uio)->kind;
+    return norv::read_pci_identity(uevent, info);
 }
 
 constexpr norv_uio_ops_t pci_ops = {open_configuration, close_configuration, map,     unmap,

@@ -6,29 +6,19 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdio>
 
+#include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
-#include "mapped/device_handle.hpp"
+#include "mapped/class_device.hpp"
 #include "mapped/mcb_bus.hpp"
-#include "norv_base.h"
 #include "norv_file.h"
 
 static_assert(sizeof(norv_umcb_ops_t) == 3 * sizeof(void*) && offsetof(norv_umcb_ops_t, open) == 0 &&
               NORV_FOLLOWS(norv_umcb_ops_t, open, close) && NORV_FOLLOWS(norv_umcb_ops_t, close, get_info));
-
-// The same layout as the record of a UIO device.
-struct norv_umcb {
-    norv::mapped_node node;
-    uint32_t kind;
-    const norv_umcb_ops_t* ops;    // null on a device that is not on PCI
-    norv::pci_configuration* pci;  // always null: the configuration space is not used
-};
-
-static_assert(offsetof(norv_umcb, kind) == 24 && offsetof(norv_umcb, ops) == 24 + sizeof(void*) &&
-              offsetof(norv_umcb, pci) == 24 + 2 * sizeof(void*));
 
 namespace {
 
@@ -52,13 +42,14 @@ static_assert(set_mode == 0x40046D00 && register_irq == 0xC0086D03 && set_type =
 static_assert(enable_all == 0x6D01 && disable_all == 0x6D02);
 static_assert(enable_source == 0x7200 && disable_source == 0x7201 && clear_event == 0x7202);
 
-constexpr char umcb_class[] = "umcb";
-
 // ---- the operations of PCI devices
 
 uint32_t get_pci_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
-    // quirk 164: 43 characters and the NUL.
-    return norv::read_pci_info<44>(umcb_class, umcb, info);
+    char uevent[44];  // quirk 164: a longer path, that of a number of ten digits, is truncated
+    snprintf(uevent, sizeof uevent, "/sys/class/umcb/umcb%d/device/uevent",
+             static_cast<int32_t>((*umcb)->node.index));
+    info->kind = (*umcb)->kind;
+    return norv::read_pci_identity(uevent, info);
 }
 
 constexpr norv_umcb_ops_t pci_ops = {nullptr, nullptr, get_pci_info};
@@ -69,15 +60,25 @@ uint32_t apply_mode(const norv::mapped_node& node, int32_t mode) {
     return mode < 0 ? NORV_STATUS_OK : norv::device_ioctl(node.descriptor, set_mode, &mode);
 }
 
-// Everything after the allocation of the record. The caller closes the handle after a failure.
-uint32_t set_up(int32_t mode, norv_umcb_t** umcb) {
-    norv_umcb_t* device = *umcb;
-    NORV_TRY(norv::read_kind(umcb_class, device->node.index, "umcb_pci_mmap", &device->kind));
-    device->ops = device->kind == NORV_UIO_KIND_PCI ? norv_umcb_get_pci_ops() : nullptr;
-    NORV_TRY(norv::open_node(umcb_class, device->node));
-    NORV_TRY(norv::run_open_hook(umcb));
+// The caller closes the handle after a failure.
+uint32_t open_device(uint32_t index, int32_t mode, norv_umcb_t** umcb) {
+    norv_umcb_t* device = nullptr;
+    NORV_TRY(norv::allocate_record(device));
+    *umcb = device;
+    NORV_TRY(norv::open_node(norv::umcb_class, index, "umcb_pci_mmap", *device));
+    if (device->kind == NORV_UIO_KIND_PCI) {
+        device->ops.umcb = norv_umcb_get_pci_ops();
+        NORV_TRY(norv::run_hook(device->ops.umcb->open, umcb));
+    }
     NORV_TRY(apply_mode(device->node, mode));
-    return norv::map_region(umcb_class, device->node);
+    return norv::map_region(norv::umcb_class, device->node);
+}
+
+void run_close_hook(norv_umcb_t** umcb) {
+    const norv_umcb_ops_t* operations = (*umcb)->ops.umcb;
+    if (operations != nullptr && operations->close != nullptr) {
+        operations->close(umcb);
+    }
 }
 
 // ---- requests
@@ -98,8 +99,15 @@ uint32_t norv_umcb_get_max_idx(int32_t* index) {
 }
 
 uint32_t norv_umcb_open_by_idx(uint32_t index, int32_t mode, norv_umcb_t** umcb) {
-    return norv::open_handle(
-        index, umcb, [=] { return set_up(mode, umcb); }, norv_umcb_close);
+    if (umcb == nullptr) {
+        return NORV_STATUS_INVALID_ARG;
+    }
+    const uint32_t status = open_device(index, mode, umcb);
+    if (status != NORV_STATUS_OK) {
+        // quirk 157: without memory this closes the handle that the variable still holds.
+        norv_umcb_close(umcb);
+    }
+    return status;
 }
 
 uint32_t norv_umcb_open_by_name(const char* name, int32_t mode, norv_umcb_t** umcb) {
@@ -108,7 +116,7 @@ uint32_t norv_umcb_open_by_name(const char* name, int32_t mode, norv_umcb_t** um
     }
     uint32_t index = 0;
     // quirk 163: the number is parsed from the fourth character on, which gives 0 for an entry umcbN.
-    NORV_TRY(norv::find_by_name(umcb_class, name, &index));
+    NORV_TRY(norv::find_by_name(norv::umcb_class, name, &index));
     return norv_umcb_open_by_idx(index, mode, umcb);
 }
 
@@ -118,7 +126,7 @@ uint32_t norv_umcb_open_by_pci_id(uint16_t vendor, uint16_t device, int32_t mode
     }
     uint32_t index = 0;
     // quirk 163: as by name.
-    NORV_TRY(norv::find_by_pci_id(umcb_class, vendor, device, &index));
+    NORV_TRY(norv::find_by_pci_id(norv::umcb_class, vendor, device, &index));
     return norv_umcb_open_by_idx(index, mode, umcb);
 }
 
@@ -126,9 +134,10 @@ void norv_umcb_close(norv_umcb_t** umcb) {
     if (!norv::is_open(umcb)) {
         return;
     }
-    norv::run_close_hook(umcb);
+    run_close_hook(umcb);
     norv::unmap_region((*umcb)->node);
-    norv::release_handle(umcb);
+    norv::release(*umcb);
+    *umcb = nullptr;
 }
 
 uint32_t norv_umcb_load_pci(uint16_t vendor, uint16_t device) {
@@ -158,7 +167,7 @@ uint32_t norv_umcb_get_info(norv_umcb_t** umcb, norv_uio_info_t* info) {
     if (!norv::is_open(umcb) || info == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const norv_umcb_ops_t* operations = (*umcb)->ops;
+    const norv_umcb_ops_t* operations = (*umcb)->ops.umcb;
     if (operations != nullptr && operations->get_info != nullptr) {
         return operations->get_info(umcb, info);
     }
