@@ -43,8 +43,8 @@ static_assert(offsetof(mapped_device, kind) == 24 && offsetof(mapped_device, ops
               offsetof(mapped_device, pci) == 24 + 2 * sizeof(void*));
 
 // One aligned 32-bit access through the pointer is one bus access.
-inline volatile uint32_t* register_at(const mapped_node& node, uint32_t offset) {
-    return reinterpret_cast<volatile uint32_t*>(static_cast<char*>(node.map) + offset);
+inline volatile uint32_t* register_at(void* map, uint32_t offset) {
+    return reinterpret_cast<volatile uint32_t*>(static_cast<char*>(map) + offset);
 }
 
 // Finds the highest N of the entries uioN in a directory, whatever its class (quirk 162), or -1.

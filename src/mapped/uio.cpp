@@ -127,11 +127,11 @@ void* norv_uio_get_map(norv_uio_t** uio) {
 }
 
 void norv_uio_write_32(norv_uio_t** uio, uint32_t offset, uint32_t value) {
-    *norv::register_at((*uio)->node, offset) = value;
+    *norv::register_at((*uio)->node.map, offset) = value;
 }
 
 uint32_t norv_uio_read_32(norv_uio_t** uio, uint32_t offset) {
-    return *norv::register_at((*uio)->node, offset);
+    return *norv::register_at((*uio)->node.map, offset);
 }
 
 uint32_t norv_uio_get_info(norv_uio_t** uio, norv_uio_info_t* info) {

@@ -151,16 +151,15 @@ void* norv_umcb_get_map(norv_umcb_t** umcb) {
 }
 
 void norv_umcb_write_32(norv_umcb_t** umcb, uint32_t offset, uint32_t value) {
-    *norv::register_at((*umcb)->node, offset) = value;
+    *norv::register_at((*umcb)->node.map, offset) = value;
 }
 
 uint32_t norv_umcb_read_32(norv_umcb_t** umcb, uint32_t offset) {
-    return *norv::register_at((*umcb)->node, offset);
+    return *norv::register_at((*umcb)->node.map, offset);
 }
 
 uint32_t norv_umcb_open_mcb_bus(norv_umcb_t** umcb, norv_mcb_bus_t* bus) {
-    // quirk 166: the base is added here, unlike on a UIO device (quirk 167).
-    return norv::open_mcb_bus<norv_umcb_t, true>(umcb, bus);
+    return norv::open_mcb_bus(umcb, bus);
 }
 
 uint32_t norv_umcb_get_info(norv_umcb_t** umcb, norv_uio_info_t* info) {

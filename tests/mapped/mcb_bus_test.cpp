@@ -131,6 +131,17 @@ TEST_F(McbBus, ACountOf0DoesNothing) {
     EXPECT_EQ(bus.write_list_based(&bus, 0, nullptr, 0), 0U);
 }
 
+TEST_F(McbBus, ACountOf0NeedsNeitherADeviceNorAnOpenBus) {
+    norv_uio_close(&device);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(bus.read_list(&bus, nullptr, nullptr, 0), 0U);
+        EXPECT_EQ(bus.write_list(&bus, nullptr, 0), 0U);
+        EXPECT_EQ(bus.read_burst(&bus, 0, nullptr, 0, 0), 0U);
+        EXPECT_EQ(bus.write_burst(&bus, 0, nullptr, 0, 0), 0U);
+        bus.close(&bus);
+    }
+}
+
 TEST_F(McbBus, CountsHave32Bits) {
     constexpr uint32_t count = 65537;
     std::vector<uint32_t> addresses(count, 0x10);
