@@ -3,12 +3,12 @@
 // /dev/uio-dma as on the virtual board.
 #include <linux/dma-buf.h>
 #include <norv_linux_dma.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 
 #include <cstdint>
 #include <cstdlib>
 
-#include "mapped/dma_driver.hpp"
 #include "support/expect.hpp"
 #include "support/rows.hpp"
 
@@ -17,7 +17,25 @@ namespace {
 constexpr uint64_t size = 16384;
 constexpr uint32_t moved = 64;
 
-using namespace norv::dma_driver;
+// The driver's requests, as a program without the library makes them.
+struct lock_query {
+    int32_t descriptor;
+    uint32_t count;
+};
+
+struct entries_query {
+    int32_t descriptor;
+    uint32_t count;
+    uint64_t array;
+};
+
+struct sync_query {
+    int32_t descriptor;
+    uint32_t direction;
+    uint32_t value32;
+    uint32_t padding;
+    uint64_t value64;
+};
 
 // An open manager with one buffer.
 class bench_buffer {
@@ -57,12 +75,12 @@ void map(norv_linux_dma_t** buffer) {
 }
 
 void bare_lock(int manager, int descriptor) {
-    lock_request query = {descriptor, 0};
-    bench::expect(ioctl(manager, request_lock, &query) == 0, "lock");
+    lock_query query = {descriptor, 0};
+    bench::expect(ioctl(manager, _IOWR('U', 1, lock_query), &query) == 0, "lock");
     void* array = calloc(query.count, NORV_LINUX_DMA_SG_ENTRY_SIZE);
-    entries_request fetch = {descriptor, query.count, reinterpret_cast<uintptr_t>(array)};
-    bench::expect(ioctl(manager, request_entries, &fetch) == 0, "entries");
-    bench::expect(ioctl(manager, request_unlock, &descriptor) == 0, "unlock");
+    entries_query fetch = {descriptor, query.count, reinterpret_cast<uintptr_t>(array)};
+    bench::expect(ioctl(manager, _IOWR('U', 3, entries_query), &fetch) == 0, "entries");
+    bench::expect(ioctl(manager, _IOW('U', 2, int32_t), &descriptor) == 0, "unlock");
     free(array);
 }
 
@@ -79,8 +97,8 @@ void bare_sync(int descriptor) {
 }
 
 void bare_sg_sync(int manager, int descriptor) {
-    sync_request request = {descriptor, 0, moved, 0, 0};
-    bench::expect(ioctl(manager, request_sync, &request) == 0, "sync");
+    sync_query request = {descriptor, 0, moved, 0, 0};
+    bench::expect(ioctl(manager, _IOW('U', 4, sync_query), &request) == 0, "sync");
 }
 
 void add_rows(bench_buffer& unlocked, bench_buffer& locked) {

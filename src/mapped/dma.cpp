@@ -4,9 +4,11 @@
 
 #include <fcntl.h>
 #include <linux/dma-buf.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
@@ -14,7 +16,6 @@
 #include "core/layout.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
-#include "mapped/dma_driver.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 
@@ -34,7 +35,64 @@ static_assert(sizeof(void*) != 8 || sizeof(norv_linux_dma) == 48);
 
 namespace {
 
-using namespace norv::dma_driver;
+// ---- the driver's interface; it has no header
+
+enum allocation_type : uint32_t {
+    type_default = 0,
+    type_kmalloc = 1,
+    type_cma = 2,
+    type_user_pointer = 3,
+    type_reserved = 4,
+    type_adopted = 5,  // the library's own: the driver is not called
+};
+
+struct create_request {
+    uint64_t size;
+    uint32_t type;
+    uint32_t reserved;
+    int32_t descriptor;
+    uint32_t padding;
+    uint64_t address;
+};
+
+struct lock_request {
+    int32_t descriptor;
+    uint32_t count;
+};
+
+struct entries_request {
+    int32_t descriptor;
+    uint32_t count;
+    uint64_t array;
+};
+
+struct sync_request {
+    int32_t descriptor;
+    uint32_t direction;
+    uint32_t value32;
+    uint32_t padding;
+    uint64_t value64;
+};
+
+static_assert(sizeof(create_request) == 32 && offsetof(create_request, type) == 8 &&
+              offsetof(create_request, reserved) == 12 && offsetof(create_request, descriptor) == 16 &&
+              offsetof(create_request, address) == 24);
+static_assert(sizeof(lock_request) == 8 && offsetof(lock_request, count) == 4);
+static_assert(sizeof(entries_request) == 16 && offsetof(entries_request, count) == 4 &&
+              offsetof(entries_request, array) == 8);
+static_assert(sizeof(sync_request) == 24 && offsetof(sync_request, direction) == 4 &&
+              offsetof(sync_request, value32) == 8 && offsetof(sync_request, value64) == 16);
+
+constexpr unsigned long request_create = _IOWR('U', 0, create_request);
+constexpr unsigned long request_lock = _IOWR('U', 1, lock_request);
+constexpr unsigned long request_unlock = _IOW('U', 2, int32_t);
+constexpr unsigned long request_entries = _IOWR('U', 3, entries_request);
+constexpr unsigned long request_sync = _IOW('U', 4, sync_request);
+
+static_assert(request_create == 0xC0205500 && request_lock == 0xC0085501 && request_unlock == 0x40045502 &&
+              request_entries == 0xC0105503 && request_sync == 0x40185504);
+
+// ---- the requests of a dma-buf
 
 // quirk 88: a start is always for reading, and an end for writing.
 constexpr uint64_t start_of_transfer = DMA_BUF_SYNC_START | DMA_BUF_SYNC_READ;
