@@ -7,7 +7,7 @@
 
 #include "core/layout.hpp"
 #include "core/status.hpp"
-#include "mapped/class_device.hpp"
+#include "mapped/mapped_device.hpp"
 #include "norv_base.h"
 
 static_assert(sizeof(norv_mcb_reg_value_t) == 8 && offsetof(norv_mcb_reg_value_t, value) == 4);

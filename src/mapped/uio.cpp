@@ -11,7 +11,7 @@
 #include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
-#include "mapped/class_device.hpp"
+#include "mapped/mapped_device.hpp"
 
 static_assert(sizeof(norv_uio_ops_t) == 7 * sizeof(void*) && offsetof(norv_uio_ops_t, open) == 0 &&
               NORV_FOLLOWS(norv_uio_ops_t, open, close) && NORV_FOLLOWS(norv_uio_ops_t, close, map) &&

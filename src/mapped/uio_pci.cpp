@@ -7,7 +7,7 @@
 
 #include "core/descriptor.hpp"
 #include "core/status.hpp"
-#include "mapped/class_device.hpp"
+#include "mapped/mapped_device.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 #include "norv_uio.h"

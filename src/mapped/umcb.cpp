@@ -13,7 +13,7 @@
 #include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
-#include "mapped/class_device.hpp"
+#include "mapped/mapped_device.hpp"
 #include "mapped/mcb_bus.hpp"
 #include "norv_file.h"
 

@@ -4,7 +4,7 @@
 
 # Sources that share the tests and the page of the family after the colon.
 parts=(epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
-    class_device:uio uevent_parse_devices:uevent_parse uevent_parse_enumeration:uevent_parse)
+    mapped_device:uio uevent_parse_devices:uevent_parse uevent_parse_enumeration:uevent_parse)
 
 family_of() {
     local part

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Devices of a class whose registers a program maps.
-#include "mapped/class_device.hpp"
+#include "mapped/mapped_device.hpp"
 
 #include <fcntl.h>
 #include <sys/mman.h>
