@@ -8,6 +8,7 @@
 
 #include <cstdio>
 
+#include "core/attribute.hpp"
 #include "core/descriptor.hpp"
 #include "core/memory.hpp"
 #include "core/poll.hpp"
@@ -15,38 +16,14 @@
 
 namespace {
 
+using norv::file_path;
 using norv::scoped_descriptor;
 using norv::status_of;
 
-constexpr uint32_t path_size = 256;
 constexpr uint32_t page_size = 4096;  // the most that an attribute takes
-
-// A formatted path. quirk 6: truncated silently if it does not fit.
-class formatted_path {
-  public:
-    formatted_path(const char* format, va_list values)
-        : valid_(format != nullptr && vsnprintf(text_, sizeof text_, format, values) >= 0) {}
-
-    bool valid() const { return valid_; }
-    const char* text() const { return text_; }
-
-  private:
-    char text_[path_size];
-    bool valid_;
-};
 
 int64_t read_or_write(int32_t descriptor, void* buffer, size_t length, bool write) {
     return write ? ::write(descriptor, buffer, length) : ::read(descriptor, buffer, length);
-}
-
-// Opens a file, transfers once, and closes it.
-uint32_t transfer_device(uint32_t flags, void* buffer, uint32_t* length, const char* format, va_list values) {
-    scoped_descriptor file;
-    if (length == nullptr) {
-        return NORV_STATUS_INVALID_ARG;
-    }
-    NORV_TRY(norv_open_device_va(flags, file.out(), format, values));
-    return norv_iorw_nonblock(file.get(), buffer, length, (flags & O_ACCMODE) == O_WRONLY);
 }
 
 // Writes a text that is longer than a page and may not fit the stack of a thread.
@@ -105,13 +82,7 @@ uint32_t norv_open_device_va(uint32_t flags, int32_t* descriptor, const char* fo
     if (descriptor == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    *descriptor = -1;
-    const formatted_path path(format, values);
-    if (!path.valid()) {
-        return NORV_STATUS_INVALID_ARG;
-    }
-    *descriptor = open(path.text(), static_cast<int>(flags), 0600);
-    return status_of(*descriptor);
+    return norv::open_file(flags, file_path::of(format, values), descriptor);
 }
 
 uint32_t norv_open_device(uint32_t flags, int32_t* descriptor, const char* format, ...) {
@@ -125,18 +96,17 @@ uint32_t norv_open_device(uint32_t flags, int32_t* descriptor, const char* forma
 uint32_t norv_read_device(void* buffer, uint32_t* length, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const uint32_t status = transfer_device(O_RDONLY | O_CLOEXEC, buffer, length, format, values);
+    const file_path path = file_path::of(format, values);
     va_end(values);
-    return status;
+    return length == nullptr ? NORV_STATUS_INVALID_ARG : norv::read_bytes(path, buffer, length);
 }
 
 uint32_t norv_write_device(const void* buffer, uint32_t* length, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const uint32_t status =
-        transfer_device(O_WRONLY | O_CLOEXEC, const_cast<void*>(buffer), length, format, values);
+    const file_path path = file_path::of(format, values);
     va_end(values);
-    return status;
+    return length == nullptr ? NORV_STATUS_INVALID_ARG : norv::write_bytes(path, buffer, length);
 }
 
 uint32_t norv_write_string_va(int32_t descriptor, uint32_t maximum, const char* format, va_list values) {
@@ -212,7 +182,7 @@ uint32_t norv_iorw_timeout(int32_t descriptor, void* buffer, uint32_t* length, i
 bool norv_file_access(uint32_t mode, const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const formatted_path path(format, values);
+    const file_path path = file_path::of(format, values);
     va_end(values);
     return path.valid() && status_of(access(path.text(), static_cast<int>(mode))) == NORV_STATUS_OK;
 }
@@ -220,23 +190,20 @@ bool norv_file_access(uint32_t mode, const char* format, ...) {
 uint32_t norv_file_mark(const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const formatted_path path(format, values);
+    const file_path path = file_path::of(format, values);
     va_end(values);
     if (!path.valid()) {
         return NORV_STATUS_INVALID_ARG;
     }
     scoped_descriptor file;
     // quirk 10: the path is the format of this second call, which expands a '%' in it again.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-    return norv_open_device(O_RDWR | O_CREAT | O_SYNC, file.out(), path.text());
-#pragma GCC diagnostic pop
+    return norv::open_file(O_RDWR | O_CREAT | O_SYNC, file_path::expanded(path.text()), file.out());
 }
 
 uint32_t norv_file_unmark(const char* format, ...) {
     va_list values;
     va_start(values, format);
-    const formatted_path path(format, values);
+    const file_path path = file_path::of(format, values);
     va_end(values);
     return path.valid() ? status_of(remove(path.text())) : NORV_STATUS_INVALID_ARG;
 }
