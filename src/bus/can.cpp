@@ -11,13 +11,13 @@
 
 #include <cstddef>
 
+#include "bus/transfer.hpp"
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
 #include "core/list.hpp"
 #include "core/status.hpp"
-#include "core/transfer.hpp"
 #include "norv_base.h"
 
 namespace {

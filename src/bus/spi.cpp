@@ -8,11 +8,11 @@
 #include <cstddef>
 #include <utility>
 
+#include "core/attribute.hpp"
 #include "core/descriptor.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
 #include "core/memory.hpp"
-#include "core/open.hpp"
 #include "core/status.hpp"
 #include "norv_base.h"
 
@@ -52,7 +52,7 @@ uint32_t set_bits_per_word(norv_spi_t* spi, uint8_t bits) {
 
 uint32_t open_and_configure(const char* path, const norv_spi_config_t* config, norv_spi_t* spi) {
     // quirk 61: the path is a format.
-    NORV_TRY(norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &spi->descriptor, path));
+    NORV_TRY(norv::open_file(O_RDWR | O_SYNC | O_CLOEXEC, norv::file_path::expanded(path), &spi->descriptor));
     return norv_linux_spi_config(spi, config);
 }
 

@@ -8,11 +8,11 @@
 
 #include <cstddef>
 
+#include "bus/transfer.hpp"
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
 #include "core/ioctl.hpp"
 #include "core/status.hpp"
-#include "core/transfer.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 

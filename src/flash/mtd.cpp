@@ -9,10 +9,10 @@
 
 #include <cstddef>
 
+#include "core/attribute.hpp"
 #include "core/descriptor.hpp"
 #include "core/ioctl.hpp"
 #include "core/layout.hpp"
-#include "core/open.hpp"
 #include "core/status.hpp"
 
 static_assert(NORV_FOLLOWS(norv_mtd_t, descriptor, info) && sizeof(mtd_info_user) == 32);
@@ -73,7 +73,8 @@ uint32_t transfer_at(const norv_mtd_t* device, uint32_t offset, uint32_t length,
 
 uint32_t open_device(const char* path, norv_mtd_t* device) {
     // quirk 125: the path is a printf format.
-    NORV_TRY(norv::open_path(O_RDWR | O_SYNC | O_CLOEXEC, &device->descriptor, path));
+    NORV_TRY(
+        norv::open_file(O_RDWR | O_SYNC | O_CLOEXEC, norv::file_path::expanded(path), &device->descriptor));
     return norv::device_ioctl(device->descriptor, MEMGETINFO, &device->info);
 }
 
