@@ -12,7 +12,6 @@
 #include "core/descriptor.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
-#include "core/sysfs.hpp"
 
 static_assert(sizeof(norv_linux_gpio_t) == 8 && offsetof(norv_linux_gpio_t, value_descriptor) == 4);
 
@@ -22,19 +21,18 @@ constexpr const char* edge_names[] = {"none", "rising", "falling", "both"};
 
 // Numbers are printed signed: quirk 2.
 bool is_exported(uint32_t number) {
-    return norv::is_directory("/sys/class/gpio/gpio%d", number);
+    return norv::is_directory(norv::file_path("/sys/class/gpio/gpio%d", number).text());
+}
+
+norv::file_path line_attribute(const norv_linux_gpio_t* gpio, const char* name) {
+    if (gpio == nullptr) {
+        return {};
+    }
+    return {"/sys/class/gpio/gpio%d/%s", gpio->number, name};
 }
 
 uint32_t write_global(const char* name, uint32_t number) {
-    return norv::attribute(O_WRONLY, "/sys/class/gpio/%s", name).write(12, "%d", number);
-}
-
-uint32_t write_line(const norv_linux_gpio_t* gpio, const char* name, uint32_t maximum, const char* text) {
-    if (gpio == nullptr) {
-        return NORV_STATUS_INVALID_ARG;
-    }
-    return norv::attribute(O_WRONLY, "/sys/class/gpio/gpio%d/%s", gpio->number, name)
-        .write(maximum, "%s", text);
+    return norv::write_number({"/sys/class/gpio/%s", name}, static_cast<int32_t>(number));
 }
 
 const char* digit(bool value) {
@@ -45,8 +43,7 @@ uint32_t export_and_open(norv_linux_gpio_t* gpio) {
     if (!is_exported(gpio->number)) {
         NORV_TRY(write_global("export", gpio->number));
     }
-    return norv_open_device(O_RDWR | O_CLOEXEC, &gpio->value_descriptor, "/sys/class/gpio/gpio%d/%s",
-                            gpio->number, "value");
+    return norv::open_file(O_RDWR | O_CLOEXEC, line_attribute(gpio, "value"), &gpio->value_descriptor);
 }
 
 }  // namespace
@@ -81,18 +78,18 @@ int32_t norv_linux_gpio_get_fd(const norv_linux_gpio_t* gpio) {
 }
 
 uint32_t norv_linux_gpio_set_dir(norv_linux_gpio_t* gpio, bool output) {
-    return write_line(gpio, "direction", 4, output ? "out" : "in");
+    return norv::write_text(line_attribute(gpio, "direction"), output ? "out" : "in");
 }
 
 uint32_t norv_linux_gpio_set_irq(norv_linux_gpio_t* gpio, uint32_t edge) {
     if (edge > NORV_LINUX_GPIO_EDGE_BOTH) {
         return NORV_STATUS_INVALID_ARG;
     }
-    return write_line(gpio, "edge", 8, edge_names[edge]);
+    return norv::write_text(line_attribute(gpio, "edge"), edge_names[edge]);
 }
 
 uint32_t norv_linux_gpio_set_active_low(norv_linux_gpio_t* gpio, bool active_low) {
-    return write_line(gpio, "active_low", 2, digit(active_low));
+    return norv::write_text(line_attribute(gpio, "active_low"), digit(active_low));
 }
 
 uint32_t norv_linux_gpio_set_value(norv_linux_gpio_t* gpio, bool value) {
@@ -108,8 +105,7 @@ uint32_t norv_linux_gpio_get_value(norv_linux_gpio_t* gpio, uint8_t* value) {
         return NORV_STATUS_INVALID_ARG;
     }
     char text[2] = {};
-    NORV_TRY(norv::status_of(lseek(gpio->value_descriptor, 0, SEEK_SET)));
-    NORV_TRY(norv::status_of(read(gpio->value_descriptor, text, sizeof text)));
+    NORV_TRY(norv::rewind_and_read(gpio->value_descriptor, text, sizeof text));
     if (value != nullptr) {
         *value = text[0] == '1' ? 1 : 0;
     }
