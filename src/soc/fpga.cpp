@@ -9,8 +9,7 @@
 
 // The number is printed signed: quirk 2.
 uint32_t norv_fpga_program(uint32_t index, const char* firmware) {
-    return firmware == nullptr ? NORV_STATUS_INVALID_ARG
-                               : norv::write_text(firmware, "/sys/class/fpga_manager/fpga%d/firmware", index);
+    return norv::write_text({"/sys/class/fpga_manager/fpga%d/firmware", index}, firmware);
 }
 
 uint32_t norv_fpga_is_program_done(uint32_t index, bool* done) {
@@ -18,8 +17,8 @@ uint32_t norv_fpga_is_program_done(uint32_t index, bool* done) {
         return NORV_STATUS_INVALID_ARG;
     }
     char state[16];
-    // The last byte is dropped: quirk 5.
-    NORV_TRY(norv::read_text(state, "/sys/class/fpga_manager/fpga%d/state", index));
+    NORV_TRY(
+        norv::read_text({"/sys/class/fpga_manager/fpga%d/state", index}, state, norv::last_byte::dropped));
     *done = strcmp(state, "operating") == 0;
     return NORV_STATUS_OK;
 }

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "core/attribute.hpp"
@@ -19,31 +18,24 @@ namespace {
 
 using norv::status_of;
 
-// The path of the overlay's directory in configfs. quirk 6: truncated silently.
-class overlay_directory {
-  public:
-    explicit overlay_directory(const char* name)
-        : valid_(name != nullptr &&
-                 snprintf(path_, sizeof path_, "/sys/kernel/config/device-tree/overlays/%s", name) >= 0) {}
-
-    bool valid() const { return valid_; }
-    const char* path() const { return path_; }
-
-  private:
-    char path_[256];
-    bool valid_;
-};
+// The overlay's directory in configfs.
+norv::file_path directory_of(const char* name) {
+    if (name == nullptr) {
+        return {};
+    }
+    return {"/sys/kernel/config/device-tree/overlays/%s", name};
+}
 
 uint32_t read_applied(const char* name, bool* applied) {
     char text[256];
-    // The last byte is dropped: quirk 5.
-    const uint32_t status = norv::read_text(text, "/sys/kernel/config/device-tree/overlays/%s/status", name);
+    const uint32_t status = norv::read_text({"/sys/kernel/config/device-tree/overlays/%s/status", name}, text,
+                                            norv::last_byte::dropped);
     *applied = status == NORV_STATUS_OK && strcmp(text, "applied") == 0;
     return status;
 }
 
 // Copies the overlay's file into the dtbo attribute: one read, one write.
-uint32_t copy_file(const char* path, const overlay_directory& directory) {
+uint32_t copy_file(const char* path, const norv::file_path& directory) {
     norv::scoped_descriptor file;
     *file.out() = open(path, O_RDONLY | O_CLOEXEC);
     NORV_TRY(status_of(file.get()));
@@ -59,18 +51,18 @@ uint32_t copy_file(const char* path, const overlay_directory& directory) {
     norv::close_descriptor(*file.out());
     // quirk 1: a failed read whose errno has the status 0 has read nothing.
     auto length = static_cast<uint32_t>(std::max(count, int64_t{0}));
-    return norv_write_device(content.get(), &length, "%s/dtbo", directory.path());
+    return norv::write_bytes({"%s/dtbo", directory.text()}, content.get(), &length);
 }
 
 }  // namespace
 
 uint32_t norv_dt_load_overlay(const char* name, const char* path) {
-    const overlay_directory directory(name);
+    const norv::file_path directory = directory_of(name);
     if (!directory.valid() || path == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
     // quirk 73: an existing directory is a failure because mkdir(2) says so.
-    NORV_TRY(status_of(mkdir(directory.path(), 0777)));
+    NORV_TRY(status_of(mkdir(directory.text(), 0777)));
     // quirk 72: the directory stays after a failure, so that the kernel's view can be inspected.
     NORV_TRY(copy_file(path, directory));
     // The kernel accepts any file; only the status shows whether it was applied.
@@ -89,6 +81,6 @@ uint32_t norv_dt_has_overlay(const char* name, bool* applied) {
 }
 
 uint32_t norv_dt_unload_overlay(const char* name) {
-    const overlay_directory directory(name);
-    return directory.valid() ? status_of(rmdir(directory.path())) : NORV_STATUS_INVALID_ARG;
+    const norv::file_path directory = directory_of(name);
+    return directory.valid() ? status_of(rmdir(directory.text())) : NORV_STATUS_INVALID_ARG;
 }

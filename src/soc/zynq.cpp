@@ -16,41 +16,32 @@ constexpr uint32_t text_size = 16;
 // Numbers are printed signed: quirk 2.
 constexpr const char* zynq_rate = "/sys/class/fclkcfg/fclk%d/rate";
 constexpr const char* zynqmp_rate = "/sys/devices/platform/fclk%d/set_rate";
-constexpr const char* sensor_raw = "/sys/bus/iio/devices/iio:device0/in_%s_raw";
-constexpr const char* sensor_offset = "/sys/bus/iio/devices/iio:device0/in_%s_offset";
-constexpr const char* sensor_scale = "/sys/bus/iio/devices/iio:device0/in_%s_scale";
 
 // quirk 81: sensor values are computed in floats.
 constexpr float per_step = 0.000244140625F;  // 1/4096: readings have 12 bits
 
 // quirk 77: a number that a long cannot hold becomes the nearest one that it can.
-// quirk 78: base 0, so a leading zero makes a number octal, a leading 0x hexadecimal.
-long number_in(const char* text) {
-    return strtol(text, nullptr, 0);
-}
+// quirk 78: a leading zero makes a number octal, a leading 0x hexadecimal.
+constexpr norv::number_base base = norv::number_base::literal;
 
-template <typename key>
-uint32_t read_number(const char* path_format, key name, long* number) {
-    char text[text_size];
-    NORV_TRY(norv::read_text(text, path_format, name));
-    *number = number_in(text);
-    return NORV_STATUS_OK;
+norv::file_path sensor(const char* channel, const char* attribute) {
+    return {"/sys/bus/iio/devices/iio:device0/in_%s_%s", channel, attribute};
 }
 
 // Leaves the number unchanged if the attribute cannot be read.
-uint32_t read_real(const char* path_format, const char* name, float* number) {
+uint32_t read_real(const norv::file_path& path, float* number) {
     char text[text_size];
-    NORV_TRY(norv::read_text(text, path_format, name));
+    NORV_TRY(norv::read_text(path, text, norv::last_byte::dropped));
     *number = static_cast<float>(strtod(text, nullptr));
     return NORV_STATUS_OK;
 }
 
-uint32_t read_rate(const char* path_format, uint32_t index, uint32_t* rate) {
+uint32_t read_rate(const norv::file_path& path, uint32_t* rate) {
     if (rate == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    long number = 0;
-    NORV_TRY(read_number(path_format, index, &number));
+    long number;
+    NORV_TRY(norv::read_number(path, base, &number));
     *rate = static_cast<uint32_t>(number);
     return NORV_STATUS_OK;
 }
@@ -76,9 +67,9 @@ uint32_t measure_temperature(const char* channel, int32_t* temperature) {
     float offset = 0;
     float scale = 0;
     // quirk 79: an offset or scale that cannot be read is 0.
-    read_real(sensor_offset, channel, &offset);
-    read_real(sensor_scale, channel, &scale);
-    NORV_TRY(read_real(sensor_raw, channel, &raw));
+    read_real(sensor(channel, "offset"), &offset);
+    read_real(sensor(channel, "scale"), &scale);
+    NORV_TRY(read_real(sensor(channel, "raw"), &raw));
     // The scale is in thousandths of a degree.
     *temperature = rounded((raw + offset) * scale / 10.0F);
     return NORV_STATUS_OK;
@@ -90,34 +81,35 @@ uint32_t norv_zynq_set_fclk_freq(uint32_t index, uint32_t* rate) {
     if (rate == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
+    const norv::file_path path(zynq_rate, index);
     char text[text_size];
     // quirk 76: printed signed, so 2^31 Hz or more become negative.
     snprintf(text, sizeof text, "%d", *rate);
-    NORV_TRY(norv::write_text(text, zynq_rate, index));
+    NORV_TRY(norv::write_text(path, text));
     // quirk 75: read into the buffer of the requested rate, which is returned if the read fails, because the
     // clock was set.
     uint32_t length = sizeof text - 1;
-    if (norv_read_device(text, &length, zynq_rate, index) == NORV_STATUS_OK && length > 0) {
+    if (norv::read_bytes(path, text, &length) == NORV_STATUS_OK && length > 0) {
         text[length - 1] = '\0';  // quirk 5
     }
-    *rate = static_cast<uint32_t>(number_in(text));
+    *rate = static_cast<uint32_t>(strtol(text, nullptr, static_cast<int>(base)));
     return NORV_STATUS_OK;
 }
 
 uint32_t norv_zynq_get_fclk_freq(uint32_t index, uint32_t* rate) {
-    return read_rate(zynq_rate, index, rate);
+    return read_rate({zynq_rate, index}, rate);
 }
 
 uint32_t norv_zynq_set_fclk_reset(uint32_t index, bool reset) {
-    return norv::write_text(reset ? "1" : "0", "/sys/class/fclkcfg/fclk%d/reset", index);
+    return norv::write_text({"/sys/class/fclkcfg/fclk%d/reset", index}, reset ? "1" : "0");
 }
 
 uint32_t norv_zynq_get_temperature(int32_t* temperature) {
     if (temperature == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    long raw = 0;
-    NORV_TRY(read_number(sensor_raw, "temp0", &raw));
+    long raw;
+    NORV_TRY(norv::read_number(sensor("temp0", "raw"), base, &raw));
     // quirk 82: an int.
     *temperature = rounded(static_cast<float>(static_cast<int>(raw)) * 50397.5F * per_step - 27315.0F);
     return NORV_STATUS_OK;
@@ -127,14 +119,14 @@ uint32_t norv_zynq_get_voltage(const char* channel, bool low_range, int32_t* vol
     if (channel == nullptr || voltage == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    long raw = 0;
-    NORV_TRY(read_number(sensor_raw, channel, &raw));
+    long raw;
+    NORV_TRY(norv::read_number(sensor(channel, "raw"), base, &raw));
     *voltage = rounded(static_cast<float>(raw) * (low_range ? 1000.0F : 3000.0F) * per_step);
     return NORV_STATUS_OK;
 }
 
 uint32_t norv_zynqmp_get_fclk_freq(uint32_t index, uint32_t* rate) {
-    return read_rate(zynqmp_rate, index, rate);
+    return read_rate({zynqmp_rate, index}, rate);
 }
 
 uint32_t norv_zynqmp_get_ps_temperature(int32_t* temperature) {
@@ -152,8 +144,8 @@ uint32_t norv_zynqmp_get_voltage(const char* channel, int32_t* voltage) {
     float raw = 0;
     float scale = 0;
     // quirk 80: a missing raw value is 0, and a missing scale is a failure.
-    read_real(sensor_raw, channel, &raw);
-    NORV_TRY(read_real(sensor_scale, channel, &scale));
+    read_real(sensor(channel, "raw"), &raw);
+    NORV_TRY(read_real(sensor(channel, "scale"), &scale));
     *voltage = rounded(raw * scale);
     return NORV_STATUS_OK;
 }

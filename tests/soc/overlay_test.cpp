@@ -209,9 +209,9 @@ TEST_F(Overlay, AShortWriteOfTheFileIsNotChecked) {
 // ---- names and paths
 
 TEST_F(Overlay, ANameThatCannotBeFormattedIsAnInvalidArgument) {
-    kernel.fail("snprintf", EOVERFLOW);
+    kernel.fail("vsnprintf", EOVERFLOW);
     EXPECT_EQ(load(), NORV_STATUS_INVALID_ARG);
-    kernel.fail("snprintf", EOVERFLOW);
+    kernel.fail("vsnprintf", EOVERFLOW);
     EXPECT_EQ(norv_dt_unload_overlay("camera"), NORV_STATUS_INVALID_ARG);
     EXPECT_THAT(kernel.calls(), IsEmpty());
 }

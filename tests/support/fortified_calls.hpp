@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/types.h>
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 
@@ -29,7 +30,7 @@ ssize_t __readlink_chk(const char* path, char* buffer, size_t size, size_t room)
 char* __realpath_chk(const char* path, char* resolved, size_t room);
 char* __fgets_chk(char* text, size_t room, int size, FILE* stream);
 size_t __fread_chk(void* buffer, size_t room, size_t size, size_t count, FILE* stream);
-int __snprintf_chk(char* text, size_t size, int level, size_t room, const char* format, ...);
+int __vsnprintf_chk(char* text, size_t size, int level, size_t room, const char* format, va_list values);
 
 // The C library's way to end a program whose buffer is too small.
 [[noreturn]] void __chk_fail();

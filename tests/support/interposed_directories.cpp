@@ -13,7 +13,6 @@
 #include <string>
 #include <system_error>
 
-#include "support/fortified_calls.hpp"
 #include "support/interposition.hpp"
 #include "support/kernel_state.hpp"
 #include "support/real_calls.hpp"
@@ -69,18 +68,6 @@ listing list_entries(const kernel_state& kernel, const std::string& path, DIR* d
     return found;
 }
 
-// Everybody formats: it fails only for a test that names it.
-int format_text(char* text, size_t size, const char* format, va_list values) {
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
-        const std::lock_guard lock(kernel->mutex);
-        if (kernel->planned && kernel->planned->name == "snprintf" && kernel->strikes("snprintf")) {
-            return -1;
-        }
-    }
-    return vsnprintf(text, size, format, values);
-}
-
 }  // namespace
 
 extern "C" {
@@ -121,23 +108,16 @@ int fstat(int descriptor, struct stat* found) noexcept {
     return REAL(fstat)(descriptor, found);
 }
 
-int snprintf(char* text, size_t size, const char* format, ...) noexcept {
-    va_list values;
-    va_start(values, format);
-    const int length = format_text(text, size, format, values);
-    va_end(values);
-    return length;
-}
-
-int __snprintf_chk(char* text, size_t size, int, size_t room, const char* format, ...) {
-    if (size > room) {
-        __chk_fail();
+// Everybody formats: it fails only for a test that names it.
+int vsnprintf(char* text, size_t size, const char* format, va_list values) noexcept {
+    kernel_state* kernel = active_kernel();
+    if (kernel != nullptr) {
+        const std::lock_guard lock(kernel->mutex);
+        if (kernel->planned && kernel->planned->name == "vsnprintf" && kernel->strikes("vsnprintf")) {
+            return -1;
+        }
     }
-    va_list values;
-    va_start(values, format);
-    const int length = format_text(text, size, format, values);
-    va_end(values);
-    return length;
+    return REAL(vsnprintf)(text, size, format, values);
 }
 
 DIR* opendir(const char* path) {

@@ -23,6 +23,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -120,14 +121,22 @@ TEST(KernelDouble, ADirectoryThatNobodyFillsStaysAsItIs) {
     EXPECT_TRUE(kernel.exists("/dev/full/file"));
 }
 
+int format(char* text, size_t size, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const int length = vsnprintf(text, size, format, values);
+    va_end(values);
+    return length;
+}
+
 TEST(KernelDouble, FormattingFailsOnlyForATestThatNamesIt) {
     kernel_double kernel;
     char text[8];
     const std::string word = "ab";
     kernel.fail("", EIO);
-    EXPECT_EQ(snprintf(text, sizeof text, "%s", word.c_str()), 2);
-    kernel.fail("snprintf", EOVERFLOW);
-    EXPECT_EQ(snprintf(text, sizeof text, "%s", word.c_str()), -1);
+    EXPECT_EQ(format(text, sizeof text, "%s", word.c_str()), 2);
+    kernel.fail("vsnprintf", EOVERFLOW);
+    EXPECT_EQ(format(text, sizeof text, "%s", word.c_str()), -1);
 }
 
 TEST(KernelDouble, AReactionCanRefuseAWrite) {
@@ -613,6 +622,14 @@ struct fortified_call {
     std::function<bool(size_t room)> succeeds;  // makes the call with a buffer of this size
 };
 
+int fortified_format(char* text, size_t size, size_t room, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    const int length = __vsnprintf_chk(text, size, 1, room, format, values);
+    va_end(values);
+    return length;
+}
+
 class FortifiedCalls : public testing::Test {
   public:
     FortifiedCalls() {
@@ -643,7 +660,7 @@ class FortifiedCalls : public testing::Test {
         {"realpath", [&](size_t room) { return __realpath_chk("/proc/link", buffer_, room) == buffer_; }},
         {"fgets", [&](size_t room) { return __fgets_chk(buffer_, room, 3, stream_) == buffer_; }},
         {"fread", [&](size_t room) { return __fread_chk(buffer_, room, 1, 2, stream_) == 2; }},
-        {"snprintf", [&](size_t room) { return __snprintf_chk(buffer_, 4, 1, room, "%s", "abc") == 3; }},
+        {"vsnprintf", [&](size_t room) { return fortified_format(buffer_, 4, room, "%s", "abc") == 3; }},
     };
 };
 
