@@ -3,9 +3,8 @@
 #include "norv_cpu_usage.h"
 
 #include "core/layout.hpp"
-#include "core/numbers.hpp"
 #include "core/status.hpp"
-#include "core/stream.hpp"
+#include "system/proc_file.hpp"
 
 static_assert(offsetof(norv_cpu_usage_t, file) == 0 && NORV_FOLLOWS(norv_cpu_usage_t, file, usage) &&
               NORV_FOLLOWS(norv_cpu_usage_t, usage, last_idle) &&

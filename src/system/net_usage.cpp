@@ -5,10 +5,9 @@
 #include <cstring>
 
 #include "core/layout.hpp"
-#include "core/numbers.hpp"
 #include "core/status.hpp"
-#include "core/stream.hpp"
 #include "norv_base.h"
+#include "system/proc_file.hpp"
 
 static_assert(offsetof(norv_net_usage_t, file) == 0 && NORV_FOLLOWS(norv_net_usage_t, file, last_ms) &&
               NORV_FOLLOWS(norv_net_usage_t, last_ms, ifname) &&

@@ -6,12 +6,12 @@
 #include <sys/sysinfo.h>
 
 #include <cstddef>
-#include <cstdlib>
+#include <cstdio>
 
 #include "core/attribute.hpp"
 #include "core/layout.hpp"
 #include "core/status.hpp"
-#include "core/stream.hpp"
+#include "system/proc_file.hpp"
 
 static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, total, free) &&
               NORV_FOLLOWS(norv_mem_info_t, free, available) &&
@@ -20,25 +20,16 @@ static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, tot
 
 namespace {
 
-// An attribute's text. quirk 5: its last byte is dropped even if it is not a newline.
-class short_text {
-  public:
-    template <typename... values>
-    uint32_t read(const char* format, values... path_values) {
-        return norv::read_text(bytes_, format, path_values...);
-    }
-    bool is(const char* word) const { return strcasecmp(bytes_, word) == 0; }
-    int32_t number() const { return static_cast<int32_t>(strtol(bytes_, nullptr, 10)); }
+// Reads a word. quirk 103: 15 bytes of text.
+uint32_t read_word(const norv::file_path& path, char (&word)[16]) {
+    return norv::read_text(path, word, norv::last_byte::dropped);
+}
 
-  private:
-    char bytes_[16];  // quirk 103: 15 bytes of text
-};
-
-uint32_t state_of_speed(const short_text& speed) {
-    if (speed.is("high-speed")) {
+uint32_t state_of_speed(const char* speed) {
+    if (strcasecmp(speed, "high-speed") == 0) {
         return NORV_USB_PERIPH_HIGH_SPEED;
     }
-    return speed.is("super-speed") ? NORV_USB_PERIPH_SUPER_SPEED : NORV_USB_PERIPH_CONFIGURED;
+    return strcasecmp(speed, "super-speed") == 0 ? NORV_USB_PERIPH_SUPER_SPEED : NORV_USB_PERIPH_CONFIGURED;
 }
 
 // A figure of /proc/meminfo, and where it goes.
@@ -82,16 +73,15 @@ uint32_t norv_get_usb_periph_state(const char* name, uint32_t* state) {
     if (name == nullptr || state == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    short_text configuration;
+    char word[16];
     // quirk 94: the name is not checked.
-    NORV_TRY(configuration.read("/sys/class/udc/%s/state", name));
-    if (!configuration.is("configured")) {
+    NORV_TRY(read_word({"/sys/class/udc/%s/state", name}, word));
+    if (strcasecmp(word, "configured") != 0) {
         *state = NORV_USB_PERIPH_NOT_CONFIGURED;
         return NORV_STATUS_OK;
     }
-    short_text speed;
-    NORV_TRY(speed.read("/sys/class/udc/%s/current_speed", name));
-    *state = state_of_speed(speed);
+    NORV_TRY(read_word({"/sys/class/udc/%s/current_speed", name}, word));
+    *state = state_of_speed(word);
     return NORV_STATUS_OK;
 }
 
@@ -120,9 +110,10 @@ uint32_t norv_get_mmc_size(uint32_t index, uint32_t* megabytes) {
     if (megabytes == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    short_text sectors;
-    NORV_TRY(sectors.read("/sys/class/block/mmcblk%d/size", index));
-    // quirk 104: from 2^31 sectors on, number() is negative, or 2^31 - 1 where a long has 32 bits.
-    *megabytes = static_cast<uint32_t>(int64_t{sectors.number()} * 512 / 1000000);
+    long sectors;
+    NORV_TRY(
+        norv::read_number({"/sys/class/block/mmcblk%d/size", index}, norv::number_base::decimal, &sectors));
+    // quirk 104: an int, so 2^31 sectors or more are negative, or 2^31 - 1 where a long has 32 bits.
+    *megabytes = static_cast<uint32_t>(int64_t{static_cast<int32_t>(sectors)} * 512 / 1000000);
     return NORV_STATUS_OK;
 }
