@@ -108,7 +108,4 @@ bool is_directory(const char* path) {
     return stat(path, &found) == 0 && S_ISDIR(found.st_mode);
 }
 
-template uint32_t attribute::write(uint32_t maximum, const char* format, const char* text) const;
-template uint32_t attribute::write(uint32_t maximum, const char* format, uint32_t number) const;
-
 }  // namespace norv

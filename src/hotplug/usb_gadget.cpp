@@ -10,12 +10,13 @@
 #include "core/attribute.hpp"
 #include "core/descriptor.hpp"
 #include "core/status.hpp"
-#include "norv_file.h"
 
 namespace {
 
 // quirk 94: the name is not checked.
-constexpr const char* attribute_format = "/sys/class/udc/%s/%s";
+norv::file_path udc_attribute(const char* name, const char* attribute) {
+    return {"/sys/class/udc/%s/%s", name, attribute};
+}
 
 struct known_state {
     const char* word;
@@ -54,9 +55,8 @@ uint32_t norv_usb_gadget_open(const char* name, int32_t* descriptor) {
         return NORV_STATUS_INVALID_ARG;
     }
     *descriptor = -1;
-    return name == nullptr
-               ? NORV_STATUS_INVALID_ARG
-               : norv_open_device(O_RDONLY | O_CLOEXEC, descriptor, attribute_format, name, "state");
+    return name == nullptr ? NORV_STATUS_INVALID_ARG
+                           : norv::open_file(O_RDONLY | O_CLOEXEC, udc_attribute(name, "state"), descriptor);
 }
 
 uint32_t norv_usb_gadget_get_state(int32_t descriptor, uint32_t* state) {
@@ -78,19 +78,18 @@ uint32_t norv_usb_gadget_connect(const char* name, uint32_t connect) {
         return NORV_STATUS_INVALID_ARG;
     }
     // quirk 93: only the low byte counts.
-    const char* text = static_cast<uint8_t>(connect) != 0 ? "connect" : "disconnect";
-    auto length = static_cast<uint32_t>(strlen(text) + 1);
-    return norv_write_device(text, &length, attribute_format, name, "soft_connect");
+    const bool connected = static_cast<uint8_t>(connect) != 0;
+    return norv::write_text(udc_attribute(name, "soft_connect"), connected ? "connect" : "disconnect");
 }
 
 uint32_t norv_usb_gadget_is_host_win(const char* name, uint8_t* is_host_win) {
     if (name == nullptr || is_host_win == nullptr) {
         return NORV_STATUS_INVALID_ARG;
     }
-    const norv::attribute attribute(O_RDONLY, attribute_format, name, "is_host_win");
-    NORV_TRY(attribute.status());
+    norv::scoped_descriptor file;
+    NORV_TRY(norv::open_file(O_RDONLY | O_CLOEXEC, udc_attribute(name, "is_host_win"), file.out()));
     char text[16];
-    read_from_start(attribute.descriptor(), text);
+    read_from_start(file.get(), text);
     *is_host_win = text[0] == '1' ? 1 : 0;
     return NORV_STATUS_OK;
 }

@@ -64,10 +64,10 @@ uint32_t find_link(const char* device_class, uint32_t* index, condition matches)
 }
 
 bool has_id(const char* device_class, const char* entry, const char* attribute_name, uint16_t id) {
-    char text[16];
-    return read_text(text, "/sys/class/%s/%s/device/%s", device_class, entry, attribute_name) ==
-               NORV_STATUS_OK &&
-           static_cast<uint16_t>(strtol(text, nullptr, 0)) == id;  // quirk 77
+    long number;
+    return read_number({"/sys/class/%s/%s/device/%s", device_class, entry, attribute_name},
+                       number_base::literal, &number) == NORV_STATUS_OK &&
+           static_cast<uint16_t>(number) == id;  // quirk 77
 }
 
 void parse_uevent_line(const char* line, norv_uio_info_t* info) {
@@ -95,7 +95,8 @@ uint32_t highest_index(const char* directory, int32_t* index) {
 uint32_t find_by_name(const char* device_class, const char* name, uint32_t* index) {
     return find_link(device_class, index, [=](const char* entry) {
         char text[128];
-        return read_text(text, "/sys/class/%s/%s/name", device_class, entry) == NORV_STATUS_OK &&
+        return read_text({"/sys/class/%s/%s/name", device_class, entry}, text, last_byte::dropped) ==
+                   NORV_STATUS_OK &&
                strcmp(text, name) == 0;
     });
 }
@@ -111,7 +112,8 @@ namespace {
 // NORV_UIO_KIND_PCI if the device's name is that of the PCI driver, otherwise NORV_UIO_KIND_PLAIN.
 uint32_t read_kind(const char* device_class, uint32_t index, const char* pci_driver, uint32_t* kind) {
     char name[128];
-    const uint32_t status = read_text(name, "/sys/class/%s/%s%d/name", device_class, device_class, index);
+    const uint32_t status =
+        read_text({"/sys/class/%s/%s%d/name", device_class, device_class, index}, name, last_byte::dropped);
     *kind = strcmp(name, pci_driver) == 0 ? NORV_UIO_KIND_PCI : NORV_UIO_KIND_PLAIN;
     return status;
 }
@@ -128,7 +130,8 @@ uint32_t open_node(const char* device_class, uint32_t index, const char* pci_dri
 
 uint32_t map_region(const char* device_class, mapped_node& node) {
     char size[24];
-    NORV_TRY(read_text(size, "/sys/class/%s/%s%d/maps/map0/size", device_class, device_class, node.index));
+    NORV_TRY(read_text({"/sys/class/%s/%s%d/maps/map0/size", device_class, device_class, node.index}, size,
+                       last_byte::dropped));
     node.map_size = strtoul(size, nullptr, 0);
     node.map =
         mmap(nullptr, memory_size(node.map_size), PROT_READ | PROT_WRITE, MAP_SHARED, node.descriptor, 0);
