@@ -192,6 +192,12 @@ TEST_F(Uio, AnEmptyNameAttributeIsTheEmptyName) {
     norv_uio_close(&device);
 }
 
+TEST_F(Uio, AnUnreadableNameAttributeIsNotTheEmptyName) {
+    add_uio(kernel, "uio3", "x");
+    kernel.fail("read", EIO);
+    EXPECT_EQ(norv_uio_open_by_name("", &device), NORV_STATUS_NOT_FOUND);
+}
+
 // quirk 2
 TEST_F(Uio, TheIndexIsPrintedSigned) {
     EXPECT_EQ(norv_uio_open_by_idx(0xFFFFFFFF, &device), NORV_STATUS_NOT_FOUND);

@@ -149,6 +149,19 @@ TEST_F(Fpga, AFailedReadWithStatusZeroIsNotDone) {
     EXPECT_FALSE(done);
 }
 
+TEST_F(Fpga, AFailedReadWithStatusZeroDoesNotRepeatTheStateReadBefore) {
+    kernel.add_file(state, "operating\n");
+    kernel.map_errno(EIO, 0);
+    kernel.fail("read", EIO, 2);
+    bool first = false;
+    bool second = true;
+    // One directly after the other: the first state is then still in the memory that the second call uses.
+    norv_fpga_is_program_done(0, &first);
+    norv_fpga_is_program_done(0, &second);
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(second);
+}
+
 TEST_F(Fpga, ANullPointerIsAnInvalidArgument) {
     EXPECT_EQ(norv_fpga_program(0, nullptr), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(norv_fpga_is_program_done(0, nullptr), NORV_STATUS_INVALID_ARG);

@@ -271,8 +271,9 @@ TEST_F(OpenPwm, EnableIsWrittenAsADigit) {
 TEST_F(OpenPwm, PeriodAndDutyAreWrittenInDecimal) {
     EXPECT_EQ(norv_linux_pwm_set_period(&pwm, 2147483647), 0U);
     EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 0), 0U);
+    EXPECT_EQ(norv_linux_pwm_set_duty(&pwm, 2147483646), 0U);
     EXPECT_THAT(kernel.writes(period), ElementsAre("2147483647\0"s));
-    EXPECT_THAT(kernel.writes(duty_cycle), ElementsAre("0\0"s));
+    EXPECT_THAT(kernel.writes(duty_cycle), ElementsAre("0\0"s, "2147483646\0"s));
 }
 
 // quirk 44
