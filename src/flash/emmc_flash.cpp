@@ -15,6 +15,8 @@
 #include "core/ioctl.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
+#include "flash/alignment.hpp"
+#include "flash/chunk_plan.hpp"
 #include "flash/observer.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
@@ -33,31 +35,9 @@ static_assert(sizeof(size_t) != 8 || (BLKBSZGET == 0x80081270 && BLKGETSIZE64 ==
 
 namespace {
 
-constexpr uint32_t smallest_chunk = 16384;
-constexpr uint32_t largest_chunk = 131072;
-
-// ---- chunk arithmetic: by masks, which are exact for powers of two only (quirk 149)
-
-uint32_t round_down(uint32_t value, uint32_t unit) {
-    return value & -unit;
-}
-
-uint32_t round_up(uint32_t value, uint32_t unit) {
-    return (value + unit - 1) & -unit;
-}
-
-bool is_multiple(uint32_t value, uint32_t unit) {
-    return round_down(value, unit) == value;
-}
-
-uint32_t chunk_size(uint32_t wanted) {
-    return std::clamp(wanted, smallest_chunk, largest_chunk);
-}
-
-// From an address to the next chunk border: 1 to `chunk` bytes.
-uint32_t room_in_chunk(uint32_t address, uint32_t chunk) {
-    return chunk - ((chunk - 1) & address);
-}
+using norv::chunk_write;
+using norv::flash_observer;
+using norv::scoped_memory;
 
 // An operation counts addresses with 64 bits, so that it ends at 4 GiB instead of continuing at 0.
 bool is_addressable(uint64_t address) {
@@ -84,8 +64,8 @@ uint32_t open_device(norv_emmc_flash_t* flash, const char* path) {
 // Whether zeros may be written from an address to an end.
 uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t end) {
     const bool fits = is_addressable(end) && end >= address &&
-                      is_multiple(address, flash->erase_block_size) &&
-                      is_multiple(static_cast<uint32_t>(end), flash->erase_block_size);
+                      norv::is_aligned(address, flash->erase_block_size) &&
+                      norv::is_aligned(end, flash->erase_block_size);
     return fits ? NORV_STATUS_OK : NORV_STATUS_RANGE;
 }
 
@@ -93,7 +73,7 @@ uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t e
 // quirk 146, quirk 150: whatever the device accepts of it, the chunk counts as erased.
 uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk, const void* zeros) {
     NORV_TRY(check_area(*flash, address, uint64_t{address} + chunk));
-    uint32_t count = round_up(chunk, (*flash)->erase_block_size);
+    uint32_t count = norv::round_up(chunk, (*flash)->erase_block_size);
     return norv_linux_emmc_flash_write(flash, address, zeros, &count);
 }
 
@@ -101,7 +81,7 @@ uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk
 
 // Calls step(address, remaining, &done) until nothing remains. A step never reports 0 bytes done.
 template <typename step_type>
-uint32_t run_steps(const norv::flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
+uint32_t run_steps(const flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
     for (uint32_t remaining = observer.total; remaining != 0;) {
         // quirk 153: a cancellation leaves the length unchanged.
         if (observer.is_cancelled()) {
@@ -130,36 +110,43 @@ uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer
     return count == 0 ? NORV_STATUS_RANGE : NORV_STATUS_OK;
 }
 
-// The memory of a write with verification: two chunks.
-struct work_area {
-    uint8_t* outgoing;   // the last data and its padding
-    uint8_t* read_back;  // the second chunk
-    uint32_t chunk;
-    uint32_t pad;
+// The memory of a write with verification: two chunks, the first for outgoing data, the second for what is
+// read back. Padded data may be longer than a chunk if the chunk size is not a power of two (quirk 149), but
+// is shorter than two: it then occupies part of the second chunk as well, until it is written.
+class work_area {
+  public:
+    explicit work_area(uint32_t chunk)
+        : memory_(norv_malloc(2 * static_cast<size_t>(chunk))), chunk_(chunk) {}
+
+    bool exists() const { return memory_.get() != nullptr; }
+
+    // A copy of the data, filled up with 0xFF. It is lost when something is read back.
+    const uint8_t* padded(const uint8_t* data, const chunk_write& planned) const {
+        norv_memcpy(first(), data, planned.count);
+        norv_memset(first() + planned.count, 0xFF, planned.size - planned.count);
+        return first();
+    }
+
+    uint8_t* read_back() const { return first() + chunk_; }
+
+  private:
+    uint8_t* first() const { return static_cast<uint8_t*>(memory_.get()); }
+
+    scoped_memory memory_;
+    uint32_t chunk_;
 };
 
-// Pads the last data with 0xFF to the length of its write. If the chunk size is not a power of two, this may
-// be more than a chunk (quirk 149), but less than two: it then extends into the buffer of the read-back.
-const uint8_t* pad_data(const work_area& area, const uint8_t* data, uint32_t count, uint32_t length) {
-    norv_memcpy(area.outgoing, data, count);
-    norv_memset(area.outgoing + count, 0xFF, length - count);
-    return area.outgoing;
-}
-
 // Writes up to the next chunk border, and reads back. Data that needs no padding is written without a copy.
-uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t* data, uint32_t remaining,
-                     const work_area& area, uint32_t* done) {
-    const uint32_t room = room_in_chunk(address, area.chunk);
-    const bool is_part = room > remaining;
-    // quirk 148: the padding makes a whole chunk, wherever the write starts, and is not verified.
-    uint32_t written = is_part ? round_up(remaining, area.pad) : room;
-    const uint8_t* outgoing = is_part ? pad_data(area, data, remaining, written) : data;
+uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t* data,
+                     const chunk_write& planned, const work_area& area, uint32_t* done) {
+    const uint8_t* outgoing = planned.is_padded ? area.padded(data, planned) : data;
+    uint32_t written = planned.size;
     NORV_TRY(norv_linux_emmc_flash_write(flash, address, outgoing, &written));
-    uint32_t count = std::min(remaining, room);
+    uint32_t count = planned.count;
     // quirk 151: this reads from the page cache. quirk 152: a short read that matches is done up to its end.
-    NORV_TRY(norv_linux_emmc_flash_read(flash, address, area.read_back, &count));
+    NORV_TRY(norv_linux_emmc_flash_read(flash, address, area.read_back(), &count));
     *done = count;
-    const bool same = count != 0 && count <= written && norv_memcmp(data, area.read_back, count) == 0;
+    const bool same = count != 0 && count <= written && norv_memcmp(data, area.read_back(), count) == 0;
     return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
 }
 
@@ -249,8 +236,8 @@ uint32_t norv_linux_emmc_flash_erase_first_valid_block(norv_emmc_flash_t** flash
     }
     NORV_TRY(check_area(*flash, address, end != nullptr ? *end : address));
     const uint32_t block = (*flash)->erase_block_size;
-    uint32_t length = end != nullptr ? round_up(*end - address, block) : block;
-    const norv::scoped_memory zeros(norv_zalloc(length));
+    uint32_t length = end != nullptr ? norv::round_up(*end - address, block) : block;
+    const scoped_memory zeros(norv_zalloc(length));
     // quirk 147: without memory, or if the end equals the address, the write refuses.
     NORV_TRY(norv_linux_emmc_flash_write(flash, address, zeros.get(), &length));
     if (end != nullptr) {
@@ -266,12 +253,12 @@ uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t block = (*flash)->erase_block_size;
-    if (!is_multiple(address, block)) {
+    if (!norv::is_aligned(address, block)) {
         return NORV_STATUS_RANGE;
     }
-    const uint32_t chunk = chunk_size(round_up(length, block));
+    const uint32_t chunk = norv::chunk_size(norv::round_up(length, block));
     // All chunks share the zeros. quirk 147: without memory for them, the first write refuses.
-    const norv::scoped_memory zeros(length != 0 ? norv_zalloc(round_up(chunk, block)) : nullptr);
+    const scoped_memory zeros(length != 0 ? norv_zalloc(norv::round_up(chunk, block)) : nullptr);
     return run_steps({cancel, progress, user, length}, address, &length,
                      [&](uint32_t start, uint32_t remaining, uint32_t* done) {
                          *done = std::min(remaining, chunk);
@@ -286,11 +273,11 @@ uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t total = *length;
-    const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
+    const uint32_t chunk = norv::chunk_size(norv::round_down(total, (*flash)->erase_block_size));
     auto* bytes = static_cast<uint8_t*>(buffer);
     return run_steps({cancel, progress, user, total}, address, length,
                      [&](uint32_t start, uint32_t remaining, uint32_t* done) {
-                         const uint32_t count = std::min(remaining, room_in_chunk(start, chunk));
+                         const uint32_t count = std::min(remaining, norv::room_in_chunk(start, chunk));
                          return read_chunk(flash, start, bytes + (total - remaining), count, done);
                      });
 }
@@ -303,21 +290,20 @@ uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, 
         return NORV_STATUS_INVALID_ARG;
     }
     const uint32_t unit = (*flash)->write_unit_size;
-    if (!is_multiple(address, unit) || !is_multiple(skip, unit)) {
+    if (!norv::is_aligned(address, unit) || !norv::is_aligned(skip, unit)) {
         return NORV_STATUS_RANGE;
     }
     const uint32_t total = *length;
-    const uint32_t chunk = chunk_size(round_down(total, (*flash)->erase_block_size));
-    const norv::scoped_memory memory(norv_malloc(2 * static_cast<size_t>(chunk)));
+    const uint32_t chunk = norv::chunk_size(norv::round_down(total, (*flash)->erase_block_size));
+    const work_area area(chunk);
     // quirk 154: also for a length of 0.
-    if (memory.get() == nullptr) {
+    if (!area.exists()) {
         return NORV_STATUS_NO_MEMORY;
     }
-    auto* outgoing = static_cast<uint8_t*>(memory.get());
-    const work_area area = {outgoing, outgoing + chunk, chunk, chunk_size(round_down(total, unit))};
     const auto* bytes = static_cast<const uint8_t*>(data);
     return run_steps({cancel, progress, user, total}, skip_units(address, skip, unit), length,
                      [&](uint32_t start, uint32_t remaining, uint32_t* done) {
-                         return write_chunk(flash, start, bytes + (total - remaining), remaining, area, done);
+                         return write_chunk(flash, start, bytes + (total - remaining),
+                                            norv::plan_chunk_write(start, remaining, chunk), area, done);
                      });
 }

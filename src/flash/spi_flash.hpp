@@ -49,11 +49,6 @@ inline flash_place find_end(const norv_spi_flash_t* flash, uint32_t end) {
     return find_place(flash, end - 1U);
 }
 
-// Holds for sizes that are powers of two.
-inline bool is_aligned(uint64_t value, uint32_t size) {
-    return (value & (size - 1U)) == 0;
-}
-
 // quirk 132: a negative number of regions has a status of its own.
 inline uint32_t check_regions(const norv_spi_flash_t* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {
     if (flash->region_count == 0) {

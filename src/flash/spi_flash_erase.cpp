@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/status.hpp"
+#include "flash/alignment.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/status.hpp"
+#include "flash/alignment.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
 #include "norv_base.h"
@@ -17,10 +18,6 @@ uint32_t query_block(const flash_place& place, uint8_t* bad) {
         return NORV_STATUS_OK;
     }
     return norv_linux_mtd_block_isbad(place.device(), place.offset() - place.offset_in_block(), bad);
-}
-
-bool is_multiple(uint32_t value, uint32_t unit) {
-    return unit != 0 && value % unit == 0;
 }
 
 // Reads until all bytes are read, or the flash ends.
@@ -120,7 +117,7 @@ class verified_write {
         if (!place.exists()) {
             return NORV_STATUS_RANGE;
         }
-        misaligned_ = !is_multiple(place.offset(), place.write_size());
+        misaligned_ = !norv::is_multiple(place.offset(), place.write_size());
         return misaligned_ ? NORV_STATUS_RANGE : skip_or_store(place);
     }
 
@@ -236,7 +233,8 @@ uint32_t norv_linux_spi_flash_continue_write_verify(norv_spi_flash_t** flash, ui
                                                     norv_flash_progress_fn progress, void* user) {
     NORV_TRY(norv::check_regions(*flash));
     const flash_place last = norv::find_end(*flash, *end);
-    if (!last.exists() || !is_multiple(*end, last.write_size()) || !is_multiple(skip, last.write_size())) {
+    if (!last.exists() || !norv::is_multiple(*end, last.write_size()) ||
+        !norv::is_multiple(skip, last.write_size())) {
         return NORV_STATUS_RANGE;
     }
     return write_and_verify({*flash, address, skip, static_cast<const uint8_t*>(data), length, end},
