@@ -18,6 +18,7 @@
 #include "flash/alignment.hpp"
 #include "flash/chunk_plan.hpp"
 #include "flash/observer.hpp"
+#include "flash/steps.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
 
@@ -36,10 +37,12 @@ static_assert(sizeof(size_t) != 8 || (BLKBSZGET == 0x80081270 && BLKGETSIZE64 ==
 namespace {
 
 using norv::chunk_write;
+using norv::flash_cursor;
 using norv::flash_observer;
 using norv::scoped_memory;
+using norv::step_outcome;
 
-// An operation counts addresses with 64 bits, so that it ends at 4 GiB instead of continuing at 0.
+// An operation ends at 4 GiB instead of continuing at 0.
 bool is_addressable(uint64_t address) {
     return address <= UINT32_MAX;
 }
@@ -62,7 +65,7 @@ uint32_t open_device(norv_emmc_flash_t* flash, const char* path) {
 // ---- erasing
 
 // Whether zeros may be written from an address to an end.
-uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t end) {
+uint32_t check_area(const norv_emmc_flash_t* flash, uint64_t address, uint64_t end) {
     const bool fits = is_addressable(end) && end >= address &&
                       norv::is_aligned(address, flash->erase_block_size) &&
                       norv::is_aligned(end, flash->erase_block_size);
@@ -71,40 +74,40 @@ uint32_t check_area(const norv_emmc_flash_t* flash, uint32_t address, uint64_t e
 
 // quirk 145: zeroes a whole chunk, also as the last one.
 // quirk 146, quirk 150: whatever the device accepts of it, the chunk counts as erased.
-uint32_t erase_chunk(norv_emmc_flash_t** flash, uint32_t address, uint32_t chunk, const void* zeros) {
-    NORV_TRY(check_area(*flash, address, uint64_t{address} + chunk));
+uint32_t erase_chunk(norv_emmc_flash_t** flash, uint64_t address, uint32_t chunk, const void* zeros) {
+    NORV_TRY(check_area(*flash, address, address + chunk));
     uint32_t count = norv::round_up(chunk, (*flash)->erase_block_size);
-    return norv_linux_emmc_flash_write(flash, address, zeros, &count);
+    return norv_linux_emmc_flash_write(flash, static_cast<uint32_t>(address), zeros, &count);
 }
 
 // ---- chunk after chunk
 
 // Calls step(address, remaining, &done) until nothing remains. A step never reports 0 bytes done.
 template <typename step_type>
-uint32_t run_steps(const flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
-    for (uint32_t remaining = observer.total; remaining != 0;) {
-        // quirk 153: a cancellation leaves the length unchanged.
-        if (observer.is_cancelled()) {
-            return NORV_STATUS_TIMEOUT;
-        }
-        const auto start = static_cast<uint32_t>(address);
-        uint32_t count = 0;
-        const uint32_t status = is_addressable(address) ? step(start, remaining, &count) : NORV_STATUS_RANGE;
+uint32_t run_chunks(const flash_observer& observer, uint64_t address, uint32_t* length, step_type step) {
+    flash_cursor cursor = {address, observer.total};
+    const step_outcome last = norv::run_steps(cursor, observer, [&](const flash_cursor& at) {
+        uint32_t done = 0;
+        const uint32_t status = step(at.address, at.remaining, &done);
         if (status != NORV_STATUS_OK) {
-            *length -= remaining;
-            return status;
+            return norv::fail(status);
         }
-        remaining -= count;
-        observer.report(NORV_STATUS_OK, start, remaining);
-        address += count;
+        observer.report(NORV_STATUS_OK, static_cast<uint32_t>(at.address), at.remaining - done);
+        return norv::proceed(done, done);
+    });
+    if (last.next == norv::flow::fail) {
+        *length -= cursor.remaining;
     }
-    return NORV_STATUS_OK;
+    return last.status;
 }
 
 // Reads up to the next chunk border. At the end of the device, every read would return 0 bytes.
-uint32_t read_chunk(norv_emmc_flash_t** flash, uint32_t address, uint8_t* buffer, uint32_t count,
+uint32_t read_chunk(norv_emmc_flash_t** flash, uint64_t address, uint8_t* buffer, uint32_t count,
                     uint32_t* done) {
-    const uint32_t status = norv_linux_emmc_flash_read(flash, address, buffer, &count);
+    if (!is_addressable(address)) {
+        return NORV_STATUS_RANGE;
+    }
+    const uint32_t status = norv_linux_emmc_flash_read(flash, static_cast<uint32_t>(address), buffer, &count);
     *done = count;
     NORV_TRY(status);
     return count == 0 ? NORV_STATUS_RANGE : NORV_STATUS_OK;
@@ -137,14 +140,18 @@ class work_area {
 };
 
 // Writes up to the next chunk border, and reads back. Data that needs no padding is written without a copy.
-uint32_t write_chunk(norv_emmc_flash_t** flash, uint32_t address, const uint8_t* data,
+uint32_t write_chunk(norv_emmc_flash_t** flash, uint64_t address, const uint8_t* data,
                      const chunk_write& planned, const work_area& area, uint32_t* done) {
+    if (!is_addressable(address)) {
+        return NORV_STATUS_RANGE;
+    }
+    const auto start = static_cast<uint32_t>(address);
     const uint8_t* outgoing = planned.is_padded ? area.padded(data, planned) : data;
     uint32_t written = planned.size;
-    NORV_TRY(norv_linux_emmc_flash_write(flash, address, outgoing, &written));
+    NORV_TRY(norv_linux_emmc_flash_write(flash, start, outgoing, &written));
     uint32_t count = planned.count;
     // quirk 151: this reads from the page cache. quirk 152: a short read that matches is done up to its end.
-    NORV_TRY(norv_linux_emmc_flash_read(flash, address, area.read_back(), &count));
+    NORV_TRY(norv_linux_emmc_flash_read(flash, start, area.read_back(), &count));
     *done = count;
     const bool same = count != 0 && count <= written && norv_memcmp(data, area.read_back(), count) == 0;
     return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
@@ -259,11 +266,11 @@ uint32_t norv_linux_emmc_flash_continue_erase(norv_emmc_flash_t** flash, uint32_
     const uint32_t chunk = norv::chunk_size(norv::round_up(length, block));
     // All chunks share the zeros. quirk 147: without memory for them, the first write refuses.
     const scoped_memory zeros(length != 0 ? norv_zalloc(norv::round_up(chunk, block)) : nullptr);
-    return run_steps({cancel, progress, user, length}, address, &length,
-                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
-                         *done = std::min(remaining, chunk);
-                         return erase_chunk(flash, start, chunk, zeros.get());
-                     });
+    return run_chunks({cancel, progress, user, length}, address, &length,
+                      [&](uint64_t start, uint32_t remaining, uint32_t* done) {
+                          *done = std::min(remaining, chunk);
+                          return erase_chunk(flash, start, chunk, zeros.get());
+                      });
 }
 
 uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t address, void* buffer,
@@ -275,11 +282,11 @@ uint32_t norv_linux_emmc_flash_continue_read(norv_emmc_flash_t** flash, uint32_t
     const uint32_t total = *length;
     const uint32_t chunk = norv::chunk_size(norv::round_down(total, (*flash)->erase_block_size));
     auto* bytes = static_cast<uint8_t*>(buffer);
-    return run_steps({cancel, progress, user, total}, address, length,
-                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
-                         const uint32_t count = std::min(remaining, norv::room_in_chunk(start, chunk));
-                         return read_chunk(flash, start, bytes + (total - remaining), count, done);
-                     });
+    return run_chunks({cancel, progress, user, total}, address, length,
+                      [&](uint64_t start, uint32_t remaining, uint32_t* done) {
+                          const uint32_t count = std::min(remaining, norv::room_in_chunk(start, chunk));
+                          return read_chunk(flash, start, bytes + (total - remaining), count, done);
+                      });
 }
 
 uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, uint32_t address,
@@ -301,9 +308,9 @@ uint32_t norv_linux_emmc_flash_continue_write_verify(norv_emmc_flash_t** flash, 
         return NORV_STATUS_NO_MEMORY;
     }
     const auto* bytes = static_cast<const uint8_t*>(data);
-    return run_steps({cancel, progress, user, total}, skip_units(address, skip, unit), length,
-                     [&](uint32_t start, uint32_t remaining, uint32_t* done) {
-                         return write_chunk(flash, start, bytes + (total - remaining),
-                                            norv::plan_chunk_write(start, remaining, chunk), area, done);
-                     });
+    return run_chunks({cancel, progress, user, total}, skip_units(address, skip, unit), length,
+                      [&](uint64_t start, uint32_t remaining, uint32_t* done) {
+                          return write_chunk(flash, start, bytes + (total - remaining),
+                                             norv::plan_chunk_write(start, remaining, chunk), area, done);
+                      });
 }
