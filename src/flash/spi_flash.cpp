@@ -91,6 +91,13 @@ uint32_t transfer_in_region(norv_spi_flash_t** flash, uint32_t address, bytes* b
 
 }  // namespace
 
+uint32_t norv::query_block(const flash_place& place, block_health* health) {
+    uint8_t bad = 0;
+    NORV_TRY(norv_linux_mtd_block_isbad(place.device(), place.offset() - place.offset_in_block(), &bad));
+    *health = bad != 0 ? block_health::bad : block_health::good;
+    return NORV_STATUS_OK;
+}
+
 uint32_t norv_linux_spi_flash_open(norv_spi_flash_t** flash) {
     if (flash == nullptr) {
         return NORV_STATUS_INVALID_ARG;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Internals of the SPI flash: the region of an address, and the offset in it.
+// Internals of the SPI flash: the region of an address, the offset in it, and the block there.
 #pragma once
 
 #include <cstdint>
@@ -48,6 +48,12 @@ inline flash_place find_place(const norv_spi_flash_t* flash, uint64_t address) {
 inline flash_place find_end(const norv_spi_flash_t* flash, uint32_t end) {
     return find_place(flash, end - 1U);
 }
+
+// What is known about the erase block of a place.
+enum class block_health { unknown, good, bad };
+
+// Finds out whether a NAND block is bad.
+uint32_t query_block(const flash_place& place, block_health* health);
 
 // quirk 132: a negative number of regions has a status of its own.
 inline uint32_t check_regions(const norv_spi_flash_t* flash, uint32_t status_of_none = NORV_STATUS_EMPTY) {

@@ -4,45 +4,39 @@
 
 #include "core/status.hpp"
 #include "flash/alignment.hpp"
+#include "flash/erase_plan.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
+#include "flash/steps.hpp"
 
 namespace {
 
+using norv::block_health;
+using norv::erase_action;
+using norv::flash_cursor;
 using norv::flash_place;
+using norv::flow;
+using norv::step_outcome;
 
-enum class erase_result {
-    erased,
-    skipped,  // a bad block
-    marked,   // marked bad, or tried to
-    failed,   // on NOR, where nothing is marked
-};
-
-// Erases the block of a place. `status` is that of the previous marking, if that failed, otherwise 0; it
-// receives that of this block: of the marking, if the block was marked.
-//
-// quirk 135: after a failed marking, the next block is marked without being queried or erased.
-// quirk 136: so is a block whose state cannot be queried.
-erase_result erase_block(const flash_place& place, uint32_t& status) {
+// Carries out what is planned for the block of a place, and returns the last action. `status` is that of the
+// previous marking, if that failed, otherwise 0; it receives that of this block: of the marking, if the block
+// was marked.
+erase_action erase_block(const flash_place& place, uint32_t& status) {
     const norv_mtd_t* device = place.device();
-    uint8_t bad = 0;
-    if (place.is_nand() && status == NORV_STATUS_OK) {
-        status = norv_linux_mtd_block_isbad(device, place.offset(), &bad);
+    block_health health = block_health::unknown;
+    erase_action action = norv::plan_erase(place.is_nand(), health, status);
+    if (action == erase_action::query) {
+        status = norv::query_block(place, &health);
+        action = norv::plan_erase(place.is_nand(), health, status);
     }
-    if (bad != 0) {
-        return erase_result::skipped;
-    }
-    if (status == NORV_STATUS_OK) {
+    if (action == erase_action::erase) {
         status = norv_linux_mtd_erase(device, place.offset(), place.erase_size());
+        action = norv::plan_erase(place.is_nand(), block_health::good, status);
     }
-    if (status == NORV_STATUS_OK) {
-        return erase_result::erased;
+    if (action == erase_action::mark) {
+        status = norv_linux_mtd_block_markbad(device, place.offset());
     }
-    if (!place.is_nand()) {
-        return erase_result::failed;
-    }
-    status = norv_linux_mtd_block_markbad(device, place.offset());
-    return erase_result::marked;
+    return action;
 }
 
 // Whether a block starts at an address, also in its region: the kernel would refuse to erase at any other
@@ -63,12 +57,12 @@ uint32_t erase_first_valid(const norv_spi_flash_t* flash, uint64_t address, uint
         if (!starts_block(place, address)) {
             return NORV_STATUS_RANGE;
         }
-        const erase_result result = erase_block(place, status);
-        if (result == erase_result::failed) {
+        const erase_action action = erase_block(place, status);
+        if (action == erase_action::give_up) {
             return status;
         }
         address += place.erase_size();
-        if (result == erase_result::erased) {
+        if (action == erase_action::erase) {
             *end = static_cast<uint32_t>(address);
             return NORV_STATUS_OK;
         }
@@ -79,63 +73,56 @@ uint32_t erase_first_valid(const norv_spi_flash_t* flash, uint64_t address, uint
 // Erases blocks until enough of them are erased, or the end is reached.
 class continued_erase {
   public:
-    continued_erase(const norv_spi_flash_t* flash, uint64_t address, uint32_t* end,
-                    const norv::flash_observer& observer)
-        : flash_(flash), address_(address), end_(end), observer_(observer) {}
+    continued_erase(const norv_spi_flash_t* flash, uint32_t* end, const norv::flash_observer& observer)
+        : flash_(flash), end_(end), observer_(observer) {}
 
-    uint32_t run() {
-        do {
-            if (observer_.is_cancelled()) {
-                return NORV_STATUS_TIMEOUT;
-            }
-            const flash_place place = norv::find_place(flash_, address_);
-            if (!starts_block(place, address_)) {
-                return NORV_STATUS_RANGE;
-            }
-            if (address_ >= *end_) {
-                return NORV_STATUS_OK;
-            }
-            if (!erase(place)) {
-                return status_;
-            }
-            // quirk 138: reaching the end before the length is a success.
-        } while (remaining_ > 0 && address_ < *end_);
+    uint32_t run(uint64_t address) {
+        flash_cursor cursor = {address, observer_.total};
+        const step_outcome last =
+            norv::run_steps(cursor, observer_, [this](const flash_cursor& at) { return step(at); });
+        if (last.next != flow::complete) {
+            return last.status;
+        }
         if (status_ == NORV_STATUS_OK) {
-            *end_ = static_cast<uint32_t>(address_);
+            *end_ = static_cast<uint32_t>(cursor.address);
         }
         return status_;
     }
 
   private:
-    // False if the call has to end.
-    bool erase(const flash_place& place) {
-        const erase_result result = erase_block(place, status_);
-        if (result == erase_result::failed) {
-            return false;
+    step_outcome step(const flash_cursor& at) {
+        const flash_place place = norv::find_place(flash_, at.address);
+        if (!starts_block(place, at.address)) {
+            return norv::fail(NORV_STATUS_RANGE);
         }
-        if (result == erase_result::erased) {
-            remaining_ -= std::min(remaining_, place.erase_size());
+        if (at.address >= *end_) {
+            return norv::stop(NORV_STATUS_OK);
         }
-        const uint64_t start = address_;
-        address_ += place.erase_size();
-        if (result != erase_result::skipped) {
-            report(start);
+        const erase_action action = erase_block(place, status_);
+        if (action == erase_action::give_up) {
+            return norv::fail(status_);
         }
-        return true;
+        const uint32_t size = place.erase_size();
+        const uint32_t done = action == erase_action::erase ? std::min(at.remaining, size) : 0;
+        if (action != erase_action::skip) {
+            report(at, size, at.remaining - done);
+        }
+        // quirk 138: reaching the end before the length is a success.
+        return {.next = at.address + size < *end_ ? flow::proceed : flow::complete,
+                .done = done,
+                .advance = size};
     }
 
     // quirk 137: the last block before the end is reported as done, whatever the result.
-    void report(uint64_t start) const {
-        const bool last = address_ >= *end_;
-        observer_.report(last ? NORV_STATUS_OK : status_, static_cast<uint32_t>(start),
-                         last ? 0 : remaining_);
+    void report(const flash_cursor& at, uint32_t size, uint32_t remaining) const {
+        const bool last = at.address + size >= *end_;
+        observer_.report(last ? NORV_STATUS_OK : status_, static_cast<uint32_t>(at.address),
+                         last ? 0 : remaining);
     }
 
     const norv_spi_flash_t* flash_;
-    uint64_t address_;
     uint32_t* end_;
     norv::flash_observer observer_;
-    uint32_t remaining_ = observer_.total;
     uint32_t status_ = NORV_STATUS_OK;  // of the last marking
 };
 
@@ -148,9 +135,9 @@ uint32_t norv_linux_spi_flash_erase_one_block(norv_spi_flash_t** flash, uint32_t
         return NORV_STATUS_RANGE;
     }
     uint32_t status = NORV_STATUS_OK;
-    const erase_result result = erase_block(place, status);
+    const erase_action action = erase_block(place, status);
     const bool is_bad =
-        result == erase_result::skipped || (result == erase_result::marked && status == NORV_STATUS_OK);
+        action == erase_action::skip || (action == erase_action::mark && status == NORV_STATUS_OK);
     return is_bad ? NORV_STATUS_EXHAUSTED : status;
 }
 
@@ -174,5 +161,5 @@ uint32_t norv_linux_spi_flash_continue_erase(norv_spi_flash_t** flash, uint32_t 
         *end = address;
         return NORV_STATUS_OK;
     }
-    return continued_erase(*flash, address, end, {cancel, progress, user, length}).run();
+    return continued_erase(*flash, end, {cancel, progress, user, length}).run(address);
 }
