@@ -26,6 +26,9 @@ class scoped_memory {
     // Null if the allocation failed, or there was none.
     void* get() const { return memory_; }
 
+    // Leaks the memory.
+    void abandon() { memory_ = nullptr; }
+
   private:
     void* memory_;
 };

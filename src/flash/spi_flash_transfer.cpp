@@ -2,74 +2,73 @@
 // Reading and writing the SPI flash across blocks; bad ones are skipped.
 #include <algorithm>
 
+#include "core/memory.hpp"
 #include "core/status.hpp"
 #include "flash/alignment.hpp"
 #include "flash/observer.hpp"
 #include "flash/spi_flash.hpp"
+#include "flash/steps.hpp"
+#include "flash/write_plan.hpp"
 #include "norv_base.h"
 
 namespace {
 
+using norv::block_health;
+using norv::flash_cursor;
 using norv::flash_place;
-
-// Only NAND is queried.
-uint32_t query_block(const flash_place& place, uint8_t* bad) {
-    if (!place.is_nand()) {
-        return NORV_STATUS_OK;
-    }
-    return norv_linux_mtd_block_isbad(place.device(), place.offset() - place.offset_in_block(), bad);
-}
+using norv::step_outcome;
+using norv::write_action;
+using norv::write_step;
 
 // Reads until all bytes are read, or the flash ends.
 class continued_read {
   public:
-    continued_read(const norv_spi_flash_t* flash, uint64_t address, void* buffer,
-                   const norv::flash_observer& observer)
-        : flash_(flash), address_(address), buffer_(static_cast<uint8_t*>(buffer)), observer_(observer) {}
+    continued_read(const norv_spi_flash_t* flash, void* buffer, const norv::flash_observer& observer)
+        : flash_(flash), buffer_(static_cast<uint8_t*>(buffer)), observer_(observer) {}
 
-    uint32_t run(uint32_t* length) {
-        while (remaining_ > 0) {
-            if (observer_.is_cancelled()) {
-                return NORV_STATUS_TIMEOUT;
-            }
-            const flash_place place = norv::find_place(flash_, address_);
-            if (!place.exists()) {
-                // quirk 139: the end of the flash is a success.
-                return NORV_STATUS_OK;
-            }
-            const uint32_t status = read(place);
-            if (status != NORV_STATUS_OK) {
-                *length = observer_.total - remaining_;
-                return status;
-            }
+    uint32_t run(uint64_t address, uint32_t* length) {
+        flash_cursor cursor = {address, observer_.total};
+        const step_outcome last =
+            norv::run_steps(cursor, observer_, [this](const flash_cursor& at) { return step(at); });
+        if (last.next == norv::flow::fail) {
+            *length = observer_.total - cursor.remaining;
         }
-        return NORV_STATUS_OK;
+        return last.status;
     }
 
   private:
-    // Up to the end of the block.
-    uint32_t read(const flash_place& place) {
-        uint8_t bad = 0;
-        NORV_TRY(query_block(place, &bad));
-        if (bad != 0) {
-            address_ += place.rest_of_block();
-            return NORV_STATUS_OK;
+    step_outcome step(const flash_cursor& at) const {
+        const flash_place place = norv::find_place(flash_, at.address);
+        if (!place.exists()) {
+            // quirk 139: the end of the flash is a success.
+            return norv::complete();
         }
+        block_health health = block_health::good;
+        if (place.is_nand()) {
+            const uint32_t status = norv::query_block(place, &health);
+            if (status != NORV_STATUS_OK) {
+                return norv::fail(status);
+            }
+        }
+        return health == block_health::bad ? norv::proceed(0, place.rest_of_block()) : read(at, place);
+    }
+
+    // Up to the end of the block.
+    step_outcome read(const flash_cursor& at, const flash_place& place) const {
         uint32_t count = 0;
-        NORV_TRY(norv_linux_mtd_read(place.device(), place.offset(),
-                                     std::min(remaining_, place.rest_of_block()), buffer_, &count));
-        remaining_ -= count;
-        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
-        address_ += count;
-        buffer_ += count;
-        return NORV_STATUS_OK;
+        const uint32_t status =
+            norv_linux_mtd_read(place.device(), place.offset(), std::min(at.remaining, place.rest_of_block()),
+                                buffer_ + (observer_.total - at.remaining), &count);
+        if (status != NORV_STATUS_OK) {
+            return norv::fail(status);
+        }
+        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(at.address), at.remaining - count);
+        return norv::proceed(count, count);
     }
 
     const norv_spi_flash_t* flash_;
-    uint64_t address_;
     uint8_t* buffer_;
     norv::flash_observer observer_;
-    uint32_t remaining_ = observer_.total;
 };
 
 // The arguments of a write with verification.
@@ -82,111 +81,109 @@ struct write_request {
     uint32_t* end;
 };
 
-// Writes, reads back and compares, block by block, until all bytes are stored.
-class verified_write {
+// Two buffers, each for the largest block.
+class work_area {
   public:
-    verified_write(const write_request& request, const norv::flash_observer& observer, uint8_t* work_area,
-                   uint32_t half)
-        : request_(request), observer_(observer), write_buffer_(work_area), read_buffer_(work_area + half) {}
+    explicit work_area(uint32_t half) : memory_(norv_malloc(size_t{2} * half)), half_(half) {}
 
-    uint32_t run() {
-        uint32_t status = NORV_STATUS_OK;
-        while (remaining_ > 0 && status == NORV_STATUS_OK) {
-            status = step();
-        }
-        if (status == NORV_STATUS_OK) {
-            *request_.end = static_cast<uint32_t>(address_);
-        } else if (!stopped_) {
-            *request_.length = observer_.total - remaining_;
-        }
-        return status;
-    }
-
-    bool misaligned() const { return misaligned_; }
+    bool exists() const { return memory_.get() != nullptr; }
+    uint8_t* outgoing() const { return static_cast<uint8_t*>(memory_.get()); }
+    uint8_t* read_back() const { return outgoing() + half_; }
+    void abandon() { memory_.abandon(); }
 
   private:
-    uint32_t step() {
-        if (observer_.is_cancelled()) {
-            return stop(NORV_STATUS_TIMEOUT);
+    norv::scoped_memory memory_;
+    uint32_t half_;
+};
+
+// Writes, reads back and compares, block by block, until all bytes are stored: carries out the plan.
+class verified_write {
+  public:
+    verified_write(const write_request& request, const norv::flash_observer& observer, work_area& buffers)
+        : request_(request), observer_(observer), buffers_(buffers), to_skip_(request.skip) {}
+
+    uint32_t run() {
+        flash_cursor cursor = {request_.address, observer_.total};
+        const step_outcome last =
+            norv::run_steps(cursor, observer_, [this](const flash_cursor& at) { return step(at); });
+        if (last.next == norv::flow::complete) {
+            *request_.end = static_cast<uint32_t>(cursor.address);
         }
-        // quirk 141: the end is compared with the start of the block only.
-        if (*request_.end <= address_) {
-            return stop(NORV_STATUS_EXHAUSTED);
+        if (last.next == norv::flow::fail) {
+            *request_.length = observer_.total - cursor.remaining;
         }
-        const flash_place place = norv::find_place(request_.flash, address_);
-        if (!place.exists()) {
-            return NORV_STATUS_RANGE;
-        }
-        misaligned_ = !norv::is_multiple(place.offset(), place.write_size());
-        return misaligned_ ? NORV_STATUS_RANGE : skip_or_store(place);
+        return last.status;
     }
 
-    // Skips what is bad or to be skipped. quirk 142: a failed query ends the call only after that.
-    uint32_t skip_or_store(const flash_place& place) {
-        uint8_t bad = 0;
-        if (query_status_ == NORV_STATUS_OK) {
-            query_status_ = query_block(place, &bad);
+  private:
+    step_outcome step(const flash_cursor& at) {
+        const flash_place place = norv::find_place(request_.flash, at.address);
+        write_step planned = plan(at, place, block_health::unknown);
+        if (planned.action == write_action::query) {
+            block_health health = block_health::unknown;
+            query_status_ = norv::query_block(place, &health);
+            planned = plan(at, place, health);
         }
-        if (bad != 0) {
-            address_ += place.rest_of_block();
-            return NORV_STATUS_OK;
-        }
-        if (to_skip_ > 0) {
-            to_skip_ -= std::min(to_skip_, place.write_size());
-            address_ += place.write_size();
-            return NORV_STATUS_OK;
-        }
-        NORV_TRY(query_status_);
-        return store(place);
+        return carry_out(at, place, planned);
     }
 
-    // Up to the end of the block.
-    uint32_t store(const flash_place& place) {
-        const uint32_t room = place.rest_of_block();
-        const uint32_t count = std::min(remaining_, room);
-        NORV_TRY(count < room ? write_padded(place, count) : write(place, data_, count, count));
-        remaining_ -= count;
-        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(address_), remaining_);
-        address_ += room;
-        data_ += count;
-        return NORV_STATUS_OK;
+    write_step plan(const flash_cursor& at, const flash_place& place, block_health health) const {
+        return norv::plan_write({at.address, at.remaining, *request_.end, to_skip_, query_status_}, place,
+                                health);
     }
 
-    // Pads a copy of the last bytes to a write unit; whole blocks are written from the caller's memory.
-    uint32_t write_padded(const flash_place& place, uint32_t count) {
-        const uint32_t unit = place.write_size();
-        const uint32_t size = (count + unit - 1) / unit * unit;
-        norv_memcpy(write_buffer_, data_, count);
-        norv_memset(write_buffer_ + count, 0xFF, size - count);
-        return write(place, write_buffer_, size, count);
+    step_outcome carry_out(const flash_cursor& at, const flash_place& place, const write_step& planned) {
+        switch (planned.action) {
+            case write_action::stop:
+                // quirk 143: leaves the length unchanged.
+                return norv::stop(planned.status);
+            case write_action::fail_leaking:
+                // quirk 140: a misaligned address leaks the work area.
+                buffers_.abandon();
+                return norv::fail(planned.status);
+            case write_action::fail:
+                return norv::fail(planned.status);
+            case write_action::skip:
+                to_skip_ -= planned.count;
+                return norv::proceed(0, planned.advance);
+            default:
+                return store(at, place, planned);
+        }
     }
 
-    uint32_t write(const flash_place& place, const uint8_t* bytes, uint32_t size, uint32_t count) {
+    step_outcome store(const flash_cursor& at, const flash_place& place, const write_step& planned) const {
+        const uint8_t* data = request_.data + (observer_.total - at.remaining);
+        const bool is_padded = planned.action == write_action::write_padded;
+        const uint32_t status = write(place, is_padded ? padded(data, planned) : data, planned);
+        if (status != NORV_STATUS_OK) {
+            return norv::fail(status);
+        }
+        observer_.report(NORV_STATUS_OK, static_cast<uint32_t>(at.address), at.remaining - planned.count);
+        return norv::proceed(planned.count, planned.advance);
+    }
+
+    const uint8_t* padded(const uint8_t* data, const write_step& planned) const {
+        norv_memcpy(buffers_.outgoing(), data, planned.count);
+        norv_memset(buffers_.outgoing() + planned.count, 0xFF, planned.size - planned.count);
+        return buffers_.outgoing();
+    }
+
+    uint32_t write(const flash_place& place, const uint8_t* bytes, const write_step& planned) const {
+        const uint32_t count = planned.count;
         uint32_t written = 0;
         uint32_t found = 0;
-        NORV_TRY(norv_linux_mtd_write(place.device(), place.offset(), size, bytes, &written));
-        NORV_TRY(norv_linux_mtd_read(place.device(), place.offset(), count, read_buffer_, &found));
-        const bool same = found == count && written >= count && norv_memcmp(bytes, read_buffer_, count) == 0;
+        NORV_TRY(norv_linux_mtd_write(place.device(), place.offset(), planned.size, bytes, &written));
+        NORV_TRY(norv_linux_mtd_read(place.device(), place.offset(), count, buffers_.read_back(), &found));
+        const bool same =
+            found == count && written >= count && norv_memcmp(bytes, buffers_.read_back(), count) == 0;
         return same ? NORV_STATUS_OK : NORV_STATUS_VERIFY_FAILED;
     }
 
-    // Ends the call and leaves the length unchanged: quirk 143.
-    uint32_t stop(uint32_t status) {
-        stopped_ = true;
-        return status;
-    }
-
     const write_request& request_;
-    norv::flash_observer observer_;
-    uint8_t* write_buffer_;
-    uint8_t* read_buffer_;
-    uint64_t address_ = request_.address;
-    const uint8_t* data_ = request_.data;
-    uint32_t remaining_ = observer_.total;
-    uint32_t to_skip_ = request_.skip;
+    const norv::flash_observer& observer_;
+    work_area& buffers_;
+    uint32_t to_skip_;
     uint32_t query_status_ = NORV_STATUS_OK;
-    bool stopped_ = false;
-    bool misaligned_ = false;
 };
 
 // The largest erase block of the area, which may not be that of its last region.
@@ -202,18 +199,8 @@ uint32_t largest_block(const write_request& request) {
 }
 
 uint32_t write_and_verify(const write_request& request, const norv::flash_observer& observer) {
-    const uint32_t half = largest_block(request);
-    auto* work_area = static_cast<uint8_t*>(norv_malloc(size_t{2} * half));
-    if (work_area == nullptr) {
-        return NORV_STATUS_NO_MEMORY;
-    }
-    verified_write run(request, observer, work_area, half);
-    const uint32_t status = run.run();
-    // quirk 140: a misaligned address leaks the work area.
-    if (!run.misaligned()) {
-        norv_free(work_area);
-    }
-    return status;
+    work_area buffers(largest_block(request));
+    return buffers.exists() ? verified_write(request, observer, buffers).run() : NORV_STATUS_NO_MEMORY;
 }
 
 }  // namespace
@@ -223,7 +210,7 @@ uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, uint32_t a
                                             uint32_t* length, norv_flash_cancel_fn cancel,
                                             norv_flash_progress_fn progress, void* user) {
     NORV_TRY(norv::check_regions(*flash));
-    return continued_read(*flash, address, buffer, {cancel, progress, user, *length}).run(length);
+    return continued_read(*flash, buffer, {cancel, progress, user, *length}).run(address, length);
 }
 
 // quirk 131: a null flash is not checked for.
