@@ -138,7 +138,7 @@ class list_lock {
     list_lock(const list_lock&) = delete;
     list_lock& operator=(const list_lock&) = delete;
 
-    bool record_of() const { return held_; }
+    bool held() const { return held_; }
 
   private:
     norv_mutex_t& mutex_;
@@ -153,11 +153,11 @@ void notify(const norv_uevent_parse& parser, const norv_uevent_device_t* device)
 
 bool append_device(norv_uevent_parse& parser, norv_uevent_device_t& device) {
     const list_lock lock(parser);
-    if (lock.record_of()) {
+    if (lock.held()) {
         ++parser.list->count;
         list_add_tail(parser.list->devices, device.link);
     }
-    return lock.record_of();
+    return lock.held();
 }
 
 // quirk 109: the first in the list, not the nearest, compared by characters.
@@ -185,7 +185,7 @@ bool can_be_added(const parsed_event& node) {
 // Adds a node to its device. Returns what the handler is called with, null if it is not called.
 const norv_uevent_device_t* append_to_parent(norv_uevent_parse& parser, const parsed_event& node) {
     const list_lock lock(parser);
-    if (!lock.record_of()) {
+    if (!lock.held()) {
         return nullptr;
     }
     norv_uevent_device_t* parent = find_parent(*parser.list, node.devpath);
@@ -246,7 +246,7 @@ void add_child(norv_uevent_parse& parser, const parsed_event& node) {
 
 void remove_devices(norv_uevent_parse& parser, const char* devpath) {
     const list_lock lock(parser);
-    if (!lock.record_of()) {
+    if (!lock.held()) {
         return;
     }
     norv_uevent_link_t& head = parser.list->devices;
