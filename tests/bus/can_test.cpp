@@ -25,12 +25,15 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::address_binding;
 using norv::test::can_network;
 using norv::test::can_socket;
+using norv::test::descriptor_control;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
+using norv::test::option_setting;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -251,9 +254,9 @@ TEST_F(OpenCan, ANonBlockingChannelKeepsItsOtherFlags) {
     EXPECT_THAT(names_of_calls(),
                 ElementsAre("socket", "fcntl", "fcntl", "ioctl", "setsockopt", "setsockopt", "bind"));
     const auto calls = kernel.calls("fcntl");
-    EXPECT_EQ(calls[0].flags, F_GETFL);
-    EXPECT_EQ(calls[1].flags, F_SETFL);
-    EXPECT_EQ(calls[1].request, static_cast<unsigned long>(calls[0].result | O_NONBLOCK));
+    EXPECT_EQ(calls[0].as<descriptor_control>().command, F_GETFL);
+    EXPECT_EQ(calls[1].as<descriptor_control>().command, F_SETFL);
+    EXPECT_EQ(calls[1].as<descriptor_control>().argument, calls[0].result | O_NONBLOCK);
     EXPECT_EQ(fcntl(norv_linux_can_get_fd(channel), F_GETFL) & O_NONBLOCK, O_NONBLOCK);
 }
 
@@ -262,8 +265,8 @@ TEST_F(OpenCan, TheNonBlockingFlagIsSetEvenIfItIsAlreadySet) {
     kernel.answer("fcntl", O_RDWR | O_NONBLOCK);
     EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), 0U);
     ASSERT_THAT(kernel.calls("fcntl"), SizeIs(2));
-    EXPECT_EQ(kernel.calls("fcntl")[1].flags, F_SETFL);
-    EXPECT_EQ(kernel.calls("fcntl")[1].request, static_cast<unsigned long>(O_RDWR | O_NONBLOCK));
+    EXPECT_EQ(kernel.calls("fcntl")[1].as<descriptor_control>().command, F_SETFL);
+    EXPECT_EQ(kernel.calls("fcntl")[1].as<descriptor_control>().argument, O_RDWR | O_NONBLOCK);
 }
 
 // quirk 70
@@ -279,8 +282,9 @@ TEST_F(OpenCan, TheInterfaceIsLookedUpAndTheSocketBoundToItsIndex) {
     add(0x123);
     EXPECT_EQ(socket(0).looked_up_name, "can0" + std::string(12, '\0'));
     ASSERT_THAT(kernel.calls("bind"), SizeIs(1));
-    EXPECT_EQ(kernel.calls("bind")[0].bytes,  // family 29, padding, index 5, the rest zeros
-              "\x1d\0\0\0\x05\0\0\0"s + std::string(16, '\0'));
+    EXPECT_EQ(
+        kernel.calls("bind")[0].as<address_binding>().address,  // family 29, padding, index 5, the rest zeros
+        "\x1d\0\0\0\x05\0\0\0"s + std::string(16, '\0'));
 }
 
 TEST_F(Can, AnInterfaceNameIsCopiedUpTo16Characters) {
@@ -295,31 +299,33 @@ TEST_F(Can, AnInterfaceNameIsCopiedUpTo16Characters) {
 
 TEST_F(OpenCan, OneIdentifierIsOneFilterOfItsLow11Bits) {
     add(0x123);
-    EXPECT_EQ(kernel.calls("setsockopt")[0].flags, SOL_CAN_RAW);
-    EXPECT_EQ(kernel.calls("setsockopt")[0].request, static_cast<unsigned long>(CAN_RAW_FILTER));
-    EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\x23\x01\0\0\xff\x07\0\0"s);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().level, SOL_CAN_RAW);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().name, CAN_RAW_FILTER);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().value, "\x23\x01\0\0\xff\x07\0\0"s);
 }
 
 TEST_F(OpenCan, TwoIdentifiersAreTwoFilters) {
     EXPECT_EQ(norv_linux_can_raw_add_with_alt_id(&can, 0, 0x100, 0x200, &channel), 0U);
-    EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\0\x01\0\0\xff\x07\0\0\0\x02\0\0\xff\x07\0\0"s);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().value,
+              "\0\x01\0\0\xff\x07\0\0\0\x02\0\0\xff\x07\0\0"s);
 }
 
 TEST_F(OpenCan, TheAlternativeIdentifier0IsAFilterToo) {
     EXPECT_EQ(norv_linux_can_raw_add_with_alt_id(&can, 0, 0x100, 0, &channel), 0U);
-    EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\0\x01\0\0\xff\x07\0\0\0\0\0\0\xff\x07\0\0"s);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().value,
+              "\0\x01\0\0\xff\x07\0\0\0\0\0\0\xff\x07\0\0"s);
 }
 
 TEST_F(OpenCan, AFilterHoldsAllBitsOfItsIdentifier) {
     add(0x9ABCDEF0U);
-    EXPECT_EQ(kernel.calls("setsockopt")[0].bytes, "\xf0\xde\xbc\x9a\xff\x07\0\0"s);
+    EXPECT_EQ(kernel.calls("setsockopt")[0].as<option_setting>().value, "\xf0\xde\xbc\x9a\xff\x07\0\0"s);
 }
 
 TEST_F(OpenCan, LoopbackIsSwitchedOffByAnIntOfZero) {
     add(0x123);
-    EXPECT_EQ(kernel.calls("setsockopt")[1].flags, SOL_CAN_RAW);
-    EXPECT_EQ(kernel.calls("setsockopt")[1].request, static_cast<unsigned long>(CAN_RAW_LOOPBACK));
-    EXPECT_EQ(kernel.calls("setsockopt")[1].bytes, std::string(4, '\0'));
+    EXPECT_EQ(kernel.calls("setsockopt")[1].as<option_setting>().level, SOL_CAN_RAW);
+    EXPECT_EQ(kernel.calls("setsockopt")[1].as<option_setting>().name, CAN_RAW_LOOPBACK);
+    EXPECT_EQ(kernel.calls("setsockopt")[1].as<option_setting>().value, std::string(4, '\0'));
 }
 
 // ---- add: the returned channel
@@ -437,7 +443,7 @@ TEST_F(OpenCan, UnreadableFlagsCountAsNoneIfTheErrnoMapsToZero) {
     kernel.map_errno(EIO, 0);
     kernel.fail("fcntl", EIO);
     add(0x123);
-    EXPECT_EQ(kernel.calls("fcntl").at(1).request, static_cast<unsigned long>(O_NONBLOCK));
+    EXPECT_EQ(kernel.calls("fcntl").at(1).as<descriptor_control>().argument, O_NONBLOCK);
 }
 
 TEST_F(OpenCan, AFailedSocketEndsTheAddOfABlockingChannel) {

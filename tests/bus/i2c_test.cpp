@@ -21,6 +21,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::control;
 using norv::test::errno_status;
 using norv::test::i2c_adapter;
 using norv::test::i2c_transaction;
@@ -64,7 +65,7 @@ TEST_F(I2c, OpeningOpensTheAdapterForReadingAndWriting) {
 TEST_F(I2c, OpeningQueriesTheAdaptersFunctions) {
     norv_linux_i2c_open(1, &bus);
     ASSERT_EQ(kernel.calls("ioctl").size(), 1U);
-    EXPECT_EQ(kernel.calls("ioctl")[0].request, 0x705U);
+    EXPECT_EQ(kernel.calls("ioctl")[0].as<control>().request, 0x705U);
     EXPECT_THAT(adapter->transactions, IsEmpty());
     norv_linux_i2c_close(&bus);
 }
@@ -317,7 +318,7 @@ TEST_F(OpenI2c, EveryTransferIsOneRequestThatNamesItsAddress) {
     ASSERT_EQ(kernel.calls().size(), 5U);
     for (const auto& call : kernel.calls()) {
         EXPECT_EQ(call.name, "ioctl");
-        EXPECT_EQ(call.request, 0x707U);
+        EXPECT_EQ(call.as<control>().request, 0x707U);
     }
 }
 

@@ -22,6 +22,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::control;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
@@ -40,7 +41,7 @@ class Spi : public testing::Test {
     std::vector<unsigned long> requests() const {
         std::vector<unsigned long> made;
         for (const auto& call : kernel.calls("ioctl")) {
-            made.push_back(call.request);
+            made.push_back(call.as<control>().request);
         }
         return made;
     }

@@ -22,6 +22,7 @@
 
 namespace {
 
+using norv::test::control;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
@@ -193,7 +194,7 @@ TEST_F(Uart, ClosingRestoresTheSettingsBeforeItClosesThePort) {
     EXPECT_EQ(differences(port->settings, found), "");
     ASSERT_EQ(kernel.calls().size(), 2U);
     EXPECT_EQ(kernel.calls()[0].name, "tcsetattr");
-    EXPECT_EQ(kernel.calls()[0].request, static_cast<unsigned long>(TCSETS));  // TCSANOW
+    EXPECT_EQ(kernel.calls()[0].as<control>().request, static_cast<unsigned long>(TCSETS));  // TCSANOW
     EXPECT_EQ(kernel.calls()[1].name, "close");
 }
 

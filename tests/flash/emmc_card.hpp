@@ -44,7 +44,7 @@ inline std::string ones(size_t length) {
 
 // The address and length of a call.
 struct transfer {
-    unsigned long address;
+    off_t address;
     size_t length;
     bool operator==(const transfer&) const = default;
     friend std::ostream& operator<<(std::ostream& out, const transfer& made) {
@@ -73,8 +73,8 @@ class EmmcFlash : public testing::Test {
 
     std::vector<transfer> transfers(const char* call) const {
         std::vector<transfer> made;
-        for (const auto& one : kernel.calls(call)) {
-            made.push_back({one.request, one.bytes.size()});
+        for (const auto& one : kernel.calls<norv::test::byte_transfer_at>(call)) {
+            made.push_back({one.offset, one.bytes.size()});
         }
         return made;
     }

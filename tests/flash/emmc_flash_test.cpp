@@ -18,6 +18,7 @@
 namespace {
 
 using norv::test::block_device;
+using norv::test::control;
 using norv::test::EmmcFlash;
 using norv::test::errno_status;
 using norv::test::fault;
@@ -41,7 +42,7 @@ TEST_F(EmmcFlash, OpeningQueriesTheBlockSizeAndTheSize) {
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);
     EXPECT_THAT(kernel.open_flags("/dev/mmcblk0"), ElementsAre(O_RDWR | O_CLOEXEC | O_SYNC));
     constexpr bool on_64_bits = sizeof(size_t) == 8;  // the requests count a size_t
-    const auto requests = kernel.calls("ioctl");
+    const auto requests = kernel.calls<control>("ioctl");
     ASSERT_THAT(requests, SizeIs(2));
     EXPECT_EQ(requests[0].request, on_64_bits ? 0x80081270U : 0x80041270U);
     EXPECT_EQ(requests[1].request, on_64_bits ? 0x80081272U : 0x80041272U);

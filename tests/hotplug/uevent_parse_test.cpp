@@ -32,12 +32,16 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::address_binding;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::lines;
 using norv::test::no_standard_input;
+using norv::test::option_setting;
+using norv::test::reception;
 using norv::test::recorder;
+using norv::test::socket_making;
 using norv::test::uevent_message;
 using norv::test::uevent_socket;
 using norv::test::usb_bus;
@@ -95,22 +99,22 @@ class OpenUeventParse : public UeventParse {
 
 TEST_F(UeventParse, TheSocketIsSetUpAsForUeventMessages) {
     ASSERT_EQ(open(), 0U);
-    const auto sockets = kernel.calls("socket");
+    const auto sockets = kernel.calls<socket_making>("socket");
     ASSERT_THAT(sockets, SizeIs(1));
-    EXPECT_EQ(sockets[0].flags, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
-    EXPECT_EQ(sockets[0].request, static_cast<unsigned long>(NETLINK_KOBJECT_UEVENT));
-    const auto options = kernel.calls("setsockopt");
+    EXPECT_EQ(sockets[0].type, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
+    EXPECT_EQ(sockets[0].protocol, NETLINK_KOBJECT_UEVENT);
+    const auto options = kernel.calls<option_setting>("setsockopt");
     ASSERT_THAT(options, SizeIs(1));
-    EXPECT_EQ(options[0].request, static_cast<unsigned long>(SO_RCVBUFFORCE));
+    EXPECT_EQ(options[0].name, SO_RCVBUFFORCE);
     int32_t size = 0;
-    ASSERT_EQ(options[0].bytes.size(), sizeof size);
-    memcpy(&size, options[0].bytes.data(), sizeof size);
+    ASSERT_EQ(options[0].value.size(), sizeof size);
+    memcpy(&size, options[0].value.data(), sizeof size);
     EXPECT_EQ(size, 65536);
-    const auto binds = kernel.calls("bind");
+    const auto binds = kernel.calls<address_binding>("bind");
     ASSERT_THAT(binds, SizeIs(1));
     sockaddr_nl address;
-    ASSERT_EQ(binds[0].bytes.size(), sizeof address);
-    memcpy(&address, binds[0].bytes.data(), sizeof address);
+    ASSERT_EQ(binds[0].address.size(), sizeof address);
+    memcpy(&address, binds[0].address.data(), sizeof address);
     EXPECT_EQ(address.nl_family, AF_NETLINK);
     EXPECT_EQ(address.nl_pid, 0U);
     EXPECT_EQ(address.nl_groups, 0xFFFFFFFFU);
@@ -373,8 +377,8 @@ TEST_F(UeventParse, ABufferOfNoBytesReceivesNothing) {
 TEST_F(OpenUeventParse, AMessageIsReceivedWithTheWholeBufferAndNoFlags) {
     poll();
     ASSERT_THAT(kernel.calls("recv"), SizeIs(1));
-    EXPECT_EQ(kernel.calls("recv")[0].request, 4096U);
-    EXPECT_EQ(kernel.calls("recv")[0].flags, 0);
+    EXPECT_EQ(kernel.calls("recv")[0].as<reception>().size, 4096U);
+    EXPECT_EQ(kernel.calls("recv")[0].as<reception>().flags, 0);
 }
 
 TEST_F(OpenUeventParse, OnePollAppliesEveryMessageThatWaits) {

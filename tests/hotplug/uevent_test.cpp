@@ -28,10 +28,14 @@ extern "C" const char* __tsan_default_options() {
 
 namespace {
 
+using norv::test::address_binding;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
+using norv::test::option_setting;
+using norv::test::reception;
+using norv::test::socket_making;
 using norv::test::uevent_message;
 using norv::test::uevent_socket;
 using testing::Each;
@@ -93,28 +97,28 @@ TEST(UeventKeys, CanBeWritten) {
 // ---- open
 
 TEST_F(OpenUevent, TheSocketIsANonBlockingDatagramSocketForUevents) {
-    const auto sockets = kernel.calls("socket");
+    const auto sockets = kernel.calls<socket_making>("socket");
     ASSERT_EQ(sockets.size(), 1U);
-    EXPECT_EQ(sockets[0].flags, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
-    EXPECT_EQ(sockets[0].request, static_cast<unsigned long>(NETLINK_KOBJECT_UEVENT));
+    EXPECT_EQ(sockets[0].type, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC);
+    EXPECT_EQ(sockets[0].protocol, NETLINK_KOBJECT_UEVENT);
     EXPECT_GT(uevent.fd, 0);
 }
 
 TEST_F(OpenUevent, TheReceiveBufferIsForcedTo65536Bytes) {
-    const auto options = kernel.calls("setsockopt");
+    const auto options = kernel.calls<option_setting>("setsockopt");
     ASSERT_EQ(options.size(), 1U);
-    EXPECT_EQ(options[0].flags, SOL_SOCKET);
-    EXPECT_EQ(options[0].request, static_cast<unsigned long>(SO_RCVBUFFORCE));
+    EXPECT_EQ(options[0].level, SOL_SOCKET);
+    EXPECT_EQ(options[0].name, SO_RCVBUFFORCE);
     const int32_t size = 65536;
-    EXPECT_EQ(options[0].bytes, std::string(reinterpret_cast<const char*>(&size), sizeof size));
+    EXPECT_EQ(options[0].value, std::string(reinterpret_cast<const char*>(&size), sizeof size));
 }
 
 TEST_F(OpenUevent, TheSocketIsBoundToEveryGroupAndTheKernelAssignsThePort) {
-    const auto binds = kernel.calls("bind");
+    const auto binds = kernel.calls<address_binding>("bind");
     ASSERT_EQ(binds.size(), 1U);
-    ASSERT_EQ(binds[0].bytes.size(), 12U);
+    ASSERT_EQ(binds[0].address.size(), 12U);
     sockaddr_nl address;
-    memcpy(&address, binds[0].bytes.data(), sizeof address);
+    memcpy(&address, binds[0].address.data(), sizeof address);
     EXPECT_EQ(address.nl_family, AF_NETLINK);
     EXPECT_EQ(address.nl_pad, 0);
     EXPECT_EQ(address.nl_pid, 0U);
@@ -293,9 +297,9 @@ TEST_F(OpenUevent, EveryMessageIsInTheRecordsBuffer) {
 
 TEST_F(OpenUevent, AMessageIsReceivedWithTheWholeBufferAndNoFlags) {
     poll();
-    const auto received = kernel.calls("recv");
+    const auto received = kernel.calls<reception>("recv");
     ASSERT_EQ(received.size(), 1U);
-    EXPECT_EQ(received[0].request, 64U);
+    EXPECT_EQ(received[0].size, 64U);
     EXPECT_EQ(received[0].flags, 0);
 }
 

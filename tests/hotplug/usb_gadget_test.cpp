@@ -18,6 +18,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::byte_transfer_at;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
@@ -121,8 +122,8 @@ TEST_F(OpenUsbGadget, OnlyTheBeginningOfTheTextIsCompared) {
 TEST_F(OpenUsbGadget, TheStateIsReadFromTheStartEveryTime) {
     EXPECT_EQ(state_of("configured\n"), 2U);
     EXPECT_EQ(state_of("not attached\n"), 0U);
-    EXPECT_EQ(kernel.calls("pread").at(0).request, 0U);
-    EXPECT_EQ(kernel.calls("pread").at(1).request, 0U);
+    EXPECT_EQ(kernel.calls("pread").at(0).as<byte_transfer_at>().offset, 0);
+    EXPECT_EQ(kernel.calls("pread").at(1).as<byte_transfer_at>().offset, 0);
     EXPECT_THAT(kernel.open_flags(state_file), testing::SizeIs(1));
 }
 
@@ -210,7 +211,7 @@ TEST_F(HostWin, ATextThatBeginsWithOneIsOne) {
     EXPECT_EQ(host_win("1\n"), 1);
     EXPECT_EQ(host_win("123456789012345678901234567890"), 1);
     EXPECT_THAT(kernel.open_flags(win_file), testing::Each(O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(kernel.calls("pread").at(0).request, 0U);
+    EXPECT_EQ(kernel.calls("pread").at(0).as<byte_transfer_at>().offset, 0);
     EXPECT_EQ(kernel.calls("pread").at(1).result, 16);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }

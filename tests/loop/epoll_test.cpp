@@ -54,6 +54,7 @@ using norv::test::open_loop;
 using norv::test::source;
 using norv::test::timer;
 using norv::test::wait_for_posted_call;
+using norv::test::waiting;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -980,7 +981,7 @@ TEST_F(EventLoop, ALoopWithoutTimersWaitsWithoutLimit) {
     loop.run();
     const auto waits = kernel.calls("epoll_wait");
     ASSERT_EQ(waits.size(), 1U);
-    EXPECT_EQ(static_cast<int>(waits[0].request), -1);
+    EXPECT_EQ(waits[0].as<waiting>().timeout, -1);
 }
 
 // ---- many threads

@@ -61,6 +61,7 @@ using norv::test::loop_thread;
 using norv::test::open_loop;
 using norv::test::source;
 using norv::test::timer;
+using norv::test::waiting;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -496,7 +497,7 @@ class LoopWait : public TimedLoop {
     std::vector<int> waits() {
         std::vector<int> timeouts;
         for (const call& made : kernel.calls("epoll_wait")) {
-            timeouts.push_back(static_cast<int>(made.request));
+            timeouts.push_back(made.as<waiting>().timeout);
         }
         return timeouts;
     }

@@ -19,6 +19,7 @@ namespace {
 
 using norv::test::failure_sweep;
 using norv::test::kernel_double;
+using norv::test::timer_setting;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -57,13 +58,9 @@ bool is_armed(const itimerspec& setting) {
 
 // The only setting that was passed to the kernel.
 itimerspec sent_setting(const kernel_double& kernel) {
-    const auto calls = kernel.calls("timerfd_settime");
+    const auto calls = kernel.calls<timer_setting>("timerfd_settime");
     EXPECT_THAT(calls, SizeIs(1));
-    itimerspec setting = {};
-    if (!calls.empty()) {
-        std::memcpy(&setting, calls[0].bytes.data(), sizeof setting);
-    }
-    return setting;
+    return calls.empty() ? itimerspec{} : calls[0].setting;
 }
 
 // ---- open and close
@@ -167,7 +164,8 @@ TEST(IntervalTimer, AnAlarmIsSetAtItsAbsoluteTimeWithItsPeriod) {
     EXPECT_EQ(sent.it_value.tv_nsec, 12300);
     EXPECT_EQ(sent.it_interval.tv_sec, 3);
     EXPECT_EQ(sent.it_interval.tv_nsec, 4500);
-    EXPECT_EQ(kernel.calls("timerfd_settime")[0].flags, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET);
+    EXPECT_EQ(kernel.calls("timerfd_settime")[0].as<timer_setting>().flags,
+              TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET);
 }
 
 TEST(IntervalTimer, APeriodWithTimeZeroStartsOnePeriodFromNow) {

@@ -21,12 +21,14 @@
 
 namespace {
 
+using norv::test::control;
 using norv::test::dma_buffer;
 using norv::test::dma_manager;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::field;
 using norv::test::kernel_double;
+using norv::test::unmapping;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -335,7 +337,7 @@ TEST_F(Dma, ALargeBufferIsMappedAndUnmappedCompletely) {
     EXPECT_EQ(norv_linux_dma_map_mem(&buffer, &memory), 0U);
     EXPECT_EQ(of_camera->mapped.at(0).size, mapped);
     EXPECT_EQ(norv_linux_dma_unmap_mem(&buffer), 0U);
-    EXPECT_EQ(kernel.calls("munmap").at(0).request, mapped);
+    EXPECT_EQ(kernel.calls("munmap").at(0).as<unmapping>().size, mapped);
     close(adopted);
 }
 
@@ -375,7 +377,7 @@ TEST_F(DmaBuffer, UnmappingRemovesTheWholeMapping) {
     EXPECT_EQ(norv_linux_dma_unmap_mem(&buffer), 0U);
     EXPECT_EQ(kernel.mappings(), 0U);
     ASSERT_THAT(kernel.calls("munmap"), SizeIs(1));
-    EXPECT_EQ(kernel.calls("munmap")[0].request, 12288U);
+    EXPECT_EQ(kernel.calls("munmap")[0].as<unmapping>().size, 12288U);
 }
 
 TEST_F(DmaBuffer, UnmappingTwiceUnmapsOnce) {
@@ -563,7 +565,7 @@ TEST_F(DmaBuffer, TheStartOfATransferIsAReadStartWithTheFlags1) {
     EXPECT_EQ(norv_linux_dma_sync(&buffer, false), 0U);
     EXPECT_THAT(memory_of_driver().sync_flags, ElementsAre(1));
     ASSERT_THAT(kernel.calls("ioctl"), SizeIs(1));
-    EXPECT_EQ(kernel.calls("ioctl")[0].request, whole_sync_request);
+    EXPECT_EQ(kernel.calls("ioctl")[0].as<control>().request, whole_sync_request);
     EXPECT_EQ(kernel.calls("ioctl")[0].path, "dma-buf");
 }
 
@@ -571,7 +573,7 @@ TEST_F(DmaBuffer, TheStartOfATransferIsAReadStartWithTheFlags1) {
 TEST_F(DmaBuffer, TheEndOfATransferIsAWriteEndWithExactlyTheFlags6) {
     EXPECT_EQ(norv_linux_dma_sync(&buffer, true), 0U);
     EXPECT_THAT(memory_of_driver().sync_flags, ElementsAre(6));
-    EXPECT_EQ(kernel.calls("ioctl").at(0).request, whole_sync_request);
+    EXPECT_EQ(kernel.calls("ioctl").at(0).as<control>().request, whole_sync_request);
 }
 
 TEST_F(DmaBuffer, AFailedSyncReturnsTheErrno) {

@@ -20,13 +20,16 @@ namespace {
 using norv::test::add_pci_uio;
 using norv::test::add_uio;
 using norv::test::at_descriptor_0;
+using norv::test::byte_transfer_at;
 using norv::test::configuration_space;
 using norv::test::ends_uevent_file;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::hides_identity;
 using norv::test::kernel_double;
+using norv::test::stream_opening;
 using norv::test::uio_node;
+using norv::test::unmapping;
 using norv::test::words_of;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -232,7 +235,7 @@ TEST_F(UioPci, OpeningMapsRegionZeroLikeThatOfAPlatformDevice) {
 TEST_F(OpenUioPci, ClosingUnmapsOnceAndClosesBothFiles) {
     norv_uio_close(&device);
     EXPECT_EQ(device, nullptr);
-    EXPECT_THAT(kernel.calls("munmap"), ElementsAre(testing::Field(&norv::test::call::request, 0x1000U)));
+    EXPECT_THAT(kernel.calls<unmapping>("munmap"), ElementsAre(testing::Field(&unmapping::size, 0x1000U)));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
 }
@@ -286,9 +289,9 @@ TEST_F(OpenUioPci, DisablingSetsTheInterruptDisableBitAndNothingElse) {
     kernel.add_file(configuration, configuration_space('\x03'));
     EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
     EXPECT_EQ(kernel.content(configuration), configuration_space('\x07'));
-    EXPECT_EQ(kernel.calls("pread").back().request, 5U);
-    EXPECT_EQ(kernel.calls("pwrite").back().request, 5U);
-    EXPECT_EQ(kernel.calls("pwrite").back().bytes, "\x07");
+    EXPECT_EQ(kernel.calls("pread").back().as<byte_transfer_at>().offset, 5);
+    EXPECT_EQ(kernel.calls("pwrite").back().as<byte_transfer_at>().offset, 5);
+    EXPECT_EQ(kernel.calls("pwrite").back().as<byte_transfer_at>().bytes, "\x07");
 }
 
 TEST_F(OpenUioPci, EnablingClearsTheInterruptDisableBitAndNothingElse) {
@@ -369,7 +372,7 @@ TEST_F(OpenUioPci, TheIdentityComesFromTheUeventFile) {
     EXPECT_EQ(norv_uio_get_info(&device, &info), 0U);
     EXPECT_THAT(words_of(info), ElementsAre(1, 0x1234, 0x11E8, 1, 2, 0x1F, 3));
     EXPECT_EQ(kernel.calls("fopen").back().path, uevent);
-    EXPECT_EQ(kernel.calls("fopen").back().bytes, "re");
+    EXPECT_EQ(kernel.calls("fopen").back().as<stream_opening>().mode, "re");
 }
 
 // quirk 161

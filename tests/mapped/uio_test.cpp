@@ -23,11 +23,13 @@ using norv::test::add_mapped_device;
 using norv::test::add_pci_uio;
 using norv::test::add_uio;
 using norv::test::at_descriptor_0;
+using norv::test::byte_transfer;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::opened_node;
 using norv::test::uio_node;
+using norv::test::unmapping;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Field;
@@ -158,7 +160,7 @@ TEST_F(Uio, TheMapSizeMayBeHexadecimalDecimalOrOctal) {
         EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
         EXPECT_EQ(node->mapped_size, 0x2000U);
         norv_uio_close(&device);
-        EXPECT_EQ(kernel.calls("munmap").back().request, 0x2000U);
+        EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, 0x2000U);
     }
 }
 
@@ -168,7 +170,7 @@ TEST_F(Uio, ALargeRegionIsMappedAndUnmappedWhole) {
     EXPECT_EQ(norv_uio_open_by_idx(3, &device), 0U);
     EXPECT_EQ(node->mapped_size, norv::test::large_size_read);
     norv_uio_close(&device);
-    EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
+    EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, norv::test::large_size_read);
 }
 
 TEST_F(Uio, TheMapSizeIsReadUpTo23BytesAndTheLastIsDropped) {
@@ -365,7 +367,7 @@ TEST_F(Uio, ANameIsReadUpTo127BytesAndTheLastIsDropped) {
 TEST_F(Uio, OpeningReads127BytesOfTheNameForTheKind) {
     add_uio(kernel, "uio0", std::string(200, 'n'));
     EXPECT_EQ(norv_uio_open_by_idx(0, &device), 0U);
-    EXPECT_EQ(kernel.calls("read").front().bytes.size(), 127U);
+    EXPECT_EQ(kernel.calls("read").front().as<byte_transfer>().bytes.size(), 127U);
     norv_uio_close(&device);
 }
 
@@ -454,7 +456,7 @@ TEST_F(Uio, TheStatusOfOpeningTheNamedDeviceIsReturned) {
 TEST_F(OpenUio, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     norv_uio_close(&device);
     EXPECT_EQ(device, nullptr);
-    EXPECT_THAT(kernel.calls("munmap"), ElementsAre(Field(&norv::test::call::request, 0x1000U)));
+    EXPECT_THAT(kernel.calls<unmapping>("munmap"), ElementsAre(Field(&unmapping::size, 0x1000U)));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
 }
@@ -526,7 +528,7 @@ TEST_F(OpenUio, EnablingWritesTheWordOneAndDisablingTheWordZero) {
     EXPECT_EQ(norv_uio_enable_irq(&device), 0U);
     EXPECT_EQ(norv_uio_disable_irq(&device), 0U);
     EXPECT_THAT(node->control, ElementsAre(1U, 0U));
-    EXPECT_THAT(kernel.calls("write"), testing::Each(Field(&norv::test::call::bytes, SizeIs(4))));
+    EXPECT_THAT(kernel.calls<byte_transfer>("write"), testing::Each(Field(&byte_transfer::bytes, SizeIs(4))));
 }
 
 TEST_F(OpenUio, ARefusedControlWordReturnsTheErrnoStatus) {

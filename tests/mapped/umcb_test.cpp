@@ -34,6 +34,7 @@ using norv::test::kernel_double;
 using norv::test::opened_node;
 using norv::test::umcb_node;
 using norv::test::umcb_request;
+using norv::test::unmapping;
 using norv::test::words_of;
 using testing::ElementsAre;
 using testing::Field;
@@ -150,7 +151,7 @@ TEST_F(Umcb, TheMapSizeMayBeHexadecimalDecimalOrOctal) {
         EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
         EXPECT_EQ(node->mapped_size, 0x2000U);
         norv_umcb_close(&device);
-        EXPECT_EQ(kernel.calls("munmap").back().request, 0x2000U);
+        EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, 0x2000U);
     }
 }
 
@@ -160,7 +161,7 @@ TEST_F(Umcb, ALargeRegionIsMappedAndUnmappedWhole) {
     EXPECT_EQ(norv_umcb_open_by_idx(3, -1, &device), 0U);
     EXPECT_EQ(node->mapped_size, norv::test::large_size_read);
     norv_umcb_close(&device);
-    EXPECT_EQ(kernel.calls("munmap").back().request, norv::test::large_size_read);
+    EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, norv::test::large_size_read);
 }
 
 TEST_F(Umcb, TheMapSizeIsReadUpTo23BytesAndTheLastIsDropped) {
@@ -554,7 +555,7 @@ TEST_F(Umcb, TheConfigurationSpaceIsNotAccessed) {
 TEST_F(OpenUmcb, ClosingUnmapsClosesReleasesAndMakesTheHandleNull) {
     norv_umcb_close(&device);
     EXPECT_EQ(device, nullptr);
-    EXPECT_THAT(kernel.calls("munmap"), ElementsAre(Field(&norv::test::call::request, 0x1000U)));
+    EXPECT_THAT(kernel.calls<unmapping>("munmap"), ElementsAre(Field(&unmapping::size, 0x1000U)));
     EXPECT_EQ(kernel.open_descriptors(), 0U);
     EXPECT_EQ(kernel.allocations(), 0U);
 }

@@ -15,6 +15,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::byte_transfer;
 using norv::test::errno_status;
 using norv::test::failure_sweep;
 using norv::test::fault;
@@ -119,7 +120,7 @@ TEST_F(Fpga, AStateIsReadUpTo15Bytes) {
     bool done = false;
     kernel.forget_calls();
     EXPECT_EQ(norv_fpga_is_program_done(0, &done), 0U);
-    EXPECT_EQ(kernel.calls("read").front().bytes, "operating      ");
+    EXPECT_EQ(kernel.calls("read").front().as<byte_transfer>().bytes, "operating      ");
 }
 
 // quirk 5

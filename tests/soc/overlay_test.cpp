@@ -16,6 +16,8 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::byte_transfer;
+using norv::test::directory_making;
 using norv::test::errno_status;
 using norv::test::failure_sweep;
 using norv::test::fault;
@@ -63,7 +65,7 @@ TEST_F(Overlay, TheDirectoryIsCreatedForAllUsers) {
     EXPECT_EQ(load(), 0U);
     ASSERT_EQ(kernel.calls("mkdir").size(), 1U);
     EXPECT_EQ(kernel.calls("mkdir").front().path, camera);
-    EXPECT_EQ(kernel.calls("mkdir").front().flags, 0777);
+    EXPECT_EQ(kernel.calls("mkdir").front().as<directory_making>().mode, 0777U);
 }
 
 TEST_F(Overlay, FilesAreOpenedWithCloseOnExec) {
@@ -282,7 +284,7 @@ TEST_F(Overlay, AStatusIsReadUpTo255Bytes) {
     bool applied = true;
     EXPECT_EQ(norv_dt_has_overlay("camera", &applied), 0U);
     EXPECT_FALSE(applied);
-    EXPECT_EQ(kernel.calls("read").front().bytes.size(), 255U);
+    EXPECT_EQ(kernel.calls("read").front().as<byte_transfer>().bytes.size(), 255U);
 }
 
 TEST_F(Overlay, AMissingOverlayIsNotAppliedAndNotAFailure) {

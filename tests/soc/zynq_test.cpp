@@ -21,6 +21,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::byte_transfer;
 using norv::test::errno_status;
 using norv::test::failure_sweep;
 using norv::test::fault;
@@ -169,7 +170,7 @@ TEST_F(ZynqClock, TheReadBackIsReadUpTo15Bytes) {
     clock->rate = "000000000000123456";
     EXPECT_EQ(norv_zynq_set_fclk_freq(0, &rate), 0U);
     EXPECT_EQ(rate, 012U);
-    EXPECT_EQ(kernel.calls("read").at(0).bytes, "000000000000123");
+    EXPECT_EQ(kernel.calls("read").at(0).as<byte_transfer>().bytes, "000000000000123");
 }
 
 // quirk 77
@@ -376,8 +377,8 @@ TEST_F(Zynq, EveryAttributeIsReadUpTo15Bytes) {
     EXPECT_EQ(norv_zynqmp_get_pl_temperature(&value), 0U);
     EXPECT_EQ(norv_zynqmp_get_voltage("voltage1", &value), 0U);
     EXPECT_THAT(attributes_read(), testing::SizeIs(12));
-    EXPECT_THAT(kernel.calls("read"),
-                testing::Each(testing::Field(&norv::test::call::bytes, std::string(15, '1'))));
+    EXPECT_THAT(kernel.calls<byte_transfer>("read"),
+                testing::Each(testing::Field(&byte_transfer::bytes, std::string(15, '1'))));
 }
 
 TEST_F(Zynq, FullScaleIs3VoltsOr1VoltInTheLowRange) {

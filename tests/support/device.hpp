@@ -19,11 +19,11 @@ class device {
 
     virtual long open(int /*flags*/) { return 0; }
     virtual void close() {}
-    // `offset` is where the file position stands; it moves on by the result.
+    // `offset` is the file position; it advances by the result.
     virtual long read(void* /*buffer*/, size_t /*size*/, off_t /*offset*/) { return -EINVAL; }
     virtual long write(const void* /*buffer*/, size_t /*size*/, off_t /*offset*/) { return -EINVAL; }
     virtual long ioctl(unsigned long /*request*/, void* /*argument*/) { return -ENOTTY; }
-    // The events that are ready now or would be within the time-out; 0: none came.
+    // The events that are ready now or would be within the timeout; 0: none came.
     virtual long poll(short events, int /*timeout*/) { return events; }
     // The address that the mapping gets, or a negative errno.
     virtual intptr_t map(size_t /*size*/, int /*protection*/, int /*flags*/, off_t /*offset*/) {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -18,89 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::atomic<kernel_double::state*> standing_in = nullptr;
-thread_local int outside = 0;
-
-constexpr std::array<std::string_view, 4> redirected = {"/sys/", "/proc/", "/dev/", "/lib/firmware/"};
-
-bool is_read_or_write(std::string_view name) {
-    return name.ends_with("read") || name.ends_with("write");
-}
-
 }  // namespace
-
-kernel_double::state* active_kernel() {
-    return outside > 0 ? nullptr : standing_in.load();
-}
-
-outside_the_double::outside_the_double() {
-    ++outside;
-}
-outside_the_double::~outside_the_double() {
-    --outside;
-}
-
-std::string kernel_double::state::place_of(const std::string& path) const {
-    const bool ours = std::any_of(redirected.begin(), redirected.end(),
-                                  [&](std::string_view prefix) { return (path + "/").starts_with(prefix); });
-    return ours ? root + path : path;
-}
-
-std::string kernel_double::state::name_of(const std::string& place) const {
-    return place.starts_with(root) ? place.substr(root.size()) : place;
-}
-
-const kernel_double::directory_reaction* kernel_double::state::reaction_to_directory(
-    const std::string& path) const {
-    const auto found = directory_reactions.find(path.substr(0, path.rfind('/')));
-    return found == directory_reactions.end() ? nullptr : &found->second;
-}
-
-bool kernel_double::state::strikes(const char* name, const std::string& path) {
-    const bool meant =
-        planned && planned->how == fault::kind::error && (planned->name.empty() || planned->name == name);
-    if (!meant || ++met != planned->number) {
-        return false;
-    }
-    note_strike(name, path);
-    errno = planned->error;
-    return true;
-}
-
-void kernel_double::state::note_strike(const char* name, const std::string& path) {
-    struck = *planned;
-    struck->name = name;
-    struck->path = path;
-}
-
-size_t kernel_double::state::shortened(const char* name, size_t size, const std::string& path) {
-    const bool meant = planned && planned->how == fault::kind::short_count && size > 0 &&
-                       (planned->name.empty() ? is_read_or_write(name) : planned->name == name);
-    if (!meant || ++met != planned->number) {
-        return size;
-    }
-    note_strike(name, path);
-    return size - 1;
-}
-
-void kernel_double::state::opened(int descriptor, const std::string& path, std::shared_ptr<device> model) {
-    if (descriptor >= 0) {
-        descriptors[descriptor] = {path, std::move(model), 0};
-    }
-}
-
-void kernel_double::state::note_made(const std::string& path) {
-    const size_t end = path.rfind('/');
-    if (end != 0 && end != std::string::npos) {
-        note_made(path.substr(0, end));
-    }
-    making_order.emplace(path, making_order.size());
-}
-
-open_file* kernel_double::state::find(int descriptor) {
-    const auto found = descriptors.find(descriptor);
-    return found == descriptors.end() ? nullptr : &found->second;
-}
 
 kernel_double::kernel_double() : state_(std::make_unique<state>()) {
     locate_tested_library();
@@ -109,14 +26,13 @@ kernel_double::kernel_double() : state_(std::make_unique<state>()) {
     for (const std::string_view prefix : redirected) {
         add_directory(std::string(prefix));
     }
-    state* expected = nullptr;
-    if (!standing_in.compare_exchange_strong(expected, state_.get())) {
+    if (!activate(state_.get())) {
         ADD_FAILURE() << "only one kernel double at a time";
     }
 }
 
 kernel_double::~kernel_double() {
-    standing_in = nullptr;
+    deactivate();
     EXPECT_EQ(open_descriptors(), state_->accepted_descriptors) << "descriptors left open";
     for (const auto& [descriptor, file] : state_->descriptors) {
         if (state_->accepted_descriptors == 0) {
@@ -218,7 +134,7 @@ std::vector<std::string> kernel_double::writes(const std::string& path) const {
     std::vector<std::string> found;
     for (const call& made : state_->calls) {
         if (made.name == "write" && made.path == path) {
-            found.push_back(made.bytes);
+            found.push_back(made.as<byte_transfer>().bytes);
         }
     }
     return found;
@@ -228,7 +144,7 @@ std::vector<int> kernel_double::open_flags(const std::string& path) const {
     std::vector<int> found;
     for (const call& made : state_->calls) {
         if (made.name == "open" && made.path == path) {
-            found.push_back(made.flags);
+            found.push_back(made.as<opening>().flags);
         }
     }
     return found;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The kernel double: a small board inside the test program.
 //
-// While a kernel_double lives, every path under /sys, /proc, /dev and /config that the library (or the test)
+// While a kernel_double lives, every path under /sys, /proc, /dev and /lib/firmware that the library (or the test)
 // uses leads into a scratch tree that the test builds, device models answer the calls on their nodes, and
-// every call is journalled. Sockets of the address families that the test adds are models too. Everything
+// the calls are journalled. Sockets of the address families that the test adds are models too. Everything
 // else (other sockets, epoll, eventfd, pipes) is the real kernel's. At its end the double reports whatever
 // the library left open, mapped or allocated as a test failure.
 //
@@ -23,25 +23,15 @@
 #include <vector>
 
 #include "support/device.hpp"
+#include "support/journal.hpp"
 
 namespace norv::test {
-
-// One call that reached the kernel double.
-struct call {
-    std::string name;           // "open", "write", "ioctl", ...
-    std::string path;           // of the file, where there is one
-    int flags = 0;              // of an open, or as the interposed call says
-    std::string bytes;          // of a write; what a read returned
-    unsigned long request = 0;  // of an ioctl; a poll's or epoll_wait's time-out, a pread's or pwrite's
-                                // offset, a munmap's size
-    long result = 0;            // as returned
-};
 
 // Which call is to fail, and how.
 struct fault {
     enum class kind { error, short_count };
     std::string name;  // the call; empty: any call that can fail
-    int number = 1;    // the how many-th such call, counted from 1
+    int number = 1;    // the nth such call, counted from 1
     int error = 0;     // errno
     kind how = kind::error;
     std::string path;  // filled when it struck: the file of the call, where there is one
@@ -62,8 +52,8 @@ class kernel_double {
     void add_device(const std::string& path, std::shared_ptr<device> model);
     void remove(const std::string& path);
 
-    // A new descriptor that a model answers, as a driver hands one out; the path names it in the journal. Who
-    // gets it closes it.
+    // A new descriptor that a model answers, as a driver hands one out; the path names it in the journal. The
+    // caller closes it.
     int hand_out(const std::string& path, std::shared_ptr<device> model);
 
     // Reacts to each write of an attribute before it is stored: 0 accepts, an errno refuses.
@@ -79,23 +69,31 @@ class kernel_double {
     using directory_reaction = std::function<void(const std::string& path)>;
     void on_make_directory(const std::string& parent, directory_reaction reaction);
 
-    // Runs whenever a mutex of the base library was taken (true), and before one is given back (false): both
+    // Runs whenever a mutex of the base library was taken (true), and before one is released (false): both
     // times on the thread that has it.
     using lock_reaction = std::function<void(bool taken)>;
     void on_lock(lock_reaction reaction);
 
-    // What stands in a file, and whether a path exists.
+    // What a file contains, and whether a path exists.
     std::string content(const std::string& path) const;
     bool exists(const std::string& path) const;
 
-    // What the library did.
+    // What the library did: all calls, those with a name, and what those were asked.
     const std::vector<call>& calls() const;
     std::vector<call> calls(std::string_view name) const;
+    template <typename kind>
+    std::vector<kind> calls(std::string_view name) const {
+        std::vector<kind> found;
+        for (const call& made : calls(name)) {
+            found.push_back(made.as<kind>());
+        }
+        return found;
+    }
     std::vector<std::string> writes(const std::string& path) const;
     std::vector<int> open_flags(const std::string& path) const;
     void forget_calls();
 
-    // Makes a call fail. Only one fault is set at a time; `struck` tells the call that it met, if it met one.
+    // Makes a call fail. Only one fault is set at a time; `struck` returns the call that it met, if it met one.
     void fail(const fault& planned);
     void fail(const std::string& name, int error, int number = 1) {
         fail({name, number, error, fault::kind::error, ""});
@@ -108,7 +106,7 @@ class kernel_double {
     // Stops CLOCK_MONOTONIC at this time.
     void set_clock(time_t seconds, long nanoseconds);
 
-    // Lets sysinfo(2) say that the system was started so many seconds ago.
+    // Lets sysinfo(2) report that the system was started this number of seconds ago.
     void set_uptime(long seconds);
 
     // Makes the base library map this errno to this status, 0 included.

@@ -39,10 +39,18 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::address_binding;
+using norv::test::byte_transfer_at;
+using norv::test::descriptor_control;
 using norv::test::device;
+using norv::test::directory_making;
 using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::option_setting;
+using norv::test::program_start;
+using norv::test::socket_making;
+using norv::test::unmapping;
 using testing::ElementsAre;
 
 // A device with one register, read and written by ioctl, and a page of memory.
@@ -106,7 +114,7 @@ TEST(KernelDouble, ADirectoryThatIsMadeIsFilledAsInConfigfsAndGoesWithItsFiles) 
                              [&](const std::string& path) { kernel.add_file(path + "/status", "new"); });
     EXPECT_EQ(mkdir("/sys/kernel/config/items/one", 0755), 0);
     EXPECT_EQ(kernel.content("/sys/kernel/config/items/one/status"), "new");
-    EXPECT_EQ(kernel.calls("mkdir").front().flags, 0755);
+    EXPECT_EQ(kernel.calls("mkdir").front().as<directory_making>().mode, 0755U);
     EXPECT_EQ(rmdir("/sys/kernel/config/items/one"), 0);
     EXPECT_FALSE(kernel.exists("/sys/kernel/config/items/one"));
     EXPECT_EQ(rmdir("/sys/kernel/config/items/one"), -1);
@@ -191,7 +199,7 @@ TEST(KernelDouble, UnmappingFailsOnlyForATestThatNamesItAndKeepsTheMapping) {
     kernel.fail("", EINVAL);
     EXPECT_EQ(munmap(memory, 4096), 0);
     EXPECT_EQ(kernel.mappings(), 0U);
-    EXPECT_EQ(kernel.calls("munmap").back().request, 4096U);
+    EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, 4096U);
     close(descriptor);
 }
 
@@ -282,9 +290,9 @@ TEST(KernelDouble, ASocketOfAnAddedFamilyIsAnsweredByItsModel) {
     EXPECT_EQ(recv(descriptor, message, sizeof message, 0), 4);
     EXPECT_EQ(std::string(message, 4), "mess");
     close(descriptor);
-    EXPECT_EQ(kernel.calls("socket").at(0).flags, SOCK_RAW | SOCK_CLOEXEC);
-    EXPECT_EQ(kernel.calls("bind").at(0).bytes.size(), 2U);
-    EXPECT_EQ(kernel.calls("setsockopt").at(0).bytes, "value");
+    EXPECT_EQ(kernel.calls("socket").at(0).as<socket_making>().type, SOCK_RAW | SOCK_CLOEXEC);
+    EXPECT_EQ(kernel.calls("bind").at(0).as<address_binding>().address.size(), 2U);
+    EXPECT_EQ(kernel.calls("setsockopt").at(0).as<option_setting>().value, "value");
 }
 
 TEST(KernelDouble, SocketsOfOtherFamiliesAreTheRealKernelsButCanFail) {
@@ -309,8 +317,8 @@ TEST(KernelDouble, ADescriptorsFlagsAreTheRealKernels) {
     const int descriptor = open("/dev/device", O_RDWR);
     EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
     EXPECT_EQ(fcntl(descriptor, F_GETFL) & O_NONBLOCK, O_NONBLOCK);
-    EXPECT_EQ(kernel.calls("fcntl").at(0).flags, F_SETFL);
-    EXPECT_EQ(kernel.calls("fcntl").at(0).request, static_cast<unsigned long>(O_NONBLOCK));
+    EXPECT_EQ(kernel.calls("fcntl").at(0).as<descriptor_control>().command, F_SETFL);
+    EXPECT_EQ(kernel.calls("fcntl").at(0).as<descriptor_control>().argument, O_NONBLOCK);
     close(descriptor);
 }
 
@@ -401,7 +409,7 @@ TEST(KernelDouble, AReadAtAnOffsetLeavesTheFilePositionAlone) {
     EXPECT_STREQ(text, "de");
     EXPECT_EQ(read(descriptor, text, 2), 2);
     EXPECT_STREQ(text, "ab");
-    EXPECT_EQ(kernel.calls("pread").at(0).request, 3U);
+    EXPECT_EQ(kernel.calls("pread").at(0).as<byte_transfer_at>().offset, 3);
     close(descriptor);
 }
 
@@ -442,8 +450,8 @@ TEST(KernelDouble, AWriteAtAnOffsetLeavesTheFilePositionAlone) {
     EXPECT_EQ(pwrite(descriptor, "XY", 2, 3), 2);
     EXPECT_EQ(write(descriptor, "-", 1), 1);
     EXPECT_EQ(kernel.content("/proc/text"), "-bcXYf");
-    EXPECT_EQ(kernel.calls("pwrite").at(0).request, 3U);
-    EXPECT_EQ(kernel.calls("pwrite").at(0).bytes, "XY");
+    EXPECT_EQ(kernel.calls("pwrite").at(0).as<byte_transfer_at>().offset, 3);
+    EXPECT_EQ(kernel.calls("pwrite").at(0).as<byte_transfer_at>().bytes, "XY");
     close(descriptor);
 }
 
@@ -499,7 +507,7 @@ TEST(KernelDouble, TheSizeOfAnUnmappingIsJournalled) {
     const int descriptor = open("/dev/register", O_RDWR);
     void* memory = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0);
     EXPECT_EQ(munmap(memory, 4096), 0);
-    EXPECT_EQ(kernel.calls("munmap").back().request, 4096U);
+    EXPECT_EQ(kernel.calls("munmap").back().as<unmapping>().size, 4096U);
     close(descriptor);
 }
 
@@ -577,7 +585,7 @@ TEST(KernelDouble, AProgramsStreamCountsAsADescriptorUntilItIsClosed) {
     const kernel_double kernel;
     FILE* stream = popen("exit 3", "r");
     EXPECT_EQ(kernel.open_descriptors(), 1U);
-    EXPECT_EQ(kernel.calls("popen").at(0).path, "exit 3");
+    EXPECT_EQ(kernel.calls("popen").at(0).as<program_start>().command, "exit 3");
     EXPECT_EQ(WEXITSTATUS(pclose(stream)), 3);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }

@@ -4,6 +4,7 @@
 
 #include <dirent.h>
 
+#include <array>
 #include <atomic>
 #include <ctime>
 #include <map>
@@ -11,11 +12,15 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/kernel_double.hpp"
 
 namespace norv::test {
+
+// What is below these is the board's.
+constexpr std::array<std::string_view, 4> redirected = {"/sys/", "/proc/", "/dev/", "/lib/firmware/"};
 
 struct open_file {
     std::string path;
@@ -23,7 +28,7 @@ struct open_file {
     off_t offset = 0;
 };
 
-// What an open directory of the scratch tree tells, entry by entry.
+// What an open directory of the scratch tree lists, entry by entry.
 struct listing {
     std::vector<dirent> entries;
     size_t next = 0;
@@ -38,7 +43,7 @@ struct kernel_double::state {
     std::map<std::string, directory_reaction> directory_reactions;  // by the parent's path
     lock_reaction on_lock = [](bool) {};
     std::map<int, open_file> descriptors;
-    std::map<std::string, size_t> making_order;  // the paths that the test made, and the how many-th each was
+    std::map<std::string, size_t> making_order;  // the paths that the test made, numbered in that order
     std::map<DIR*, listing> listings;
     std::map<void*, size_t> mappings;
     std::set<void*> allocations;
@@ -53,29 +58,35 @@ struct kernel_double::state {
     size_t accepted_descriptors = 0;
     size_t accepted_allocations = 0;
 
-    // Where a path of the board stands in the scratch tree; other paths stay what they are.
+    // Where a path of the board is in the scratch tree; other paths are returned unchanged.
     std::string place_of(const std::string& path) const;
     // The reverse, for what the real kernel reports.
     std::string name_of(const std::string& place) const;
     // What fills the directory when it is made, null when nothing does.
     const directory_reaction* reaction_to_directory(const std::string& path) const;
     // Whether the planned fault strikes this call; errno is then set.
-    bool strikes(const char* name, const std::string& path = "");
-    // The size of this read or write, cut when the planned fault is a short count.
-    size_t shortened(const char* name, size_t size, const std::string& path);
-    void note_strike(const char* name, const std::string& path);
+    bool strikes(const call& made);
+    // The same for a call that fails only for a test that names it.
+    bool strikes_by_name(const call& made);
+    // The size of this read or write, one byte less when the planned fault is a short count that strikes it.
+    size_t shortened(const call& made, size_t size);
+    void note_strike(const call& made);
     // Remembers when a path and the directories above it were made.
     void note_made(const std::string& path);
     void record(call made) { calls.push_back(std::move(made)); }
     void opened(int descriptor, const std::string& path, std::shared_ptr<device> model = nullptr);
     open_file* find(int descriptor);
+    // The path of an open descriptor, empty when the double does not know it.
+    std::string path_of(int descriptor);
 };
 
-// The double that stands in now, null when none does or when the double itself or a model is calling.
+// The active double, null when there is none or when the double itself or a model is calling.
 kernel_double::state* active_kernel();
+bool activate(kernel_double::state* kernel);  // false where another one is active
+void deactivate();
 
-// Finds out where the library under test stands in memory. Not left to the first allocation: that may be a
-// thread's that is only just starting, where the thread sanitizer does not bear the question.
+// Finds out where the library under test is in memory. Not left to the first allocation: that may be made by a
+// thread that is only just starting, where the thread sanitizer does not allow it.
 void locate_tested_library();
 
 // While one lives, this thread's calls go straight to the C library.

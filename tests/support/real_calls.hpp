@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The C library's own functions, behind the ones that this program puts in front of them.
+// The C library's own functions, which this program replaces by those of the kernel double.
 #pragma once
 
 #include <dlfcn.h>

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace std::string_literals;
+using norv::test::byte_transfer;
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::gpio_chip;
@@ -274,7 +275,7 @@ TEST_F(OpenGpio, AFailedReadWhoseErrnoMapsToZeroCountsAsZero) {
 
 TEST_F(OpenGpio, TheValueIsReadWithItsNewline) {
     EXPECT_EQ(norv_linux_gpio_get_value(&line, nullptr), 0U);
-    EXPECT_EQ(kernel.calls("read").at(0).bytes, "0\n");
+    EXPECT_EQ(kernel.calls("read").at(0).as<byte_transfer>().bytes, "0\n");
 }
 
 TEST_F(Gpio, AtMostTwoBytesOfTheValueAreRead) {
@@ -283,7 +284,7 @@ TEST_F(Gpio, AtMostTwoBytesOfTheValueAreRead) {
     uint8_t value = 9;
     EXPECT_EQ(norv_linux_gpio_get_value(&line, &value), 0U);
     EXPECT_EQ(value, 1);
-    EXPECT_EQ(kernel.calls("read").at(0).bytes, "12");
+    EXPECT_EQ(kernel.calls("read").at(0).as<byte_transfer>().bytes, "12");
     norv_linux_gpio_close(&line);
 }
 

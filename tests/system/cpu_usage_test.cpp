@@ -15,6 +15,7 @@ namespace {
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::stream_opening;
 using testing::IsEmpty;
 
 constexpr const char* stat_file = "/proc/stat";
@@ -60,7 +61,7 @@ TEST_F(CpuUsage, TheFileIsNotInheritedByPrograms) {
     show("1 1 1 1 1 1 1 1 1 1");
     norv_cpu_usage_open(&cpu);
     EXPECT_EQ(kernel.calls("fopen").at(0).path, stat_file);
-    EXPECT_EQ(kernel.calls("fopen").at(0).bytes, "re");
+    EXPECT_EQ(kernel.calls("fopen").at(0).as<stream_opening>().mode, "re");
 }
 
 // quirk 95

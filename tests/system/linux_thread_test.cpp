@@ -18,9 +18,10 @@
 
 namespace {
 
-using norv::test::call;
+using norv::test::affinity_setting;
 using norv::test::failure_sweep;
 using norv::test::kernel_double;
+using norv::test::schedule_setting;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -33,10 +34,10 @@ void build_machine(kernel_double& kernel, long processors) {
 
 // The processors of the only request to the kernel.
 std::vector<int> requested_processors(const kernel_double& kernel) {
-    const auto calls = kernel.calls("sched_setaffinity");
+    const auto calls = kernel.calls<affinity_setting>("sched_setaffinity");
     EXPECT_THAT(calls, SizeIs(1));
     cpu_set_t set = {};
-    std::memcpy(&set, calls.at(0).bytes.data(), sizeof set);
+    std::memcpy(&set, calls.at(0).processors.data(), sizeof set);
     std::vector<int> processors;
     for (int processor = 0; processor < CPU_SETSIZE; ++processor) {
         if (CPU_ISSET(static_cast<size_t>(processor), &set)) {
@@ -70,9 +71,9 @@ TEST(ThreadAffinityMask, TheMasksProcessorsGoToTheKernelForTheCallingThread) {
     build_machine(kernel, 4);
     EXPECT_EQ(norv_linux_thread_set_cpu_affinity_mask(0xd), NORV_STATUS_OK);
     EXPECT_THAT(requested_processors(kernel), ElementsAre(0, 2, 3));
-    const call made = kernel.calls("sched_setaffinity")[0];
-    EXPECT_EQ(made.flags, 0);
-    EXPECT_EQ(made.request, 128U);
+    const auto made = kernel.calls("sched_setaffinity")[0].as<affinity_setting>();
+    EXPECT_EQ(made.thread, 0);
+    EXPECT_EQ(made.processors.size(), 128U);
 }
 
 TEST(ThreadAffinityMask, TheOnlyProcessorOfAMachineIsAccepted) {
@@ -160,9 +161,9 @@ TEST(ThreadAffinity, TheProcessorGoesToTheKernelForTheCallingThread) {
         build_machine(kernel, 1);
         EXPECT_EQ(norv_linux_thread_set_cpu_affinity(processor), NORV_STATUS_OK);
         EXPECT_THAT(requested_processors(kernel), ElementsAre(processor));
-        const call made = kernel.calls("sched_setaffinity")[0];
-        EXPECT_EQ(made.flags, 0);
-        EXPECT_EQ(made.request, 128U);
+        const auto made = kernel.calls("sched_setaffinity")[0].as<affinity_setting>();
+        EXPECT_EQ(made.thread, 0);
+        EXPECT_EQ(made.processors.size(), 128U);
     }
 }
 
@@ -194,22 +195,22 @@ TEST(ThreadPriority, NormalIsSchedOtherAtItsHighestPriority) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", 0);
     EXPECT_EQ(norv_linux_thread_set_normal_priority(), NORV_STATUS_OK);
-    const auto calls = kernel.calls("pthread_setschedparam");
+    const auto calls = kernel.calls<schedule_setting>("pthread_setschedparam");
     ASSERT_THAT(calls, SizeIs(1));
-    EXPECT_EQ(calls[0].path, "the calling thread");
-    EXPECT_EQ(calls[0].flags, SCHED_OTHER);
-    EXPECT_EQ(calls[0].request, static_cast<unsigned long>(sched_get_priority_max(SCHED_OTHER)));
+    EXPECT_TRUE(calls[0].of_caller);
+    EXPECT_EQ(calls[0].policy, SCHED_OTHER);
+    EXPECT_EQ(calls[0].priority, sched_get_priority_max(SCHED_OTHER));
 }
 
 TEST(ThreadPriority, RealTimeIsSchedFifoAtItsHighestPriority) {
     kernel_double kernel;
     kernel.answer("pthread_setschedparam", 0);
     EXPECT_EQ(norv_linux_thread_set_realtime_priority(), NORV_STATUS_OK);
-    const auto calls = kernel.calls("pthread_setschedparam");
+    const auto calls = kernel.calls<schedule_setting>("pthread_setschedparam");
     ASSERT_THAT(calls, SizeIs(1));
-    EXPECT_EQ(calls[0].path, "the calling thread");
-    EXPECT_EQ(calls[0].flags, SCHED_FIFO);
-    EXPECT_EQ(calls[0].request, 99U);
+    EXPECT_TRUE(calls[0].of_caller);
+    EXPECT_EQ(calls[0].policy, SCHED_FIFO);
+    EXPECT_EQ(calls[0].priority, 99);
 }
 
 // quirk 33

@@ -16,6 +16,7 @@ namespace {
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::stream_opening;
 using testing::IsEmpty;
 
 constexpr const char* dev_file = "/proc/net/dev";
@@ -80,7 +81,7 @@ TEST_F(NetUsage, TheFileIsNotInheritedByPrograms) {
     show(1, 1);
     norv_net_usage_open(&net, "eth0");
     EXPECT_EQ(kernel.calls("fopen").at(0).path, dev_file);
-    EXPECT_EQ(kernel.calls("fopen").at(0).bytes, "re");
+    EXPECT_EQ(kernel.calls("fopen").at(0).as<stream_opening>().mode, "re");
 }
 
 TEST_F(NetUsage, TheRecordNeedNotBeFilledWithZeros) {

@@ -20,6 +20,7 @@ namespace {
 using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::program_start;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -202,8 +203,8 @@ TEST(Shell, TheCommandIsRunForReadingAndItsStreamClosed) {
     sixteen_bytes output;
     EXPECT_EQ(output.run("echo ok"), NORV_STATUS_OK);
     ASSERT_THAT(kernel.calls("popen"), SizeIs(1));
-    EXPECT_EQ(kernel.calls("popen")[0].path, "echo ok");
-    EXPECT_EQ(kernel.calls("popen")[0].bytes, "r");
+    EXPECT_EQ(kernel.calls("popen")[0].as<program_start>().command, "echo ok");
+    EXPECT_EQ(kernel.calls("popen")[0].as<program_start>().mode, "r");
     EXPECT_THAT(kernel.calls("pclose"), SizeIs(1));
 }
 
@@ -257,7 +258,7 @@ TEST(ShellFormat, ACommandOf4095CharactersRunsWhole) {
     sixteen_bytes output;
     const std::string rest(4095 - 9, 'x');
     EXPECT_EQ(norv_shell_format_result(output.bytes.data(), 15, "echo ok #%s", rest.c_str()), NORV_STATUS_OK);
-    EXPECT_EQ(kernel.calls("popen").at(0).path, "echo ok #" + rest);
+    EXPECT_EQ(kernel.calls("popen").at(0).as<program_start>().command, "echo ok #" + rest);
     EXPECT_STREQ(output.text(), "ok");
 }
 
@@ -267,7 +268,7 @@ TEST(ShellFormat, ALongerCommandIsTruncated) {
     sixteen_bytes output;
     const std::string rest(5000, 'x');
     EXPECT_EQ(norv_shell_format_result(output.bytes.data(), 15, "echo ok #%s", rest.c_str()), NORV_STATUS_OK);
-    EXPECT_EQ(kernel.calls("popen").at(0).path, ("echo ok #" + rest).substr(0, 4095));
+    EXPECT_EQ(kernel.calls("popen").at(0).as<program_start>().command, ("echo ok #" + rest).substr(0, 4095));
     EXPECT_STREQ(output.text(), "ok");
 }
 

@@ -16,6 +16,7 @@ namespace {
 using norv::test::errno_status;
 using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::stream_opening;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -175,7 +176,7 @@ TEST_F(MemInfo, TheFiveFiguresAreFound) {
     EXPECT_EQ(info.buffers, 16000);
     EXPECT_EQ(info.cached, 256000);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
-    EXPECT_EQ(kernel.calls("fopen").at(0).bytes, "re");
+    EXPECT_EQ(kernel.calls("fopen").at(0).as<stream_opening>().mode, "re");
 }
 
 TEST_F(MemInfo, TheirOrderDoesNotMatter) {

@@ -16,6 +16,7 @@
 
 namespace {
 
+using norv::test::byte_transfer_at;
 using norv::test::failure_sweep;
 using norv::test::fault;
 using norv::test::kernel_double;
@@ -55,7 +56,7 @@ TEST(Uuid, TheReadIsAtTheStartOfTheFile) {
     kernel.add_file(uuid_file, some_uuid);
     uuid_buffer uuid;
     EXPECT_EQ(uuid.generate(), NORV_STATUS_OK);
-    EXPECT_EQ(kernel.calls("pread").at(0).request, 0U);
+    EXPECT_EQ(kernel.calls("pread").at(0).as<byte_transfer_at>().offset, 0);
 }
 
 TEST(Uuid, TheRealKernelGivesHexadecimalGroupsJoinedByHyphens) {

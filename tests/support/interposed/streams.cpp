@@ -1,26 +1,22 @@
 // SPDX-License-Identifier: MIT
-// The calls on streams and on names of files that reach the kernel double.
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
+// The calls on streams, of files and of programs, that reach the kernel double.
+#include <gtest/gtest.h>
 #include <sys/types.h>
-#include <unistd.h>
+
+#include <cstdio>
 
 #include "support/interposition.hpp"
-#include "support/kernel_state.hpp"
-#include "support/real_calls.hpp"
 
 namespace {
 
 using norv::test::active_kernel;
 using norv::test::call;
+using norv::test::journalled;
+using norv::test::kernel_state;
 using norv::test::open_file;
-using norv::test::outside_the_double;
-using norv::test::pass_path;
-using kernel_state = norv::test::kernel_double::state;
+using norv::test::program_start;
+using norv::test::stream_opening;
+using norv::test::stream_reading;
 
 // A call on an open stream of the board's files, which can fail.
 template <typename result, typename passing>
@@ -31,7 +27,7 @@ result pass_stream(const char* name, FILE* stream, result failure, passing throu
     }
     const std::lock_guard lock(kernel->mutex);
     const open_file* file = kernel->find(fileno(stream));
-    return file != nullptr && kernel->strikes(name, file->path) ? failure : through();
+    return file != nullptr && kernel->strikes(call{name, file->path}) ? failure : through();
 }
 
 // The line's memory is the caller's to release. Only lines of the board's files can fail.
@@ -46,7 +42,7 @@ ssize_t read_line(char** line, FILE* stream, reading read) {
     if (file == nullptr) {
         return read();
     }
-    if (kernel->strikes("getline", file->path)) {
+    if (kernel->strikes(call{"getline", file->path})) {
         return -1;
     }
     kernel->allocations.erase(*line);
@@ -61,8 +57,7 @@ ssize_t read_line(char** line, FILE* stream, reading read) {
 
 extern "C" {
 
-// Streams of the board's files are watched like descriptors; others are none of the board's business. The
-// journal keeps the mode as the bytes.
+// Streams of the board's files are watched like descriptors, others are not.
 FILE* fopen(const char* path, const char* mode) {
     kernel_state* kernel = active_kernel();
     if (kernel == nullptr) {
@@ -73,15 +68,13 @@ FILE* fopen(const char* path, const char* mode) {
     if (place == path) {
         return REAL(fopen)(path, mode);
     }
-    call made;
-    made.name = "fopen";
-    made.path = path;
-    made.bytes = mode;
-    kernel->record(made);
-    FILE* stream = kernel->strikes("fopen", path) ? nullptr : REAL(fopen)(place.c_str(), mode);
+    call made{"fopen", path, stream_opening{mode}};
+    FILE* stream = kernel->strikes(made) ? nullptr : REAL(fopen)(place.c_str(), mode);
     if (stream != nullptr) {
         kernel->opened(fileno(stream), path);
     }
+    made.result = journalled(stream);
+    kernel->record(made);
     return stream;
 }
 
@@ -91,16 +84,13 @@ int fclose(FILE* stream) {
         return REAL(fclose)(stream);
     }
     const std::lock_guard lock(kernel->mutex);
-    const open_file* file = kernel->find(fileno(stream));
-    const std::string path = file != nullptr ? file->path : "";
+    call made{"fclose", kernel->path_of(fileno(stream))};
     const bool watched = kernel->descriptors.erase(fileno(stream)) != 0;
-    call made;
-    made.name = "fclose";
-    made.path = path;
-    kernel->record(made);
-    // A failing close has still given the stream back.
+    // A failing close has still released the stream.
     const int closed = REAL(fclose)(stream);
-    return watched && kernel->strikes("fclose", path) ? EOF : closed;
+    made.result = watched && kernel->strikes(made) ? EOF : closed;
+    kernel->record(made);
+    return static_cast<int>(made.result);
 }
 
 char* fgets(char* text, int size, FILE* stream) {
@@ -125,36 +115,44 @@ ssize_t __getdelim(char** line, size_t* size, int delimiter, FILE* stream) {
     return read_line(line, stream, [&] { return REAL(__getdelim)(line, size, delimiter, stream); });
 }
 
-// ---- names of files: what the real kernel reports is told as the board has it ----
-
-ssize_t readlink(const char* path, char* buffer, size_t size) noexcept {
-    return pass_path("readlink", path, ssize_t{-1}, [&](const char* place) -> ssize_t {
-        char target[PATH_MAX];
-        const ssize_t length = REAL(readlink)(place, target, sizeof target);
-        if (length < 0) {
-            return length;
-        }
-        const std::string found(target, static_cast<size_t>(length));
-        const kernel_state* kernel = active_kernel();
-        return static_cast<ssize_t>((kernel != nullptr ? kernel->name_of(found) : found).copy(buffer, size));
-    });
+size_t fread(void* buffer, size_t size, size_t count, FILE* stream) {
+    return norv::test::pass_journalled(call{"fread", "", stream_reading{size * count}}, size_t{0},
+                                       [&] { return REAL(fread)(buffer, size, count, stream); });
 }
 
-// What is allocated for the name is the caller's to release.
-char* realpath(const char* path, char* resolved) noexcept {
-    return pass_path("realpath", path, static_cast<char*>(nullptr), [&](const char* place) -> char* {
-        char* found = REAL(realpath)(place, resolved);
-        kernel_state* kernel = active_kernel();
-        if (found == nullptr || kernel == nullptr) {
-            return found;
-        }
-        // The name on the board is the shorter one: it fits.
-        strcpy(found, kernel->name_of(found).c_str());
-        if (resolved == nullptr) {
-            kernel->allocations.insert(found);
-        }
-        return found;
-    });
+// ---- programs
+
+FILE* popen(const char* command, const char* mode) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return REAL(popen)(command, mode);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    call made{"popen", "", program_start{command, mode}};
+    FILE* stream = kernel->strikes(made) ? nullptr : REAL(popen)(command, mode);
+    if (stream != nullptr) {
+        kernel->opened(fileno(stream), "popen");
+    }
+    made.result = journalled(stream);
+    kernel->record(made);
+    return stream;
+}
+
+int pclose(FILE* stream) {
+    kernel_state* kernel = active_kernel();
+    if (kernel == nullptr) {
+        return REAL(pclose)(stream);
+    }
+    const std::lock_guard lock(kernel->mutex);
+    call made{"pclose"};
+    if (kernel->descriptors.erase(fileno(stream)) == 0) {
+        ADD_FAILURE() << "a program's stream was closed that is not open";
+    }
+    // A failing close has still released the stream.
+    const int ended = REAL(pclose)(stream);
+    made.result = kernel->strikes(made) ? -1 : ended;
+    kernel->record(made);
+    return static_cast<int>(made.result);
 }
 
 }  // extern "C"

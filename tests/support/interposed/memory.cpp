@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The C library's own memory functions, as far as the library under test calls them itself: they can fail
-// there, and what they give out is watched. Everybody else in the program calls past the double.
+// there, and what they allocate is watched. The calls of the rest of the program do not reach the double.
 #include <dlfcn.h>
 #include <link.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
 #include <span>
 #include <string_view>
-#include <utility>
 
 #include "support/kernel_state.hpp"
 
@@ -20,7 +20,7 @@ using norv::test::call;
 using norv::test::outside_the_double;
 using kernel_state = norv::test::kernel_double::state;
 
-// Where an object stands in memory.
+// Where an object is in memory.
 struct address_range {
     uintptr_t begin = UINTPTR_MAX;
     uintptr_t end = 0;
@@ -76,7 +76,7 @@ void* allocate(kernel_state* kernel, const char* name, allocation obtain) {
     }
     const std::lock_guard lock(kernel->mutex);
     const outside_the_double guard;
-    void* memory = kernel->strikes(name) ? nullptr : obtain();
+    void* memory = kernel->strikes(call{name}) ? nullptr : obtain();
     if (memory != nullptr) {
         kernel->allocations.insert(memory);
     }
@@ -115,7 +115,7 @@ void free(void* memory) {
     static bool looking_up = false;
     if (real_free == nullptr) {
         if (looking_up) {
-            return;  // the message of an earlier lookup that failed, released by this one: not given back
+            return;  // the message of an earlier lookup that failed, released by this one: leaked
         }
         looking_up = true;
         real_free = real<void(void*)>("free");
@@ -125,9 +125,7 @@ void free(void* memory) {
         const std::lock_guard lock(kernel->mutex);
         const outside_the_double guard;
         if (kernel->allocations.erase(memory) > 0) {
-            call made;
-            made.name = "free";
-            kernel->record(std::move(made));
+            kernel->record(call{"free"});
         }
     }
     real_free(memory);

@@ -1,36 +1,27 @@
 // SPDX-License-Identifier: MIT
-// The calls on directories, on the size of a file and on the text of a path that reach the kernel double.
+// The calls on directories that reach the kernel double.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
-#include <mutex>
-#include <string>
 #include <system_error>
 
 #include "support/interposition.hpp"
-#include "support/kernel_state.hpp"
-#include "support/real_calls.hpp"
 
 namespace {
 
 using norv::test::active_kernel;
 using norv::test::call;
+using norv::test::directory_making;
+using norv::test::kernel_state;
 using norv::test::listing;
-using norv::test::open_file;
 using norv::test::outside_the_double;
 using norv::test::pass_path;
-using kernel_state = norv::test::kernel_double::state;
 
 int make_directory_in(kernel_state& kernel, const char* path, mode_t mode) {
-    if (kernel.strikes("mkdir", path)) {
-        return -1;
-    }
     const outside_the_double guard;
     const int result = REAL(mkdir)(kernel.place_of(path).c_str(), mode);
     const auto* reaction = kernel.reaction_to_directory(path);
@@ -40,7 +31,7 @@ int make_directory_in(kernel_state& kernel, const char* path, mode_t mode) {
     return result;
 }
 
-// A directory that the kernel filled goes with what is in it.
+// A directory that the kernel filled is removed with what is in it.
 int remove_directory_in(const kernel_state& kernel, const char* path, const char* place) {
     const outside_the_double guard;
     if (kernel.reaction_to_directory(path) != nullptr) {
@@ -72,18 +63,14 @@ listing list_entries(const kernel_state& kernel, const std::string& path, DIR* d
 
 extern "C" {
 
-// The journal keeps the mode as the flags.
 int mkdir(const char* path, mode_t mode) noexcept {
     kernel_state* kernel = active_kernel();
     if (kernel == nullptr) {
         return REAL(mkdir)(path, mode);
     }
     const std::lock_guard lock(kernel->mutex);
-    call made;
-    made.name = "mkdir";
-    made.path = path;
-    made.flags = static_cast<int>(mode);
-    made.result = make_directory_in(*kernel, path, mode);
+    call made{"mkdir", path, directory_making{mode}};
+    made.result = kernel->strikes(made) ? -1 : make_directory_in(*kernel, path, mode);
     kernel->record(made);
     return static_cast<int>(made.result);
 }
@@ -93,31 +80,6 @@ int rmdir(const char* path) noexcept {
         const kernel_state* kernel = active_kernel();
         return kernel == nullptr ? REAL(rmdir)(place) : remove_directory_in(*kernel, path, place);
     });
-}
-
-// Programs ask about all sorts of descriptors: only those of the board can fail.
-int fstat(int descriptor, struct stat* found) noexcept {
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
-        const std::lock_guard lock(kernel->mutex);
-        const open_file* file = kernel->find(descriptor);
-        if (file != nullptr && kernel->strikes("fstat", file->path)) {
-            return -1;
-        }
-    }
-    return REAL(fstat)(descriptor, found);
-}
-
-// Everybody formats: it fails only for a test that names it.
-int vsnprintf(char* text, size_t size, const char* format, va_list values) noexcept {
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr) {
-        const std::lock_guard lock(kernel->mutex);
-        if (kernel->planned && kernel->planned->name == "vsnprintf" && kernel->strikes("vsnprintf")) {
-            return -1;
-        }
-    }
-    return REAL(vsnprintf)(text, size, format, values);
 }
 
 DIR* opendir(const char* path) {
@@ -145,7 +107,9 @@ struct dirent* readdir(DIR* directory) {
     }
     listing& list = found->second;
     const bool at_end = list.next == list.entries.size();
-    return at_end || kernel->strikes("readdir") ? nullptr : &list.entries[list.next++];
+    return at_end || kernel->strikes(call{"readdir", kernel->path_of(dirfd(directory))})
+               ? nullptr
+               : &list.entries[list.next++];
 }
 
 int closedir(DIR* directory) {
@@ -159,8 +123,24 @@ int closedir(DIR* directory) {
     return REAL(closedir)(directory);
 }
 
-int lstat(const char* path, struct stat* found) noexcept {
-    return pass_path("lstat", path, -1, [&](const char* place) { return REAL(lstat)(place, found); });
+// The list and its entries are the caller's to release.
+int scandir(const char* path, struct dirent*** entries, int (*filter)(const struct dirent*),
+            int (*compare)(const struct dirent**, const struct dirent**)) {
+    kernel_state* kernel = active_kernel();
+    const int count = pass_path("scandir", path, -1, [&](const char* place) {
+        const outside_the_double guard;
+        if (kernel != nullptr && kernel->answers.contains("scandir")) {
+            *entries = nullptr;
+            return static_cast<int>(kernel->answers["scandir"]);
+        }
+        return REAL(scandir)(place, entries, filter, compare);
+    });
+    if (kernel != nullptr && count >= 0) {
+        const std::lock_guard lock(kernel->mutex);
+        kernel->allocations.insert(*entries);
+        kernel->allocations.insert(*entries, *entries + count);
+    }
+    return count;
 }
 
 }  // extern "C"

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "support/kernel_state.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+namespace norv::test {
+namespace {
+
+std::atomic<kernel_double::state*> active = nullptr;
+thread_local int outside = 0;
+
+bool is_read_or_write(std::string_view name) {
+    return name.ends_with("read") || name.ends_with("write");
+}
+
+}  // namespace
+
+kernel_double::state* active_kernel() {
+    return outside > 0 ? nullptr : active.load();
+}
+
+bool activate(kernel_double::state* kernel) {
+    kernel_double::state* none = nullptr;
+    return active.compare_exchange_strong(none, kernel);
+}
+
+void deactivate() {
+    active = nullptr;
+}
+
+outside_the_double::outside_the_double() {
+    ++outside;
+}
+outside_the_double::~outside_the_double() {
+    --outside;
+}
+
+std::string kernel_double::state::place_of(const std::string& path) const {
+    const bool ours = std::any_of(redirected.begin(), redirected.end(),
+                                  [&](std::string_view prefix) { return (path + "/").starts_with(prefix); });
+    return ours ? root + path : path;
+}
+
+std::string kernel_double::state::name_of(const std::string& place) const {
+    return place.starts_with(root) ? place.substr(root.size()) : place;
+}
+
+const kernel_double::directory_reaction* kernel_double::state::reaction_to_directory(
+    const std::string& path) const {
+    const auto found = directory_reactions.find(path.substr(0, path.rfind('/')));
+    return found == directory_reactions.end() ? nullptr : &found->second;
+}
+
+bool kernel_double::state::strikes(const call& made) {
+    const bool meant = planned && planned->how == fault::kind::error &&
+                       (planned->name.empty() || planned->name == made.name);
+    if (!meant || ++met != planned->number) {
+        return false;
+    }
+    note_strike(made);
+    errno = planned->error;
+    return true;
+}
+
+bool kernel_double::state::strikes_by_name(const call& made) {
+    return planned && planned->name == made.name && strikes(made);
+}
+
+void kernel_double::state::note_strike(const call& made) {
+    struck = *planned;
+    struck->name = made.name;
+    struck->path = made.path;
+}
+
+size_t kernel_double::state::shortened(const call& made, size_t size) {
+    const bool meant = planned && planned->how == fault::kind::short_count && size > 0 &&
+                       (planned->name.empty() ? is_read_or_write(made.name) : planned->name == made.name);
+    if (!meant || ++met != planned->number) {
+        return size;
+    }
+    note_strike(made);
+    return size - 1;
+}
+
+void kernel_double::state::opened(int descriptor, const std::string& path, std::shared_ptr<device> model) {
+    if (descriptor >= 0) {
+        descriptors[descriptor] = {path, std::move(model), 0};
+    }
+}
+
+void kernel_double::state::note_made(const std::string& path) {
+    const size_t end = path.rfind('/');
+    if (end != 0 && end != std::string::npos) {
+        note_made(path.substr(0, end));
+    }
+    making_order.emplace(path, making_order.size());
+}
+
+open_file* kernel_double::state::find(int descriptor) {
+    const auto found = descriptors.find(descriptor);
+    return found == descriptors.end() ? nullptr : &found->second;
+}
+
+std::string kernel_double::state::path_of(int descriptor) {
+    const open_file* file = find(descriptor);
+    return file != nullptr ? file->path : "";
+}
+
+}  // namespace norv::test
