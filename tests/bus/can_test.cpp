@@ -30,10 +30,10 @@ using norv::test::can_network;
 using norv::test::can_socket;
 using norv::test::descriptor_control;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
 using norv::test::option_setting;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -396,7 +396,7 @@ TEST_F(Can, AddingWithoutAContextIsAnInvalidArgument) {
 // The steps of an add, each with the calls before it.
 struct step {
     const char* call;
-    int number;
+    int nth;
     std::vector<std::string> before;
 };
 
@@ -412,7 +412,7 @@ const std::vector<step> steps_after_the_socket = {
 TEST_F(OpenCan, AFailedStepEndsTheAddAndReturnsTheChannel) {
     for (const step& failing : steps_after_the_socket) {
         kernel.forget_calls();
-        kernel.fail(failing.call, ENOBUFS, failing.number);
+        kernel.fail({.call = failing.call, .nth = failing.nth, .error = ENOBUFS});
         channel = nullptr;
         EXPECT_EQ(norv_linux_can_raw_add(&can, 1, 0x123, &channel), errno_status(ENOBUFS)) << failing.call;
         std::vector<std::string> expected = failing.before;
@@ -429,7 +429,7 @@ TEST_F(OpenCan, AFailedStepWhoseErrnoMapsToZeroLetsTheAddContinue) {
     kernel.map_errno(ENOBUFS, 0);
     for (const step& failing : steps_after_the_socket) {
         kernel.forget_calls();
-        kernel.fail(failing.call, ENOBUFS, failing.number);
+        kernel.fail({.call = failing.call, .nth = failing.nth, .error = ENOBUFS});
         norv_linux_can_raw_t* added = add(0x123);
         EXPECT_TRUE(kernel.struck());
         EXPECT_THAT(names_of_calls(),
@@ -909,7 +909,7 @@ TEST_F(OpenCan, AWrittenFrameReachesNoOtherSocketOfThisHost) {
 // ---- failure sweep
 
 // The status of each failed call.
-uint32_t expected_status(const fault& struck) {
+uint32_t expected_status(const strike& struck) {
     if (struck.name == "bind") {
         return errno_status(EPERM);
     }

@@ -220,7 +220,10 @@ TEST_F(OpenI2cBus, AReadListOf65535RegistersIsReadToItsEnd) {
     std::vector<uint8_t> values(65535);
     list.back() = 0x02;
     adapter->registers[0x02] = 0x22;
-    kernel.fail("ioctl", EREMOTEIO, 65536);  // ends a loop that would start again
+    kernel.fail({.call = "ioctl",
+                 .request = I2C_RDWR,
+                 .nth = 65536,
+                 .error = EREMOTEIO});  // ends a loop that would start again
     EXPECT_EQ(bus.read_reg_list(&bus, 0x50, list.data(), values.data(), 65535), 0U);
     EXPECT_EQ(adapter->transactions.size(), 65535U);
     EXPECT_EQ(values.back(), 0x22);
@@ -230,7 +233,10 @@ TEST_F(OpenI2cBus, AWriteListOfMoreThan256PairsIsWrittenToItsEnd) {
     std::vector<norv_i2c_reg_value_t> list(300, {0x01, 0x11});
     list[256] = {0x02, 0x22};
     list[299] = {0x03, 0x33};
-    kernel.fail("ioctl", EREMOTEIO, 301);  // ends a loop that would start again
+    kernel.fail({.call = "ioctl",
+                 .request = I2C_RDWR,
+                 .nth = 301,
+                 .error = EREMOTEIO});  // ends a loop that would start again
     EXPECT_EQ(bus.write_reg_list(&bus, 0x50, list.data(), 300), 0U);
     ASSERT_EQ(adapter->transactions.size(), 300U);
     EXPECT_EQ(adapter->transactions[255], i2c_transaction{sent(0x50, "\x01\x11")});
@@ -249,7 +255,7 @@ TEST_F(OpenI2cBus, EmptyListsSendNothing) {
 TEST_F(OpenI2cBus, AReadListStopsAtItsFirstFailure) {
     adapter->registers = {1, 2, 3};
     const uint8_t list[] = {0, 1, 2};
-    kernel.fail("ioctl", EREMOTEIO, 2);
+    kernel.fail({.call = "ioctl", .request = I2C_RDWR, .nth = 2, .error = EREMOTEIO});
     EXPECT_EQ(bus.read_reg_list(&bus, 0x50, list, data, 3), errno_status(EREMOTEIO));
     EXPECT_THAT(data, ElementsAre(1, 9, 9, 9));
     EXPECT_EQ(adapter->transactions.size(), 1U);
@@ -258,7 +264,7 @@ TEST_F(OpenI2cBus, AReadListStopsAtItsFirstFailure) {
 // quirk 55
 TEST_F(OpenI2cBus, AWriteListWhoseThirdPairFailsHasWrittenTheFirstTwo) {
     const norv_i2c_reg_value_t list[] = {{0, 1}, {1, 2}, {2, 3}, {3, 4}};
-    kernel.fail("ioctl", EREMOTEIO, 3);
+    kernel.fail({.call = "ioctl", .request = I2C_RDWR, .nth = 3, .error = EREMOTEIO});
     EXPECT_EQ(bus.write_reg_list(&bus, 0x50, list, 4), errno_status(EREMOTEIO));
     EXPECT_EQ(adapter->registers[0], 1);
     EXPECT_EQ(adapter->registers[1], 2);

@@ -24,9 +24,9 @@ namespace {
 using namespace std::string_literals;
 using norv::test::control;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::spi_device;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -254,35 +254,39 @@ TEST_F(EightBitSpi, OtherRefusedWordLengthsAreNotTriedAsEight) {
 
 TEST_F(EightBitSpi, AFailedRetryWithEightBitsEndsTheConfigurationWithItsStatus) {
     slave->refuses_16_bits = true;
-    kernel.fail("ioctl", EPERM, 3);
+    kernel.fail({.call = "ioctl", .request = SPI_IOC_WR_BITS_PER_WORD, .nth = 2, .error = EPERM});
     EXPECT_EQ(norv_linux_spi_config(&spi, &sixteen_bits), errno_status(EPERM));
     EXPECT_EQ(spi.swap16, 0);
     EXPECT_THAT(requests(), SizeIs(3));
 }
 
+// What configures a slave with 8 bits, in this order.
+const std::vector<unsigned long> eight_bit_requests = {SPI_IOC_WR_MODE, SPI_IOC_WR_BITS_PER_WORD,
+                                                       SPI_IOC_WR_MAX_SPEED_HZ, SPI_IOC_WR_LSB_FIRST};
+
 TEST_F(EightBitSpi, TheFirstFailingRequestEndsTheConfiguration) {
-    for (const int number : {1, 2, 3, 4}) {
+    for (const unsigned long request : eight_bit_requests) {
         kernel.forget_calls();
-        kernel.fail("ioctl", EACCES, number);
+        kernel.fail({.call = "ioctl", .request = request, .error = EACCES});
         EXPECT_EQ(norv_linux_spi_config(&spi, &eight_bits), errno_status(EACCES));
-        EXPECT_THAT(requests(), SizeIs(number));
+        EXPECT_EQ(requests().back(), request);
     }
 }
 
 TEST_F(EightBitSpi, AFailureThatMapsToZeroCountsAsSuccess) {
     kernel.map_errno(EACCES, 0);
-    for (const int number : {1, 2, 3, 4}) {
+    for (const unsigned long request : eight_bit_requests) {
         kernel.forget_calls();
-        kernel.fail("ioctl", EACCES, number);
+        kernel.fail({.call = "ioctl", .request = request, .error = EACCES});
         EXPECT_EQ(norv_linux_spi_config(&spi, &eight_bits), 0U);
-        EXPECT_THAT(requests(), SizeIs(4));
+        EXPECT_EQ(requests(), eight_bit_requests);
     }
 }
 
 TEST_F(EightBitSpi, ARefusedRetryWithEightBitsThatMapsToZeroCountsAsSuccess) {
     slave->refuses_16_bits = true;
     kernel.map_errno(EPERM, 0);
-    kernel.fail("ioctl", EPERM, 3);
+    kernel.fail({.call = "ioctl", .request = SPI_IOC_WR_BITS_PER_WORD, .nth = 2, .error = EPERM});
     EXPECT_EQ(norv_linux_spi_config(&spi, &sixteen_bits), 0U);
     EXPECT_EQ(spi.swap16, 1);
     EXPECT_THAT(requests(), SizeIs(5));
@@ -675,9 +679,10 @@ uint32_t use_slave() {
 TEST(SpiSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
     options.short_counts = false;
-    options.expect = [](const fault& struck) {
-        // The 3rd call, after open and mode, sets 16 bits: its failure starts the emulation.
-        const bool ignored = struck.number == 3;
+    options.expect = [](const strike& struck) {
+        // The first request for a number of bits is that for 16: its failure starts the emulation.
+        const bool ignored = struck.name == "ioctl" && struck.nth == 1 &&
+                             struck.as<control>().request == SPI_IOC_WR_BITS_PER_WORD;
         return ignored ? NORV_STATUS_OK : norv::test::status_of_fault(struck);
     };
     const int struck = norv::test::failure_sweep(

@@ -24,10 +24,10 @@ namespace {
 
 using norv::test::control;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
 using norv::test::serial_port;
+using norv::test::strike;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -754,7 +754,7 @@ uint32_t open_use_and_close() {
 TEST(UartSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     std::shared_ptr<serial_port> port;
     norv::test::sweep_options options;
-    options.expect = [&](const fault& struck) {
+    options.expect = [&](const strike& struck) {
         // Transfers continue after a signal, bytes that cannot be discarded are kept, and closing ignores
         // failures. A port that is still set to 9600 could not be restored.
         const bool interrupted = struck.error == EINTR &&

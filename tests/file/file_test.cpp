@@ -47,8 +47,8 @@ using namespace std::string_literals;
 using norv::test::device;
 using norv::test::errno_status;
 using norv::test::failure_sweep;
-using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -713,7 +713,7 @@ uint32_t transfer_in_time(bool write, int32_t timeout) {
 
 TEST(FileSweep, WaitingTransfersRetryInterruptions) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         const bool tried_again = struck.error == EINTR && struck.name != "open";
         return tried_again ? 0 : norv::test::status_of_fault(struck);
     };
@@ -737,7 +737,7 @@ TEST(FileSweep, AccessAndMarkers) {
                       return status != 0 ? status : norv_file_unmark("/dev/mark");
                   },
                   options);
-    options.expect = [](const fault&) { return 1U; };
+    options.expect = [](const strike&) { return 1U; };
     failure_sweep([](kernel_double& kernel) { kernel.add_file("/dev/mark"); },
                   [] { return norv_file_access(F_OK, "/dev/mark") ? 0U : 1U; }, options);
 }

@@ -89,7 +89,7 @@ TEST_F(SmallCard, ACancelledEraseStopsBeforeTheNextChunk) {
 }
 
 TEST_F(SmallCard, AFailedChunkEndsTheErase) {
-    kernel.fail("pwrite", EIO, 2);
+    kernel.fail({.call = "pwrite", .offset = 131072, .error = EIO});
     EXPECT_EQ(erase(0, 3 * 131072), NORV_STATUS_DEVICE_ERROR);
     EXPECT_THAT(watching.reports, ElementsAre(report{0, 0, 262144, 33}));
     EXPECT_EQ(kernel.allocations(), 1U);
@@ -199,7 +199,7 @@ TEST_F(SmallCard, ACancelledReadLeavesTheLengthUnchanged) {
 TEST_F(SmallCard, AFailedReadReportsTheBytesReadBefore) {
     std::string bytes(3 * 131072, '-');
     uint32_t length = 3 * 131072;
-    kernel.fail("pread", EIO, 3);
+    kernel.fail({.call = "pread", .offset = 262144, .error = EIO});
     EXPECT_EQ(read(0, bytes, length), NORV_STATUS_DEVICE_ERROR);
     EXPECT_EQ(length, 262144U);
     EXPECT_EQ(bytes, before.substr(0, 262144) + std::string(131072, '-'));
@@ -416,7 +416,7 @@ TEST_F(SmallCard, AFlippedBitInThePaddingIsIgnored) {
 TEST_F(SmallCard, AFailedWriteOrReadBackReportsTheVerifiedBytes) {
     const std::string image = pattern(3 * 131072, 2);
     for (const char* call : {"pwrite", "pread"}) {
-        kernel.fail(call, EIO, 3);
+        kernel.fail({.call = call, .offset = 262144, .error = EIO});
         uint32_t length = 3 * 131072;
         EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_DEVICE_ERROR);
         EXPECT_EQ(length, 262144U);

@@ -122,13 +122,13 @@ class RandomOperations : public EmmcFlash {
                      std::to_string(given.stop_at) + ", failing at " + std::to_string(given.fail_at));
         watching = {.stop_at = given.stop_at};
         if (given.fail_at != UINT32_MAX) {
-            kernel.fail("pwrite", EIO, static_cast<int>(given.fail_at) + 1);
+            kernel.fail({.call = "pwrite", .nth = static_cast<int>(given.fail_at) + 1, .error = EIO});
         }
         uint32_t length = given.length;
         EXPECT_EQ(perform(length), expected.status);
         EXPECT_EQ(length, expected.length);
         EXPECT_TRUE(card->content() == expected.medium) << "the medium differs";
-        kernel.fail("nothing", 0);
+        kernel.fail_nothing();
         kernel.forget_calls();
     }
 

@@ -29,6 +29,7 @@ using norv::test::no_standard_input;
 using norv::test::ones;
 using norv::test::pattern;
 using norv::test::SmallCard;
+using norv::test::strike;
 using norv::test::transfer;
 using norv::test::zeros;
 using testing::ElementsAre;
@@ -81,7 +82,7 @@ TEST_F(EmmcFlash, AFileThatIsNotABlockDeviceCannotBeOpened) {
 
 TEST_F(EmmcFlash, ADeviceWithoutASizeIsClosedAgain) {
     insert(1 * MiB);
-    kernel.fail("ioctl", EIO, 2);
+    kernel.fail({.call = "ioctl", .request = BLKGETSIZE64, .error = EIO});
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), NORV_STATUS_DEVICE_ERROR);
     EXPECT_EQ(flash, nullptr);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -119,7 +120,7 @@ TEST_F(EmmcFlash, AFailedOpenWhoseErrnoMapsToZeroContinuesWithTheRequests) {
 TEST_F(EmmcFlash, AFailedRequestWhoseErrnoMapsToZeroCountsAsAnswered) {
     insert(1 * MiB);
     kernel.map_errno(ENOTTY, 0);
-    kernel.fail("ioctl", ENOTTY, 1);
+    kernel.fail({.call = "ioctl", .request = BLKBSZGET, .error = ENOTTY});
     EXPECT_EQ(norv_linux_emmc_flash_open(&flash, "/dev/mmcblk0"), 0U);
     norv_flash_info_t info = {};
     EXPECT_EQ(norv_linux_emmc_flash_get_info(&flash, &info), 0U);
@@ -439,14 +440,14 @@ uint32_t use_card() {
 
 TEST(EmmcFlashSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         // Without memory for the zeros, the write refuses the null buffer; the first allocation is the
         // handle's.
-        if (struck.name == "norv_zalloc" && struck.number != 1) {
+        if (struck.name == "norv_zalloc" && struck.nth != 1) {
             return NORV_STATUS_INVALID_ARG;
         }
         // After three writes of zeros, the fourth is verified: more bytes are read back than it wrote.
-        if (struck.how == fault::kind::short_count && struck.number == 4) {
+        if (struck.how == fault::kind::short_count && struck.name == "pwrite" && struck.nth == 4) {
             return NORV_STATUS_VERIFY_FAILED;
         }
         return norv::test::status_of_fault(struck);

@@ -26,6 +26,7 @@ using norv::test::mtd_device;
 using norv::test::nand;
 using norv::test::no_standard_input;
 using norv::test::nor;
+using norv::test::strike;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -427,7 +428,7 @@ uint32_t use_partition() {
 
 TEST(MtdSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         // NAND takes whole pages.
         return struck.how == fault::kind::short_count && struck.name == "write"
                    ? errno_status(EINVAL)

@@ -12,7 +12,6 @@
 namespace {
 
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::flash_step;
 using norv::test::huge_partition;
 using norv::test::kernel_double;
@@ -137,7 +136,7 @@ TEST_F(SpiFlash, WithoutMemoryForTheRecordOrItsRegionsNothingIsOpened) {
     add(nor(0x1000, 0x1000));
     for (const int number : {1, 2}) {
         flash = reinterpret_cast<norv_spi_flash_t*>(16);
-        kernel.fail("calloc", ENOMEM, number);
+        kernel.fail({.call = "calloc", .nth = number, .error = ENOMEM});
         EXPECT_EQ(norv_linux_spi_flash_open(&flash), NORV_STATUS_NO_MEMORY);
         EXPECT_TRUE(kernel.struck());
         EXPECT_EQ(flash, nullptr);
@@ -150,7 +149,7 @@ TEST_F(SpiFlash, APartitionThatCannotBeOpenedClosesTheEarlierOnes) {
     for (int number = 0; number < 4; ++number) {
         add(nor(0x1000, 0x1000));
     }
-    kernel.fail("open", EACCES, 3);
+    kernel.fail({.call = "open", .path = "/dev/mtd2", .error = EACCES});
     EXPECT_EQ(norv_linux_spi_flash_open(&flash), errno_status(EACCES));
     EXPECT_EQ(flash, nullptr);
     const auto closed = kernel.calls("close");

@@ -129,7 +129,7 @@ TEST_F(ContinueRead, AnAddressPastTheFlashReadsNothingAndSucceeds) {
 
 TEST_F(ContinueRead, AFailedReadReportsTheBytesRead) {
     open_filled({small_nor});
-    kernel.fail("read", EIO, 3);
+    kernel.fail({.call = "read", .path = "/dev/mtd0", .offset = 0x2000, .error = EIO});
     EXPECT_EQ(read(0x800, 0x3000), errno_status(EIO));
     EXPECT_EQ(length, 0x1800U);
 }
@@ -426,7 +426,7 @@ TEST_F(ContinueWrite, AShortReadBackAfterAnIdenticalBlockFailsTheVerification) {
     open({small_nor});
     // The buffer still holds the first block, with which the missing bytes of the second would match.
     const bytes data(0x2000, 0x55);
-    kernel.fail({"read", 2, 0, fault::kind::short_count, ""});
+    kernel.fail({.call = "read", .offset = 0x1000, .how = fault::kind::short_count});
     EXPECT_EQ(write(0, data), NORV_STATUS_VERIFY_FAILED);
     EXPECT_EQ(length, 0x1000U);
     EXPECT_TRUE(kernel.struck());
@@ -449,7 +449,7 @@ TEST_F(ContinueWrite, AFailedWriteOrReadBackReportsTheVerifiedBytes) {
     for (const char* call : {"write", "read"}) {
         partition(0).bytes.assign(0x4000, 0xFF);
         end = 0x4000;
-        kernel.fail(call, EIO, 2);
+        kernel.fail({.call = call, .offset = 0x1000, .error = EIO});
         EXPECT_EQ(write(0, pattern(0x3000)), errno_status(EIO));
         EXPECT_EQ(length, 0x1000U);
         EXPECT_EQ(end, 0x4000U);

@@ -42,6 +42,7 @@ using norv::test::option_setting;
 using norv::test::reception;
 using norv::test::recorder;
 using norv::test::socket_making;
+using norv::test::strike;
 using norv::test::uevent_message;
 using norv::test::uevent_socket;
 using norv::test::usb_bus;
@@ -130,7 +131,7 @@ TEST_F(UeventParse, TheContextIsStoredBeforeTheHandlerIsCalled) {
 }
 
 TEST_F(UeventParse, WithoutMemoryForTheContextTheVariableIsNull) {
-    kernel.fail("norv_zalloc", ENOMEM, 1);
+    kernel.fail("norv_zalloc", ENOMEM);
     parser.context = reinterpret_cast<norv_uevent_parse_t*>(1);
     EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(parser.context, nullptr);
@@ -145,7 +146,7 @@ TEST_F(UeventParse, WithoutMemoryForTheBufferEverythingIsReleased) {
 }
 
 TEST_F(UeventParse, WithoutMemoryForTheListEverythingIsReleased) {
-    kernel.fail("norv_zalloc", ENOMEM, 2);
+    kernel.fail({.call = "norv_zalloc", .nth = 2, .error = ENOMEM});
     EXPECT_EQ(open(), NORV_STATUS_NO_MEMORY);
     EXPECT_EQ(parser.context, nullptr);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -1461,10 +1462,9 @@ TEST_F(UeventParse, AnUnreadableUeventFileIsNotTakenForThePreviousOne) {
     bus.add_bus_entry("usb1", "usb1");
     bus.add_uevent("usb1", "DEVTYPE=usb_device\nDEVNAME=x\n");
     bus.add_device("usb1/1-1", "002", "Keyboard");
-    kernel.fail("read", EIO, 2);
+    kernel.fail({.call = "read", .path = "/sys/devices/pci0/usb1/1-1/uevent", .error = EIO});
     ASSERT_EQ(open(), 0U);
-    ASSERT_TRUE(kernel.struck());
-    EXPECT_EQ(kernel.struck()->path, "/sys/devices/pci0/usb1/1-1/uevent");
+    EXPECT_TRUE(kernel.struck());
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb1"));
 }
 
@@ -1476,7 +1476,7 @@ TEST_F(UeventFile, IsReadOnceWithTheBuffersSize) {
 TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsSkipped) {
     bus.add_root_hub("usb1");
     bus.add_root_hub("usb2");
-    kernel.fail("opendir", EACCES, 2);
+    kernel.fail({.call = "opendir", .path = "/sys/devices/pci0/usb1", .error = EACCES});
     ASSERT_EQ(open(), 0U);
     EXPECT_THAT(syspaths(), ElementsAre("/sys/devices/pci0/usb2"));
 }
@@ -1632,23 +1632,16 @@ void build_busy_bus(kernel_double& kernel) {
 
 TEST(UeventParseSweep, NothingLeaksAndOnlyWhatOpenNeedsIsReported) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) -> uint32_t {
+    options.expect = [](const strike& struck) -> uint32_t {
         if (struck.how == fault::kind::short_count) {
             return NORV_STATUS_OK;
         }
-        // In order: context, socket, its option, bind, buffer, list, mutex. Later failures are ignored.
-        switch (struck.number) {
-            case 1:
-            case 5:
-            case 6:
-            case 7:
-                return NORV_STATUS_NO_MEMORY;
-            case 2:
-            case 4:
-                return errno_status(struck.error);
-            default:
-                return NORV_STATUS_OK;
+        // The context and the list are allocated first, with the buffer and the mutex. Later failures are ignored.
+        if ((struck.name == "norv_zalloc" && struck.nth <= 2) ||
+            (struck.name == "norv_malloc" && struck.nth == 1) || struck.name == "norv_mutex_init") {
+            return NORV_STATUS_NO_MEMORY;
         }
+        return struck.name == "socket" || struck.name == "bind" ? errno_status(struck.error) : NORV_STATUS_OK;
     };
     EXPECT_GT(norv::test::failure_sweep(build_busy_bus, open_follow_and_close, options), 100);
 }

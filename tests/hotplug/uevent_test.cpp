@@ -30,12 +30,12 @@ namespace {
 
 using norv::test::address_binding;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
 using norv::test::option_setting;
 using norv::test::reception;
 using norv::test::socket_making;
+using norv::test::strike;
 using norv::test::uevent_message;
 using norv::test::uevent_socket;
 using testing::Each;
@@ -411,7 +411,7 @@ TEST(UeventRealSocket, IsOpenedPolledAndClosed) {
 
 TEST(UeventSweep, NothingLeaksAndNothingIsClosedTwice) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) -> uint32_t {
+    options.expect = [](const strike& struck) -> uint32_t {
         if (struck.name == "setsockopt" || struck.name == "close") {
             return NORV_STATUS_OK;
         }

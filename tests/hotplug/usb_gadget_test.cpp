@@ -20,9 +20,9 @@ namespace {
 using namespace std::string_literals;
 using norv::test::byte_transfer_at;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -290,7 +290,7 @@ uint32_t use_controller() {
 
 TEST(UsbGadgetSweep, EveryFailureButThatOfAReadIsReportedAndNothingLeaks) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         return struck.name == "pread" ? NORV_STATUS_OK : norv::test::status_of_fault(struck);
     };
     norv::test::failure_sweep(add_controller, use_controller, options);

@@ -21,12 +21,12 @@
 namespace {
 
 using norv::test::failure_sweep;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::loop_thread;
 using norv::test::no_standard_input;
 using norv::test::open_loop;
 using norv::test::source;
+using norv::test::strike;
 using norv::test::timer;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -774,7 +774,7 @@ TEST(DescriptorSweep, FailuresAreReportedAndNothingLeaks) {
         return status;
     };
     norv::test::sweep_options options;
-    options.expect = [&](const fault& struck) {
+    options.expect = [&](const strike& struck) {
         const bool reported = struck_in_use && struck.name != "eventfd_read";
         return reported ? norv::test::status_of_fault(struck) : NORV_STATUS_OK;
     };

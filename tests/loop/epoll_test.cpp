@@ -185,7 +185,7 @@ TEST(EventLoopHandle, ClosingReturnsTheResultOfTheLastCloseUnmapped) {
     kernel_double kernel;
     norv_epoll_t loop = {};
     norv_epoll_open(&loop);
-    kernel.fail("close", EIO, 2);
+    kernel.fail({.call = "close", .path = "epoll_create", .error = EIO});
     EXPECT_EQ(norv_epoll_close(&loop), 0xFFFFFFFFU);
     EXPECT_EQ(loop.epoll_descriptor, -1);
 }
@@ -1106,7 +1106,7 @@ TEST(EventLoopSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     norv::test::sweep_options options;
-    options.expect = [](const norv::test::fault& struck) {
+    options.expect = [](const norv::test::strike& struck) {
         const bool of_base_library = struck.name == "norv_mutex_init" || struck.name == "norv_event_init";
         return of_base_library ? NORV_STATUS_NO_MEMORY : norv::test::status_of_fault(struck);
     };

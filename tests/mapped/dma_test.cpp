@@ -25,7 +25,6 @@ using norv::test::control;
 using norv::test::dma_buffer;
 using norv::test::dma_manager;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::field;
 using norv::test::kernel_double;
 using norv::test::unmapping;
@@ -492,7 +491,7 @@ TEST_F(DmaBuffer, WithoutMemoryForTheEntriesNoneAreFetched) {
 }
 
 TEST_F(DmaBuffer, AFailedFetchReleasesTheArrayAndLeavesTheOutputs) {
-    kernel.fail("ioctl", EIO, 2);
+    kernel.fail({.call = "ioctl", .request = entries_request, .error = EIO});
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), NORV_STATUS_DEVICE_ERROR);
     EXPECT_EQ(kernel.allocations(), 1U);  // the handle
     EXPECT_EQ(entries, nullptr);
@@ -502,7 +501,7 @@ TEST_F(DmaBuffer, AFailedFetchReleasesTheArrayAndLeavesTheOutputs) {
 
 TEST_F(DmaBuffer, AFailedFetchWhoseErrnoMapsToZeroReturnsZeros) {
     kernel.map_errno(EIO, 0);
-    kernel.fail("ioctl", EIO, 2);
+    kernel.fail({.call = "ioctl", .request = entries_request, .error = EIO});
     EXPECT_EQ(norv_linux_dma_lock_mem(&buffer, &entries, &count), 0U);
     EXPECT_EQ(count, 2U);
     EXPECT_EQ(std::string(static_cast<const char*>(entries), 32), std::string(32, '\0'));

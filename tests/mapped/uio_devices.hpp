@@ -148,13 +148,13 @@ inline std::array<uint32_t, 7> words_of(const norv_uio_info_t& info) {
 }
 
 // The search by identity skips a device whose identity cannot be read.
-inline bool hides_identity(const fault& struck) {
+inline bool hides_identity(const strike& struck) {
     const bool of_search = struck.path.ends_with("/vendor") || struck.path.ends_with("/device/device");
     return of_search && struck.how == fault::kind::error && struck.name != "close";
 }
 
 // An error while the uevent file is read is its end.
-inline bool ends_uevent_file(const fault& struck) {
+inline bool ends_uevent_file(const strike& struck) {
     return struck.name == "getline" || struck.name == "fclose";
 }
 

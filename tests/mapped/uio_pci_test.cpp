@@ -28,6 +28,7 @@ using norv::test::fault;
 using norv::test::hides_identity;
 using norv::test::kernel_double;
 using norv::test::stream_opening;
+using norv::test::strike;
 using norv::test::uio_node;
 using norv::test::unmapping;
 using norv::test::words_of;
@@ -106,7 +107,7 @@ TEST_F(UioPci, ARefusedBindingReturnsTheErrnoStatus) {
 
 TEST(UioPciBindingSweep, EveryFailingCallIsReportedOrLeadsToTheOtherDriver) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         // The only driver that exists, but access(2) does not find it.
         return struck.name == "access" ? NORV_STATUS_NOT_AVAILABLE : norv::test::status_of_fault(struck);
     };
@@ -262,7 +263,7 @@ TEST_F(UioPci, AConfigurationSpaceWithDescriptor0IsNotClosed) {
 
 TEST_F(UioPci, AFailedOpenOfTheConfigurationSpaceMakesTheHandleNull) {
     add_pci_uio(kernel, "uio2");
-    kernel.fail("open", EACCES, 3);
+    kernel.fail({.call = "open", .path = configuration, .error = EACCES});
     EXPECT_EQ(norv_uio_open_by_idx(2, &device), errno_status(EACCES));
     EXPECT_EQ(device, nullptr);
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -348,7 +349,7 @@ TEST_F(OpenUioPci, AByteThatCannotBeWrittenReturnsTheErrnoStatus) {
 
 TEST_F(OpenUioPci, AByteThatIsNotTakenIsADeviceError) {
     for (const int left_over : {0, EACCES}) {
-        kernel.fail({"pwrite", 1, 0, fault::kind::short_count, ""});
+        kernel.fail({.call = "pwrite", .how = fault::kind::short_count});
         errno = left_over;
         EXPECT_EQ(norv_uio_disable_irq(&device), NORV_STATUS_DEVICE_ERROR);
     }
@@ -530,7 +531,7 @@ uint32_t use_device() {
 
 TEST(UioPciSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         if (hides_identity(struck)) {
             return NORV_STATUS_NOT_FOUND;
         }

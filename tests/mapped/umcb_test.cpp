@@ -32,6 +32,7 @@ using norv::test::fault;
 using norv::test::hides_identity;
 using norv::test::kernel_double;
 using norv::test::opened_node;
+using norv::test::strike;
 using norv::test::umcb_node;
 using norv::test::umcb_request;
 using norv::test::unmapping;
@@ -246,7 +247,7 @@ TEST_F(Umcb, ADeviceThatDoesNotExistIsNotFoundAndTheHandleStaysNull) {
 
 TEST_F(Umcb, ANodeThatCannotBeOpenedReturnsTheErrnoStatus) {
     const auto node = add_umcb(kernel, "umcb3", "control");
-    kernel.fail("open", EACCES, 2);
+    kernel.fail({.call = "open", .path = "/dev/umcb3", .error = EACCES});
     EXPECT_EQ(norv_umcb_open_by_idx(3, 0, &device), errno_status(EACCES));
     EXPECT_EQ(device, nullptr);
     EXPECT_THAT(node->requests, IsEmpty());
@@ -948,7 +949,7 @@ uint32_t use_device() {
 
 TEST(UmcbSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         if (hides_identity(struck)) {
             return NORV_STATUS_NOT_FOUND;
         }
@@ -976,12 +977,12 @@ uint32_t search_and_bind() {
 
 TEST(UmcbSearchSweep, EveryFailingCallIsReportedOrFindsNothing) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         if (struck.name == "access") {
             return NORV_STATUS_NOT_AVAILABLE;
         }
         // The name is read twice: to find the device, then to determine its kind. The former fails silently.
-        const bool of_search = struck.path == "/sys/class/umcb/umcb0/name" && struck.number <= 8;
+        const bool of_search = struck.path == "/sys/class/umcb/umcb0/name" && struck.nth == 1;
         const bool skipped = of_search && struck.how == fault::kind::error && struck.name != "close";
         return skipped ? NORV_STATUS_NOT_FOUND : norv::test::status_of_fault(struck);
     };

@@ -91,7 +91,7 @@ TEST_F(Fpga, AnFpgaThatDoesNotFinishReturnsTheStatusOfTheWrite) {
 }
 
 TEST_F(Fpga, AShortWriteOfTheNameIsASuccess) {
-    kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
+    kernel.fail({.call = "write", .how = fault::kind::short_count});
     EXPECT_EQ(norv_fpga_program(0, "design.bin"), 0U);
 }
 

@@ -24,6 +24,7 @@ using norv::test::fault;
 using norv::test::good_overlay;
 using norv::test::kernel_double;
 using norv::test::overlay_configfs;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -97,7 +98,7 @@ TEST_F(Overlay, ALargeFileIsWrittenWhole) {
 }
 
 TEST_F(Overlay, OnlyTheBytesReadFromAShortFileAreWritten) {
-    kernel.fail({"read", 1, 0, fault::kind::short_count, ""});
+    kernel.fail({.call = "read", .how = fault::kind::short_count});
     EXPECT_EQ(load(), 0U);
     EXPECT_THAT(kernel.writes(camera_dtbo), ElementsAre(good_overlay.substr(0, good_overlay.size() - 1)));
 }
@@ -192,19 +193,19 @@ TEST_F(Overlay, ARefusedWriteReturnsTheErrnoStatusAndLeavesTheDirectory) {
 }
 
 TEST_F(Overlay, AnUnreadableStatusReturnsTheErrnoStatusAndLeavesTheDirectory) {
-    kernel.fail("read", EIO, 2);
+    kernel.fail({.call = "read", .path = camera_status, .error = EIO});
     EXPECT_EQ(load(), errno_status(EIO));
     EXPECT_TRUE(kernel.exists(camera));
 }
 
 TEST_F(Overlay, AnUnreadableStatusWithStatusZeroIsNotApplied) {
     kernel.map_errno(EIO, 0);
-    kernel.fail("read", EIO, 2);
+    kernel.fail({.call = "read", .path = camera_status, .error = EIO});
     EXPECT_EQ(load(), NORV_STATUS_NOT_APPLIED);
 }
 
 TEST_F(Overlay, AShortWriteOfTheFileIsNotChecked) {
-    kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
+    kernel.fail({.call = "write", .how = fault::kind::short_count});
     EXPECT_EQ(load(), 0U);
 }
 
@@ -359,7 +360,7 @@ TEST_F(OverlaySweep, EveryFailureOfUnloadingIsReported) {
 
 TEST_F(OverlaySweep, NoFailureOfReadingTheStatusIsReported) {
     norv::test::sweep_options options;
-    options.expect = [](const fault&) { return uint32_t{0}; };
+    options.expect = [](const strike&) { return uint32_t{0}; };
     failure_sweep([this](kernel_double& kernel) { build(kernel); },
                   [] {
                       bool applied = true;

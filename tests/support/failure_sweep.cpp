@@ -12,7 +12,7 @@ namespace {
 
 constexpr int most_calls = 1000;  // a scenario with more is taken for an endless one
 
-// One run with one fault; tells whether the fault struck.
+// One run with one fault; returns whether the fault struck.
 bool run_with(const fault& planned, const std::function<void(kernel_double&)>& build_board,
               const std::function<uint32_t()>& scenario, const sweep_options& options) {
     kernel_double kernel;
@@ -22,9 +22,9 @@ bool run_with(const fault& planned, const std::function<void(kernel_double&)>& b
     if (!kernel.struck()) {
         return false;
     }
-    const fault struck = *kernel.struck();
+    const strike struck = *kernel.struck();
     const bool is_short = struck.how == fault::kind::short_count;
-    SCOPED_TRACE("call " + std::to_string(struck.number) + ", " + struck.name + " " + struck.path +
+    SCOPED_TRACE("call " + std::to_string(planned.nth) + ", " + struck.name + " " + struck.path +
                  (is_short ? ", moved one byte less"
                            : std::string(", failed with ") + strerrorname_np(planned.error)));
     EXPECT_EQ(status, options.expect ? options.expect(struck) : status_of_fault(struck));
@@ -33,9 +33,9 @@ bool run_with(const fault& planned, const std::function<void(kernel_double&)>& b
 
 int strike_one_after_the_other(fault planned, const std::function<void(kernel_double&)>& build_board,
                                const std::function<uint32_t()>& scenario, const sweep_options& options) {
-    for (planned.number = 1; planned.number < most_calls; ++planned.number) {
+    for (planned.nth = 1; planned.nth < most_calls; ++planned.nth) {
         if (!run_with(planned, build_board, scenario, options)) {
-            return planned.number - 1;
+            return planned.nth - 1;
         }
     }
     ADD_FAILURE() << "the scenario does not end";
@@ -44,7 +44,7 @@ int strike_one_after_the_other(fault planned, const std::function<void(kernel_do
 
 }  // namespace
 
-uint32_t status_of_fault(const fault& struck) {
+uint32_t status_of_fault(const strike& struck) {
     if (struck.how == fault::kind::short_count || struck.name == "close" || struck.name == "fclose") {
         return NORV_STATUS_OK;
     }
@@ -56,12 +56,11 @@ int failure_sweep(const std::function<void(kernel_double&)>& build_board,
                   const std::function<uint32_t()>& scenario, const sweep_options& options) {
     int struck = 0;
     for (const int error : options.errors) {
-        struck += strike_one_after_the_other({"", 1, error, fault::kind::error, ""}, build_board, scenario,
-                                             options);
+        struck += strike_one_after_the_other({.error = error}, build_board, scenario, options);
     }
     if (options.short_counts) {
-        struck += strike_one_after_the_other({"", 1, 0, fault::kind::short_count, ""}, build_board, scenario,
-                                             options);
+        struck +=
+            strike_one_after_the_other({.how = fault::kind::short_count}, build_board, scenario, options);
     }
     EXPECT_GT(struck, 0) << "no call of the scenario could fail: nothing was tested";
     return struck;

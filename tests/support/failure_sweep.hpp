@@ -24,12 +24,12 @@ struct sweep_options {
     // Also make each read and write move one byte less than asked.
     bool short_counts = true;
     // The status that the scenario must return when this fault struck; default: `status_of_fault`.
-    std::function<uint32_t(const fault& struck)> expect;
+    std::function<uint32_t(const strike& struck)> expect;
 };
 
 // The status of the errno that the fault injects, NO_MEMORY for an allocation, 0 for a failing close or
 // fclose and for a short count.
-uint32_t status_of_fault(const fault& struck);
+uint32_t status_of_fault(const strike& struck);
 
 // Returns how many faults struck; a sweep that met none tested nothing and fails.
 int failure_sweep(const std::function<void(kernel_double&)>& build_board,

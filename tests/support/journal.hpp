@@ -25,8 +25,9 @@ struct program_start {  // popen
     std::string command;
     std::string mode;
 };
-struct byte_transfer {  // read, write
-    std::string bytes;  // that were to be written, or that the read returned
+struct byte_transfer {   // read, write
+    off_t position = 0;  // of the file before the call; only models have one
+    std::string bytes;   // that were to be written, or that the read returned
 };
 struct byte_transfer_at {  // pread, pwrite
     off_t offset = 0;

@@ -159,10 +159,16 @@ void kernel_double::fail(const fault& planned) {
     const std::lock_guard lock(state_->mutex);
     state_->planned = planned;
     state_->met = 0;
+    state_->made_since_planned.clear();
     state_->struck.reset();
 }
 
-std::optional<fault> kernel_double::struck() const {
+void kernel_double::fail_nothing() {
+    const std::lock_guard lock(state_->mutex);
+    state_->planned.reset();
+}
+
+std::optional<strike> kernel_double::struck() const {
     const std::lock_guard lock(state_->mutex);
     return state_->struck;
 }

@@ -23,19 +23,10 @@
 #include <vector>
 
 #include "support/device.hpp"
+#include "support/fault.hpp"
 #include "support/journal.hpp"
 
 namespace norv::test {
-
-// Which call is to fail, and how.
-struct fault {
-    enum class kind { error, short_count };
-    std::string name;  // the call; empty: any call that can fail
-    int number = 1;    // the nth such call, counted from 1
-    int error = 0;     // errno
-    kind how = kind::error;
-    std::string path;  // filled when it struck: the file of the call, where there is one
-};
 
 class kernel_double {
   public:
@@ -93,12 +84,12 @@ class kernel_double {
     std::vector<int> open_flags(const std::string& path) const;
     void forget_calls();
 
-    // Makes a call fail. Only one fault is set at a time; `struck` returns the call that it met, if it met one.
+    // Makes a call fail: the one that the fault means, or the next one with this name. Only one fault is set at a
+    // time; `struck` returns the call that it met, if it met one.
     void fail(const fault& planned);
-    void fail(const std::string& name, int error, int number = 1) {
-        fail({name, number, error, fault::kind::error, ""});
-    }
-    std::optional<fault> struck() const;
+    void fail(const std::string& call, int error) { fail(fault{.call = call, .error = error}); }
+    void fail_nothing();
+    std::optional<strike> struck() const;
 
     // Makes a thread-setting call, sysconf or scandir return this, whatever it is asked, and do nothing.
     void answer(const std::string& name, long result);

@@ -45,11 +45,11 @@ using norv::test::descriptor_control;
 using norv::test::device;
 using norv::test::directory_making;
 using norv::test::failure_sweep;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::option_setting;
 using norv::test::program_start;
 using norv::test::socket_making;
+using norv::test::strike;
 using norv::test::unmapping;
 using testing::ElementsAre;
 
@@ -593,7 +593,7 @@ TEST(KernelDouble, AProgramsStreamCountsAsADescriptorUntilItIsClosed) {
 TEST(KernelDouble, ThePlannedCallFailsAndNoOther) {
     kernel_double kernel;
     kernel.add_file("/dev/a");
-    kernel.fail("open", EMFILE, 2);
+    kernel.fail({.call = "open", .nth = 2, .error = EMFILE});
     const int first = open("/dev/a", O_RDONLY);
     EXPECT_GT(first, 0);
     EXPECT_EQ(open("/dev/a", O_RDONLY), -1);
@@ -773,7 +773,7 @@ TEST(FailureSweep, ReportsAFailureThatTheScenarioSwallows) {
             norv::test::sweep_options options;
             options.errors = {EIO};
             options.short_counts = false;
-            options.expect = [](const fault& struck) {
+            options.expect = [](const strike& struck) {
                 return struck.name == "write" ? 1U : norv::test::status_of_fault(struck);
             };
             failure_sweep([](kernel_double& kernel) { kernel.add_file("/sys/a"); }, open_and_write, options);

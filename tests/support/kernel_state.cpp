@@ -11,10 +11,6 @@ namespace {
 std::atomic<kernel_double::state*> active = nullptr;
 thread_local int outside = 0;
 
-bool is_read_or_write(std::string_view name) {
-    return name.ends_with("read") || name.ends_with("write");
-}
-
 }  // namespace
 
 kernel_double::state* active_kernel() {
@@ -53,35 +49,33 @@ const kernel_double::directory_reaction* kernel_double::state::reaction_to_direc
     return found == directory_reactions.end() ? nullptr : &found->second;
 }
 
-bool kernel_double::state::strikes(const call& made) {
-    const bool meant = planned && planned->how == fault::kind::error &&
-                       (planned->name.empty() || planned->name == made.name);
-    if (!meant || ++met != planned->number) {
+bool kernel_double::state::meets_fault(const call& made, fault::kind how) {
+    if (!planned || planned->how != how) {
         return false;
     }
-    note_strike(made);
+    const auto* asked = std::get_if<control>(&made.details);
+    const int nth = ++made_since_planned[{made.name, made.path, asked != nullptr ? asked->request : 0}];
+    if (!planned->means(made) || ++met != planned->nth) {
+        return false;
+    }
+    struck = strike{made, nth, planned->error, how};
+    return true;
+}
+
+bool kernel_double::state::strikes(const call& made) {
+    if (!meets_fault(made, fault::kind::error)) {
+        return false;
+    }
     errno = planned->error;
     return true;
 }
 
 bool kernel_double::state::strikes_by_name(const call& made) {
-    return planned && planned->name == made.name && strikes(made);
-}
-
-void kernel_double::state::note_strike(const call& made) {
-    struck = *planned;
-    struck->name = made.name;
-    struck->path = made.path;
+    return planned && planned->call == made.name && strikes(made);
 }
 
 size_t kernel_double::state::shortened(const call& made, size_t size) {
-    const bool meant = planned && planned->how == fault::kind::short_count && size > 0 &&
-                       (planned->name.empty() ? is_read_or_write(made.name) : planned->name == made.name);
-    if (!meant || ++met != planned->number) {
-        return size;
-    }
-    note_strike(made);
-    return size - 1;
+    return size > 0 && meets_fault(made, fault::kind::short_count) ? size - 1 : size;
 }
 
 void kernel_double::state::opened(int descriptor, const std::string& path, std::shared_ptr<device> model) {

@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "support/kernel_double.hpp"
@@ -53,8 +54,9 @@ struct kernel_double::state {
     std::optional<long> uptime;
     std::vector<call> calls;
     std::optional<fault> planned;
-    int met = 0;
-    std::optional<fault> struck;
+    int met = 0;  // calls that the planned fault means
+    std::map<std::tuple<std::string, std::string, unsigned long>, int> made_since_planned;
+    std::optional<strike> struck;
     size_t accepted_descriptors = 0;
     size_t accepted_allocations = 0;
 
@@ -70,7 +72,7 @@ struct kernel_double::state {
     bool strikes_by_name(const call& made);
     // The size of this read or write, one byte less when the planned fault is a short count that strikes it.
     size_t shortened(const call& made, size_t size);
-    void note_strike(const call& made);
+    bool meets_fault(const call& made, fault::kind how);
     // Remembers when a path and the directories above it were made.
     void note_made(const std::string& path);
     void record(call made) { calls.push_back(std::move(made)); }

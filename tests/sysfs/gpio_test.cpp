@@ -19,9 +19,9 @@ namespace {
 using namespace std::string_literals;
 using norv::test::byte_transfer;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::gpio_chip;
 using norv::test::kernel_double;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -100,7 +100,7 @@ TEST_F(Gpio, TheNumberInALinesPathsIsSigned) {
 
 // quirk 38
 TEST_F(Gpio, ALineWhoseValueCannotBeOpenedStaysExported) {
-    kernel.fail("open", EACCES, 2);
+    kernel.fail({.call = "open", .path = "/sys/class/gpio/gpio17/value", .error = EACCES});
     EXPECT_EQ(norv_linux_gpio_open(17, &line), errno_status(EACCES));
     EXPECT_EQ(line.value_descriptor, -1);
     EXPECT_TRUE(kernel.exists("/sys/class/gpio/gpio17"));
@@ -373,7 +373,7 @@ uint32_t use_line() {
 TEST(GpioSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     std::unique_ptr<gpio_chip> chip;
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         // A failed stat(2) of the line's directory means "not exported", an interrupted wait restarts, and
         // failures while closing are ignored.
         const bool ignored = struck.name == "stat" || struck.path == "/sys/class/gpio/unexport" ||

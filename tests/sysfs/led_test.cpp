@@ -144,7 +144,7 @@ TEST_F(Led, AnLedThatDoesNotExistIsNotFound) {
 
 // quirk 40
 TEST_F(Led, AShortWriteIsASuccess) {
-    kernel.fail({"write", 1, 0, fault::kind::short_count, ""});
+    kernel.fail({.call = "write", .how = fault::kind::short_count});
     EXPECT_EQ(norv_linux_led_set_brightness("red:alarm", 128), 0U);
     EXPECT_TRUE(kernel.struck());
     EXPECT_THAT(kernel.writes(brightness), ElementsAre("128"s));

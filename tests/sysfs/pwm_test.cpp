@@ -15,8 +15,8 @@ namespace {
 
 using namespace std::string_literals;
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
+using norv::test::strike;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -438,7 +438,7 @@ uint32_t use_channel() {
 
 TEST(PwmSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         // A failed stat(2) of the channel's directory means "not exported", and failures while closing are
         // ignored.
         const bool ignored = struck.name == "stat" || struck.path == chip_unexport;

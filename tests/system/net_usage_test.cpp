@@ -14,9 +14,9 @@
 namespace {
 
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::stream_opening;
+using norv::test::strike;
 using testing::IsEmpty;
 
 constexpr const char* dev_file = "/proc/net/dev";
@@ -359,7 +359,7 @@ TEST(RealNetUsage, TheLoopbackInterfaceOfTheTestMachineCanBeSampled) {
 
 TEST(NetUsageSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         return struck.name == "fflush" || struck.name == "fseek" ? NORV_STATUS_OK
                                                                  : norv::test::status_of_fault(struck);
     };

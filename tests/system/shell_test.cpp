@@ -18,9 +18,9 @@
 namespace {
 
 using norv::test::failure_sweep;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::program_start;
+using norv::test::strike;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -286,7 +286,7 @@ TEST(ShellFormat, ACommandThatCannotBeFormattedIsNotRun) {
 TEST(ShellSweep, OnlyAFailedPopenIsReportedAndNothingLeaks) {
     norv::test::sweep_options options;
     options.short_counts = false;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         return struck.name == "popen" ? norv::test::status_of_fault(struck) : NORV_STATUS_OK;
     };
     failure_sweep([](kernel_double&) {},

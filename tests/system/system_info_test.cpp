@@ -14,9 +14,9 @@
 namespace {
 
 using norv::test::errno_status;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::stream_opening;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -134,7 +134,7 @@ TEST_F(UsbPeriphState, AFailedReadWhoseErrnoMapsToZeroIsAnEmptyText) {
     kernel.fail("read", EIO);
     EXPECT_EQ(get("configured\n"), 0U);
     EXPECT_EQ(state, 0U);
-    kernel.fail("read", EIO, 2);
+    kernel.fail({.call = "read", .path = speed_file, .error = EIO});
     EXPECT_EQ(get("configured\n"), 0U);
     EXPECT_EQ(state, 1U);
 }
@@ -205,7 +205,7 @@ TEST_F(MemInfo, ALongLineIsReadInPiecesOf255Characters) {
 }
 
 TEST_F(MemInfo, ReadingStopsAsSoonAsAllAreFound) {
-    kernel.fail("fgets", EIO, 6);
+    kernel.fail({.call = "fgets", .path = meminfo, .nth = 6, .error = EIO});
     EXPECT_EQ(get(usual_meminfo), 0U);
     EXPECT_FALSE(kernel.struck());
 }
@@ -242,7 +242,7 @@ TEST_F(MemInfo, AnEmptyFileIsAParseError) {
 }
 
 TEST_F(MemInfo, AFailedReadKeepsWhatWasFoundAndIsAParseError) {
-    kernel.fail("fgets", EIO, 3);
+    kernel.fail({.call = "fgets", .path = meminfo, .nth = 3, .error = EIO});
     EXPECT_EQ(get(usual_meminfo), NORV_STATUS_PARSE_ERROR);
     EXPECT_EQ(info.free, 512000);
     EXPECT_EQ(info.available, -3);
@@ -413,7 +413,7 @@ uint32_t ask_everything() {
 
 TEST(SystemInfoSweep, EveryFailingCallIsReportedAndLeavesNothingOpen) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         return struck.name == "fgets" ? NORV_STATUS_PARSE_ERROR : norv::test::status_of_fault(struck);
     };
     norv::test::failure_sweep(

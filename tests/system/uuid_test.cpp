@@ -18,9 +18,9 @@ namespace {
 
 using norv::test::byte_transfer_at;
 using norv::test::failure_sweep;
-using norv::test::fault;
 using norv::test::kernel_double;
 using norv::test::no_standard_input;
+using norv::test::strike;
 using testing::ElementsAre;
 using testing::MatchesRegex;
 
@@ -121,7 +121,7 @@ TEST(Uuid, ANullBufferIsAnInvalidArgument) {
 
 TEST(UuidSweep, AFailedReadIsAShortReadAndNothingLeaks) {
     norv::test::sweep_options options;
-    options.expect = [](const fault& struck) {
+    options.expect = [](const strike& struck) {
         return struck.name == "pread" ? NORV_STATUS_SHORT_READ : norv::test::status_of_fault(struck);
     };
     failure_sweep([](kernel_double& kernel) { kernel.add_file(uuid_file, some_uuid); },

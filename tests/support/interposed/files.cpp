@@ -88,7 +88,8 @@ long move(const char* name, bool write, int descriptor, void* buffer, size_t siz
     }
     std::unique_lock lock(kernel->mutex);
     open_file* file = kernel->find(descriptor);
-    call made{name, file != nullptr ? file->path : "", byte_transfer{}};
+    const off_t position = file != nullptr ? file->offset : 0;
+    call made{name, file != nullptr ? file->path : "", byte_transfer{position, ""}};
     if (kernel->strikes(made)) {
         return -1;
     }
@@ -98,7 +99,7 @@ long move(const char* name, bool write, int descriptor, void* buffer, size_t siz
         return real_move(write, descriptor, buffer, size);
     }
     made.result = move_in(*kernel, *file, write, descriptor, buffer, size);
-    made.details = byte_transfer{bytes_of(buffer, write ? static_cast<long>(size) : made.result)};
+    made.details = byte_transfer{position, bytes_of(buffer, write ? static_cast<long>(size) : made.result)};
     kernel->record(made);
     return made.result;
 }
