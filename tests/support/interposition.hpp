@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the interposed calls have in common: they pass through the active double, can fail there, and are recorded
-// in its journal.
+// What the interposed calls have in common: they pass through the active double, can fail there, and are
+// recorded in its journal.
 #pragma once
 
 #include <fcntl.h>
@@ -114,8 +114,8 @@ result pass_journalled(call made, result failure, passing through) {
     return returned;
 }
 
-// The real kernel's answer to a call on a descriptor. The kernel checks the descriptor first; an emulator of another
-// processor's programs first checks the request, which it may not know.
+// The real kernel's answer to a call on a descriptor. The kernel checks the descriptor first; an emulator of
+// another processor's programs first checks the request, which it may not know.
 template <typename passing>
 int real_answer(int descriptor, passing through) {
     return REAL(fcntl)(descriptor, F_GETFD) < 0 ? -1 : through();
@@ -134,9 +134,10 @@ int ask(call made, int descriptor, asking ask_model, passing through) {
     if (kernel->strikes(made)) {
         made.result = -1;
     } else if (file != nullptr && file->model != nullptr) {
-        const outside_the_double guard;
+        const calling_out guard;
         made.result = answer(ask_model(*file->model));
     } else {
+        const calling_out guard;
         made.result = real_answer(descriptor, through);
     }
     kernel->record(made);

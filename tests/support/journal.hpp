@@ -12,8 +12,8 @@
 
 namespace norv::test {
 
-// What a call was asked, one record for each kind of call. Calls that are not listed have nothing but their name
-// and path.
+// What a call was asked, one record for each kind of call. Calls that are not listed have nothing but their
+// name and path.
 
 struct opening {  // open
     int flags = 0;

@@ -49,12 +49,14 @@ kernel_double::~kernel_double() {
 }
 
 void kernel_double::add_directory(const std::string& path) {
+    const std::lock_guard lock(state_->mutex);
     const outside_the_double guard;
     state_->note_made(path);
     fs::create_directories(state_->place_of(path));
 }
 
 void kernel_double::add_file(const std::string& path, std::string_view content) {
+    const std::lock_guard lock(state_->mutex);
     const outside_the_double guard;
     state_->note_made(path);
     const fs::path place = state_->place_of(path);
@@ -63,6 +65,7 @@ void kernel_double::add_file(const std::string& path, std::string_view content) 
 }
 
 void kernel_double::add_link(const std::string& path, const std::string& target) {
+    const std::lock_guard lock(state_->mutex);
     const outside_the_double guard;
     state_->note_made(path);
     const fs::path place = state_->place_of(path);
@@ -72,10 +75,12 @@ void kernel_double::add_link(const std::string& path, const std::string& target)
 
 void kernel_double::add_device(const std::string& path, std::shared_ptr<device> model) {
     add_file(path);
+    const std::lock_guard lock(state_->mutex);
     state_->models[path] = std::move(model);
 }
 
 void kernel_double::remove(const std::string& path) {
+    const std::lock_guard lock(state_->mutex);
     const outside_the_double guard;
     fs::remove_all(state_->place_of(path));
     state_->models.erase(path);
@@ -90,19 +95,23 @@ int kernel_double::hand_out(const std::string& path, std::shared_ptr<device> mod
 }
 
 void kernel_double::on_write(const std::string& path, write_reaction reaction) {
+    const std::lock_guard lock(state_->mutex);
     state_->reactions[path] = std::move(reaction);
 }
 
 void kernel_double::add_socket_family(int family, socket_factory create) {
+    const std::lock_guard lock(state_->mutex);
     state_->socket_families[family] = std::move(create);
 }
 
 void kernel_double::on_make_directory(const std::string& parent, directory_reaction reaction) {
     add_directory(parent);
+    const std::lock_guard lock(state_->mutex);
     state_->directory_reactions[parent] = std::move(reaction);
 }
 
 void kernel_double::on_lock(lock_reaction reaction) {
+    const std::lock_guard lock(state_->mutex);
     state_->on_lock = std::move(reaction);
 }
 
@@ -131,6 +140,7 @@ std::vector<call> kernel_double::calls(std::string_view name) const {
 }
 
 std::vector<std::string> kernel_double::writes(const std::string& path) const {
+    const std::lock_guard lock(state_->mutex);
     std::vector<std::string> found;
     for (const call& made : state_->calls) {
         if (made.name == "write" && made.path == path) {
@@ -141,6 +151,7 @@ std::vector<std::string> kernel_double::writes(const std::string& path) const {
 }
 
 std::vector<int> kernel_double::open_flags(const std::string& path) const {
+    const std::lock_guard lock(state_->mutex);
     std::vector<int> found;
     for (const call& made : state_->calls) {
         if (made.name == "open" && made.path == path) {
@@ -174,14 +185,17 @@ std::optional<strike> kernel_double::struck() const {
 }
 
 void kernel_double::answer(const std::string& name, long result) {
+    const std::lock_guard lock(state_->mutex);
     state_->answers[name] = result;
 }
 
 void kernel_double::set_clock(time_t seconds, long nanoseconds) {
+    const std::lock_guard lock(state_->mutex);
     state_->clock = timespec{seconds, nanoseconds};
 }
 
 void kernel_double::set_uptime(long seconds) {
+    const std::lock_guard lock(state_->mutex);
     state_->uptime = seconds;
 }
 
@@ -191,12 +205,15 @@ void kernel_double::map_errno(int error, uint32_t status) {
 }
 
 size_t kernel_double::open_descriptors() const {
+    const std::lock_guard lock(state_->mutex);
     return state_->descriptors.size();
 }
 size_t kernel_double::mappings() const {
+    const std::lock_guard lock(state_->mutex);
     return state_->mappings.size();
 }
 size_t kernel_double::allocations() const {
+    const std::lock_guard lock(state_->mutex);
     return state_->allocations.size();
 }
 

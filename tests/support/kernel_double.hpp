@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The kernel double: a small board inside the test program.
 //
-// While a kernel_double lives, every path under /sys, /proc, /dev and /lib/firmware that the library (or the test)
-// uses leads into a scratch tree that the test builds, device models answer the calls on their nodes, and
-// the calls are journalled. Sockets of the address families that the test adds are models too. Everything
+// While a kernel_double lives, every path under /sys, /proc, /dev and /lib/firmware that the library (or the
+// test) uses leads into a scratch tree that the test builds, device models answer the calls on their nodes,
+// and the calls are journalled. Sockets of the address families that the test adds are models too. Everything
 // else (other sockets, epoll, eventfd, pipes) is the real kernel's. At its end the double reports whatever
 // the library left open, mapped or allocated as a test failure.
 //
@@ -84,8 +84,8 @@ class kernel_double {
     std::vector<int> open_flags(const std::string& path) const;
     void forget_calls();
 
-    // Makes a call fail: the one that the fault means, or the next one with this name. Only one fault is set at a
-    // time; `struck` returns the call that it met, if it met one.
+    // Makes a call fail: the one that the fault means, or the next one with this name. Only one fault is set
+    // at a time; `struck` returns the call that it met, if it met one.
     void fail(const fault& planned);
     void fail(const std::string& call, int error) { fail(fault{.call = call, .error = error}); }
     void fail_nothing();

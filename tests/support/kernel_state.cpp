@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <string_view>
 
+#include "support/thread_sanitizer.hpp"
+
 namespace norv::test {
 namespace {
 
@@ -14,7 +16,8 @@ thread_local int outside = 0;
 }  // namespace
 
 kernel_double::state* active_kernel() {
-    return outside > 0 ? nullptr : active.load();
+    kernel_double::state* kernel = outside > 0 ? nullptr : active.load();
+    return kernel == nullptr || is_writing_report() ? nullptr : kernel;
 }
 
 bool activate(kernel_double::state* kernel) {
@@ -31,6 +34,13 @@ outside_the_double::outside_the_double() {
 }
 outside_the_double::~outside_the_double() {
     --outside;
+}
+
+calling_out::calling_out() {
+    show_synchronisation();
+}
+calling_out::~calling_out() {
+    hide_synchronisation();
 }
 
 std::string kernel_double::state::place_of(const std::string& path) const {
@@ -76,6 +86,18 @@ bool kernel_double::state::strikes_by_name(const call& made) {
 
 size_t kernel_double::state::shortened(const call& made, size_t size) {
     return size > 0 && meets_fault(made, fault::kind::short_count) ? size - 1 : size;
+}
+
+bool kernel_double::state::refuses_allocation(const char* name) {
+    const std::lock_guard lock(mutex);
+    const outside_the_double guard;
+    return strikes(call{name});
+}
+
+void kernel_double::state::allocated(void* memory) {
+    const std::lock_guard lock(mutex);
+    const outside_the_double guard;
+    allocations.insert(memory);
 }
 
 void kernel_double::state::opened(int descriptor, const std::string& path, std::shared_ptr<device> model) {

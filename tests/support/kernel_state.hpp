@@ -16,6 +16,7 @@
 #include <tuple>
 #include <vector>
 
+#include "support/hidden_mutex.hpp"
 #include "support/kernel_double.hpp"
 
 namespace norv::test {
@@ -36,7 +37,7 @@ struct listing {
 };
 
 struct kernel_double::state {
-    mutable std::recursive_mutex mutex;
+    mutable hidden_mutex mutex;
     std::string root;
     std::map<std::string, std::shared_ptr<device>> models;
     std::map<std::string, write_reaction> reactions;
@@ -75,6 +76,9 @@ struct kernel_double::state {
     bool meets_fault(const call& made, fault::kind how);
     // Remembers when a path and the directories above it were made.
     void note_made(const std::string& path);
+    // Whether the allocation fails, and that it was made.
+    bool refuses_allocation(const char* name);
+    void allocated(void* memory);
     void record(call made) { calls.push_back(std::move(made)); }
     void opened(int descriptor, const std::string& path, std::shared_ptr<device> model = nullptr);
     open_file* find(int descriptor);
@@ -82,13 +86,28 @@ struct kernel_double::state {
     std::string path_of(int descriptor);
 };
 
-// The active double, null when there is none or when the double itself or a model is calling.
+// An allocation that can fail, and is watched; an ordinary one where there is no double. The memory is
+// obtained without the lock, so that the thread sanitizer sees who obtained it.
+template <typename allocation>
+void* watched_allocation(kernel_double::state* kernel, const char* name, allocation obtain) {
+    if (kernel == nullptr) {
+        return obtain();
+    }
+    void* memory = kernel->refuses_allocation(name) ? nullptr : obtain();
+    if (memory != nullptr) {
+        kernel->allocated(memory);
+    }
+    return memory;
+}
+
+// The active double, null when there is none or when the double itself, a model or the thread sanitizer's report is
+// calling.
 kernel_double::state* active_kernel();
 bool activate(kernel_double::state* kernel);  // false where another one is active
 void deactivate();
 
-// Finds out where the library under test is in memory. Not left to the first allocation: that may be made by a
-// thread that is only just starting, where the thread sanitizer does not allow it.
+// Finds out where the library under test is in memory. Not left to the first allocation: that may be made by
+// a thread that is only just starting, where the thread sanitizer does not allow it.
 void locate_tested_library();
 
 // While one lives, this thread's calls go straight to the C library.
@@ -98,6 +117,19 @@ class outside_the_double {
     ~outside_the_double();
     outside_the_double(const outside_the_double&) = delete;
     outside_the_double& operator=(const outside_the_double&) = delete;
+};
+
+// The same for a call that the double makes while it holds its lock, of a model or of the real kernel: the
+// thread sanitizer sees how it synchronises.
+class calling_out {
+  public:
+    calling_out();
+    ~calling_out();
+    calling_out(const calling_out&) = delete;
+    calling_out& operator=(const calling_out&) = delete;
+
+  private:
+    const outside_the_double outside_;
 };
 
 }  // namespace norv::test

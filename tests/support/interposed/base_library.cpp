@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The calls of the base library that reach the kernel double: they can fail there, and what they allocate is watched.
+// The calls of the base library that reach the kernel double: they can fail there, and what they allocate is
+// watched.
 #include <gtest/gtest.h>
 
 #include "norv_base.h"
@@ -12,20 +13,7 @@ using norv::test::call;
 using norv::test::kernel_state;
 using norv::test::outside_the_double;
 using norv::test::pass;
-
-template <typename allocation>
-void* allocate(const char* name, allocation obtain) {
-    kernel_state* kernel = active_kernel();
-    if (kernel == nullptr) {
-        return obtain();
-    }
-    const std::lock_guard lock(kernel->mutex);
-    void* memory = kernel->strikes(call{name}) ? nullptr : obtain();
-    if (memory != nullptr) {
-        kernel->allocations.insert(memory);
-    }
-    return memory;
-}
+using norv::test::watched_allocation;
 
 }  // namespace
 
@@ -75,11 +63,11 @@ uint32_t norv_event_init(norv_event_t* event) {
 }
 
 void* norv_malloc(size_t size) {
-    return allocate("norv_malloc", [&] { return REAL(norv_malloc)(size); });
+    return watched_allocation(active_kernel(), "norv_malloc", [&] { return REAL(norv_malloc)(size); });
 }
 
 void* norv_zalloc(size_t size) {
-    return allocate("norv_zalloc", [&] { return REAL(norv_zalloc)(size); });
+    return watched_allocation(active_kernel(), "norv_zalloc", [&] { return REAL(norv_zalloc)(size); });
 }
 
 void norv_free(void* memory) {

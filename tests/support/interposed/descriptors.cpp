@@ -18,12 +18,12 @@ namespace {
 using norv::test::active_kernel;
 using norv::test::answer;
 using norv::test::call;
+using norv::test::calling_out;
 using norv::test::create_descriptor;
 using norv::test::descriptor_control;
 using norv::test::device;
 using norv::test::kernel_state;
 using norv::test::open_file;
-using norv::test::outside_the_double;
 using norv::test::pass;
 using norv::test::polling;
 using norv::test::waiting;
@@ -37,8 +37,10 @@ int control(const char* name, int descriptor, unsigned long request, void* argum
 }
 
 int poll_model(kernel_state& kernel, call made, device& model, struct pollfd& request, int timeout) {
-    const outside_the_double guard;
-    const long ready = model.poll(request.events, timeout);
+    const long ready = [&] {
+        const calling_out guard;
+        return model.poll(request.events, timeout);
+    }();
     request.revents = static_cast<short>(ready > 0 ? ready : 0);
     made.result = answer(ready > 0 ? 1L : ready);
     kernel.record(made);
@@ -85,7 +87,8 @@ int tcflush(int descriptor, int queue) noexcept {
                    [&] { return REAL(tcflush)(descriptor, queue); });
 }
 
-// The flags of a descriptor are the real kernel's, for a model too. The commands that matter here take an int.
+// The flags of a descriptor are the real kernel's, for a model too. The commands that matter here take an
+// int.
 int fcntl(int descriptor, int command, ...) {
     va_list values;
     va_start(values, command);

@@ -15,6 +15,7 @@ namespace {
 
 using norv::test::active_kernel;
 using norv::test::call;
+using norv::test::calling_out;
 using norv::test::directory_making;
 using norv::test::kernel_state;
 using norv::test::listing;
@@ -22,10 +23,10 @@ using norv::test::outside_the_double;
 using norv::test::pass_path;
 
 int make_directory_in(kernel_state& kernel, const char* path, mode_t mode) {
-    const outside_the_double guard;
     const int result = REAL(mkdir)(kernel.place_of(path).c_str(), mode);
     const auto* reaction = kernel.reaction_to_directory(path);
     if (result == 0 && reaction != nullptr) {
+        const calling_out guard;
         (*reaction)(path);
     }
     return result;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The calls on files and their descriptors' bytes that reach the kernel double. The library under test calls these
-// ordinary names, and the dynamic linker finds them here first.
+// The calls on files and their descriptors' bytes that reach the kernel double. The library under test calls
+// these ordinary names, and the dynamic linker finds them here first.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "support/interposition.hpp"
+#include "support/thread_sanitizer.hpp"
 
 namespace {
 
@@ -18,10 +19,14 @@ using norv::test::byte_transfer;
 using norv::test::byte_transfer_at;
 using norv::test::bytes_of;
 using norv::test::call;
+using norv::test::calling_out;
+using norv::test::device;
 using norv::test::kernel_state;
 using norv::test::open_file;
 using norv::test::opening;
 using norv::test::outside_the_double;
+using norv::test::was_read;
+using norv::test::was_written;
 
 bool is_attribute(const std::string& path) {
     return path.starts_with("/sys/");
@@ -30,9 +35,11 @@ bool is_attribute(const std::string& path) {
 // A file of sysfs takes a write as one new value, whatever the file position is.
 long store_attribute(kernel_state& kernel, int descriptor, const std::string& path, const void* bytes,
                      size_t size) {
+    const outside_the_double guard;
     const std::string text = bytes_of(bytes, static_cast<long>(size));
     const auto reaction = kernel.reactions.find(path);
     if (reaction != kernel.reactions.end()) {
+        const calling_out reacting;
         const int refusal = reaction->second(text);
         if (refusal != 0) {
             return -refusal;
@@ -47,15 +54,19 @@ long store_attribute(kernel_state& kernel, int descriptor, const std::string& pa
     return static_cast<long>(size);
 }
 
+long ask_to_open(device& model, int flags) {
+    const calling_out guard;
+    return model.open(flags);
+}
+
 int open_in(kernel_state& kernel, const std::string& path, int flags, mode_t mode) {
-    const outside_the_double guard;
     const auto model = kernel.models.find(path);
     if (model == kernel.models.end()) {
         const int descriptor = REAL(open)(kernel.place_of(path).c_str(), flags & ~O_TRUNC, mode);
         kernel.opened(descriptor, path);
         return descriptor;
     }
-    const long refusal = model->second->open(flags);
+    const long refusal = ask_to_open(*model->second, flags);
     if (refusal < 0) {
         return answer(static_cast<int>(refusal));
     }
@@ -66,18 +77,26 @@ long real_move(bool write, int descriptor, void* buffer, size_t size) {
     return write ? REAL(write)(descriptor, buffer, size) : REAL(read)(descriptor, buffer, size);
 }
 
-// How a read or write is carried out: by a model, as an attribute, or by the real kernel.
+long move_of_model(device& model, bool write, void* buffer, size_t size, off_t offset) {
+    const calling_out guard;
+    return answer(write ? model.write(buffer, size, offset) : model.read(buffer, size, offset));
+}
+
+// How a read or write is carried out: by a model, as an attribute, as a file of the scratch tree, or by the
+// real kernel. Only the last of these synchronises threads: the sanitizer would let every file do that.
 long move_in(kernel_state& kernel, open_file& file, bool write, int descriptor, void* buffer, size_t size) {
-    const outside_the_double guard;
     if (file.model != nullptr) {
-        const long count = write ? file.model->write(buffer, size, file.offset)
-                                 : file.model->read(buffer, size, file.offset);
+        const long count = move_of_model(*file.model, write, buffer, size, file.offset);
         file.offset += count > 0 ? count : 0;
-        return answer(count);
+        return count;
     }
     if (write && is_attribute(file.path)) {
         return answer(store_attribute(kernel, descriptor, file.path, buffer, size));
     }
+    if (kernel.place_of(file.path) != file.path) {
+        return real_move(write, descriptor, buffer, size);
+    }
+    const calling_out guard;
     return real_move(write, descriptor, buffer, size);
 }
 
@@ -122,13 +141,9 @@ long move_at(const char* name, bool write, int descriptor, void* buffer, size_t 
         made.result = -1;
     } else {
         size = kernel->shortened(made, size);
-        const outside_the_double guard;
-        if (file == nullptr || file->model == nullptr) {
-            made.result = real_move_at(write, descriptor, buffer, size, offset);
-        } else {
-            made.result = answer(write ? file->model->write(buffer, size, offset)
-                                       : file->model->read(buffer, size, offset));
-        }
+        made.result = file == nullptr || file->model == nullptr
+                          ? real_move_at(write, descriptor, buffer, size, offset)
+                          : move_of_model(*file->model, write, buffer, size, offset);
     }
     made.details = byte_transfer_at{offset, bytes_of(buffer, write ? static_cast<long>(size) : made.result)};
     kernel->record(made);
@@ -166,7 +181,7 @@ int close(int descriptor) {
     if (file != nullptr) {
         made.path = file->path;
         if (file->model != nullptr) {
-            const outside_the_double guard;
+            const calling_out guard;
             file->model->close();
         }
         kernel->descriptors.erase(descriptor);
@@ -182,19 +197,27 @@ int close(int descriptor) {
 }
 
 ssize_t read(int descriptor, void* buffer, size_t size) {
-    return move("read", false, descriptor, buffer, size);
+    const long count = move("read", false, descriptor, buffer, size);
+    was_written(buffer, count);
+    return count;
 }
 
 ssize_t write(int descriptor, const void* buffer, size_t size) {
-    return move("write", true, descriptor, const_cast<void*>(buffer), size);
+    const long count = move("write", true, descriptor, const_cast<void*>(buffer), size);
+    was_read(buffer, count);
+    return count;
 }
 
 ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset) {
-    return move_at("pread", false, descriptor, buffer, size, offset);
+    const long count = move_at("pread", false, descriptor, buffer, size, offset);
+    was_written(buffer, count);
+    return count;
 }
 
 ssize_t pwrite(int descriptor, const void* buffer, size_t size, off_t offset) {
-    return move_at("pwrite", true, descriptor, const_cast<void*>(buffer), size, offset);
+    const long count = move_at("pwrite", true, descriptor, const_cast<void*>(buffer), size, offset);
+    was_read(buffer, count);
+    return count;
 }
 
 off_t lseek(int descriptor, off_t offset, int whence) noexcept {

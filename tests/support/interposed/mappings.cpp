@@ -11,17 +11,21 @@ namespace {
 using norv::test::active_kernel;
 using norv::test::answer;
 using norv::test::call;
+using norv::test::calling_out;
+using norv::test::device;
 using norv::test::kernel_state;
 using norv::test::open_file;
-using norv::test::outside_the_double;
 using norv::test::unmapping;
+
+void* map_of_model(device& model, size_t size, int protection, int flags, off_t offset) {
+    const calling_out guard;
+    return reinterpret_cast<void*>(answer(model.map(size, protection, flags, offset)));
+}
 
 void* map_in(kernel_state& kernel, open_file& file, void* address, size_t size, int protection, int flags,
              int descriptor, off_t offset) {
-    const outside_the_double guard;
-    void* mapped = file.model != nullptr
-                       ? reinterpret_cast<void*>(answer(file.model->map(size, protection, flags, offset)))
-                       : REAL(mmap)(address, size, protection, flags, descriptor, offset);
+    void* mapped = file.model != nullptr ? map_of_model(*file.model, size, protection, flags, offset)
+                                         : REAL(mmap)(address, size, protection, flags, descriptor, offset);
     if (mapped != MAP_FAILED) {
         kernel.mappings[mapped] = file.model != nullptr ? 0 : size;
     }

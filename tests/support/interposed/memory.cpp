@@ -18,6 +18,7 @@ namespace {
 using norv::test::active_kernel;
 using norv::test::call;
 using norv::test::outside_the_double;
+using norv::test::watched_allocation;
 using kernel_state = norv::test::kernel_double::state;
 
 // Where an object is in memory.
@@ -54,8 +55,7 @@ int note_range(dl_phdr_info* object, size_t, void*) {
 
 // The double, when the library under test is calling.
 kernel_state* kernel_of(const void* caller) {
-    kernel_state* kernel = active_kernel();
-    return kernel != nullptr && library.holds(caller) ? kernel : nullptr;
+    return library.holds(caller) ? active_kernel() : nullptr;
 }
 
 template <typename function>
@@ -68,20 +68,6 @@ function* real(const char* name) {
 void* (*real_malloc)(size_t);
 void* (*real_calloc)(size_t, size_t);
 void (*real_free)(void*);
-
-template <typename allocation>
-void* allocate(kernel_state* kernel, const char* name, allocation obtain) {
-    if (kernel == nullptr) {
-        return obtain();
-    }
-    const std::lock_guard lock(kernel->mutex);
-    const outside_the_double guard;
-    void* memory = kernel->strikes(call{name}) ? nullptr : obtain();
-    if (memory != nullptr) {
-        kernel->allocations.insert(memory);
-    }
-    return memory;
-}
 
 }  // namespace
 
@@ -97,15 +83,16 @@ void* malloc(size_t size) {
     if (real_malloc == nullptr) {
         real_malloc = real<void*(size_t)>("malloc");
     }
-    return allocate(kernel_of(__builtin_return_address(0)), "malloc", [&] { return real_malloc(size); });
+    return watched_allocation(kernel_of(__builtin_return_address(0)), "malloc",
+                              [&] { return real_malloc(size); });
 }
 
 void* calloc(size_t count, size_t size) {
     if (real_calloc == nullptr) {
         real_calloc = real<void*(size_t, size_t)>("calloc");
     }
-    return allocate(kernel_of(__builtin_return_address(0)), "calloc",
-                    [&] { return real_calloc(count, size); });
+    return watched_allocation(kernel_of(__builtin_return_address(0)), "calloc",
+                              [&] { return real_calloc(count, size); });
 }
 
 // The library under test, or the program: a library that releases memory with its last step may have left the
@@ -120,8 +107,8 @@ void free(void* memory) {
         looking_up = true;
         real_free = real<void(void*)>("free");
     }
-    kernel_state* kernel = active_kernel();
-    if (kernel != nullptr && (library.holds(caller) || program.holds(caller))) {
+    kernel_state* kernel = library.holds(caller) || program.holds(caller) ? active_kernel() : nullptr;
+    if (kernel != nullptr) {
         const std::lock_guard lock(kernel->mutex);
         const outside_the_double guard;
         if (kernel->allocations.erase(memory) > 0) {

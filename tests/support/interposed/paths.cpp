@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The calls on names and properties of files that reach the kernel double. What the real kernel reports is returned
-// with the names that the board has.
+// The calls on names and properties of files that reach the kernel double. What the real kernel reports is
+// returned with the names that the board has.
 #include <sys/stat.h>
 #include <unistd.h>
 

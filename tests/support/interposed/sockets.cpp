@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include "support/interposition.hpp"
+#include "support/thread_sanitizer.hpp"
 
 namespace {
 
@@ -11,18 +12,23 @@ using norv::test::address_binding;
 using norv::test::ask;
 using norv::test::bytes_of;
 using norv::test::call;
+using norv::test::calling_out;
 using norv::test::device;
+using norv::test::kernel_double;
 using norv::test::kernel_state;
 using norv::test::option_setting;
-using norv::test::outside_the_double;
 using norv::test::reception;
 using norv::test::socket_making;
+
+std::shared_ptr<device> create_model(const kernel_double::socket_factory& create, int type, int protocol) {
+    const calling_out guard;
+    return create(type, protocol);
+}
 
 int open_socket(kernel_state& kernel, int family, int type, int protocol) {
     const auto answered = kernel.socket_families.find(family);
     if (answered != kernel.socket_families.end()) {
-        const outside_the_double guard;
-        return norv::test::open_model(kernel, "socket", answered->second(type, protocol));
+        return norv::test::open_model(kernel, "socket", create_model(answered->second, type, protocol));
     }
     const int descriptor = REAL(socket)(family, type, protocol);
     kernel.opened(descriptor, "socket");
@@ -60,10 +66,12 @@ int setsockopt(int descriptor, int level, int name, const void* value, socklen_t
 }
 
 ssize_t recv(int descriptor, void* buffer, size_t size, int flags) {
-    return ask(
+    const int count = ask(
         call{"recv", "", reception{size, flags}}, descriptor,
         [&](device& model) { return model.receive(buffer, size, flags); },
         [&] { return static_cast<int>(REAL(recv)(descriptor, buffer, size, flags)); });
+    norv::test::was_written(buffer, count);
+    return count;
 }
 
 }  // extern "C"

@@ -29,8 +29,8 @@ int timerfd_settime(int descriptor, int flags, const struct itimerspec* setting,
                            [&] { return REAL(timerfd_settime)(descriptor, flags, setting, previous); });
 }
 
-// The C library reads this clock without entering the kernel, and all of the program reads it: it fails only for a
-// test that names it.
+// The C library reads this clock without entering the kernel, and all of the program reads it: it fails only
+// for a test that names it.
 int clock_gettime(clockid_t clock, struct timespec* time) noexcept {
     kernel_state* kernel = clock == CLOCK_MONOTONIC ? active_kernel() : nullptr;
     if (kernel != nullptr) {
