@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Checks that the code on the pages for users is code that is built and run: each block is a verbatim part of the
-# example that its page named last, and the tour of the virtual board runs every example.
+# Checks that the code on the pages is code that is built and run: each block is a verbatim part of the example, or of the
+# unit test, that its page named last, and the tour of the virtual board runs every example.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -20,7 +20,7 @@ check_block() {
     [[ $source == *"$3"* ]] || fail "$1 shows code that is not in $2:"$'\n'"$3"
 }
 
-# Every ```c block of a page, with the example whose link came last.
+# Every ```c and ```cpp block of a page, with the example whose link came last.
 check_page() {
     local page=$1 line example='' block='' in_block=false blocks=0
     local -a lines
@@ -33,16 +33,16 @@ check_page() {
             else
                 block+=${block:+$'\n'}$line
             fi
-        elif [[ $line == '```c' ]]; then
+        elif [[ $line == '```c' || $line == '```cpp' ]]; then
             in_block=true block='' blocks=$((blocks + 1))
-        elif [[ $line =~ .*\]\((\.\./)+(examples/[a-z0-9_]+\.[ch])\) ]]; then
+        elif [[ $line =~ .*\]\((\.\./)+((examples|tests/docs)/[a-z0-9_]+\.(c|h|cpp))\) ]]; then
             example=${BASH_REMATCH[2]}
         fi
     done
     [[ $blocks -gt 0 ]] || fail "$page shows no code"
 }
 
-for page in docs/families/*.md docs/first-program.md; do
+for page in docs/families/*.md docs/first-program.md docs/kernel-double.md; do
     check_page "$page"
 done
 
