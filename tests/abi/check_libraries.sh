@@ -18,7 +18,7 @@ fail() {
 exported_names() { nm --dynamic --defined-only --format=posix "$1" | awk '$2 != "A" {print $1}' | sed 's/@.*//' | sort; }
 mapped_names() { grep -oE '^ +[a-z_0-9]+;' "$1" | tr -d ' ;' | sort; }
 
-# A declaration may go over several lines; its name stands before the first parenthesis or bracket.
+# A declaration may go over several lines; its name is before the first parenthesis or bracket.
 declared_names() {
     cat "$@" | grep -v "^#define" | tr '\n' ' ' | grep -oE 'NORV_API [^;({[]*[[({;]' | grep -oE '[a-z_0-9]+ *[[({;]$' | tr -d ' [({;' | sort
 }

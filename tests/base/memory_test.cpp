@@ -8,7 +8,7 @@
 
 #include "norv_base.h"
 
-// The sanitizers end a program that allocates too much, unless they are told to return null as the C library
+// The sanitizers end a program that allocates too much, unless their options make them return null as the C library
 // does.
 extern "C" const char* __asan_default_options() {
     return "allocator_may_return_null=1";

@@ -658,7 +658,7 @@ TEST_F(Can, WithoutAChannelEveryCallIsAnInvalidArgument) {
 
 // ---- write
 
-// A channel for 0x123 on can0, the frame that it writes, and a clock that stands still: what a wait is given
+// A channel for 0x123 on can0, the frame that it writes, and a stopped clock: what a wait is given
 // does not depend on the machine.
 class CanTransfer : public OpenCan {
   protected:

@@ -26,8 +26,8 @@ class serial_port : public device {
     std::string received;              // waits to be read
     std::deque<std::string> arriving;  // pieces that arrive later, one during each wait
     std::string sent;
-    size_t room = 1000;           // so many bytes can be sent at once; each wait makes that much room again
-    std::vector<int> poll_waits;  // the time-out of every poll
+    size_t room = 1000;           // bytes that can be sent at once; each wait makes that much room again
+    std::vector<int> poll_waits;  // the timeout of every poll
     std::function<void()> on_open = [] {};
 
     long open(int) override {

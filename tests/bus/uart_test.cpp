@@ -59,8 +59,8 @@ class Uart : public testing::Test {
     norv_uart_t* uart = nullptr;
 };
 
-// The port, opened with 115200 bit/s, 8 data bits, 1 stop bit, no parity, no flow control, and a clock that
-// stands still: what a wait is given does not depend on the machine.
+// The port, opened with 115200 bit/s, 8 data bits, 1 stop bit, no parity, no flow control, and a stopped
+// clock: what a wait is given does not depend on the machine.
 class OpenUart : public Uart {
   protected:
     OpenUart() {

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/../.."
 # shellcheck source=families.bash
 source tests/docs/families.bash
 
-# What every page has; sections of its own may stand between.
+# What every page has; sections of its own may come between.
 sections="## Example
 ## Needs
 ## Kernel interfaces

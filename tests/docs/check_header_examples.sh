@@ -9,8 +9,8 @@ compiler=$1
 warnings=(-Wall -Wextra -Werror -Wno-unused -Wno-unused-parameter)
 failed=0
 
-# The code of a header, as C. Code is indented by four, after an empty line, and goes on until the next text. Code that
-# defines a function is taken as it is up to its end, statements make a function.
+# The code of a header, as C. Code is indented by four, after an empty line, and continues until the next text. Code that
+# defines a function is taken unchanged up to its end, statements make a function.
 code_of() {
     awk '
         function finish() {

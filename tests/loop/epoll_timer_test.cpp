@@ -987,7 +987,7 @@ TEST_F(LoopWatchdog, IsNotKeptAliveWhileAHandlerHangs) {
     EXPECT_EQ(hanging.deliveries, 1);
 }
 
-// The first timer of the loop, as it is while the loop runs.
+// The first timer of the loop, in its state while the loop runs.
 struct shown_timer {
     bool present = false;
     std::string name;

@@ -35,7 +35,7 @@ generated=$project/tools/norv/generated
     zsh_completes norv gpio watch 17 '' | grep --quiet '^--edge:'
 }
 
-# The words, and the complaints, that bash offers in place of the last one. The file is installed as it is for users, and
+# The words, and the complaints, that bash offers in place of the last one. The file is the one that users install, and is
 # loaded by bash-completion at the first completion, in a function.
 bash_completes() {
     local directory=$BATS_TEST_TMPDIR/data/bash-completion/completions

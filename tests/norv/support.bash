@@ -105,5 +105,5 @@ fail() {
     return 1
 }
 
-# padded LENGTH FIRST LAST: a path of so many characters, with slashes between its two parts.
+# padded LENGTH FIRST LAST: a path of LENGTH characters, with slashes between its two parts.
 padded() { printf '%s%*s%s' "$2" $(($1 - ${#2} - ${#3})) "" "$3" | tr ' ' /; }

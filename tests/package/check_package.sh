@@ -27,7 +27,7 @@ install() {
     mv "$work/first/build/norv" "$moved"
 }
 
-# Nothing tells the loader where the libraries are: programs find them by themselves.
+# Nothing shows the loader where the libraries are: programs find them by themselves.
 run() {
     env --unset=LD_LIBRARY_PATH "${emulator[@]}" "$@"
 }
@@ -48,7 +48,7 @@ files() {
     return 1
 }
 
-# What is installed does not tell where it was built, and what is built there does not become longer with its path: two
+# What is installed does not contain where it was built, and what is built there does not become longer with its path: two
 # builds in different directories are the same.
 paths() {
     local file path
@@ -89,7 +89,7 @@ protections() {
     return "$failed"
 }
 
-# A warning of a compiler that the project does not know yet is no error where its users build the libraries.
+# A warning of a compiler that the project does not know yet is not an error where its users build the libraries.
 warnings() {
     local tree=$work/libraries
     env --unset=CC --unset=CXX cmake --preset libraries -S "$source" -B "$tree" >"$tree.log"
@@ -97,7 +97,7 @@ warnings() {
     ! grep -q -- ' -Werror' "$tree/compile_commands.json" || { echo 'FAILED: the preset libraries has -Werror' && return 1; }
 }
 
-# build_with_pkg_config COMPILER SOURCE MODULE [OPTION...], with pkg-config's environment as it is.
+# build_with_pkg_config COMPILER SOURCE MODULE [OPTION...], with pkg-config's environment unchanged.
 build_with_pkg_config() {
     local compiler=$1 source=$2 flags
     local -a compile options
