@@ -153,7 +153,7 @@ TEST_F(Fpga, AFailedReadWithStatusZeroIsNotDone) {
 TEST_F(Fpga, AFailedReadWithStatusZeroDoesNotRepeatTheStateReadBefore) {
     kernel.add_file(state, "operating\n");
     kernel.map_errno(EIO, 0);
-    kernel.fail("read", EIO, 2);
+    kernel.fail({.call = "read", .nth = 2, .error = EIO});
     bool first = false;
     bool second = true;
     // One directly after the other: the first state is then still in the memory that the second call uses.
