@@ -34,7 +34,7 @@ bench: ## Time the library beside the bare system calls and beside other event l
 
 coverage: setup-check ## Run the unit tests and check the coverage of lines and branches
 	@tools/build coverage
-	@ctest --no-tests=error --test-dir build/coverage --output-on-failure -j $(JOBS)
+	@ctest --preset coverage -j $(JOBS)
 	@tools/coverage build/coverage
 
 format: setup-check ## Format all sources
@@ -64,34 +64,34 @@ packages: setup ## Build the Debian packages into build/packages/
 
 sanitizers: setup-check ## Run the unit tests under the address, undefined-behaviour and thread sanitizers
 	@tools/build asan
-	@ctest --no-tests=error --test-dir build/asan --output-on-failure -j $(JOBS)
+	@ctest --preset asan -j $(JOBS)
 	@tools/build tsan
-	@ctest --no-tests=error --test-dir build/tsan --output-on-failure -j $(JOBS)
+	@ctest --preset tsan -j $(JOBS)
 
 cross: setup-cross ## Build for 64-bit and 32-bit ARM, and run the unit tests in an emulator
 	@tools/build aarch64
-	@ctest --no-tests=error --test-dir build/aarch64 --label-exclude board --output-on-failure -j $(JOBS)
+	@ctest --preset aarch64 -j $(JOBS)
 	@tools/build armhf
-	@ctest --no-tests=error --test-dir build/armhf --output-on-failure -j $(JOBS)
+	@ctest --preset armhf -j $(JOBS)
 
 board-arm64: setup-cross ## Run the board tests on a virtual board with a 64-bit ARM processor
 	@tools/build aarch64
-	@ctest --no-tests=error --test-dir build/aarch64 --label-regex board --output-on-failure -j $(JOBS)
+	@ctest --preset board-arm64 -j $(JOBS)
 
 board-zynq: setup-cross ## Run the board tests and the examples on a virtual Zynq-7000, whose kernel is built first
 	@tools/build armhf
-	@ctest --no-tests=error --test-dir build/armhf -C soc -R '^board\.zynq' --output-on-failure
+	@ctest --preset board-zynq
 
 board-zynqmp: setup-cross ## Run the board tests and the examples on a virtual ZynqMP, whose kernel is built first
 	@tools/build aarch64
-	@ctest --no-tests=error --test-dir build/aarch64 -C soc -R '^board\.zynqmp' --output-on-failure
+	@ctest --preset board-zynqmp
 
 board-soc: setup-cross ## Both of these at the same time
 	@tools/need-packages $(SOC_PACKAGES)
 	@$(MAKE) --no-print-directory --jobs=2 --output-sync=target board-zynq board-zynqmp
 
 board-check: build ## Test the virtual board itself
-	@ctest --no-tests=error --test-dir build/release --build-config runner --tests-regex "^board\.runner\." --output-on-failure --parallel $(JOBS)
+	@ctest --preset board-runner -j $(JOBS)
 
 board-kernels: build ## Run the board tests on the kernels of Debian 11, 12 and 13 and the newest, and make the table in docs/kernels.md
 	@tools/board-kernels build/release
