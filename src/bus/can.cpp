@@ -50,16 +50,10 @@ struct norv_linux_can_raw {
     uint8_t linked;  // unlike the node, not written when a neighbour changes, so it is read without the lock
 };
 
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, node, kind));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, kind, descriptor));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, descriptor, nonblocking));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, nonblocking, context));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, context, request));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, request, address));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, address, filters));
-static_assert(NORV_FOLLOWS(norv_linux_can_raw, filters, with_alternative));
-static_assert(offsetof(norv_linux_can_raw, node) == 0 && IFNAMSIZ == 16 && sizeof(sockaddr_can) == 24 &&
-              sizeof(can_filter) == 8 && sizeof(can_frame) == 16);
+NORV_LAYOUT(norv_linux_can_raw, sizeof(norv_linux_can_raw), node, kind, descriptor, nonblocking, context,
+            request, address, filters, with_alternative);
+static_assert(IFNAMSIZ == 16 && sizeof(sockaddr_can) == 24 && sizeof(can_filter) == 8 &&
+              sizeof(can_frame) == 16);
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "core/handle.hpp"
+#include "core/layout.hpp"
 #include "core/status.hpp"
 #include "norv_base.h"
 #include "norv_linux_i2c.h"
@@ -17,21 +18,10 @@ struct norv_i2c_bus_state {
 
 namespace {
 
-constexpr size_t pointer_size = sizeof(void*);
-static_assert(offsetof(norv_i2c_bus_t, read_reg) == 8);
-static_assert(offsetof(norv_i2c_bus_t, write_reg) == 8 + 1 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, read_regs) == 8 + 2 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, write_regs) == 8 + 3 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, read_reg_list) == 8 + 4 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, write_reg_list) == 8 + 5 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, raw_read) == 8 + 6 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, raw_write) == 8 + 7 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, reserved_operation) == 8 + 8 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, write_then_read) == 8 + 9 * pointer_size);
-static_assert(offsetof(norv_i2c_bus_t, state) == 8 + 10 * pointer_size);
-static_assert(sizeof(norv_i2c_reg_value_t) == 2 && offsetof(norv_i2c_reg_value_t, value) == 1);
-static_assert(sizeof(norv_i2c_bus_state_t) == 12 && offsetof(norv_i2c_bus_state_t, bus_number) == 4 &&
-              offsetof(norv_i2c_bus_state_t, address_mode) == 8);
+NORV_LAYOUT(norv_i2c_bus_t, NORV_32_64(56, 96), reserved, read_reg, write_reg, read_regs, write_regs,
+            read_reg_list, write_reg_list, raw_read, raw_write, reserved_operation, write_then_read, state);
+NORV_OFFSETS(norv_i2c_reg_value_t, 2, reg, 0, value, 1);
+NORV_OFFSETS(norv_i2c_bus_state_t, 12, descriptor, 0, bus_number, 4, address_mode, 8);
 
 // The target of an operation. For a bus that is not open the descriptor is null, which each transfer refuses.
 struct slave {

@@ -16,13 +16,9 @@
 #include "core/status.hpp"
 #include "norv_base.h"
 
-static_assert(sizeof(norv_spi_t) == 8 && offsetof(norv_spi_t, swap16) == 4);
-static_assert(sizeof(norv_spi_config_t) == 12 && offsetof(norv_spi_config_t, max_speed_hz) == 4 &&
-              offsetof(norv_spi_config_t, bits_per_word) == 8 && offsetof(norv_spi_config_t, lsb_first) == 9);
-static_assert(NORV_FOLLOWS(norv_spi_transfer_t, tx_buffer, rx_buffer) &&
-              NORV_FOLLOWS(norv_spi_transfer_t, rx_buffer, length) &&
-              NORV_FOLLOWS(norv_spi_transfer_t, length, delay_us) &&
-              sizeof(norv_spi_transfer_t) == 2 * sizeof(void*) + 8);
+NORV_OFFSETS(norv_spi_t, 8, descriptor, 0, swap16, 4);
+NORV_OFFSETS(norv_spi_config_t, 12, mode, 0, max_speed_hz, 4, bits_per_word, 8, lsb_first, 9);
+NORV_LAYOUT(norv_spi_transfer_t, 2 * sizeof(void*) + 8, tx_buffer, rx_buffer, length, delay_us);
 static_assert(sizeof(spi_ioc_transfer) == 32);
 static_assert(SPI_IOC_WR_MODE == 0x40016b01 && SPI_IOC_WR_LSB_FIRST == 0x40016b02 &&
               SPI_IOC_WR_BITS_PER_WORD == 0x40016b03 && SPI_IOC_WR_MAX_SPEED_HZ == 0x40046b04 &&

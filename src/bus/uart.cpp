@@ -12,6 +12,7 @@
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
 #include "core/ioctl.hpp"
+#include "core/layout.hpp"
 #include "core/status.hpp"
 #include "norv_base.h"
 #include "norv_file.h"
@@ -22,12 +23,8 @@ struct norv_uart {
     bool has_saved;  // an open that fails early must not restore settings that were never read
 };
 
-static_assert(offsetof(norv_uart, descriptor) == 0 && offsetof(norv_uart, saved) == 4);
-static_assert(sizeof(norv_uart_settings_t) == 20 && offsetof(norv_uart_settings_t, baud) == 0 &&
-              offsetof(norv_uart_settings_t, data_bits) == 4 &&
-              offsetof(norv_uart_settings_t, stop_bits) == 8 &&
-              offsetof(norv_uart_settings_t, parity) == 12 &&
-              offsetof(norv_uart_settings_t, flow_control) == 16);
+NORV_OFFSETS(norv_uart, 8 + sizeof(termios), descriptor, 0, saved, 4);
+NORV_OFFSETS(norv_uart_settings_t, 20, baud, 0, data_bits, 4, stop_bits, 8, parity, 12, flow_control, 16);
 
 namespace {
 

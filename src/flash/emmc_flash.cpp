@@ -13,6 +13,7 @@
 #include "core/descriptor.hpp"
 #include "core/handle.hpp"
 #include "core/ioctl.hpp"
+#include "core/layout.hpp"
 #include "core/memory.hpp"
 #include "core/status.hpp"
 #include "flash/alignment.hpp"
@@ -29,9 +30,7 @@ struct norv_emmc_flash {
     uint32_t write_unit_size;
 };
 
-static_assert(sizeof(norv_emmc_flash_t) == 24 && offsetof(norv_emmc_flash_t, size) == 8 &&
-              offsetof(norv_emmc_flash_t, erase_block_size) == 16 &&
-              offsetof(norv_emmc_flash_t, write_unit_size) == 20);
+NORV_OFFSETS(norv_emmc_flash_t, 24, descriptor, 0, size, 8, erase_block_size, 16, write_unit_size, 20);
 static_assert(sizeof(size_t) != 8 || (BLKBSZGET == 0x80081270 && BLKGETSIZE64 == 0x80081272));
 
 namespace {

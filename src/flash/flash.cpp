@@ -6,9 +6,8 @@
 
 #include "core/layout.hpp"
 
-static_assert(NORV_FOLLOWS(norv_flash_config_t, kind, emmc_path) &&
-              sizeof(norv_flash_config_t) == 2 * sizeof(void*));
-static_assert(NORV_FOLLOWS(norv_flash_t, kind, backend) && sizeof(norv_flash_t) == 2 * sizeof(void*));
+NORV_LAYOUT(norv_flash_config_t, 2 * sizeof(void*), kind, emmc_path);
+NORV_LAYOUT(norv_flash_t, 2 * sizeof(void*), kind, backend);
 
 namespace {
 

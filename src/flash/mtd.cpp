@@ -15,7 +15,8 @@
 #include "core/layout.hpp"
 #include "core/status.hpp"
 
-static_assert(NORV_FOLLOWS(norv_mtd_t, descriptor, info) && sizeof(mtd_info_user) == 32);
+static_assert(sizeof(mtd_info_user) == 32);
+NORV_LAYOUT(norv_mtd_t, 40, descriptor, info);
 static_assert(MEMGETINFO == 0x80204d01 && MEMERASE == 0x40084d02 && MEMGETBADBLOCK == 0x40084d0b &&
               MEMSETBADBLOCK == 0x40084d0c);
 static_assert(sizeof(void*) == 4 || (MEMWRITEOOB == 0xc0104d03 && MEMREADOOB == 0xc0104d04));

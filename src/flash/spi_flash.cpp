@@ -15,12 +15,9 @@
 #include "core/status.hpp"
 #include "flash/spi_flash.hpp"
 
-static_assert(NORV_FOLLOWS(norv_spi_flash_region_t, base, device));
-static_assert(NORV_FOLLOWS(norv_spi_flash_t, size, region_count) &&
-              NORV_FOLLOWS(norv_spi_flash_t, region_count, regions));
-static_assert(sizeof(norv_flash_info_t) == 24 && offsetof(norv_flash_info_t, size) == 8 &&
-              offsetof(norv_flash_info_t, erase_block_size) == 16 &&
-              offsetof(norv_flash_info_t, write_unit_size) == 20);
+NORV_LAYOUT(norv_spi_flash_region_t, 48, base, device);
+NORV_LAYOUT(norv_spi_flash_t, 8 + sizeof(void*), size, region_count, regions);
+NORV_OFFSETS(norv_flash_info_t, 24, reserved, 0, size, 8, erase_block_size, 16, write_unit_size, 20);
 
 namespace {
 

@@ -14,9 +14,8 @@
 #include "core/status.hpp"
 #include "hotplug/uevent_socket.hpp"
 
-static_assert(offsetof(norv_uevent_t, buffer_size) == 0 && offsetof(norv_uevent_t, fd) == 8);
-static_assert(NORV_FOLLOWS(norv_uevent_t, fd, buffer));
-static_assert(sizeof(norv_uevent_t) == (sizeof(void*) == 8 ? 24 : 16));
+NORV_OFFSETS(norv_uevent_t, NORV_32_64(16, 24), buffer_size, 0, fd, 8);
+NORV_LAYOUT(norv_uevent_t, NORV_32_64(16, 24), buffer_size, fd, buffer);
 
 // Sorted for the parser's binary search. quirk 108: writable, because programs were built against it as such.
 constinit const char* p_uevent_key[NORV_UEVENT_KEY_COUNT] = {

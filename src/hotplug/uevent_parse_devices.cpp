@@ -6,38 +6,13 @@
 #include "core/list.hpp"
 #include "hotplug/uevent_parse.hpp"
 
-static_assert(NORV_FOLLOWS(norv_uevent_link_t, next, prev) && offsetof(norv_uevent_link_t, next) == 0);
-static_assert(NORV_FOLLOWS(norv_uevent_device_list_t, count, devices) &&
-              offsetof(norv_uevent_device_list_t, count) == 0);
-
-static_assert(offsetof(norv_uevent_device_t, link) == 0);
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, link, action));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, action, major));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, major, minor));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, minor, connector));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, connector, syspath));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, syspath, subsystem));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, subsystem, devnode));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, devnode, devtype));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, devtype, product));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, product, product_name));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, product_name, child_count));
-static_assert(NORV_FOLLOWS(norv_uevent_device_t, child_count, children));
-static_assert(sizeof(norv_uevent_device_t) == (sizeof(void*) == 8 ? 3128 : 3108));
-
-static_assert(offsetof(norv_uevent_child_t, link) == 0);
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, link, major));
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, major, minor));
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, minor, syspath));
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, syspath, subsystem));
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, subsystem, devnode));
-static_assert(NORV_FOLLOWS(norv_uevent_child_t, devnode, parent_product_name));
-static_assert(sizeof(norv_uevent_child_t) == (sizeof(void*) == 8 ? 2072 : 2064));
-
-static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, filter, buffer_size));
-static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, buffer_size, handler));
-static_assert(NORV_FOLLOWS(norv_uevent_parse_settings_t, handler, user));
-static_assert(sizeof(norv_uevent_parse_settings_t) == (sizeof(void*) == 8 ? 24 : 16));
+NORV_LAYOUT(norv_uevent_link_t, 2 * sizeof(void*), next, prev);
+NORV_LAYOUT(norv_uevent_device_list_t, NORV_32_64(12, 24), count, devices);
+NORV_LAYOUT(norv_uevent_device_t, NORV_32_64(3108, 3128), link, action, major, minor, connector, syspath,
+            subsystem, devnode, devtype, product, product_name, child_count, children);
+NORV_LAYOUT(norv_uevent_child_t, NORV_32_64(2064, 2072), link, major, minor, syspath, subsystem, devnode,
+            parent_product_name);
+NORV_LAYOUT(norv_uevent_parse_settings_t, NORV_32_64(16, 24), filter, buffer_size, handler, user);
 
 namespace norv {
 namespace {

@@ -11,28 +11,15 @@
 #include "core/layout.hpp"
 #include "core/status.hpp"
 
-static_assert(offsetof(norv_epoll_t, epoll_descriptor) == 8 && offsetof(norv_epoll_t, exit) == 12);
-static_assert(NORV_FOLLOWS(norv_epoll_t, exit, ready));
-static_assert(NORV_FOLLOWS(norv_epoll_t, ready, ready_count));
-static_assert(NORV_FOLLOWS(norv_epoll_t, ready_count, dispatch_index));
-static_assert(NORV_FOLLOWS(norv_epoll_t, dispatch_index, timers));
-static_assert(NORV_FOLLOWS(norv_epoll_t, timers, delayed_sequence));
-static_assert(NORV_FOLLOWS(norv_epoll_t, delayed_sequence, delayed));
-static_assert(NORV_FOLLOWS(norv_epoll_t, delayed, loop_thread));
-static_assert(NORV_FOLLOWS(norv_epoll_t, loop_thread, call_mutex));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_mutex, call_descriptor));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_descriptor, call_function));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_function, call_argument1));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_argument1, call_argument2));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_argument2, call_result));
-static_assert(NORV_FOLLOWS(norv_epoll_t, call_result, call_done));
-static_assert(offsetof(norv_epoll_fd_t, loop) == 0);
-static_assert(NORV_FOLLOWS(norv_epoll_fd_t, loop, descriptor));
-static_assert(NORV_FOLLOWS(norv_epoll_fd_t, descriptor, handler));
+NORV_OFFSETS(norv_epoll_t, sizeof(norv_epoll_t), epoll_descriptor, 8, exit, 12);
+NORV_LAYOUT(norv_epoll_t, sizeof(norv_epoll_t), reserved, epoll_descriptor, exit, ready, ready_count,
+            dispatch_index, timers, delayed_sequence, delayed, loop_thread, call_mutex, call_descriptor,
+            call_function, call_argument1, call_argument2, call_result, call_done);
+NORV_LAYOUT(norv_epoll_fd_t, NORV_32_64(12, 24), loop, descriptor, handler);
 #if defined(__x86_64__)
-static_assert(sizeof(epoll_event) == 12 && offsetof(norv_epoll_t, ready) == 13);
-static_assert(offsetof(norv_epoll_t, timers) == 3096);
-static_assert(offsetof(norv_epoll_fd_t, handler) == 16 && sizeof(norv_epoll_fd_t) == 24);
+static_assert(sizeof(epoll_event) == 12);
+NORV_OFFSETS(norv_epoll_t, sizeof(norv_epoll_t), ready, 13, timers, 3096);
+NORV_OFFSETS(norv_epoll_fd_t, 24, handler, 16);
 #endif
 
 namespace {

@@ -10,16 +10,11 @@
 #include "norv_epoll.h"
 #include "norv_linux_timer.h"
 
-static_assert(offsetof(norv_epoll_event_fd_t, registration) == 0);
-static_assert(NORV_FOLLOWS(norv_epoll_event_fd_t, registration, reserved));
-static_assert(NORV_FOLLOWS(norv_epoll_event_fd_t, reserved, callback));
-static_assert(offsetof(norv_epoll_timer_fd_t, registration) == 0);
-static_assert(NORV_FOLLOWS(norv_epoll_timer_fd_t, registration, reserved));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_fd_t, reserved, callback));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_fd_t, callback, timer));
+NORV_LAYOUT(norv_epoll_event_fd_t, NORV_32_64(32, 40), registration, reserved, callback);
+NORV_LAYOUT(norv_epoll_timer_fd_t, NORV_32_64(32, 48), registration, reserved, callback, timer);
 #if __SIZEOF_POINTER__ == 8
-static_assert(offsetof(norv_epoll_event_fd_t, reserved) == 24 && sizeof(norv_epoll_event_fd_t) == 40);
-static_assert(offsetof(norv_epoll_timer_fd_t, timer) == 40 && sizeof(norv_epoll_timer_fd_t) == 48);
+NORV_OFFSETS(norv_epoll_event_fd_t, 40, reserved, 24);
+NORV_OFFSETS(norv_epoll_timer_fd_t, 48, timer, 40);
 #endif
 
 namespace {

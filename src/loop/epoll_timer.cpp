@@ -6,25 +6,15 @@
 #include "core/layout.hpp"
 #include "loop/epoll.hpp"
 
-static_assert(offsetof(norv_epoll_timer_t, loop) == 0);
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, loop, callback));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, callback, name));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, name, expiry));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, expiry, period));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, period, repeat));
-static_assert(NORV_FOLLOWS(norv_epoll_timer_t, repeat, node));
-static_assert(offsetof(norv_epoll_delayed_t, loop) == 0);
-static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, loop, callback));
-static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, callback, user));
-static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, user, sequence));
-static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, sequence, priority));
-static_assert(NORV_FOLLOWS(norv_epoll_delayed_t, priority, node));
+NORV_LAYOUT(norv_epoll_timer_t, sizeof(norv_epoll_timer_t), loop, callback, name, expiry, period, repeat,
+            node);
+NORV_LAYOUT(norv_epoll_delayed_t, sizeof(norv_epoll_delayed_t), loop, callback, user, sequence, priority,
+            node);
 static_assert(offsetof(norv_heap_t, top) == 0 && offsetof(norv_heap_node_t, queued) == 0);
 #if __SIZEOF_POINTER__ == 8
-static_assert(offsetof(norv_epoll_timer_t, expiry) == 24 && offsetof(norv_epoll_timer_t, period) == 32);
-static_assert(offsetof(norv_epoll_timer_t, repeat) == 36 && offsetof(norv_epoll_timer_t, node) == 40);
-static_assert(offsetof(norv_epoll_delayed_t, user) == 16 && offsetof(norv_epoll_delayed_t, sequence) == 24);
-static_assert(offsetof(norv_epoll_delayed_t, priority) == 28 && offsetof(norv_epoll_delayed_t, node) == 32);
+NORV_OFFSETS(norv_epoll_timer_t, sizeof(norv_epoll_timer_t), expiry, 24, period, 32, repeat, 36, node, 40);
+NORV_OFFSETS(norv_epoll_delayed_t, sizeof(norv_epoll_delayed_t), user, 16, sequence, 24, priority, 28, node,
+             32);
 #endif
 
 namespace {

@@ -15,11 +15,8 @@
 #include "core/status.hpp"
 #include "norv_base.h"
 
-static_assert(sizeof(norv_linux_timer_t) == 4);
-static_assert(offsetof(norv_linux_timer_mgr_t, get_time) == 16);
-static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, get_time, set_alarm));
-static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, set_alarm, release));
-static_assert(NORV_FOLLOWS(norv_linux_timer_mgr_t, release, context));
+NORV_OFFSETS(norv_linux_timer_t, 4, descriptor, 0);
+NORV_LAYOUT(norv_linux_timer_mgr_t, 16 + 4 * sizeof(void*), reserved, get_time, set_alarm, release, context);
 
 namespace {
 
@@ -42,9 +39,7 @@ timespec time_of(uint64_t ticks) {
 struct manager_context {
     norv_linux_timer_t* timer;
 };
-#if __SIZEOF_POINTER__ == 8
-static_assert(sizeof(manager_context) == 8 && sizeof(norv_linux_timer_mgr_t) == 48);
-#endif
+NORV_OFFSETS(manager_context, sizeof(void*), timer, 0);
 
 // Null after release: the operations then do what they do for a null timer.
 norv_linux_timer_t* timer_of(const norv_linux_timer_mgr_t* manager) {

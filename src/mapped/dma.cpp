@@ -28,10 +28,7 @@ struct norv_linux_dma {
     void* entries;  // of the lock, null when not locked
 };
 
-static_assert(offsetof(norv_linux_dma, manager) == 0 && NORV_FOLLOWS(norv_linux_dma, manager, descriptor) &&
-              NORV_FOLLOWS(norv_linux_dma, descriptor, size) && NORV_FOLLOWS(norv_linux_dma, size, type) &&
-              NORV_FOLLOWS(norv_linux_dma, type, mapping) && NORV_FOLLOWS(norv_linux_dma, mapping, entries));
-static_assert(sizeof(void*) != 8 || sizeof(norv_linux_dma) == 48);
+NORV_LAYOUT(norv_linux_dma, NORV_32_64(32, 48), manager, descriptor, size, type, mapping, entries);
 
 namespace {
 
@@ -74,14 +71,10 @@ struct sync_request {
     uint64_t value64;
 };
 
-static_assert(sizeof(create_request) == 32 && offsetof(create_request, type) == 8 &&
-              offsetof(create_request, reserved) == 12 && offsetof(create_request, descriptor) == 16 &&
-              offsetof(create_request, address) == 24);
-static_assert(sizeof(lock_request) == 8 && offsetof(lock_request, count) == 4);
-static_assert(sizeof(entries_request) == 16 && offsetof(entries_request, count) == 4 &&
-              offsetof(entries_request, array) == 8);
-static_assert(sizeof(sync_request) == 24 && offsetof(sync_request, direction) == 4 &&
-              offsetof(sync_request, value32) == 8 && offsetof(sync_request, value64) == 16);
+NORV_OFFSETS(create_request, 32, size, 0, type, 8, reserved, 12, descriptor, 16, address, 24);
+NORV_OFFSETS(lock_request, 8, descriptor, 0, count, 4);
+NORV_OFFSETS(entries_request, 16, descriptor, 0, count, 4, array, 8);
+NORV_OFFSETS(sync_request, 24, descriptor, 0, direction, 4, value32, 8, value64, 16);
 
 constexpr unsigned long request_create = _IOWR('U', 0, create_request);
 constexpr unsigned long request_lock = _IOWR('U', 1, lock_request);

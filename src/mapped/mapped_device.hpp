@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/layout.hpp"
 #include "norv_status.h"
 #include "norv_uio.h"
 #include "norv_umcb.h"
@@ -38,9 +39,10 @@ struct mapped_device {
     pci_configuration* pci;  // null on a platform device; of a UMCB device always: it is not used
 };
 
-static_assert(sizeof(mapped_node) == 16 + sizeof(uint64_t) && sizeof(void*) <= 8);
-static_assert(offsetof(mapped_device, kind) == 24 && offsetof(mapped_device, ops) == 24 + sizeof(void*) &&
-              offsetof(mapped_device, pci) == 24 + 2 * sizeof(void*));
+NORV_LAYOUT(mapped_node, 24, index, descriptor, map, map_size);
+NORV_OFFSETS(mapped_device, NORV_32_64(40, 48), kind, 24, ops, 24 + sizeof(void*), pci,
+             24 + 2 * sizeof(void*));
+static_assert(sizeof(void*) <= 8);
 
 // One aligned 32-bit access through the pointer is one bus access.
 inline volatile uint32_t* register_at(void* map, uint32_t offset) {

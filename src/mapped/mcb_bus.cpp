@@ -10,21 +10,10 @@
 #include "mapped/mapped_device.hpp"
 #include "norv_base.h"
 
-static_assert(sizeof(norv_mcb_reg_value_t) == 8 && offsetof(norv_mcb_reg_value_t, value) == 4);
-static_assert(sizeof(norv_mcb_bus_t) == 15 * sizeof(void*) && offsetof(norv_mcb_bus_t, flags) == 0 &&
-              offsetof(norv_mcb_bus_t, read) == sizeof(void*));
-static_assert(NORV_FOLLOWS(norv_mcb_bus_t, read, write) && NORV_FOLLOWS(norv_mcb_bus_t, write, read_list) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, read_list, write_list) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, write_list, read_burst) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, read_burst, write_burst) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, write_burst, read_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, read_based, write_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, write_based, read_list_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, read_list_based, write_list_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, write_list_based, read_burst_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, read_burst_based, write_burst_based) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, write_burst_based, close) &&
-              NORV_FOLLOWS(norv_mcb_bus_t, close, context));
+NORV_OFFSETS(norv_mcb_reg_value_t, 8, address, 0, value, 4);
+NORV_LAYOUT(norv_mcb_bus_t, 15 * sizeof(void*), flags, read, write, read_list, write_list, read_burst,
+            write_burst, read_based, write_based, read_list_based, write_list_based, read_burst_based,
+            write_burst_based, close, context);
 
 // One word: the address of the handle variable.
 struct norv_mcb_bus_context {

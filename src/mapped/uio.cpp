@@ -13,15 +13,8 @@
 #include "core/status.hpp"
 #include "mapped/mapped_device.hpp"
 
-static_assert(sizeof(norv_uio_ops_t) == 7 * sizeof(void*) && offsetof(norv_uio_ops_t, open) == 0 &&
-              NORV_FOLLOWS(norv_uio_ops_t, open, close) && NORV_FOLLOWS(norv_uio_ops_t, close, map) &&
-              NORV_FOLLOWS(norv_uio_ops_t, map, unmap) && NORV_FOLLOWS(norv_uio_ops_t, unmap, enable_irq) &&
-              NORV_FOLLOWS(norv_uio_ops_t, enable_irq, disable_irq) &&
-              NORV_FOLLOWS(norv_uio_ops_t, disable_irq, get_info));
-static_assert(sizeof(norv_uio_info_t) == 28 && offsetof(norv_uio_info_t, kind) == 0 &&
-              NORV_FOLLOWS(norv_uio_info_t, kind, vendor) && NORV_FOLLOWS(norv_uio_info_t, vendor, device) &&
-              NORV_FOLLOWS(norv_uio_info_t, device, domain) && NORV_FOLLOWS(norv_uio_info_t, domain, bus) &&
-              NORV_FOLLOWS(norv_uio_info_t, bus, slot) && NORV_FOLLOWS(norv_uio_info_t, slot, function));
+NORV_LAYOUT(norv_uio_ops_t, 7 * sizeof(void*), open, close, map, unmap, enable_irq, disable_irq, get_info);
+NORV_LAYOUT(norv_uio_info_t, 28, kind, vendor, device, domain, bus, slot, function);
 
 namespace {
 

@@ -17,8 +17,7 @@
 #include "mapped/mcb_bus.hpp"
 #include "norv_file.h"
 
-static_assert(sizeof(norv_umcb_ops_t) == 3 * sizeof(void*) && offsetof(norv_umcb_ops_t, open) == 0 &&
-              NORV_FOLLOWS(norv_umcb_ops_t, open, close) && NORV_FOLLOWS(norv_umcb_ops_t, close, get_info));
+NORV_LAYOUT(norv_umcb_ops_t, 3 * sizeof(void*), open, close, get_info);
 
 namespace {
 
@@ -37,7 +36,7 @@ constexpr unsigned long enable_source = _IO('r', 0);
 constexpr unsigned long disable_source = _IO('r', 1);
 constexpr unsigned long clear_event = _IO('r', 2);
 
-static_assert(sizeof(irq_registration) == 8 && offsetof(irq_registration, descriptor) == 4);
+NORV_OFFSETS(irq_registration, 8, irq, 0, descriptor, 4);
 static_assert(set_mode == 0x40046D00 && register_irq == 0xC0086D03 && set_type == 0x40046D04);
 static_assert(enable_all == 0x6D01 && disable_all == 0x6D02);
 static_assert(enable_source == 0x7200 && disable_source == 0x7201 && clear_event == 0x7202);

@@ -10,10 +10,11 @@
 
 #include "core/attribute.hpp"
 #include "core/descriptor.hpp"
+#include "core/layout.hpp"
 #include "core/poll.hpp"
 #include "core/status.hpp"
 
-static_assert(sizeof(norv_linux_gpio_t) == 8 && offsetof(norv_linux_gpio_t, value_descriptor) == 4);
+NORV_OFFSETS(norv_linux_gpio_t, 8, number, 0, value_descriptor, 4);
 
 namespace {
 

@@ -10,9 +10,10 @@
 
 #include "core/attribute.hpp"
 #include "core/descriptor.hpp"
+#include "core/layout.hpp"
 #include "core/status.hpp"
 
-static_assert(sizeof(norv_linux_pwm_t) == 8 && offsetof(norv_linux_pwm_t, channel) == 4);
+NORV_OFFSETS(norv_linux_pwm_t, 8, chip, 0, channel, 4);
 
 namespace {
 

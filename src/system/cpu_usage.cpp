@@ -6,9 +6,7 @@
 #include "core/status.hpp"
 #include "system/proc_file.hpp"
 
-static_assert(offsetof(norv_cpu_usage_t, file) == 0 && NORV_FOLLOWS(norv_cpu_usage_t, file, usage) &&
-              NORV_FOLLOWS(norv_cpu_usage_t, usage, last_idle) &&
-              NORV_FOLLOWS(norv_cpu_usage_t, last_idle, last_total));
+NORV_LAYOUT(norv_cpu_usage_t, NORV_32_64(16, 24), file, usage, last_idle, last_total);
 
 namespace {
 

@@ -9,13 +9,8 @@
 #include "norv_base.h"
 #include "system/proc_file.hpp"
 
-static_assert(offsetof(norv_net_usage_t, file) == 0 && NORV_FOLLOWS(norv_net_usage_t, file, last_ms) &&
-              NORV_FOLLOWS(norv_net_usage_t, last_ms, ifname) &&
-              NORV_FOLLOWS(norv_net_usage_t, ifname, started) &&
-              NORV_FOLLOWS(norv_net_usage_t, started, tx_rate) &&
-              NORV_FOLLOWS(norv_net_usage_t, tx_rate, rx_rate) &&
-              NORV_FOLLOWS(norv_net_usage_t, rx_rate, last_tx) &&
-              NORV_FOLLOWS(norv_net_usage_t, last_tx, last_rx));
+NORV_LAYOUT(norv_net_usage_t, NORV_32_64(60, 64), file, last_ms, ifname, started, tx_rate, rx_rate, last_tx,
+            last_rx);
 
 namespace {
 

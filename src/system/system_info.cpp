@@ -13,10 +13,7 @@
 #include "core/status.hpp"
 #include "system/proc_file.hpp"
 
-static_assert(sizeof(norv_mem_info_t) == 20 && NORV_FOLLOWS(norv_mem_info_t, total, free) &&
-              NORV_FOLLOWS(norv_mem_info_t, free, available) &&
-              NORV_FOLLOWS(norv_mem_info_t, available, buffers) &&
-              NORV_FOLLOWS(norv_mem_info_t, buffers, cached));
+NORV_LAYOUT(norv_mem_info_t, 20, total, free, available, buffers, cached);
 
 namespace {
 
