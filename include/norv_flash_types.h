@@ -34,7 +34,7 @@
  *
  * The journal must identify its update, by the flash, the area, and the size and a checksum of the image, so
  * that it is not used for another one. After the last run, read the whole image back and compare it. The
- * examples emmc_update.c and flash_update.c do all of this.
+ * examples flash_update.c and spi_flash_update.c do all of this.
  *
  * After a cancellation, and only then, a write may also be continued without another erase: from the start of
  * the area, with `done` as the skip.

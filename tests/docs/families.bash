@@ -1,15 +1,20 @@
 # SPDX-License-Identifier: MIT
-# Sourced by the checks of the documents: which family a source belongs to.
+# Sourced by the checks of the documents: which family a file belongs to. There is a page for each family.
 # shellcheck shell=bash
 
-# Sources that share the tests and the page of the family after the colon.
-parts=(epoll_loop:epoll epoll_timer:epoll spi_flash_erase:spi_flash spi_flash_transfer:spi_flash
-    mapped_device:uio uevent_parse_devices:uevent_parse uevent_parse_enumeration:uevent_parse)
+# A helper of several families shares the tests of the one after the colon.
+parts=(mapped_device:uio)
 
+# The family with the longest name that the name of a file, without its suffix, is or begins with; nothing for a file of no
+# family.
 family_of() {
-    local part
+    local part name=$1
     for part in "${parts[@]}"; do
-        [[ $1 != "${part%%:*}" ]] || { echo "${part##*:}" && return; }
+        [[ $1 != "${part%%:*}" ]] || name=${part##*:}
     done
-    echo "$1"
+    while [[ ! -f docs/families/$name.md ]]; do
+        [[ $name == *_* ]] || return 0
+        name=${name%_*}
+    done
+    echo "$name"
 }

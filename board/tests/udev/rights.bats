@@ -167,11 +167,11 @@ waits_for() {
 }
 
 @test "rights: RealTimePriorityNeedsSysNiceOrItsLimit" {
-    run stranger thread_setup
+    run stranger linux_thread_setup
     [[ $output != *'got real time'* ]]
-    run stranger_with sys_nice thread_setup
+    run stranger_with sys_nice linux_thread_setup
     [[ $output == *'got real time'* ]]
-    (prlimit --pid "$BASHPID" --rtprio=99 && stranger thread_setup) | grep 'got real time'
+    (prlimit --pid "$BASHPID" --rtprio=99 && stranger linux_thread_setup) | grep 'got real time'
 }
 
 @test "rights: PciIdentitiesNeedRoot" {

@@ -2,7 +2,7 @@
 /*
  * A periodic job that does not drift: a kernel timer wakes it, and it reports how late each wake-up was.
  *
- *     interval_timer [PERIOD_MS [COUNT]]      default: 20 10
+ *     linux_timer_interval [PERIOD_MS [COUNT]]      default: 20 10
  *
  * Needs no hardware. The alarms are at absolute times, so that a late one does not shift the next ones.
  */
@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
     uint64_t start = 0;
 
     if (period == 0 || count == 0) {
-        fprintf(stderr, "usage: interval_timer [PERIOD_MS [COUNT]]\n");
+        fprintf(stderr, "usage: linux_timer_interval [PERIOD_MS [COUNT]]\n");
         return EXIT_FAILURE;
     }
     must("open a timer", norv_linux_timer_open(&timer));

@@ -39,7 +39,7 @@ bool has(const char* name) {
 
 // The nodes that overlays have added to the board's tree.
 std::string nodes() {
-    return attribute("/sys/kernel/debug/norv_board_overlay/nodes");
+    return attribute("/sys/kernel/debug/norv_board_dt_overlay/nodes");
 }
 
 // Whether there is such a device, below this bus: PARENT/NAME, or NAME for any.

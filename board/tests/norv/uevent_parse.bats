@@ -24,19 +24,19 @@ product_is() {
 
 until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
 
-@test "usb: DevicesAreListed" {
+@test "uevent_parse: DevicesAreListed" {
     norv usb list
     succeeds
     [[ ${lines[0]} == "DEVICE               PRODUCT        NAME" ]]
     [[ $output =~ /dev/bus/usb/[0-9]{3}/[0-9]{3}\ +1d6b/104/[0-9a-f]+ ]] || fail "printed: $output"
 }
 
-@test "usb: DevicesAsJson" {
+@test "uevent_parse: DevicesAsJson" {
     norv usb list --json
     prints_json 'any((.product | startswith("1d6b/104/")) and (.node | startswith("/dev/bus/usb/")) and .nodes == [])'
 }
 
-@test "usb: ControlCharactersInANameAreEscaped" {
+@test "uevent_parse: ControlCharactersInANameAreEscaped" {
     product_is $'red\e[31m\xc2\x9b1m\xc3\xbc'
     norv usb list
     succeeds
@@ -46,7 +46,7 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
     product_is ""
 }
 
-@test "usb: AWatchShowsWhatIsThereAndThenWhatGoesAndComes" {
+@test "uevent_parse: AWatchShowsWhatIsThereAndThenWhatGoesAndComes" {
     norv_in_background usb watch --timeout 120000
     appears " present  /dev/bus/usb/"
     "$NORV" gadget disconnect
@@ -59,7 +59,7 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
     [[ $(grep --count ' 1d6b/104/' "$BATS_TEST_TMPDIR/background") -eq 3 ]]
 }
 
-@test "usb: AWatchEndsAfterAsManyChangesAsWereAskedFor" {
+@test "uevent_parse: AWatchEndsAfterAsManyChangesAsWereAskedFor" {
     norv_in_background usb watch --json --count 1 --timeout 120000
     appears '"event":"present"'
     "$NORV" gadget disconnect
@@ -67,7 +67,7 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "$state"; }
     [[ $(grep --count '"event":"remove"' "$BATS_TEST_TMPDIR/background") -eq 1 ]]
 }
 
-@test "usb: AWatchEndsWithAFailureWhenNothingChanges" {
+@test "uevent_parse: AWatchEndsWithAFailureWhenNothingChanges" {
     norv usb watch --timeout 10
     fails "usb: TIMEOUT: nothing arrived in time"
 }

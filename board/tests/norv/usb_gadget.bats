@@ -15,18 +15,18 @@ setup() {
 
 until_state() { wait_until grep --quiet --line-regexp "$1" "/sys/class/udc/$controller/state"; }
 
-@test "gadget: AConfiguredControllerIsListed" {
+@test "usb_gadget: AConfiguredControllerIsListed" {
     norv gadget list
     succeeds
     [[ ${lines[1]} == "configured    high-speed "*" demo "*" $controller" ]] || fail "printed: $output"
 }
 
-@test "gadget: ControllersAsJson" {
+@test "usb_gadget: ControllersAsJson" {
     norv gadget list --json
     prints_json '.[0].controller == "dummy_udc.0" and .[0].state == "configured" and .[0].is_host_win == false'
 }
 
-@test "gadget: ADisconnectedControllerIsNotAttachedUntilItIsConnected" {
+@test "usb_gadget: ADisconnectedControllerIsNotAttachedUntilItIsConnected" {
     norv gadget disconnect
     succeeds ""
     until_state "not attached"
@@ -35,7 +35,7 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "/sys/class/udc/$cont
     until_state configured
 }
 
-@test "gadget: AWatchShowsTheStateAndThenItsChanges" {
+@test "usb_gadget: AWatchShowsTheStateAndThenItsChanges" {
     norv_in_background gadget watch --json --count 1 --timeout 60000
     appears '"controller":"dummy_udc.0","state":"configured"'
     "$NORV" gadget disconnect
@@ -43,7 +43,7 @@ until_state() { wait_until grep --quiet --line-regexp "$1" "/sys/class/udc/$cont
     background_ends
 }
 
-@test "gadget: AWatchEndsWithAFailureWhenTheStateStays" {
+@test "usb_gadget: AWatchEndsWithAFailureWhenTheStateStays" {
     norv gadget watch --timeout 1 "$controller"
     fails "gadget $controller: TIMEOUT: nothing arrived in time"
 }

@@ -2,7 +2,7 @@
 /*
  * Prepares a control thread: its name, its processor, and real-time priority.
  *
- *     thread_setup [PROCESSOR]      default: 0
+ *     linux_thread_setup [PROCESSOR]      default: 0
  *
  * Needs no hardware. Without the privilege, the thread keeps its ordinary priority, which the library does
  * not report: a program for which it matters checks it, as this one does.

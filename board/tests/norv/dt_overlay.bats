@@ -4,7 +4,7 @@
 
 load ../../../tests/norv/support
 
-nodes=/sys/kernel/debug/norv_board_overlay/nodes
+nodes=/sys/kernel/debug/norv_board_dt_overlay/nodes
 
 teardown() {
     local overlay
@@ -13,7 +13,7 @@ teardown() {
     done
 }
 
-@test "overlay: ALoadedOverlayAddsItsNodesUntilItIsUnloaded" {
+@test "dt_overlay: ALoadedOverlayAddsItsNodesUntilItIsUnloaded" {
     norv overlay load --yes "$NORV_TESTS/axi_uart.dtbo"
     expect_status 0
     [[ $(<"$nodes") == /axi/serial@a0000000 ]]
@@ -24,13 +24,13 @@ teardown() {
     [[ -z $(<"$nodes") ]]
 }
 
-@test "overlay: AnOverlayMayBeCalledSomethingElse" {
+@test "dt_overlay: AnOverlayMayBeCalledSomethingElse" {
     norv overlay load --yes --name uart "$NORV_TESTS/axi_uart.dtbo"
     norv overlay status --json
     prints_json '. == [{"name": "uart", "applied": true}]'
 }
 
-@test "overlay: WhatWillBeDoneIsSaidAndNothingIsDoneWithoutYes" {
+@test "dt_overlay: WhatWillBeDoneIsSaidAndNothingIsDoneWithoutYes" {
     norv overlay load "$NORV_TESTS/axi_uart.dtbo"
     is_wrong_usage "This will load $NORV_TESTS/axi_uart.dtbo as overlay \"axi_uart\""
     norv overlay status
@@ -41,7 +41,7 @@ teardown() {
     [[ $(<"$nodes") == /axi/serial@a0000000 ]]
 }
 
-@test "overlay: OneThatIsNotAppliedIsTakenBack" {
+@test "dt_overlay: OneThatIsNotAppliedIsTakenBack" {
     norv overlay load --yes "$NORV_TESTS/nowhere.dtbo"
     expect_status 1
     [[ $stderr == *"overlay nowhere: NOT_APPLIED: the kernel refused it; does it fit the board's device tree? See dmesg" ]]
@@ -49,14 +49,14 @@ teardown() {
     succeeds "APPLIED  NAME"
 }
 
-@test "overlay: ANameInUseIsNamedAndKeepsItsOverlay" {
+@test "dt_overlay: ANameInUseIsNamedAndKeepsItsOverlay" {
     norv overlay load --yes --name one "$NORV_TESTS/axi_uart.dtbo"
     norv overlay load --yes --name one "$NORV_TESTS/root_leds.dtbo"
     fails "overlay one: EEXIST: the name is in use; unload it first"
     [[ $(<"$nodes") == /axi/serial@a0000000 ]]
 }
 
-@test "overlay: OneThatIsThereButNotAppliedIsShownAsSuch" {
+@test "dt_overlay: OneThatIsThereButNotAppliedIsShownAsSuch" {
     mkdir /sys/kernel/config/device-tree/overlays/empty
     norv overlay status
     succeeds $'APPLIED  NAME\nno       empty'

@@ -19,9 +19,9 @@ load support
 @test "AKernelWithoutOverlaysIsNamedAsTheCause" {
     [[ ! -e /sys/kernel/config/device-tree/overlays ]] || skip "this machine's kernel has overlays"
     norv overlay load --yes "$BATS_TEST_FILENAME"
-    fails_in /sys/kernel/config/device-tree/overlays "overlay overlay" ""
-    norv overlay load --yes "$(padded 260 "$BATS_TEST_DIRNAME" overlay.bats)"
-    fails_in /sys/kernel/config/device-tree/overlays "overlay overlay" ""
+    fails_in /sys/kernel/config/device-tree/overlays "overlay dt_overlay" ""
+    norv overlay load --yes "$(padded 260 "$BATS_TEST_DIRNAME" dt_overlay.bats)"
+    fails_in /sys/kernel/config/device-tree/overlays "overlay dt_overlay" ""
 }
 
 @test "ANameIsThatOfOneDirectory" {

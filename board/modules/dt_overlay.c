@@ -15,7 +15,7 @@
 // overlay. The name is made of the node's: serial@a0000000 becomes a0000000.serial. The device has no
 // resources and finds no driver: that would take a kernel that is built with device trees (CONFIG_OF).
 //
-// /sys/kernel/debug/norv_board_overlay/nodes lists the nodes that the applied overlays have added.
+// /sys/kernel/debug/norv_board_dt_overlay/nodes lists the nodes that the applied overlays have added.
 
 #include <linux/configfs.h>
 #include <linux/debugfs.h>
@@ -202,7 +202,7 @@ static bool note_label(struct overlay* overlay, struct reader* reader, const cha
     }
     node = node_with_label(name);
     if (!node) {
-        pr_err("norv_board_overlay: %s: the tree has no label %s\n", reader->overlay, name);
+        pr_err("norv_board_dt_overlay: %s: the tree has no label %s\n", reader->overlay, name);
         return false;
     }
     if (length == 0 || value[length - 1] != '\0') {
@@ -253,7 +253,7 @@ static bool begin_added_node(struct overlay* overlay, struct reader* reader, con
     }
     if (reader->depth == 2 && strcmp(name, "__overlay__") == 0) {
         if (!reader->target) {
-            pr_err("norv_board_overlay: %s: the tree has no node for %s\n", reader->overlay,
+            pr_err("norv_board_dt_overlay: %s: the tree has no node for %s\n", reader->overlay,
                    reader->names[1]);
             return false;
         }
@@ -397,7 +397,7 @@ static void add_device(struct added_node* node) {
     info.parent = node->target->device ? &node->target->device->dev : NULL;
     node->device = platform_device_register_full(&info);
     if (IS_ERR(node->device)) {
-        pr_err("norv_board_overlay: the device %s cannot be made (%ld)\n", name, PTR_ERR(node->device));
+        pr_err("norv_board_dt_overlay: the device %s cannot be made (%ld)\n", name, PTR_ERR(node->device));
         node->device = NULL;
     }
 }
@@ -546,7 +546,7 @@ static int __init board_overlay_init(void) {
         release_bus();
         return error;
     }
-    directory = debugfs_create_dir("norv_board_overlay", NULL);
+    directory = debugfs_create_dir("norv_board_dt_overlay", NULL);
     debugfs_create_file("nodes", 0444, directory, NULL, &nodes_fops);
     return 0;
 }

@@ -11,8 +11,8 @@
  * The first line identifies the update. With the journal of another update, this one starts from the
  * beginning.
  */
-#ifndef UPDATE_H
-#define UPDATE_H
+#ifndef FLASH_UPDATE_H
+#define FLASH_UPDATE_H
 
 #include <errno.h>
 #include <inttypes.h>

@@ -3,7 +3,7 @@
  * Shows facts about the board: time since its start, memory, the size of its card, and whether a USB host uses
  * it as a device.
  *
- *     board_info [CONTROLLER [CARD]]      default: the first of /sys/class/udc, card 0
+ *     system_info_board [CONTROLLER [CARD]]      default: the first of /sys/class/udc, card 0
  *
  * On a board without a card or without a USB device controller, the rest is shown.
  */

@@ -2,7 +2,7 @@
 /*
  * A worker thread passes results to the event loop, in which a timer descriptor runs, too.
  *
- *     event_descriptor [RESULTS]      default: 30
+ *     epoll_descriptor_worker [RESULTS]      default: 30
  *
  * Needs no hardware. The worker does not wait for the loop: it counts a result and raises an event. However
  * many results have accumulated, the callback runs once and takes them all.
@@ -83,7 +83,7 @@ int main(int argc, char** argv) {
     pthread_t worker;
 
     if (mailbox.wanted == 0) {
-        fprintf(stderr, "usage: event_descriptor [RESULTS]\n");
+        fprintf(stderr, "usage: epoll_descriptor_worker [RESULTS]\n");
         return EXIT_FAILURE;
     }
     must("prepare a mutex", norv_mutex_init(&mailbox.mutex));

@@ -2,7 +2,7 @@
 /*
  * Shuts down an event loop that other threads use, in the only order in which none of them can hang.
  *
- *     loop_shutdown [RUNS]      default: 100
+ *     epoll_shutdown [RUNS]      default: 100
  *
  * Needs no hardware. In each run, a loop serves the calls of three worker threads until one or more of them
  * request its end.

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "norv_dt.h"
-#include "soc/overlay_configfs.hpp"
+#include "soc/dt_overlay_configfs.hpp"
 #include "support/failure_sweep.hpp"
 #include "support/status.hpp"
 

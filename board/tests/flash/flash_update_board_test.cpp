@@ -53,16 +53,16 @@ void PrintTo(const target& on, std::ostream* out) {
 }
 
 const std::vector<target> memory_and_nand = {
-    {"SdCard", {NORV_FLASH_KIND_EMMC, "/dev/mmcblk0"}, NORV_EMMC_UPDATE, 6 * MiB, 6 * MiB + 384 * KiB, 100},
+    {"SdCard", {NORV_FLASH_KIND_EMMC, "/dev/mmcblk0"}, NORV_FLASH_UPDATE, 6 * MiB, 6 * MiB + 384 * KiB, 100},
     {"NorAndNand",
      {NORV_FLASH_KIND_SPI, nullptr},
-     NORV_FLASH_UPDATE,
+     NORV_SPI_FLASH_UPDATE,
      nand_1 - 128 * KiB,
      nand_1 + 384 * KiB,
      100},
     {"TwoPartitionsOfNand",
      {NORV_FLASH_KIND_SPI, nullptr},
-     NORV_EMMC_UPDATE,
+     NORV_FLASH_UPDATE,
      nand_2 - 256 * KiB,
      nand_2 + 384 * KiB,
      20},
@@ -72,7 +72,7 @@ const std::vector<target> memory_and_nand = {
 // two.
 target nor_chips(uint32_t border) {
     const norv_flash_config_t spi = {NORV_FLASH_KIND_SPI, nullptr};
-    return {"TwoNorChips", spi, NORV_FLASH_UPDATE, border - 256 * KiB, border + 384 * KiB, 20};
+    return {"TwoNorChips", spi, NORV_SPI_FLASH_UPDATE, border - 256 * KiB, border + 384 * KiB, 20};
 }
 
 std::vector<target> targets_here() {
@@ -147,7 +147,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
 
     std::vector<std::string> command() const {
         const target& on = GetParam();
-        if (std::string(on.program) == NORV_FLASH_UPDATE) {
+        if (std::string(on.program) == NORV_SPI_FLASH_UPDATE) {
             return {on.program, number(on.start), number(on.end), image_path(), journal_path()};
         }
         const char* device = on.config.emmc_path != nullptr ? on.config.emmc_path : "spi";

@@ -3,7 +3,7 @@
  * Watches a thread: an event loop reports to a watchdog, a handler hangs, the watchdog notices, and the loop
  * recovers.
  *
- *     watchdog [LIMIT_MS]      default: 500
+ *     base_watchdog [LIMIT_MS]      default: 500
  *
  * Needs no hardware. An application would restart the part that hangs, or stop feeding the hardware
  * watchdog.
