@@ -18,6 +18,11 @@ generated=$project/tools/norv/generated
     [[ $status -eq 0 && -z $output ]] || fail "$output"
 }
 
+@test "TheSynopsisOfACommandHasOnlyItsArguments" {
+    run grep '^\.SS .*\[\.\.\.\]' "$generated/norv.1"
+    [[ $status -eq 1 ]] || fail "$output"
+}
+
 @test "BashCompletesGroupsCommandsAndOptions" {
     [[ $(bash_completes norv gp) == gpio ]]
     [[ $(bash_completes norv i2c de) == detect ]]
