@@ -153,7 +153,7 @@ done
 
 for file in "${files[@]}"; do
     case $file in
-        src/core/* | tests/support/* | tests/"$library"/* | board/tests/machines/* | bench/"$library"/*) continue ;;
+        src/core/* | tests/support/* | tests/docs/* | tests/"$library"/* | board/tests/machines/* | bench/"$library"/*) continue ;;
     esac
     [[ -n ${owners[$file]} ]] || grep --quiet --line-regexp --fixed-strings "$file" <<<"$others" ||
         fail "the name of $file is not that of a family"

@@ -2,8 +2,8 @@
 # Sourced by the checks of the documents: which family a file belongs to. There is a page for each family.
 # shellcheck shell=bash
 
-# A helper of several families shares the tests of the one after the colon.
-parts=(mapped_device:uio)
+# Pieces with a name of their own belong to the family after the colon.
+parts=(mapped_device:uio chunk_plan:emmc_flash erase_plan:spi_flash write_plan:spi_flash steps:flash)
 
 # The family with the longest name that the name of a file, without its suffix, is or begins with; nothing for a file of no
 # family.
