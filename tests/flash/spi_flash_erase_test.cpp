@@ -535,6 +535,13 @@ TEST_F(ContinueErase, PercentagesOfGibibytesAreExact) {
     }
 }
 
+TEST_F(ContinueErase, BlocksOf128KiBAreReportedAtTheirAddresses) {
+    open({nor(0x60000, 0x20000)});
+    end = 0x60000;
+    EXPECT_EQ(erase(0x20000, 0x40000), 0U);
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x20000, 0x20000, 50}, report{0, 0x40000, 0, 100}));
+}
+
 TEST_F(ContinueErase, TheCallbacksMayBeNull) {
     open({small_nand});
     end = 0x4000;

@@ -142,6 +142,21 @@ TEST_F(ContinueRead, AFailedQueryReportsTheBytesRead) {
     EXPECT_EQ(partition(0).steps.back(), (flash_step{"query", 0x2000}));
 }
 
+TEST_F(ContinueRead, TheStatusOfAFailedQueryHas32Bits) {
+    open_filled({small_nand});
+    partition(0).query_errors[0] = EIO;
+    kernel.map_errno(EIO, 0x10000);
+    EXPECT_EQ(read(0, 0x10), 0x10000U);
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ContinueRead, BlocksOf128KiBAreReportedAtTheirAddresses) {
+    open_filled({nand(0x60000, 0x20000, 0x800)});
+    EXPECT_EQ(read(0x20000, 0x30000), 0U);
+    EXPECT_EQ(found, partition(0).part(0x20000, 0x30000));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x20000, 0x10000, 66}, report{0, 0x40000, 0, 100}));
+}
+
 TEST_F(ContinueRead, ANullBufferIsAnInvalidArgument) {
     open_filled({small_nor});
     length = 16;
@@ -313,6 +328,29 @@ TEST_F(ContinueWrite, ASkipOfOneByteSkipsOneByte) {
     EXPECT_EQ(partition(0).part(0x101, 0x10), data);
     EXPECT_THAT(partition(0).part(0, 0x101), Each(0xFF));
     EXPECT_EQ(watcher.cancel_calls, 2U);
+}
+
+TEST_F(ContinueWrite, ASkipThatEndsInsideAPageSkipsThePage) {
+    // A skip is a multiple of the last region's write size, here a byte.
+    open({small_nand, small_nor});
+    end = 0x8000;
+    const bytes data = pattern(0x100);
+    EXPECT_EQ(write(0, data, 0x180), 0U);
+    EXPECT_EQ(partition(0).part(0x200, 0x100), data);
+    EXPECT_THAT(partition(0).part(0, 0x200), Each(0xFF));
+}
+
+TEST_F(ContinueWrite, BlocksOf128KiBAreWrittenWholeAndThePaddingIsThatOfAPage) {
+    open({nand(0x60000, 0x20000, 0x800)});
+    end = 0x60000;
+    const bytes data = pattern(0x30001);
+    EXPECT_EQ(write(0x20000, data), 0U);
+    EXPECT_EQ(partition(0).part(0x20000, 0x30001), data);
+    EXPECT_THAT(partition(0).steps_of("write"),
+                ElementsAre(flash_step{"write", 0x20000, 0x20000}, flash_step{"write", 0x40000, 0x10800}));
+    EXPECT_THAT(partition(0).steps_of("read"),
+                ElementsAre(flash_step{"read", 0x20000, 0x20000}, flash_step{"read", 0x40000, 0x10001}));
+    EXPECT_THAT(watcher.reports, ElementsAre(report{0, 0x20000, 0x10001, 66}, report{0, 0x40000, 0, 100}));
 }
 
 TEST_F(ContinueWrite, CancelIsCalledAtEachSkippedPageAndEachBadBlock) {
