@@ -247,7 +247,8 @@ NORV_API uint32_t norv_linux_spi_flash_continue_read(norv_spi_flash_t** flash, u
  * @retval NORV_STATUS_EMPTY          there are no partitions
  * @retval NORV_STATUS_EXHAUSTED      the good blocks before the end do not suffice
  * @retval NORV_STATUS_RANGE          the end or the skip is misaligned, or the end is outside the flash; or
- *                                    the address is misaligned: then the work area leaks (quirk 140)
+ *                                    the address is misaligned: then the work area leaks (quirk 140); or a
+ *                                    callback moved the end past the flash, or to larger blocks
  * @retval NORV_STATUS_VERIFY_FAILED  fewer bytes or others were read back, or fewer were written
  * @retval others                     of `norv_linux_mtd_block_isbad`, `norv_linux_mtd_write` or
  *                                    `norv_linux_mtd_read`

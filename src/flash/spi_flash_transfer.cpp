@@ -89,6 +89,7 @@ class work_area {
     bool exists() const { return memory_.get() != nullptr; }
     uint8_t* outgoing() const { return static_cast<uint8_t*>(memory_.get()); }
     uint8_t* read_back() const { return outgoing() + half_; }
+    bool can_hold(uint32_t size) const { return size <= half_; }
     void abandon() { memory_.abandon(); }
 
   private:
@@ -147,7 +148,9 @@ class verified_write {
                 to_skip_ -= planned.count;
                 return norv::proceed(0, planned.advance);
             default:
-                return store(at, place, planned);
+                // A callback has moved the end to a region with larger blocks.
+                return buffers_.can_hold(planned.size) ? store(at, place, planned)
+                                                       : norv::fail(NORV_STATUS_RANGE);
         }
     }
 

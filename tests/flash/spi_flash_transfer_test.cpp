@@ -588,6 +588,28 @@ TEST_F(ContinueWrite, AnEndThatACallbackMovesPastTheFlashIsOutOfRange) {
     EXPECT_EQ(kernel.allocations(), before);
 }
 
+// The work area has the size of the blocks before the first end.
+TEST_F(ContinueWrite, AnEndThatACallbackMovesToLargerBlocksIsOutOfRange) {
+    open({small_nor, nor(0x20000, 0x10000)});
+    const auto move_the_end = [](void* user) {
+        *static_cast<uint32_t*>(user) = 0x14000;
+        return false;
+    };
+    const bytes data = pattern(0x2001);
+    length = 0x2001;
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0x3000, 0, data.data(), &length, &end,
+                                                         move_the_end, nullptr, &end),
+              NORV_STATUS_RANGE);
+    EXPECT_EQ(length, 0x1000U);
+    EXPECT_THAT(partition(1).steps, IsEmpty());
+    // What the work area holds is written there, too.
+    length = 0x2000;
+    end = 0x4000;
+    EXPECT_EQ(norv_linux_spi_flash_continue_write_verify(&flash, 0x3000, 0, data.data(), &length, &end,
+                                                         move_the_end, nullptr, &end),
+              0U);
+}
+
 TEST_F(ContinueWrite, TheCallbacksMayBeNull) {
     open({small_nand});
     const bytes data = pattern(0x4000);
