@@ -504,7 +504,7 @@ TEST_F(SmallCard, AFailedWriteWhoseErrnoMapsToZeroFailsTheVerification) {
 TEST_F(SmallCard, AFailedReadBackIsNeverComparedWithTheDataItself) {
     // Nothing is read back of the last bytes: what was read back before differs from them and their padding.
     kernel.map_errno(EIO, 0);
-    kernel.fail("pread", EIO, 2);
+    kernel.fail({.call = "pread", .nth = 2, .error = EIO});
     const std::string image = zeros(131072) + ones(10);
     uint32_t length = 131082;
     EXPECT_EQ(write(0, 0, image, length), NORV_STATUS_VERIFY_FAILED);
