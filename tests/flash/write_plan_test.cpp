@@ -202,7 +202,7 @@ TEST(WritePlan, TheAlignmentIsThatOfTheOffsetInTheRegion) {
 std::vector<write_step> steps_of(write_state state, const std::vector<block_health>& blocks) {
     std::vector<write_step> steps;
     while (state.remaining > 0 && (steps.empty() || steps.back().status == 0)) {
-        const block_health health = blocks.at(state.address / 0x1000);
+        const block_health health = blocks.at(static_cast<size_t>(state.address / 0x1000));
         const write_step step = plan_write(state, place_of(state.address), health);
         (step.action == write_action::skip ? state.to_skip : state.remaining) -= step.count;
         state.address += step.advance;
