@@ -148,7 +148,7 @@ class verified_write {
                 to_skip_ -= planned.count;
                 return norv::proceed(0, planned.advance);
             default:
-                // A callback has moved the end to a region with larger blocks.
+                // A block is too large only if a callback has moved the end to a region with larger ones.
                 return buffers_.can_hold(planned.size) ? store(at, place, planned)
                                                        : norv::fail(NORV_STATUS_RANGE);
         }
