@@ -154,6 +154,7 @@ done
 for file in "${files[@]}"; do
     case $file in
         src/core/* | tests/support/* | tests/docs/* | tests/"$library"/* | board/tests/machines/* | bench/"$library"/*) continue ;;
+        tests/cpp/* | bench/cpp/*) continue ;; # the headers of C++
     esac
     [[ -n ${owners[$file]} ]] || grep --quiet --line-regexp --fixed-strings "$file" <<<"$others" ||
         fail "the name of $file is not that of a family"
