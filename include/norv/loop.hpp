@@ -1,0 +1,697 @@
+// SPDX-License-Identifier: MIT
+/**
+ * @file norv/loop.hpp
+ * The event loop, and what it serves: descriptors, timers, delayed calls and events, each with any callable
+ * as its handler. The callable is kept in the object itself; nothing is allocated for it.
+ *
+ *     norv::loop loop = norv::loop::open().value();
+ *     norv::timer blink([&] { led.set_brightness(on = !on).ignore(); });
+ *     blink.start_periodic(loop, 500ms).value();
+ *     loop.run();  // until loop.exit()
+ *
+ * A registration (`watch`, `timer`, `delayed_call`, `event`) ends with its object, also within its own handler
+ * or another one's: its handler is then not called again. It cannot be moved, because the loop has its
+ * address. It may outlive the loop: what the loop consists of is given back with the last of them.
+ *
+ * Where exceptions are on, one that leaves a handler ends the loop and comes out of `run()`.
+ *
+ * Threads: handlers run on the thread that runs the loop, one at a time. All functions may be called on any
+ * thread; on another one than the loop's, those that change the loop's state wait until the loop's thread has
+ * done it, between two handlers. Nothing is left waiting when the loop ends: what was posted until then is
+ * done before `run()` returns. While no loop runs, one thread at a time may use it.
+ */
+#pragma once
+
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include "norv/callback.hpp"
+#include "norv/result.hpp"
+#include "norv/status.hpp"
+#include "norv_epoll.h"
+
+namespace norv {
+
+class loop;
+
+namespace detail {
+
+// Milliseconds for the C interface: rounded up, so that no wait is shorter than asked.
+template <typename representation, typename period>
+constexpr int64_t milliseconds_of(std::chrono::duration<representation, period> time) {
+    return std::chrono::ceil<std::chrono::milliseconds>(time).count();
+}
+
+// A time for a timer of the loop, which compares times safely up to 2^30 ms only: a longer one is waited for in
+// parts.
+class deadline {
+  public:
+    // Returns the first part.
+    uint32_t begin(int64_t ms) noexcept {
+        const bool in_parts = ms > longest;
+        end_ = in_parts ? static_cast<int64_t>(norv_time_get_ms()) + ms : 0;
+        return in_parts ? longest : static_cast<uint32_t>(ms > 0 ? ms : 0);
+    }
+    // Returns the next part, or 0 when the time is over.
+    uint32_t next() const noexcept {
+        const int64_t left = end_ != 0 ? end_ - static_cast<int64_t>(norv_time_get_ms()) : 0;
+        return left > longest ? longest : static_cast<uint32_t>(left > 0 ? left : 0);
+    }
+    static constexpr bool is_in_parts(int64_t ms) noexcept { return ms > longest; }
+
+  private:
+    static constexpr uint32_t longest = 1U << 30;
+
+    int64_t end_ = 0;
+};
+
+// A function that waits for the loop thread to run it.
+struct posted_call {
+    void (*run)(posted_call* self) = nullptr;
+    posted_call* next = nullptr;
+    bool done = false;
+};
+
+// What a loop and its registrations share.
+class loop_state : public norv_epoll_t {
+  public:
+    static result<loop_state*> open();
+
+    void add_reference() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+    void drop_reference() noexcept {
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            close();
+        }
+    }
+
+    void run(void* watchdog, uint32_t period);
+
+    // Whether the calling thread need not ask another one: it runs the loop, or nobody does.
+    bool runs_here() const noexcept { return current == this || !running_.load(std::memory_order_acquire); }
+
+    // Runs a function on the loop thread and waits for it.
+    template <typename function>
+    auto call(function&& called) {
+        if (runs_here()) {
+            return called();
+        }
+        return call_there(called);
+    }
+
+#if defined(__cpp_exceptions)
+    // Ends the loop with the exception that is being handled.
+    void fail() noexcept {
+        if (failure_ == nullptr) {
+            failure_ = std::current_exception();
+        }
+        norv_epoll_exit(this);
+    }
+#endif
+
+  private:
+    loop_state() noexcept : norv_epoll_t{} {}
+    ~loop_state() = default;
+
+    void close() noexcept {
+        norv_epoll_event_fd_destroy(this, &wake_);
+        norv_epoll_close(this);
+        this->~loop_state();
+        norv_free(this);
+    }
+
+    static loop_state* of(norv_epoll_event_fd_t* wake) {
+        return static_cast<loop_state*>(wake->registration.loop);
+    }
+
+    // Adds a call, under the lock and while the loop runs.
+    void post(posted_call* call) noexcept {
+        *last_ = call;
+        last_ = &call->next;
+        norv_epoll_event_fd_activate(&wake_);
+    }
+
+    posted_call* take_posted() noexcept {
+        posted_call* const first = first_;
+        first_ = nullptr;
+        last_ = &first_;
+        return first;
+    }
+
+    void run_all(posted_call* call) noexcept {
+        while (call != nullptr) {
+            // The call may be gone once its caller knows that it is done.
+            posted_call* const next = call->next;
+            call->run(call);
+            {
+                const std::lock_guard lock(mutex_);
+                call->done = true;
+            }
+            any_done_.notify_all();
+            call = next;
+        }
+    }
+
+    static void serve(norv_epoll_event_fd_t* wake) {
+        loop_state* const self = of(wake);
+        std::unique_lock lock(self->mutex_);
+        posted_call* const calls = self->take_posted();
+        lock.unlock();
+        self->run_all(calls);
+    }
+
+    template <typename function>
+    [[gnu::noinline, gnu::cold]] auto call_there(function& called) {
+        using returned = std::invoke_result_t<function&>;
+        struct packet : posted_call {
+            explicit packet(function& to_call) : called(&to_call) {}
+            function* called;
+            std::optional<returned> value;
+        };
+        packet posted(called);
+        posted.run = [](posted_call* self) {
+            auto* const mine = static_cast<packet*>(self);
+            mine->value.emplace((*mine->called)());
+        };
+        std::unique_lock lock(mutex_);
+        if (!running_.load(std::memory_order_relaxed)) {
+            lock.unlock();
+            return called();
+        }
+        post(&posted);
+        any_done_.wait(lock, [&] { return posted.done; });
+        return std::move(*posted.value);
+    }
+
+    static inline thread_local constinit loop_state* current = nullptr;
+
+    std::atomic<uint32_t> references_ = 1;
+    std::atomic<bool> running_ = false;
+    std::mutex mutex_;
+    std::condition_variable any_done_;
+    posted_call* first_ = nullptr;
+    posted_call** last_ = &first_;
+    norv_epoll_event_fd_t wake_{};
+#if defined(__cpp_exceptions)
+    std::exception_ptr failure_;
+#endif
+};
+
+inline result<loop_state*> loop_state::open() {
+    void* const memory = norv_malloc(sizeof(loop_state));
+    if (memory == nullptr) {
+        return status(NORV_STATUS_NO_MEMORY);
+    }
+    auto* const state = new (memory) loop_state;
+    status opened(norv_epoll_open(state));
+    if (opened.ok()) {
+        state->wake_.callback = serve;
+        opened = status(norv_epoll_event_fd_create(state, &state->wake_));
+        if (!opened.ok()) {
+            norv_epoll_close(state);
+        }
+    }
+    if (!opened.ok()) {
+        state->~loop_state();
+        norv_free(state);
+        return opened;
+    }
+    return state;
+}
+
+inline void loop_state::run(void* watchdog, uint32_t period) {
+    loop_state* const outer = std::exchange(current, this);
+    running_.store(true, std::memory_order_release);
+    norv_epoll_loop_with_watchdog(this, watchdog, period);
+    std::unique_lock lock(mutex_);
+    running_.store(false, std::memory_order_release);
+    posted_call* const rest = take_posted();
+    norv_epoll_event_fd_deactivate(&wake_);
+    lock.unlock();
+    run_all(rest);
+    current = outer;
+#if defined(__cpp_exceptions)
+    if (failure_ != nullptr) {
+        std::rethrow_exception(std::exchange(failure_, nullptr));
+    }
+#endif
+}
+
+// A registration's share in the loop.
+class loop_share {
+  public:
+    loop_share() noexcept = default;
+    loop_share(const loop_share&) = delete;
+    loop_share& operator=(const loop_share&) = delete;
+    ~loop_share() { drop(); }
+
+    void take(loop_state* state) noexcept {
+        if (state_ != state) {
+            state->add_reference();
+            drop();
+            state_ = state;
+        }
+    }
+    void drop() noexcept {
+        if (loop_state* const state = std::exchange(state_, nullptr)) {
+            state->drop_reference();
+        }
+    }
+    loop_state* get() const noexcept { return state_; }
+
+  private:
+    loop_state* state_ = nullptr;
+};
+
+// Calls a handler in the name of the loop. Nothing is touched afterwards that the handler may have destroyed.
+template <typename function, typename... arguments>
+void call_handler([[maybe_unused]] loop_state* state, function& handler, arguments... values) {
+#if defined(__cpp_exceptions)
+    try {
+        handler(values...);
+    } catch (...) {
+        state->fail();
+    }
+#else
+    handler(values...);
+#endif
+}
+
+}  // namespace detail
+
+/** An event loop. One that was moved from does nothing, and its functions return NORV_STATUS_INVALID_ARG. */
+class loop {
+  public:
+    /** Opens a loop. See `norv_epoll_open`; also NORV_STATUS_NO_MEMORY. */
+    static result<loop> open() {
+        const result<detail::loop_state*> opened = detail::loop_state::open();
+        if (!opened) {
+            return opened.status();
+        }
+        return loop(*opened);
+    }
+
+    loop(loop&& other) noexcept : state_(std::exchange(other.state_, nullptr)) {}
+    loop& operator=(loop&& other) noexcept {
+        if (this != &other) {
+            drop();
+            state_ = std::exchange(other.state_, nullptr);
+        }
+        return *this;
+    }
+    loop(const loop&) = delete;
+    loop& operator=(const loop&) = delete;
+
+    /** Closes the loop, which must not be running. */
+    ~loop() { drop(); }
+
+    /** Runs the loop on the calling thread until `exit()`. See `norv_epoll_loop_with_watchdog`. */
+    void run() { run(nullptr, std::chrono::milliseconds(0)); }
+
+    /** Runs the loop and reports to a watchdog of the thread, every `period`. */
+    void run(norv_thread_watchdog_t* watchdog, std::chrono::milliseconds period) {
+        if (state_ != nullptr) {
+            detail::loop_share share;
+            share.take(state_);
+            share.get()->run(watchdog, static_cast<uint32_t>(period.count()));
+        }
+    }
+
+    /**
+     * Ends the loop after the handler that is running. Does nothing while no loop runs: a request before
+     * `run()` is discarded.
+     */
+    status exit() {
+        if (state_ == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        return status(state_->call([this] { return norv_epoll_exit(state_); }));
+    }
+
+    /**
+     * Runs a function on the loop thread, and waits for it: at once on the loop thread itself, and while no
+     * loop runs.
+     *
+     * @return `result<T>` with what the function returned; `status` if it returns nothing or a status; what it
+     *         returned if that is a `result`. An exception of the function is thrown here.
+     */
+    template <typename function>
+    auto run_on_loop(function&& called);
+
+    /** The record of the C interface; null after a move. */
+    norv_epoll_t* get() const noexcept { return state_; }
+
+    /** For the registrations. */
+    detail::loop_state* state() const noexcept { return state_; }
+
+  private:
+    explicit loop(detail::loop_state* state) noexcept : state_(state) {}
+
+    void drop() noexcept {
+        if (detail::loop_state* const state = std::exchange(state_, nullptr)) {
+            state->drop_reference();
+        }
+    }
+
+    detail::loop_state* state_;
+};
+
+namespace detail {
+
+template <typename T>
+inline constexpr bool is_result = false;
+template <typename T>
+inline constexpr bool is_result<result<T>> = true;
+
+// What a function's value becomes where the call itself may fail.
+template <typename T>
+struct outcome {
+    using type = result<T>;
+};
+template <typename T>
+requires(std::is_void_v<T> || std::is_same_v<T, status>) struct outcome<T> {
+    using type = status;
+};
+template <typename T>
+requires is_result<T>
+struct outcome<T> {
+    using type = T;
+};
+template <typename T>
+using outcome_t = typename outcome<T>::type;
+
+// Calls a function, and brings its exception to the thread that waits for it.
+template <typename function>
+class carried {
+  public:
+    using value = outcome_t<std::invoke_result_t<function&>>;
+
+    explicit carried(function& called) : called_(called) {}
+
+    value operator()() {
+#if defined(__cpp_exceptions)
+        try {
+            return call();
+        } catch (...) {
+            failure_ = std::current_exception();
+            return value(status(NORV_STATUS_BAD_STATE));
+        }
+#else
+        return call();
+#endif
+    }
+
+    void rethrow() const {
+#if defined(__cpp_exceptions)
+        if (failure_ != nullptr) {
+            std::rethrow_exception(failure_);
+        }
+#endif
+    }
+
+  private:
+    value call() {
+        if constexpr (std::is_void_v<std::invoke_result_t<function&>>) {
+            called_();
+            return ok;
+        } else {
+            return called_();
+        }
+    }
+
+    function& called_;
+#if defined(__cpp_exceptions)
+    std::exception_ptr failure_;
+#endif
+};
+
+}  // namespace detail
+
+template <typename function>
+auto loop::run_on_loop(function&& called) {
+    detail::carried carried(called);
+    using value = typename decltype(carried)::value;
+    if (state_ == nullptr) {
+        return value(status(NORV_STATUS_INVALID_ARG));
+    }
+    value returned = state_->call(carried);
+    carried.rethrow();
+    return returned;
+}
+
+/** Calls its handler, `void(uint32_t events)`, while a descriptor is ready. */
+template <typename function = callback<void(uint32_t)>>
+class watch : private norv_epoll_fd_t {
+  public:
+    explicit watch(function called) : norv_epoll_fd_t{}, handler_(std::move(called)) {}
+    watch(const watch&) = delete;
+    watch& operator=(const watch&) = delete;
+    ~watch() { stop().ignore(); }
+
+    /**
+     * Starts to watch a descriptor, which must stay open until `stop()`; stops watching another one.
+     *
+     * @param on          the loop
+     * @param descriptor  the file descriptor
+     * @param events      EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
+     * @return a status of `norv_epoll_fd_add`
+     */
+    status start(const norv::loop& on, int32_t file_descriptor, uint32_t events) {
+        stop().ignore();
+        if (on.state() == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        share_.take(on.state());
+        descriptor = file_descriptor;
+        handler = handle;
+        const status added(norv_epoll_fd_add(share_.get(), this, events));
+        watching_ = added.ok();
+        return added;
+    }
+
+    /** Changes the events. See `norv_epoll_fd_modify`. */
+    status modify(uint32_t events) {
+        return watching_ ? status(norv_epoll_fd_modify(share_.get(), this, events))
+                         : status(NORV_STATUS_INVALID_ARG);
+    }
+
+    /** Stops watching: the handler is not called again. Does nothing if it watches nothing. */
+    status stop() {
+        if (!std::exchange(watching_, false)) {
+            return ok;
+        }
+        return status(share_.get()->call([this] {
+            const uint32_t removed = norv_epoll_fd_remove(share_.get(), this);
+            if (removed != NORV_STATUS_OK) {
+                norv_epoll_fd_ignore_once(share_.get(), this);
+            }
+            return removed;
+        }));
+    }
+
+    /** Whether it watches a descriptor. */
+    bool watching() const noexcept { return watching_; }
+
+  private:
+    static void handle(norv_epoll_fd_t* record, uint32_t events) {
+        auto* const self = static_cast<watch*>(record);
+        detail::call_handler(self->share_.get(), self->handler_, events);
+    }
+
+    function handler_;
+    detail::loop_share share_;
+    bool watching_ = false;
+};
+
+/** Calls its handler, `void()`, after a time, once or periodically. */
+template <typename function = callback<void()>>
+class timer : private norv_epoll_timer_t {
+  public:
+    explicit timer(function called) : norv_epoll_timer_t{}, handler_(std::move(called)) { callback = handle; }
+    timer(const timer&) = delete;
+    timer& operator=(const timer&) = delete;
+    ~timer() { stop().ignore(); }
+
+    /**
+     * Calls the handler once, after a time of any length; a time of 0 or less is over at once. Restarts a timer
+     * that is pending. Whole milliseconds, rounded up.
+     */
+    template <typename representation, typename unit>
+    status start(const norv::loop& on, std::chrono::duration<representation, unit> time) {
+        return start(on, detail::milliseconds_of(time), 0);
+    }
+
+    /**
+     * Calls the handler again and again, first after one period. A round that is late shifts all following ones.
+     *
+     * @retval NORV_STATUS_INVALID_ARG  a period of 0 or less, which would never let the loop do anything else
+     */
+    template <typename representation, typename unit>
+    status start_periodic(const norv::loop& on, std::chrono::duration<representation, unit> every) {
+        const int64_t ms = detail::milliseconds_of(every);
+        return ms > 0 ? start(on, ms, ms) : status(NORV_STATUS_INVALID_ARG);
+    }
+
+    /** Stops the timer: the handler is not called again. Does nothing if it is not pending. */
+    status stop() {
+        detail::loop_state* const state = share_.get();
+        if (state == nullptr) {
+            return ok;
+        }
+        return status(state->call([this, state] { return norv_epoll_timer_cancel(state, this); }));
+    }
+
+    /** Whether the timer is pending. */
+    bool pending() const noexcept { return norv_epoll_timer_pending(this) != 0; }
+
+  private:
+    status start(const norv::loop& on, int64_t ms, int64_t period_ms) {
+        if (on.state() == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        if (share_.get() != on.state()) {
+            stop().ignore();
+            share_.take(on.state());
+        }
+        return status(share_.get()->call([this, ms, period_ms] {
+            // The loop repeats what it can by itself.
+            const bool in_parts = detail::deadline::is_in_parts(period_ms);
+            period_in_parts_ = in_parts ? period_ms : 0;
+            return schedule(deadline_.begin(ms), period_ms != 0 && !in_parts);
+        }));
+    }
+
+    uint32_t schedule(uint32_t ms, bool again) {
+        return norv_epoll_timer_schedule(share_.get(), this, ms, again);
+    }
+
+    static void handle(norv_epoll_timer_t* record) {
+        auto* const self = static_cast<timer*>(record);
+        if (const uint32_t next = self->deadline_.next(); next != 0) {
+            self->schedule(next, false);
+            return;
+        }
+        if (self->period_in_parts_ != 0) {
+            self->schedule(self->deadline_.begin(self->period_in_parts_), false);
+        }
+        detail::call_handler(self->share_.get(), self->handler_);
+    }
+
+    function handler_;
+    detail::loop_share share_;
+    detail::deadline deadline_;
+    int64_t period_in_parts_ = 0;
+};
+
+/** Calls its handler, `void()`, at the end of the loop's round. */
+template <typename function = callback<void()>>
+class delayed_call : private norv_epoll_delayed_t {
+  public:
+    explicit delayed_call(function called) : norv_epoll_delayed_t{}, handler_(std::move(called)) {
+        callback = handle;
+    }
+    delayed_call(const delayed_call&) = delete;
+    delayed_call& operator=(const delayed_call&) = delete;
+    ~delayed_call() { stop().ignore(); }
+
+    /** Schedules the call; a smaller priority runs first. See `norv_epoll_delayed_schedule`. */
+    status start(const norv::loop& on, uint32_t call_priority = 0) {
+        if (on.state() == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        if (share_.get() != on.state()) {
+            stop().ignore();
+            share_.take(on.state());
+        }
+        return status(share_.get()->call([this, call_priority] {
+            return norv_epoll_delayed_schedule(share_.get(), this, call_priority);
+        }));
+    }
+
+    /** Cancels the call. Does nothing if it is not pending. */
+    status stop() {
+        detail::loop_state* const state = share_.get();
+        if (state == nullptr) {
+            return ok;
+        }
+        return status(state->call([this, state] { return norv_epoll_delayed_cancel(state, this); }));
+    }
+
+    /** Whether the call is pending. */
+    bool pending() const noexcept { return norv_epoll_delayed_pending(this) != 0; }
+
+  private:
+    static void handle(norv_epoll_delayed_t* record) {
+        auto* const self = static_cast<delayed_call*>(record);
+        detail::call_handler(self->share_.get(), self->handler_);
+    }
+
+    function handler_;
+    detail::loop_share share_;
+};
+
+/** Calls its handler, `void()`, once after any thread, or a signal handler, has raised it. */
+template <typename function = callback<void()>>
+class event : private norv_epoll_event_fd_t {
+  public:
+    explicit event(function called) : norv_epoll_event_fd_t{}, handler_(std::move(called)) {
+        callback = handle;
+    }
+    event(const event&) = delete;
+    event& operator=(const event&) = delete;
+    ~event() { stop(); }
+
+    /** Creates the event. See `norv_epoll_event_fd_create`. */
+    status start(const norv::loop& on) {
+        stop();
+        if (on.state() == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        share_.take(on.state());
+        const status created(norv_epoll_event_fd_create(share_.get(), this));
+        created_ = created.ok();
+        return created;
+    }
+
+    /** Raises the event, without waiting for the loop. See `norv_epoll_event_fd_activate`. */
+    status raise() {
+        return created_ ? status(norv_epoll_event_fd_activate(this)) : status(NORV_STATUS_INVALID_ARG);
+    }
+
+    /** Withdraws what was raised and not yet handled. */
+    status withdraw() {
+        return created_ ? status(norv_epoll_event_fd_deactivate(this)) : status(NORV_STATUS_INVALID_ARG);
+    }
+
+    /** Ends the event. No other thread may raise it meanwhile. */
+    void stop() {
+        if (std::exchange(created_, false)) {
+            share_.get()
+                ->call([this] {
+                    norv_epoll_event_fd_destroy(share_.get(), this);
+                    return ok;
+                })
+                .ignore();
+        }
+    }
+
+  private:
+    static void handle(norv_epoll_event_fd_t* record) {
+        auto* const self = static_cast<event*>(record);
+        detail::call_handler(self->share_.get(), self->handler_);
+    }
+
+    function handler_;
+    detail::loop_share share_;
+    bool created_ = false;
+};
+
+}  // namespace norv

@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: MIT
+// The loop of C++: registrations that own themselves, calls from other threads, exceptions.
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "norv/loop.hpp"
+#include "support/kernel_double.hpp"
+
+namespace {
+
+using norv::loop;
+using norv::test::kernel_double;
+using namespace std::chrono_literals;
+
+class Loop : public testing::Test {
+  protected:
+    // Runs the loop on another thread until the end of the scope.
+    class running {
+      public:
+        explicit running(loop& on) : loop_(on), thread_([this] { loop_.run(); }) {
+            while (norv_epoll_wait_loop_started(loop_.get()) != NORV_STATUS_OK) {
+            }
+        }
+        ~running() {
+            EXPECT_TRUE(loop_.exit().ok());
+            thread_.join();
+        }
+
+      private:
+        loop& loop_;
+        std::thread thread_;
+    };
+
+    kernel_double kernel;
+    loop loop_ = loop::open().value();
+};
+
+TEST_F(Loop, APeriodicTimerFiresUntilItIsStopped) {
+    int fired = 0;
+    norv::timer timer([&] {
+        if (++fired == 3) {
+            EXPECT_TRUE(loop_.exit().ok());
+        }
+    });
+    ASSERT_TRUE(timer.start_periodic(loop_, 1ms).ok());
+    loop_.run();
+    EXPECT_EQ(fired, 3);
+    EXPECT_TRUE(timer.pending());
+    EXPECT_TRUE(timer.stop().ok());
+    EXPECT_FALSE(timer.pending());
+}
+
+TEST_F(Loop, APeriodOfNothingIsRefused) {
+    norv::timer timer([] {});
+    EXPECT_EQ(timer.start_periodic(loop_, 0ms), NORV_STATUS_INVALID_ARG);
+    EXPECT_FALSE(timer.pending());
+}
+
+TEST_F(Loop, ATimerMayEndInItsOwnHandler) {
+    std::optional<norv::timer<>> timer;
+    timer.emplace([&] {
+        EXPECT_TRUE(loop_.exit().ok());
+        timer.reset();
+    });
+    ASSERT_TRUE(timer->start(loop_, 0ms).ok());
+    loop_.run();
+    EXPECT_FALSE(timer.has_value());
+}
+
+TEST_F(Loop, AWatchThatEndsInAnotherOnesHandlerIsNotCalled) {
+    const int descriptors[] = {eventfd(1, EFD_CLOEXEC), eventfd(1, EFD_CLOEXEC)};
+    std::optional<norv::watch<>> watches[2];
+    int calls = 0;
+    for (size_t index = 0; index < 2; ++index) {
+        watches[index].emplace([&, index](uint32_t) {
+            ++calls;
+            watches[1 - index].reset();
+            EXPECT_TRUE(loop_.exit().ok());
+        });
+        ASSERT_TRUE(watches[index]->start(loop_, descriptors[index], EPOLLIN).ok());
+    }
+    norv::timer later([&] { EXPECT_TRUE(loop_.exit().ok()); });
+    loop_.run();
+    ASSERT_TRUE(later.start(loop_, 1ms).ok());
+    loop_.run();
+    EXPECT_GE(calls, 1);
+    EXPECT_NE(watches[0].has_value(), watches[1].has_value());
+    for (auto& watch : watches) {
+        watch.reset();
+    }
+    for (const int descriptor : descriptors) {
+        close(descriptor);
+    }
+}
+
+TEST_F(Loop, ARegistrationMayOutliveTheLoop) {
+    norv::timer timer([] {});
+    norv::delayed_call call([] {});
+    norv::event event([] {});
+    {
+        loop other = loop::open().value();
+        ASSERT_TRUE(timer.start(other, 1h).ok());
+        ASSERT_TRUE(call.start(other).ok());
+        ASSERT_TRUE(event.start(other).ok());
+    }
+    EXPECT_TRUE(timer.pending());
+    EXPECT_TRUE(timer.stop().ok());
+}
+
+TEST_F(Loop, ATimeOfManyDaysIsWaitedForInParts) {
+    kernel.set_clock(1000, 0);
+    int fired = 0;
+    norv::timer timer([&] { ++fired; });
+    ASSERT_TRUE(timer.start(loop_, std::chrono::hours(24 * 30)).ok());
+    norv::delayed_call end([&] { EXPECT_TRUE(loop_.exit().ok()); });
+    norv::event round([&] { EXPECT_TRUE(end.start(loop_).ok()); });
+    ASSERT_TRUE(round.start(loop_).ok());
+    for (const int day : {13, 26, 29}) {
+        kernel.set_clock(1000 + day * 86400, 0);
+        ASSERT_TRUE(round.raise().ok());
+        loop_.run();
+        EXPECT_EQ(fired, 0) << day;
+    }
+    kernel.set_clock(1000 + 30 * 86400, 0);
+    ASSERT_TRUE(round.raise().ok());
+    loop_.run();
+    EXPECT_EQ(fired, 1);
+    EXPECT_FALSE(timer.pending());
+}
+
+TEST_F(Loop, DelayedCallsRunByPriority) {
+    std::string order;
+    norv::delayed_call last([&] {
+        order += "last";
+        EXPECT_TRUE(loop_.exit().ok());
+    });
+    norv::delayed_call first([&] { order += "first "; });
+    norv::timer both([&] {
+        EXPECT_TRUE(last.start(loop_, 2).ok());
+        EXPECT_TRUE(first.start(loop_, 1).ok());
+    });
+    ASSERT_TRUE(both.start(loop_, 0ms).ok());
+    loop_.run();
+    EXPECT_EQ(order, "first last");
+}
+
+TEST_F(Loop, AnExceptionOfAHandlerComesOutOfRun) {
+    norv::timer timer([] { throw std::runtime_error("from the handler"); });
+    ASSERT_TRUE(timer.start(loop_, 0ms).ok());
+    EXPECT_THROW(loop_.run(), std::runtime_error);
+    norv::timer end([&] { EXPECT_TRUE(loop_.exit().ok()); });
+    ASSERT_TRUE(end.start(loop_, 0ms).ok());
+    loop_.run();
+}
+
+TEST_F(Loop, AFunctionRunsOnTheLoopThread) {
+    const running other(loop_);
+    const auto there = loop_.run_on_loop([] { return std::this_thread::get_id(); });
+    EXPECT_NE(there.value(), std::this_thread::get_id());
+    EXPECT_EQ(loop_.run_on_loop([] { return norv::status(NORV_STATUS_EMPTY); }), NORV_STATUS_EMPTY);
+    EXPECT_EQ(loop_.run_on_loop([] {}), norv::ok);
+    EXPECT_EQ(loop_.run_on_loop([]() -> norv::result<int> { return 5; }).value(), 5);
+    EXPECT_THROW(loop_.run_on_loop([] { throw std::runtime_error("there"); }).ignore(), std::runtime_error);
+}
+
+TEST_F(Loop, WhileNoLoopRunsAFunctionRunsAtOnce) {
+    EXPECT_EQ(loop_.run_on_loop([] { return std::this_thread::get_id(); }).value(),
+              std::this_thread::get_id());
+}
+
+// Threads that never stop calling while the loop ends: each call returns, on one thread or the other.
+TEST_F(Loop, NoCallIsLeftWaitingWhenTheLoopEnds) {
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<bool> go_on = true;
+        std::mutex one_at_a_time;
+        std::thread callers[2];
+        for (std::thread& caller : callers) {
+            caller = std::thread([&] {
+                while (go_on) {
+                    EXPECT_EQ(loop_
+                                  .run_on_loop([&] {
+                                      const std::lock_guard lock(one_at_a_time);
+                                      return 1;
+                                  })
+                                  .value(),
+                              1);
+                }
+            });
+        }
+        norv::timer end([&] { EXPECT_TRUE(loop_.exit().ok()); });
+        ASSERT_TRUE(end.start(loop_, 1ms).ok());
+        loop_.run();
+        go_on = false;
+        for (std::thread& caller : callers) {
+            caller.join();
+        }
+    }
+}
+
+TEST_F(Loop, AnEventIsRaisedOnAnyThread) {
+    int raised = 0;
+    norv::event event([&] {
+        ++raised;
+        EXPECT_TRUE(loop_.exit().ok());
+    });
+    EXPECT_EQ(event.raise(), NORV_STATUS_INVALID_ARG);
+    ASSERT_TRUE(event.start(loop_).ok());
+    std::thread other([&] { EXPECT_TRUE(event.raise().ok()); });
+    loop_.run();
+    other.join();
+    EXPECT_EQ(raised, 1);
+}
+
+TEST_F(Loop, ALoopThatWasMovedFromIsAnInvalidArgument) {
+    loop other = std::move(loop_);
+    norv::timer timer([] {});
+    norv::watch watch([](uint32_t) {});
+    EXPECT_EQ(timer.start(loop_, 1ms), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(watch.start(loop_, 0, EPOLLIN), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(loop_.exit(), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(loop_.run_on_loop([] { return 1; }).status(), NORV_STATUS_INVALID_ARG);
+    loop_.run();
+    loop_ = std::move(other);
+    EXPECT_TRUE(timer.start(loop_, 1h).ok());
+}
+
+TEST_F(Loop, EveryFailedCallOfOpenIsReported) {
+    for (const char* const call : {"epoll_create", "eventfd", "epoll_ctl"}) {
+        for (int number = 1; number <= 2; ++number) {
+            kernel.fail({.call = call, .nth = number, .error = EMFILE});
+            const size_t before = kernel.open_descriptors();
+            const norv::result<loop> opened = loop::open();
+            EXPECT_EQ(opened.has_value(), call == std::string("epoll_create") && number == 2)
+                << call << number;
+            EXPECT_EQ(kernel.open_descriptors() - before, opened ? 3U : 0U);
+        }
+    }
+}
+
+}  // namespace
