@@ -95,7 +95,7 @@ class loop_state : public norv_epoll_t {
 
     void run(void* watchdog, uint32_t period);
 
-    // Whether the calling thread need not ask another one: it runs the loop, or nobody does.
+    // Whether the calling thread need not ask another one: it runs the loop, or no thread does.
     bool runs_here() const noexcept { return current == this || !running_.load(std::memory_order_acquire); }
 
     // Runs a function on the loop thread and waits for it.
@@ -105,6 +105,32 @@ class loop_state : public norv_epoll_t {
             return called();
         }
         return call_there(called);
+    }
+
+    // As `call`, but only while the loop runs: otherwise there is no value.
+    template <typename function>
+    auto call_while_running(function& called) -> std::optional<std::invoke_result_t<function&>> {
+        using returned = std::invoke_result_t<function&>;
+        if (current == this) {
+            return called();
+        }
+        struct packet : posted_call {
+            explicit packet(function& to_call) : called(&to_call) {}
+            function* called;
+            std::optional<returned> value;
+        };
+        packet posted(called);
+        posted.run = [](posted_call* self) {
+            auto* const mine = static_cast<packet*>(self);
+            mine->value.emplace((*mine->called)());
+        };
+        std::unique_lock lock(mutex_);
+        if (!running_.load(std::memory_order_relaxed)) {
+            return std::nullopt;
+        }
+        post(&posted);
+        any_done_.wait(lock, [&] { return posted.done; });
+        return std::move(posted.value);
     }
 
 #if defined(__cpp_exceptions)
@@ -136,7 +162,9 @@ class loop_state : public norv_epoll_t {
     void post(posted_call* call) noexcept {
         *last_ = call;
         last_ = &call->next;
-        norv_epoll_event_fd_activate(&wake_);
+        // Who has posted a call waits for it, whatever happens: a wake that fails is repeated.
+        while (norv_epoll_event_fd_activate(&wake_) != NORV_STATUS_OK) {
+        }
     }
 
     posted_call* take_posted() noexcept {
@@ -170,25 +198,8 @@ class loop_state : public norv_epoll_t {
 
     template <typename function>
     [[gnu::noinline, gnu::cold]] auto call_there(function& called) {
-        using returned = std::invoke_result_t<function&>;
-        struct packet : posted_call {
-            explicit packet(function& to_call) : called(&to_call) {}
-            function* called;
-            std::optional<returned> value;
-        };
-        packet posted(called);
-        posted.run = [](posted_call* self) {
-            auto* const mine = static_cast<packet*>(self);
-            mine->value.emplace((*mine->called)());
-        };
-        std::unique_lock lock(mutex_);
-        if (!running_.load(std::memory_order_relaxed)) {
-            lock.unlock();
-            return called();
-        }
-        post(&posted);
-        any_done_.wait(lock, [&] { return posted.done; });
-        return std::move(*posted.value);
+        auto value = call_while_running(called);
+        return value ? std::move(*value) : called();
     }
 
     static inline thread_local constinit loop_state* current = nullptr;
@@ -459,9 +470,9 @@ class watch : private norv_epoll_fd_t {
     /**
      * Starts to watch a descriptor, which must stay open until `stop()`; stops watching another one.
      *
-     * @param on          the loop
-     * @param descriptor  the file descriptor
-     * @param events      EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
+     * @param on               the loop
+     * @param file_descriptor  the descriptor
+     * @param events           EPOLLIN, EPOLLOUT, EPOLLPRI, EPOLLET, ... combined
      * @return a status of `norv_epoll_fd_add`
      */
     status start(const norv::loop& on, int32_t file_descriptor, uint32_t events) {

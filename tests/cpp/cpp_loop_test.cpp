@@ -177,6 +177,13 @@ TEST_F(Loop, WhileNoLoopRunsAFunctionRunsAtOnce) {
               std::this_thread::get_id());
 }
 
+TEST_F(Loop, AWakeThatFailsIsRepeated) {
+    const running other(loop_);
+    kernel.fail("eventfd_write", EIO);
+    EXPECT_EQ(loop_.run_on_loop([] { return 1; }).value(), 1);
+    EXPECT_TRUE(kernel.struck());
+}
+
 // Threads that never stop calling while the loop ends: each call returns, on one thread or the other.
 TEST_F(Loop, NoCallIsLeftWaitingWhenTheLoopEnds) {
     for (int round = 0; round < 50; ++round) {
