@@ -3,7 +3,7 @@
  * @file norv/wait.hpp
  * What a task can wait for: a time, a descriptor, a value from another thread, another task within a limit.
  *
- * All waits return NORV_STATUS_TIMEOUT when the task is told to stop.
+ * All waits return NORV_STATUS_TIMEOUT when the task is asked to stop.
  */
 #pragma once
 
@@ -33,7 +33,7 @@ class suspended : private stop_node {
         return true;
     }
 
-    // From now on the wait ends by `stop` when its scope is told to stop.
+    // From now on the wait ends by `stop` when its scope is stopped.
     template <typename promise>
     void join(std::coroutine_handle<promise> waiting, void (*stop)(suspended*)) noexcept {
         stop_waiting_ = stop;
@@ -122,7 +122,7 @@ auto sleep(std::chrono::duration<representation, unit> time) {
     return detail::time_wait(detail::milliseconds_of(time));
 }
 
-/** `co_await norv::stop_requested()` returns whether the task has been told to stop. */
+/** `co_await norv::stop_requested()` returns whether the task has been asked to stop. */
 class stop_requested {
   public:
     bool await_ready() const noexcept { return false; }
@@ -140,10 +140,10 @@ class stop_requested {
 /**
  * A descriptor for which tasks wait: at most one to read it (EPOLLIN, EPOLLPRI), and one to write it (EPOLLOUT).
  * It stays registered from one wait to the next, so a task that waits again and again costs what a handler
- * costs; it is removed when it is ready and nobody waits.
+ * costs; it is removed when it is ready and no task waits.
  *
  * The descriptor must stay open for as long as this object exists. A regular file, which is always ready,
- * cannot be waited for: EPERM. A task that waits when this object ends goes on waiting until it is stopped.
+ * cannot be waited for: EPERM. A task that waits when this object ends keeps waiting until it is stopped.
  */
 class readiness : private norv_epoll_fd_t {
   public:
@@ -167,9 +167,9 @@ class readiness : private norv_epoll_fd_t {
     /**
      * Repeats an operation until it is over: at once, and then whenever one of these events has come.
      *
-     * @param events     EPOLLIN, EPOLLPRI, or both; or EPOLLOUT
-     * @param operation  has `bool step(uint32_t events)`, which returns whether it is over, first called with 0;
-     *                   and `finish(status)`, called with the status of the wait, whose value `co_await` returns
+     * @param events    EPOLLIN, EPOLLPRI, or both; or EPOLLOUT
+     * @param repeated  has `bool step(uint32_t events)`, which returns whether it is over, first called with 0;
+     *                  and `finish(status)`, called with the status of the wait, whose value `co_await` returns
      */
     template <typename operation>
     auto repeat(uint32_t events, operation repeated) {
@@ -292,7 +292,7 @@ class readiness : private norv_epoll_fd_t {
         forget(events);
     }
 
-    // Gives up what came and nobody waits for: it would come again and again.
+    // Gives up what came and no task waits for: it would come again and again.
     void forget(uint32_t events) {
         const uint32_t still = wanted();
         if (still == 0) {
