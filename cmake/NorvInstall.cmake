@@ -1,5 +1,5 @@
 # What `cmake --install` brings to a board's or a developer's file system besides the libraries and headers: the CMake
-# package `norv_io_linux` and a pkg-config file for each library.
+# package `norv_io_linux` and a pkg-config file for each library and for the C++ headers.
 include(CMakePackageConfigHelpers)
 
 set(norv_package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/norv_io_linux)
@@ -25,4 +25,5 @@ function(norv_pkg_config name)
 endfunction()
 
 norv_pkg_config(norv_base)
+norv_pkg_config(norv_cpp)
 norv_pkg_config(norv_io_linux)

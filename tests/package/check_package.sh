@@ -37,10 +37,10 @@ files() {
     local installed strays
     installed=$(find "$root" -type f -printf '%P\n')
     strays=$(grep -vE <<<"$installed" \
-        -e '^usr/include/norv_[a-z0-9_]+\.h$' \
+        -e '^usr/include/norv_[a-z0-9_]+\.h$' -e '^usr/include/norv(/[a-z0-9_]+)?\.hpp$' \
         -e "^usr/$LIBDIR/libnorv_(base|io_linux)\.so(\.[0-9]+)+\$" \
         -e "^usr/$LIBDIR/cmake/norv_io_linux/norv_io_linux-config[a-z-]*\.cmake\$" \
-        -e "^usr/$LIBDIR/pkgconfig/norv_(base|io_linux)\.pc\$" \
+        -e "^usr/$LIBDIR/pkgconfig/norv_(base|cpp|io_linux)\.pc\$" \
         -e '^usr/bin/norv$' -e '^usr/share/man/man1/norv\.1$' \
         -e '^usr/share/(bash-completion/completions/norv|zsh/site-functions/_norv)$' \
         -e '^usr/share/(man/man3|doc/norv_io_linux)/') || return 0
@@ -117,6 +117,8 @@ pkg_config() {
 pkg_config_c() { pkg_config "$CC" consumer.c norv_io_linux; }
 pkg_config_cpp() { pkg_config "$CXX" consumer.cpp norv_io_linux; }
 pkg_config_base() { pkg_config "$CC" consumer_base.c norv_base; }
+pkg_config_cpp20() { pkg_config "$CXX" consumer_cpp20.cpp norv_cpp -std=c++20; }
+pkg_config_cpp20_plain() { pkg_config "$CXX" consumer_cpp20.cpp norv_cpp -std=c++20 -fno-exceptions -fno-rtti; }
 pkg_config_hardware() { pkg_config "$CC" consumer_hardware.c norv_io_linux; }
 
 # A program for a board, built against a copy of the board's file system.
@@ -133,7 +135,7 @@ cmake_package() {
     cmake -S "$consumer" -B "$tree" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
         -DCMAKE_PREFIX_PATH="$moved" -DCMAKE_EXE_LINKER_FLAGS="$strict" >"$tree.log"
     cmake --build "$tree" >>"$tree.log"
-    for program in consumer_c consumer_cpp consumer_base consumer_hardware; do
+    for program in consumer_c consumer_cpp consumer_cpp20 consumer_cpp20_plain consumer_base consumer_hardware; do
         run "$tree/$program"
     done
 }
