@@ -13,7 +13,7 @@
  *
  * In a task:
  *
- *     norv::file_stream stream(device);  // opened with O_NONBLOCK
+ *     norv::file_stream stream(terminal);  // opened with O_NONBLOCK
  *     while (norv::result<size_t> count = co_await stream.read_some(buffer)) {
  *         ...
  *     }

@@ -4,8 +4,8 @@
  * An event loop on a thread of its own, which ends with its object.
  *
  *     norv::loop_thread io = norv::loop_thread::start().value();
- *     norv::timer blink([&] { led.set_brightness(on = !on).ignore(); });
- *     blink.start(io.loop(), 500ms).value();
+ *     norv::timer sample([&] { read_sensor(); });
+ *     sample.start_periodic(io.loop(), 500ms).value();
  *     io.run_on_loop([] { return norv::this_thread::set_name("io"); }).value();
  *     io.stop().value();  // or at the end of `io`
  *

@@ -5,7 +5,7 @@
  * a move they return NORV_STATUS_INVALID_ARG.
  *
  *     norv::uart port = norv::uart::open("/dev/ttyS1", {.baud = 115200}).value();
- *     port.send(std::as_bytes(std::span("ping", 4)), norv::no_limit).value();
+ *     port.send(std::as_bytes(std::span("ping", 4)), norv::no_limit).status.value();
  *     std::array<std::byte, 64> reply;
  *     size_t count = port.receive(reply, 1s).count;
  *
