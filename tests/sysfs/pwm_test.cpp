@@ -10,9 +10,11 @@
 
 #include "support/failure_sweep.hpp"
 #include "support/status.hpp"
+#include "sysfs/pwm_chip.hpp"
 
 namespace {
 
+using namespace norv::test::pwm_chip;
 using namespace std::string_literals;
 using norv::test::errno_status;
 using norv::test::kernel_double;
@@ -20,41 +22,6 @@ using norv::test::strike;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr const char* chip_export = "/sys/class/pwm/pwmchip3/export";
-constexpr const char* chip_unexport = "/sys/class/pwm/pwmchip3/unexport";
-constexpr const char* npwm = "/sys/class/pwm/pwmchip3/npwm";
-constexpr const char* channel_directory = "/sys/class/pwm/pwmchip3/pwm2";
-constexpr const char* enable = "/sys/class/pwm/pwmchip3/pwm2/enable";
-constexpr const char* period = "/sys/class/pwm/pwmchip3/pwm2/period";
-constexpr const char* duty_cycle = "/sys/class/pwm/pwmchip3/pwm2/duty_cycle";
-constexpr const char* polarity = "/sys/class/pwm/pwmchip3/pwm2/polarity";
-constexpr const char* capture = "/sys/class/pwm/pwmchip3/pwm2/capture";
-
-void export_channel(kernel_double& kernel) {
-    for (const char* attribute : {enable, period, duty_cycle, polarity}) {
-        kernel.add_file(attribute);
-    }
-    kernel.add_file(capture, "20000 5000\n");
-}
-
-// Chip 3 with four channels, of which the kernel can export channel 2.
-void add_chip(kernel_double& kernel) {
-    kernel.add_file(npwm, "4\n");
-    kernel.add_file(chip_export);
-    kernel.add_file(chip_unexport);
-    kernel.on_write(chip_export, [&](std::string_view text) {
-        if (text.front() != '2') {
-            return ENODEV;
-        }
-        export_channel(kernel);
-        return 0;
-    });
-    kernel.on_write(chip_unexport, [&](std::string_view) {
-        kernel.remove(channel_directory);
-        return 0;
-    });
-}
 
 class Pwm : public testing::Test {
   protected:
