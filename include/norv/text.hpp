@@ -25,7 +25,32 @@ class c_string {
 
   private:
     bool valid_;
-    char text_[capacity];
+    char text_[capacity] = {};
+};
+
+// The same for a C function that takes the text as a printf format without values: each '%' is doubled, so that
+// it means itself.
+template <size_t capacity = 256>
+class c_format {
+  public:
+    explicit c_format(std::string_view text) noexcept
+        : valid_(text.size() < capacity && text.find('\0') == std::string_view::npos) {
+        if (valid_) {
+            char* to = text_;
+            for (const char character : text) {
+                if (character == '%') {
+                    *to++ = '%';
+                }
+                *to++ = character;
+            }
+        }
+    }
+
+    const char* get() const noexcept { return valid_ ? text_ : nullptr; }
+
+  private:
+    bool valid_;
+    char text_[2 * capacity] = {};
 };
 
 }  // namespace norv::detail
