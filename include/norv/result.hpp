@@ -49,7 +49,8 @@ class [[nodiscard]] result {
     /** Returns the value; without one, throws `norv::error` or ends the program. */
     constexpr T& value() & { return *checked(*this).value_; }
     constexpr const T& value() const& { return *checked(*this).value_; }
-    constexpr T&& value() && { return *std::move(checked(*this).value_); }
+    // Not a reference: a range-based for over the value would outlive the temporary.
+    constexpr T value() && { return *std::move(checked(*this).value_); }
 
     /** Returns the value, or another one in place of a value that is not there. */
     template <typename U>
