@@ -75,6 +75,14 @@ class dma_manager : public device {
     bool fills_entries = true;
     std::vector<int32_t> unlocked;
 
+    std::vector<unsigned long> request_numbers() const {
+        std::vector<unsigned long> numbers;
+        for (const request& one : requests) {
+            numbers.push_back(one.number);
+        }
+        return numbers;
+    }
+
     long ioctl(unsigned long number, void* argument) override {
         requests.push_back({number, std::string(static_cast<const char*>(argument), _IOC_SIZE(number))});
         auto* record = static_cast<char*>(argument);

@@ -62,13 +62,7 @@ class Dma : public DmaManager {
         norv_linux_dma_destory_mgr(&manager);
     }
 
-    std::vector<unsigned long> requests() const {
-        std::vector<unsigned long> made;
-        for (const auto& request : driver->requests) {
-            made.push_back(request.number);
-        }
-        return made;
-    }
+    std::vector<unsigned long> requests() const { return driver->request_numbers(); }
     const std::string& record() const { return driver->requests.back().record; }
 
     norv_linux_dma_t* buffer = nullptr;
