@@ -14,7 +14,7 @@
  *     loop.run();
  *
  * A task starts when it is awaited, or given to a `job`; it runs on the thread that runs the loop. Waits of a
- * task that is told to stop return NORV_STATUS_TIMEOUT, those that it begins afterwards too. When a task is
+ * task that has been asked to stop return NORV_STATUS_TIMEOUT, those that it begins afterwards too. When a task is
  * destroyed while it waits, nothing of it stays registered.
  *
  * The frame of a task comes from `norv_malloc`. Without memory an awaited task returns NORV_STATUS_NO_MEMORY
@@ -70,7 +70,7 @@ class stop_node {
     void (*stop_)(stop_node*) = nullptr;
 };
 
-// What can be told to stop as one: the waits within it, and the scopes within it. On the loop thread only.
+// What can be stopped as one: the waits within it, and the scopes within it. On the loop thread only.
 class stop_scope : private stop_node {
   public:
     stop_scope() noexcept = default;
@@ -90,8 +90,8 @@ class stop_scope : private stop_node {
 
     bool stopped() const noexcept { return stopped_; }
 
-    // Ends all waits: their coroutines go on at once, one after the other. The coroutine that has this scope goes
-    // on after them, as the last act: it may destroy the scope.
+    // Ends all waits: their coroutines resume at once, one after the other. The coroutine that has this scope
+    // resumes after them, as the last act: it may destroy the scope.
     void stop() {
         stopped_ = true;
         if (std::exchange(stopping_, true)) {
@@ -108,7 +108,7 @@ class stop_scope : private stop_node {
         }
     }
 
-    // The coroutine that has this scope is to go on: at once, or when stop() has ended all waits.
+    // The coroutine that has this scope is to resume: at once, or when stop() has ended all waits.
     std::coroutine_handle<> resume_next(std::coroutine_handle<> next) noexcept {
         if (stopping_) {
             next_ = next;
@@ -164,12 +164,22 @@ class promise_base {
 
     const task_context& context() const noexcept { return context_; }
 
-    // Who goes on when this coroutine has ended.
+    // What resumes when this coroutine has ended.
     std::coroutine_handle<> (*on_end)(promise_base& ended) noexcept = nullptr;
     void* waiting = nullptr;
 
     task_context context_;
 };
+
+// What a coroutine of type T that has no value returns in its place; without a place for a status, there is none.
+template <typename T>
+T failed_value(status failed) {
+    if constexpr (std::is_same_v<T, status> || is_result<T>) {
+        return failed;
+    } else {
+        fail(failed);
+    }
+}
 
 // The value of a coroutine of type T, or its exception.
 template <typename T>
@@ -288,14 +298,7 @@ class [[nodiscard]] task {
     explicit task(std::coroutine_handle<promise_type> coroutine) noexcept : coroutine_(coroutine) {}
 
     static T take(std::coroutine_handle<promise_type> ended) {
-        if (!ended) {
-            if constexpr (std::is_same_v<T, status> || detail::is_result<T>) {
-                return status(NORV_STATUS_NO_MEMORY);
-            } else {
-                detail::fail(status(NORV_STATUS_NO_MEMORY));
-            }
-        }
-        return ended.promise().take();
+        return ended ? ended.promise().take() : detail::failed_value<T>(status(NORV_STATUS_NO_MEMORY));
     }
 
     void destroy() noexcept {
@@ -317,21 +320,15 @@ class job {
   public:
     /**
      * Starts the task, which runs until its first wait. Once stopped through the token, on any thread, its
-     * waits return NORV_STATUS_TIMEOUT.
+     * waits return NORV_STATUS_TIMEOUT. A task that cannot be started has ended, and `take()` has the status:
+     * NORV_STATUS_INVALID_ARG on a loop that was moved from, or a status of `norv_epoll_event_fd_create`.
      */
     job(const loop& on, task<T> started, std::stop_token token = {})
         : task_(std::move(started)), wake_([this] { stop(); }) {
-        if (!task_) {
+        begun_ = !task_ ? status(NORV_STATUS_NO_MEMORY) : begin(on, std::move(token));
+        if (!begun_.ok()) {
             done_ = true;
             return;
-        }
-        share_.take(on.state());
-        auto& promise = task_.coroutine().promise();
-        promise.context_ = {share_.get(), &scope_};
-        promise.waiting = this;
-        promise.on_end = end;
-        if (token.stop_possible()) {
-            watch(on, std::move(token));
         }
         task_.coroutine().resume();
     }
@@ -341,8 +338,18 @@ class job {
     /** Whether the task has ended. */
     bool done() const noexcept { return done_; }
 
-    /** What the task returned, once it has ended; its exception is thrown here. To be called once. */
-    T take() { return task_.take(); }
+    /**
+     * What the task returned, once it has ended; its exception is thrown here. To be called once.
+     *
+     * A task that has not ended has NORV_STATUS_BAD_STATE, as its value if that is a `status` or `result`;
+     * otherwise `norv::error` is thrown, or the program ends.
+     */
+    T take() {
+        if (!begun_.ok()) {
+            return detail::failed_value<T>(begun_);
+        }
+        return done_ ? task_.take() : detail::failed_value<T>(status(NORV_STATUS_BAD_STATE));
+    }
 
     /** Ends the waits of the task, with NORV_STATUS_TIMEOUT; on the loop thread. */
     void stop() {
@@ -377,13 +384,28 @@ class job {
         }
     }
 
-    void watch(const loop& on, std::stop_token token) {
-        wake_.start(on).value();
-        stopping_.emplace(std::move(token), raise{&wake_});
+    status begin(const loop& on, std::stop_token token) {
+        if (on.state() == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        share_.take(on.state());
+        auto& promise = task_.coroutine().promise();
+        promise.context_ = {share_.get(), &scope_};
+        promise.waiting = this;
+        promise.on_end = end;
+        if (!token.stop_possible()) {
+            return ok;
+        }
+        const status created = wake_.start(on);
+        if (created.ok()) {
+            stopping_.emplace(std::move(token), raise{&wake_});
+        }
+        return created;
     }
 
     detail::loop_share share_;
     detail::stop_scope scope_;
+    status begun_;
     bool done_ = false;
     callback<void()> on_done_;
     task<T> task_;
@@ -391,7 +413,10 @@ class job {
     std::optional<std::stop_callback<raise>> stopping_;
 };
 
-/** Runs a loop until a task has ended, and returns its value. */
+/**
+ * Runs a loop until a task has ended, and returns its value. If a handler ends the loop before, the task ends
+ * with it: see `job::take`.
+ */
 template <typename T>
 T run(loop& on, task<T> awaited) {
     job<T> running(on, std::move(awaited));
@@ -537,7 +562,7 @@ auto when_all(task<T>... tasks) {
  * Runs tasks beside each other until one has ended, then ends the waits of the others and waits until they have
  * ended, too.
  *
- * @return when awaited: a variant with the value of the first, whose `index()` tells which it was;
+ * @return when awaited: a variant with the value of the first, whose `index()` is its position;
  *         `std::monostate` for void. The exception of the first is thrown; those of the others are dropped.
  */
 template <typename... T>

@@ -60,10 +60,10 @@ class uart {
         uart::flow_control flow_control = flow_control::none;
     };
 
-    /** See `norv_uart_open`. A path of 4096 characters or more is an invalid argument. */
+    /** See `norv_uart_open`. A path of 256 characters or more is an invalid argument. */
     static result<uart> open(std::string_view path, const settings& wanted) {
         uart port;
-        const detail::c_string<4096> name(path);
+        const detail::c_string<> name(path);
         const norv_uart_settings_t values = values_of(wanted);
         const status opened =
             port.port_.open([&](norv_uart_t** to) { return norv_uart_open(name.get(), &values, to); });

@@ -15,6 +15,7 @@
 #include <utility>
 #include <variant>
 
+#include "cpp/waiting_task.hpp"
 #include "norv/wait.hpp"
 #include "support/kernel_double.hpp"
 
@@ -47,13 +48,6 @@ class Task : public testing::Test {
     template <typename T>
     T run(task<T> awaited) {
         return norv::run(loop_, std::move(awaited));
-    }
-
-    // Runs the rounds of a millisecond: what is still registered would be called.
-    void run_a_while() {
-        norv::timer end([this] { EXPECT_TRUE(loop_.exit().ok()); });
-        ASSERT_TRUE(end.start(loop_, 1ms).ok());
-        loop_.run();
     }
 
     kernel_double kernel;
@@ -105,6 +99,31 @@ TEST_F(Task, ATaskWithoutMemoryHasThatStatus) {
         norv::error);
 }
 
+TEST_F(Task, ATaskWhoseLoopEndsBeforeHasABadState) {
+    norv::timer end([this] { EXPECT_TRUE(loop_.exit().ok()); });
+    ASSERT_TRUE(end.start(loop_, 1ms).ok());
+    EXPECT_EQ(run(forever()), NORV_STATUS_BAD_STATE);
+    EXPECT_EQ(loop_.get()->timers.top, nullptr);
+    ASSERT_TRUE(end.start(loop_, 1ms).ok());
+    EXPECT_THROW(run([]() -> task<int> {
+                     (co_await norv::sleep(10h)).value();
+                     co_return 1;
+                 }()),
+                 norv::error);
+}
+
+TEST_F(Task, ATaskThatCannotBeStartedHasTheStatus) {
+    const loop other = std::move(loop_);
+    job<status> nowhere(loop_, forever());
+    EXPECT_TRUE(nowhere.done());
+    EXPECT_EQ(nowhere.take(), NORV_STATUS_INVALID_ARG);
+    kernel.fail("eventfd", EMFILE);
+    std::stop_source source;
+    job<status> unwatched(other, forever(), source.get_token());
+    EXPECT_TRUE(unwatched.done());
+    EXPECT_EQ(unwatched.take(), status(norv_get_status_by_errno(EMFILE)));
+}
+
 TEST_F(Task, AwaitingAllocatesNothing) {
     const int descriptor = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
     run([](kernel_double& board, int ready) -> task<> {
@@ -137,7 +156,7 @@ TEST_F(Task, ATaskThatIsDestroyedWhileItWaitsLeavesNothing) {
     }
     EXPECT_EQ(eventfd_write(silent, 1), 0);
     EXPECT_EQ(loop_.get()->timers.top, nullptr);
-    run_a_while();
+    norv::test::run_a_while(loop_);
     close(silent);
 }
 
@@ -407,7 +426,7 @@ TEST_F(Descriptor, AWaitOutlivesWhatItWaitsFor) {
     }(*readiness));
     readiness.reset();
     eventfd_write(descriptor, 1);
-    run_a_while();
+    norv::test::run_a_while(loop_);
     EXPECT_FALSE(waits.done());
     waits.stop();
     EXPECT_EQ(waits.take().status(), NORV_STATUS_TIMEOUT);
