@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The base library's owners: mutex, one-shot event, watchdog, clock, memory and heap.
+// The base library's owners: status, mutex, one-shot event, watchdog, clock, memory and heap.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -23,6 +23,26 @@ namespace {
 
 using norv::test::kernel_double;
 using namespace std::chrono_literals;
+
+// ---- statuses
+
+TEST(CppStatus, AStatusKnowsItsNameAndText) {
+    const norv::status status(NORV_STATUS_INVALID_ARG);
+    EXPECT_STREQ(status.name(), "INVALID_ARG");
+    EXPECT_STREQ(status.text(), "invalid argument");
+    EXPECT_FALSE(status.ok());
+    EXPECT_EQ(norv::ok.number(), NORV_STATUS_OK);
+}
+
+TEST(CppStatus, AValueThatIsMissingIsThrownAsItsStatus) {
+    const norv::result<int> missing = norv::status(NORV_STATUS_EMPTY);
+    try {
+        static_cast<void>(missing.value());
+        FAIL() << "no exception";
+    } catch (const norv::error& thrown) {
+        EXPECT_EQ(thrown.status(), NORV_STATUS_EMPTY);
+    }
+}
 
 // ---- mutex
 

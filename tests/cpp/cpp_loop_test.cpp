@@ -153,6 +153,20 @@ TEST_F(Loop, DelayedCallsRunByPriority) {
     EXPECT_EQ(order, "first last");
 }
 
+TEST_F(Loop, ACancelledCallIsNotMade) {
+    int called = 0;
+    norv::delayed_call call([&] { ++called; });
+    EXPECT_FALSE(call.pending());
+    ASSERT_TRUE(call.start(loop_).ok());
+    EXPECT_TRUE(call.pending());
+    EXPECT_TRUE(call.stop().ok());
+    EXPECT_FALSE(call.pending());
+    norv::timer end([&] { EXPECT_TRUE(loop_.exit().ok()); });
+    ASSERT_TRUE(end.start(loop_, 0ms).ok());
+    loop_.run();
+    EXPECT_EQ(called, 0);
+}
+
 TEST_F(Loop, AnExceptionOfAHandlerComesOutOfRun) {
     norv::timer timer([] { throw std::runtime_error("from the handler"); });
     ASSERT_TRUE(timer.start(loop_, 0ms).ok());
