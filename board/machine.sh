@@ -25,7 +25,7 @@ machine_command() {
 # ciphers. A "pc" machine takes longer than a q35 for every PCI device: the ACPI method that routes its interrupts is a loop.
 machine_of_x86_64() {
     kernel_parameters="console=ttyS0 no_timer_check cryptomgr.notests"
-    machine=(qemu-system-x86_64 -machine "q35,sata=off,smbus=off" -smp 2 -m 1024 -accel "$1")
+    machine=(qemu-system-x86_64 -machine "q35,sata=off,smbus=off" -smp "$processors" -m 1024 -accel "$1")
     case $1 in
         kvm) machine+=(-cpu host) ;;
         *) machine+=(-cpu "qemu64,+rdrand") ;;
@@ -36,7 +36,7 @@ machine_of_x86_64() {
 # others have the names that they have everywhere.
 machine_of_arm64() {
     kernel_parameters="console=ttyAMA0"
-    machine=(qemu-system-aarch64 -machine virt -smp 2 -m 1024 -accel "$1" -cpu cortex-a53)
+    machine=(qemu-system-aarch64 -machine virt -smp "$processors" -m 1024 -accel "$1" -cpu cortex-a53)
     machine+=(-chardev null,id=unused -device pci-serial,chardev=unused)
 }
 

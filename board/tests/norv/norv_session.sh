@@ -9,7 +9,11 @@ set -euo pipefail
 
 build=$(cd "$1" && pwd)
 shift
-export NORV=$build/tools/norv/norv
+# The tool is called hundreds of times, and each call looks for its libraries in many places: in the build directory, which
+# the host may change at any time, that takes longer than all the rest.
+copy=$(mktemp --directory)
+(cd "$build" && cp --parents --dereference tools/norv/norv src/libnorv_io_linux.so.0 base/libnorv_base.so.0 "$copy")
+export NORV=$copy/tools/norv/norv
 export NORV_TESTS=$build/board/tests
 cd "$(dirname "$0")"
 

@@ -14,6 +14,8 @@ is_wrong_usage() {
     is_wrong_usage
     is_wrong_usage --no-such-option x true
     is_wrong_usage --time-limit soon true
+    is_wrong_usage --processors 9 true
+    is_wrong_usage --machine zynq --processors 1 true
     is_wrong_usage --arch vax true
     is_wrong_usage --kernel ../6.1 true
     is_wrong_usage --kernel 6.1 --arch arm64 true
