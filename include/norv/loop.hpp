@@ -37,6 +37,7 @@
 #include "norv/callback.hpp"
 #include "norv/result.hpp"
 #include "norv/status.hpp"
+#include "norv/timeout.hpp"
 #include "norv_epoll.h"
 
 namespace norv {
@@ -44,12 +45,6 @@ namespace norv {
 class loop;
 
 namespace detail {
-
-// Milliseconds for the C interface: rounded up, so that no wait is shorter than asked.
-template <typename representation, typename period>
-constexpr int64_t milliseconds_of(std::chrono::duration<representation, period> time) {
-    return std::chrono::ceil<std::chrono::milliseconds>(time).count();
-}
 
 // A time for a timer of the loop, which compares times safely up to 2^30 ms only: a longer one is waited for in
 // parts.

@@ -17,6 +17,7 @@
 #include "norv/mutex.hpp"
 #include "norv/one_shot_event.hpp"
 #include "norv/thread_watchdog.hpp"
+#include "norv/timeout.hpp"
 #include "support/kernel_double.hpp"
 
 namespace {
@@ -42,6 +43,24 @@ TEST(CppStatus, AValueThatIsMissingIsThrownAsItsStatus) {
     } catch (const norv::error& thrown) {
         EXPECT_EQ(thrown.status(), NORV_STATUS_EMPTY);
     }
+}
+
+// ---- limits
+
+TEST(CppTimeout, ALimitIsRoundedUpToMilliseconds) {
+    EXPECT_EQ(norv::timeout(0ms).ms(), 0);
+    EXPECT_EQ(norv::timeout(1us).ms(), 1);
+    EXPECT_EQ(norv::timeout(1001us).ms(), 2);
+    EXPECT_EQ(norv::timeout(std::chrono::duration<double>(0.0101)).ms(), 11);
+    EXPECT_EQ(norv::timeout(norv::no_limit).ms(), -1);
+}
+
+TEST(CppTimeout, ALimitIsClampedToWhatTheCInterfaceTakes) {
+    EXPECT_EQ(norv::timeout(-1ms).ms(), 0);
+    EXPECT_EQ(norv::timeout(std::chrono::hours::min()).ms(), 0);
+    EXPECT_EQ(norv::timeout(std::chrono::hours(24 * 25)).ms(), INT32_MAX);
+    EXPECT_EQ(norv::timeout(std::chrono::hours::max()).ms(), INT32_MAX);
+    EXPECT_EQ(norv::timeout(std::chrono::duration<double>(1e300)).ms(), INT32_MAX);
 }
 
 // ---- mutex

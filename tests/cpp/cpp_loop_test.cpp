@@ -121,6 +121,8 @@ TEST_F(Loop, ATimeOfManyDaysIsWaitedForInParts) {
     int fired = 0;
     norv::timer timer([&] { ++fired; });
     ASSERT_TRUE(timer.start(loop_, std::chrono::hours(24 * 30)).ok());
+    norv::timer longest([] { ADD_FAILURE() << "called"; });
+    ASSERT_TRUE(longest.start(loop_, std::chrono::hours::max()).ok());
     norv::delayed_call end([&] { EXPECT_TRUE(loop_.exit().ok()); });
     norv::event round([&] { EXPECT_TRUE(end.start(loop_).ok()); });
     ASSERT_TRUE(round.start(loop_).ok());
@@ -135,6 +137,7 @@ TEST_F(Loop, ATimeOfManyDaysIsWaitedForInParts) {
     loop_.run();
     EXPECT_EQ(fired, 1);
     EXPECT_FALSE(timer.pending());
+    EXPECT_TRUE(longest.pending());
 }
 
 TEST_F(Loop, DelayedCallsRunByPriority) {
