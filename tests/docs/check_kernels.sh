@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Checks the table of the kernels in docs/kernels.md: that it is what tools/board-kernels makes of the recorded results, and
-# that no test failed. Then tools/board-kernels itself, in a copy of what it reads, where its tests are shell commands and
+# that every test has run on every kernel, and passed. Then tools/board-kernels itself, in a copy of what it reads, where its tests are shell commands and
 # board/run prints the kernel's name.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -25,8 +25,8 @@ cmp --quiet docs/kernels.md "$scratch/docs/kernels.md" ||
     fails "docs/kernels.md does not have the table that the recorded results make: tools/board-kernels --table"
 
 while read -r row; do
-    fails "a test failed on a kernel (tools/board-kernels --tests REGEX build/release KERNEL): $row"
-done < <(grep "| FAILED |" docs/kernels.md)
+    fails "a test has not passed on a kernel (tools/board-kernels --tests REGEX build/release KERNEL): $row"
+done < <(grep -E '\| (FAILED|not run) \|' docs/kernels.md)
 
 while IFS=: read -r name _; do
     grep --quiet "^| $name |" docs/kernels.md || fails "board/tests/kernel-notes.txt has a note on $name, which is not a test"
