@@ -80,13 +80,14 @@ commands() { grep --files-with-matches '^const group ' tools/norv/*.cpp; }
 
 entry_of() { sed -n "s/^- $2: //p" "docs/families/$1.md"; }
 
-# includes FILE HEADER: directly, or through a header of the libraries.
+# includes FILE HEADER: directly, or through headers of the libraries. Those of C++ count for the C headers below them, not
+# for each other.
 includes() {
     local inner
-    ! grep --quiet "^#include [<\"]$2[>\"]" "$1" || return 0
     while read -r inner; do
-        [[ ! -f include/$inner ]] || ! grep --quiet "^#include \"$2\"" "include/$inner" || return 0
-    done < <(sed -nE 's/^#include [<"](norv_[a-z0-9_]+\.h)[>"]/\1/p' "$1")
+        [[ $inner != "$2" ]] || return 0
+        [[ ! -f include/$inner || $1 == include/*.hpp && $inner == *.hpp ]] || ! includes "include/$inner" "$2" || return 0
+    done < <(sed -nE 's,^#include [<"](norv[a-z0-9_/]*\.h(pp)?)[>"],\1,p' "$1")
     return 1
 }
 
