@@ -10,6 +10,7 @@
  *     norv::result<std::string_view> address = norv::read_text("/sys/class/net/eth0/address", text);
  *     norv::file led = norv::file::open("/sys/class/leds/red/brightness", O_WRONLY | O_CLOEXEC).value();
  *     led.write_string("1").value();
+ *     norv::file counter = norv::file::adopt(eventfd(0, EFD_CLOEXEC)).value();
  *
  * In a task:
  *
@@ -25,6 +26,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -37,6 +39,7 @@
 #include "norv/timeout.hpp"
 #include "norv/transfer.hpp"
 #include "norv/wait.hpp"
+#include "norv_base.h"
 #include "norv_file.h"
 
 namespace norv {
@@ -103,6 +106,19 @@ class file {
             return opened;
         }
         return descriptor >= 0 ? result<file>(file(descriptor)) : result<file>(status(NORV_STATUS_BAD_STATE));
+    }
+    /**
+     * Takes over a descriptor of any kind, which is then closed with the object.
+     *
+     * @param descriptor  what a call such as socket(2) has just returned
+     * @return the file; the errno status if the descriptor is negative, NORV_STATUS_BAD_STATE if that status is 0
+     */
+    static result<file> adopt(int32_t descriptor) {
+        if (descriptor >= 0) {
+            return file(descriptor);
+        }
+        const status failed(norv_get_status_by_errno(static_cast<uint32_t>(errno)));
+        return failed.ok() ? status(NORV_STATUS_BAD_STATE) : failed;
     }
 
     file(file&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}

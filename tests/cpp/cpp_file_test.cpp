@@ -6,12 +6,15 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <utility>
 
 #include "cpp/owner_sweep.hpp"
 #include "norv/file.hpp"
+#include "norv_base.h"
 #include "support/kernel_double.hpp"
+#include "support/standard_input.hpp"
 
 namespace {
 
@@ -59,6 +62,32 @@ TEST_F(CppFile, AFailureThatCountsAsASuccessOpensNothing) {
     kernel.map_errno(EACCES, NORV_STATUS_OK);
     kernel.fail("open", EACCES);
     EXPECT_EQ(file::open(attribute, O_RDONLY).status(), NORV_STATUS_BAD_STATE);
+}
+
+TEST_F(CppFile, AnAdoptedDescriptorIsClosedWithItsOwner) {
+    const int descriptor = open(attribute, O_RDWR | O_CLOEXEC);
+    {
+        file adopted = file::adopt(descriptor).value();
+        EXPECT_EQ(adopted.descriptor(), descriptor);
+        EXPECT_EQ(adopted.write(bytes_of("1"), 0ms).count, 1U);
+        EXPECT_EQ(kernel.open_descriptors(), 1U);
+    }
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+}
+
+TEST_F(CppFile, DescriptorZeroCanBeAdopted) {
+    const norv::test::no_standard_input guard;
+    const file adopted = file::adopt(open(attribute, O_RDONLY | O_CLOEXEC)).value();
+    EXPECT_EQ(adopted.descriptor(), 0);
+}
+
+TEST_F(CppFile, AdoptingTheResultOfAFailedCallReturnsItsStatus) {
+    kernel.fail("open", EMFILE);
+    EXPECT_EQ(file::adopt(open(attribute, O_RDONLY | O_CLOEXEC)).status(), norv_get_status_by_errno(EMFILE));
+    kernel.map_errno(ENFILE, NORV_STATUS_OK);
+    kernel.fail("open", ENFILE);
+    EXPECT_EQ(file::adopt(open(attribute, O_RDONLY | O_CLOEXEC)).status(), NORV_STATUS_BAD_STATE);
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
 TEST_F(CppFile, ReadsAndWritesHaveALimit) {

@@ -2,6 +2,8 @@
 // What the examples in the C++ headers leave to the reader.
 #pragma once
 
+#include <sys/eventfd.h>
+
 #include <array>
 #include <atomic>
 #include <chrono>
