@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // CAN transfers beside the bare system calls, over a vxcan pair of the virtual board.
 #include <linux/can.h>
-#include <norv_linux_can.h>
 #include <poll.h>
 #include <unistd.h>
+#include <norv/can.hpp>
 
 #include "bus/can_links.hpp"
 #include "support/expect.hpp"
@@ -17,25 +17,6 @@ constexpr int limit = 1000;  // ms, as a bench that hangs measures nothing
 void succeed(uint32_t status) {
     bench::expect(status == NORV_STATUS_OK, "norv_linux_can");
 }
-
-// A channel on one end of the wire.
-class channel {
-  public:
-    explicit channel(const char* interface) {
-        succeed(norv_linux_can_open(interface, &can_));
-        succeed(norv_linux_can_raw_add(&can_, 1, identifier, &raw_));
-    }
-    ~channel() { norv_linux_can_close(&can_); }
-    channel(const channel&) = delete;
-    channel& operator=(const channel&) = delete;
-
-    norv_linux_can_raw_t* get() const { return raw_; }
-    int descriptor() const { return norv_linux_can_get_fd(raw_); }
-
-  private:
-    norv_linux_can_t* can_ = nullptr;
-    norv_linux_can_raw_t* raw_ = nullptr;
-};
 
 can_frame make_frame() {
     can_frame frame = {};
@@ -67,11 +48,11 @@ void bare_exchange(int from, int to) {
     bare_read(to);
 }
 
-void exchange(const channel& from, const channel& to) {
+void exchange(norv_linux_can_raw_t* from, norv_linux_can_raw_t* to) {
     uint32_t length = sizeof sent;
-    succeed(norv_linux_can_write(from.get(), &sent, &length, 0));
-    wait_for(to.descriptor(), POLLIN);
-    succeed(norv_linux_can_read(to.get(), &received, &length, 0));
+    succeed(norv_linux_can_write(from, &sent, &length, 0));
+    wait_for(norv_linux_can_get_fd(to), POLLIN);
+    succeed(norv_linux_can_read(to, &received, &length, 0));
 }
 
 void bare_waiting_exchange(int from, int to) {
@@ -79,21 +60,21 @@ void bare_waiting_exchange(int from, int to) {
     bare_exchange(from, to);
 }
 
-void waiting_exchange(const channel& from, const channel& to) {
+void waiting_exchange(norv_linux_can_raw_t* from, norv_linux_can_raw_t* to) {
     uint32_t length = sizeof sent;
-    succeed(norv_linux_can_write(from.get(), &sent, &length, -1));
-    succeed(norv_linux_can_read(to.get(), &received, &length, -1));
+    succeed(norv_linux_can_write(from, &sent, &length, -1));
+    succeed(norv_linux_can_read(to, &received, &length, -1));
 }
 
-void add_rows(const channel& near, const channel& far) {
-    const int from = near.descriptor();
-    const int to = far.descriptor();
+void add_rows(norv_linux_can_raw_t* near, norv_linux_can_raw_t* far) {
+    const int from = norv_linux_can_get_fd(near);
+    const int to = norv_linux_can_get_fd(far);
     bench::add_pair(
         {.name = "norv_linux_can_write and read", .target = 1.05}, [=] { bare_exchange(from, to); },
-        [&] { exchange(near, far); });
+        [=] { exchange(near, far); });
     bench::add_pair(
         {.name = "norv_linux_can_write and read, waiting", .target = 1.05},
-        [=] { bare_waiting_exchange(from, to); }, [&] { waiting_exchange(near, far); });
+        [=] { bare_waiting_exchange(from, to); }, [=] { waiting_exchange(near, far); });
 }
 
 }  // namespace
@@ -101,8 +82,8 @@ void add_rows(const channel& near, const channel& far) {
 int main(int argc, char** argv) {
     const int refused = norv::board::add_vxcan_pair("bench0", "bench1");
     bench::expect(refused == 0 || refused == EEXIST, "vxcan");
-    const channel near("bench0");
-    const channel far("bench1");
-    add_rows(near, far);
+    const norv::can near = norv::can::open("bench0", identifier).value();
+    const norv::can far = norv::can::open("bench1", identifier).value();
+    add_rows(near.get(), far.get());
     return bench::run_rows(argc, argv);
 }

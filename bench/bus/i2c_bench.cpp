@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // I2C transfers beside the bare request that each of them is. Needs the registers of the virtual board.
-#include <norv_linux_i2c.h>
+#include <norv/i2c.hpp>
 
 #include <cstdint>
 
@@ -12,7 +12,6 @@ using bench::add_row;
 using bench::bare_read;
 using bench::bare_write;
 using bench::i2c_registers;
-using bench::succeed;
 
 void bare_raw_read(int descriptor) {
     uint8_t data[1];
@@ -46,10 +45,8 @@ void add_transfers(const int32_t* bus) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int32_t descriptor = -1;
-    succeed(norv_linux_i2c_open(bench::i2c_bus_number, &descriptor));
+    const norv::i2c bus = norv::i2c::open(bench::i2c_bus_number).value();
+    const int32_t descriptor = bus.descriptor();
     add_transfers(&descriptor);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_i2c_close(&descriptor);
-    return result;
+    return bench::run_rows(argc, argv);
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The operations of the I2C bus record beside the bare request that each of them is. Needs the registers of the
 // virtual board.
-#include <norv_linux_i2c.h>
-#include <norv_linux_i2c_bus.h>
+#include <norv/i2c.hpp>
+#include <norv/i2c_bus.hpp>
 
 #include <cstdint>
 
@@ -14,7 +14,6 @@ using bench::add_row;
 using bench::bare_read;
 using bench::bare_write;
 using bench::i2c_registers;
-using bench::succeed;
 
 void add_operations(int32_t bare, norv_i2c_bus_t* bus) {
     add_row(
@@ -31,13 +30,8 @@ void add_operations(int32_t bare, norv_i2c_bus_t* bus) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int32_t descriptor = -1;
-    norv_i2c_bus_t bus;
-    succeed(norv_linux_i2c_open(bench::i2c_bus_number, &descriptor));
-    succeed(norv_linux_open_i2c_bus(&bus, bench::i2c_bus_number));
-    add_operations(descriptor, &bus);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_close_i2c_bus(&bus);
-    norv_linux_i2c_close(&descriptor);
-    return result;
+    const norv::i2c bare = norv::i2c::open(bench::i2c_bus_number).value();
+    norv::i2c_bus bus = norv::i2c_bus::open(bench::i2c_bus_number).value();
+    add_operations(bare.descriptor(), bus.get());
+    return bench::run_rows(argc, argv);
 }

@@ -2,8 +2,8 @@
 // SPI transfers beside the bare requests that they must make, on slaves of the kernel that it runs on: needs
 // /dev/spidev0.0, and /dev/spidev1.0 on a controller that refuses 16-bit words, as on the virtual board.
 #include <linux/spi/spidev.h>
-#include <norv_linux_spi.h>
 #include <sys/ioctl.h>
+#include <norv/spi.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -102,17 +102,11 @@ void add_rows(const norv_spi_t* spi, const norv_spi_t* swapping) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    constexpr norv_spi_config_t eight_bits = {0, 1'000'000, 8, 0};
-    constexpr norv_spi_config_t sixteen_bits = {0, 1'000'000, 16, 0};
-    norv_spi_t spi;
-    norv_spi_t swapping;
-    bench::expect(norv_linux_spi_open("/dev/spidev0.0", &eight_bits, &spi) == NORV_STATUS_OK, "spidev0.0");
-    bench::expect(norv_linux_spi_open("/dev/spidev1.0", &sixteen_bits, &swapping) == NORV_STATUS_OK,
-                  "spidev1.0");
-    bench::expect(swapping.swap16 == 1, "emulation");
-    add_rows(&spi, &swapping);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_spi_close(&swapping);
-    norv_linux_spi_close(&spi);
-    return result;
+    constexpr norv::spi::settings eight_bits = {.max_speed_hz = 1'000'000};
+    constexpr norv::spi::settings sixteen_bits = {.max_speed_hz = 1'000'000, .bits_per_word = 16};
+    norv::spi spi = norv::spi::open("/dev/spidev0.0", eight_bits).value();
+    norv::spi swapping = norv::spi::open("/dev/spidev1.0", sixteen_bits).value();
+    bench::expect(swapping.emulates_words(), "emulation");
+    add_rows(spi.get(), swapping.get());
+    return bench::run_rows(argc, argv);
 }

@@ -2,10 +2,11 @@
 // Serial-port calls beside the bare system calls they must make: transfers through a pseudo-terminal,
 // everything else on the 16550 /dev/ttyS3 of the virtual board.
 #include <fcntl.h>
-#include <norv_uart.h>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
+#include <norv/file.hpp>
+#include <norv/uart.hpp>
 
 #include <cstdint>
 #include <cstdlib>
@@ -30,58 +31,42 @@ void wait_for(int descriptor, int16_t events) {
     bench::expect(poll(&request, 1, limit) == 1, "poll");
 }
 
-// A pseudo-terminal: the port, and the end at which the bench takes and gives the bytes.
-class pseudo_terminal {
-  public:
-    pseudo_terminal() {
-        char path[64];
-        bench::expect(
-            grantpt(far_end_) == 0 && unlockpt(far_end_) == 0 && ptsname_r(far_end_, path, sizeof path) == 0,
-            "posix_openpt");
-        succeed(norv_uart_open(path, &settings, &port_));
-    }
-    ~pseudo_terminal() {
-        norv_uart_close(&port_);
-        close(far_end_);
-    }
-    pseudo_terminal(const pseudo_terminal&) = delete;
-    pseudo_terminal& operator=(const pseudo_terminal&) = delete;
+// The port of a pseudo-terminal, at whose far end the bench takes and gives the bytes.
+norv::uart open_port(int far_end) {
+    char path[64];
+    bench::expect(
+        grantpt(far_end) == 0 && unlockpt(far_end) == 0 && ptsname_r(far_end, path, sizeof path) == 0,
+        "posix_openpt");
+    return norv::uart::open(path, {.baud = settings.baud}).value();
+}
 
-    norv_uart_t** port() { return &port_; }
-    int descriptor() { return norv_uart_get_fd(&port_); }
+// The far end sends back what it gets.
+void echo(int far_end) {
+    wait_for(far_end, POLLIN);
+    bench::expect(read(far_end, buffer, size) == size, "read");
+    bench::expect(write(far_end, buffer, size) == size, "write");
+}
 
-    // The far end sends back what it gets.
-    void echo() const {
-        wait_for(far_end_, POLLIN);
-        bench::expect(read(far_end_, buffer, size) == size, "read");
-        bench::expect(write(far_end_, buffer, size) == size, "write");
-    }
-
-  private:
-    int far_end_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    norv_uart_t* port_ = nullptr;
-};
-
-void bare_exchange(const pseudo_terminal& terminal, int descriptor) {
+void bare_exchange(int far_end, int descriptor) {
     wait_for(descriptor, POLLOUT);
     bench::expect(write(descriptor, buffer, size) == size, "write");
-    terminal.echo();
+    echo(far_end);
     wait_for(descriptor, POLLIN);
     bench::expect(read(descriptor, buffer, size) == size, "read");
 }
 
-void exchange(const pseudo_terminal& terminal, norv_uart_t** port) {
+void exchange(int far_end, norv_uart_t** port) {
     uint32_t length = size;
     succeed(norv_uart_send(port, buffer, &length, limit));
-    terminal.echo();
+    echo(far_end);
     succeed(norv_uart_recv(port, buffer, &length, limit));
 }
 
 // The kernel's worker that carries the bytes over answers ten times faster in the first tenth of a second
 // than afterwards, which the contender that comes first would have to itself.
-void settle(pseudo_terminal& terminal) {
+void settle(int far_end, int descriptor) {
     for (int round = 0; round < 5000; ++round) {
-        bare_exchange(terminal, terminal.descriptor());
+        bare_exchange(far_end, descriptor);
     }
 }
 
@@ -95,13 +80,11 @@ void bare_config(int descriptor) {
     bench::expect(tcsetattr(descriptor, TCSANOW, &wanted) == 0, "tcsetattr");
 }
 
-void add_rows(pseudo_terminal& terminal) {
-    const int descriptor = terminal.descriptor();
-    norv_uart_t** port = terminal.port();
+void add_rows(int far_end, norv_uart_t** port) {
+    const int descriptor = norv_uart_get_fd(port);
     bench::add_pair(
-        {.name = "norv_uart_send and recv", .target = 1.05},
-        [=, &terminal] { bare_exchange(terminal, descriptor); },
-        [=, &terminal] { exchange(terminal, port); });
+        {.name = "norv_uart_send and recv", .target = 1.05}, [=] { bare_exchange(far_end, descriptor); },
+        [=] { exchange(far_end, port); });
     bench::add_pair(
         {.name = "norv_uart_recv, idle", .target = 1.05},
         [=] { bench::expect(read(descriptor, buffer, size) == 0, "read"); },
@@ -117,8 +100,10 @@ void add_rows(pseudo_terminal& terminal) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    pseudo_terminal terminal;
-    settle(terminal);
-    add_rows(terminal);
+    const norv::file far_end = norv::file::adopt(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)).value();
+    const norv::uart port = open_port(far_end.descriptor());
+    norv_uart_t* handle = port.get();
+    settle(far_end.descriptor(), port.descriptor());
+    add_rows(far_end.descriptor(), &handle);
     return bench::run_rows(argc, argv);
 }

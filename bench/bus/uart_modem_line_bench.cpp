@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The modem-line calls of a serial port beside the bare ioctl, on /dev/ttyS3 of the virtual board: a
 // pseudo-terminal has no such lines.
-#include <norv_uart.h>
 #include <sys/ioctl.h>
+#include <norv/uart.hpp>
 
 #include <cstdint>
 
@@ -41,12 +41,8 @@ void add_rows(norv_uart_t** port) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const norv_uart_settings_t settings = {
-        .baud = 115200, .data_bits = 8, .stop_bits = 0, .parity = 0, .flow_control = 0};
-    norv_uart_t* port = nullptr;
-    bench::expect(norv_uart_open("/dev/ttyS3", &settings, &port) == NORV_STATUS_OK, "/dev/ttyS3");
-    add_rows(&port);
-    const int result = bench::run_rows(argc, argv);
-    norv_uart_close(&port);
-    return result;
+    const norv::uart port = norv::uart::open("/dev/ttyS3", {.baud = 115200}).value();
+    norv_uart_t* handle = port.get();
+    add_rows(&handle);
+    return bench::run_rows(argc, argv);
 }

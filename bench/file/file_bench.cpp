@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The file helpers beside the bare system calls they must make.
 #include <fcntl.h>
-#include <norv_file.h>
 #include <poll.h>
 #include <unistd.h>
+#include <norv/file.hpp>
 
 #include <cstdint>
 #include <string>
@@ -12,24 +12,6 @@
 #include "support/rows.hpp"
 
 namespace {
-
-// A pipe that is never full and never empty: each round writes what it reads.
-class pipe_pair {
-  public:
-    pipe_pair() { bench::expect(pipe2(ends_, O_CLOEXEC) == 0, "pipe2"); }
-    ~pipe_pair() {
-        close(ends_[0]);
-        close(ends_[1]);
-    }
-    pipe_pair(const pipe_pair&) = delete;
-    pipe_pair& operator=(const pipe_pair&) = delete;
-
-    int reading_end() const { return ends_[0]; }
-    int writing_end() const { return ends_[1]; }
-
-  private:
-    int ends_[2];
-};
 
 // A small file in memory, deleted at the end.
 class memory_file {
@@ -71,20 +53,19 @@ void bare_waiting_transfer(int reading_end, int writing_end, int timeout) {
 
 // A helper's write and read of the whole buffer.
 template <class transfer>
-void write_and_read(const pipe_pair& pipe, transfer move) {
+void write_and_read(int reading_end, int writing_end, transfer move) {
     uint32_t written = size;
     uint32_t read = size;
-    bench::expect(move(pipe.writing_end(), &written, true) == NORV_STATUS_OK, "write");
-    bench::expect(move(pipe.reading_end(), &read, false) == NORV_STATUS_OK, "read");
+    bench::expect(move(writing_end, &written, true) == NORV_STATUS_OK, "write");
+    bench::expect(move(reading_end, &read, false) == NORV_STATUS_OK, "read");
 }
 
 constexpr int limit = 1000;
 
-void add_transfers(const pipe_pair& pipe) {
-    const int in = pipe.reading_end();
-    const int out = pipe.writing_end();
-    const auto add_row = [&](const char* name, auto bare, auto helper) {
-        bench::add_pair({.name = name, .target = 1.05}, bare, [&, helper] { write_and_read(pipe, helper); });
+// On a pipe that is never full and never empty: each round writes what it reads.
+void add_transfers(int in, int out) {
+    const auto add_row = [=](const char* name, auto bare, auto helper) {
+        bench::add_pair({.name = name, .target = 1.05}, bare, [=] { write_and_read(in, out, helper); });
     };
     add_row(
         "norv_iorw_nonblock, write and read", [=] { bare_transfer(in, out); },
@@ -129,9 +110,12 @@ void add_devices(const memory_file& file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const pipe_pair pipe;
+    int ends[2];
+    bench::expect(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+    const norv::file in = norv::file::adopt(ends[0]).value();
+    const norv::file out = norv::file::adopt(ends[1]).value();
     const memory_file file;
-    add_transfers(pipe);
+    add_transfers(in.descriptor(), out.descriptor());
     add_devices(file);
     return bench::run_rows(argc, argv);
 }

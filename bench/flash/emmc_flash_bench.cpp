@@ -2,8 +2,9 @@
 // Erasing, writing with verification and reading beside the bare calls in the same chunks, on a loop device
 // over memory: needs root and the module loop, as on the virtual board.
 #include <fcntl.h>
-#include <norv_linux_emmc_flash.h>
 #include <unistd.h>
+#include <norv/emmc_flash.hpp>
+#include <norv/file.hpp>
 
 #include <cstdint>
 #include <cstring>
@@ -78,14 +79,10 @@ void add_rows(int descriptor, norv_emmc_flash_t** flash) {
 
 int main(int argc, char** argv) {
     constexpr const char* disk = "/dev/ram0";
-    const int descriptor = open(disk, O_RDWR | O_SYNC | O_CLOEXEC);
-    norv_emmc_flash_t* flash = nullptr;
+    const norv::file bare = norv::file::open(disk, O_RDWR | O_SYNC | O_CLOEXEC).value();
+    const norv::emmc_flash flash = norv::emmc_flash::open(disk).value();
+    norv_emmc_flash_t* handle = flash.get();
     memset(image, 0x5A, size);
-    bench::expect(descriptor >= 0, disk);
-    succeed(norv_linux_emmc_flash_open(&flash, disk));
-    add_rows(descriptor, &flash);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_emmc_flash_close(&flash);
-    close(descriptor);
-    return result;
+    add_rows(bare.descriptor(), &handle);
+    return bench::run_rows(argc, argv);
 }

@@ -4,9 +4,9 @@
 // mtdram and nandsim.
 #include <fcntl.h>
 #include <mtd/mtd-user.h>
-#include <norv_linux_spi_flash.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <norv/spi_flash.hpp>
 
 #include <algorithm>
 #include <cstdint>
@@ -119,15 +119,13 @@ void add_rows(const area& area) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_spi_flash_t* flash = nullptr;
-    bench::expect(norv_linux_spi_flash_open(&flash) == NORV_STATUS_OK && flash->region_count > 1, "flash");
-    const area linear = {"1 MiB of flash", flash, 0, 8};
-    const area nand = {"512 KiB of NAND", flash, 1, 32};
+    const norv::spi_flash flash = norv::spi_flash::open().value();
+    bench::expect(flash.get()->region_count > 1, "flash");
+    const area linear = {"1 MiB of flash", flash.get(), 0, 8};
+    const area nand = {"512 KiB of NAND", flash.get(), 1, 32};
     image.assign(std::max(linear.size(), nand.size()), 0x5A);
     found.resize(image.size());
     add_rows(linear);
     add_rows(nand);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_spi_flash_close(&flash);
-    return result;
+    return bench::run_rows(argc, argv);
 }

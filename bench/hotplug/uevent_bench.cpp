@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Received uevent messages, which are handed on as they are, beside the bare recv(2). Sends the messages itself, which
 // takes CAP_NET_ADMIN, as on the virtual board.
-#include <norv_uevent.h>
+#include <norv/uevent.hpp>
 
 #include <cstdint>
 
@@ -24,20 +24,18 @@ void hand_on(norv_uevent_t* uevent) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_uevent_t uevent = {bench::buffer_size, 0, nullptr};
-    bench::expect(norv_uevent_open(&uevent) == NORV_STATUS_OK, "norv_uevent_open");
-    const bench::sender sender(uevent.fd);
+    norv::uevent events = norv::uevent::open(bench::buffer_size).value();
+    norv_uevent_t* uevent = events.get();
+    const bench::sender sender(uevent->fd);
     bench::add_pair(
         {.name = "norv_uevent_poll, 16 messages sent and received", .target = 1.05},
         [&] {
             sender.send();
-            bench::bare_receive(uevent.fd, uevent.buffer);
+            bench::bare_receive(uevent->fd, uevent->buffer);
         },
         [&] {
             sender.send();
-            hand_on(&uevent);
+            hand_on(uevent);
         });
-    const int result = bench::run_rows(argc, argv);
-    norv_uevent_close(&uevent);
-    return result;
+    return bench::run_rows(argc, argv);
 }

@@ -2,9 +2,9 @@
 // DMA buffers beside the bare requests that they must make, on a driver of the kernel that it runs on: needs
 // /dev/uio-dma as on the virtual board.
 #include <linux/dma-buf.h>
-#include <norv_linux_dma.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <norv/dma.hpp>
 
 #include <cstdint>
 #include <cstdlib>
@@ -37,30 +37,9 @@ struct sync_query {
     uint64_t value64;
 };
 
-// An open manager with one buffer.
-class bench_buffer {
-  public:
-    bench_buffer() {
-        succeed(norv_linux_dma_create_mgr(&manager_));
-        succeed(norv_linux_dma_create_mem(&manager_, size, &buffer_));
-    }
-    ~bench_buffer() {
-        norv_linux_dma_destroy(&buffer_);
-        norv_linux_dma_destory_mgr(&manager_);
-    }
-    bench_buffer(const bench_buffer&) = delete;
-    bench_buffer& operator=(const bench_buffer&) = delete;
-
-    static void succeed(uint32_t status) { bench::expect(status == NORV_STATUS_OK, "norv_linux_dma"); }
-
-    int32_t manager() const { return manager_; }
-    norv_linux_dma_t** handle() { return &buffer_; }
-    int32_t descriptor() { return norv_linux_dma_get_fd(&buffer_); }
-
-  private:
-    int32_t manager_ = -1;
-    norv_linux_dma_t* buffer_ = nullptr;
-};
+void succeed(uint32_t status) {
+    bench::expect(status == NORV_STATUS_OK, "norv_linux_dma");
+}
 
 void bare_map(int descriptor) {
     void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
@@ -70,8 +49,8 @@ void bare_map(int descriptor) {
 
 void map(norv_linux_dma_t** buffer) {
     void* memory = nullptr;
-    bench_buffer::succeed(norv_linux_dma_map_mem(buffer, &memory));
-    bench_buffer::succeed(norv_linux_dma_unmap_mem(buffer));
+    succeed(norv_linux_dma_map_mem(buffer, &memory));
+    succeed(norv_linux_dma_unmap_mem(buffer));
 }
 
 void bare_lock(int manager, int descriptor) {
@@ -87,8 +66,8 @@ void bare_lock(int manager, int descriptor) {
 void lock(norv_linux_dma_t** buffer) {
     void* entries = nullptr;
     uint64_t count = 0;
-    bench_buffer::succeed(norv_linux_dma_lock_mem(buffer, &entries, &count));
-    bench_buffer::succeed(norv_linux_dma_unlock_mem(buffer));
+    succeed(norv_linux_dma_lock_mem(buffer, &entries, &count));
+    succeed(norv_linux_dma_unlock_mem(buffer));
 }
 
 void bare_sync(int descriptor) {
@@ -101,36 +80,32 @@ void bare_sg_sync(int manager, int descriptor) {
     bench::expect(ioctl(manager, _IOW('U', 4, sync_query), &request) == 0, "sync");
 }
 
-void add_rows(bench_buffer& unlocked, bench_buffer& locked) {
-    const int manager = unlocked.manager();
-    const int descriptor = unlocked.descriptor();
-    const int locked_manager = locked.manager();
-    const int locked_descriptor = locked.descriptor();
+void add_rows(int manager, norv_linux_dma_t** unlocked, norv_linux_dma_t** locked) {
+    const int descriptor = norv_linux_dma_get_fd(unlocked);
+    const int locked_descriptor = norv_linux_dma_get_fd(locked);
     bench::add_pair(
         {.name = "norv_linux_dma_map_mem and unmap_mem", .target = 1.05}, [=] { bare_map(descriptor); },
-        [&] { map(unlocked.handle()); });
+        [=] { map(unlocked); });
     bench::add_pair(
         {.name = "norv_linux_dma_lock_mem and unlock_mem", .target = 1.05},
-        [=] { bare_lock(manager, descriptor); }, [&] { lock(unlocked.handle()); });
+        [=] { bare_lock(manager, descriptor); }, [=] { lock(unlocked); });
     bench::add_pair(
         {.name = "norv_linux_dma_sync", .target = 1.05}, [=] { bare_sync(descriptor); },
-        [&] { bench_buffer::succeed(norv_linux_dma_sync(unlocked.handle(), false)); });
+        [=] { succeed(norv_linux_dma_sync(unlocked, false)); });
     bench::add_pair(
         {.name = "norv_linux_dma_sg_sync, 64 bytes", .target = 1.05},
-        [=] { bare_sg_sync(locked_manager, locked_descriptor); },
-        [&] { bench_buffer::succeed(norv_linux_dma_sg_sync(locked.handle(), false, 0, moved)); });
+        [=] { bare_sg_sync(manager, locked_descriptor); },
+        [=] { succeed(norv_linux_dma_sg_sync(locked, false, 0, moved)); });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    bench_buffer unlocked;
-    bench_buffer locked;
-    void* entries = nullptr;
-    uint64_t count = 0;
-    bench_buffer::succeed(norv_linux_dma_lock_mem(locked.handle(), &entries, &count));
-    add_rows(unlocked, locked);
-    const int result = bench::run_rows(argc, argv);
-    bench_buffer::succeed(norv_linux_dma_unlock_mem(locked.handle()));
-    return result;
+    const norv::dma_manager manager = norv::dma_manager::open().value();
+    const norv::dma_buffer unlocked = norv::dma_buffer::create(manager, size).value();
+    norv::dma_buffer locked = norv::dma_buffer::create(manager, size).value();
+    locked.lock().value();
+    norv_linux_dma_t* handles[] = {unlocked.get(), locked.get()};
+    add_rows(manager.descriptor(), &handles[0], &handles[1]);
+    return bench::run_rows(argc, argv);
 }

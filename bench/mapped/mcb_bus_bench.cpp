@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Bursts through a register-bus record beside the bare volatile accesses. Needs the UIO device of the virtual board.
-#include <norv_mcb_bus.h>
-#include <norv_uio.h>
+#include <norv/mcb_bus.hpp>
+#include <norv/uio.hpp>
 
 #include <array>
 #include <cstdint>
@@ -33,9 +33,9 @@ void succeed(uint32_t status) {
     }
 }
 
-void add_bursts(norv_uio_t** device, norv_mcb_bus_t* bus) {
+void add_bursts(void* map, norv_mcb_bus_t* bus) {
     static burst values = {};
-    auto* registers = static_cast<volatile uint32_t*>(norv_uio_get_map(device));
+    auto* registers = static_cast<volatile uint32_t*>(map);
     bench::add_pair(
         {.name = "register bus, read_burst of 64", .target = 1.5},
         [=] { bare_read_burst(registers, values); },
@@ -49,13 +49,8 @@ void add_bursts(norv_uio_t** device, norv_mcb_bus_t* bus) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_uio_t* device = nullptr;
-    norv_mcb_bus_t bus;
-    succeed(norv_uio_open_by_name("norv-board-regs", &device));
-    succeed(norv_uio_open_mcb_bus(&device, &bus));
-    add_bursts(&device, &bus);
-    const int result = bench::run_rows(argc, argv);
-    bus.close(&bus);
-    norv_uio_close(&device);
-    return result;
+    norv::uio device = norv::uio::open_by_name("norv-board-regs").value();
+    norv::mcb_bus bus = norv::mcb_bus::open(device).value();
+    add_bursts(device.map(), bus.get());
+    return bench::run_rows(argc, argv);
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Registers and interrupts of a UIO device beside the bare volatile access and the bare system calls. Needs the
 // UIO device of the virtual board.
-#include <norv_uio.h>
 #include <poll.h>
 #include <unistd.h>
+#include <norv/uio.hpp>
 
 #include <cstdint>
 #include <cstdio>
@@ -46,13 +46,10 @@ void raise_interrupts() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_uio_t* device = nullptr;
-    succeed(norv_uio_open_by_name("norv-board-regs", &device));
+    const norv::uio device = norv::uio::open_by_name("norv-board-regs").value();
+    norv_uio_t* handle = device.get();
     raise_interrupts();
-    bench::add_register_rows("norv_uio", &device, norv_uio_get_map(&device), norv_uio_read_32,
-                             norv_uio_write_32);
-    add_interrupt(&device);
-    const int result = bench::run_rows(argc, argv);
-    norv_uio_close(&device);
-    return result;
+    bench::add_register_rows("norv_uio", &handle, device.map(), norv_uio_read_32, norv_uio_write_32);
+    add_interrupt(&handle);
+    return bench::run_rows(argc, argv);
 }

@@ -2,8 +2,9 @@
 // The interrupt mask of a UIO device on PCI beside the bare accesses to its configuration space. Needs the PCI device
 // of the virtual board.
 #include <fcntl.h>
-#include <norv_uio.h>
 #include <unistd.h>
+#include <norv/file.hpp>
+#include <norv/uio.hpp>
 
 #include <cstdint>
 #include <cstdio>
@@ -37,27 +38,21 @@ void add_mask(norv_uio_t** device, int configuration) {
         });
 }
 
-int open_configuration(norv_uio_t** device) {
-    norv_uio_info_t info = {};
+norv::file open_configuration(const norv::uio& device) {
+    const norv::uio_info info = device.get_info().value();
     char path[64];
-    succeed(norv_uio_get_info(device, &info));
     snprintf(path, sizeof path, "/sys/bus/pci/devices/%04x:%02x:%02x.%u/config", info.domain, info.bus,
              info.slot, info.function);
-    const int configuration = open(path, O_RDWR | O_CLOEXEC);
-    bench::expect(configuration >= 0, path);
-    return configuration;
+    return norv::file::open(path, O_RDWR | O_CLOEXEC).value();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_uio_t* device = nullptr;
-    norv_uio_load_pci(0x1234, 0x11E8);  // refused when an earlier run has done it
-    succeed(norv_uio_open_by_pci_id(0x1234, 0x11E8, &device));
-    const int configuration = open_configuration(&device);
-    add_mask(&device, configuration);
-    const int result = bench::run_rows(argc, argv);
-    close(configuration);
-    norv_uio_close(&device);
-    return result;
+    norv::uio::load_pci(0x1234, 0x11E8).ignore();  // refused when an earlier run has done it
+    const norv::uio device = norv::uio::open_by_pci_id(0x1234, 0x11E8).value();
+    const norv::file configuration = open_configuration(device);
+    norv_uio_t* handle = device.get();
+    add_mask(&handle, configuration.descriptor());
+    return bench::run_rows(argc, argv);
 }

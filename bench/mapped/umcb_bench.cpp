@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Registers and interrupt sources of UMCB devices beside the bare volatile access and the bare system calls.
 // Needs the UMCB device of the virtual board.
-#include <norv_umcb.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
+#include <norv/umcb.hpp>
 
 #include <cstdint>
 #include <cstdio>
@@ -47,29 +46,23 @@ void raise_interrupts() {
     bench::expect(raise != nullptr && fputs("1000000", raise) >= 0 && fclose(raise) == 0, "raise");
 }
 
-int32_t open_source(norv_umcb_t** device, uint32_t number) {
-    int32_t source = -1;
-    succeed(norv_umcb_irq_register(device, number, &source));
-    succeed(norv_umcb_irq_enable(source));
+norv::umcb_irq open_source(norv::umcb& device, uint32_t number) {
+    norv::umcb_irq source = device.register_irq(number).value();
+    source.enable().value();
     return source;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_umcb_t* device = nullptr;
-    succeed(norv_umcb_open_by_idx(0, -1, &device));
-    succeed(norv_umcb_irq_global_enable(&device));
-    const int32_t source = open_source(&device, source_number);
-    const int32_t quiet_source = open_source(&device, quiet_number);
+    norv::umcb device = norv::umcb::open(0).value();
+    norv_umcb_t* handle = device.get();
+    device.enable_irqs().value();
+    const norv::umcb_irq source = open_source(device, source_number);
+    const norv::umcb_irq quiet_source = open_source(device, quiet_number);
     raise_interrupts();
-    bench::add_register_rows("norv_umcb", &device, norv_umcb_get_map(&device), norv_umcb_read_32,
-                             norv_umcb_write_32);
-    add_interrupt(source);
-    add_clear(quiet_source);
-    const int result = bench::run_rows(argc, argv);
-    close(quiet_source);
-    close(source);
-    norv_umcb_close(&device);
-    return result;
+    bench::add_register_rows("norv_umcb", &handle, device.map(), norv_umcb_read_32, norv_umcb_write_32);
+    add_interrupt(source.descriptor());
+    add_clear(quiet_source.descriptor());
+    return bench::run_rows(argc, argv);
 }

@@ -10,7 +10,7 @@
 
 #include <semaphore.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
+#include <norv/file.hpp>
 
 #include <cstdint>
 #include <functional>
@@ -45,22 +45,12 @@ struct run_round {
 // A descriptor that is always readable, or never.
 class signal {
   public:
-    explicit signal(bool readable) : descriptor_(eventfd(readable ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        expect(descriptor_ > 0, "eventfd");
-    }
-    signal(signal&& other) noexcept : descriptor_(other.descriptor_) { other.descriptor_ = -1; }
-    signal(const signal&) = delete;
-    signal& operator=(const signal&) = delete;
-    signal& operator=(signal&&) = delete;
-    ~signal() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
-    }
-    int descriptor() const { return descriptor_; }
+    explicit signal(bool readable)
+        : file_(norv::file::adopt(eventfd(readable ? 1 : 0, EFD_CLOEXEC | EFD_NONBLOCK)).value()) {}
+    int descriptor() const { return file_.descriptor(); }
 
   private:
-    int descriptor_;
+    norv::file file_;
 };
 
 // The waiting side of calls that bring their own answer: `derived` wakes the loop, whose thread answers.

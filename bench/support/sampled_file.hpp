@@ -4,28 +4,20 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+#include <norv/file.hpp>
 
 #include "support/expect.hpp"
 
 namespace bench {
 
-class sampled_file {
-  public:
-    explicit sampled_file(const char* path) : descriptor_{open(path, O_RDONLY | O_CLOEXEC)} {
-        expect(descriptor_ >= 0, path);
-    }
-    ~sampled_file() { close(descriptor_); }
-    sampled_file(const sampled_file&) = delete;
-    sampled_file& operator=(const sampled_file&) = delete;
+inline norv::file open_sampled(const char* path) {
+    return norv::file::open(path, O_RDONLY | O_CLOEXEC).value();
+}
 
-    // As much of it as the samplers need.
-    void read() const {
-        char text[1024];
-        expect(pread(descriptor_, text, sizeof text, 0) > 0, "pread");
-    }
-
-  private:
-    const int descriptor_;
-};
+// Reads as much of it as the samplers need.
+inline void read_sample(int descriptor) {
+    char text[1024];
+    expect(pread(descriptor, text, sizeof text, 0) > 0, "pread");
+}
 
 }  // namespace bench

@@ -4,7 +4,7 @@
 
 #include <linux/netlink.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <norv/file.hpp>
 
 #include <cstdint>
 #include <string>
@@ -35,20 +35,18 @@ class sender {
         expect(getsockname(receiver, reinterpret_cast<sockaddr*>(&receiver_), &size) == 0, "getsockname");
         receiver_.nl_groups = 0;
     }
-    ~sender() { close(descriptor_); }
-    sender(const sender&) = delete;
-    sender& operator=(const sender&) = delete;
 
     void send() const {
         for (int number = 0; number < burst; ++number) {
-            expect(sendto(descriptor_, message().data(), message().size(), 0,
+            expect(sendto(socket_.descriptor(), message().data(), message().size(), 0,
                           reinterpret_cast<const sockaddr*>(&receiver_), sizeof receiver_) > 0,
                    "sendto");
         }
     }
 
   private:
-    const int descriptor_ = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    const norv::file socket_ =
+        norv::file::adopt(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT)).value();
     sockaddr_nl receiver_ = {};
 };
 

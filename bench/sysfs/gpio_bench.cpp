@@ -2,8 +2,8 @@
 // GPIO calls beside the bare system calls they must make, on a line of the kernel that it runs on: needs line
 // 16 as an output, as on the virtual board.
 #include <fcntl.h>
-#include <norv_linux_gpio.h>
 #include <unistd.h>
+#include <norv/gpio.hpp>
 
 #include <cstdint>
 
@@ -52,11 +52,8 @@ void add_rows(norv_linux_gpio_t* gpio) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_linux_gpio_t gpio;
-    bench::expect(norv_linux_gpio_open(line, &gpio) == NORV_STATUS_OK, "norv_linux_gpio_open");
-    succeed(norv_linux_gpio_set_dir(&gpio, true));
-    add_rows(&gpio);
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_gpio_close(&gpio);
-    return result;
+    norv::gpio gpio = norv::gpio::open(line).value();
+    gpio.set_direction(norv::gpio::direction::output).value();
+    add_rows(gpio.get());
+    return bench::run_rows(argc, argv);
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // PWM calls beside the bare system calls they must make, on a channel of the virtual board.
 #include <fcntl.h>
-#include <norv_linux_pwm.h>
 #include <unistd.h>
+#include <norv/pwm.hpp>
 
+#include <chrono>
 #include <cstdint>
 
 #include "support/expect.hpp"
@@ -31,21 +32,17 @@ void succeed(uint32_t status) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    norv_linux_pwm_t output;
-    norv_linux_pwm_t input;
-    succeed(norv_linux_pwm_open(0, 0, &output));
-    succeed(norv_linux_pwm_open(0, 1, &input));
-    succeed(norv_linux_pwm_set_period(&output, 20000));
-    succeed(norv_linux_pwm_enable(&output, true));
+    norv::pwm output = norv::pwm::open(0, 0).value();
+    norv::pwm input = norv::pwm::open(0, 1).value();
+    output.set_period(std::chrono::microseconds(20)).value();
+    output.enable(true).value();
     bench::add_pair({.name = "norv_linux_pwm_set_duty", .target = 1.05}, bare_set_duty,
-                    [&] { succeed(norv_linux_pwm_set_duty(&output, 5000)); });
-    bench::add_pair({.name = "norv_linux_pwm_get_capture", .target = 1.05}, bare_get_capture, [&] {
-        uint32_t period = 0;
-        uint32_t duty = 0;
-        succeed(norv_linux_pwm_get_capture(&input, &period, &duty));
-    });
-    const int result = bench::run_rows(argc, argv);
-    norv_linux_pwm_close(&input);
-    norv_linux_pwm_close(&output);
-    return result;
+                    [channel = output.get()] { succeed(norv_linux_pwm_set_duty(channel, 5000)); });
+    bench::add_pair({.name = "norv_linux_pwm_get_capture", .target = 1.05}, bare_get_capture,
+                    [channel = input.get()] {
+                        uint32_t period = 0;
+                        uint32_t duty = 0;
+                        succeed(norv_linux_pwm_get_capture(channel, &period, &duty));
+                    });
+    return bench::run_rows(argc, argv);
 }

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The sampler of CPU usage beside the bare read of its file, as much of it as the sampler needs.
-#include <norv_cpu_usage.h>
+#include <norv/cpu_usage.hpp>
 
 #include "support/expect.hpp"
 #include "support/rows.hpp"
 #include "support/sampled_file.hpp"
 
 int main(int argc, char** argv) {
-    const bench::sampled_file stat("/proc/stat");
-    norv_cpu_usage_t cpu = {};
-    bench::expect(norv_cpu_usage_open(&cpu) == NORV_STATUS_OK, "norv_cpu_usage_open");
+    const norv::file stat = bench::open_sampled("/proc/stat");
+    norv::cpu_usage cpu = norv::cpu_usage::open().value();
     bench::add_pair(
-        {.name = "norv_cpu_usage_update", .target = 1.05}, [&] { stat.read(); },
-        [&] { bench::expect(norv_cpu_usage_update(&cpu) == NORV_STATUS_OK, "norv_cpu_usage_update"); });
-    const int result = bench::run_rows(argc, argv);
-    norv_cpu_usage_close(&cpu);
-    return result;
+        {.name = "norv_cpu_usage_update", .target = 1.05},
+        [bare = stat.descriptor()] { bench::read_sample(bare); },
+        [record = cpu.get()] {
+            bench::expect(norv_cpu_usage_update(record) == NORV_STATUS_OK, "norv_cpu_usage_update");
+        });
+    return bench::run_rows(argc, argv);
 }

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 // The sampler of network usage beside the bare read of its file, as much of it as the sampler needs.
-#include <norv_net_usage.h>
+#include <norv/net_usage.hpp>
 
 #include "support/expect.hpp"
 #include "support/rows.hpp"
 #include "support/sampled_file.hpp"
 
 int main(int argc, char** argv) {
-    const bench::sampled_file dev("/proc/net/dev");
-    norv_net_usage_t net;
-    bench::expect(norv_net_usage_open(&net, "lo") == NORV_STATUS_OK, "norv_net_usage_open");
+    const norv::file dev = bench::open_sampled("/proc/net/dev");
+    norv::net_usage net = norv::net_usage::open("lo").value();
     bench::add_pair(
-        {.name = "norv_net_usage_update", .target = 1.05}, [&] { dev.read(); },
-        [&] { bench::expect(norv_net_usage_update(&net) == NORV_STATUS_OK, "norv_net_usage_update"); });
-    const int result = bench::run_rows(argc, argv);
-    norv_net_usage_close(&net);
-    return result;
+        {.name = "norv_net_usage_update", .target = 1.05},
+        [bare = dev.descriptor()] { bench::read_sample(bare); },
+        [record = net.get()] {
+            bench::expect(norv_net_usage_update(record) == NORV_STATUS_OK, "norv_net_usage_update");
+        });
+    return bench::run_rows(argc, argv);
 }
