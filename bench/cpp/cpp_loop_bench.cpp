@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The loop of C++ beside the same work through the C interface: "raw" is C here.
 #include <sys/eventfd.h>
-#include <unistd.h>
+#include <norv/file.hpp>
 #include <norv/wait.hpp>
 
 #include <chrono>
@@ -46,26 +46,13 @@ void add_timers() {
 constexpr int descriptor_count = 100;
 
 // Descriptors that are always readable.
-class ready_descriptors {
-  public:
-    explicit ready_descriptors(int count) {
-        for (int index = 0; index < count; ++index) {
-            descriptors_.push_back(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK));
-        }
+std::vector<norv::file> ready_files(int count) {
+    std::vector<norv::file> files;
+    for (int index = 0; index < count; ++index) {
+        files.push_back(norv::file::adopt(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)).value());
     }
-    ready_descriptors(const ready_descriptors&) = delete;
-    ready_descriptors& operator=(const ready_descriptors&) = delete;
-    ~ready_descriptors() {
-        for (const int descriptor : descriptors_) {
-            close(descriptor);
-        }
-    }
-
-    const std::vector<int>& get() const { return descriptors_; }
-
-  private:
-    std::vector<int> descriptors_;
-};
+    return files;
+}
 
 struct counted {
     norv_epoll_fd_t registration;
@@ -79,12 +66,13 @@ void count(norv_epoll_fd_t* record, uint32_t) {
 }
 
 void dispatch_in_c(benchmark::State& state, int number) {
-    const ready_descriptors ready(number);
-    std::vector<counted> records(ready.get().size());
+    const std::vector<norv::file> ready = ready_files(number);
+    std::vector<counted> records(ready.size());
     norv_epoll_t loop = {};
     succeed(norv_epoll_open(&loop));
     for (size_t index = 0; index < records.size(); ++index) {
-        records[index] = {{.loop = nullptr, .descriptor = ready.get()[index], .handler = count}, &state};
+        records[index] = {{.loop = nullptr, .descriptor = ready[index].descriptor(), .handler = count},
+                          &state};
         succeed(norv_epoll_fd_add(&loop, &records[index].registration, EPOLLIN));
     }
     norv_epoll_loop_with_watchdog(&loop, nullptr, 0);
@@ -96,7 +84,7 @@ void dispatch_in_c(benchmark::State& state, int number) {
 }
 
 void dispatch_to_lambdas(benchmark::State& state) {
-    const ready_descriptors ready(descriptor_count);
+    const std::vector<norv::file> ready = ready_files(descriptor_count);
     norv::loop loop = norv::loop::open().value();
     const auto handler = [&](uint32_t) {
         if (!state.KeepRunning()) {
@@ -104,8 +92,8 @@ void dispatch_to_lambdas(benchmark::State& state) {
         }
     };
     std::list<norv::watch<decltype(handler)>> watches;
-    for (const int descriptor : ready.get()) {
-        watches.emplace_back(handler).start(loop, descriptor, EPOLLIN).value();
+    for (const norv::file& file : ready) {
+        watches.emplace_back(handler).start(loop, file.descriptor(), EPOLLIN).value();
     }
     loop.run();
     state.SetItemsProcessed(state.iterations());
@@ -121,9 +109,9 @@ norv::task<> wait_again(benchmark::State& state, int descriptor) {
 }
 
 void await_descriptor(benchmark::State& state) {
-    const ready_descriptors ready(1);
+    const std::vector<norv::file> ready = ready_files(1);
     norv::loop loop = norv::loop::open().value();
-    norv::run(loop, wait_again(state, ready.get().front()));
+    norv::run(loop, wait_again(state, ready.front().descriptor()));
     state.SetItemsProcessed(state.iterations());
 }
 
