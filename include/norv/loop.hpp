@@ -91,7 +91,9 @@ class loop_state : public norv_epoll_t {
     void run(void* watchdog, uint32_t period);
 
     // Whether the calling thread need not ask another one: it runs the loop, or no thread does.
-    bool runs_here() const noexcept { return current == this || !running_.load(std::memory_order_acquire); }
+    bool runs_here() const noexcept { return is_current() || !running_.load(std::memory_order_acquire); }
+    // Whether the calling thread runs the loop.
+    bool is_current() const noexcept { return current == this; }
 
     // Runs a function on the loop thread and waits for it.
     template <typename function>
@@ -329,6 +331,17 @@ class loop {
             share.take(state_);
             share.get()->run(watchdog, static_cast<uint32_t>(period.count()));
         }
+    }
+
+    /**
+     * Waits until a thread runs the loop, without limit; until then, `run_on_loop` would run its function on the
+     * calling thread. Returns at once on the loop thread itself. See `norv_epoll_wait_loop_started`.
+     */
+    status wait_started() const {
+        if (state_ == nullptr) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        return status(state_->is_current() ? NORV_STATUS_OK : norv_epoll_wait_loop_started(state_));
     }
 
     /**

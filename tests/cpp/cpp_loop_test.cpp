@@ -27,7 +27,7 @@ class Loop : public testing::Test {
     class running {
       public:
         explicit running(loop& on) : loop_(on), thread_([this] { loop_.run(); }) {
-            while (norv_epoll_wait_loop_started(loop_.get()) != NORV_STATUS_OK) {
+            while (!loop_.wait_started().ok()) {
             }
         }
         ~running() {
@@ -189,6 +189,18 @@ TEST_F(Loop, AFunctionRunsOnTheLoopThread) {
     EXPECT_THROW(loop_.run_on_loop([] { throw std::runtime_error("there"); }).ignore(), std::runtime_error);
 }
 
+TEST_F(Loop, AStartOnAnotherThreadCanBeWaitedFor) {
+    std::thread other([&] {
+        std::this_thread::sleep_for(50ms);  // so that the wait comes first
+        loop_.run();
+    });
+    EXPECT_EQ(loop_.wait_started(), norv::ok);
+    EXPECT_EQ(loop_.run_on_loop([] { return std::this_thread::get_id(); }).value(), other.get_id());
+    EXPECT_EQ(loop_.run_on_loop([&] { return loop_.wait_started(); }), norv::ok) << "at once, there";
+    EXPECT_EQ(loop_.exit(), norv::ok);
+    other.join();
+}
+
 TEST_F(Loop, WhileNoLoopRunsAFunctionRunsAtOnce) {
     EXPECT_EQ(loop_.run_on_loop([] { return std::this_thread::get_id(); }).value(),
               std::this_thread::get_id());
@@ -251,6 +263,7 @@ TEST_F(Loop, ALoopThatWasMovedFromIsAnInvalidArgument) {
     EXPECT_EQ(timer.start(loop_, 1ms), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(watch.start(loop_, 0, EPOLLIN), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(loop_.exit(), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(loop_.wait_started(), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(loop_.run_on_loop([] { return 1; }).status(), NORV_STATUS_INVALID_ARG);
     loop_.run();
     loop_ = std::move(other);
