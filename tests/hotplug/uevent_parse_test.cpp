@@ -23,6 +23,7 @@
 #include "hotplug/uevent_parse_recorder.hpp"
 #include "hotplug/uevent_socket.hpp"
 #include "hotplug/usb_bus.hpp"
+#include "norv/file.hpp"
 #include "norv_base.h"
 #include "norv_uevent.h"
 #include "support/failure_sweep.hpp"
@@ -1486,7 +1487,7 @@ TEST_F(UeventParse, ADirectoryThatCannotBeOpenedIsSkipped) {
 class deep_directory {
   public:
     deep_directory(const std::string& top, size_t size) : path_(top) {
-        levels_.push_back({top, ::open(top.c_str(), O_DIRECTORY | O_CLOEXEC)});
+        levels_.push_back({top, norv::file::adopt(::open(top.c_str(), O_DIRECTORY | O_CLOEXEC)).value()});
         while (path_.size() < size) {
             const size_t left = size - path_.size() - 1;
             // One character must not be left: it would be the slash, without a name.
@@ -1494,30 +1495,28 @@ class deep_directory {
         }
     }
     ~deep_directory() {
-        while (!levels_.empty()) {
-            const level last = levels_.back();
+        while (levels_.size() > 1) {
+            const std::string name = levels_.back().name;
             levels_.pop_back();
-            close(last.descriptor);
-            if (!levels_.empty()) {
-                unlinkat(levels_.back().descriptor, last.name.c_str(), AT_REMOVEDIR);
-            }
+            unlinkat(descriptor(), name.c_str(), AT_REMOVEDIR);
         }
     }
     deep_directory(const deep_directory&) = delete;
     deep_directory& operator=(const deep_directory&) = delete;
 
     const std::string& path() const { return path_; }
-    int descriptor() const { return levels_.back().descriptor; }
+    int descriptor() const { return levels_.back().file.descriptor(); }
 
   private:
     struct level {
         std::string name;
-        int descriptor;
+        norv::file file;
     };
 
     void enter(const std::string& name) {
         EXPECT_EQ(mkdirat(descriptor(), name.c_str(), 0700), 0);
-        levels_.push_back({name, openat(descriptor(), name.c_str(), O_DIRECTORY | O_CLOEXEC)});
+        const int entered = openat(descriptor(), name.c_str(), O_DIRECTORY | O_CLOEXEC);
+        levels_.push_back({name, norv::file::adopt(entered).value()});
         path_ += "/" + name;
     }
 
