@@ -25,6 +25,7 @@
 
 #include "../support/attribute.hpp"
 #include "can_links.hpp"
+#include "norv/file.hpp"
 #include "norv_base.h"
 #include "norv_epoll.h"
 
@@ -94,34 +95,32 @@ class context {
 class other_program {
   public:
     explicit other_program(const char* interface)
-        : descriptor_(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, CAN_RAW)) {
+        : socket_(
+              norv::file::adopt(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, CAN_RAW)).value()) {
         sockaddr_can address = {};
         address.can_family = AF_CAN;
         address.can_ifindex = static_cast<int>(if_nametoindex(interface));
-        EXPECT_EQ(bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(bind(socket_.descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
-    ~other_program() { close(descriptor_); }
-    other_program(const other_program&) = delete;
-    other_program& operator=(const other_program&) = delete;
 
     void send(const can_frame& frame) const {
-        EXPECT_EQ(::write(descriptor_, &frame, sizeof frame), static_cast<ssize_t>(sizeof frame));
+        EXPECT_EQ(::write(socket_.descriptor(), &frame, sizeof frame), static_cast<ssize_t>(sizeof frame));
     }
 
     bool receives_something() const {
         can_frame frame = {};
-        return ::read(descriptor_, &frame, sizeof frame) > 0;
+        return ::read(socket_.descriptor(), &frame, sizeof frame) > 0;
     }
 
     // Waits for the next frame and reads it.
     void await_frame() const {
-        pollfd request = {descriptor_, POLLIN, 0};
+        pollfd request = {socket_.descriptor(), POLLIN, 0};
         EXPECT_EQ(poll(&request, 1, plenty), 1);
         EXPECT_TRUE(receives_something());
     }
 
   private:
-    int descriptor_;
+    norv::file socket_;
 };
 
 void write(norv_linux_can_raw_t* channel, const can_frame& frame, int32_t timeout = plenty) {
@@ -436,24 +435,22 @@ TEST(ManyCanFramesOnBoard, ThousandsBetweenTwoCardsArriveInOrderWithoutLoss) {
 class error_listener {
   public:
     explicit error_listener(const char* interface)
-        : descriptor_(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW)) {
+        : socket_(norv::file::adopt(socket(AF_CAN, SOCK_RAW | SOCK_CLOEXEC, CAN_RAW)).value()) {
+        const int descriptor = socket_.descriptor();
         const can_err_mask_t errors = CAN_ERR_MASK;
-        EXPECT_EQ(setsockopt(descriptor_, SOL_CAN_RAW, CAN_RAW_FILTER, nullptr, 0), 0);
-        EXPECT_EQ(setsockopt(descriptor_, SOL_CAN_RAW, CAN_RAW_ERR_FILTER, &errors, sizeof errors), 0);
+        EXPECT_EQ(setsockopt(descriptor, SOL_CAN_RAW, CAN_RAW_FILTER, nullptr, 0), 0);
+        EXPECT_EQ(setsockopt(descriptor, SOL_CAN_RAW, CAN_RAW_ERR_FILTER, &errors, sizeof errors), 0);
         sockaddr_can address = {};
         address.can_family = AF_CAN;
         address.can_ifindex = static_cast<int>(if_nametoindex(interface));
-        EXPECT_EQ(bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
-    ~error_listener() { close(descriptor_); }
-    error_listener(const error_listener&) = delete;
-    error_listener& operator=(const error_listener&) = delete;
 
     // Waits for an error frame that has one of these flags: of its identifier, or of its second byte.
     bool receives(canid_t kind, uint8_t detail) const {
-        pollfd request = {descriptor_, POLLIN, 0};
+        pollfd request = {socket_.descriptor(), POLLIN, 0};
         can_frame frame = {};
-        while (poll(&request, 1, plenty) == 1 && ::read(descriptor_, &frame, sizeof frame) > 0) {
+        while (poll(&request, 1, plenty) == 1 && ::read(request.fd, &frame, sizeof frame) > 0) {
             if ((frame.can_id & kind) != 0 && (detail == 0 || (frame.data[1] & detail) != 0)) {
                 return true;
             }
@@ -462,7 +459,7 @@ class error_listener {
     }
 
   private:
-    int descriptor_;
+    norv::file socket_;
 };
 
 class CanBusOnBoard : public testing::Test {

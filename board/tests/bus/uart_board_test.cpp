@@ -13,12 +13,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <span>
 #include <string>
 #include <thread>
 
+#include "norv/file.hpp"
 #include "norv_base.h"
 #include "norv_epoll.h"
-#include "norv_file.h"
 
 namespace {
 
@@ -493,18 +494,16 @@ TEST_F(UartCableOnBoard, HardwareFlowControlHoldsOutputUntilTheOtherSideIsReady)
 // Another process that has the port open too, and so keeps its settings alive.
 class other_user {
   public:
-    explicit other_user(const char* path) : descriptor_(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK)) {
-        EXPECT_GE(descriptor_, 0);
-    }
-    ~other_user() { close(descriptor_); }
-    other_user(const other_user&) = delete;
-    other_user& operator=(const other_user&) = delete;
+    explicit other_user(const char* path)
+        : port_(norv::file::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK).value()) {}
 
-    termios settings() const { return settings_of(descriptor_); }
-    void set(const termios& settings) const { EXPECT_EQ(tcsetattr(descriptor_, TCSANOW, &settings), 0); }
+    termios settings() const { return settings_of(port_.descriptor()); }
+    void set(const termios& settings) const {
+        EXPECT_EQ(tcsetattr(port_.descriptor(), TCSANOW, &settings), 0);
+    }
 
   private:
-    int descriptor_;
+    norv::file port_;
 };
 
 TEST(UartSettingsOnBoard, ClosingRestoresThePortsOldSettings) {
@@ -576,27 +575,23 @@ TEST(UartOpeningOnBoard, AfterAHangUpSendingFailsAndReceivingTimesOut) {
 class PseudoTerminal : public testing::Test {
   protected:
     PseudoTerminal() {
-        EXPECT_GE(far_end, 0);
-        EXPECT_EQ(grantpt(far_end), 0);
-        EXPECT_EQ(unlockpt(far_end), 0);
+        EXPECT_EQ(grantpt(far_end.descriptor()), 0);
+        EXPECT_EQ(unlockpt(far_end.descriptor()), 0);
         char path[64] = {};
-        EXPECT_EQ(ptsname_r(far_end, path, sizeof path), 0);
+        EXPECT_EQ(ptsname_r(far_end.descriptor(), path, sizeof path), 0);
         EXPECT_EQ(norv_uart_open(path, &plain, &uart), 0U);
     }
-    ~PseudoTerminal() override {
-        norv_uart_close(&uart);
-        close(far_end);
-    }
+    ~PseudoTerminal() override { norv_uart_close(&uart); }
 
-    int far_end = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    norv::file far_end = norv::file::adopt(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)).value();
     norv_uart_t* uart = nullptr;
 };
 
 TEST_F(PseudoTerminal, OneMebibyteReceivedInSmallPiecesArrivesWithoutLoss) {
-    std::string bytes = many_bytes(1048576);
+    const std::string bytes = many_bytes(1048576);
     std::thread device([&] {
-        auto length = static_cast<uint32_t>(bytes.size());
-        EXPECT_EQ(norv_iorw_timeout(far_end, bytes.data(), &length, plenty, true), 0U);
+        const std::chrono::milliseconds limit(plenty);
+        EXPECT_EQ(far_end.write(std::as_bytes(std::span(bytes)), limit).status, norv::ok);
     });
     const std::string received = receive_in_small_pieces(&uart, bytes.size());
     device.join();
@@ -607,8 +602,8 @@ TEST_F(PseudoTerminal, OneMebibyteSentArrivesWithoutLoss) {
     const std::string bytes = many_bytes(1048576);
     std::string received(bytes.size(), '\0');
     std::thread device([&] {
-        auto length = static_cast<uint32_t>(received.size());
-        EXPECT_EQ(norv_iorw_timeout(far_end, received.data(), &length, plenty, false), 0U);
+        const std::chrono::milliseconds limit(plenty);
+        EXPECT_EQ(far_end.read(std::as_writable_bytes(std::span(received)), limit).status, norv::ok);
     });
     send(&uart, bytes);
     device.join();
@@ -619,10 +614,10 @@ TEST_F(PseudoTerminal, OneMebibyteSentArrivesWithoutLoss) {
 TEST_F(PseudoTerminal, HasSoftwareFlowControlOnceTheCallerHasSetItsCharacters) {
     const norv_uart_settings_t settings = with_software_flow_control();
     EXPECT_EQ(norv_uart_config(&uart, &settings), 0U);
-    ASSERT_EQ(write(far_end, "\x13x", 2), 2);
+    ASSERT_EQ(write(far_end.descriptor(), "\x13x", 2), 2);
     EXPECT_EQ(receive(&uart, 2), "\x13x");
     set_flow_control_characters(&uart);
-    ASSERT_EQ(write(far_end, "\x13x", 2), 2);
+    ASSERT_EQ(write(far_end.descriptor(), "\x13x", 2), 2);
     EXPECT_EQ(receive(&uart, 1), "x");
     uint32_t length = 4;
     EXPECT_EQ(norv_uart_send(&uart, "held", &length, 0), NORV_STATUS_AGAIN);

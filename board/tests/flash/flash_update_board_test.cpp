@@ -14,12 +14,13 @@
 #include <iostream>
 #include <iterator>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "../support/attribute.hpp"
 #include "media.hpp"
-#include "norv_linux_flash.h"
+#include "norv/flash.hpp"
 
 namespace {
 
@@ -41,7 +42,7 @@ constexpr uint32_t image_size = 300001;
 // A flash, and the example that updates it.
 struct target {
     const char* name;
-    norv_flash_config_t config;
+    const char* emmc_path;  // null: the SPI flash
     const char* program;
     uint32_t start;
     uint32_t end;
@@ -53,26 +54,15 @@ void PrintTo(const target& on, std::ostream* out) {
 }
 
 const std::vector<target> memory_and_nand = {
-    {"SdCard", {NORV_FLASH_KIND_EMMC, "/dev/mmcblk0"}, NORV_FLASH_UPDATE, 6 * MiB, 6 * MiB + 384 * KiB, 100},
-    {"NorAndNand",
-     {NORV_FLASH_KIND_SPI, nullptr},
-     NORV_SPI_FLASH_UPDATE,
-     nand_1 - 128 * KiB,
-     nand_1 + 384 * KiB,
-     100},
-    {"TwoPartitionsOfNand",
-     {NORV_FLASH_KIND_SPI, nullptr},
-     NORV_FLASH_UPDATE,
-     nand_2 - 256 * KiB,
-     nand_2 + 384 * KiB,
-     20},
+    {"SdCard", "/dev/mmcblk0", NORV_FLASH_UPDATE, 6 * MiB, 6 * MiB + 384 * KiB, 100},
+    {"NorAndNand", nullptr, NORV_SPI_FLASH_UPDATE, nand_1 - 128 * KiB, nand_1 + 384 * KiB, 100},
+    {"TwoPartitionsOfNand", nullptr, NORV_FLASH_UPDATE, nand_2 - 256 * KiB, nand_2 + 384 * KiB, 20},
 };
 
 // Where NOR chips at an SPI controller are the partitions, the area is on both sides of the border between
 // two.
 target nor_chips(uint32_t border) {
-    const norv_flash_config_t spi = {NORV_FLASH_KIND_SPI, nullptr};
-    return {"TwoNorChips", spi, NORV_SPI_FLASH_UPDATE, border - 256 * KiB, border + 384 * KiB, 20};
+    return {"TwoNorChips", nullptr, NORV_SPI_FLASH_UPDATE, border - 256 * KiB, border + 384 * KiB, 20};
 }
 
 std::vector<target> targets_here() {
@@ -103,17 +93,19 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
     UpdateOnBoard() {
         char name[] = "/tmp/update-XXXXXX";
         directory = mkdtemp(name);
-        if (GetParam().config.emmc_path != nullptr) {
-            EXPECT_TRUE(medium(GetParam().config.emmc_path).is_there());
-        }
-        EXPECT_EQ(norv_linux_flash_open(&GetParam().config, &flash), 0U);
         fill(GetParam().start - margin, pattern(margin, 1));
         fill(GetParam().end, pattern(margin, 2));
         around = read_around();
     }
-    ~UpdateOnBoard() override {
-        norv_linux_flash_close(&flash);
-        EXPECT_EQ(std::system(("rm -r " + directory).c_str()), 0);
+    ~UpdateOnBoard() override { EXPECT_EQ(std::system(("rm -r " + directory).c_str()), 0); }
+
+    static norv::flash open_flash() {
+        const char* const path = GetParam().emmc_path;
+        if (path == nullptr) {
+            return norv::flash::open_spi().value();
+        }
+        EXPECT_TRUE(medium(path).is_there());
+        return norv::flash::open_emmc(path).value();
     }
 
     std::string image_path() const { return directory + "/image"; }
@@ -121,13 +113,11 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
     std::string output_path() const { return directory + "/output"; }
 
     void fill(uint32_t address, const std::string& bytes) {
-        auto length = static_cast<uint32_t>(bytes.size());
-        uint32_t end = address + length;
-        ASSERT_EQ(norv_linux_flash_continue_erase(&flash, address, length, &end, nullptr, nullptr, nullptr),
-                  0U);
+        const auto length = static_cast<uint32_t>(bytes.size());
+        const norv::flash_erased erased = flash.continue_erase(address, length, address + length);
+        ASSERT_EQ(erased.status, norv::ok);
         // With bad blocks, not all bytes fit.
-        norv_linux_flash_continue_write_verify(&flash, address, 0, bytes.data(), &length, &end, nullptr,
-                                               nullptr, nullptr);
+        flash.continue_write_verify(address, 0, std::as_bytes(std::span(bytes)), erased.end).status.ignore();
     }
 
     // The bytes before and after the area, including those of bad blocks.
@@ -136,10 +126,11 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         for (const uint32_t address : {GetParam().start - margin, GetParam().end}) {
             for (uint32_t done = 0; done < margin;) {
                 std::string part(margin - done, '-');
-                auto length = static_cast<uint32_t>(part.size());
-                EXPECT_EQ(norv_linux_flash_read(&flash, address + done, part.data(), &length), 0U);
-                bytes += part.substr(0, length);
-                done += length;
+                const norv::transferred read =
+                    flash.read(address + done, std::as_writable_bytes(std::span(part)));
+                read.status.value();
+                bytes += part.substr(0, read.count);
+                done += static_cast<uint32_t>(read.count);
             }
         }
         return bytes;
@@ -150,7 +141,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         if (std::string(on.program) == NORV_SPI_FLASH_UPDATE) {
             return {on.program, number(on.start), number(on.end), image_path(), journal_path()};
         }
-        const char* device = on.config.emmc_path != nullptr ? on.config.emmc_path : "spi";
+        const char* device = on.emmc_path != nullptr ? on.emmc_path : "spi";
         return {on.program, device, number(on.start), image_path(), journal_path(), number(on.end)};
     }
 
@@ -206,9 +197,8 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
     // The contents of the good blocks of the area.
     std::string content(uint32_t length) {
         std::string found(length, '-');
-        EXPECT_EQ(norv_linux_flash_continue_read(&flash, GetParam().start, found.data(), &length, nullptr,
-                                                 nullptr, nullptr),
-                  0U);
+        const auto bytes = std::as_writable_bytes(std::span(found));
+        EXPECT_EQ(flash.continue_read(GetParam().start, bytes).status, norv::ok);
         return found;
     }
 
@@ -218,7 +208,7 @@ class UpdateOnBoard : public testing::TestWithParam<target> {
         EXPECT_FALSE(has_journal());
     }
 
-    norv_flash_t flash = {};
+    norv::flash flash = open_flash();
     std::string directory;
     std::string around;
 };

@@ -20,15 +20,16 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "../support/attribute.hpp"
 #include "hotplug/uevent_parse_model.hpp"
 #include "hotplug/uevent_parse_recorder.hpp"
+#include "norv/uevent.hpp"
 #include "norv_base.h"
 #include "norv_epoll.h"
 #include "norv_file.h"
-#include "norv_uevent.h"
 #include "support/status.hpp"
 #include "usb_plug.hpp"
 #include "uvc_camera.hpp"
@@ -62,37 +63,34 @@ class eavesdropper {
   public:
     using texts = std::map<std::string, std::string>;
 
-    eavesdropper() { EXPECT_EQ(norv_uevent_open(&uevent_), 0U); }
-    ~eavesdropper() { norv_uevent_close(&uevent_); }
-    eavesdropper(const eavesdropper&) = delete;
-    eavesdropper& operator=(const eavesdropper&) = delete;
-
     // The messages that came since the last call.
     std::vector<texts> take() {
-        EXPECT_EQ(norv_uevent_poll(&uevent_, keep, this), 0U);
-        return std::move(messages_);
+        std::vector<texts> messages;
+        const norv::status polled = events_.poll([&](std::string_view message) {
+            // A udev daemon repeats each message of the kernel to all groups. The parser ignores its messages.
+            if (strcmp(message.data(), "libudev") != 0) {
+                messages.push_back(texts_of(message));
+            }
+        });
+        EXPECT_EQ(polled, norv::ok);
+        return messages;
     }
-    int descriptor() const { return uevent_.fd; }
+    int descriptor() const { return events_.descriptor(); }
 
   private:
-    static void keep(const uint8_t* message, int64_t length, void* user) {
+    static texts texts_of(std::string_view message) {
         texts found;
-        const char* text = reinterpret_cast<const char*>(message);
-        // A udev daemon repeats each message of the kernel to all groups. The parser ignores its messages.
-        if (strcmp(text, "libudev") == 0) {
-            return;
-        }
-        for (const char* end = text + length; text < end; text += strlen(text) + 1) {
+        const char* text = message.data();
+        for (const char* end = text + message.size(); text < end; text += strlen(text) + 1) {
             const char* separator = strchr(text, '=');
             if (separator != nullptr) {
                 found[std::string(text, separator)] = separator + 1;
             }
         }
-        static_cast<eavesdropper*>(user)->messages_.push_back(found);
+        return found;
     }
 
-    norv_uevent_t uevent_ = {buffer_size, 0, nullptr};
-    std::vector<texts> messages_;
+    norv::uevent events_ = norv::uevent::open(buffer_size).value();
 };
 
 bool can_capture(const std::string& devnode) {

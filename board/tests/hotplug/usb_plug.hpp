@@ -9,21 +9,19 @@
 
 #include <string>
 
+#include "norv/file.hpp"
+
 namespace norv::board {
 
 class usb_plug {
   public:
     usb_plug() {
-        EXPECT_GT(port_, 0) << "/dev/vport0p4";
         execute(R"({"execute":"qmp_capabilities"})");  // refused, and not needed, if it was done before
         if (execute(R"({"execute":"qom-list","arguments":{"path":"usb.0"}})").find("\"return\":") ==
             std::string::npos) {
             bus_ = "usb-bus.0";  // the emulator's name for the bus of an unnamed controller
         }
     }
-    ~usb_plug() { close(port_); }
-    usb_plug(const usb_plug&) = delete;
-    usb_plug& operator=(const usb_plug&) = delete;
 
     // Plugs a device, for instance "usb-kbd", into a port: "1", or "2.1" on a hub. `id` is its name for out().
     void in(const std::string& driver, const std::string& id, const std::string& port,
@@ -50,7 +48,7 @@ class usb_plug {
     // Returns the emulator's answer; events and greetings are skipped.
     std::string execute(const std::string& command) {
         const std::string line = command + "\n";
-        EXPECT_EQ(write(port_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+        EXPECT_EQ(write(port_.descriptor(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
         std::string answer;
         do {
             answer = next_line();
@@ -63,15 +61,16 @@ class usb_plug {
         constexpr int plenty = 60'000;  // ms
         std::string line;
         char character = '\0';
-        pollfd readable = {port_, POLLIN, 0};
-        while (poll(&readable, 1, plenty) == 1 && read(port_, &character, 1) == 1 && character != '\n') {
+        pollfd readable = {port_.descriptor(), POLLIN, 0};
+        while (poll(&readable, 1, plenty) == 1 && read(readable.fd, &character, 1) == 1 &&
+               character != '\n') {
             line += character;
         }
         return line;
     }
 
     std::string bus_ = "usb.0";
-    const int port_ = open("/dev/vport0p4", O_RDWR | O_CLOEXEC);
+    const norv::file port_ = norv::file::open("/dev/vport0p4", O_RDWR | O_CLOEXEC).value();
 };
 
 }  // namespace norv::board

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <thread>
 
-#include "norv_linux_gpio.h"
+#include "norv/gpio.hpp"
 
 namespace {
 
@@ -27,8 +27,8 @@ struct board {
         board* owner;
     } counter = {};
     norv_epoll_t loop = {};
-    norv_linux_gpio_t output = {};
-    norv_linux_gpio_t input = {};
+    norv::gpio output = norv::gpio::open(16).value();
+    norv::gpio input = norv::gpio::open(17).value();
     bool level = false;
     int toggles = 0;
     int wanted_toggles = 0;
@@ -40,7 +40,7 @@ void on_edge(norv_epoll_fd_t* record, uint32_t events) {
     board* owner = reinterpret_cast<struct board::watched*>(record)->owner;
     EXPECT_NE(events & EPOLLPRI, 0U);
     // Reading rearms the notification. The level may be low again: a late round toggles the output first.
-    EXPECT_EQ(norv_linux_gpio_get_value(&owner->input, nullptr), NORV_STATUS_OK);
+    EXPECT_EQ(owner->input.get_value().status(), norv::ok);
     ++owner->edges;
     EXPECT_EQ(norv_epoll_delayed_schedule(&owner->loop, &owner->counter.record, 1), NORV_STATUS_OK);
 }
@@ -57,22 +57,19 @@ void toggle(norv_epoll_timer_t* record) {
     }
     ++owner->toggles;
     owner->level = !owner->level;
-    EXPECT_EQ(norv_linux_gpio_set_value(&owner->output, owner->level), NORV_STATUS_OK);
+    EXPECT_EQ(owner->output.set_value(owner->level), norv::ok);
 }
 
 class LoopOnBoard : public testing::Test {
   protected:
     LoopOnBoard() {
-        EXPECT_EQ(norv_linux_gpio_open(16, &here.output), NORV_STATUS_OK);
-        EXPECT_EQ(norv_linux_gpio_set_dir(&here.output, true), NORV_STATUS_OK);
-        EXPECT_EQ(norv_linux_gpio_open(17, &here.input), NORV_STATUS_OK);
-        EXPECT_EQ(norv_linux_gpio_set_dir(&here.input, false), NORV_STATUS_OK);
-        EXPECT_EQ(norv_linux_gpio_set_irq(&here.input, NORV_LINUX_GPIO_EDGE_RISING), NORV_STATUS_OK);
-        uint8_t level = 0;
-        EXPECT_EQ(norv_linux_gpio_get_value(&here.input, &level), NORV_STATUS_OK);
+        EXPECT_EQ(here.output.set_direction(norv::gpio::direction::output), norv::ok);
+        EXPECT_EQ(here.input.set_direction(norv::gpio::direction::input), norv::ok);
+        EXPECT_EQ(here.input.set_edge(norv::gpio::edge::rising), norv::ok);
+        EXPECT_EQ(here.input.get_value().status(), norv::ok);
         EXPECT_EQ(norv_epoll_open(&here.loop), NORV_STATUS_OK);
         here.watched.owner = &here;
-        here.watched.record.descriptor = norv_linux_gpio_get_fd(&here.input);
+        here.watched.record.descriptor = here.input.descriptor();
         here.watched.record.handler = on_edge;
         EXPECT_EQ(norv_epoll_fd_add(&here.loop, &here.watched.record, EPOLLPRI), NORV_STATUS_OK);
         here.toggler.owner = &here;
@@ -80,11 +77,7 @@ class LoopOnBoard : public testing::Test {
         here.counter.owner = &here;
         here.counter.record.callback = count_delayed;
     }
-    ~LoopOnBoard() override {
-        norv_epoll_close(&here.loop);
-        norv_linux_gpio_close(&here.input);
-        norv_linux_gpio_close(&here.output);
-    }
+    ~LoopOnBoard() override { norv_epoll_close(&here.loop); }
 
     board here;
 };

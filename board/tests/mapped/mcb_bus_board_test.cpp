@@ -7,6 +7,7 @@
 
 #include <array>
 
+#include "norv/uio.hpp"
 #include "uio_debug.hpp"
 
 namespace {
@@ -16,16 +17,11 @@ using testing::ElementsAre;
 
 class McbBusOnBoard : public testing::Test {
   protected:
-    McbBusOnBoard() {
-        EXPECT_EQ(norv_uio_open_by_name("norv-board-regs", &device), 0U);
-        EXPECT_EQ(norv_uio_open_mcb_bus(&device, &bus), 0U);
-    }
-    ~McbBusOnBoard() override {
-        bus.close(&bus);
-        norv_uio_close(&device);
-    }
+    McbBusOnBoard() { EXPECT_EQ(norv_uio_open_mcb_bus(&handle, &bus), 0U); }
+    ~McbBusOnBoard() override { bus.close(&bus); }
 
-    norv_uio_t* device = nullptr;
+    const norv::uio device = norv::uio::open_by_name("norv-board-regs").value();
+    norv_uio_t* handle = device.get();
     norv_mcb_bus_t bus = {};
     std::array<uint32_t, 4> values = {};
 };
