@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "cpp/owner_sweep.hpp"
@@ -52,12 +53,21 @@ TEST_F(CppGpio, AFailedOpenHasTheStatus) {
 
 TEST_F(CppGpio, TheAttributesAreWritten) {
     gpio line = gpio::open(17).value();
+    EXPECT_EQ(line.set_direction(gpio::direction::input), norv::ok);
     EXPECT_EQ(line.set_direction(gpio::direction::output), norv::ok);
-    EXPECT_EQ(line.set_edge(gpio::edge::falling), norv::ok);
-    EXPECT_EQ(line.set_active_low(true), norv::ok);
-    EXPECT_EQ(line.set_value(false), norv::ok);
-    EXPECT_THAT(kernel.writes("/sys/class/gpio/gpio17/direction"), ElementsAre("out\0"s));
-    EXPECT_THAT(kernel.writes("/sys/class/gpio/gpio17/edge"), ElementsAre("falling\0"s));
+    for (const auto edge : {gpio::edge::none, gpio::edge::rising, gpio::edge::falling, gpio::edge::both}) {
+        EXPECT_EQ(line.set_edge(edge), norv::ok);
+    }
+    for (const bool value : {true, false}) {
+        EXPECT_EQ(line.set_active_low(value), norv::ok);
+        EXPECT_EQ(line.set_value(value), norv::ok);
+    }
+    const std::string directory = "/sys/class/gpio/gpio17/";
+    EXPECT_THAT(kernel.writes(directory + "direction"), ElementsAre("in\0"s, "out\0"s));
+    EXPECT_THAT(kernel.writes(directory + "edge"),
+                ElementsAre("none\0"s, "rising\0"s, "falling\0"s, "both\0"s));
+    EXPECT_THAT(kernel.writes(directory + "active_low"), ElementsAre("1\0"s, "0\0"s));
+    EXPECT_THAT(chip.value->written, ElementsAre("1\0"s, "0\0"s));
 }
 
 TEST_F(CppGpio, TheLevelIsRead) {

@@ -89,6 +89,13 @@ TEST_F(CppUart, APathThatWouldBeTruncatedIsAnInvalidArgument) {
 
 // ---- settings and modem lines
 
+TEST_F(CppOpenUart, ItHas8BitsNoParityAndNoFlowControlUnlessOthersAreWanted) {
+    EXPECT_EQ(cfgetospeed(&port->settings), speed_t{B115200});
+    const tcflag_t chosen = CSIZE | CSTOPB | PARENB | CRTSCTS;
+    EXPECT_EQ(port->settings.c_cflag & chosen, tcflag_t{CS8});
+    EXPECT_EQ(port->settings.c_iflag & (IXON | IXOFF), tcflag_t{0});
+}
+
 TEST_F(CppOpenUart, EachSettingReachesThePort) {
     EXPECT_EQ(line.configure({.baud = 57600,
                               .data_bits = 7,
