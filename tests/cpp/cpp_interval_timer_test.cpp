@@ -5,8 +5,11 @@
 #include <poll.h>
 #include <sys/timerfd.h>
 
+#include <array>
+#include <ctime>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "cpp/owner_sweep.hpp"
 #include "norv/interval_timer.hpp"
@@ -17,6 +20,7 @@ namespace {
 
 using norv::interval_timer;
 using norv::test::kernel_double;
+using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace std::chrono_literals;
 
@@ -70,6 +74,22 @@ TEST_F(IntervalTimer, AnAlarmHasATimeAndAPeriod) {
     EXPECT_EQ(setting(timer.descriptor()).it_interval.tv_sec, 2);
     EXPECT_EQ(timer.disarm(), norv::ok);
     EXPECT_FALSE(is_armed(timer.descriptor()));
+}
+
+TEST_F(IntervalTimer, TheKernelGetsTimesToTheTick) {
+    interval_timer timer = interval_timer::open().value();
+    kernel.set_clock(2000000000, 600000000);
+    EXPECT_EQ(timer.set_alarm(norv::alarm_time(norv::ticks(20000000000000123)), norv::ticks(30000045)),
+              norv::ok);
+    EXPECT_EQ(timer.set_periodic(norv::ticks(5000001)), norv::ok);
+    EXPECT_EQ(timer.disarm(), norv::ok);
+    std::vector<std::array<time_t, 4>> sent;
+    for (const auto& call : kernel.calls<norv::test::timer_setting>("timerfd_settime")) {
+        const auto& [interval, first] = call.setting;
+        sent.push_back({first.tv_sec, first.tv_nsec, interval.tv_sec, interval.tv_nsec});
+    }
+    EXPECT_THAT(sent, ElementsAre(ElementsAre(2000000000, 12300, 3, 4500),
+                                  ElementsAre(2000000001, 100000100, 0, 500000100), ElementsAre(0, 0, 0, 0)));
 }
 
 TEST_F(IntervalTimer, ATimeOfNothingHasPassed) {
