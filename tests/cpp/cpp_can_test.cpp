@@ -275,6 +275,17 @@ TEST_F(CanTask, AStoppedTaskReturnsTimeout) {
     EXPECT_EQ(job.take().status(), NORV_STATUS_TIMEOUT);
 }
 
+TEST_F(CanTask, ATaskThatIsStoppedWhileItWaitsForRoomReturnsTimeout) {
+    kernel.fail("write", EAGAIN);
+    norv::job<status> job(
+        loop, [](can_stream& to) -> task<status> { co_return co_await to.write(frame_of(0x42)); }(stream));
+    EXPECT_FALSE(job.done());
+    job.stop();
+    ASSERT_TRUE(job.done());
+    EXPECT_EQ(job.take(), NORV_STATUS_TIMEOUT);
+    EXPECT_THAT(network.sent[5], IsEmpty());
+}
+
 TEST_F(CanTask, WaitingAllocatesNothing) {
     task<result<can_frame>> reading = read_one(stream);
     const size_t before = kernel.allocations();

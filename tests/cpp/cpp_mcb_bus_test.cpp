@@ -113,6 +113,8 @@ TEST_F(CppMcbBus, BurstsGoUpDownOrStay) {
     EXPECT_THAT(read, ElementsAre(1004, 1005, 1006));
     EXPECT_EQ(bus.read_burst(0x10, read, mcb_burst::down), norv::ok);
     EXPECT_THAT(read, ElementsAre(1004, 1003, 1002));
+    EXPECT_EQ(bus.read_burst(0xFFC, read, mcb_burst::down), norv::ok) << "from the region's end";
+    EXPECT_THAT(read, ElementsAre(2023, 2022, 2021));
     EXPECT_EQ(bus.read_burst_based(0xFFC, read, mcb_burst::fixed), norv::ok);
     EXPECT_THAT(read, Each(2023));
     EXPECT_EQ(bus.write_burst(0x20, values{1, 2, 3}), norv::ok);
