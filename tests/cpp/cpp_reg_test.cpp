@@ -143,6 +143,7 @@ TEST_F(RegDeviceDeathTest, AnAccessOfAUioDeviceIsWithinTheRegion) {
     EXPECT_EQ(node->registers[0x3FF], 1U);
     EXPECT_DEATH(static_cast<void>(device.read(reg(0x1000))), "contains");
     EXPECT_DEATH(device.write_32(0xFFE, 1), "contains");
+    EXPECT_DEATH(device.write_32(2, 1), "contains");
     EXPECT_DEATH(static_cast<void>(device.read_32(0xFFFFFFFC)), "contains");
 }
 
