@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -16,6 +15,7 @@
 #include <variant>
 
 #include "cpp/waiting_task.hpp"
+#include "norv/file.hpp"
 #include "norv/wait.hpp"
 #include "support/kernel_double.hpp"
 
@@ -125,7 +125,7 @@ TEST_F(Task, ATaskThatCannotBeStartedHasTheStatus) {
 }
 
 TEST_F(Task, AwaitingAllocatesNothing) {
-    const int descriptor = eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
+    const norv::file counter = norv::file::adopt(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)).value();
     run([](kernel_double& board, int ready) -> task<> {
         norv::readiness readiness(ready);
         const size_t before = board.allocations();
@@ -134,14 +134,13 @@ TEST_F(Task, AwaitingAllocatesNothing) {
         (co_await readiness.wait(EPOLLIN)).value();
         EXPECT_FALSE(board.struck());
         EXPECT_EQ(board.allocations(), before);
-    }(kernel, descriptor));
-    close(descriptor);
+    }(kernel, counter.descriptor()));
 }
 
 // ---- ending early
 
 TEST_F(Task, ATaskThatIsDestroyedWhileItWaitsLeavesNothing) {
-    const int silent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const norv::file silent = norv::file::adopt(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)).value();
     {
         const auto waits = [](int descriptor) -> task<status> {
             norv::readiness readiness(descriptor);
@@ -151,13 +150,12 @@ TEST_F(Task, ATaskThatIsDestroyedWhileItWaitsLeavesNothing) {
                                                    }(readiness)))
                 .status();
         };
-        job<status> destroyed(loop_, waits(silent));
+        job<status> destroyed(loop_, waits(silent.descriptor()));
         EXPECT_FALSE(destroyed.done());
     }
-    EXPECT_EQ(eventfd_write(silent, 1), 0);
+    EXPECT_EQ(eventfd_write(silent.descriptor(), 1), 0);
     EXPECT_EQ(loop_.get()->timers.top, nullptr);
     norv::test::run_a_while(loop_);
-    close(silent);
 }
 
 TEST_F(Task, AJobThatIsStoppedEndsItsWaits) {
@@ -348,9 +346,8 @@ TEST_F(Task, ALimitEndsAllTasksOfAGroup) {
 
 class Descriptor : public Task {
   protected:
-    ~Descriptor() override { close(descriptor); }
-
-    int descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const norv::file counter = norv::file::adopt(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)).value();
+    const int descriptor = counter.descriptor();
 };
 
 task<uint64_t> sum_of(int descriptor, int count) {

@@ -8,6 +8,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <optional>
+
+#include "norv/file.hpp"
+
 namespace norv::test {
 
 // Puts one end of a TCP connection in the place of a descriptor that the kernel double handed out: its model
@@ -15,36 +19,33 @@ namespace norv::test {
 class urgent_descriptor {
   public:
     explicit urgent_descriptor(int replaced) {
-        const int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const norv::file listening = open_socket();
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const place = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(listening, place, size), 0);
-        EXPECT_EQ(listen(listening, 1), 0);
-        EXPECT_EQ(getsockname(listening, place, &size), 0);
-        EXPECT_EQ(connect(sending_, place, size), 0);
-        receiving_ = accept(listening, nullptr, nullptr);
-        close(listening);
-        EXPECT_EQ(dup2(receiving_, replaced), replaced);
+        EXPECT_EQ(bind(listening.descriptor(), place, size), 0);
+        EXPECT_EQ(listen(listening.descriptor(), 1), 0);
+        EXPECT_EQ(getsockname(listening.descriptor(), place, &size), 0);
+        EXPECT_EQ(connect(sending_.descriptor(), place, size), 0);
+        receiving_ = norv::file::adopt(accept(listening.descriptor(), nullptr, nullptr)).value();
+        EXPECT_EQ(dup2(receiving_->descriptor(), replaced), replaced);
     }
-    ~urgent_descriptor() {
-        close(sending_);
-        close(receiving_);
-    }
-    urgent_descriptor(const urgent_descriptor&) = delete;
-    urgent_descriptor& operator=(const urgent_descriptor&) = delete;
 
-    void raise() { EXPECT_EQ(send(sending_, "!", 1, MSG_OOB), 1); }
+    void raise() { EXPECT_EQ(send(sending_.descriptor(), "!", 1, MSG_OOB), 1); }
     void lower() {
         char taken = 0;
-        EXPECT_EQ(recv(receiving_, &taken, 1, MSG_OOB), 1);
+        EXPECT_EQ(recv(receiving_->descriptor(), &taken, 1, MSG_OOB), 1);
     }
 
   private:
-    int sending_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int receiving_ = -1;
+    static norv::file open_socket() {
+        return norv::file::adopt(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)).value();
+    }
+
+    norv::file sending_ = open_socket();
+    std::optional<norv::file> receiving_;
 };
 
 }  // namespace norv::test
