@@ -58,6 +58,11 @@ class flash {
             [&](norv_flash_info_t* info) { return norv_linux_flash_get_info(flash_.get(), info); });
     }
 
+    /** The regions of an SPI flash, in the order of their addresses; an eMMC has none. */
+    std::span<const norv_spi_flash_region_t> regions() const noexcept {
+        return detail::regions_of(get_kind() == kind::spi ? flash_.get()->backend.spi : nullptr);
+    }
+
     /** Reads; the count is 0 after a failure. See `norv_linux_flash_read`. */
     transferred read(uint32_t address, std::span<std::byte> buffer) {
         return detail::move_once(buffer.size(), [&](uint32_t* length) {

@@ -22,6 +22,7 @@
 #pragma once
 
 #include <sys/epoll.h>
+#include <unistd.h>
 
 #include "norv/owner.hpp"
 #include "norv/result.hpp"
@@ -30,6 +31,23 @@
 #include "norv_linux_gpio.h"
 
 namespace norv {
+
+namespace detail {
+
+// A line, and what becomes of its export at the end.
+struct gpio_line : norv_linux_gpio_t {
+    bool stays_exported = false;
+};
+
+inline void close_gpio_line(gpio_line* line) noexcept {
+    if (!line->stays_exported) {
+        norv_linux_gpio_close(line);
+    } else if (line->value_descriptor > 0) {
+        ::close(line->value_descriptor);
+    }
+}
+
+}  // namespace detail
 
 /** An open GPIO line. */
 class gpio {
@@ -74,6 +92,16 @@ class gpio {
         return status(norv_linux_gpio_wait_irq(line_.get(), static_cast<uint32_t>(limit.ms())));
     }
 
+    /**
+     * Whether the line stays exported at the end of the object, with its direction and level; only its descriptor
+     * is closed then. At first it does not.
+     */
+    void keep_exported(bool keep) noexcept {
+        if (detail::gpio_line* const line = line_.get()) {
+            line->stays_exported = keep;
+        }
+    }
+
     /** The descriptor, for EPOLLPRI; -1 after a move. */
     int32_t descriptor() const noexcept { return line_.is_open() ? norv_linux_gpio_get_fd(line_.get()) : -1; }
     /** The record of the C interface; null after a move. */
@@ -82,7 +110,7 @@ class gpio {
   private:
     gpio() noexcept = default;
 
-    detail::owned_record<norv_linux_gpio_t, norv_linux_gpio_close> line_;
+    detail::owned_record<detail::gpio_line, detail::close_gpio_line> line_;
 };
 
 /** The edges of a line, for a task; the line must outlive it, and not move. */

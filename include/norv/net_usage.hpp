@@ -25,10 +25,16 @@ namespace norv {
 /** An open sampler. */
 class net_usage {
   public:
-    /** See `norv_net_usage_open`. A name of 256 characters or more is an invalid argument. */
+    /**
+     * See `norv_net_usage_open`. A name of 32 characters or more is NORV_STATUS_EXHAUSTED; one that contains a
+     * NUL is an invalid argument.
+     */
     static result<net_usage> open(std::string_view interface) {
         net_usage sampler;
-        const detail::c_string<> name(interface);
+        if (interface.size() >= NORV_NET_USAGE_NAME_SIZE) {
+            return status(NORV_STATUS_EXHAUSTED);
+        }
+        const detail::c_string<NORV_NET_USAGE_NAME_SIZE> name(interface);
         const status opened =
             sampler.sampler_.open([&](norv_net_usage_t* to) { return norv_net_usage_open(to, name.get()); });
         return opened.ok() ? result<net_usage>(std::move(sampler)) : result<net_usage>(opened);

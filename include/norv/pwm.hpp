@@ -11,8 +11,8 @@
  *     std::this_thread::sleep_for(10s);
  *     fan.enable(false).value();
  *
- * The end of the object unexports the channel, even one that another process has exported (quirk 41), but does
- * not stop the signal (quirk 42).
+ * The end of the object unexports the channel, even one that another process has exported (quirk 41), unless
+ * `keep_exported` was called; it does not stop the signal (quirk 42).
  */
 #pragma once
 
@@ -25,6 +25,21 @@
 #include "norv_linux_pwm.h"
 
 namespace norv {
+
+namespace detail {
+
+// A channel, and what becomes of its export at the end.
+struct pwm_channel : norv_linux_pwm_t {
+    bool stays_exported = false;
+};
+
+inline void close_pwm_channel(pwm_channel* channel) noexcept {
+    if (!channel->stays_exported) {
+        norv_linux_pwm_close(channel);
+    }
+}
+
+}  // namespace detail
 
 /** An open PWM channel. */
 class pwm {
@@ -74,6 +89,13 @@ class pwm {
                          : result<capture>(read);
     }
 
+    /** Whether the channel stays exported at the end of the object. At first it does not. */
+    void keep_exported(bool keep) noexcept {
+        if (detail::pwm_channel* const channel = channel_.get()) {
+            channel->stays_exported = keep;
+        }
+    }
+
     /** The record of the C interface; null after a move. */
     norv_linux_pwm_t* get() noexcept { return channel_.get(); }
 
@@ -88,7 +110,7 @@ class pwm {
         return status(write(channel_.get(), static_cast<uint32_t>(time.count())));
     }
 
-    detail::owned_record<norv_linux_pwm_t, norv_linux_pwm_close> channel_;
+    detail::owned_record<detail::pwm_channel, detail::close_pwm_channel> channel_;
 };
 
 }  // namespace norv

@@ -28,6 +28,13 @@ namespace norv {
 
 namespace detail {
 
+// The regions of a flash; none of a null pointer.
+inline std::span<const norv_spi_flash_region_t> regions_of(const norv_spi_flash_t* flash) noexcept {
+    return flash != nullptr ? std::span<const norv_spi_flash_region_t>(
+                                  flash->regions, static_cast<size_t>(flash->region_count))
+                            : std::span<const norv_spi_flash_region_t>();
+}
+
 // Whether a write may start at an address. The C function refuses another one, too, but then leaks its memory.
 inline bool starts_write_unit(const norv_spi_flash_t& flash, uint32_t address) noexcept {
     for (int32_t index = 0; index < flash.region_count; ++index) {
@@ -60,10 +67,7 @@ class spi_flash {
     }
     /** The regions, in the order of their addresses; none after a move. */
     std::span<const norv_spi_flash_region_t> regions() const noexcept {
-        const norv_spi_flash_t* const flash = flash_.get();
-        return flash != nullptr ? std::span<const norv_spi_flash_region_t>(
-                                      flash->regions, static_cast<size_t>(flash->region_count))
-                                : std::span<const norv_spi_flash_region_t>();
+        return detail::regions_of(flash_.get());
     }
 
     /** Reads up to the end of the region; the count is 0 after a failure. See `norv_linux_spi_flash_read`. */

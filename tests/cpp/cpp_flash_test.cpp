@@ -430,6 +430,7 @@ TEST_P(EitherFlash, AnOpenFlashIsClosedWithItsOwner) {
         const result<flash> opened = open_flash();
         ASSERT_TRUE(opened);
         EXPECT_EQ(opened->get_kind(), GetParam());
+        EXPECT_THAT(opened->regions(), SizeIs(GetParam() == flash::kind::spi ? 1 : 0));
         EXPECT_EQ(kernel.open_descriptors(), 1U);
     }
     EXPECT_EQ(kernel.open_descriptors(), 0U);
@@ -494,6 +495,7 @@ TEST_P(EitherFlash, AFlashThatWasMovedFromIsAnInvalidArgument) {
     std::string data(256, 'x');
     kernel.forget_calls();
     EXPECT_EQ(opened.get_kind(), flash::kind::none);
+    EXPECT_THAT(opened.regions(), IsEmpty());
     EXPECT_EQ(opened.get_info().status(), NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(opened.read(0, buffer_of(data)).status, NORV_STATUS_INVALID_ARG);
     EXPECT_EQ(opened.write(0, bytes_of(data)).status, NORV_STATUS_INVALID_ARG);

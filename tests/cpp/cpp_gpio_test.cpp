@@ -44,6 +44,23 @@ TEST_F(CppGpio, AnOpenLineIsClosedWithItsOwner) {
     EXPECT_EQ(kernel.open_descriptors(), 0U);
 }
 
+TEST_F(CppGpio, ALineThatStaysExportedIsClosedAlone) {
+    {
+        gpio line = gpio::open(17).value();
+        line.keep_exported(true);
+        const gpio moved = std::move(line);
+        line.keep_exported(false);
+    }
+    EXPECT_THAT(kernel.writes("/sys/class/gpio/unexport"), IsEmpty());
+    EXPECT_EQ(kernel.open_descriptors(), 0U);
+    {
+        gpio line = gpio::open(17).value();
+        line.keep_exported(true);
+        line.keep_exported(false);
+    }
+    EXPECT_THAT(kernel.writes("/sys/class/gpio/unexport"), ElementsAre("17\0"s));
+}
+
 TEST_F(CppGpio, AFailedOpenHasTheStatus) {
     const norv::result<gpio> line = gpio::open(99);
     EXPECT_FALSE(line);

@@ -38,6 +38,22 @@ TEST_F(Pwm, AnOpenChannelIsUnexportedWithItsOwner) {
     EXPECT_THAT(kernel.writes(chip_unexport), ElementsAre("2\0"s));
 }
 
+TEST_F(Pwm, AChannelCanStayExported) {
+    {
+        pwm fan = pwm::open(3, 2).value();
+        fan.keep_exported(true);
+        const pwm moved = std::move(fan);
+        fan.keep_exported(false);
+    }
+    EXPECT_THAT(kernel.writes(chip_unexport), IsEmpty());
+    {
+        pwm fan = pwm::open(3, 2).value();
+        fan.keep_exported(true);
+        fan.keep_exported(false);
+    }
+    EXPECT_THAT(kernel.writes(chip_unexport), ElementsAre("2\0"s));
+}
+
 TEST_F(Pwm, AFailedOpenHasTheStatusAndUnexportsNothing) {
     export_channel(kernel);
     EXPECT_EQ(pwm::open(4, 2).status(), NORV_STATUS_NOT_FOUND);

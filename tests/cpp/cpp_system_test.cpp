@@ -201,7 +201,8 @@ TEST(CppNetUsage, ANameThatIsTooLongIsRefused) {
     kernel_double kernel;
     add_interface(kernel, 1000, 2000);
     EXPECT_EQ(net_usage::open(std::string(32, 'x')).status(), NORV_STATUS_EXHAUSTED);
-    EXPECT_EQ(net_usage::open(std::string(256, 'x')).status(), NORV_STATUS_INVALID_ARG);
+    EXPECT_EQ(net_usage::open(std::string(256, 'x')).status(), NORV_STATUS_EXHAUSTED);
+    EXPECT_EQ(net_usage::open(std::string_view("eth\0", 4)).status(), NORV_STATUS_INVALID_ARG);
 }
 
 TEST(CppNetUsage, ASamplerThatWasMovedFromIsAnInvalidArgument) {
