@@ -23,6 +23,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -48,6 +49,16 @@ class group {
 // For an option that takes one of some words, each of which stands for a number:
 // command.add_option("--edge", edge, ...)->transform(one_of(edges)).
 CLI::Validator one_of(const std::map<std::string, uint32_t>& words);
+
+// The same for words that stand for the values of an enumeration.
+template <typename Value>
+CLI::Validator one_of(const std::map<std::string, Value>& words) {
+    std::map<std::string, uint32_t> numbers;
+    for (const auto& [word, value] : words) {
+        numbers[word] = static_cast<uint32_t>(value);
+    }
+    return one_of(numbers);
+}
 
 template <typename Command>
 void as_command(CLI::App& app) {

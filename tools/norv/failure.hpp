@@ -5,10 +5,11 @@
 //
 //     gpio 99: INVALID_ARG: no such line; is the gpiochip driver loaded?
 //
-// Each group has a list of its usual causes and gives it to `must` with every call:
+// Each group has a list of its usual causes and gives it to `must` with every call, which returns the call's value:
 //
 //     const causes usual{{NORV_STATUS_INVALID_ARG, "no such line; is the gpiochip driver loaded?"}};
-//     must("gpio 99", norv_linux_gpio_open(99, &line), usual);
+//     norv::gpio line = must("gpio 99", norv::gpio::open(99), usual);
+//     must("gpio 99", line.set_value(true), usual);
 //
 // A cause may be one only where a path is missing, such as the directory of a class that the kernel was built
 // without. The first cause that fits counts.
@@ -22,8 +23,9 @@
 #include <string>
 #include <utility>
 
+#include "norv/result.hpp"
+#include "norv/status.hpp"
 #include "norv_base.h"
-#include "norv_status.h"
 
 namespace norv::tool {
 
@@ -56,11 +58,22 @@ inline uint32_t status_of(int error_number) {
     return norv_get_status_by_errno(static_cast<uint32_t>(error_number));
 }
 
-// Throws a failure unless the status is that of success.
-inline void must(const std::string& thing, uint32_t status, causes usual = {}) {
-    if (status != NORV_STATUS_OK) {
-        throw failure{thing, status, usual};
+// Throws a failure unless the call succeeded.
+inline void must(const std::string& thing, norv::status ended, causes usual = {}) {
+    if (!ended.ok()) {
+        throw failure{thing, ended.number(), usual};
     }
+}
+
+inline void must(const std::string& thing, uint32_t status, causes usual = {}) {
+    must(thing, norv::status{status}, usual);
+}
+
+// The same for a call that returns a value.
+template <typename T>
+T must(const std::string& thing, norv::result<T> returned, causes usual = {}) {
+    must(thing, returned.status(), usual);
+    return *std::move(returned);
 }
 
 // Carries what is thrown in a callback past the library, which is C and must not see it.

@@ -53,13 +53,21 @@ wake wait_for(std::vector<pollfd>& descriptors, int timeout) {
     do {
         ready = poll(descriptors.data(), descriptors.size(), timeout < 0 ? -1 : remaining(end));
     } while (ready < 0 && errno == EINTR);
-    const uint32_t status = ready < 0 ? status_of(errno) : NORV_STATUS_OK;
+    const norv::status polled{ready < 0 ? status_of(errno) : NORV_STATUS_OK};
     descriptors.pop_back();
-    must("poll", status);
+    must("poll", polled);
     if (is_interrupted()) {
         return wake::interrupted;
     }
     return ready > 0 ? wake::ready : wake::timeout;
+}
+
+bool wait_for(std::vector<pollfd>& descriptors, int timeout, const std::string& thing, const char* late) {
+    const wake woken = wait_for(descriptors, timeout);
+    if (woken == wake::timeout) {
+        throw failure{thing, NORV_STATUS_TIMEOUT, {{NORV_STATUS_TIMEOUT, late}}};
+    }
+    return woken == wake::ready;
 }
 
 bool sleep_for(int milliseconds) {

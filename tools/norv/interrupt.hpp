@@ -4,6 +4,7 @@
 
 #include <poll.h>
 
+#include <string>
 #include <vector>
 
 namespace norv::tool {
@@ -19,6 +20,9 @@ enum class wake { ready, timeout, interrupted };
 //
 // `timeout` is in milliseconds; below 0: no limit.
 wake wait_for(std::vector<pollfd>& descriptors, int timeout);
+
+// The same; false when Ctrl-C came. Throws a failure of `thing`, whose cause is `late`, when the time is over.
+bool wait_for(std::vector<pollfd>& descriptors, int timeout, const std::string& thing, const char* late);
 
 // Sleeps; false when Ctrl-C came first.
 bool sleep_for(int milliseconds);

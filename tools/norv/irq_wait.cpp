@@ -43,7 +43,7 @@ void irq_wait::run(irq_source& source) {
 
 // The time is that of CLOCK_MONOTONIC after the interrupt was noticed.
 void irq_wait::show(const irq_source& source, uint32_t number) const {
-    const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+    const double now = timestamp();
     json document{{"time", now}};
     document.update(source.description());
     document["interrupt"] = number;

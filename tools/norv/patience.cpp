@@ -3,8 +3,6 @@
 
 #include <vector>
 
-#include "failure.hpp"
-
 namespace norv::tool {
 
 void patience::declare(CLI::App& command, const std::string& what) {
@@ -22,10 +20,7 @@ int patience::left() const {
 
 bool patience::wait(const std::string& thing, int descriptor, short events) const {
     std::vector<pollfd> descriptors{{descriptor, events, 0}};
-    const wake woken = wait_for(descriptors, left());
-    must(thing, woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-         {{NORV_STATUS_TIMEOUT, "nothing arrived in time"}});
-    return woken == wake::ready;
+    return wait_for(descriptors, left(), thing, "nothing arrived in time");
 }
 
 }  // namespace norv::tool

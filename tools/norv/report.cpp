@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "report.hpp"
 
+#include <chrono>
+
+#include "norv/clock.hpp"
 #include "output.hpp"
 #include "text.hpp"
 
 namespace norv::tool {
+
+double timestamp() {
+    return std::chrono::duration<double>(norv::monotonic_clock::now().time_since_epoch()).count();
+}
 
 void report::offer_json(CLI::App& command) {
     command.add_flag("--json", json_, "print JSON");

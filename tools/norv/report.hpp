@@ -14,6 +14,9 @@ namespace norv::tool {
 // Members stay in the order in which they are named.
 using json = nlohmann::ordered_json;
 
+// Seconds of CLOCK_MONOTONIC: what a command that keeps running shows as the time.
+double timestamp();
+
 class report {
   public:
     // Adds --json to the command.

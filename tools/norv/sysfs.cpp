@@ -4,41 +4,35 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <filesystem>
 #include <system_error>
 
-#include "norv_file.h"
+#include "norv/file.hpp"
 
 namespace norv::tool {
 
 namespace {
 
-// A page is what an attribute has at most.
-constexpr uint32_t attribute_size = 4096;
-
-uint32_t read_text(const std::string& path, std::string& content) {
-    content.resize(attribute_size);
-    auto length = static_cast<uint32_t>(content.size());
-    const uint32_t status = norv_read_device(content.data(), &length, "%s", path.c_str());
-    content.resize(status == NORV_STATUS_OK ? length : 0);
-    if (!content.empty() && content.back() == '\n') {
-        content.pop_back();
+norv::result<std::string> read_attribute(const std::string& path) {
+    std::array<char, 4096> page;  // what an attribute has at most
+    const norv::result<std::string_view> content = norv::read_text(path, page);
+    if (!content) {
+        return content.status();
     }
-    return status;
+    return std::string{content->substr(0, content->size() - (content->ends_with('\n') ? 1 : 0))};
 }
 
 }  // namespace
 
 std::string attribute(const std::string& thing, const std::string& path, causes usual) {
-    std::string content;
-    must(thing, read_text(path, content), usual);
-    return content;
+    return must(thing, read_attribute(path), usual);
 }
 
 std::optional<std::string> attribute_if_there(const std::string& path) {
-    std::string content;
-    return read_text(path, content) == NORV_STATUS_OK ? std::optional{content} : std::nullopt;
+    const norv::result<std::string> content = read_attribute(path);
+    return content ? std::optional{*content} : std::nullopt;
 }
 
 std::vector<std::string> names_in(const std::string& directory) {
