@@ -3,16 +3,15 @@
 //
 // A line that is exported when a command begins stays exported; what the command exports itself it gives back
 // at its end, except for `set`: giving a line back would take its level away.
-#include "norv_linux_gpio.h"
+#include "norv/gpio.hpp"
 
 #include <map>
-#include <memory>
 #include <optional>
 
 #include "command.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
-#include "norv_file.h"
+#include "norv/file.hpp"
 #include "report.hpp"
 #include "text.hpp"
 
@@ -28,65 +27,42 @@ const causes usual{
     {status_of(EBUSY), "a kernel driver or another program uses the line"},
     {status_of(EPERM), "the line cannot be driven; is it an input only?"}};
 
-// An exported line, given back in the end if it was not exported before.
-class line {
-  public:
-    explicit line(uint32_t number)
-        : name_{text("gpio %u", number)}, found_{norv_file_access(0, "/sys/class/gpio/gpio%u", number)} {
-        must(name_, norv_linux_gpio_open(number, &gpio_), usual);
-    }
+const causes usual_of_watched{{NORV_STATUS_NOT_FOUND, "the line has no interrupt and cannot be watched"},
+                              {NORV_STATUS_DEVICE_ERROR, "the line's interrupt is in use; is it an output?"}};
 
-    ~line() {
-        if (!found_ && !kept_) {
-            norv_linux_gpio_close(&gpio_);
-        }
-    }
+struct line {
+    uint32_t number;
+    norv::gpio gpio;
 
-    line(const line&) = delete;
-    line& operator=(const line&) = delete;
+    std::string title() const { return text("gpio %u", number); }
 
-    void keep() { kept_ = true; }
+    void make_input() { must(title(), gpio.set_direction(norv::gpio::direction::input), usual); }
 
-    uint32_t number() const { return gpio_.number; }
-    int descriptor() const { return norv_linux_gpio_get_fd(&gpio_); }
-
-    void make_input() { must(name_, norv_linux_gpio_set_dir(&gpio_, false), usual); }
-
-    uint32_t level() {
-        uint8_t value = 0;
-        must(name_, norv_linux_gpio_get_value(&gpio_, &value), usual);
-        return value;
-    }
+    uint32_t level() { return must(title(), gpio.get_value(), usual) ? 1 : 0; }
 
     // What is an output already goes straight to its new level; an input becomes one, low at first.
     void drive(bool high) {
-        if (norv_linux_gpio_set_value(&gpio_, high) != NORV_STATUS_OK) {
-            must(name_, norv_linux_gpio_set_dir(&gpio_, true), usual);
-            must(name_, norv_linux_gpio_set_value(&gpio_, high), usual);
+        if (!gpio.set_value(high).ok()) {
+            must(title(), gpio.set_direction(norv::gpio::direction::output), usual);
+            must(title(), gpio.set_value(high), usual);
         }
     }
 
-    void watch(uint32_t edge) { must(name_, norv_linux_gpio_set_irq(&gpio_, edge), watch_causes); }
-
-  private:
-    static const causes watch_causes;
-
-    std::string name_;
-    bool found_;
-    bool kept_ = false;
-    norv_linux_gpio_t gpio_{};
+    void watch(norv::gpio::edge edge) { must(title(), gpio.set_edge(edge), usual_of_watched); }
 };
 
-const causes line::watch_causes{
-    {NORV_STATUS_NOT_FOUND, "the line has no interrupt and cannot be watched"},
-    {NORV_STATUS_DEVICE_ERROR, "the line's interrupt is in use; is it an output?"}};
+// A line that is given back in the end if it was not exported before.
+line open_line(uint32_t number) {
+    const bool found = norv::can_access(text("/sys/class/gpio/gpio%u", number));
+    line opened{number, must(text("gpio %u", number), norv::gpio::open(number), usual)};
+    opened.gpio.keep_exported(found);
+    return opened;
+}
 
-using lines = std::vector<std::unique_ptr<line>>;
-
-lines open_lines(const std::vector<uint32_t>& numbers) {
-    lines opened;
+std::vector<line> open_lines(const std::vector<uint32_t>& numbers) {
+    std::vector<line> opened;
     for (const uint32_t number : numbers) {
-        opened.push_back(std::make_unique<line>(number));
+        opened.push_back(open_line(number));
     }
     return opened;
 }
@@ -114,13 +90,14 @@ struct get {
     void run() {
         std::string levels;
         json document = json::array();
-        for (const auto& opened : open_lines(numbers)) {
+        std::vector<line> opened = open_lines(numbers);
+        for (line& one : opened) {
             if (input) {
-                opened->make_input();
+                one.make_input();
             }
-            const uint32_t value = opened->level() ^ static_cast<uint32_t>(active_low);
+            const uint32_t value = one.level() ^ static_cast<uint32_t>(active_low);
             levels += text(levels.empty() ? "%u" : " %u", value);
-            document.push_back({{"line", opened->number()}, {"value", value}});
+            document.push_back({{"line", one.number}, {"value", value}});
         }
         out.show(levels, document);
     }
@@ -143,17 +120,17 @@ struct set {
     }
 
     void run() {
-        lines driven;
+        std::vector<line> driven;
         for (const auto& [number, high] : parse()) {
-            driven.push_back(std::make_unique<line>(number));
-            driven.back()->drive(high != active_low);
+            driven.push_back(open_line(number));
+            driven.back().drive(high != active_low);
         }
         if (hold >= 0) {
             sleep_for(hold);
             return;
         }
-        for (const auto& one : driven) {
-            one->keep();
+        for (line& one : driven) {
+            one.gpio.keep_exported(true);
         }
     }
 
@@ -184,9 +161,8 @@ struct free_lines {
 
     void run() {
         for (const uint32_t number : numbers) {
-            norv_linux_gpio_t gpio{};
-            must(text("gpio %u", number), norv_linux_gpio_open(number, &gpio), usual);
-            norv_linux_gpio_close(&gpio);
+            // The end of its owner unexports it.
+            must(text("gpio %u", number), norv::gpio::open(number), usual);
         }
     }
 };
@@ -196,15 +172,15 @@ struct watch {
     static constexpr auto help = "Show the edges of lines, after their levels at the start";
 
     std::vector<uint32_t> numbers;
-    uint32_t edge = NORV_LINUX_GPIO_EDGE_BOTH;
+    norv::gpio::edge edge = norv::gpio::edge::both;
     uint32_t count = 0;
     int timeout = -1;
     report out;
 
     void declare(CLI::App& command) {
-        const std::map<std::string, uint32_t> edges{{"rising", NORV_LINUX_GPIO_EDGE_RISING},
-                                                    {"falling", NORV_LINUX_GPIO_EDGE_FALLING},
-                                                    {"both", NORV_LINUX_GPIO_EDGE_BOTH}};
+        const std::map<std::string, norv::gpio::edge> edges{{"rising", norv::gpio::edge::rising},
+                                                            {"falling", norv::gpio::edge::falling},
+                                                            {"both", norv::gpio::edge::both}};
         add_line_numbers(command, numbers);
         command.add_option("-e,--edge", edge, "rising, falling or both")
             ->type_name("EDGE")
@@ -215,39 +191,36 @@ struct watch {
     }
 
     void run() {
-        const lines watched = open_lines(numbers);
-        for (const auto& one : watched) {
-            one->make_input();
-            one->watch(edge);
-            show("start", *one);
+        std::vector<line> watched = open_lines(numbers);
+        for (line& one : watched) {
+            one.make_input();
+            one.watch(edge);
+            show("start", one);
         }
         uint32_t seen = 0;
         while (count == 0 || seen < count) {
             std::vector<pollfd> descriptors = poll_records(watched);
-            const wake woken = wait_for(descriptors, timeout);
-            if (woken == wake::interrupted) {
+            if (!wait_for(descriptors, timeout, "gpio watch", "no edge in time")) {
                 return;
             }
-            must("gpio watch", woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-                 {{NORV_STATUS_TIMEOUT, "no edge in time"}});
             seen += show_edges(watched, descriptors);
         }
     }
 
   private:
-    static std::vector<pollfd> poll_records(const lines& watched) {
+    static std::vector<pollfd> poll_records(const std::vector<line>& watched) {
         std::vector<pollfd> records;
-        for (const auto& one : watched) {
-            records.push_back({one->descriptor(), POLLPRI, 0});
+        for (const line& one : watched) {
+            records.push_back({one.gpio.descriptor(), POLLPRI, 0});
         }
         return records;
     }
 
-    uint32_t show_edges(const lines& watched, const std::vector<pollfd>& descriptors) const {
+    uint32_t show_edges(std::vector<line>& watched, const std::vector<pollfd>& descriptors) const {
         uint32_t shown = 0;
         for (size_t index = 0; index < watched.size(); ++index) {
             if ((descriptors[index].revents & POLLPRI) != 0) {
-                show("edge", *watched[index]);
+                show("edge", watched[index]);
                 ++shown;
             }
         }
@@ -257,10 +230,10 @@ struct watch {
     // The time is that of CLOCK_MONOTONIC after the edge was noticed. Reading the level waits for the next
     // edge.
     void show(const char* event, line& of) const {
-        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        const double now = timestamp();
         const uint32_t level = of.level();
-        out.show(text("%14.6f  gpio %u  %s  %u", now, of.number(), event, level),
-                 {{"time", now}, {"line", of.number()}, {"event", event}, {"value", level}});
+        out.show(text("%14.6f  gpio %u  %s  %u", now, of.number, event, level),
+                 {{"time", now}, {"line", of.number}, {"event", event}, {"value", level}});
     }
 };
 

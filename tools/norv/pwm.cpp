@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // norv pwm: channels of PWM chips. What a command sets up stays, and continues after its end.
-#include "norv_linux_pwm.h"
+#include "norv/pwm.hpp"
 
+#include <chrono>
 #include <cmath>
 
 #include "command.hpp"
 #include "failure.hpp"
-#include "norv_file.h"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -23,40 +23,8 @@ const causes usual{
     {NORV_STATUS_INVALID_ARG, "the kernel refused it; is a period set, and the duty not longer?"},
     {NORV_STATUS_RANGE, "the chip cannot generate such a signal"}};
 
-// A channel, exported, and left so.
-class channel {
-  public:
-    channel(uint32_t chip, uint32_t number) : name_{text("pwm %u:%u", chip, number)} {
-        must(name_, norv_linux_pwm_open(chip, number, &pwm_), usual);
-    }
-
-    void must(const std::string& thing, uint32_t status, causes causes_here = usual) const {
-        tool::must(thing, status, causes_here);
-    }
-
-    // Neither order of the two is right for every change: the kernel refuses a period below the duty.
-    void set(uint32_t period, uint32_t duty) {
-        if (norv_linux_pwm_set_period(&pwm_, period) == NORV_STATUS_OK) {
-            must(name_, norv_linux_pwm_set_duty(&pwm_, duty));
-            return;
-        }
-        must(name_, norv_linux_pwm_set_duty(&pwm_, duty));
-        must(name_, norv_linux_pwm_set_period(&pwm_, period));
-    }
-
-    void enable(bool on) { must(name_, norv_linux_pwm_enable(&pwm_, on)); }
-    void set_polarity(bool inversed) { must(name_, norv_linux_pwm_set_polarity(&pwm_, inversed)); }
-    void give_back() { norv_linux_pwm_close(&pwm_); }
-
-    void capture(uint32_t& period, uint32_t& duty) {
-        must(name_, norv_linux_pwm_get_capture(&pwm_, &period, &duty),
-             {{status_of(ENOSYS), "the chip cannot capture"}, {NORV_STATUS_TIMEOUT, "there is no signal"}});
-    }
-
-  private:
-    std::string name_;
-    norv_linux_pwm_t pwm_{};
-};
+const causes usual_of_capture{{status_of(ENOSYS), "the chip cannot capture"},
+                              {NORV_STATUS_TIMEOUT, "there is no signal"}};
 
 // The arguments that every command on one channel has.
 struct target {
@@ -67,7 +35,16 @@ struct target {
         command.add_option("CHIP", chip, "N of /sys/class/pwm/pwmchipN")->required();
         command.add_option("CHANNEL", number, "counted from 0")->required();
     }
-    channel open() const { return channel{chip, number}; }
+    std::string title() const { return text("pwm %u:%u", chip, number); }
+
+    // A channel, exported, and left so.
+    norv::pwm open() const {
+        norv::pwm opened = must(title(), norv::pwm::open(chip, number), usual);
+        opened.keep_exported(true);
+        return opened;
+    }
+
+    void enable(norv::pwm& channel, bool on) const { must(title(), channel.enable(on), usual); }
 };
 
 // "40us", "1.5ms", "25kHz" or a bare number of nanoseconds, as nanoseconds.
@@ -150,13 +127,27 @@ struct set {
         if (active > cycle) {
             throw usage_error{"the duty is longer than the period"};
         }
-        channel opened = on.open();
-        opened.set(cycle, active);
+        norv::pwm opened = on.open();
+        set_times(opened, std::chrono::nanoseconds{cycle}, std::chrono::nanoseconds{active});
         if (!polarity.empty()) {
-            opened.enable(false);
-            opened.set_polarity(polarity == "inversed");
+            on.enable(opened, false);
+            must(on.title(),
+                 opened.set_polarity(polarity == "inversed" ? norv::pwm::polarity::inversed
+                                                            : norv::pwm::polarity::normal),
+                 usual);
         }
-        opened.enable(true);
+        on.enable(opened, true);
+    }
+
+  private:
+    // Neither order of the two is right for every change: the kernel refuses a period below the duty.
+    void set_times(norv::pwm& channel, std::chrono::nanoseconds cycle,
+                   std::chrono::nanoseconds active) const {
+        const bool is_period_set = channel.set_period(cycle).ok();
+        must(on.title(), channel.set_duty(active), usual);
+        if (!is_period_set) {
+            must(on.title(), channel.set_period(cycle), usual);
+        }
     }
 };
 
@@ -166,7 +157,10 @@ struct start {
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
-    void run() { on.open().enable(true); }
+    void run() {
+        norv::pwm opened = on.open();
+        on.enable(opened, true);
+    }
 };
 
 struct stop {
@@ -175,7 +169,10 @@ struct stop {
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
-    void run() { on.open().enable(false); }
+    void run() {
+        norv::pwm opened = on.open();
+        on.enable(opened, false);
+    }
 };
 
 struct free_channel {
@@ -184,7 +181,8 @@ struct free_channel {
 
     target on;
     void declare(CLI::App& command) { on.declare(command); }
-    void run() { on.open().give_back(); }
+    // The end of its owner unexports it, then.
+    void run() { on.open().keep_exported(false); }
 };
 
 struct capture {
@@ -200,9 +198,9 @@ struct capture {
     }
 
     void run() {
-        uint32_t period = 0;
-        uint32_t duty = 0;
-        on.open().capture(period, duty);
+        const norv::pwm::capture measured = must(on.title(), on.open().get_capture(), usual_of_capture);
+        const auto period = static_cast<uint32_t>(measured.period.count());
+        const auto duty = static_cast<uint32_t>(measured.duty.count());
         const double share = period == 0 ? 0 : 100.0 * duty / period;
         out.show(text("period %u ns, high %u ns (%.1f %%)", period, duty, share),
                  {{"chip", on.chip}, {"channel", on.number}, {"period_ns", period}, {"duty_ns", duty}});
