@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 // norv can: frames on a CAN bus, written and shown as by cansend and candump.
-#include "norv_linux_can.h"
+#include "norv/can.hpp"
 
 #include <linux/can.h>
 #include <net/if.h>
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
-#include <cstring>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -22,7 +22,7 @@ namespace norv::tool {
 
 namespace {
 
-constexpr int send_limit_ms = 1000;
+using namespace std::chrono_literals;
 
 const causes usual{
     {status_of(ENODEV), "no such interface; is its driver loaded?"},
@@ -32,35 +32,14 @@ const causes usual{
     {status_of(EPERM), "the interface cannot be bound; is it a CAN interface?"},
     {status_of(EBADF), "no CAN socket; was the kernel built without CONFIG_CAN or CONFIG_CAN_RAW?"}};
 
-class interface {
-  public:
-    explicit interface(const std::string& name) : name_{name} {
-        must(name_, norv_linux_can_open(name_.c_str(), &can_));
-    }
-    ~interface() { norv_linux_can_close(&can_); }
-    interface(const interface&) = delete;
-    interface& operator=(const interface&) = delete;
+norv::can open_channel(const std::string& on, uint32_t identifier, uint32_t alternative) {
+    return must(on, norv::can::open(on, identifier, alternative), usual);
+}
 
-    const std::string& name() const { return name_; }
-
-    norv_linux_can_raw_t* add(uint32_t identifier, uint32_t alternative) {
-        norv_linux_can_raw_t* channel = nullptr;
-        const uint32_t status =
-            norv_linux_can_raw_add_with_alt_id(&can_, 1, identifier, alternative, &channel);
-        if (status != NORV_STATUS_OK && channel != nullptr) {
-            norv_linux_can_remove(channel);
-        }
-        must(name_, status, usual);
-        return channel;
-    }
-
-    // Whatever is not 0 or not 1 is everything.
-    norv_linux_can_raw_t* add_all() { return add(0 | CAN_INV_FILTER, 1 | CAN_INV_FILTER); }
-
-  private:
-    std::string name_;
-    norv_linux_can_t* can_ = nullptr;
-};
+// Whatever is not 0 or not 1 is everything.
+norv::can open_channel_for_all(const std::string& on) {
+    return open_channel(on, 0 | CAN_INV_FILTER, 1 | CAN_INV_FILTER);
+}
 
 bool is_extended(const can_frame& frame) {
     return (frame.can_id & CAN_EFF_FLAG) != 0;
@@ -143,51 +122,41 @@ struct dump {
     }
 
     void run() {
-        interface opened {
-            on
-        };
-        const std::vector<norv_linux_can_raw_t*> channels = add_channels(opened);
+        std::vector<norv::can> channels = open_channels();
         for (uint32_t seen = 0; count == 0 || seen < count;) {
             std::vector<pollfd> sources;
-            for (norv_linux_can_raw_t* channel : channels) {
-                sources.push_back({norv_linux_can_get_fd(channel), POLLIN, 0});
+            for (const norv::can& channel : channels) {
+                sources.push_back({channel.descriptor(), POLLIN, 0});
             }
-            const wake woken = wait_for(sources, timeout);
-            if (woken == wake::interrupted) {
+            if (!wait_for(sources, timeout, on, "no frame arrived in time")) {
                 return;
             }
-            must(on, woken == wake::timeout ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-                 {{NORV_STATUS_TIMEOUT, "no frame arrived in time"}});
             seen += show_frames(channels, sources);
         }
     }
 
   private:
-    std::vector<norv_linux_can_raw_t*> add_channels(interface& opened) const {
+    std::vector<norv::can> open_channels() const {
+        std::vector<norv::can> channels;
         if (identifiers.empty()) {
-            return {opened.add_all()};
+            channels.push_back(open_channel_for_all(on));
         }
-        std::vector<norv_linux_can_raw_t*> channels;
         for (const std::string& word : identifiers) {
             const unsigned long identifier = std::strtoul(word.c_str(), nullptr, 16);
             if (!is_hexadecimal(digits_of(word)) || identifier > CAN_EFF_MASK) {
                 throw usage_error{"\"" + word + "\" is not an identifier"};
             }
             channels.push_back(
-                opened.add(static_cast<uint32_t>(identifier), static_cast<uint32_t>(identifier)));
+                open_channel(on, static_cast<uint32_t>(identifier), static_cast<uint32_t>(identifier)));
         }
         return channels;
     }
 
-    uint32_t show_frames(const std::vector<norv_linux_can_raw_t*>& channels,
-                         const std::vector<pollfd>& sources) const {
+    uint32_t show_frames(std::vector<norv::can>& channels, const std::vector<pollfd>& sources) const {
         uint32_t shown = 0;
         for (size_t index = 0; index < channels.size(); ++index) {
-            can_frame frame{};
-            uint32_t length = sizeof frame;
             if (sources[index].revents != 0) {
-                must(on, norv_linux_can_read(channels[index], &frame, &length, 0), usual);
-                show(frame);
+                show(must(on, channels[index].read(0ms), usual));
                 ++shown;
             }
         }
@@ -226,13 +195,9 @@ struct send {
         for (const std::string& word : words) {
             frames.push_back(parse_frame(word));
         }
-        interface opened {
-            on
-        };
-        norv_linux_can_raw_t* channel = opened.add(0, 0);
+        norv::can channel = open_channel(on, 0, 0);
         for (const can_frame& frame : frames) {
-            uint32_t length = sizeof frame;
-            must(on, norv_linux_can_write(channel, &frame, &length, send_limit_ms), usual);
+            must(on, channel.write(frame, 1s), usual);
         }
     }
 };

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // norv i2c: devices on an I2C bus, in the manner of i2cdetect, i2cget, i2cset, i2cdump and i2ctransfer.
-#include "norv_linux_i2c.h"
+#include "norv/i2c.hpp"
 
 #include <algorithm>
 #include <optional>
+#include <span>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -23,37 +24,19 @@ const causes usual_at_device{{status_of(ENXIO), "no answer; is the address right
                              {NORV_STATUS_TIMEOUT, "the bus is stuck; does a device hold SDA or SCL low?"},
                              {NORV_STATUS_NOT_AVAILABLE, "the adapter does not support such a transfer"}};
 
-class bus {
-  public:
-    explicit bus(uint32_t number) : number_{number} {
-        must(text("i2c bus %u", number), norv_linux_i2c_open(number, &descriptor_),
-             {{NORV_STATUS_NOT_FOUND,
-               "no /sys/class/i2c-dev; is the module i2c-dev loaded, and was the kernel built with "
-               "CONFIG_I2C_CHARDEV?",
-               "/sys/class/i2c-dev"},
-              {NORV_STATUS_NOT_FOUND, "no such bus; are the adapter's driver and i2c-dev loaded?"},
-              {NORV_STATUS_NOT_AVAILABLE, "the adapter supports SMBus only"}});
-    }
-    ~bus() { norv_linux_i2c_close(&descriptor_); }
-    bus(const bus&) = delete;
-    bus& operator=(const bus&) = delete;
+norv::i2c open_bus(uint32_t number) {
+    return must(text("i2c bus %u", number), norv::i2c::open(number),
+                {{NORV_STATUS_NOT_FOUND,
+                  "no /sys/class/i2c-dev; is the module i2c-dev loaded, and was the kernel built with "
+                  "CONFIG_I2C_CHARDEV?",
+                  "/sys/class/i2c-dev"},
+                 {NORV_STATUS_NOT_FOUND, "no such bus; are the adapter's driver and i2c-dev loaded?"},
+                 {NORV_STATUS_NOT_AVAILABLE, "the adapter supports SMBus only"}});
+}
 
-    const int32_t* get() const { return &descriptor_; }
-
-    void must_answer(uint8_t address, uint32_t status) const {
-        must(text("i2c %u-%04x", number_, address), status, usual_at_device);
-    }
-
-    bytes read(uint8_t address, uint8_t reg, uint16_t length) const {
-        bytes data(length);
-        must_answer(address, norv_linux_i2c_read(&descriptor_, address, reg, data.data(), length));
-        return data;
-    }
-
-  private:
-    uint32_t number_;
-    int32_t descriptor_ = -1;
-};
+void must_answer(uint32_t bus_number, uint8_t address, norv::status ended) {
+    must(text("i2c %u-%04x", bus_number, address), ended, usual_at_device);
+}
 
 // The arguments that every command on one device has.
 struct target {
@@ -66,6 +49,12 @@ struct target {
     void declare(CLI::App& command) {
         declare_bus(command);
         command.add_option("ADDRESS", address, "7 bits, not shifted")->required()->check(CLI::Range(0, 0x7F));
+    }
+
+    bytes read(norv::i2c& bus, uint8_t reg, uint16_t length) const {
+        bytes data(length);
+        must_answer(bus_number, address, bus.read(address, reg, std::as_writable_bytes(std::span{data})));
+        return data;
     }
 };
 
@@ -82,7 +71,7 @@ struct detect {
     }
 
     void run() {
-        const bus opened{on.bus_number};
+        norv::i2c opened = open_bus(on.bus_number);
         json found = json::array();
         std::string table = "     0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f";
         for (uint8_t address = 0; address < 0x80; ++address) {
@@ -96,7 +85,7 @@ struct detect {
 
   private:
     // Reserved addresses are left alone.
-    static std::string cell(const bus& opened, uint8_t address, json& found) {
+    std::string cell(norv::i2c& opened, uint8_t address, json& found) const {
         if (address < first_address || address > last_address) {
             return "   ";
         }
@@ -107,13 +96,13 @@ struct detect {
         return text(" %02x", address);
     }
 
-    static bool answers(const bus& opened, uint8_t address) {
-        uint8_t byte = 0;
-        const uint32_t status = norv_linux_i2c_raw_read(opened.get(), address, &byte, 1);
-        if (status == NORV_STATUS_TIMEOUT || status == NORV_STATUS_NOT_AVAILABLE) {
-            opened.must_answer(address, status);
+    bool answers(norv::i2c& opened, uint8_t address) const {
+        std::byte byte{};
+        const norv::status read = opened.raw_read(address, {&byte, 1});
+        if (read == NORV_STATUS_TIMEOUT || read == NORV_STATUS_NOT_AVAILABLE) {
+            must_answer(on.bus_number, address, read);
         }
-        return status == NORV_STATUS_OK;
+        return read.ok();
     }
 };
 
@@ -136,7 +125,8 @@ struct get {
     }
 
     void run() {
-        const bytes data = bus{on.bus_number}.read(on.address, reg, count);
+        norv::i2c opened = open_bus(on.bus_number);
+        const bytes data = on.read(opened, reg, count);
         out.show(hex(data),
                  {{"bus", on.bus_number}, {"address", on.address}, {"register", reg}, {"data", data}});
     }
@@ -162,9 +152,8 @@ struct set {
         if (data.size() > NORV_LINUX_I2C_MAX_WRITE) {
             throw usage_error{text("a transfer has at most %d bytes", NORV_LINUX_I2C_MAX_WRITE)};
         }
-        const bus opened{on.bus_number};
-        opened.must_answer(on.address, norv_linux_i2c_write(opened.get(), on.address, reg, data.data(),
-                                                            static_cast<int32_t>(data.size())));
+        norv::i2c opened = open_bus(on.bus_number);
+        must_answer(on.bus_number, on.address, opened.write(on.address, reg, std::as_bytes(std::span{data})));
     }
 };
 
@@ -181,11 +170,11 @@ struct dump {
     }
 
     void run() {
-        const bus opened{on.bus_number};
+        norv::i2c opened = open_bus(on.bus_number);
         bytes data;
         // In rows, which every adapter can do.
         for (uint32_t row = 0; row < 256; row += 16) {
-            const bytes part = opened.read(on.address, static_cast<uint8_t>(row), 16);
+            const bytes part = on.read(opened, static_cast<uint8_t>(row), 16);
             data.insert(data.end(), part.begin(), part.end());
         }
         out.show(hex_dump(data), {{"bus", on.bus_number}, {"address", on.address}, {"data", data}});
@@ -235,9 +224,9 @@ struct transfer {
 
     void run() {
         parse();
-        const bus opened{bus_number};
+        norv::i2c opened = open_bus(bus_number);
         bytes data(read_length);
-        opened.must_answer(address, run_on(opened, data));
+        must_answer(bus_number, address, run_on(opened, std::as_writable_bytes(std::span{data})));
         if (read_length > 0) {
             out.show(hex(data), {{"bus", bus_number}, {"address", address}, {"data", data}});
         }
@@ -284,17 +273,12 @@ struct transfer {
         read_length = second.length;
     }
 
-    uint32_t run_on(const bus& opened, bytes& data) const {
-        if (written.empty()) {
-            return norv_linux_i2c_raw_read(opened.get(), address, data.data(), read_length);
+    norv::status run_on(norv::i2c& opened, std::span<std::byte> data) const {
+        const std::span sent = std::as_bytes(std::span{written});
+        if (sent.empty()) {
+            return opened.raw_read(address, data);
         }
-        if (read_length == 0) {
-            return norv_linux_i2c_raw_write(opened.get(), address, written.data(),
-                                            static_cast<int32_t>(written.size()));
-        }
-        return norv_linux_i2c_write_then_read(opened.get(), address, written.data(),
-                                              static_cast<uint16_t>(written.size()), data.data(),
-                                              read_length);
+        return data.empty() ? opened.raw_write(address, sent) : opened.write_then_read(address, sent, data);
     }
 };
 

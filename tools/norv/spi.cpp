@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // norv spi: slaves on an SPI bus.
-#include "norv_linux_spi.h"
+#include "norv/spi.hpp"
+
+#include <span>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -22,32 +24,6 @@ const causes usual{
     {status_of(EMSGSIZE), "longer than spidev accepts at once; load it with a larger bufsiz"},
     {status_of(ENOTTY), "not a spidev device"}};
 
-class slave {
-  public:
-    slave(const std::string& path, const norv_spi_config_t& config) : path_{path} {
-        must("spi " + path_, norv_linux_spi_open(escaped(path).c_str(), &config, &spi_), usual);
-    }
-    ~slave() { norv_linux_spi_close(&spi_); }
-    slave(const slave&) = delete;
-    slave& operator=(const slave&) = delete;
-
-    // What came in while the bytes went out.
-    bytes transfer(const bytes& sent) const {
-        bytes received(sent.size());
-        must("spi " + path_,
-             norv_linux_spi_dplx(&spi_, sent.data(), received.data(), static_cast<uint32_t>(sent.size())),
-             usual);
-        return received;
-    }
-
-  private:
-    // The library takes the path for a format.
-    static std::string escaped(const std::string& path) { return replaced(path, "%", "%%"); }
-
-    std::string path_;
-    norv_spi_t spi_{};
-};
-
 struct transfer {
     static constexpr auto name = "transfer";
     static constexpr auto help = "Send bytes and show those received meanwhile";
@@ -55,7 +31,7 @@ struct transfer {
     std::string device;
     std::vector<std::string> words;
     uint32_t read = 0;
-    norv_spi_config_t config{.mode = 0, .max_speed_hz = 1000000, .bits_per_word = 8, .lsb_first = 0};
+    norv::spi::settings config{.max_speed_hz = 1000000};
     report out;
 
     void declare(CLI::App& command) {
@@ -82,7 +58,11 @@ struct transfer {
         if (sent.empty()) {
             throw usage_error{"nothing to send or to read"};
         }
-        bytes received = slave{device, config}.transfer(sent);
+        bytes received(sent.size());
+        norv::spi slave = must("spi " + device, norv::spi::open(device, config), usual);
+        must("spi " + device,
+             slave.duplex(std::as_bytes(std::span{sent}), std::as_writable_bytes(std::span{received})),
+             usual);
         received.erase(received.begin(), received.begin() + skipped);
         out.show(hex(received), {{"device", device}, {"data", received}});
     }

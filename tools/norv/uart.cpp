@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // norv uart: serial ports.
-#include "norv_uart.h"
+#include "norv/uart.hpp"
 
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
+#include <span>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -23,7 +25,8 @@ namespace norv::tool {
 namespace {
 
 constexpr uint32_t chunk_size = 4096;
-constexpr int look_for_interrupts_ms = 200;
+constexpr std::chrono::milliseconds look_for_interrupts{200};
+constexpr std::chrono::milliseconds no_wait{0};
 constexpr int look_for_sent_ms = 20;
 constexpr uint8_t ctrl_right_bracket = 0x1D;
 constexpr cc_t xon = 0x11;
@@ -38,23 +41,21 @@ const causes usual{
 // The arguments that every command has: the port and how to program it.
 struct port_arguments {
     std::string device;
-    norv_uart_settings_t settings{.baud = 115200,
-                                  .data_bits = 8,
-                                  .stop_bits = NORV_UART_STOP_BITS_1,
-                                  .parity = NORV_UART_PARITY_NONE,
-                                  .flow_control = NORV_UART_FLOW_CONTROL_NONE};
+    norv::uart::settings settings;
 
     void declare(CLI::App& command) {
-        const std::map<std::string, uint32_t> stop_bits{{"1", NORV_UART_STOP_BITS_1},
-                                                        {"2", NORV_UART_STOP_BITS_2}};
-        const std::map<std::string, uint32_t> parities{{"none", NORV_UART_PARITY_NONE},
-                                                       {"odd", NORV_UART_PARITY_ODD},
-                                                       {"even", NORV_UART_PARITY_EVEN},
-                                                       {"mark", NORV_UART_PARITY_MARK},
-                                                       {"space", NORV_UART_PARITY_SPACE}};
-        const std::map<std::string, uint32_t> flow_controls{{"none", NORV_UART_FLOW_CONTROL_NONE},
-                                                            {"software", NORV_UART_FLOW_CONTROL_SOFTWARE},
-                                                            {"hardware", NORV_UART_FLOW_CONTROL_HARDWARE}};
+        using norv::uart;
+        const std::map<std::string, uart::stop_bits> stop_bits{{"1", uart::stop_bits::one},
+                                                               {"2", uart::stop_bits::two}};
+        const std::map<std::string, uart::parity> parities{{"none", uart::parity::none},
+                                                           {"odd", uart::parity::odd},
+                                                           {"even", uart::parity::even},
+                                                           {"mark", uart::parity::mark},
+                                                           {"space", uart::parity::space}};
+        const std::map<std::string, uart::flow_control> flow_controls{
+            {"none", uart::flow_control::none},
+            {"software", uart::flow_control::software},
+            {"hardware", uart::flow_control::hardware}};
         command.add_option("DEVICE", device, "for instance /dev/ttyS1")->required()->check(whole_path());
         command.add_option("-b,--baud", settings.baud, "bit/s")->capture_default_str();
         command.add_option("--data-bits", settings.data_bits, "5 to 8")
@@ -76,40 +77,33 @@ struct port_arguments {
 
 class port {
   public:
-    explicit port(const port_arguments& arguments) : name_{"uart " + arguments.device} {
-        check(norv_uart_open(arguments.device.c_str(), &arguments.settings, &uart_));
-        if (arguments.settings.flow_control == NORV_UART_FLOW_CONTROL_SOFTWARE && !set_flow_characters()) {
-            const uint32_t status = status_of(errno);
-            norv_uart_close(&uart_);
-            check(status);
+    explicit port(const port_arguments& arguments)
+        : name_{"uart " + arguments.device},
+          uart_{must(name_, norv::uart::open(arguments.device, arguments.settings), usual)} {
+        if (arguments.settings.flow_control == norv::uart::flow_control::software && !set_flow_characters()) {
+            throw failure{name_, status_of(errno), usual};
         }
     }
-    ~port() { norv_uart_close(&uart_); }
-    port(const port&) = delete;
-    port& operator=(const port&) = delete;
 
-    int descriptor() { return norv_uart_get_fd(&uart_); }
-    norv_uart_t** get() { return &uart_; }
-    void check(uint32_t status, causes causes_here = usual) const { must(name_, status, causes_here); }
+    const std::string& name() const { return name_; }
+    norv::uart& get() { return uart_; }
+    int descriptor() const { return uart_.descriptor(); }
 
     // Until the driver has all bytes, or Ctrl-C.
     void send(const bytes& data) {
         size_t sent = 0;
         while (sent < data.size() && !is_interrupted()) {
-            auto length = static_cast<uint32_t>(data.size() - sent);
-            const uint32_t status =
-                norv_uart_send(&uart_, data.data() + sent, &length, look_for_interrupts_ms);
-            sent += length;
-            check(status == NORV_STATUS_TIMEOUT ? NORV_STATUS_OK : status);
+            sent +=
+                must_transfer(uart_.send(std::as_bytes(std::span{data}.subspan(sent)), look_for_interrupts),
+                              NORV_STATUS_TIMEOUT);
         }
     }
 
     // What the driver takes without waiting leaves `data`.
     void send_some(bytes& data) {
-        auto length = static_cast<uint32_t>(data.size());
-        const uint32_t status = norv_uart_send(&uart_, data.data(), &length, 0);
-        check(status == NORV_STATUS_AGAIN ? NORV_STATUS_OK : status);
-        data.erase(data.begin(), data.begin() + (status == NORV_STATUS_OK ? length : 0));
+        const size_t sent =
+            must_transfer(uart_.send(std::as_bytes(std::span{data}), no_wait), NORV_STATUS_AGAIN);
+        data.erase(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(sent));
     }
 
     // Whether the driver has no bytes left, where it says so.
@@ -130,16 +124,22 @@ class port {
     // What has arrived, up to a maximum; nothing after a hang-up.
     bytes receive(uint32_t maximum) {
         bytes data(maximum);
-        uint32_t length = maximum;
-        const uint32_t status = norv_uart_recv(&uart_, data.data(), &length, 0);
-        check(status == NORV_STATUS_AGAIN ? NORV_STATUS_OK : status);
-        data.resize(status == NORV_STATUS_OK ? length : 0);
+        data.resize(must_transfer(uart_.receive(std::as_writable_bytes(std::span{data}), no_wait),
+                                  NORV_STATUS_AGAIN));
         return data;
     }
 
     [[noreturn]] void report_hang_up() const { throw failure{name_, "the port was hung up"}; }
 
   private:
+    // How many bytes were moved. `over` is the status of a transfer whose time is over, which is no failure.
+    size_t must_transfer(const norv::transferred& moved, uint32_t over) const {
+        if (moved.status != over) {
+            must(name_, moved.status, usual);
+        }
+        return moved.count;
+    }
+
     // The library programs a port without control characters, and nothing stops or starts one without them.
     bool set_flow_characters() {
         termios settings{};
@@ -152,7 +152,7 @@ class port {
     }
 
     std::string name_;
-    norv_uart_t* uart_ = nullptr;
+    norv::uart uart_;
 };
 
 void print_raw(const bytes& data) {
@@ -404,9 +404,12 @@ struct recv {
             }
         }
         show_all();
-        opened.check(
-            woken == wake::timeout && count != 0 ? NORV_STATUS_TIMEOUT : NORV_STATUS_OK,
-            {{NORV_STATUS_TIMEOUT, "fewer bytes arrived; is the speed right, and is RX connected?"}});
+        if (woken == wake::timeout && count != 0) {
+            throw failure{
+                opened.name(),
+                NORV_STATUS_TIMEOUT,
+                {{NORV_STATUS_TIMEOUT, "fewer bytes arrived; is the speed right, and is RX connected?"}}};
+        }
     }
 
   private:
@@ -458,25 +461,23 @@ struct modem_lines {
     void run() {
         port opened{of};
         if (rts >= 0) {
-            opened.check(norv_uart_set_rts(opened.get(), static_cast<uint32_t>(rts)), no_lines);
+            must(opened.name(), opened.get().set_rts(rts != 0), no_lines);
         }
         if (dtr >= 0) {
-            opened.check(norv_uart_set_dtr(opened.get(), static_cast<uint32_t>(dtr)), no_lines);
+            must(opened.name(), opened.get().set_dtr(dtr != 0), no_lines);
         }
         std::string shown;
         do {
             show_change(opened, shown);
-        } while (watch && sleep_for(look_for_interrupts_ms));
+        } while (watch && sleep_for(static_cast<int>(look_for_interrupts.count())));
     }
 
   private:
     static const causes no_lines;
 
     void show_change(port& opened, std::string& shown) const {
-        uint8_t cts = 0;
-        uint8_t dsr = 0;
-        opened.check(norv_uart_get_cts(opened.get(), &cts), no_lines);
-        opened.check(norv_uart_get_dsr(opened.get(), &dsr), no_lines);
+        const uint32_t cts = must(opened.name(), opened.get().get_cts(), no_lines) ? 1 : 0;
+        const uint32_t dsr = must(opened.name(), opened.get().get_dsr(), no_lines) ? 1 : 0;
         const std::string now = text("CTS %u  DSR %u", cts, dsr);
         if (now != shown) {
             out.show(now, {{"device", of.device}, {"cts", cts}, {"dsr", dsr}});
