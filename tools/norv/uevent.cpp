@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // norv uevent: the kernel's messages of devices that come, go and change.
-#include "norv_uevent.h"
+#include "norv/uevent.hpp"
 
 #include <algorithm>
 #include <iostream>
@@ -16,36 +16,8 @@ namespace norv::tool {
 
 namespace {
 
-// Larger than any message of the kernel's.
-constexpr uint64_t buffer_size = 8192;
-
-class socket {
-  public:
-    socket() {
-        uevent_.buffer_size = buffer_size;
-        must("uevents", norv_uevent_open(&uevent_),
-             {{NORV_STATUS_NO_MEMORY, "no memory for messages"},
-              {status_of(EPROTONOSUPPORT), "the kernel has no uevents (CONFIG_NET)"}});
-    }
-    ~socket() { norv_uevent_close(&uevent_); }
-    socket(const socket&) = delete;
-    socket& operator=(const socket&) = delete;
-
-    int descriptor() const { return uevent_.fd; }
-
-    // What the kernel had to drop does not affect the rest.
-    void poll(norv_uevent_handler handler, void* user) {
-        const uint32_t status = norv_uevent_poll(&uevent_, handler, user);
-        if (status == status_of(ENOBUFS)) {
-            std::cerr << "norv: uevents: messages arrived too fast, some are lost\n";
-            return;
-        }
-        must("uevents", status);
-    }
-
-  private:
-    norv_uevent_t uevent_{};
-};
+const causes usual{{NORV_STATUS_NO_MEMORY, "no memory for messages"},
+                   {status_of(EPROTONOSUPPORT), "the kernel has no uevents (CONFIG_NET)"}};
 
 // "add@/devices/..." and texts KEY=value, each ended by a NUL.
 struct message {
@@ -90,24 +62,21 @@ struct uevent_command {
     }
 
     void run() {
-        socket opened;
+        norv::uevent opened = must("uevents", norv::uevent::open(), usual);
         while ((count == 0 || seen < count) && patient.wait("uevents", opened.descriptor(), POLLIN)) {
-            opened.poll(take, this);
-            failed.rethrow();
+            const norv::status polled =
+                opened.poll([this](std::string_view content) { take(message{content}); });
+            // What the kernel had to drop does not affect the rest.
+            if (polled == status_of(ENOBUFS)) {
+                std::cerr << "norv: uevents: messages arrived too fast, some are lost\n";
+            } else {
+                must("uevents", polled);
+            }
         }
     }
 
   private:
     uint32_t seen = 0;
-    callback_failure failed;
-
-    static void take(const uint8_t* content, int64_t length, void* user) noexcept {
-        auto& self = *static_cast<uevent_command*>(user);
-        self.failed.keep_from([&] {
-            self.take(message{
-                std::string_view{reinterpret_cast<const char*>(content), static_cast<size_t>(length)}});
-        });
-    }
 
     void take(const message& taken) {
         if (is_wanted(taken)) {
@@ -126,7 +95,7 @@ struct uevent_command {
 
     // The time is that of CLOCK_MONOTONIC after the message came.
     void show(const message& taken) const {
-        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        const double now = timestamp();
         std::string line = text("%14.6f  %-7s %-12s %s", now, taken.shown("ACTION").c_str(),
                                 taken.shown("SUBSYSTEM").c_str(), taken.shown("DEVPATH").c_str());
         if (with_keys) {

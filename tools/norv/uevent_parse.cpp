@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // norv usb: USB devices, and the camera, input or sound node that each brought.
+#include "norv/uevent_parse.hpp"
+
 #include <map>
 
 #include "command.hpp"
 #include "failure.hpp"
-#include "norv_uevent_parse.h"
 #include "patience.hpp"
 #include "report.hpp"
 #include "text.hpp"
@@ -22,16 +23,15 @@ std::string node_words(const norv_uevent_child_t& node) {
 std::string words(const norv_uevent_device_t& device) {
     std::string line = text("%-20s %-14s %s", printable(device.devnode).c_str(),
                             printable(device.product).c_str(), printable(device.product_name).c_str());
-    for (const auto* link = device.children.next; link != &device.children; link = link->next) {
-        line += "  " + node_words(*reinterpret_cast<const norv_uevent_child_t*>(link));
+    for (const norv_uevent_child_t& node : norv::uevent_parse::children_of(device)) {
+        line += "  " + node_words(node);
     }
     return line;
 }
 
 json document(const norv_uevent_device_t& device) {
     json nodes = json::array();
-    for (const auto* link = device.children.next; link != &device.children; link = link->next) {
-        const auto& node = *reinterpret_cast<const norv_uevent_child_t*>(link);
+    for (const norv_uevent_child_t& node : norv::uevent_parse::children_of(device)) {
         nodes.push_back({{"subsystem", node.subsystem}, {"node", node.devnode}, {"path", node.syspath}});
     }
     return {{"node", device.devnode},
@@ -41,36 +41,9 @@ json document(const norv_uevent_device_t& device) {
             {"nodes", nodes}};
 }
 
-// The list of the devices; `handler` is called for changes while it lives.
-class device_list {
-  public:
-    device_list(norv_uevent_parse_handler handler, void* user) {
-        const norv_uevent_parse_settings_t settings{
-            .filter = NORV_UEVENT_FILTER_USB, .buffer_size = 8192, .handler = handler, .user = user};
-        must("usb", norv_uevent_parse_open(&parser_, &settings), usual);
-        must("usb", norv_uevent_parse_get_device(&parser_, &list_), usual);
-    }
-    ~device_list() { norv_uevent_parse_close(&parser_); }
-    device_list(const device_list&) = delete;
-    device_list& operator=(const device_list&) = delete;
-
-    int descriptor() { return norv_uevent_parse_get_fd(&parser_); }
-    void poll() { must("usb", norv_uevent_parse_poll(&parser_), usual); }
-
-    // A node that belongs to no device is reported with the list's head in place of one.
-    bool holds(const norv_uevent_device_t* device) const { return &device->link != &list_->devices; }
-
-    template <typename Visit>
-    void each(Visit visit) const {
-        for (const auto* link = list_->devices.next; link != &list_->devices; link = link->next) {
-            visit(*reinterpret_cast<const norv_uevent_device_t*>(link));
-        }
-    }
-
-  private:
-    norv_uevent_parse_t* parser_ = nullptr;
-    const norv_uevent_device_list_t* list_ = nullptr;
-};
+norv::uevent_parse open_parser() {
+    return must("usb", norv::uevent_parse::open(norv::uevent_parse::filter::usb), usual);
+}
 
 struct list {
     static constexpr auto name = "list";
@@ -83,10 +56,11 @@ struct list {
     void run() {
         std::string table = "DEVICE               PRODUCT        NAME";
         json documents = json::array();
-        device_list{nullptr, nullptr}.each([&](const norv_uevent_device_t& device) {
+        const norv::uevent_parse parser = open_parser();
+        for (const norv_uevent_device_t& device : must("usb", parser.devices(), usual)) {
             table += "\n" + words(device);
             documents.push_back(document(device));
-        });
+        }
         out.show(table, documents);
     }
 };
@@ -107,31 +81,26 @@ struct watch {
     }
 
     void run() {
-        device_list followed{on_change, this};
-        devices = &followed;
-        followed.each([&](const norv_uevent_device_t& device) { show("present", device); });
-        while (is_wanted() && patient.wait("usb", followed.descriptor(), POLLIN)) {
-            followed.poll();
-            failed.rethrow();
+        norv::uevent_parse parser = open_parser();
+        for (const norv_uevent_device_t& device : must("usb", parser.devices(), usual)) {
+            show("present", device);
+        }
+        while (is_wanted() && patient.wait("usb", parser.descriptor(), POLLIN)) {
+            // Null for a node that belongs to no device.
+            const auto on_change = [this](const norv_uevent_device_t* device) {
+                if (device != nullptr && is_wanted()) {
+                    take(*device);
+                }
+            };
+            must("usb", parser.poll(on_change), usual);
         }
     }
 
   private:
-    device_list* devices = nullptr;               // null while it is filled: `run` shows what was found then
     std::map<std::string, uint32_t> known_nodes;  // of each device that was shown
     uint32_t seen = 0;
-    callback_failure failed;
 
     bool is_wanted() const { return count == 0 || seen < count; }
-
-    static void on_change(const norv_uevent_device_t* device, void* user) noexcept {
-        auto& self = *static_cast<watch*>(user);
-        self.failed.keep_from([&] {
-            if (self.devices != nullptr && self.devices->holds(device) && self.is_wanted()) {
-                self.take(*device);
-            }
-        });
-    }
 
     // A device is reported again with each node, also with those that it does not get.
     void take(const norv_uevent_device_t& device) {
@@ -155,7 +124,7 @@ struct watch {
     // The time is that of CLOCK_MONOTONIC after the change was noticed.
     void show(const char* event, const norv_uevent_device_t& device) {
         known_nodes[device.syspath] = device.child_count;
-        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        const double now = timestamp();
         json shown{{"time", now}, {"event", event}};
         shown.update(document(device));
         out.show(text("%14.6f  %-7s  %s", now, event, words(device).c_str()), shown);

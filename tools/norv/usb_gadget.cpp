@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // norv gadget: the board as a USB device, by the state of its USB device controller.
+#include "norv/usb_gadget.hpp"
+
 #include "command.hpp"
 #include "failure.hpp"
 #include "names.hpp"
-#include "norv_usb_gadget.h"
 #include "patience.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
@@ -29,32 +30,19 @@ std::string title(const std::string& controller) {
 }
 
 // The state's descriptor stays open, so that it can be waited on.
-class open_state {
-  public:
-    explicit open_state(const std::string& controller) : title_{title(controller)} {
-        must(title_, norv_usb_gadget_open(controller.c_str(), &descriptor_), usual);
-    }
-    ~open_state() { norv_usb_gadget_close(descriptor_); }
-    open_state(const open_state&) = delete;
-    open_state& operator=(const open_state&) = delete;
+norv::usb_gadget open_state(const std::string& controller) {
+    return must(title(controller), norv::usb_gadget::open(controller), usual);
+}
 
-    int descriptor() const { return descriptor_; }
-
-    const char* read() const {
-        static const std::map<uint32_t, const char*> words{{NORV_USB_GADGET_NOT_ATTACHED, "not attached"},
-                                                           {NORV_USB_GADGET_DEFAULT, "default"},
-                                                           {NORV_USB_GADGET_CONFIGURED, "configured"},
-                                                           {NORV_USB_GADGET_OTHER, "other"},
-                                                           {NORV_USB_GADGET_ADDRESSED, "addressed"}};
-        uint32_t state = 0;
-        must(title_, norv_usb_gadget_get_state(descriptor_, &state), usual);
-        return words.at(state);
-    }
-
-  private:
-    std::string title_;
-    int32_t descriptor_ = -1;
-};
+const char* read_state(const std::string& controller, norv::usb_gadget& opened) {
+    using state = norv::usb_gadget::state;
+    static const std::map<state, const char*> words{{state::not_attached, "not attached"},
+                                                    {state::default_state, "default"},
+                                                    {state::configured, "configured"},
+                                                    {state::other, "other"},
+                                                    {state::addressed, "addressed"}};
+    return words.at(must(title(controller), opened.get_state(), usual));
+}
 
 // The controller that a command is about; boards have one, mostly.
 struct target {
@@ -73,16 +61,19 @@ struct target {
         if (all.size() > 1) {
             throw usage_error{"there are several controllers, name one; see norv gadget list"};
         }
-        must("gadget", all.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
-             {no_controllers, {NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}});
+        if (all.empty()) {
+            throw failure{
+                "gadget",
+                NORV_STATUS_NOT_FOUND,
+                {no_controllers, {NORV_STATUS_NOT_FOUND, "no USB device controller; is its driver loaded?"}}};
+        }
         return all.front();
     }
 };
 
 json host_win(const std::string& controller) {
-    uint8_t value = 0;
-    const uint32_t status = norv_usb_gadget_is_host_win(controller.c_str(), &value);
-    return status == NORV_STATUS_OK ? json(value != 0) : json();
+    const norv::result<bool> read = norv::usb_gadget::is_host_win(controller);
+    return read ? json(*read) : json();
 }
 
 struct list {
@@ -109,8 +100,9 @@ struct list {
   private:
     static json describe(const std::string& controller) {
         const std::string directory = controllers + "/" + controller;
+        norv::usb_gadget state = open_state(controller);
         return {{"controller", controller},
-                {"state", open_state{controller}.read()},
+                {"state", read_state(controller, state)},
                 {"speed", attribute_if_there(directory + "/current_speed").value_or("")},
                 {"gadget", attribute_if_there(directory + "/function").value_or("")},
                 {"is_host_win", host_win(controller)}};
@@ -135,12 +127,12 @@ struct watch {
 
     void run() {
         const std::string controller = on.name();
-        const open_state state{controller};
-        std::string last = show(controller, state.read());
+        norv::usb_gadget state = open_state(controller);
+        std::string last = show(controller, read_state(controller, state));
         uint32_t seen = 0;
         while ((count == 0 || seen < count) && patient.wait(title(controller), state.descriptor(), POLLPRI)) {
             // The kernel also wakes for a state that it sets again.
-            const std::string now = state.read();
+            const std::string now = read_state(controller, state);
             if (now != last) {
                 last = show(controller, now);
                 ++seen;
@@ -152,7 +144,7 @@ struct watch {
   private:
     // The time is that of CLOCK_MONOTONIC after the change was noticed.
     std::string show(const std::string& controller, const std::string& state) const {
-        const double now = static_cast<double>(norv_time_get_us()) / 1e6;
+        const double now = timestamp();
         out.show(text("%14.6f  %s  %s", now, controller.c_str(), state.c_str()),
                  {{"time", now}, {"controller", controller}, {"state", state}});
         return state;
@@ -171,7 +163,9 @@ struct plug {
 
     void run() {
         const std::string controller = on.name();
-        must(title(controller), norv_usb_gadget_connect(controller.c_str(), plugged ? 1 : 0), usual);
+        must(title(controller),
+             plugged ? norv::usb_gadget::connect(controller) : norv::usb_gadget::disconnect(controller),
+             usual);
     }
 };
 
