@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: MIT
 // norv dma: what memory the DMA driver has for devices, and whether it works.
+#include "norv/dma.hpp"
+
 #include <unistd.h>
 
-#include <cinttypes>
 #include <cstdlib>
 #include <memory>
+#include <optional>
+#include <span>
 
 #include "bytes.hpp"
 #include "command.hpp"
 #include "failure.hpp"
-#include "norv_linux_dma.h"
 #include "report.hpp"
 #include "text.hpp"
 
@@ -22,27 +24,18 @@ const causes usual{{NORV_STATUS_NO_MEMORY, "the driver has no such memory left"}
                    {NORV_STATUS_INVALID_ARG, "the driver does not provide memory of this kind and size"},
                    {status_of(ENOTTY), "the driver does not support this request"}};
 
-class manager {
-  public:
-    manager() { must("/dev/uio-dma", norv_linux_dma_create_mgr(&descriptor_), no_manager); }
-    ~manager() { norv_linux_dma_destory_mgr(&descriptor_); }
-    manager(const manager&) = delete;
-    manager& operator=(const manager&) = delete;
-
-    int32_t* get() { return &descriptor_; }
-
-  private:
-    int32_t descriptor_ = -1;
-};
+norv::dma_manager open_manager() {
+    return must("/dev/uio-dma", norv::dma_manager::open(), no_manager);
+}
 
 // The kinds of memory by their names. That of the process itself is made in another way.
-using create_buffer = uint32_t (*)(int32_t* manager, uint64_t size, norv_linux_dma_t** buffer);
+using memory_kind = norv::dma_buffer::memory;
 
-const std::map<std::string, create_buffer> kinds{{"default", norv_linux_dma_create_mem},
-                                                 {"kmalloc", norv_linux_dma_create_by_kmalloc},
-                                                 {"cma", norv_linux_dma_create_by_cma},
-                                                 {"reserved", norv_linux_dma_create_by_reserved},
-                                                 {"user", nullptr}};
+const std::map<std::string, std::optional<memory_kind>> kinds{{"default", memory_kind::driver_default},
+                                                              {"kmalloc", memory_kind::kmalloc},
+                                                              {"cma", memory_kind::cma},
+                                                              {"reserved", memory_kind::reserved},
+                                                              {"user", std::nullopt}};
 
 struct releaser {
     void operator()(void* memory) const { std::free(memory); }
@@ -58,39 +51,28 @@ process_memory pages(uint64_t size) {
     return process_memory{std::aligned_alloc(page, (static_cast<size_t>(size) + page - 1) / page * page)};
 }
 
-class buffer {
+// A buffer, and what is tried with it.
+class trial {
   public:
-    buffer(manager& of, const std::string& kind, uint64_t size) : title_{"dma " + kind}, size_{size} {
-        must(title_, create(of, kinds.at(kind)), usual);
-    }
-    ~buffer() {
-        norv_linux_dma_unmap_mem(&handle_);
-        norv_linux_dma_destroy(&handle_);
-    }
-    buffer(const buffer&) = delete;
-    buffer& operator=(const buffer&) = delete;
+    trial(const norv::dma_manager& manager, const std::string& kind, uint64_t size)
+        : title_{"dma " + kind}, buffer_{must(title_, create(manager, kinds.at(kind), size), usual)} {}
 
     // The pieces of memory that a device would get, as the driver describes them.
     std::vector<bytes> pieces() {
-        void* entries = nullptr;
-        uint64_t count = 0;
         std::vector<bytes> result;
-        must(title_, norv_linux_dma_lock_mem(&handle_, &entries, &count), usual);
-        for (uint64_t index = 0; index < count; ++index) {
-            const auto* entry = static_cast<const uint8_t*>(entries) + index * NORV_LINUX_DMA_SG_ENTRY_SIZE;
-            result.emplace_back(entry, entry + NORV_LINUX_DMA_SG_ENTRY_SIZE);
+        for (const norv::dma_buffer::entry& entry : must(title_, buffer_.lock(), usual)) {
+            const auto* first = reinterpret_cast<const uint8_t*>(entry.data());
+            result.emplace_back(first, first + entry.size());
         }
-        must(title_, norv_linux_dma_unlock_mem(&handle_), usual);
+        must(title_, buffer_.unlock(), usual);
         return result;
     }
 
     // Writes a pattern as a program would do before a transfer, and reads it as one would do after.
     void check() {
-        void* memory = nullptr;
-        must(title_, norv_linux_dma_map_mem(&handle_, &memory), usual);
-        auto* content = static_cast<uint8_t*>(memory);
+        const std::span<std::byte> content = must(title_, buffer_.map(), usual);
         access([&] {
-            for (uint64_t at = 0; at < size_; ++at) {
+            for (size_t at = 0; at < content.size(); ++at) {
                 content[at] = pattern(at);
             }
         });
@@ -98,40 +80,41 @@ class buffer {
     }
 
   private:
-    uint32_t create(manager& of, create_buffer with) {
-        if (with != nullptr) {
-            return with(of.get(), size_, &handle_);
+    norv::result<norv::dma_buffer> create(const norv::dma_manager& manager, std::optional<memory_kind> from,
+                                          uint64_t size) {
+        if (from) {
+            return norv::dma_buffer::create(manager, size, *from);
         }
-        own_ = pages(size_);
-        return norv_linux_dma_create_by_user_ptr(of.get(), own_.get(), size_, &handle_);
+        own_ = pages(size);
+        return norv::dma_buffer::create_of(manager,
+                                           {static_cast<std::byte*>(own_.get()), static_cast<size_t>(size)});
     }
 
-    static uint8_t pattern(uint64_t at) { return static_cast<uint8_t>(at % 251); }
+    static std::byte pattern(size_t at) { return static_cast<std::byte>(at % 251); }
 
     template <typename Work>
     void access(Work work) {
-        must(title_, norv_linux_dma_sync(&handle_, false), usual);
+        must(title_, buffer_.start_access(), usual);
         work();
-        must(title_, norv_linux_dma_sync(&handle_, true), usual);
+        must(title_, buffer_.end_access(), usual);
     }
 
-    void must_match(const uint8_t* content) const {
-        for (uint64_t at = 0; at < size_; ++at) {
+    void must_match(std::span<const std::byte> content) const {
+        for (size_t at = 0; at < content.size(); ++at) {
             if (content[at] != pattern(at)) {
-                throw failure{title_, text("byte %" PRIu64 " is not what was written there", at)};
+                throw failure{title_, text("byte %zu is not what was written there", at)};
             }
         }
     }
 
     std::string title_;
-    uint64_t size_;
     process_memory own_;
-    norv_linux_dma_t* handle_ = nullptr;
+    norv::dma_buffer buffer_;
 };
 
 // Makes a buffer, uses it as a program would, and returns its pieces.
-std::vector<bytes> try_out(manager& of, const std::string& kind, uint64_t size) {
-    buffer made{of, kind, size};
+std::vector<bytes> try_out(const norv::dma_manager& manager, const std::string& kind, uint64_t size) {
+    trial made{manager, kind, size};
     made.check();
     return made.pieces();
 }
@@ -156,10 +139,10 @@ struct list_kinds {
     }
 
     void run() {
-        manager opened;
+        const norv::dma_manager opened = open_manager();
         std::string table = "KIND      PIECES  RESULT";
         json document = json::array();
-        for (const auto& [kind, create] : kinds) {
+        for (const auto& [kind, from] : kinds) {
             const auto [pieces, error] = outcome(opened, kind);
             table += text("\n%-8s  %6zu  %s", kind.c_str(), pieces, error.empty() ? "good" : error.c_str());
             document.push_back({{"kind", kind},
@@ -171,7 +154,7 @@ struct list_kinds {
     }
 
   private:
-    std::pair<size_t, std::string> outcome(manager& opened, const std::string& kind) const {
+    std::pair<size_t, std::string> outcome(const norv::dma_manager& opened, const std::string& kind) const {
         try {
             return {try_out(opened, kind, size).size(), ""};
         } catch (const failure& failed) {
@@ -198,7 +181,7 @@ struct test {
     }
 
     void run() {
-        manager opened;
+        const norv::dma_manager opened = open_manager();
         std::string table;
         json entries = json::array();
         for (const bytes& piece : try_out(opened, kind, size)) {

@@ -6,9 +6,9 @@
 //         static constexpr auto kind = "uio";
 //         explicit device(const target& which);
 //         const mapped_device& description() const;
-//         norv_mcb_bus_t& bus();
+//         norv::mcb_bus& bus();
 //
-//         static uint32_t serve(const pci_identity& pci);            gives it to the kernel's driver
+//         static norv::status serve(const pci_identity& pci);        gives it to the kernel's driver
 //         static constexpr auto no_driver = "no driver; ...";        the usual cause when it is missing
 //     };
 #pragma once
@@ -20,7 +20,7 @@
 
 #include "failure.hpp"
 #include "mapped_device.hpp"
-#include "norv_mcb_bus.h"
+#include "norv/mcb_bus.hpp"
 #include "report.hpp"
 
 namespace norv::tool {
@@ -35,7 +35,7 @@ struct register_range {
     // What lies outside the device would end the program: throws usage_error.
     void must_lie_in(const mapped_device& device, uint64_t count) const;
 
-    int32_t mode() const { return fixed ? NORV_MCB_BURST_FIXED : NORV_MCB_BURST_UP; }
+    norv::mcb_burst mode() const { return fixed ? norv::mcb_burst::fixed : norv::mcb_burst::up; }
 };
 
 void show_registers(const mapped_device& device, const register_range& from,
@@ -75,7 +75,7 @@ struct read_registers {
         Device device{on};
         from.must_lie_in(device.description(), count);
         std::vector<uint32_t> values(count);
-        device.bus().read_burst(&device.bus(), from.offset, values.data(), count, from.mode());
+        must(device.description().title(), device.bus().read_burst(from.offset, values, from.mode()));
         show_registers(device.description(), from, values, out);
     }
 };
@@ -99,8 +99,7 @@ struct write_registers {
     void run() {
         Device device{on};
         from.must_lie_in(device.description(), values.size());
-        device.bus().write_burst(&device.bus(), from.offset, values.data(),
-                                 static_cast<uint32_t>(values.size()), from.mode());
+        must(device.description().title(), device.bus().write_burst(from.offset, values, from.mode()));
     }
 };
 

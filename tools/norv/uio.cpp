@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 // norv uio: registers and the interrupt of UIO devices.
-#include "norv_uio.h"
+#include "norv/uio.hpp"
 
 #include <poll.h>
+
+#include <chrono>
 
 #include "command.hpp"
 #include "failure.hpp"
 #include "irq_wait.hpp"
 #include "mapped_device.hpp"
+#include "norv/mcb_bus.hpp"
 #include "registers.hpp"
 
 namespace norv::tool {
@@ -34,35 +37,23 @@ class device {
         }
     };
 
-    explicit device(const target& which) : found_{find_mapped_device(kind, which.designation)} {
-        must(norv_uio_open_by_idx(found_.number, &uio_));
-        const uint32_t status = norv_uio_open_mcb_bus(&uio_, &bus_);
-        if (status != NORV_STATUS_OK) {
-            norv_uio_close(&uio_);
-        }
-        must(status);
-    }
+    explicit device(const target& which)
+        : found_{find_mapped_device(kind, which.designation)},
+          uio_{must(found_.title(), norv::uio::open(found_.number), usual)},
+          bus_{must(found_.title(), norv::mcb_bus::open(uio_), usual)} {}
 
-    ~device() {
-        bus_.close(&bus_);
-        norv_uio_close(&uio_);
-    }
+    device(device&&) = delete;  // the bus refers to the owner
 
-    device(const device&) = delete;
-    device& operator=(const device&) = delete;
-
-    static uint32_t serve(const pci_identity& pci) { return norv_uio_load_pci(pci.vendor, pci.device); }
+    static norv::status serve(const pci_identity& pci) { return norv::uio::load_pci(pci.vendor, pci.device); }
 
     const mapped_device& description() const { return found_; }
-    norv_mcb_bus_t& bus() { return bus_; }
-    norv_uio_t** handle() { return &uio_; }
-
-    void must(uint32_t status) const { tool::must(found_.title(), status, usual); }
+    norv::mcb_bus& bus() { return bus_; }
+    norv::uio& handle() { return uio_; }
 
   private:
     mapped_device found_;
-    norv_uio_t* uio_ = nullptr;
-    norv_mcb_bus_t bus_{};
+    norv::uio uio_;
+    norv::mcb_bus bus_;
 };
 
 class interrupt : public irq_source {
@@ -71,11 +62,11 @@ class interrupt : public irq_source {
 
     std::string title() const override { return of_.description().title(); }
     json description() const override { return {{"device", of_.description().number}}; }
-    int descriptor() override { return norv_uio_get_fd(of_.handle()); }
+    int descriptor() override { return of_.handle().descriptor(); }
     short events() const override { return POLLIN; }
-    void enable() override { of_.must(norv_uio_enable_irq(of_.handle())); }
-    void take() override { of_.must(norv_uio_wait_irq(of_.handle(), 0)); }
-    void disable() noexcept override { norv_uio_disable_irq(of_.handle()); }
+    void enable() override { must(title(), of_.handle().enable_irq(), usual); }
+    void take() override { must(title(), of_.handle().wait_irq(std::chrono::milliseconds{0}), usual); }
+    void disable() noexcept override { of_.handle().disable_irq().ignore(); }
 
   private:
     device& of_;

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 // norv umcb: registers and interrupt sources of UMCB devices.
-#include "norv_umcb.h"
+#include "norv/umcb.hpp"
 
 #include <poll.h>
-#include <unistd.h>
+
+#include <chrono>
 
 #include "command.hpp"
 #include "failure.hpp"
 #include "irq_wait.hpp"
 #include "mapped_device.hpp"
+#include "norv/mcb_bus.hpp"
 #include "registers.hpp"
 #include "text.hpp"
 
@@ -40,62 +42,46 @@ class device {
     };
 
     // By its number always: by name or identity the library opens umcb0, whichever it is.
-    explicit device(const target& which) : found_{find_mapped_device(kind, which.designation)} {
-        must(norv_umcb_open_by_idx(found_.number, which.mode, &umcb_));
-        const uint32_t status = norv_umcb_open_mcb_bus(&umcb_, &bus_);
-        if (status != NORV_STATUS_OK) {
-            norv_umcb_close(&umcb_);
-        }
-        must(status);
+    explicit device(const target& which)
+        : found_{find_mapped_device(kind, which.designation)},
+          umcb_{must(found_.title(), norv::umcb::open(found_.number, which.mode), usual)},
+          bus_{must(found_.title(), norv::mcb_bus::open(umcb_), usual)} {}
+
+    device(device&&) = delete;  // the bus refers to the owner
+
+    static norv::status serve(const pci_identity& pci) {
+        return norv::umcb::load_pci(pci.vendor, pci.device);
     }
-
-    ~device() {
-        bus_.close(&bus_);
-        norv_umcb_close(&umcb_);
-    }
-
-    device(const device&) = delete;
-    device& operator=(const device&) = delete;
-
-    static uint32_t serve(const pci_identity& pci) { return norv_umcb_load_pci(pci.vendor, pci.device); }
 
     const mapped_device& description() const { return found_; }
-    norv_mcb_bus_t& bus() { return bus_; }
-    norv_umcb_t** handle() { return &umcb_; }
-
-    void must(uint32_t status) const { tool::must(found_.title(), status, usual); }
+    norv::mcb_bus& bus() { return bus_; }
+    norv::umcb& handle() { return umcb_; }
 
   private:
     mapped_device found_;
-    norv_umcb_t* umcb_ = nullptr;
-    norv_mcb_bus_t bus_{};
+    norv::umcb umcb_;
+    norv::mcb_bus bus_;
 };
 
 class interrupt : public irq_source {
   public:
-    interrupt(device& of, uint32_t number) : of_{of}, number_{number} {
-        must(norv_umcb_irq_register(of_.handle(), number, &descriptor_));
-    }
-    ~interrupt() override { close(descriptor_); }
-    interrupt(const interrupt&) = delete;
-    interrupt& operator=(const interrupt&) = delete;
+    interrupt(device& of, uint32_t number)
+        : of_{of}, number_{number}, source_{must(title(), of.handle().register_irq(number), usual)} {}
 
     std::string title() const override {
         return text("%s source %u", of_.description().title().c_str(), number_);
     }
     json description() const override { return {{"device", of_.description().number}, {"source", number_}}; }
-    int descriptor() override { return descriptor_; }
+    int descriptor() override { return source_.descriptor(); }
     short events() const override { return POLLPRI; }
-    void enable() override { must(norv_umcb_irq_enable(descriptor_)); }
-    void take() override { must(norv_umcb_irq_wait(descriptor_, 0)); }
-    void disable() noexcept override { norv_umcb_irq_disable(descriptor_); }
+    void enable() override { must(title(), source_.enable(), usual); }
+    void take() override { must(title(), source_.wait(std::chrono::milliseconds{0}), usual); }
+    void disable() noexcept override { source_.disable().ignore(); }
 
   private:
-    void must(uint32_t status) const { tool::must(title(), status, usual); }
-
     device& of_;
     uint32_t number_;
-    int32_t descriptor_ = -1;
+    norv::umcb_irq source_;
 };
 
 struct wait {
@@ -118,11 +104,12 @@ struct wait {
 
     void run() {
         device opened{on};
+        const std::string title = opened.description().title();
         if (type >= 0) {
-            opened.must(norv_umcb_irq_set_type(opened.handle(), static_cast<uint32_t>(type)));
+            must(title, opened.handle().set_irq_type(static_cast<uint32_t>(type)), usual);
         }
         interrupt awaited{opened, source};
-        opened.must(norv_umcb_irq_global_enable(opened.handle()));
+        must(title, opened.handle().enable_irqs(), usual);
         how.run(awaited);
     }
 };
