@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 // norv flash: the SPI flash (all its partitions concatenated) or an eMMC. Ctrl-C stops between two blocks, and the
 // command that continues from there is printed.
-#include "norv_linux_flash.h"
+#include "norv/flash.hpp"
 
 #include <sys/ioctl.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <span>
 
 #include "bytes.hpp"
 #include "command.hpp"
@@ -36,22 +37,23 @@ const causes usual{
 
 class flash {
   public:
-    explicit flash(const std::string& emmc) : name_{emmc.empty() ? "SPI flash" : emmc} {
-        const norv_flash_config_t config{.kind = emmc.empty() ? NORV_FLASH_KIND_SPI : NORV_FLASH_KIND_EMMC,
-                                         .emmc_path = emmc.c_str()};
-        must(name_, norv_linux_flash_open(&config, &flash_), usual);
-        const uint32_t status = norv_linux_flash_get_info(&flash_, &info_);
-        must(name_, is_emmc() || status != NORV_STATUS_NOT_FOUND ? status : NORV_STATUS_EMPTY, usual);
+    explicit flash(const std::string& emmc)
+        : name_{emmc.empty() ? "SPI flash" : emmc},
+          flash_{must(name_, emmc.empty() ? norv::flash::open_spi() : norv::flash::open_emmc(emmc), usual)} {
+        const norv::result<norv::flash_info> info = flash_.get_info();
+        if (!is_emmc() && info.status() == NORV_STATUS_NOT_FOUND) {
+            throw failure{name_, NORV_STATUS_EMPTY, usual};
+        }
+        info_ = must(name_, info, usual);
     }
-    ~flash() { norv_linux_flash_close(&flash_); }
-    flash(const flash&) = delete;
-    flash& operator=(const flash&) = delete;
 
     const std::string& name() const { return name_; }
-    const norv_flash_info_t& info() const { return info_; }
-    norv_flash_t* get() { return &flash_; }
-    bool is_emmc() const { return flash_.kind == NORV_FLASH_KIND_EMMC; }
-    const norv_spi_flash_t& spi() const { return *flash_.backend.spi; }
+    const norv::flash_info& info() const { return info_; }
+    norv::flash& get() { return flash_; }
+    bool is_emmc() const { return flash_.get_kind() == norv::flash::kind::emmc; }
+
+    // The partitions of the SPI flash; an eMMC has none.
+    std::span<const norv_spi_flash_region_t> regions() const { return flash_.regions(); }
 
     // Where the erase block of an address ends.
     uint64_t block_end(uint64_t address) const {
@@ -73,9 +75,9 @@ class flash {
     // How many errors the error correction of each partition has not corrected so far, as the kernel counts.
     std::vector<uint32_t> uncorrected_errors() const {
         std::vector<uint32_t> counts;
-        for (int32_t index = 0; !is_emmc() && index < spi().region_count; ++index) {
+        for (const norv_spi_flash_region_t& region : regions()) {
             mtd_ecc_stats statistics{};
-            ioctl(spi().regions[index].device.descriptor, ECCGETSTATS, &statistics);
+            ioctl(region.device.descriptor, ECCGETSTATS, &statistics);
             counts.push_back(statistics.failed);
         }
         return counts;
@@ -110,57 +112,51 @@ class flash {
   private:
     // The partition of an address of the SPI flash; after its end, the last one.
     const norv_spi_flash_region_t& region_of(uint64_t address) const {
-        const norv_spi_flash_region_t* region = spi().regions + spi().region_count - 1;
-        while (region != spi().regions && address < region->base) {
-            --region;
+        size_t index = regions().size() - 1;
+        while (index > 0 && address < regions()[index].base) {
+            --index;
         }
-        return *region;
+        return regions()[index];
     }
 
     bool is_bad(uint64_t address) const {
         const norv_spi_flash_region_t& region = region_of(address);
         uint8_t bad = 0;
         if (norv_linux_mtd_type_is_nand(&region.device)) {
-            must(name_, norv_linux_mtd_block_isbad(&region.device,
-                                                   static_cast<uint32_t>(address - region.base), &bad));
+            must(name_, norv::status{norv_linux_mtd_block_isbad(
+                            &region.device, static_cast<uint32_t>(address - region.base), &bad)});
         }
         return bad != 0;
     }
 
     // The library does not keep the names: they are those of the open nodes.
     std::string partition_name(size_t region) const {
-        const int descriptor = spi().regions[region].device.descriptor;
+        const int descriptor = regions()[region].device.descriptor;
         return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).filename();
     }
 
     std::string name_;
-    norv_flash_t flash_{};
-    norv_flash_info_t info_{};
+    norv::flash flash_;
+    norv::flash_info info_;
 };
 
-// One of the library's long operations: its progress, and where it was when Ctrl-C came.
+// One of the library's long operations, called after each step: its progress, and where it was when Ctrl-C came.
 class operation {
   public:
     operation(const flash& on, const char* verb, uint64_t address, uint64_t total)
         : on_{on}, start_{address}, total_{total}, cursor_{address}, bar_{verb, total} {}
 
-    static bool is_cancelled(void*) { return is_interrupted(); }
-
-    static void step(void* user, uint32_t, uint32_t address, uint32_t remaining, uint32_t) {
-        static_cast<operation*>(user)->advance(address, remaining);
+    // Blocks that are bad lie between: of the SPI flash the cursor is after the block of the last step.
+    void operator()(const norv::flash_progress& step) {
+        done_ = total_ - std::min<uint64_t>(step.remaining, total_);
+        cursor_ = on_.is_emmc() ? start_ + done_ : on_.block_end(step.address);
+        bar_.advance(done_);
     }
 
     uint64_t done() const { return done_; }
     uint64_t cursor() const { return cursor_; }
 
   private:
-    // Blocks that are bad lie between: of the SPI flash the cursor is after the block of the last step.
-    void advance(uint64_t address, uint64_t remaining) {
-        done_ = total_ - std::min(remaining, total_);
-        cursor_ = on_.is_emmc() ? start_ + done_ : on_.block_end(address);
-        bar_.advance(done_);
-    }
-
     const flash& on_;
     uint64_t start_;
     uint64_t total_;
@@ -194,6 +190,10 @@ void add_address(CLI::App& command, uint32_t& address) {
     command.add_option("-a,--address", address, "first byte [0]");
 }
 
+bool is_cancelled(norv::status ended) {
+    return ended == NORV_STATUS_TIMEOUT && is_interrupted();
+}
+
 [[noreturn]] void report_cancelled(const std::string& what, const std::string& command) {
     throw failure{"cancelled", what + "; resume with:\n    norv flash " + command};
 }
@@ -212,7 +212,7 @@ struct info {
 
     void run() {
         const flash opened{on.emmc};
-        const norv_flash_info_t& of = opened.info();
+        const norv::flash_info& of = opened.info();
         std::string lines =
             text("%s\nsize        %llu\nerase block %u\nwrite unit  %u", opened.name().c_str(),
                  static_cast<unsigned long long>(of.size), of.erase_block_size, of.write_unit_size);
@@ -221,16 +221,16 @@ struct info {
                       {"erase_block_size", of.erase_block_size},
                       {"write_unit_size", of.write_unit_size}};
         if (!opened.is_emmc()) {
-            add_regions(opened.spi(), lines, document);
+            add_regions(opened.regions(), lines, document);
         }
         out.show(lines, document);
     }
 
   private:
-    static void add_regions(const norv_spi_flash_t& spi, std::string& lines, json& document) {
+    static void add_regions(std::span<const norv_spi_flash_region_t> regions, std::string& lines,
+                            json& document) {
         document["partitions"] = json::array();
-        for (int32_t index = 0; index < spi.region_count; ++index) {
-            const norv_spi_flash_region_t& region = spi.regions[index];
+        for (const norv_spi_flash_region_t& region : regions) {
             lines +=
                 text("\n0x%08llx  %10u bytes  erase block %u", static_cast<unsigned long long>(region.base),
                      region.device.info.size, region.device.info.erasesize);
@@ -263,20 +263,19 @@ struct read {
         flash opened{on.emmc};
         opened.check_area(address, length);
         bytes data(length);
-        uint32_t count = length;
         operation reading{opened, "read", address, length};
         const std::vector<uint32_t> errors = opened.uncorrected_errors();
-        const uint32_t status = norv_linux_flash_continue_read(
-            opened.get(), address, data.data(), &count, operation::is_cancelled, operation::step, &reading);
-        data.resize(static_cast<size_t>(reading.done()));
+        const norv::transferred done = opened.get().continue_read(
+            address, std::as_writable_bytes(std::span{data}), reading, is_interrupted);
+        data.resize(done.count);
         store(file, data, append);
         opened.check_errors_since(errors);
-        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+        if (is_cancelled(done.status)) {
             report_cancelled(
                 text("%llu of %u bytes are read", static_cast<unsigned long long>(reading.done()), length),
                 resume(reading));
         }
-        must(opened.name(), status, usual);
+        must(opened.name(), done.status, usual);
         if (reading.done() < length) {
             throw failure{
                 opened.name(),
@@ -318,12 +317,13 @@ struct erase {
         confirm.ask(text("erase %u bytes from 0x%x to 0x%llx of the flash (%s)", length, address, end(),
                          opened.name().c_str()));
         operation erasing{opened, "erase", address, length};
-        const uint32_t status = opened.is_emmc() ? erase_emmc(opened, erasing) : erase_spi(opened, erasing);
-        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+        const norv::status erased =
+            opened.is_emmc() ? erase_emmc(opened, erasing) : erase_spi(opened, erasing);
+        if (is_cancelled(erased)) {
             report_cancelled(text("erased up to 0x%llx", static_cast<unsigned long long>(erasing.cursor())),
                              resume(erasing));
         }
-        must(opened.name(), status, usual);
+        must(opened.name(), erased, usual);
     }
 
   private:
@@ -337,23 +337,22 @@ struct erase {
         }
     }
 
-    uint32_t erase_spi(flash& opened, operation& erasing) const {
-        auto stop = static_cast<uint32_t>(end());
-        return norv_linux_flash_continue_erase(opened.get(), address, length, &stop, operation::is_cancelled,
-                                               operation::step, &erasing);
+    norv::status erase_spi(flash& opened, operation& erasing) const {
+        return opened.get()
+            .continue_erase(address, length, static_cast<uint32_t>(end()), erasing, is_interrupted)
+            .status;
     }
 
     // Whole chunks step by step, and the rest of the area at once: the library would round it up to a chunk.
-    uint32_t erase_emmc(flash& opened, operation& erasing) const {
+    norv::status erase_emmc(flash& opened, operation& erasing) const {
         const auto rest = static_cast<uint32_t>(length % emmc_chunk);
-        auto stop = static_cast<uint32_t>(end());
-        const uint32_t status =
-            norv_linux_flash_continue_erase(opened.get(), address, length - rest, nullptr,
-                                            operation::is_cancelled, operation::step, &erasing);
-        if (status != NORV_STATUS_OK || rest == 0) {
-            return status;
+        const auto stop = static_cast<uint32_t>(end());
+        const norv::flash_erased chunks =
+            opened.get().continue_erase(address, length - rest, stop, erasing, is_interrupted);
+        if (!chunks.status.ok() || rest == 0) {
+            return chunks.status;
         }
-        return norv_linux_flash_erase_first_valid_block(opened.get(), stop - rest, &stop);
+        return opened.get().erase_first_valid_block(stop - rest, stop).status;
     }
 
     std::string resume(const operation& erasing) const {
@@ -409,13 +408,11 @@ struct write {
             "erase 0x%x to 0x%x of the SPI flash, as far as %zu bytes of %s need it, and write them there",
             address, area_end, data.size(), file.c_str()));
         const auto size = static_cast<uint32_t>(data.size());
-        uint32_t end = area_end;
         {
             operation erasing{opened, "erase", address, opened.block_end(address + size - 1) - address};
-            check(opened,
-                  norv_linux_flash_continue_erase(opened.get(), address, size, &end, operation::is_cancelled,
-                                                  operation::step, &erasing),
-                  nullptr);
+            const norv::flash_erased erased =
+                opened.get().continue_erase(address, size, area_end, erasing, is_interrupted);
+            check(opened, erased.status, nullptr);
         }
         transfer(opened, data, size);
     }
@@ -446,36 +443,32 @@ struct write {
         const uint64_t data_end = address + data.size();
         const uint64_t least = std::max(data_end, address + emmc_chunk);
         const uint64_t end = std::min((least + emmc_chunk - 1) / emmc_chunk * emmc_chunk, opened.info().size);
-        auto rest = static_cast<uint32_t>(end - data_end);
+        const auto rest = static_cast<size_t>(end - data_end);
         if (rest > 0) {
             const size_t size = data.size();
             data.resize(size + rest);
-            must(opened.name(),
-                 norv_linux_flash_read(opened.get(), static_cast<uint32_t>(data_end), data.data() + size,
-                                       &rest),
-                 usual);
-            data.resize(size + rest);
+            const norv::transferred done = opened.get().read(
+                static_cast<uint32_t>(data_end), std::as_writable_bytes(std::span{data}.subspan(size)));
+            must(opened.name(), done.status, usual);
+            data.resize(size + done.count);
         }
     }
 
     void transfer(flash& opened, const bytes& data, uint32_t size) const {
-        uint32_t end = area_end;
-        auto length = static_cast<uint32_t>(data.size());
-        operation writing{opened, "write", address, length};
-        const uint32_t status =
-            norv_linux_flash_continue_write_verify(opened.get(), address, 0, data.data(), &length, &end,
-                                                   operation::is_cancelled, operation::step, &writing);
-        check(opened, status, &writing, size);
+        operation writing{opened, "write", address, data.size()};
+        const norv::flash_written written = opened.get().continue_write_verify(
+            address, 0, std::as_bytes(std::span{data}), area_end, writing, is_interrupted);
+        check(opened, written.status, &writing, size);
     }
 
-    void check(const flash& opened, uint32_t status, const operation* writing, uint32_t size = 0) const {
-        if (status == NORV_STATUS_TIMEOUT && is_interrupted()) {
+    void check(const flash& opened, norv::status ended, const operation* writing, uint32_t size = 0) const {
+        if (is_cancelled(ended)) {
             const uint64_t done = writing == nullptr ? 0 : std::min<uint64_t>(writing->done(), size);
             report_cancelled(
                 text("%llu bytes are written and verified", static_cast<unsigned long long>(offset + done)),
                 resume(opened, writing == nullptr ? address : writing->cursor(), offset + done));
         }
-        must(opened.name(), status, usual);
+        must(opened.name(), ended, usual);
     }
 
     std::string resume(const flash& opened, uint64_t cursor, uint64_t done) const {

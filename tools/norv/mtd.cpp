@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // norv mtd: partitions of raw flash. Nothing here changes one.
-#include "norv_linux_mtd.h"
+#include "norv/mtd.hpp"
 
 #include "command.hpp"
 #include "failure.hpp"
@@ -20,48 +20,37 @@ std::string partition_name(const std::string& word) {
     return number_behind("mtd" + name, "mtd") ? "mtd" + name : name;
 }
 
-class partition {
-  public:
-    explicit partition(const std::string& word) : name_{partition_name(word)} {
-        if (!number_behind(name_, "mtd")) {
-            throw usage_error{"\"" + word + "\" is not a partition like mtd0"};
-        }
-        must(name_, norv_linux_mtd_open(("/dev/" + name_).c_str(), &mtd_),
-             {{NORV_STATUS_NOT_FOUND,
-               "no /sys/class/mtd; is the flash driver loaded, and was the kernel built with CONFIG_MTD?",
-               "/sys/class/mtd"},
-              {NORV_STATUS_NOT_FOUND, "no such partition; see norv mtd list"},
-              {status_of(EACCES), "no permission, or the partition is read-only"}});
-    }
-    ~partition() { norv_linux_mtd_close(&mtd_); }
-    partition(const partition&) = delete;
-    partition& operator=(const partition&) = delete;
-
-    const std::string& name() const { return name_; }
-    const mtd_info_user& info() const { return mtd_.info; }
-    bool is_nand() const { return norv_linux_mtd_type_is_nand(&mtd_); }
-
-    bool is_bad(uint32_t offset) const {
-        uint8_t bad = 0;
-        must(text("%s at 0x%x", name_.c_str(), offset), norv_linux_mtd_block_isbad(&mtd_, offset, &bad));
-        return bad != 0;
-    }
+struct partition {
+    std::string name;
+    norv::mtd mtd;
 
     // Flash other than NAND has none, whatever its driver says when it is asked.
     std::vector<uint32_t> bad_blocks() const {
+        const mtd_info_user info = mtd.info();
         std::vector<uint32_t> bad;
-        for (uint64_t offset = 0; is_nand() && offset < mtd_.info.size; offset += mtd_.info.erasesize) {
-            if (is_bad(static_cast<uint32_t>(offset))) {
-                bad.push_back(static_cast<uint32_t>(offset));
+        for (uint64_t next = 0; mtd.is_nand() && next < info.size; next += info.erasesize) {
+            const auto offset = static_cast<uint32_t>(next);
+            if (must(text("%s at 0x%x", name.c_str(), offset), mtd.is_bad_block(offset))) {
+                bad.push_back(offset);
             }
         }
         return bad;
     }
-
-  private:
-    std::string name_;
-    norv_mtd_t mtd_{};
 };
+
+partition open_partition(const std::string& word) {
+    const std::string name = partition_name(word);
+    if (!number_behind(name, "mtd")) {
+        throw usage_error{"\"" + word + "\" is not a partition like mtd0"};
+    }
+    return {name,
+            must(name, norv::mtd::open("/dev/" + name),
+                 {{NORV_STATUS_NOT_FOUND,
+                   "no /sys/class/mtd; is the flash driver loaded, and was the kernel built with CONFIG_MTD?",
+                   "/sys/class/mtd"},
+                  {NORV_STATUS_NOT_FOUND, "no such partition; see norv mtd list"},
+                  {status_of(EACCES), "no permission, or the partition is read-only"}})};
+}
 
 void add_partition(CLI::App& command, std::string& word) {
     command.add_option("PARTITION", word, "/dev/mtd0, mtd0 or 0")->required();
@@ -117,19 +106,19 @@ struct info {
     }
 
     void run() {
-        const partition opened{word};
-        const mtd_info_user& of = opened.info();
+        const partition opened = open_partition(word);
+        const mtd_info_user of = opened.mtd.info();
         const bool writeable = (of.flags & MTD_WRITEABLE) != 0;
         out.show(text("size        %u\nerase block %u\nwrite unit  %u\nout of band %u\nNAND        "
                       "%s\nwriteable   %s",
-                      of.size, of.erasesize, of.writesize, of.oobsize, opened.is_nand() ? "yes" : "no",
+                      of.size, of.erasesize, of.writesize, of.oobsize, opened.mtd.is_nand() ? "yes" : "no",
                       writeable ? "yes" : "no"),
-                 {{"partition", opened.name()},
+                 {{"partition", opened.name},
                   {"size", of.size},
                   {"erase_size", of.erasesize},
                   {"write_size", of.writesize},
                   {"oob_size", of.oobsize},
-                  {"nand", opened.is_nand()},
+                  {"nand", opened.mtd.is_nand()},
                   {"writeable", writeable}});
     }
 };
@@ -147,16 +136,15 @@ struct badblocks {
     }
 
     void run() {
-        const partition opened{word};
+        const partition opened = open_partition(word);
+        const mtd_info_user of = opened.mtd.info();
         const std::vector<uint32_t> bad = opened.bad_blocks();
         std::string lines;
         for (const uint32_t offset : bad) {
-            lines += text("0x%08x  block %u\n", offset, offset / opened.info().erasesize);
+            lines += text("0x%08x  block %u\n", offset, offset / of.erasesize);
         }
-        lines += text("%zu bad of %u blocks", bad.size(), opened.info().size / opened.info().erasesize);
-        out.show(lines, {{"partition", opened.name()},
-                         {"blocks", opened.info().size / opened.info().erasesize},
-                         {"bad", bad}});
+        lines += text("%zu bad of %u blocks", bad.size(), of.size / of.erasesize);
+        out.show(lines, {{"partition", opened.name}, {"blocks", of.size / of.erasesize}, {"bad", bad}});
     }
 };
 
