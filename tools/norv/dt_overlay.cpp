@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // norv overlay: device-tree overlays, which describe hardware to the kernel.
+#include "norv/dt.hpp"
+
 #include <unistd.h>
 
 #include <filesystem>
@@ -8,8 +10,7 @@
 #include "confirm.hpp"
 #include "failure.hpp"
 #include "names.hpp"
-#include "norv_dt.h"
-#include "norv_file.h"
+#include "norv/file.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -38,13 +39,7 @@ std::string title(const std::string& name) {
 }
 
 bool is_there(const std::string& name) {
-    return norv_file_access(0, "%s%s", overlays.c_str(), name.c_str());
-}
-
-bool is_applied(const std::string& name) {
-    bool applied = false;
-    must(title(name), norv_dt_has_overlay(name.c_str(), &applied));
-    return applied;
+    return norv::can_access(overlays + name);
 }
 
 void must_be_there(const std::string& name) {
@@ -79,8 +74,12 @@ struct load_overlay {
             throw usage_error{fault};
         }
         must_be_readable();
-        must(title(called), is_there("") ? NORV_STATUS_OK : NORV_STATUS_NOT_FOUND, usual);
-        must(title(called), is_there(called) ? status_of(EEXIST) : NORV_STATUS_OK, usual);
+        if (!is_there("")) {
+            throw failure{title(called), NORV_STATUS_NOT_FOUND, usual};
+        }
+        if (is_there(called)) {
+            throw failure{title(called), status_of(EEXIST), usual};
+        }
         confirm.ask("load " + file + " as overlay \"" + called +
                     "\": the kernel adds its hardware and starts the drivers");
         load();
@@ -88,16 +87,18 @@ struct load_overlay {
 
   private:
     void must_be_readable() const {
-        must(file, access(file.c_str(), R_OK) == 0 ? NORV_STATUS_OK : status_of(errno));
+        if (access(file.c_str(), R_OK) != 0) {
+            throw failure{file, status_of(errno)};
+        }
     }
 
     void load() const {
-        const uint32_t status = norv_dt_load_overlay(called.c_str(), file.c_str());
+        const norv::status loaded = norv::dt::load_overlay(called, file);
         // The name was free: no other program's overlay would be removed.
-        if (status != NORV_STATUS_OK && status != status_of(EEXIST)) {
-            norv_dt_unload_overlay(called.c_str());
+        if (!loaded.ok() && loaded != status_of(EEXIST)) {
+            norv::dt::unload_overlay(called).ignore();
         }
-        must(title(called), status, usual);
+        must(title(called), loaded, usual);
     }
 };
 
@@ -117,7 +118,7 @@ struct status {
         std::string table = "APPLIED  NAME";
         json document = json::array();
         for (const std::string& overlay : wanted()) {
-            const bool applied = is_applied(overlay);
+            const bool applied = must(title(overlay), norv::dt::has_overlay(overlay));
             table += text("\n%-7s  %s", applied ? "yes" : "no", overlay.c_str());
             document.push_back({{"name", overlay}, {"applied", applied}});
         }
@@ -149,7 +150,7 @@ struct unload {
     void run() {
         must_be_there(which);
         confirm.ask("unload overlay \"" + which + "\": its hardware is removed, and the drivers release it");
-        must(title(which), norv_dt_unload_overlay(which.c_str()), usual);
+        must(title(which), norv::dt::unload_overlay(which), usual);
     }
 };
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // norv fpga: programming FPGAs through the kernel's FPGA manager.
-#include "norv_fpga.h"
+#include "norv/fpga.hpp"
 
 #include "command.hpp"
 #include "confirm.hpp"
 #include "failure.hpp"
 #include "names.hpp"
-#include "norv_file.h"
+#include "norv/file.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -39,9 +39,7 @@ std::string manager(uint32_t number) {
 }
 
 bool is_operating(uint32_t number) {
-    bool done = false;
-    must(title(number), norv_fpga_is_program_done(number, &done), no_fpga);
-    return done;
+    return must(title(number), norv::fpga::is_program_done(number), no_fpga);
 }
 
 struct status {
@@ -101,14 +99,16 @@ struct program {
     void run() {
         const std::string file = file_name();
         is_operating(number);
-        must(title(number),
-             norv_file_access(0, "%s/firmware", manager(number).c_str()) ? NORV_STATUS_OK
-                                                                         : NORV_STATUS_NOT_FOUND,
-             {{NORV_STATUS_NOT_FOUND,
-               "the FPGA manager has no attribute \"firmware\"; mainline kernels program through overlays "
-               "alone"}});
+        if (!norv::can_access(manager(number) + "/firmware")) {
+            throw failure{
+                title(number),
+                NORV_STATUS_NOT_FOUND,
+                {{NORV_STATUS_NOT_FOUND,
+                  "the FPGA manager has no attribute \"firmware\"; mainline kernels program through overlays "
+                  "alone"}}};
+        }
         confirm.ask(text("program fpga%u with %s; its current design stops", number, file.c_str()));
-        must(title(number), norv_fpga_program(number, file.c_str()), usual);
+        must(title(number), norv::fpga::program(number, file), usual);
         if (!is_operating(number)) {
             throw failure{title(number), "programmed, but not operating; its state is \"" +
                                              attribute(title(number), manager(number) + "/state") + "\""};

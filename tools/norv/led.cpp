@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // norv led: LEDs of the LED class, by the names of their directories.
-#include "norv_linux_led.h"
+#include "norv/led.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <sstream>
@@ -68,7 +69,7 @@ struct triggers {
 };
 
 void set_trigger(const std::string& name, const std::string& trigger) {
-    must("led " + name, norv_linux_led_set_trigger(name.c_str(), trigger.c_str()),
+    must("led " + name, norv::led{name}.set_trigger(trigger),
          {no_leds,
           no_such_led,
           {NORV_STATUS_INVALID_ARG, "no such trigger; is its module (ledtrig-...) loaded?"}});
@@ -128,7 +129,7 @@ struct set {
             ->check(CLI::Range(0, 255));
     }
 
-    void run() { must("led " + led, norv_linux_led_set_brightness(led.c_str(), brightness), usual); }
+    void run() { must("led " + led, norv::led{led}.set_brightness(static_cast<uint8_t>(brightness)), usual); }
 };
 
 struct trigger {
@@ -177,7 +178,8 @@ struct blink {
 
     void run() {
         need_trigger(led, "timer");
-        must("led " + led, norv_linux_led_set_delay(led.c_str(), on, off), usual);
+        must("led " + led,
+             norv::led{led}.set_delay(std::chrono::milliseconds{on}, std::chrono::milliseconds{off}), usual);
     }
 };
 
@@ -191,7 +193,7 @@ struct flash_once {
 
     void run() {
         need_trigger(led, "oneshot");
-        must("led " + led, norv_linux_led_trigger_shot(led.c_str()), usual);
+        must("led " + led, norv::led{led}.trigger_shot(), usual);
     }
 };
 

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 // norv stat: how the board is doing.
-#include <unistd.h>
+#include "norv/system_info.hpp"
 
-#include <memory>
+#include <unistd.h>
 
 #include "command.hpp"
 #include "failure.hpp"
 #include "interrupt.hpp"
-#include "norv_cpu_usage.h"
-#include "norv_net_usage.h"
-#include "norv_system_info.h"
-#include "norv_zynq.h"
+#include "norv/cpu_usage.hpp"
+#include "norv/net_usage.hpp"
+#include "norv/zynq.hpp"
 #include "output.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
@@ -20,46 +19,24 @@ namespace norv::tool {
 
 namespace {
 
-class cpu {
-  public:
-    cpu() { must("/proc/stat", norv_cpu_usage_open(&usage_)); }
-    ~cpu() { norv_cpu_usage_close(&usage_); }
-    cpu(const cpu&) = delete;
-    cpu& operator=(const cpu&) = delete;
+double percentage(norv::cpu_usage& processor) {
+    must("/proc/stat", processor.update());
+    return processor.usage() / 100.0;
+}
 
-    double percent() {
-        must("/proc/stat", norv_cpu_usage_update(&usage_));
-        return usage_.usage / 100.0;
-    }
-
-  private:
-    norv_cpu_usage_t usage_{};
+struct network {
+    std::string name;
+    norv::net_usage usage;
 };
 
-class network {
-  public:
-    explicit network(const std::string& name) : name_{name} {
-        if (name.empty()) {
-            throw usage_error{"a network interface has a name"};  // an empty one is part of every name
-        }
-        must(name_, norv_net_usage_open(&usage_, name_.c_str()),
-             {{NORV_STATUS_NOT_FOUND, "no such network interface"},
-              {NORV_STATUS_EXHAUSTED, "too long for the name of a network interface"}});
+network open_network(const std::string& name) {
+    if (name.empty()) {
+        throw usage_error{"a network interface has a name"};  // an empty one is part of every name
     }
-    ~network() { norv_net_usage_close(&usage_); }
-    network(const network&) = delete;
-    network& operator=(const network&) = delete;
-
-    // An interface that went away meanwhile shows its last rates.
-    void sample() { norv_net_usage_update(&usage_); }
-    const std::string& name() const { return name_; }
-    uint32_t received() const { return usage_.rx_rate; }
-    uint32_t sent() const { return usage_.tx_rate; }
-
-  private:
-    std::string name_;
-    norv_net_usage_t usage_{};
-};
+    return {name, must(name, norv::net_usage::open(name),
+                       {{NORV_STATUS_NOT_FOUND, "no such network interface"},
+                        {NORV_STATUS_EXHAUSTED, "too long for the name of a network interface"}})};
+}
 
 struct temperature {
     const char* name;
@@ -71,17 +48,18 @@ std::vector<temperature> temperatures() {
     struct source {
         const char* name;
         const char* raw;
-        uint32_t (*measure)(int32_t*);
+        norv::result<int32_t> (*measure)();
     };
-    const source sources[] = {{"PS", "in_temp0_ps_temp_raw", norv_zynqmp_get_ps_temperature},
-                              {"PL", "in_temp2_pl_temp_raw", norv_zynqmp_get_pl_temperature},
-                              {"chip", "in_temp0_raw", norv_zynq_get_temperature}};
+    const source sources[] = {{"PS", "in_temp0_ps_temp_raw", norv::zynqmp::get_ps_temperature},
+                              {"PL", "in_temp2_pl_temp_raw", norv::zynqmp::get_pl_temperature},
+                              {"chip", "in_temp0_raw", norv::zynq::get_temperature}};
     std::vector<temperature> measured;
     for (const source& one : sources) {
-        int32_t hundredths = 0;
-        if (attribute_if_there(std::string{"/sys/bus/iio/devices/iio:device0/"} + one.raw) &&
-            one.measure(&hundredths) == NORV_STATUS_OK) {
-            measured.push_back({one.name, hundredths / 100.0});
+        if (!attribute_if_there(std::string{"/sys/bus/iio/devices/iio:device0/"} + one.raw)) {
+            continue;
+        }
+        if (const norv::result<int32_t> hundredths = one.measure()) {
+            measured.push_back({one.name, *hundredths / 100.0});
         }
     }
     return measured;
@@ -104,10 +82,10 @@ struct stat_command {
     }
 
     void run() {
-        cpu processor;
-        std::vector<std::unique_ptr<network>> networks;
+        norv::cpu_usage processor = must("/proc/stat", norv::cpu_usage::open());
+        std::vector<network> networks;
         for (const std::string& name : interfaces.empty() ? all_interfaces() : interfaces) {
-            networks.push_back(std::make_unique<network>(name));
+            networks.push_back(open_network(name));
         }
         while (sleep_for(interval)) {
             const json now = sample(processor, networks);
@@ -133,25 +111,25 @@ struct stat_command {
     // Only where somebody looks; a file keeps one sample after the other.
     bool is_drawn_again() const { return watch && !out.is_json() && isatty(STDOUT_FILENO) != 0; }
 
-    static json sample(cpu& processor, std::vector<std::unique_ptr<network>>& networks) {
-        norv_mem_info_t memory{};
-        uint32_t seconds = 0;
-        must("/proc/meminfo", norv_get_mem_info(&memory));
-        must("uptime", norv_get_uptime(&seconds));
-        json document{{"cpu_percent", processor.percent()},
+    static json sample(norv::cpu_usage& processor, std::vector<network>& networks) {
+        const norv_mem_info_t memory = must("/proc/meminfo", norv::memory_info());
+        const std::chrono::seconds uptime = must("uptime", norv::uptime());
+        json document{{"cpu_percent", percentage(processor)},
                       {"memory_kib",
                        {{"total", memory.total},
                         {"available", memory.available},
                         {"free", memory.free},
                         {"buffers", memory.buffers},
                         {"cached", memory.cached}}},
-                      {"uptime_s", seconds},
+                      {"uptime_s", uptime.count()},
                       {"network", json::array()},
                       {"temperatures", json::array()}};
-        for (const auto& one : networks) {
-            one->sample();
-            document["network"].push_back(
-                {{"interface", one->name()}, {"rx_kbit_s", one->received()}, {"tx_kbit_s", one->sent()}});
+        for (network& one : networks) {
+            // An interface that went away meanwhile shows its last rates.
+            one.usage.update().ignore();
+            document["network"].push_back({{"interface", one.name},
+                                           {"rx_kbit_s", one.usage.rx_rate()},
+                                           {"tx_kbit_s", one.usage.tx_rate()}});
         }
         for (const temperature& one : temperatures()) {
             document["temperatures"].push_back({{"name", one.name}, {"celsius", one.celsius}});

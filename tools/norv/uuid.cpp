@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // norv uuid: random identities.
-#include "norv_uuid.h"
+#include "norv/uuid.hpp"
 
 #include "command.hpp"
 #include "failure.hpp"
@@ -10,12 +10,7 @@ namespace norv::tool {
 
 namespace {
 
-std::string generate() {
-    std::string uuid(NORV_UUID_LENGTH, '\0');
-    must("uuid", norv_uuid_generate(uuid.data()),
-         {{NORV_STATUS_NOT_FOUND, "no /proc/sys/kernel/random/uuid; is /proc mounted?"}});
-    return uuid;
-}
+const causes usual{{NORV_STATUS_NOT_FOUND, "no /proc/sys/kernel/random/uuid; is /proc mounted?"}};
 
 struct uuid_command {
     uint32_t count = 1;
@@ -28,7 +23,7 @@ struct uuid_command {
 
     void run() {
         for (uint32_t made = 0; made < count; ++made) {
-            const std::string uuid = generate();
+            const std::string uuid{must("uuid", norv::uuid::generate(), usual).text()};
             out.show(uuid, {{"uuid", uuid}});
         }
     }

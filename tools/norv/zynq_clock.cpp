@@ -4,7 +4,7 @@
 
 #include "command.hpp"
 #include "failure.hpp"
-#include "norv_zynq.h"
+#include "norv/zynq.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -32,10 +32,8 @@ bool found_zynqmp() {
 }
 
 uint32_t rate_of(uint32_t number, bool zynqmp) {
-    uint32_t rate = 0;
-    must(title(number),
-         zynqmp ? norv_zynqmp_get_fclk_freq(number, &rate) : norv_zynq_get_fclk_freq(number, &rate), usual);
-    return rate;
+    return must(title(number),
+                zynqmp ? norv::zynqmp::get_fclk_freq(number) : norv::zynq::get_fclk_freq(number), usual);
 }
 
 void show_rate(uint32_t number, uint32_t rate, const report& out) {
@@ -109,9 +107,8 @@ struct set {
         if (!(rate >= 1 && rate <= INT32_MAX)) {
             throw usage_error{text("a rate of %g Hz cannot be requested", rate)};
         }
-        auto made = static_cast<uint32_t>(std::lround(rate));
-        must(title(number), norv_zynq_set_fclk_freq(number, &made), usual);
-        show_rate(number, made, out);
+        const auto wanted = static_cast<uint32_t>(std::lround(rate));
+        show_rate(number, must(title(number), norv::zynq::set_fclk_freq(number, wanted), usual), out);
     }
 };
 
@@ -129,7 +126,7 @@ struct reset {
             ->transform(one_of({{"on", 1}, {"off", 0}}));
     }
 
-    void run() { must(title(number), norv_zynq_set_fclk_reset(number, held != 0), usual); }
+    void run() { must(title(number), norv::zynq::set_fclk_reset(number, held != 0), usual); }
 };
 
 const group fabric_clock{"clock", "Fabric clocks of Zynq and ZynqMP devices",

@@ -3,8 +3,8 @@
 #include "command.hpp"
 #include "failure.hpp"
 #include "names.hpp"
-#include "norv_file.h"
-#include "norv_zynq.h"
+#include "norv/file.hpp"
+#include "norv/zynq.hpp"
 #include "report.hpp"
 #include "sysfs.hpp"
 #include "text.hpp"
@@ -25,28 +25,25 @@ const causes usual{no_iio,
                    {NORV_STATUS_DEVICE_ERROR, "the conversion failed"}};
 
 bool has(const std::string& attribute) {
-    return norv_file_access(0, "%s/%s", monitor.c_str(), attribute.c_str());
+    return norv::can_access(monitor + "/" + attribute);
 }
 
 struct reading {
     std::string channel;
-    uint32_t status;
-    int32_t value;     // hundredths or thousandths of the unit
-    const char* unit;  // "C" or "V"
+    norv::result<int32_t> value;  // hundredths or thousandths of the unit
+    const char* unit;             // "C" or "V"
 
     bool is_voltage() const { return *unit == 'V'; }
-    double in_units() const { return value / (is_voltage() ? 1000.0 : 100.0); }
+    double in_units() const { return *value / (is_voltage() ? 1000.0 : 100.0); }
 
     std::string words() const {
-        return status != NORV_STATUS_OK ? norv_status_name(status)
-                                        : text(is_voltage() ? "%9.3f %s" : "%9.2f %s", in_units(), unit);
+        return value ? text(is_voltage() ? "%9.3f %s" : "%9.2f %s", in_units(), unit) : value.status().name();
     }
     json document() const {
-        const bool good = status == NORV_STATUS_OK;
         return {{"channel", channel},
-                {"value", good ? json(in_units()) : json()},
+                {"value", value ? json(in_units()) : json()},
                 {"unit", unit},
-                {"status", norv_status_name(status)}};
+                {"status", value.status().name()}};
     }
 };
 
@@ -56,33 +53,30 @@ bool is_external(const std::string& channel) {
     return channel.find('_') == std::string::npos;
 }
 
-reading voltage(const std::string& channel, bool zynqmp) {
-    int32_t millivolts = 0;
-    const uint32_t status = zynqmp
-                                ? norv_zynqmp_get_voltage(channel.c_str(), &millivolts)
-                                : norv_zynq_get_voltage(channel.c_str(), is_external(channel), &millivolts);
-    return {channel, status, millivolts, "V"};
+norv::result<int32_t> voltage(const std::string& channel, bool zynqmp) {
+    using norv::zynq::full_scale;
+    return zynqmp ? norv::zynqmp::get_voltage(channel)
+                  : norv::zynq::get_voltage(
+                        channel, is_external(channel) ? full_scale::one_volt : full_scale::three_volts);
 }
 
 struct thermometer {
     const char* channel;
     bool zynqmp;
-    uint32_t (*get)(int32_t*);
+    norv::result<int32_t> (*get)();
 };
 
-constexpr thermometer thermometers[] = {{"temp0", false, norv_zynq_get_temperature},
-                                        {"temp0_ps_temp", true, norv_zynqmp_get_ps_temperature},
-                                        {"temp2_pl_temp", true, norv_zynqmp_get_pl_temperature}};
+constexpr thermometer thermometers[] = {{"temp0", false, norv::zynq::get_temperature},
+                                        {"temp0_ps_temp", true, norv::zynqmp::get_ps_temperature},
+                                        {"temp2_pl_temp", true, norv::zynqmp::get_pl_temperature}};
 
-reading temperature(const std::string& channel, bool zynqmp) {
+norv::result<int32_t> temperature(const std::string& channel, bool zynqmp) {
     for (const thermometer& known : thermometers) {
         if (known.channel == channel && known.zynqmp == zynqmp) {
-            int32_t hundredths = 0;
-            const uint32_t status = known.get(&hundredths);
-            return {channel, status, hundredths, "C"};
+            return known.get();
         }
     }
-    return {channel, NORV_STATUS_NOT_FOUND, 0, "C"};
+    return norv::status{NORV_STATUS_NOT_FOUND};
 }
 
 std::vector<std::string> all_channels(bool zynqmp) {
@@ -129,16 +123,22 @@ struct sensors_command {
   private:
     std::vector<std::string> wanted(bool zynqmp) const {
         const std::vector<std::string> chosen = channels.empty() ? all_channels(zynqmp) : channels;
-        must("sensors", chosen.empty() ? NORV_STATUS_NOT_FOUND : NORV_STATUS_OK,
-             {no_iio, {NORV_STATUS_NOT_FOUND, "no system monitor; is its driver loaded?"}});
+        if (chosen.empty()) {
+            throw failure{"sensors",
+                          NORV_STATUS_NOT_FOUND,
+                          {no_iio, {NORV_STATUS_NOT_FOUND, "no system monitor; is its driver loaded?"}}};
+        }
         return chosen;
     }
 
     // Among all channels, those that fail are shown as such; a channel that was asked for must not fail.
     reading measure(const std::string& channel, bool zynqmp) const {
-        const reading measured =
-            channel.starts_with("voltage") ? voltage(channel, zynqmp) : temperature(channel, zynqmp);
-        must("sensor " + channel, channels.empty() ? NORV_STATUS_OK : measured.status, usual);
+        const reading measured = channel.starts_with("voltage")
+                                     ? reading{channel, voltage(channel, zynqmp), "V"}
+                                     : reading{channel, temperature(channel, zynqmp), "C"};
+        if (!channels.empty()) {
+            must("sensor " + channel, measured.value, usual);
+        }
         return measured;
     }
 };
