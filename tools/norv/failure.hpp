@@ -17,7 +17,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <exception>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -65,42 +64,11 @@ inline void must(const std::string& thing, norv::status ended, causes usual = {}
     }
 }
 
-inline void must(const std::string& thing, uint32_t status, causes usual = {}) {
-    must(thing, norv::status{status}, usual);
-}
-
 // The same for a call that returns a value.
 template <typename T>
 T must(const std::string& thing, norv::result<T> returned, causes usual = {}) {
     must(thing, returned.status(), usual);
     return *std::move(returned);
 }
-
-// Carries what is thrown in a callback past the library, which is C and must not see it.
-class callback_failure {
-  public:
-    // In the callback: does the work, but no more of it once something was thrown.
-    template <typename Work>
-    void keep_from(Work work) noexcept {
-        if (thrown_) {
-            return;
-        }
-        try {
-            work();
-        } catch (...) {
-            thrown_ = std::current_exception();
-        }
-    }
-
-    // After the library has returned.
-    void rethrow() {
-        if (thrown_) {
-            std::rethrow_exception(std::exchange(thrown_, nullptr));
-        }
-    }
-
-  private:
-    std::exception_ptr thrown_;
-};
 
 }  // namespace norv::tool

@@ -132,7 +132,7 @@ class port {
     [[noreturn]] void report_hang_up() const { throw failure{name_, "the port was hung up"}; }
 
   private:
-    // How many bytes were moved. `over` is the status of a transfer whose time is over, which is no failure.
+    // How many bytes were moved. `over` is the status of a transfer whose time is over: that is not a failure.
     size_t must_transfer(const norv::transferred& moved, uint32_t over) const {
         if (moved.status != over) {
             must(name_, moved.status, usual);
