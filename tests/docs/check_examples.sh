@@ -35,7 +35,7 @@ check_page() {
             fi
         elif [[ $line == '```c' || $line == '```cpp' ]]; then
             in_block=true block='' blocks=$((blocks + 1))
-        elif [[ $line =~ .*\]\((\.\./)+((examples|tests/docs)/[a-z0-9_]+\.(c|h|cpp))\) ]]; then
+        elif [[ $line =~ .*\]\((\.\./)+((examples|examples/cpp|tests/docs)/[a-z0-9_]+\.(c|h|cpp))\) ]]; then
             example=${BASH_REMATCH[2]}
         fi
     done
@@ -50,4 +50,17 @@ for source in examples/*.c; do
     example=$(basename "$source" .c)
     grep -qF "\"\$build/examples/$example\"" tools/demo-tour || fail "tools/demo-tour does not run $example"
 done
+
+# Those in C++ that show families run once for each.
+for source in examples/cpp/*.cpp; do
+    example=$(basename "$source" .cpp)
+    mapfile -t families < <(sed -n '/^constexpr family families/,/;$/p' "$source" | grep -oE '\{"[a-z0-9_]+"' | tr -d '{"')
+    for family in "${families[@]}"; do
+        grep -qE "^shows .* $example $family( |\$)" tools/demo-tour-cpp ||
+            fail "tools/demo-tour-cpp does not run $example $family"
+    done
+    [[ ${#families[@]} -gt 0 ]] || grep -qF "\"\$examples/$example\"" tools/demo-tour-cpp ||
+        fail "tools/demo-tour-cpp does not run $example"
+done
+grep -qF "tools/demo-tour-cpp \"\$build\"" tools/demo-tour || fail 'tools/demo-tour does not run the examples in C++'
 exit "$failed"
