@@ -173,6 +173,10 @@ for page in docs/families/*.md; do
     if [[ $(grep -xF "$sections" "$page") != "$sections" ]]; then
         fail "$page has not these sections once each, in this order:" && echo "$sections"
     fi
+    for language in c cpp; do
+        sed -n '/^## Example$/,/^## /p' "$page" | grep --quiet --line-regexp "\`\`\`$language" ||
+            fail "$page has no example in the language $language"
+    done
     if sed -n '/^## Statuses$/,/^## /p' "$page" | grep -E '\| *\|$'; then
         fail "$page names a status without saying what to do about it"
     fi
