@@ -20,9 +20,10 @@ check_block() {
     [[ $source == *"$3"* ]] || fail "$1 shows code that is not in $2:"$'\n'"$3"
 }
 
-# Every ```c and ```cpp block of a page, with the example whose link came last.
+# Every ```c and ```cpp block of a page, or those that begin with the given line, with the example whose link came last, or
+# that one.
 check_page() {
-    local page=$1 line example='' block='' in_block=false blocks=0
+    local page=$1 begins=${2:-} example=${3:-} line block='' in_block=false blocks=0
     local -a lines
     mapfile -t lines <"$page"
     for line in "${lines[@]}"; do
@@ -33,7 +34,7 @@ check_page() {
             else
                 block+=${block:+$'\n'}$line
             fi
-        elif [[ $line == '```c' || $line == '```cpp' ]]; then
+        elif [[ (-n $begins && $line == "$begins") || (-z $begins && ($line == '```c' || $line == '```cpp')) ]]; then
             in_block=true block='' blocks=$((blocks + 1))
         elif [[ $line =~ .*\]\((\.\./)+((examples|examples/cpp|tests/docs)/[a-z0-9_]+\.(c|h|cpp))\) ]]; then
             example=${BASH_REMATCH[2]}
@@ -42,9 +43,12 @@ check_page() {
     [[ $blocks -gt 0 ]] || fail "$page shows no code"
 }
 
-for page in docs/families/*.md docs/first-program.md docs/kernel-double.md; do
+for page in docs/families/*.md docs/cpp.md docs/first-program.md docs/kernel-double.md; do
     check_page "$page"
 done
+
+# The front page's C is shorter than what runs.
+check_page README.md '```cpp' tests/docs/cpp_page_test.cpp
 
 for source in examples/*.c; do
     example=$(basename "$source" .c)
