@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Checks the table of docs/architecture.md against src/: its folders, the families in each, and what each includes.
+# Checks the table of docs/architecture.md against src/: its folders, the families in each, and what each includes. The C++
+# headers include each other and those of the C interface.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 
@@ -42,4 +43,8 @@ done
 while read -r room; do
     [[ -d src/$room ]] || fail "$page has a row for src/$room/, which does not exist"
 done < <(sed -nE 's,^\| `src/([a-z]+)/`.*,\1,p' "$page")
+while read -r included; do
+    [[ ($included == norv/*.hpp || $included == norv_*.h) && (-f include/$included || -f base/include/$included) ]] ||
+        fail "the C++ headers include $included"
+done < <(grep -hoE '#include "[^"]+' include/norv.hpp include/norv/*.hpp | sed 's/.*"//' | sort -u)
 exit "$failed"
