@@ -10,15 +10,19 @@
  *     loop.run();  // until loop.exit()
  *
  * A registration (`watch`, `timer`, `delayed_call`, `event`) ends with its object, also within its own handler
- * or another one's: its handler is then not called again. It cannot be moved, because the loop has its
- * address. It may outlive the loop: what the loop consists of is given back with the last of them.
+ * or another one's: its handler is then not called again. One that ends within its own handler takes with it what
+ * the handler has captured. It cannot be moved, because the loop has its address. It may outlive the loop: what
+ * the loop consists of is given back with the last of them.
  *
  * Where exceptions are on, one that leaves a handler ends the loop and comes out of `run()`.
  *
  * Threads: handlers run on the thread that runs the loop, one at a time. All functions may be called on any
- * thread; on another one than the loop's, those that change the loop's state wait until the loop's thread has
- * done it, between two handlers. Nothing is left waiting when the loop ends: what was posted until then is
- * done before `run()` returns. While no loop runs, one thread at a time may use it.
+ * thread. On a thread other than the loop's, those that change the loop's state wait until the loop's thread has
+ * done it, between two handlers. Two loops that do this to each other at the same time wait forever.
+ *
+ * No call is left waiting when the loop ends: one that came in time is done before `run()` returns, a later one at
+ * once, on the thread that makes it. While no loop runs, only one thread at a time may use it. The loop may be
+ * destroyed as soon as `run()` has returned, even if a thread whose call is done has not yet woken up.
  */
 #pragma once
 
@@ -88,46 +92,31 @@ class loop_state : public norv_epoll_t {
         }
     }
 
+    // Does nothing while the loop runs already.
     void run(void* watchdog, uint32_t period);
 
-    // Whether the calling thread need not ask another one: it runs the loop, or no thread does.
-    bool runs_here() const noexcept { return is_current() || !running_.load(std::memory_order_acquire); }
-    // Whether the calling thread runs the loop.
-    bool is_current() const noexcept { return current == this; }
+    // Whether the calling thread runs the loop, perhaps with others within its handlers.
+    bool is_this_thread() const noexcept {
+        return thread_.load(std::memory_order_acquire) == norv_get_curr_pthread_id();
+    }
 
-    // Runs a function on the loop thread and waits for it.
+    // Runs a function on the loop thread, and waits for it; at once while no loop runs. Takes the function by
+    // value, so that what it has captured stays in registers where it is called at once.
     template <typename function>
-    auto call(function&& called) {
-        if (runs_here()) {
+    auto call(function called) {
+        if (innermost == this || thread_.load(std::memory_order_acquire) == no_thread) {
             return called();
         }
-        return call_there(called);
+        return call_there(std::move(called));
     }
 
     // As `call`, but only while the loop runs: otherwise there is no value.
     template <typename function>
     auto call_while_running(function& called) -> std::optional<std::invoke_result_t<function&>> {
-        using returned = std::invoke_result_t<function&>;
-        if (current == this) {
+        if (is_this_thread()) {
             return called();
         }
-        struct packet : posted_call {
-            explicit packet(function& to_call) : called(&to_call) {}
-            function* called;
-            std::optional<returned> value;
-        };
-        packet posted(called);
-        posted.run = [](posted_call* self) {
-            auto* const mine = static_cast<packet*>(self);
-            mine->value.emplace((*mine->called)());
-        };
-        std::unique_lock lock(mutex_);
-        if (!running_.load(std::memory_order_relaxed)) {
-            return std::nullopt;
-        }
-        post(&posted);
-        any_done_.wait(lock, [&] { return posted.done; });
-        return std::move(posted.value);
+        return post_and_wait(called);
     }
 
 #if defined(__cpp_exceptions)
@@ -185,6 +174,31 @@ class loop_state : public norv_epoll_t {
         }
     }
 
+    // The calling thread becomes the one that runs the loop; false if there is one.
+    bool begin() noexcept {
+        const std::lock_guard lock(mutex_);
+        if (thread_.load(std::memory_order_relaxed) != no_thread) {
+            return false;
+        }
+        thread_.store(norv_get_curr_pthread_id(), std::memory_order_release);
+        return true;
+    }
+
+    // Does what is posted still. Who calls meanwhile waits, so that nothing else happens at the same time.
+    void finish() noexcept {
+        std::unique_lock lock(mutex_);
+        ending_ = true;
+        posted_call* const rest = take_posted();
+        norv_epoll_event_fd_deactivate(&wake_);
+        lock.unlock();
+        run_all(rest);
+        lock.lock();
+        ending_ = false;
+        thread_.store(no_thread, std::memory_order_release);
+        lock.unlock();
+        any_done_.notify_all();
+    }
+
     static void serve(norv_epoll_event_fd_t* wake) {
         loop_state* const self = of(wake);
         std::unique_lock lock(self->mutex_);
@@ -194,17 +208,26 @@ class loop_state : public norv_epoll_t {
     }
 
     template <typename function>
-    [[gnu::noinline, gnu::cold]] auto call_there(function& called) {
+    [[gnu::noinline, gnu::cold]] auto call_there(function called) {
         auto value = call_while_running(called);
         return value ? std::move(*value) : called();
     }
 
-    static inline thread_local constinit loop_state* current = nullptr;
+    // Has no value when the loop ends before.
+    template <typename function>
+    auto post_and_wait(function& called) -> std::optional<std::invoke_result_t<function&>>;
+
+    static constexpr uint64_t no_thread = 0;
+
+    // The loop that the thread runs, and that no other one runs within: what most calls are made on. A program
+    // and its shared libraries may each have a variable of their own: `thread_` decides.
+    static inline thread_local constinit loop_state* innermost = nullptr;
 
     std::atomic<uint32_t> references_ = 1;
-    std::atomic<bool> running_ = false;
+    std::atomic<uint64_t> thread_ = no_thread;  // that runs the loop; changes under the lock
     std::mutex mutex_;
-    std::condition_variable any_done_;
+    std::condition_variable any_done_;  // a call, or the loop
+    bool ending_ = false;               // only what was posted before is done
     posted_call* first_ = nullptr;
     posted_call** last_ = &first_;
     norv_epoll_event_fd_t wake_{};
@@ -236,16 +259,13 @@ inline result<loop_state*> loop_state::open() {
 }
 
 inline void loop_state::run(void* watchdog, uint32_t period) {
-    loop_state* const outer = std::exchange(current, this);
-    running_.store(true, std::memory_order_release);
+    if (!begin()) {
+        return;
+    }
+    loop_state* const outer = std::exchange(innermost, this);
     norv_epoll_loop_with_watchdog(this, watchdog, period);
-    std::unique_lock lock(mutex_);
-    running_.store(false, std::memory_order_release);
-    posted_call* const rest = take_posted();
-    norv_epoll_event_fd_deactivate(&wake_);
-    lock.unlock();
-    run_all(rest);
-    current = outer;
+    finish();
+    innermost = outer;
 #if defined(__cpp_exceptions)
     if (failure_ != nullptr) {
         std::rethrow_exception(std::exchange(failure_, nullptr));
@@ -253,7 +273,7 @@ inline void loop_state::run(void* watchdog, uint32_t period) {
 #endif
 }
 
-// A registration's share in the loop.
+// A share in the loop, of a registration or a call.
 class loop_share {
   public:
     loop_share() noexcept = default;
@@ -278,6 +298,32 @@ class loop_share {
   private:
     loop_state* state_ = nullptr;
 };
+
+template <typename function>
+auto loop_state::post_and_wait(function& called) -> std::optional<std::invoke_result_t<function&>> {
+    using returned = std::invoke_result_t<function&>;
+    struct packet : posted_call {
+        explicit packet(function& to_call) : called(&to_call) {}
+        function* called;
+        std::optional<returned> value;
+    };
+    packet posted(called);
+    posted.run = [](posted_call* self) {
+        auto* const mine = static_cast<packet*>(self);
+        mine->value.emplace((*mine->called)());
+    };
+    // The loop may be destroyed once the call is done, before this thread has woken up.
+    loop_share share;
+    share.take(this);
+    std::unique_lock lock(mutex_);
+    any_done_.wait(lock, [&] { return !ending_; });
+    if (thread_.load(std::memory_order_relaxed) == no_thread) {
+        return std::nullopt;
+    }
+    post(&posted);
+    any_done_.wait(lock, [&] { return posted.done; });
+    return std::move(posted.value);
+}
 
 // Calls a handler in the name of the loop. Nothing is touched afterwards that the handler may have destroyed.
 template <typename function, typename... arguments>
@@ -321,7 +367,10 @@ class loop {
     /** Closes the loop, which must not be running. */
     ~loop() { drop(); }
 
-    /** Runs the loop on the calling thread until `exit()`. See `norv_epoll_loop_with_watchdog`. */
+    /**
+     * Runs the loop on the calling thread until `exit()`. See `norv_epoll_loop_with_watchdog`. Does nothing while the
+     * loop runs already, on any thread. A handler may run another loop, whose handlers may use both.
+     */
     void run() { run(nullptr, std::chrono::milliseconds(0)); }
 
     /** Runs the loop and reports to a watchdog of the thread, every `period`. */
@@ -341,7 +390,7 @@ class loop {
         if (state_ == nullptr) {
             return status(NORV_STATUS_INVALID_ARG);
         }
-        return status(state_->is_current() ? NORV_STATUS_OK : norv_epoll_wait_loop_started(state_));
+        return status(state_->is_this_thread() ? NORV_STATUS_OK : norv_epoll_wait_loop_started(state_));
     }
 
     /**
@@ -352,7 +401,7 @@ class loop {
         if (state_ == nullptr) {
             return status(NORV_STATUS_INVALID_ARG);
         }
-        return status(state_->call([this] { return norv_epoll_exit(state_); }));
+        return status(state_->call([state = state_] { return norv_epoll_exit(state); }));
     }
 
     /**
@@ -461,7 +510,7 @@ auto loop::run_on_loop(function&& called) {
     if (state_ == nullptr) {
         return value(status(NORV_STATUS_INVALID_ARG));
     }
-    value returned = state_->call(carried);
+    value returned = state_->call([&carried] { return carried(); });
     carried.rethrow();
     return returned;
 }
@@ -489,25 +538,31 @@ class watch : private norv_epoll_fd_t {
             return status(NORV_STATUS_INVALID_ARG);
         }
         share_.take(on.state());
-        descriptor = file_descriptor;
-        handler = handle;
-        const status added(norv_epoll_fd_add(share_.get(), this, events));
-        watching_ = added.ok();
-        return added;
+        return status(share_.get()->call([this, file_descriptor, events] {
+            descriptor = file_descriptor;
+            handler = handle;
+            const uint32_t added = norv_epoll_fd_add(share_.get(), this, events);
+            watching_ = added == NORV_STATUS_OK;
+            return added;
+        }));
     }
 
     /** Changes the events. See `norv_epoll_fd_modify`. */
     status modify(uint32_t events) {
-        return watching_ ? status(norv_epoll_fd_modify(share_.get(), this, events))
-                         : status(NORV_STATUS_INVALID_ARG);
+        if (!watching_) {
+            return status(NORV_STATUS_INVALID_ARG);
+        }
+        return status(
+            share_.get()->call([this, events] { return norv_epoll_fd_modify(share_.get(), this, events); }));
     }
 
     /** Stops watching: the handler is not called again. Does nothing if it watches nothing. */
     status stop() {
-        if (!std::exchange(watching_, false)) {
+        if (!watching_) {
             return ok;
         }
         return status(share_.get()->call([this] {
+            watching_ = false;
             const uint32_t removed = norv_epoll_fd_remove(share_.get(), this);
             if (removed != NORV_STATUS_OK) {
                 norv_epoll_fd_ignore_once(share_.get(), this);
@@ -527,7 +582,7 @@ class watch : private norv_epoll_fd_t {
 
     function handler_;
     detail::loop_share share_;
-    bool watching_ = false;
+    std::atomic<bool> watching_ = false;
 };
 
 /** Calls its handler, `void()`, after a time, once or periodically. */

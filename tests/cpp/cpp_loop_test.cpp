@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The loop of C++: registrations that own themselves, calls from other threads, exceptions.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -100,6 +101,27 @@ TEST_F(Loop, AWatchThatEndsInAnotherOnesHandlerIsNotCalled) {
     for (const int descriptor : descriptors) {
         close(descriptor);
     }
+}
+
+TEST_F(Loop, AWatchThatAnotherThreadStartsMayEndInItsHandler) {
+    const int descriptor = eventfd(1, EFD_CLOEXEC);
+    const running other(loop_);
+    for (int round = 0; round < 100; ++round) {
+        std::atomic<int> calls = 0;
+        std::optional<norv::watch<>> watch;
+        watch.emplace([&](uint32_t) {
+            ++calls;
+            EXPECT_TRUE(watch->stop().ok());
+        });
+        EXPECT_TRUE(watch->start(loop_, descriptor, EPOLLIN).ok());
+        while (calls == 0) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(loop_.run_on_loop([] {}).ok());
+        EXPECT_FALSE(watch->watching());
+        EXPECT_EQ(calls, 1);
+    }
+    close(descriptor);
 }
 
 TEST_F(Loop, ARegistrationMayOutliveTheLoop) {
@@ -240,6 +262,88 @@ TEST_F(Loop, NoCallIsLeftWaitingWhenTheLoopEnds) {
             caller.join();
         }
     }
+}
+
+// While the last calls are done, those that come later wait: never two at the same time.
+TEST_F(Loop, ALateCallWaitsForTheLastOnesOfTheLoop) {
+    std::atomic<bool> ending = false;
+    std::atomic<bool> late_call_ran = false;
+    const auto last_call = [&] {
+        ending = true;
+        for (int turn = 0; turn < 500 && !late_call_ran; ++turn) {
+            std::this_thread::yield();
+        }
+        EXPECT_FALSE(late_call_ran);
+    };
+    std::thread last;
+    std::thread late([&] {
+        while (!ending) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(loop_.run_on_loop([&] { late_call_ran = true; }).ok());
+    });
+    norv::timer end([&] {
+        EXPECT_TRUE(loop_.exit().ok());
+        last = std::thread([&] { EXPECT_TRUE(loop_.run_on_loop(last_call).ok()); });
+        // Until the call has been posted; this was the last round.
+        pollfd woken = {.fd = loop_.get()->epoll_descriptor, .events = POLLIN, .revents = 0};
+        EXPECT_EQ(poll(&woken, 1, -1), 1);
+    });
+    ASSERT_TRUE(end.start(loop_, 0ms).ok());
+    loop_.run();
+    last.join();
+    late.join();
+    EXPECT_TRUE(ending);
+    EXPECT_TRUE(late_call_ran);
+}
+
+TEST_F(Loop, TheLoopMayBeDestroyedBeforeItsCallersWakeUp) {
+    for (int round = 0; round < 100; ++round) {
+        std::optional<loop> ended = loop::open().value();
+        std::thread caller;
+        {
+            norv::timer call([&] { caller = std::thread([&] { EXPECT_TRUE(ended->exit().ok()); }); });
+            ASSERT_TRUE(call.start(*ended, 0ms).ok());
+            ended->run();
+        }
+        ended.reset();
+        caller.join();
+    }
+}
+
+// ---- loops within loops
+
+TEST_F(Loop, AHandlerOfAnInnerLoopUsesTheOuterOne) {
+    loop inner = loop::open().value();
+    norv::timer on_outer([] {});
+    norv::timer in_inner([&] {
+        EXPECT_EQ(loop_.run_on_loop([] { return 1; }).value(), 1);
+        EXPECT_TRUE(on_outer.start(loop_, 1h).ok());
+        EXPECT_TRUE(inner.exit().ok());
+    });
+    ASSERT_TRUE(in_inner.start(inner, 0ms).ok());
+    norv::timer in_outer([&] {
+        inner.run();
+        EXPECT_EQ(inner.run_on_loop([] { return 2; }).value(), 2);
+        EXPECT_EQ(loop_.run_on_loop([] { return 3; }).value(), 3);
+        EXPECT_TRUE(loop_.exit().ok());
+    });
+    ASSERT_TRUE(in_outer.start(loop_, 0ms).ok());
+    loop_.run();
+    EXPECT_TRUE(on_outer.pending());
+}
+
+TEST_F(Loop, RunningALoopThatRunsDoesNothing) {
+    int fired = 0;
+    norv::timer again([&] {
+        ++fired;
+        loop_.run();
+        std::thread([&] { loop_.run(); }).join();
+        EXPECT_TRUE(loop_.exit().ok());
+    });
+    ASSERT_TRUE(again.start(loop_, 0ms).ok());
+    loop_.run();
+    EXPECT_EQ(fired, 1);
 }
 
 TEST_F(Loop, AnEventIsRaisedOnAnyThread) {

@@ -40,6 +40,18 @@ TEST_F(LoopThread, AFunctionRunsOnItsThread) {
         << "at once, there";
 }
 
+TEST_F(LoopThread, AFunctionRunsAtOnceOnItsThreadWithinAnotherLoop) {
+    loop_thread thread = loop_thread::start().value();
+    norv::loop inner = norv::loop::open().value();
+    norv::timer in_inner([&] {
+        EXPECT_EQ(thread.run_on_loop([] { return 1; }).value(), 1);
+        EXPECT_EQ(thread.stop(), NORV_STATUS_BAD_STATE);
+        EXPECT_EQ(inner.exit(), norv::ok);
+    });
+    ASSERT_EQ(in_inner.start(inner, 0ms), norv::ok);
+    EXPECT_EQ(thread.run_on_loop([&] { inner.run(); }), norv::ok);
+}
+
 TEST_F(LoopThread, NothingIsLeftAtItsEnd) {
     {
         loop_thread thread = loop_thread::start().value();

@@ -112,6 +112,15 @@ TEST_F(Task, ATaskWhoseLoopEndsBeforeHasABadState) {
                  norv::error);
 }
 
+TEST_F(Task, AHandlerCannotRunATaskOnItsOwnLoop) {
+    norv::timer nested([this] {
+        EXPECT_EQ(run(forever()), NORV_STATUS_BAD_STATE);
+        EXPECT_TRUE(loop_.exit().ok());
+    });
+    ASSERT_TRUE(nested.start(loop_, 0ms).ok());
+    loop_.run();
+}
+
 TEST_F(Task, ATaskThatCannotBeStartedHasTheStatus) {
     const loop other = std::move(loop_);
     job<status> nowhere(loop_, forever());
