@@ -56,16 +56,22 @@ class deadline {
   public:
     // Returns the first part.
     uint32_t begin(int64_t ms) noexcept {
-        const bool in_parts = ms > longest;
-        end_ = in_parts ? static_cast<int64_t>(norv_time_get_ms()) + ms : 0;
-        return in_parts ? longest : static_cast<uint32_t>(ms > 0 ? ms : 0);
+        if (ms > longest) [[unlikely]] {
+            end_ = static_cast<int64_t>(norv_time_get_ms()) + ms;
+            return longest;
+        }
+        end_ = 0;
+        return static_cast<uint32_t>(ms > 0 ? ms : 0);
     }
     // Returns the next part, or 0 when the time is over.
     uint32_t next() const noexcept {
-        const int64_t left = end_ != 0 ? end_ - static_cast<int64_t>(norv_time_get_ms()) : 0;
+        if (!is_in_parts()) [[likely]] {
+            return 0;
+        }
+        const int64_t left = end_ - static_cast<int64_t>(norv_time_get_ms());
         return left > longest ? longest : static_cast<uint32_t>(left > 0 ? left : 0);
     }
-    static constexpr bool is_in_parts(int64_t ms) noexcept { return ms > longest; }
+    bool is_in_parts() const noexcept { return end_ != 0; }
 
   private:
     static constexpr uint32_t longest = 1U << 30;
@@ -104,10 +110,10 @@ class loop_state : public norv_epoll_t {
     // value, so that what it has captured stays in registers where it is called at once.
     template <typename function>
     auto call(function called) {
-        if (innermost == this || thread_.load(std::memory_order_acquire) == no_thread) {
+        if (innermost == this) [[likely]] {
             return called();
         }
-        return call_there(std::move(called));
+        return call_from_outside(std::move(called));
     }
 
     // As `call`, but only while the loop runs: otherwise there is no value.
@@ -208,7 +214,10 @@ class loop_state : public norv_epoll_t {
     }
 
     template <typename function>
-    [[gnu::noinline, gnu::cold]] auto call_there(function called) {
+    [[gnu::noinline]] auto call_from_outside(function called) {
+        if (thread_.load(std::memory_order_acquire) == no_thread) {
+            return called();
+        }
         auto value = call_while_running(called);
         return value ? std::move(*value) : called();
     }
@@ -600,7 +609,7 @@ class timer : private norv_epoll_timer_t {
      */
     template <typename representation, typename unit>
     status start(const norv::loop& on, std::chrono::duration<representation, unit> time) {
-        return start(on, detail::milliseconds_of(time), 0);
+        return start<false>(on, detail::milliseconds_of(time));
     }
 
     /**
@@ -611,7 +620,7 @@ class timer : private norv_epoll_timer_t {
     template <typename representation, typename unit>
     status start_periodic(const norv::loop& on, std::chrono::duration<representation, unit> every) {
         const int64_t ms = detail::milliseconds_of(every);
-        return ms > 0 ? start(on, ms, ms) : status(NORV_STATUS_INVALID_ARG);
+        return ms > 0 ? start<true>(on, ms) : status(NORV_STATUS_INVALID_ARG);
     }
 
     /** Stops the timer: the handler is not called again. Does nothing if it is not pending. */
@@ -627,42 +636,49 @@ class timer : private norv_epoll_timer_t {
     bool pending() const noexcept { return norv_epoll_timer_pending(this) != 0; }
 
   private:
-    status start(const norv::loop& on, int64_t ms, int64_t period_ms) {
-        if (on.state() == nullptr) {
+    template <bool again>
+    status start(const norv::loop& on, int64_t ms) {
+        detail::loop_state* const state = on.state();
+        if (state == nullptr) {
             return status(NORV_STATUS_INVALID_ARG);
         }
-        if (share_.get() != on.state()) {
+        if (share_.get() != state) [[unlikely]] {
             stop().ignore();
-            share_.take(on.state());
+            share_.take(state);
         }
-        return status(share_.get()->call([this, ms, period_ms] {
-            // The loop repeats what it can by itself.
-            const bool in_parts = detail::deadline::is_in_parts(period_ms);
-            period_in_parts_ = in_parts ? period_ms : 0;
-            return schedule(deadline_.begin(ms), period_ms != 0 && !in_parts);
+        return status(state->call([this, ms] {
+            const uint32_t first = deadline_.begin(ms);
+            if (deadline_.is_in_parts()) [[unlikely]] {
+                period_in_parts_ = again ? ms : 0;
+                return norv_epoll_timer_schedule(share_.get(), this, first, false);
+            }
+            return norv_epoll_timer_schedule(share_.get(), this, first, again);
         }));
-    }
-
-    uint32_t schedule(uint32_t ms, bool again) {
-        return norv_epoll_timer_schedule(share_.get(), this, ms, again);
     }
 
     static void handle(norv_epoll_timer_t* record) {
         auto* const self = static_cast<timer*>(record);
-        if (const uint32_t next = self->deadline_.next(); next != 0) {
-            self->schedule(next, false);
+        if (self->deadline_.is_in_parts() && self->is_early()) {
             return;
         }
-        if (self->period_in_parts_ != 0) {
-            self->schedule(self->deadline_.begin(self->period_in_parts_), false);
-        }
         detail::call_handler(self->share_.get(), self->handler_);
+    }
+
+    // Waits for the next part, or begins the next period.
+    bool is_early() {
+        const uint32_t next = deadline_.next();
+        if (next != 0) {
+            norv_epoll_timer_schedule(share_.get(), this, next, false);
+        } else if (period_in_parts_ != 0) {
+            norv_epoll_timer_schedule(share_.get(), this, deadline_.begin(period_in_parts_), false);
+        }
+        return next != 0;
     }
 
     function handler_;
     detail::loop_share share_;
     detail::deadline deadline_;
-    int64_t period_in_parts_ = 0;
+    int64_t period_in_parts_ = 0;  // of a time that is waited for in parts
 };
 
 /** Calls its handler, `void()`, at the end of the loop's round. */
