@@ -25,6 +25,8 @@
 
 #include <coroutine>
 #include <cstddef>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <stop_token>
 #include <tuple>
@@ -141,6 +143,32 @@ inline void stop_node::link(stop_scope* scope, void (*stop)(stop_node*)) noexcep
 struct task_context {
     loop_state* loop = nullptr;
     stop_scope* scope = nullptr;
+    const void* job = nullptr;
+
+    task_context within(stop_scope* inner) const noexcept { return {loop, inner, job}; }
+};
+
+// A job whose task the thread runs at this moment, and the one that it runs within.
+class running_job {
+  public:
+    explicit running_job(const void* job) noexcept : job_(job), outer_(std::exchange(innermost, this)) {}
+    running_job(const running_job&) = delete;
+    running_job& operator=(const running_job&) = delete;
+    ~running_job() { innermost = outer_; }
+
+    static bool is(const void* job) noexcept {
+        const running_job* running = innermost;
+        while (running != nullptr && running->job_ != job) {
+            running = running->outer_;
+        }
+        return running != nullptr;
+    }
+
+  private:
+    static inline thread_local constinit const running_job* innermost = nullptr;
+
+    const void* job_;
+    const running_job* outer_;
 };
 
 class promise_base {
@@ -282,15 +310,24 @@ class [[nodiscard]] task {
         std::coroutine_handle<promise_type> awaited;
 
         bool await_ready() const noexcept { return !awaited; }
+        // Begins with an ordinary call: where tasks do not wait, the stack must not grow with their number, even if
+        // the compiler does not optimise the transfer from one coroutine to another.
         template <typename promise>
-        std::coroutine_handle<> await_suspend(std::coroutine_handle<promise> waiting) noexcept {
+        bool await_suspend(std::coroutine_handle<promise> waiting) noexcept {
             promise_type& mine = awaited.promise();
             mine.context_ = waiting.promise().context();
+            mine.on_end = [](detail::promise_base&) noexcept -> std::coroutine_handle<> {
+                return std::noop_coroutine();
+            };
+            awaited.resume();
+            if (awaited.done()) {
+                return false;
+            }
             mine.waiting = waiting.address();
             mine.on_end = [](detail::promise_base& ended) noexcept {
                 return std::coroutine_handle<>::from_address(ended.waiting);
             };
-            return awaited;
+            return true;
         }
         T await_resume() { return take(awaited); }
     };
@@ -313,7 +350,8 @@ class [[nodiscard]] task {
 /**
  * A task that runs on a loop by itself. Ends with its object: what the task waits for is unregistered.
  *
- * To be made, and destroyed, on the loop thread, or while no loop runs.
+ * To be made, and destroyed, on the loop thread, or while no loop runs. A task that destroys its own job, or one that
+ * waits for it to return, ends the program with a message: let `on_done` do that.
  */
 template <typename T>
 class job {
@@ -330,10 +368,17 @@ class job {
             done_ = true;
             return;
         }
+        const detail::running_job running(this);
         task_.coroutine().resume();
     }
     job(const job&) = delete;
     job& operator=(const job&) = delete;
+    ~job() {
+        if (!done_ && detail::running_job::is(this)) {
+            std::fputs("norv: a job was destroyed by its own task\n", stderr);
+            std::abort();
+        }
+    }
 
     /** Whether the task has ended. */
     bool done() const noexcept { return done_; }
@@ -351,15 +396,22 @@ class job {
         return done_ ? task_.take() : detail::failed_value<T>(status(NORV_STATUS_BAD_STATE));
     }
 
-    /** Ends the waits of the task, with NORV_STATUS_TIMEOUT; on the loop thread. */
+    /** Ends the waits of the task, with NORV_STATUS_TIMEOUT; on the loop thread. Does nothing once it has ended. */
     void stop() {
+        if (done_) {
+            return;
+        }
+        const detail::running_job running(this);
         scope_.stop();
         if (done_) {
             report();
         }
     }
 
-    /** Calls a function, `void()`, when the task ends; it may destroy the job. */
+    /**
+     * Calls a function, `void()`, when the task ends; it may destroy the job. Not called if the task has ended
+     * already. Its exception ends the loop, as one of a handler does; in a call of `stop`, it is thrown there.
+     */
     void on_done(callback<void()> handler) { on_done_ = std::move(handler); }
 
   private:
@@ -371,8 +423,11 @@ class job {
     static std::coroutine_handle<> end(detail::promise_base& ended) noexcept {
         job& self = *static_cast<job*>(ended.waiting);
         self.done_ = true;
-        if (!self.scope_.stopping()) {
-            self.report();
+        if (callback<void()> handler =
+                self.scope_.stopping() ? callback<void()>() : std::move(self.on_done_)) {
+            detail::loop_share loop;  // which may otherwise end with the job
+            loop.take(self.share_.get());
+            detail::call_handler(loop.get(), handler);
         }
         return std::noop_coroutine();
     }
@@ -390,7 +445,7 @@ class job {
         }
         share_.take(on.state());
         auto& promise = task_.coroutine().promise();
-        promise.context_ = {share_.get(), &scope_};
+        promise.context_ = {share_.get(), &scope_, this};
         promise.waiting = this;
         promise.on_end = end;
         if (!token.stop_possible()) {
@@ -457,7 +512,7 @@ class group {
         waiting_ = waiting;
         const task_context& outer = waiting.promise().context();
         scope_.enter(outer.scope);
-        context_ = {outer.loop, &scope_};
+        context_ = outer.within(&scope_);
         // One more than there are, so that none that ends at once resumes who has not yet suspended.
         running_ = sizeof...(T) + 1;
         start(std::index_sequence_for<T...>());

@@ -30,6 +30,7 @@ class suspended : private stop_node {
             return false;
         }
         waiting_ = waiting;
+        job_ = waiting.promise().context().job;
         return true;
     }
 
@@ -49,6 +50,7 @@ class suspended : private stop_node {
     void resume(status with) {
         status_ = with;
         unlink();
+        const running_job running(job_);
         std::exchange(waiting_, {}).resume();
     }
 
@@ -62,6 +64,7 @@ class suspended : private stop_node {
 
   private:
     std::coroutine_handle<> waiting_;
+    const void* job_ = nullptr;
     void (*stop_waiting_)(suspended*) = nullptr;
     status status_;
 };
@@ -459,24 +462,28 @@ class limited : private norv_epoll_timer_t {
 
     bool await_ready() const noexcept { return !task_; }
     template <typename promise>
-    std::coroutine_handle<> await_suspend(std::coroutine_handle<promise> waiting) {
+    bool await_suspend(std::coroutine_handle<promise> waiting) {
         const task_context& outer = waiting.promise().context();
         scope_.enter(outer.scope);
         callback = [](norv_epoll_timer_t* timer) { static_cast<limited*>(timer)->expire(); };
         state_ = outer.loop;
         scheduled_ = schedule(deadline_.begin(ms_));
         if (!scheduled_.ok()) {
-            return waiting;
+            return false;
         }
         auto& mine = task_.coroutine().promise();
-        mine.context_ = {outer.loop, &scope_};
-        waiting_ = waiting;
+        mine.context_ = outer.within(&scope_);
         mine.waiting = this;
-        mine.on_end = [](promise_base& ended) noexcept {
+        mine.on_end = [](promise_base& ended) noexcept -> std::coroutine_handle<> {
             auto* const self = static_cast<limited*>(ended.waiting);
-            return self->scope_.resume_next(self->waiting_);
+            return self->waiting_ ? self->scope_.resume_next(self->waiting_) : std::noop_coroutine();
         };
-        return task_.coroutine();
+        task_.coroutine().resume();
+        if (task_.coroutine().done()) {
+            return false;
+        }
+        waiting_ = waiting;
+        return true;
     }
     value await_resume() {
         if (!scheduled_.ok()) {
@@ -501,6 +508,7 @@ class limited : private norv_epoll_timer_t {
             return;
         }
         expired_ = true;
+        const running_job running(task_.coroutine().promise().context().job);
         scope_.stop();
     }
 

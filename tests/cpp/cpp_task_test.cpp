@@ -146,7 +146,70 @@ TEST_F(Task, AwaitingAllocatesNothing) {
     }(kernel, counter.descriptor()));
 }
 
+TEST_F(Task, TasksThatNeverWaitNeedNoStack) {
+    EXPECT_EQ(run([]() -> task<int> {
+                  const auto at_once = [](int value) -> task<int> { co_return value; };
+                  int sum = 0;
+                  for (int count = 0; count < 200000; ++count) {
+                      sum += co_await at_once(1);
+                      sum += (co_await norv::with_timeout(1h, at_once(1))).value();
+                  }
+                  co_return sum;
+              }()),
+              400000);
+    EXPECT_EQ(loop_.get()->timers.top, nullptr);
+}
+
 // ---- ending early
+
+TEST_F(Task, AFunctionForTheEndIsNotCalledAfterIt) {
+    job<status> ended(loop_, []() -> task<status> { co_return norv::ok; }());
+    ended.on_done([] { ADD_FAILURE(); });
+    ended.stop();
+    EXPECT_EQ(ended.take(), norv::ok);
+}
+
+TEST_F(Task, AnExceptionOfTheFunctionForTheEndEndsTheLoop) {
+    std::optional<job<status>> ended;
+    ended.emplace(loop_, []() -> task<status> { co_return co_await norv::sleep(1ms); }());
+    ended->on_done([&] {
+        ended.reset();
+        throw std::runtime_error("at the end");
+    });
+    EXPECT_THROW(loop_.run(), std::runtime_error);
+    EXPECT_FALSE(ended.has_value());
+    job<status> stopped(loop_, forever());
+    stopped.on_done([] { throw std::runtime_error("at the end"); });
+    EXPECT_THROW(stopped.stop(), std::runtime_error);
+    EXPECT_EQ(stopped.take(), NORV_STATUS_TIMEOUT);
+}
+
+TEST(TaskDeathTest, ATaskThatDestroysItsJobEndsTheProgram) {
+    EXPECT_DEATH(
+        {
+            loop on = loop::open().value();
+            std::optional<job<status>> own;
+            own.emplace(on, [](std::optional<job<status>>& to_end) -> task<status> {
+                (co_await norv::with_timeout(1ms, forever())).ignore();
+                to_end.reset();
+                co_return norv::ok;
+            }(own));
+            on.run();
+        },
+        "destroyed by its own task");
+}
+
+TEST_F(Task, ATaskMayDestroyAnotherJob) {
+    std::optional<job<status>> other;
+    other.emplace(loop_, forever());
+    EXPECT_EQ(run([](std::optional<job<status>>& to_end) -> task<status> {
+                  (co_await norv::sleep(0ms)).value();
+                  to_end.reset();
+                  co_return norv::ok;
+              }(other)),
+              norv::ok);
+    EXPECT_EQ(loop_.get()->timers.top, nullptr);
+}
 
 TEST_F(Task, ATaskThatIsDestroyedWhileItWaitsLeavesNothing) {
     const norv::file silent = norv::file::adopt(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)).value();
