@@ -150,7 +150,7 @@ class stop_requested {
  */
 class readiness : private norv_epoll_fd_t {
   public:
-    explicit readiness(int32_t file_descriptor) noexcept : norv_epoll_fd_t{} {
+    explicit readiness(int32_t file_descriptor) noexcept : norv_epoll_fd_t() {
         descriptor = file_descriptor;
         handler = [](norv_epoll_fd_t* record, uint32_t events) {
             static_cast<readiness*>(record)->handle(events);

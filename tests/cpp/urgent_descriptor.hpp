@@ -14,11 +14,10 @@
 
 namespace norv::test {
 
-// Puts one end of a TCP connection in the place of a descriptor that the kernel double handed out: its model
-// still answers the calls, and the real kernel what epoll(7) asks. Urgent data makes it ready.
-class urgent_descriptor {
+// A TCP connection, whose urgent data makes its receiving end ready.
+class urgent_connection {
   public:
-    explicit urgent_descriptor(int replaced) {
+    urgent_connection() {
         const norv::file listening = open_socket();
         sockaddr_in address = {};
         address.sin_family = AF_INET;
@@ -30,8 +29,11 @@ class urgent_descriptor {
         EXPECT_EQ(getsockname(listening.descriptor(), place, &size), 0);
         EXPECT_EQ(connect(sending_.descriptor(), place, size), 0);
         receiving_ = norv::file::adopt(accept(listening.descriptor(), nullptr, nullptr)).value();
-        EXPECT_EQ(dup2(receiving_->descriptor(), replaced), replaced);
     }
+
+    // Puts the receiving end in the place of a descriptor that the kernel double handed out: its model still answers
+    // the calls, and the real kernel what epoll(7) asks.
+    void replace(int descriptor) const { EXPECT_EQ(dup2(receiving_->descriptor(), descriptor), descriptor); }
 
     void raise() { EXPECT_EQ(send(sending_.descriptor(), "!", 1, MSG_OOB), 1); }
     void lower() {
@@ -46,6 +48,12 @@ class urgent_descriptor {
 
     norv::file sending_ = open_socket();
     std::optional<norv::file> receiving_;
+};
+
+// One that has replaced a descriptor.
+class urgent_descriptor : public urgent_connection {
+  public:
+    explicit urgent_descriptor(int replaced) { replace(replaced); }
 };
 
 }  // namespace norv::test
