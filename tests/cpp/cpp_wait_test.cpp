@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <variant>
 
 #include "bus/can_network.hpp"
 #include "bus/serial_port.hpp"
@@ -54,38 +55,31 @@ task<status> wait_in_task(owner& of, function wait) {
     co_return co_await wait(awaited);
 }
 
+task<status> sleep_for(std::chrono::milliseconds time) {
+    co_return co_await norv::sleep(time);
+}
+
+task<status> sleep_within(std::chrono::milliseconds limit, std::chrono::milliseconds time) {
+    co_return co_await norv::with_timeout(limit, sleep_for(time));
+}
+
 TEST(WaitSweep, ATime) {
     wait_sweep([](kernel_double&) {},
                [](loop& on) {
                    return wait_once(
-                       on, []() -> task<status> { co_return co_await norv::sleep(1ms); }, [] {});
+                       on, [] { return sleep_for(1ms); }, [] {});
                });
 }
 
 TEST(WaitSweep, ATaskWithinALimit) {
-    wait_sweep([](kernel_double&) {},
-               [](loop& on) {
-                   return wait_once(
-                       on,
-                       []() -> task<status> {
-                           co_return co_await norv::with_timeout(
-                               1ms, []() -> task<status> { co_return co_await norv::sleep(1h); }());
-                       },
-                       [] {});
-               });
-}
-
-TEST(WaitSweep, ATaskThatEndsBeforeItsLimit) {
-    wait_sweep([](kernel_double&) {},
-               [](loop& on) {
-                   return wait_once(
-                       on,
-                       []() -> task<status> {
-                           co_return co_await norv::with_timeout(
-                               1h, []() -> task<status> { co_return co_await norv::sleep(1ms); }());
-                       },
-                       [] {});
-               });
+    constexpr std::chrono::milliseconds times[][2] = {{1ms, 1h}, {1h, 1ms}};
+    for (const auto& [limit, time] : times) {
+        wait_sweep([](kernel_double&) {},
+                   [&](loop& on) {
+                       return wait_once(
+                           on, [&] { return sleep_within(limit, time); }, [] {});
+                   });
+    }
 }
 
 TEST(WaitSweep, SeveralTasks) {
@@ -94,11 +88,9 @@ TEST(WaitSweep, SeveralTasks) {
                    return wait_once(
                        on,
                        []() -> task<status> {
-                           const auto sleeps = [](std::chrono::milliseconds time) -> task<status> {
-                               co_return co_await norv::sleep(time);
-                           };
-                           const auto [first, second] = co_await norv::when_all(sleeps(0ms), sleeps(1ms));
-                           const auto any = co_await norv::when_any(sleeps(1ms), sleeps(1h));
+                           const auto [first, second] =
+                               co_await norv::when_all(sleep_for(0ms), sleep_for(1ms));
+                           const auto any = co_await norv::when_any(sleep_for(1ms), sleep_for(1h));
                            const auto itself = [](status one) { return one; };
                            co_return first.ok() && second.ok() ? std::visit(itself, any) : first;
                        },
