@@ -72,12 +72,15 @@ TEST(WaitSweep, ATime) {
 }
 
 TEST(WaitSweep, ATaskWithinALimit) {
-    constexpr std::chrono::milliseconds times[][2] = {{1ms, 1h}, {1h, 1ms}};
-    for (const auto& [limit, time] : times) {
+    struct row {
+        std::chrono::milliseconds limit;
+        std::chrono::milliseconds time;
+    };
+    for (const row& each : {row{1ms, 1h}, row{1h, 1ms}}) {
         wait_sweep([](kernel_double&) {},
                    [&](loop& on) {
                        return wait_once(
-                           on, [&] { return sleep_within(limit, time); }, [] {});
+                           on, [&] { return sleep_within(each.limit, each.time); }, [] {});
                    });
     }
 }
